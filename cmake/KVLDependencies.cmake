@@ -1,0 +1,11 @@
+# The libraries below the seams; docs/dependencies.md says why each is there.
+find_package(Threads REQUIRED)
+find_package(PkgConfig REQUIRED)
+find_package(OpenSSL 3.0 REQUIRED)
+pkg_check_modules(CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0 gio-unix-2.0)
+pkg_check_modules(SECRET REQUIRED IMPORTED_TARGET libsecret-1)
+pkg_check_modules(SIMDJSON REQUIRED IMPORTED_TARGET simdjson)
+pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-i18n icu-uc)
+find_library(KEYUTILS_LIBRARY keyutils REQUIRED)
+find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)

@@ -1,0 +1,33 @@
+# How this project's targets are made, so that all have the same flags.
+
+add_library(kvl_flags INTERFACE)
+# g++ 12 takes the string concatenation of its own library for an overlapping copy when it optimises
+# (https://gcc.gnu.org/bugzilla/show_bug.cgi?id=105651).
+target_compile_options(kvl_flags INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wno-sign-conversion
+  "$<$<CXX_COMPILER_ID:GNU>:-Wno-dangling-else;-Wno-restrict>")
+if(KVL_SANITIZE)
+  target_compile_options(kvl_flags INTERFACE -fsanitize=${KVL_SANITIZE} -fno-omit-frame-pointer
+    -fno-sanitize-recover=all)
+  target_link_options(kvl_flags INTERFACE -fsanitize=${KVL_SANITIZE})
+endif()
+
+# kvl_component(name SOURCES file... [PRIVATE_LINKS lib...] [LINKS lib...])
+# One subsystem as a static library. libkvlocal.so takes all of them in; tests link only what they
+# test.
+function(kvl_component name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE kvl_flags ${ARG_PRIVATE_LINKS})
+  set_property(GLOBAL APPEND PROPERTY KVL_COMPONENTS ${name})
+endfunction()
+
+# kvl_program(name SOURCES file... LINKS lib...)
+function(kvl_program name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${name} PRIVATE kvl_flags ${ARG_LINKS})
+endfunction()

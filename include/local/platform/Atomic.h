@@ -1,0 +1,42 @@
+/// @file
+/// Properties that are read and written whole.
+#pragma once
+
+#include <mutex>
+#include <utility>
+
+namespace kvl {
+
+/// A value that any thread may read and write as a whole. Replaced values are destroyed outside
+/// the lock, so that their destructors may do anything.
+///
+/// A mutex and not `std::atomic<std::shared_ptr>`: the thread sanitizer flags that one under
+/// g++ 12.
+template <class T>
+class Atomic {
+ public:
+  Atomic() = default;
+  explicit Atomic(T value) : value_(std::move(value)) {}
+  Atomic(const Atomic&) = delete;
+  Atomic& operator=(const Atomic&) = delete;
+
+  [[nodiscard]] T get() const {
+    std::lock_guard lock(mutex_);
+    return value_;
+  }
+
+  void set(T value) { exchange(std::move(value)); }
+
+  /// Stores `value` and returns what was stored before.
+  T exchange(T value) {
+    std::lock_guard lock(mutex_);
+    std::swap(value_, value);
+    return value;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  T value_{};
+};
+
+}  // namespace kvl

@@ -1,0 +1,87 @@
+/// @file
+/// Credentials and authentication challenges.
+#pragma once
+
+#include <local/platform/Security.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kvl {
+
+/// What answers a challenge: a client identity, or the trust that was accepted. Immutable.
+class KVL_EXPORT Credential {
+ public:
+  /// How long a credential is remembered. Only `none` exists: credentials are never stored.
+  enum class Persistence : std::uint8_t { none };
+
+  Credential(IdentityRef identity, std::vector<CertificateRef> certificates,
+             Persistence persistence)
+      : identity_(std::move(identity)),
+        certificates_(std::move(certificates)),
+        persistence_(persistence) {}
+  explicit Credential(TrustRef trust) : trust_(std::move(trust)) {}
+
+  /// `credentialForTrust:`
+  [[nodiscard]] static std::shared_ptr<const Credential> credentialForTrust(TrustRef trust) {
+    return std::make_shared<const Credential>(std::move(trust));
+  }
+
+  [[nodiscard]] const IdentityRef& identity() const noexcept { return identity_; }
+  /// Certificates that are presented with the identity's own.
+  [[nodiscard]] const std::vector<CertificateRef>& certificates() const noexcept {
+    return certificates_;
+  }
+  [[nodiscard]] Persistence persistence() const noexcept { return persistence_; }
+  [[nodiscard]] const TrustRef& trust() const noexcept { return trust_; }
+
+ private:
+  IdentityRef identity_;
+  std::vector<CertificateRef> certificates_;
+  Persistence persistence_ = Persistence::none;
+  TrustRef trust_;
+};
+using CredentialRef = std::shared_ptr<const Credential>;
+
+/// @name Authentication methods
+/// @{
+inline constexpr std::string_view NSURLAuthenticationMethodServerTrust =
+    "NSURLAuthenticationMethodServerTrust";
+inline constexpr std::string_view NSURLAuthenticationMethodClientCertificate =
+    "NSURLAuthenticationMethodClientCertificate";
+inline constexpr std::string_view NSURLAuthenticationMethodHTTPBasic =
+    "NSURLAuthenticationMethodHTTPBasic";
+inline constexpr std::string_view NSURLAuthenticationMethodHTTPDigest =
+    "NSURLAuthenticationMethodHTTPDigest";
+/// @}
+
+/// Where a challenge comes from.
+struct ProtectionSpace {
+  std::string host;  ///< as the URL names it, an IPv6 address without brackets
+  std::uint16_t port = 0;
+  std::string authenticationMethod;
+  TrustRef serverTrust;  ///< set for server trust only
+};
+
+/// A request for authentication.
+struct Challenge {
+  ProtectionSpace protectionSpace;
+};
+
+/// Answers to a challenge, with the platform's numeric values.
+enum class ChallengeDisposition : std::int64_t {
+  useCredential = 0,
+  performDefaultHandling = 1,
+  cancelChallenge = 2,
+  rejectProtectionSpace = 3,
+};
+
+/// Takes the answer. May be called from any thread; the first call counts, later ones are ignored.
+using ChallengeHandler = std::function<void(ChallengeDisposition, CredentialRef)>;
+
+}  // namespace kvl

@@ -1,0 +1,82 @@
+/// @file
+/// The log. Diagnostics are single lines without levels; where they go is one function.
+#pragma once
+
+#include <local/platform/Error.h>
+#include <local/platform/Export.h>
+#include <local/platform/URL.h>
+#include <local/platform/Value.h>
+
+#include <concepts>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kvl {
+
+/// Receives one finished line, without a line end. Called from any thread, one call at a time;
+/// it must not call the framework, wait for a thread that does, or write to the log itself: the
+/// framework may hold locks while it logs. Hand the line over to somebody else for all of that.
+using LogSink = std::function<void(std::string_view line)>;
+
+/// Replaces the sink of the process and returns the one before; an empty function stands for the
+/// system log. A host calls it to collect the framework's lines in its own log.
+///
+/// The system log is the journal when it takes the line, else `syslog(3)` when its socket exists,
+/// else standard error; a line also goes to standard error when that is a terminal.
+KVL_EXPORT LogSink setLogSink(LogSink sink);
+
+/// Writes one line. Line feeds and other control bytes are escaped, so that one diagnostic is one
+/// line. Never blocks on anything but the sink.
+KVL_EXPORT void logLine(std::string_view line);
+
+/// @name Text of a value as the log shows it. What is absent prints as `(null)`.
+/// @{
+inline constexpr std::string_view kNullText = "(null)";
+inline std::string describe(std::string_view text) {
+  return std::string(text);
+}
+inline std::string describe(const char* text) {
+  return text != nullptr ? std::string(text) : std::string(kNullText);
+}
+inline std::string describe(std::integral auto number) {
+  return std::to_string(number);
+}
+template <class T>
+  requires requires(const T& object) {
+    { object.description() } -> std::convertible_to<std::string>;
+  }
+std::string describe(const T& object) {
+  return object.description();
+}
+template <class T>
+std::string describe(const std::optional<T>& value) {
+  return value ? describe(*value) : std::string(kNullText);
+}
+template <class T>
+std::string describe(const std::shared_ptr<T>& object) {
+  return object ? describe(*object) : std::string(kNullText);
+}
+/// @}
+
+/// Fills the placeholders of `pattern` (`%@`, `%ld`, `%.2lf`, `%%` for a per cent sign) with
+/// `arguments` in order; a placeholder without an argument prints as `(null)`.
+[[nodiscard]] KVL_EXPORT std::string fillPattern(std::string_view pattern,
+                                                 const std::vector<std::string>& arguments);
+
+/// `fillPattern` with the description of each argument.
+template <class... Arguments>
+[[nodiscard]] std::string format(std::string_view pattern, const Arguments&... arguments) {
+  return fillPattern(pattern, {describe(arguments)...});
+}
+
+/// Formats and writes one line.
+template <class... Arguments>
+void log(std::string_view pattern, const Arguments&... arguments) {
+  logLine(format(pattern, arguments...));
+}
+
+}  // namespace kvl

@@ -1,0 +1,134 @@
+/// @file
+/// HTTPS session objects and their tasks.
+#pragma once
+
+#include <local/platform/Credential.h>
+#include <local/platform/Data.h>
+#include <local/platform/Error.h>
+#include <local/platform/Export.h>
+#include <local/platform/URLRequest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace kvl {
+
+class URLSession;
+class DataTask;
+
+/// Settings of a session object. A plain value, copied by the session object that is made from it.
+struct URLSessionConfiguration {
+  /// Longest silence in an exchange, for requests that set none.
+  std::chrono::nanoseconds timeoutIntervalForRequest = std::chrono::seconds(60);
+  /// Fields that every request carries unless it sets them itself.
+  HeaderFields additionalHeaders;
+  /// Connections that may be open to one host at once. Further exchanges wait for their turn, which
+  /// does not count towards their idle time-out once the host has been reached.
+  int maximumConnectionsPerHost = 6;
+  /// Whether HTTP/2 may be negotiated. Requests with bodies above 1 MiB always use HTTP/1.1.
+  bool allowsHTTP2 = true;
+  /// Redirects followed before a request fails with `NSURLErrorHTTPTooManyRedirects`.
+  int maximumRedirects = 20;
+  /// Bytes of a body that is handed over in one piece; a larger one fails with
+  /// `NSURLErrorDataLengthExceedsMaximum`. It bounds what a small compressed answer can unfold to.
+  std::size_t maximumBodySize = std::size_t{1} << 30;
+  /// Bytes of one task's body that may wait for the delegate before the sender is held back. Of a
+  /// body that was asked for as "text/event-stream", one event that has not arrived completely may
+  /// be held besides; one of more than 64 MiB may be cut.
+  std::size_t deliveryBufferSize = std::size_t{4} << 20;
+
+  /// `ephemeralSessionConfiguration`: the defaults above; cookies live in the session object's
+  /// memory only, and nothing is cached or written anywhere.
+  [[nodiscard]] static URLSessionConfiguration ephemeral() { return {}; }
+};
+
+/// Receives what a session object has to tell. All calls come on the session object's own serial
+/// queue, one at a time and in order, with none of the framework's locks held.
+class KVL_EXPORT URLSessionDelegate {
+ public:
+  virtual ~URLSessionDelegate();
+
+  /// `URLSession:didReceiveChallenge:completionHandler:` for every new TLS connection: once for the
+  /// server's trust, and once for the client certificate when the server asks for one. Default
+  /// handling of both is refusal. The connection waits for the answer, and so do the session
+  /// object's other transfers; an answer that does not come within the request's idle time-out
+  /// counts as refusal.
+  virtual void didReceiveChallenge(URLSession& session, const Challenge& challenge,
+                                   ChallengeHandler completionHandler);
+
+  /// `URLSession:dataTask:didReceiveData:` with a piece of the body, for tasks without a
+  /// completion handler. Never empty.
+  virtual void didReceiveData(URLSession& session, const std::shared_ptr<DataTask>& task,
+                              const Data& data);
+
+  /// `URLSession:task:didCompleteWithError:` once per task without a completion handler, as the
+  /// last call for that task.
+  virtual void didCompleteWithError(URLSession& session, const std::shared_ptr<DataTask>& task,
+                                    const std::optional<Error>& error);
+};
+
+/// Receives the outcome of a task: body, response and error, each possibly absent. Called exactly
+/// once, on the session object's serial queue: waiting there for another request of the same
+/// session object never ends.
+using DataTaskHandler =
+    std::function<void(std::optional<Data>, URLResponseRef, std::optional<Error>)>;
+
+/// One request under way. Usable from any thread. A started task runs to its end even when nobody
+/// holds it.
+class KVL_EXPORT DataTask {
+ public:
+  /// With the platform's numeric values.
+  enum class State : std::int64_t { running = 0, suspended = 1, canceling = 2, completed = 3 };
+
+  virtual ~DataTask();
+  /// Counts up from 1 over all session objects of the process.
+  [[nodiscard]] virtual std::uint64_t taskIdentifier() const noexcept = 0;
+  [[nodiscard]] virtual State state() const noexcept = 0;
+  /// The request that the task was made for.
+  [[nodiscard]] virtual const URLRequest& originalRequest() const noexcept = 0;
+  /// The response's head once it has arrived, else null.
+  [[nodiscard]] virtual URLResponseRef response() const = 0;
+  /// Starts the task; a started task is left alone.
+  virtual void resume() = 0;
+  /// Ends the task with `NSURLErrorCancelled`. A task that is already complete stays as it is.
+  virtual void cancel() = 0;
+  /// Whether the body is to be handed over as it arrives. It always is; the preference is kept so
+  /// that it can be read back.
+  virtual void setPrefersIncrementalDelivery(bool prefers) = 0;
+  [[nodiscard]] virtual bool prefersIncrementalDelivery() const noexcept = 0;
+};
+
+/// An HTTPS session object: connections, cookies and transfers that share one identity. It owns an
+/// I/O thread from its first task on. Letting go of the last reference lets running tasks finish
+/// and then frees everything; no thread is ever joined from a callback.
+///
+/// The environment does not steer it: proxy variables, `.netrc` and key-log files are ignored.
+class KVL_EXPORT URLSession {
+ public:
+  /// `sessionWithConfiguration:delegate:delegateQueue:` with a serial queue of its own. The
+  /// delegate is held weakly and locked once per delivery.
+  [[nodiscard]] static std::shared_ptr<URLSession> create(
+      URLSessionConfiguration configuration, std::weak_ptr<URLSessionDelegate> delegate);
+
+  virtual ~URLSession();
+
+  /// Makes a suspended task; the body goes to the delegate.
+  [[nodiscard]] virtual std::shared_ptr<DataTask> dataTask(const URLRequest& request) = 0;
+  /// Makes a suspended task whose outcome goes to `completionHandler` in one piece.
+  [[nodiscard]] virtual std::shared_ptr<DataTask> dataTask(const URLRequest& request,
+                                                           DataTaskHandler completionHandler) = 0;
+
+  /// Lets running tasks finish and refuses new ones: a task that is made or resumed afterwards
+  /// completes with `NSURLErrorCancelled`.
+  virtual void finishTasksAndInvalidate() = 0;
+  /// Cancels running tasks and refuses new ones.
+  virtual void invalidateAndCancel() = 0;
+
+  [[nodiscard]] virtual const URLSessionConfiguration& configuration() const noexcept = 0;
+};
+
+}  // namespace kvl

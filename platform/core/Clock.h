@@ -1,0 +1,15 @@
+// The clocks behind Date::now() and the queues' timers, replaceable in tests.
+#pragma once
+
+#include <local/platform/Date.h>
+
+#include <functional>
+
+namespace kvl::core {
+
+using WallClock = std::function<Date()>;
+
+// For tests: what Date::now() answers. An empty function restores the system's clock.
+void setWallClock(WallClock clock);
+
+}  // namespace kvl::core

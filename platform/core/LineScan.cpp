@@ -1,0 +1,107 @@
+#include "platform/core/LineScan.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#ifdef __x86_64__
+#include <immintrin.h>
+
+#include <bit>
+#endif
+
+namespace kvl::core {
+namespace {
+
+bool isASCII(std::string_view text) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080U;
+  std::uint64_t all = 0;
+  while (text.size() >= sizeof all) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text.data(), sizeof word);
+    all |= word;
+    text.remove_prefix(sizeof word);
+  }
+  for (const char byte : text) all |= static_cast<std::uint8_t>(byte);
+  return (all & kHighBits) == 0;
+}
+
+#ifdef __x86_64__
+
+// 64 bytes of text.
+struct Block {
+  __m256i low;
+  __m256i high;
+};
+constexpr std::size_t kBlock = sizeof(Block);
+
+[[gnu::target("avx2")]] inline Block load(const char* bytes) {
+  const auto* halves = reinterpret_cast<const __m256i*>(bytes);
+  return {_mm256_loadu_si256(halves), _mm256_loadu_si256(halves + 1)};
+}
+
+[[gnu::target("avx2")]] inline Block lineEnds(const Block& block) {
+  const __m256i end = _mm256_set1_epi8('\n');
+  return {_mm256_cmpeq_epi8(block.low, end), _mm256_cmpeq_epi8(block.high, end)};
+}
+
+[[gnu::target("avx2")]] inline __m256i either(const Block& block) {
+  return _mm256_or_si256(block.low, block.high);
+}
+
+// The highest bit of each byte.
+[[gnu::target("avx2")]] inline std::uint64_t bitsOf(const Block& block) {
+  const auto low = static_cast<std::uint32_t>(_mm256_movemask_epi8(block.low));
+  const auto high = static_cast<std::uint32_t>(_mm256_movemask_epi8(block.high));
+  return low | std::uint64_t{high} << 32;
+}
+
+// Skips blocks without a line end, two at a time.
+[[gnu::target("avx2")]] inline std::size_t skipBlocks(std::string_view text, __m256i& seen) {
+  std::size_t scanned = 0;
+  for (; scanned + 2 * kBlock <= text.size(); scanned += 2 * kBlock) {
+    const Block first = load(text.data() + scanned);
+    const Block second = load(text.data() + scanned + kBlock);
+    const Block ends{either(lineEnds(first)), either(lineEnds(second))};
+    if (_mm256_movemask_epi8(either(ends)) != 0) break;
+    seen = _mm256_or_si256(seen, _mm256_or_si256(either(first), either(second)));
+  }
+  return scanned;
+}
+
+[[gnu::target("avx2")]] ScannedLine scanLineAVX2(std::string_view text) {
+  __m256i seen = _mm256_setzero_si256();
+  std::size_t scanned = skipBlocks(text, seen);
+  for (; scanned + kBlock <= text.size(); scanned += kBlock) {
+    const Block block = load(text.data() + scanned);
+    if (const std::uint64_t ends = bitsOf(lineEnds(block))) {
+      const std::uint64_t before = (ends - 1) & ~ends;
+      const auto length = scanned + static_cast<std::size_t>(std::countr_zero(ends));
+      return {text.substr(0, length),
+              _mm256_movemask_epi8(seen) == 0 && (bitsOf(block) & before) == 0};
+    }
+    seen = _mm256_or_si256(seen, either(block));
+  }
+  const ScannedLine rest = scanLinePortably(text.substr(scanned));
+  return {text.substr(0, scanned + rest.text.size()),
+          _mm256_movemask_epi8(seen) == 0 && rest.isASCII};
+}
+
+#endif
+
+}  // namespace
+
+ScannedLine scanLinePortably(std::string_view text) {
+  const auto line = text.substr(0, std::min(text.find('\n'), text.size()));
+  return {line, isASCII(line)};
+}
+
+LineScan lineScan() noexcept {
+#ifdef __x86_64__
+  if (__builtin_cpu_supports("avx2") != 0) return scanLineAVX2;
+#endif
+  return scanLinePortably;
+}
+
+}  // namespace kvl::core

@@ -1,0 +1,23 @@
+// Finding line ends in text, at the speed at which memory is read.
+#pragma once
+
+#include <string_view>
+
+namespace kvl::core {
+
+// A line without its end.
+struct ScannedLine {
+  std::string_view text;
+  bool isASCII;
+};
+
+// Finds the first line feed (U+000A) of `text`, which has one.
+using LineScan = ScannedLine (*)(std::string_view text);
+
+// The fastest scan that this processor has.
+[[nodiscard]] LineScan lineScan() noexcept;
+
+// One for every processor.
+[[nodiscard]] ScannedLine scanLinePortably(std::string_view text);
+
+}  // namespace kvl::core

@@ -1,0 +1,65 @@
+#include "tests/support/LogCapture.h"
+
+#include <local/platform/Log.h>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace {
+
+TEST(LogTest, FillsPlaceholdersInOrder) {
+  EXPECT_EQ(kvl::format("%@ has %ld at %.2lf %%", "a", 3, "0.50"), "a has 3 at 0.50 %");
+}
+
+TEST(LogTest, PrintsWhatIsAbsentAsNull) {
+  const std::optional<kvl::URL> none;
+  const std::shared_ptr<kvl::URL> nobody;
+  EXPECT_EQ(kvl::format("%@ %@ %@", none, nobody, "x"), "(null) (null) x");
+  EXPECT_EQ(kvl::format("%@ %@", "only"), "only (null)");
+}
+
+TEST(LogTest, DoesNotReadPlaceholdersInsideArguments) {
+  EXPECT_EQ(kvl::format("%@ %@", "%@", "b"), "%@ b");
+}
+
+TEST(LogTest, LeavesOtherPercentSignsAlone) {
+  EXPECT_EQ(kvl::format("50% of %x"), "50% of %x");
+}
+
+TEST(LogTest, OneDiagnosticIsOneLine) {
+  const kvltest::LogCapture log;
+  kvl::log("a\nb\rc\td %@", std::string_view("\x01\x7f", 2));
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_EQ(log.lines()[0], "a\\nb\\rc\\td \\x01\\x7f");
+}
+
+TEST(LogTest, KeepsTextOutsideASCII) {
+  const kvltest::LogCapture log;
+  kvl::log("\u2026%@", "\u2013");
+  EXPECT_EQ(log.lines().at(0), "\u2026\u2013");
+}
+
+TEST(LogTest, CallsTheSinkOneAtATime) {
+  int calls = 0;  // unguarded on purpose: the thread sanitizer watches
+  const auto previous = kvl::setLogSink([&calls](std::string_view) { ++calls; });
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int line = 0; line < 100; ++line) kvl::log("line %ld", line);
+    });
+  }
+  threads.clear();
+  kvl::setLogSink(previous);
+  EXPECT_EQ(calls, 400);
+}
+
+TEST(LogTest, WritesToTheSystemLogWithoutASink) {
+  // Nobody may be listening; the line then reaches standard error.
+  testing::internal::CaptureStderr();
+  kvl::logLine("a line for the system");
+  const auto text = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(text.empty() || text == "a line for the system\n") << text;
+}
+
+}  // namespace

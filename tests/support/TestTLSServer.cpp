@@ -1,0 +1,172 @@
+#include "tests/support/TestTLSServer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <openssl/err.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace kvl::testing {
+namespace {
+
+constexpr int kBacklog = 512;
+
+SSL_CTX* makeContext(const TestServerOptions& options) {
+  SSL_CTX* context = SSL_CTX_new(TLS_server_method());
+  SSL_CTX_set_security_level(context, 0);
+  SSL_CTX_set_min_proto_version(context, options.tlsVersion);
+  SSL_CTX_set_max_proto_version(context, options.tlsVersion);
+  SSL_CTX_use_certificate(context, options.identity->certificate.get());
+  SSL_CTX_use_PrivateKey(context, options.identity->key.get());
+  for (const TestIdentity* extra : options.extraChain)
+    SSL_CTX_add1_chain_cert(context, extra->certificate.get());
+  SSL_CTX_set_mode(context, SSL_MODE_NO_AUTO_CHAIN);
+  if (options.clientAuthority != nullptr) {
+    X509_STORE_add_cert(SSL_CTX_get_cert_store(context),
+                        options.clientAuthority->certificate.get());
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+  }
+  return context;
+}
+
+int openListener(std::uint16_t& port) {
+  const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof(address);
+  if (bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+      listen(listener, kBacklog) != 0)
+    throw std::runtime_error("no port for a test server");
+  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+  port = ntohs(address.sin_port);
+  return listener;
+}
+
+std::size_t contentLength(const std::string& head) {
+  for (const char* name : {"Content-Length: ", "content-length: "}) {
+    const auto at = head.find(name);
+    if (at != std::string::npos)
+      return std::strtoul(head.c_str() + at + std::string_view(name).size(), nullptr, 10);
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::size_t TestPeer::receive(char* buffer, std::size_t size) {
+  const auto got = ssl_ != nullptr ? SSL_read(ssl_, buffer, static_cast<int>(size))
+                                   : static_cast<int>(recv(socket_, buffer, size, 0));
+  return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
+std::string TestPeer::readRequest() {
+  constexpr std::string_view kHeadEnd = "\r\n\r\n";
+  std::string request;
+  char buffer[16384];
+  std::size_t whole = std::string::npos;
+  while (request.size() < whole) {
+    const std::size_t got = receive(buffer, sizeof(buffer));
+    if (got == 0) return {};
+    request.append(buffer, got);
+    const auto end = request.find(kHeadEnd);
+    if (whole == std::string::npos && end != std::string::npos)
+      whole = end + kHeadEnd.size() + contentLength(request);
+  }
+  return request;
+}
+
+bool TestPeer::write(std::string_view bytes) {
+  if (ssl_ != nullptr) return SSL_write(ssl_, bytes.data(), static_cast<int>(bytes.size())) > 0;
+  return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0;
+}
+
+void TestPeer::reset() {
+  const linger abrupt{1, 0};
+  setsockopt(socket_, SOL_SOCKET, SO_LINGER, &abrupt, sizeof(abrupt));
+  if (ssl_ != nullptr) SSL_set_quiet_shutdown(ssl_, 1);
+}
+
+std::string TestPeer::clientSubject() const {
+  X509* certificate = ssl_ == nullptr ? nullptr : SSL_get0_peer_certificate(ssl_);
+  if (certificate == nullptr) return {};
+  char text[256];
+  X509_NAME_oneline(X509_get_subject_name(certificate), text, sizeof(text));
+  return text;
+}
+
+TestTLSServer::TestTLSServer(TestServerOptions options, Handler handler)
+    : options_(std::move(options)), handler_(std::move(handler)) {
+  signal(SIGPIPE, SIG_IGN);
+  if (options_.identity != nullptr) context_ = makeContext(options_);
+  listener_ = openListener(port_);
+  acceptor_ = std::thread([this] { accept(); });
+}
+
+TestTLSServer::~TestTLSServer() {
+  shutdown(listener_, SHUT_RDWR);
+  acceptor_.join();
+  {
+    std::lock_guard lock(mutex_);
+    for (const int open : sockets_) shutdown(open, SHUT_RDWR);
+  }
+  for (auto& thread : threads_) thread.join();
+  close(listener_);
+  SSL_CTX_free(context_);
+}
+
+void TestTLSServer::accept() {
+  for (;;) {
+    const int accepted = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (accepted < 0) return;
+    ++connections_;
+    std::lock_guard lock(mutex_);
+    sockets_.push_back(accepted);
+    threads_.emplace_back([this, accepted] { serve(accepted); });
+  }
+}
+
+void TestTLSServer::serve(int accepted) {
+  SSL* ssl = nullptr;
+  bool ready = !options_.dropsConnections;
+  if (ready && context_ != nullptr) {
+    ssl = SSL_new(context_);
+    SSL_set_fd(ssl, accepted);
+    ready = SSL_accept(ssl) == 1;
+  }
+  TestPeer peer(ssl, accepted);
+  if (ready) handler_(peer);
+  if (ready && ssl != nullptr) SSL_shutdown(ssl);
+  SSL_free(ssl);
+  std::lock_guard lock(mutex_);
+  std::erase(sockets_, accepted);
+  close(accepted);
+}
+
+std::string TestTLSServer::url(std::string_view host, std::string_view path) const {
+  std::string text = context_ != nullptr ? "https://" : "http://";
+  text.append(host).append(":").append(std::to_string(port_)).append(path);
+  return text;
+}
+
+std::string httpResponse(std::string_view body, std::string_view status, std::string_view fields) {
+  std::string text = "HTTP/1.1 ";
+  text.append(status).append("\r\nContent-Length: ").append(std::to_string(body.size()));
+  text.append("\r\n").append(fields).append("\r\n").append(body);
+  return text;
+}
+
+TestTLSServer::Handler answering(std::string response) {
+  return [response = std::move(response)](TestPeer& peer) {
+    while (!peer.readRequest().empty()) {
+      if (!peer.write(response)) return;
+    }
+  };
+}
+
+}  // namespace kvl::testing

@@ -1,0 +1,8 @@
+# ./dev build
+# shellcheck shell=bash
+
+run_build() {
+  local preset rest
+  parse_preset "$@"
+  configure_and_build "$preset" "${rest[@]}"
+}

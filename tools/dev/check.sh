@@ -1,0 +1,87 @@
+# ./dev check: everything that can be wrong without a test failing.
+# shellcheck shell=bash
+source tools/dev/tidy.sh
+
+readonly longest_file=450
+readonly header_flags='-std=c++20 -Wall -Wextra -Wpedantic -Wshadow -Werror -fsyntax-only -Iinclude'
+
+# Words that belong to nobody's tree: paths and numbers of documents and trackers outside it. In
+# pieces, so that this file does not hold them itself.
+readonly foreign_words='spec''ification|sp''ec\.md|shar''ed/(spec|guides|architecture)|'\
+'\bPa''rt [1-5]\.[1-9]\b|\b(iss''ue|iss''ues) #?[0-9]+\b'
+
+check_format() {
+  tree_files '*.h' '*.cpp' | xargs --no-run-if-empty clang-format-19 --dry-run -Werror
+}
+
+# Every public header compiles alone, with both compilers.
+# shellcheck disable=SC2016 # the inner shell expands
+check_headers() {
+  (cd include && find local -name '*.h') | sort |
+    xargs -P "$(nproc)" -I{} bash -c '
+      for compiler in g++ clang++-19; do
+        echo "#include <{}>" | $compiler '"$header_flags"' -x c++ - || exit 255
+      done'
+}
+
+# A project of its own, such as the consumer of the installed package, is built by its test.
+belongs_to_own_project() {
+  grep -qs '^project(' "$(dirname "$1")/CMakeLists.txt"
+}
+
+# Every test, benchmark and fuzz file is compiled by some target.
+check_targets() {
+  local file missing=0
+  while IFS= read -r file; do
+    belongs_to_own_project "$file" && continue
+    grep -qF "\"file\": \"$PWD/$file\"" build/debug/compile_commands.json && continue
+    note "$file belongs to no target"
+    missing=1
+  done < <(tree_files 'tests/*.cpp' 'bench/*.cpp' 'fuzz/*.cpp')
+  return $missing
+}
+
+check_words() {
+  local found=0
+  [ -n "$(tree_files)" ] || return 1
+  if tree_files | xargs -d '\n' grep -InEi "$foreign_words"; then found=1; fi
+  if git_here rev-parse --verify --quiet HEAD >/dev/null &&
+    git_here log --format='%h %B' | grep -nEi "$foreign_words"; then found=1; fi
+  return $found
+}
+
+check_lengths() {
+  tree_files '*.h' '*.cpp' '*.sh' '*.md' '*.cmake' '*CMakeLists.txt' dev .ci/run |
+    xargs wc -l | awk -v limit=$longest_file '
+      $2 != "total" && $1 > limit { print "   " $2 " has " $1 " lines, more than " limit; bad = 1 }
+      END { exit bad }'
+}
+
+check_scripts() {
+  if ! command -v shellcheck >/dev/null; then
+    note 'shellcheck is not installed'
+    return 0
+  fi
+  shellcheck --external-sources dev .ci/run packaging/kvlocal.bash-completion \
+    tools/dev/*.sh
+  tree_files 'tests/*.sh' | xargs --no-run-if-empty shellcheck
+}
+
+# The host that the README shows is the one that is compiled.
+check_readme() {
+  local shown
+  shown=$(awk '/^```cpp$/ { on = 1; next } /^```$/ { if (on) exit } on' README.md)
+  [ "$shown" == "$(cat examples/minimal/main.cpp)" ] && return
+  note 'the first C++ block of README.md differs from examples/minimal/main.cpp'
+  return 1
+}
+
+run_check() {
+  local part failed=()
+  configure_and_build debug
+  for part in format headers targets words lengths scripts readme tidy; do
+    section "Check: $part"
+    if "check_$part"; then note ok; else failed+=("$part"); fi
+  done
+  [ ${#failed[@]} -eq 0 ] || die "failed: ${failed[*]}"
+}

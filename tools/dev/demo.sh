@@ -1,0 +1,222 @@
+# ./dev demo: notary, service and host as separate processes in a session of their own. Every
+# section waits for what it announces; the exit status is 0 only if all of it happened.
+# shellcheck shell=bash
+
+readonly demo_patience=20 # seconds for any one thing to happen
+readonly demo_bin=build/debug/bin
+readonly demo_document=/demo.json
+# Events with consecutive numbers; a request that names the last one goes on with the next.
+readonly demo_stream='/events?interval=400'
+
+demo_pids=()
+demo_dir=
+last_event=0
+
+# Starts a program in the background; its id is then in `started`, its output in the log NAME.
+# start NAME PROGRAM [ARGUMENT...]
+start() {
+  local name=$1
+  shift
+  "$@" >>"$demo_dir/$name.log" 2>&1 </dev/null &
+  started=$!
+  demo_pids+=("$started")
+  note "$name: process $started"
+}
+
+# Ends a process that was started here and waits until it is gone.
+# stop PID [SIGNAL]
+stop() {
+  kill -s "${2:-TERM}" "$1" 2>/dev/null || true
+  wait "$1" 2>/dev/null || true
+}
+
+demo_end() {
+  local status=$? index
+  trap - EXIT INT TERM
+  [ $status -eq 0 ] || demo_show_logs
+  for ((index = ${#demo_pids[@]} - 1; index >= 0; index--)); do stop "${demo_pids[index]}"; done
+  rm -rf "$demo_dir"
+  exit $status
+}
+
+demo_show_logs() {
+  local log
+  for log in "$demo_dir"/*.log; do
+    [ -s "$log" ] || continue
+    section "Log: $(basename "$log" .log)"
+    tail -n 20 "$log"
+  done >&2
+}
+
+# wait_for_file FILE: until it is there and not empty.
+wait_for_file() {
+  local end=$((SECONDS + demo_patience))
+  until [ -s "$1" ]; do
+    [ $SECONDS -lt $end ] || die "$(basename "$1") did not appear within $demo_patience s"
+    sleep 0.05
+  done
+}
+
+wait_for_name() { gdbus wait --session --timeout "$demo_patience" "$1" || die "nobody owns $1"; }
+
+# Shows what the host prints until a line matches PATTERN (as in [[ == ]]), which is then in `line`.
+expect() {
+  local pattern=$1 end=$((SECONDS + demo_patience)) left
+  while left=$((end - SECONDS)) && [ $left -gt 0 ]; do
+    IFS= read -r -t "$left" -u "$host_output" line || break
+    printf '   | %s\n' "$line"
+    check_event
+    # shellcheck disable=SC2053 # a pattern is what is wanted
+    [[ $line == $pattern ]] && return
+  done
+  die "the host did not show: $pattern"
+}
+
+# No event may be missing or come twice, whatever happens to the service.
+check_event() {
+  [[ $line == 'event: '* ]] || return 0
+  local number
+  number=$(value_of id)
+  [ "$number" -eq $((last_event + 1)) ] || die "event $number came after event $last_event"
+  last_event=$number
+}
+
+ask() {
+  note "> $1"
+  printf '%s\n' "$1" >&"$host_input"
+}
+
+# Prints the value after "NAME " in the last line, up to a comma.
+value_of() { sed -n "s/.*$1 \([^,]*\).*/\1/p" <<<"$line"; }
+
+start_session() {
+  section '1. A private session: bus and key store'
+  export HOME=$demo_dir/home XDG_RUNTIME_DIR=$demo_dir/runtime
+  export XDG_DATA_HOME=$HOME XDG_CONFIG_HOME=$HOME XDG_CACHE_HOME=$HOME
+  export DBUS_SESSION_BUS_ADDRESS=unix:path=$demo_dir/runtime/bus
+  unset DISPLAY WAYLAND_DISPLAY korvale_vandrel_notary korvale_vandrel_notary_minimum
+  mkdir -m 700 "$HOME" "$XDG_RUNTIME_DIR"
+  write_bus_configuration >"$demo_dir/bus.conf"
+  start bus dbus-daemon --nofork --nopidfile --nosyslog --config-file="$demo_dir/bus.conf"
+  until [ -S "$XDG_RUNTIME_DIR/bus" ]; do
+    kill -0 "$started" 2>/dev/null || die 'dbus-daemon did not start'
+    sleep 0.05
+  done
+  start keyring gnome-keyring-daemon --foreground --components=secrets \
+    --control-directory="$XDG_RUNTIME_DIR/keyring"
+  wait_for_name org.freedesktop.secrets
+}
+
+# Nothing is activated on this bus: who is on it was started here.
+write_bus_configuration() {
+  cat <<TEXT
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>$DBUS_SESSION_BUS_ADDRESS</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+TEXT
+}
+
+start_service() {
+  rm -f "$demo_dir/state/service.url"
+  start service "$demo_bin/kvlocal-devservice" --state "$demo_dir/state" \
+    --documents "$demo_dir/documents"
+  service_pid=$started
+  wait_for_file "$demo_dir/state/service.url"
+  service_url=$(<"$demo_dir/state/service.url")
+  note "it listens at $service_url"
+}
+
+start_peers() {
+  section '2. The notary and the service'
+  mkdir "$demo_dir/documents"
+  printf '{"message":"hello from the local service","list":[1,2,3]}' \
+    >"$demo_dir/documents$demo_document"
+  start notary "$demo_bin/kvlocal-devnotary" --state "$demo_dir/state"
+  wait_for_name korvale.vandrel.local.notary
+  start_service
+}
+
+start_host() {
+  coproc HOST {
+    exec "$demo_bin/kvlocal-example-console" "$demo_stream" 2>>"$demo_dir/host.log"
+  }
+  demo_pids+=("$HOST_PID")
+  host_pid=$HOST_PID
+  exec {host_output}<&"${HOST[0]}" {host_input}>&"${HOST[1]}"
+}
+
+fetch_document() {
+  ask "$demo_document"
+  expect "fetched: $demo_document: status 200"
+  expect '{*}'
+  [ "$line" == "$(<"$demo_dir/documents$demo_document")" ] || die 'that is not the document'
+}
+
+show_connection() {
+  section '3. A host gets an identity and fetches a document'
+  start_host
+  expect 'progress: Established: *'
+  expect 'identity: *'
+  first_serial=$(value_of serial)
+  fetch_document
+}
+
+show_renewal() {
+  section '4. The identity is renewed'
+  ask renew
+  expect 'identity: *'
+  [ "$(value_of serial)" != "$first_serial" ] || die 'the identity is still the old one'
+  note "serial $first_serial became $(value_of serial)"
+  fetch_document
+}
+
+show_events() {
+  section '5. Events arrive as the service sends them'
+  for _ in 1 2 3; do expect 'event: *'; done
+}
+
+show_recovery() {
+  section '6. The service is killed, and the host recovers once it is back'
+  note "killing process $service_pid"
+  stop "$service_pid" KILL
+  expect 'state: 2'
+  local before=$last_event
+  start_service
+  expect "progress: Established: Notarised for \"${service_url%/}*"
+  fetch_document
+  for _ in 1 2 3; do expect 'event: *'; done
+  note "events 1 to $last_event arrived in order, the last one before the restart was $before"
+}
+
+show_end() {
+  section '7. The end'
+  kill -0 "$host_pid" || die 'the host has crashed'
+  exec {host_input}>&-
+  eval "exec ${HOST[1]}>&-"
+  wait "$host_pid" || die "the host ended with status $?"
+  note 'the host has ended by itself; everything shown above really happened'
+}
+
+run_demo() {
+  configure_and_build debug kvlocal-devnotary kvlocal-devservice kvlocal-example-console >&2
+  demo_dir=$(mktemp -d)
+  trap demo_end EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+  start_session
+  start_peers
+  show_connection
+  show_renewal
+  show_events
+  show_recovery
+  show_end
+}
