@@ -1,0 +1,59 @@
+// The thread on which every handler of the notary's channel runs.
+#pragma once
+
+#include <chrono>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+typedef struct _GMainContext GMainContext;
+typedef struct _GSource GSource;
+
+namespace kvl::ipc {
+
+// One per process, started on first use and never ended: it waits for events without waking up,
+// and nothing has to be joined when the process exits. It runs a main context of its own, which is
+// its thread-default one, so that GLib's asynchronous answers arrive here whatever loop the host
+// runs. All signals are blocked on it: they belong to the host's threads.
+class ReplyThread {
+ public:
+  using Block = std::function<void()>;
+
+  // Calls its block once when it is due, unless it is destroyed before. Only for use on the reply
+  // thread.
+  class Timer {
+   public:
+    Timer() = default;
+    Timer(std::chrono::milliseconds delay, Block block);
+
+   private:
+    struct Cancel {
+      void operator()(GSource* source) const noexcept;
+    };
+    std::unique_ptr<GSource, Cancel> source_;
+  };
+
+  [[nodiscard]] static ReplyThread& shared();
+
+  ReplyThread(const ReplyThread&) = delete;
+  ReplyThread& operator=(const ReplyThread&) = delete;
+
+  // Runs `block` on the reply thread after all blocks posted before it, never before this call
+  // returns on the reply thread itself. May be called from any thread; does not wait.
+  void post(Block block);
+
+ private:
+  ReplyThread();
+  ~ReplyThread() = delete;
+
+  void run();
+  void runPostedBlocks();
+
+  GMainContext* const context_;
+  GSource* const wakeUp_;
+  std::mutex mutex_;
+  std::deque<Block> blocks_;  // protected by mutex_
+};
+
+}  // namespace kvl::ipc

@@ -1,0 +1,49 @@
+// One thread that makes blocking GLib calls for callers that cannot wait for ever.
+#pragma once
+
+#include "platform/security/KeyStore.h"
+
+#include <gio/gio.h>
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+namespace kvl::security {
+
+class DeadlineWorker {
+ public:
+  // Runs on the worker's thread, whose GMainContext is the thread-default one. It shall return soon
+  // after the cancellable is cancelled, and may outlive the call of `run` that brought it: it must
+  // own what it uses.
+  using Job = std::function<Status(GCancellable*)>;
+
+  DeadlineWorker() = default;
+  // Cancels the job that runs and waits for it.
+  ~DeadlineWorker();
+  DeadlineWorker(const DeadlineWorker&) = delete;
+  DeadlineWorker& operator=(const DeadlineWorker&) = delete;
+
+  // Jobs run one after another. errSecNotAvailable when the job has not ended by the deadline: it
+  // is cancelled, or never begun when its turn has not come. The thread starts with the first job.
+  [[nodiscard]] Status run(Job job, Deadline deadline);
+
+ private:
+  struct Task;
+
+  // With the lock held.
+  [[nodiscard]] bool ensureThread();
+  void serve();
+  void perform(Task& task);
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::shared_ptr<Task>> waiting_;
+  std::shared_ptr<Task> current_;
+  bool ending_ = false;
+  std::thread thread_;
+};
+
+}  // namespace kvl::security

@@ -1,0 +1,74 @@
+// Where keys are kept between their making and their deletion. One implementation per kind of
+// store; all behave alike, which one conformance suite checks.
+#pragma once
+
+#include "platform/security/WipedBytes.h"
+
+#include <local/platform/Data.h>
+#include <local/platform/Security.h>
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kvl::security {
+
+// One stored key. `encoded` is DER: PKCS#8 (RFC 5958) for a private key, SubjectPublicKeyInfo for a
+// public one; it wipes itself.
+struct StoredKey {
+  std::string tag;
+  Key::Class keyClass = Key::Class::privateKey;
+  std::string label;
+  std::string comment;
+  std::string description;
+  WipedBytes encoded;
+};
+
+using Deadline = std::chrono::steady_clock::time_point;
+
+// Thread-safe. Every call returns by its deadline, with errSecNotAvailable when the store did not
+// answer in time or cannot be reached at all. Nothing of a key is ever logged.
+class KeyStore {
+ public:
+  virtual ~KeyStore() = default;
+  // A short name for the log, such as "Secret Service".
+  [[nodiscard]] virtual std::string_view name() const noexcept = 0;
+  // Never replaces a key. errSecParam: an empty tag or key, or a text that is not UTF-8 or holds
+  // NUL; errSecDataTooLarge: more than the store takes.
+  [[nodiscard]] virtual Status add(const StoredKey& key, Deadline deadline) = 0;
+  // All keys of the tag, or of every tag that this framework stored when absent. None is a success
+  // too; on failure `keys` stays as it was.
+  [[nodiscard]] virtual Status find(std::optional<std::string_view> tag,
+                                    std::vector<StoredKey>& keys, Deadline deadline) = 0;
+  // Deletes the keys of the tag, narrowed to one class when given. errSecItemNotFound: none there.
+  [[nodiscard]] virtual Status remove(std::string_view tag, std::optional<Key::Class> keyClass,
+                                      Deadline deadline) = 0;
+};
+
+[[nodiscard]] std::shared_ptr<KeyStore> makeSecretServiceKeyStore();
+[[nodiscard]] std::shared_ptr<KeyStore> makeKernelKeyringKeyStore();
+[[nodiscard]] std::shared_ptr<KeyStore> makeMemoryKeyStore();
+
+// How long a store that let its time run out is left alone, so that later calls are quick.
+inline constexpr std::chrono::seconds kHungStorePause{60};
+
+// Keeps keys in the first of `stores` that takes them; the choice is logged when it is not the
+// first store, and again whenever it changes. Finding and removing reach all stores that are
+// available, since keys are spread when one was away for a while. The call's deadline is shared by
+// all stores: one that hangs uses up at most three quarters of the time that is left.
+[[nodiscard]] std::shared_ptr<KeyStore> makeFallbackKeyStore(
+    std::vector<std::shared_ptr<KeyStore>> stores,
+    std::chrono::milliseconds pause = kHungStorePause);
+
+// Time that one operation on the default store may take in all.
+inline constexpr std::chrono::seconds kKeyStoreTimeLimit{2};
+
+// The process's store: Secret Service, kernel keyring, process memory, in this order.
+[[nodiscard]] std::shared_ptr<KeyStore> defaultKeyStore();
+// For tests. Null restores the default.
+void setDefaultKeyStore(std::shared_ptr<KeyStore> store);
+
+}  // namespace kvl::security

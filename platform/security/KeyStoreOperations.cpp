@@ -1,0 +1,116 @@
+// The operations on keys in the default key store.
+#include "platform/security/KeyEncoding.h"
+#include "platform/security/KeyQuery.h"
+#include "platform/security/OpenSSLAccess.h"
+#include "platform/security/Operations.h"
+
+#include <openssl/rsa.h>
+
+namespace kvl::security {
+namespace {
+
+struct KeyPair {
+  KeyRef publicKey;
+  KeyRef privateKey;
+};
+
+Deadline operationDeadline() {
+  return std::chrono::steady_clock::now() + kKeyStoreTimeLimit;
+}
+
+// The public half as an object that has no private part to give away.
+KeyRef publicHalf(EVP_PKEY* pair) {
+  unsigned char* buffer = nullptr;
+  const int size = i2d_PUBKEY(pair, &buffer);
+  const OpenSSLPtr<unsigned char> owner(buffer);
+  if (size <= 0) return nullptr;
+  return decodeKey({buffer, static_cast<std::size_t>(size)}, Key::Class::publicKey);
+}
+
+std::optional<KeyPair> generatePair(unsigned int sizeInBits) {
+  const ErrorQueueMark mark;
+  OpenSSLPtr<EVP_PKEY> pair(EVP_RSA_gen(sizeInBits));
+  if (!pair) return std::nullopt;
+  KeyRef publicKey = publicHalf(pair.get());
+  if (!publicKey) return std::nullopt;
+  return KeyPair{std::move(publicKey), makeKey(pair.release(), Key::Class::privateKey)};
+}
+
+StoredKey entryFor(const KeyRef& key, const KeyPairParameters& parameters) {
+  return {parameters.tag,     key->keyClass(),        parameters.label,
+          parameters.comment, parameters.description, encodeKey(*key)};
+}
+
+// Both halves or none: the public one goes first, so that no private key stays behind alone.
+Status storePair(const KeyPair& pair, const KeyPairParameters& parameters) {
+  const std::shared_ptr<KeyStore> store = defaultKeyStore();
+  const Deadline deadline = operationDeadline();
+  Status status = store->add(entryFor(pair.publicKey, parameters), deadline);
+  if (status != kSuccess) return status;
+  status = store->add(entryFor(pair.privateKey, parameters), deadline);
+  if (status != kSuccess)
+    // What is left then is a public key without a use, which the next deletion takes away.
+    static_cast<void>(store->remove(parameters.tag, Key::Class::publicKey, operationDeadline()));
+  return status;
+}
+
+bool belongTogether(const Certificate& certificate, const Key& privateKey) {
+  const ErrorQueueMark mark;
+  const EVP_PKEY* certified = X509_get0_pubkey(nativeCertificate(certificate));
+  return certified != nullptr && EVP_PKEY_eq(certified, nativeKey(privateKey)) == 1;
+}
+
+}  // namespace
+
+Status SecKeyGeneratePair(const Dictionary& parameters, KeyRef* publicKey, KeyRef* privateKey) {
+  keepOpenSSLUntilTheEnd();
+  const std::optional<KeyPairParameters> read = readKeyPairParameters(parameters);
+  if (!read) return errSecParam;
+  const std::optional<KeyPair> pair = generatePair(read->sizeInBits);
+  if (!pair) return errSecInternalComponent;
+  if (const Status status = storePair(*pair, *read); status != kSuccess) return status;
+  if (publicKey != nullptr) *publicKey = pair->publicKey;
+  if (privateKey != nullptr) *privateKey = pair->privateKey;
+  return kSuccess;
+}
+
+Status SecItemDelete(const Dictionary& query) {
+  const std::optional<KeyQuery> read = readKeyQuery(query);
+  if (!read) return errSecParam;
+  if (read->matchesNothing) return errSecItemNotFound;
+  return defaultKeyStore()->remove(read->tag, read->keyClass, operationDeadline());
+}
+
+Status SecItemCopyMatching(const Dictionary& query, std::vector<KeyRef>& keys) {
+  const std::optional<KeyQuery> read = readKeyQuery(query);
+  if (!read) return errSecParam;
+  std::vector<StoredKey> stored;
+  const Status status = defaultKeyStore()->find(read->tag, stored, operationDeadline());
+  if (status != kSuccess) return status;
+  std::vector<KeyRef> found;
+  for (const StoredKey& entry : stored) {
+    if (read->matchesNothing || (read->keyClass && *read->keyClass != entry.keyClass)) continue;
+    if (!found.empty() && !read->matchesAll) break;
+    if (KeyRef key = decodeKey(entry.encoded, entry.keyClass)) found.push_back(std::move(key));
+  }
+  if (found.empty()) return errSecItemNotFound;
+  keys = std::move(found);
+  return kSuccess;
+}
+
+Status SecIdentityCreateWithCertificate(const CertificateRef& certificate, IdentityRef& identity) {
+  if (!certificate) return errSecParam;
+  std::vector<StoredKey> stored;
+  const Status status = defaultKeyStore()->find(std::nullopt, stored, operationDeadline());
+  if (status != kSuccess) return status;
+  for (const StoredKey& entry : stored) {
+    if (entry.keyClass != Key::Class::privateKey) continue;
+    KeyRef key = decodeKey(entry.encoded, Key::Class::privateKey);
+    if (!key || !belongTogether(*certificate, *key)) continue;
+    identity = std::make_shared<const Identity>(certificate, std::move(key));
+    return kSuccess;
+  }
+  return errSecItemNotFound;
+}
+
+}  // namespace kvl::security

@@ -1,0 +1,158 @@
+#include "platform/security/TrustEvaluation.h"
+
+#include "platform/security/HostCheck.h"
+#include "platform/security/OpenSSLAccess.h"
+#include "platform/security/TrustVerdict.h"
+
+#include <openssl/x509v3.h>
+
+#include <algorithm>
+
+namespace kvl {
+
+Trust::~Trust() = default;
+
+namespace security {
+namespace {
+
+using CertificateStack = OpenSSLPtr<STACK_OF(X509)>;
+
+// What OpenSSL demands of keys and digests by default in TLS: 112 bits, so no RSA below 2048 bits
+// and no SHA-1.
+constexpr int kSecurityLevel = 2;
+
+CertificateStack stackOf(const std::vector<CertificateRef>& certificates) {
+  CertificateStack stack(sk_X509_new_null());
+  for (const CertificateRef& certificate : certificates) {
+    X509* native = nativeCertificate(*certificate);
+    if (sk_X509_push(stack.get(), native) > 0) X509_up_ref(native);
+  }
+  return stack;
+}
+
+// One run of OpenSSL's chain verification that does not stop at the first fault.
+class Verification {
+ public:
+  Verification(const std::vector<CertificateRef>& chain, const std::vector<CertificateRef>& anchors)
+      : chain_(stackOf(chain)), anchors_(stackOf(anchors)) {}
+
+  // Absent when the verification could not be carried out.
+  std::optional<std::vector<TrustFault>> run() {
+    const ErrorQueueMark mark;
+    if (!store_ || !context_ || !prepare()) return std::nullopt;
+    const bool verified = X509_verify_cert(context_.get()) == 1;
+    // The callback forgives every fault, so a failure without one is no verdict.
+    if (!verified && faults_.empty()) return std::nullopt;
+    return std::move(faults_);
+  }
+
+ private:
+  bool prepare() {
+    X509_STORE_CTX* context = context_.get();
+    if (X509_STORE_CTX_init(context, store_.get(), sk_X509_value(chain_.get(), 0), chain_.get()) !=
+            1 ||
+        X509_STORE_CTX_set_purpose(context, X509_PURPOSE_SSL_SERVER) != 1 ||
+        X509_STORE_CTX_set_app_data(context, this) != 1)
+      return false;
+    X509_STORE_CTX_set0_trusted_stack(context, anchors_.get());
+    X509_STORE_CTX_set_flags(context, X509_V_FLAG_PARTIAL_CHAIN);
+    X509_VERIFY_PARAM_set_auth_level(X509_STORE_CTX_get0_param(context), kSecurityLevel);
+    X509_STORE_CTX_set_verify_cb(context, &Verification::record);
+    return true;
+  }
+
+  static int record(int isGood, X509_STORE_CTX* context) {
+    if (isGood == 1) return 1;
+    auto* self = static_cast<Verification*>(X509_STORE_CTX_get_app_data(context));
+    self->faults_.push_back(
+        {X509_STORE_CTX_get_error(context), X509_STORE_CTX_get_error_depth(context)});
+    return 1;
+  }
+
+  CertificateStack chain_;
+  CertificateStack anchors_;
+  // Stays empty: the anchors are all that is trusted.
+  OpenSSLPtr<X509_STORE> store_{X509_STORE_new()};
+  OpenSSLPtr<X509_STORE_CTX> context_{X509_STORE_CTX_new()};
+  std::vector<TrustFault> faults_;
+};
+
+class ChainTrust final : public ServerTrust {
+ public:
+  ChainTrust(std::vector<CertificateRef> chain, bool decodable, std::string host)
+      : chain_(std::move(chain)), decodable_(decodable), host_(std::move(host)) {}
+
+  Status setAnchorCertificates(const std::vector<CertificateRef>& anchors) override {
+    if (anchors.empty() || std::ranges::count(anchors, nullptr) > 0) return errSecParam;
+    anchors_ = anchors;
+    return kSuccess;
+  }
+
+  Status evaluate(TrustResult& result) override {
+    if (!decodable_) return errSecDecode;
+    if (chain_.empty()) return errSecParam;
+    std::optional<std::vector<TrustFault>> faults = Verification(chain_, anchors_).run();
+    if (!faults) return errSecInternalComponent;
+    if (const int error = checkHost(*chain_.front(), host_)) faults->push_back({error, 0});
+    verdict_ = judge(*faults);
+    result = verdict_->result;
+    return kSuccess;
+  }
+
+  Status legacyResultCode(std::int32_t& code) const override {
+    if (!verdict_) return errSecParam;
+    code = verdict_->resultCode;
+    return kSuccess;
+  }
+
+  std::optional<Dictionary> copyResult() const override {
+    if (!verdict_) return std::nullopt;
+    const TrustFault& fault = verdict_->fault;
+    Dictionary result{{"result", static_cast<std::uint32_t>(verdict_->result)},
+                      {"error", fault.error},
+                      {"reason", X509_verify_cert_error_string(fault.error)},
+                      {"depth", fault.depth},
+                      {"host", host_}};
+    describeCertificate(fault.depth, result);
+    return result;
+  }
+
+  std::vector<CertificateRef> certificates() const override { return chain_; }
+
+  int verifyError() const override { return verdict_ ? verdict_->fault.error : X509_V_OK; }
+
+ private:
+  // A fault beyond what the server sent lies in the anchor.
+  void describeCertificate(int depth, Dictionary& result) const {
+    const auto index = static_cast<std::size_t>(std::max(depth, 0));
+    const Certificate& culprit = *chain_[std::min(index, chain_.size() - 1)];
+    result.set("subject", culprit.subject());
+    result.set("issuer", culprit.issuer());
+  }
+
+  const std::vector<CertificateRef> chain_;
+  const bool decodable_;
+  const std::string host_;
+  std::vector<CertificateRef> anchors_;
+  std::optional<TrustVerdict> verdict_;
+};
+
+}  // namespace
+
+std::shared_ptr<ServerTrust> makeServerTrust(const std::vector<Data>& chain, std::string host) {
+  std::vector<CertificateRef> certificates;
+  for (const Data& der : chain) {
+    CertificateRef certificate = decodeCertificate(der.bytes());
+    if (certificate) certificates.push_back(std::move(certificate));
+  }
+  const bool decodable = certificates.size() == chain.size();
+  return std::make_shared<ChainTrust>(std::move(certificates), decodable, std::move(host));
+}
+
+}  // namespace security
+
+TrustRef Trust::trustForServer(const std::vector<Data>& certificates, std::string host) {
+  return security::makeServerTrust(certificates, std::move(host));
+}
+
+}  // namespace kvl

@@ -1,0 +1,121 @@
+#include "platform/urlloading/EasyOptions.h"
+
+#include "platform/urlloading/ASCII.h"
+
+#include <limits>
+#include <string>
+
+namespace kvl::urlloading {
+namespace {
+
+// Idle deadlines are the engine's; libcurl's own connect time-out (300 s) must not come before.
+constexpr long kNoConnectTimeoutMilliseconds = std::numeric_limits<int>::max();
+// libcurl 7.88 spins when a slow reader takes a large body over HTTP/2.
+constexpr std::size_t kLargestHTTP2Body = std::size_t{1} << 20;
+constexpr const char* kLoadedProtocols = "http,https";
+
+// The message's framing is the loader's business, and cookies go through libcurl's own list.
+bool isSetElsewhere(std::string_view name) {
+  return equalIgnoringCase(name, "Content-Length") ||
+         equalIgnoringCase(name, "Transfer-Encoding") || equalIgnoringCase(name, "Cookie");
+}
+
+void append(HeaderList& list, const std::string& line) {
+  if (curl_slist* longer = curl_slist_append(list.get(), line.c_str())) {
+    static_cast<void>(list.release());
+    list.reset(longer);
+  }
+}
+
+// libcurl takes "Name:" for a field to leave out and "Name;" for one without a value.
+std::string fieldLine(const HeaderFields::Field& field) {
+  return trimmed(field.second).empty() ? field.first + ";" : field.first + ": " + field.second;
+}
+
+HeaderList makeFields(const HeaderFields& headers) {
+  HeaderList list;
+  for (const auto& field : headers) {
+    if (!isSetElsewhere(field.first)) append(list, fieldLine(field));
+  }
+  for (const char* unwanted : {"Expect", "Content-Type"}) {
+    if (!headers.find(unwanted)) append(list, std::string(unwanted) + ":");
+  }
+  return list;
+}
+
+bool alwaysHasLength(const std::string& method) {
+  return method == "POST" || method == "PUT" || method == "PATCH";
+}
+
+void applyBody(OptionSetter& options, const std::optional<Data>& body) {
+  const std::size_t size = body ? body->size() : 0;
+  options.set(CURLOPT_POST, 1L);
+  options.set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size));
+  options.set(CURLOPT_POSTFIELDS, size == 0 ? "" : reinterpret_cast<const char*>(body->data()));
+}
+
+void applyMethod(OptionSetter& options, const URLRequest& request) {
+  const std::string& method = request.method();
+  if (method == "HEAD") return options.set(CURLOPT_NOBODY, 1L);
+  const bool sendsBody = (request.body() && !request.body()->empty()) || alwaysHasLength(method);
+  if (sendsBody) applyBody(options, request.body());
+  if (method != (sendsBody ? "POST" : "GET")) options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
+}
+
+void applyIndependence(OptionSetter& options) {
+  options.set(CURLOPT_PROXY, "");
+  options.set(CURLOPT_NOPROXY, "*");
+  options.set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
+  options.set(CURLOPT_NOSIGNAL, 1L);
+  options.set(CURLOPT_QUICK_EXIT, 1L);  // a name look-up that hangs must not hold the I/O thread
+}
+
+void applyTLS(OptionSetter& options) {
+  options.set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  options.set(CURLOPT_CAINFO, nullptr);
+  options.set(CURLOPT_CAPATH, nullptr);
+  options.set(CURLOPT_SSL_VERIFYPEER, 1L);
+  options.set(CURLOPT_SSL_VERIFYHOST, 0L);  // the trust's evaluation checks the name
+  // A resumed session would skip the challenges and present the identity of before.
+  options.set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
+}
+
+}  // namespace
+
+bool offersHTTP2(const URLRequest& request) {
+  return !request.body() || request.body()->size() <= kLargestHTTP2Body;
+}
+
+void applyCommonOptions(OptionSetter& options, CURLSH* cookies) {
+  applyIndependence(options);
+  applyTLS(options);
+  options.set(CURLOPT_PROTOCOLS_STR, kLoadedProtocols);
+  options.set(CURLOPT_FOLLOWLOCATION, 0L);
+  options.set(CURLOPT_PATH_AS_IS, 1L);
+  options.set(CURLOPT_CONNECTTIMEOUT_MS, kNoConnectTimeoutMilliseconds);
+  options.set(CURLOPT_ACCEPT_ENCODING, "");
+  options.set(CURLOPT_SHARE, cookies);
+  options.set(CURLOPT_COOKIEFILE, "");
+}
+
+void applyRequest(OptionSetter& options, const URLRequest& request, HeaderList& fields,
+                  bool allowsHTTP2) {
+  fields = makeFields(request.headers());
+  options.set(CURLOPT_URL, request.url()->absoluteString().c_str());
+  options.set(CURLOPT_HTTPHEADER, fields.get());
+  if (const auto cookie = request.headers().find("Cookie"))
+    options.set(CURLOPT_COOKIE, std::string(*cookie).c_str());
+  applyMethod(options, request);
+  options.set(CURLOPT_HTTP_VERSION, allowsHTTP2 && offersHTTP2(request)
+                                        ? static_cast<long>(CURL_HTTP_VERSION_2TLS)
+                                        : static_cast<long>(CURL_HTTP_VERSION_1_1));
+}
+
+void applyOwnConnection(OptionSetter& options) {
+  // HTTP/1.1, because a connection that multiplexes is shared while it is in use.
+  options.set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  options.set(CURLOPT_FRESH_CONNECT, 1L);
+  options.set(CURLOPT_FORBID_REUSE, 1L);
+}
+
+}  // namespace kvl::urlloading

@@ -1,0 +1,42 @@
+// The settings of one transfer.
+#pragma once
+
+#include "platform/urlloading/CurlLibrary.h"
+
+#include <local/platform/URLSession.h>
+
+#include <chrono>
+
+namespace kvl::urlloading {
+
+// Sets options of one easy handle and remembers the first failure.
+class OptionSetter {
+ public:
+  explicit OptionSetter(CURL* easy) noexcept : easy_(easy) {}
+  template <class T>
+  void set(CURLoption option, T value) {
+    const CURLcode code = curl_easy_setopt(easy_, option, value);
+    if (result_ == CURLE_OK) result_ = code;
+  }
+  [[nodiscard]] CURLcode result() const noexcept { return result_; }
+
+ private:
+  CURL* easy_;
+  CURLcode result_ = CURLE_OK;
+};
+
+// What every transfer has in common: nothing of the environment steers it, nothing is remembered
+// outside `cookies`, and trust is decided by the TLS context's own callback.
+void applyCommonOptions(OptionSetter& options, CURLSH* cookies);
+
+// Whether the request may go over HTTP/2 where that is allowed.
+[[nodiscard]] bool offersHTTP2(const URLRequest& request);
+
+// The request line, fields and body. `request` must outlive the transfer.
+void applyRequest(OptionSetter& options, const URLRequest& request, HeaderList& fields,
+                  bool allowsHTTP2);
+
+// For a transfer that may share its connection with no other.
+void applyOwnConnection(OptionSetter& options);
+
+}  // namespace kvl::urlloading

@@ -1,0 +1,318 @@
+#include "platform/urlloading/Engine.h"
+
+#include "platform/urlloading/ErrorMaking.h"
+#include "platform/urlloading/Transfer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+namespace kvl::urlloading {
+namespace {
+
+constexpr int kShortRestMilliseconds = 2;
+
+}  // namespace
+
+Engine::Engine(URLSessionConfiguration configuration)
+    : configuration_(std::move(configuration)),
+      slots_(configuration_.maximumConnectionsPerHost, configuration_.allowsHTTP2) {}
+
+Engine::~Engine() = default;
+
+std::optional<Error> Engine::start(std::shared_ptr<DataTaskObject> task, URLRequest request) {
+  const std::string text(request.urlText());
+  std::lock_guard lock(mutex_);
+  if (invalidated_ || abandoned_) return makeURLError(NSURLErrorCancelled, text);
+  if (!ensureThread()) return makeSystemError(EAGAIN, text);
+  const auto identifier = task->taskIdentifier();
+  running_.emplace(identifier, task);
+  post({Command::Kind::start, identifier, std::move(task), std::move(request)});
+  return std::nullopt;
+}
+
+bool Engine::ensureThread() {
+  if (threadRuns_) return true;
+  if (!prepareCurl()) return false;
+  multi_.reset(curl_multi_init());
+  cookies_.reset(curl_share_init());
+  if (!multi_ || !cookies_) return false;
+  curl_share_setopt(cookies_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
+  curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
+  const auto self = shared_from_this();
+  threadRuns_ = startIOThread(self, [self] { self->run(); });
+  return threadRuns_;
+}
+
+void Engine::cancel(std::uint64_t identifier) {
+  std::lock_guard lock(mutex_);
+  if (running_.contains(identifier)) post({Command::Kind::cancel, identifier, nullptr, {}});
+}
+
+void Engine::unpause(std::uint64_t identifier) {
+  std::lock_guard lock(mutex_);
+  if (running_.contains(identifier)) post({Command::Kind::unpause, identifier, nullptr, {}});
+}
+
+void Engine::post(Command command) {
+  commands_.push_back(std::move(command));
+  wake();
+}
+
+void Engine::wake() {
+  if (multi_) curl_multi_wakeup(multi_.get());
+}
+
+void Engine::invalidate() {
+  std::lock_guard lock(mutex_);
+  invalidated_ = true;
+  wake();
+}
+
+bool Engine::isInvalidated() const {
+  std::lock_guard lock(mutex_);
+  return invalidated_;
+}
+
+std::vector<std::shared_ptr<DataTaskObject>> Engine::runningTasks() const {
+  std::vector<std::shared_ptr<DataTaskObject>> tasks;
+  std::lock_guard lock(mutex_);
+  for (const auto& [identifier, task] : running_) tasks.push_back(task);
+  return tasks;
+}
+
+void Engine::abandon() {
+  {
+    std::lock_guard lock(mutex_);
+    abandoned_ = true;
+    wake();
+  }
+  for (const auto& task : runningTasks()) task->abortChallenge();
+}
+
+void Engine::run() {
+  std::vector<Command> commands;
+  while (takeCommands(commands)) {
+    for (Command& command : commands) execute(command);
+    commands.clear();
+    step();
+    rest();
+  }
+  tearDown();
+}
+
+// When one exchange takes another's data off their connection, libcurl 7.88 can drop the timer that
+// tells the other one: it compares times in whole milliseconds. The other one reads its data in the
+// next pass, whenever that is. So a long wait begins only after a pass before which no socket,
+// timer or command had anything to do.
+void Engine::rest() {
+  const bool wasRestless = std::exchange(restless_, true);
+  // A wake-up can be swallowed while libcurl works: the queue itself is what counts.
+  if (hasWork() || isGrowing()) return;
+  const bool isShort = wasRestless && transfers_.size() > 1;
+  const bool timerWasDue = timerIsDue();
+  const int longest = pollMilliseconds();
+  int ready = 0;
+  curl_multi_poll(multi_.get(), nullptr, 0,
+                  isShort ? std::min(longest, kShortRestMilliseconds) : longest, &ready);
+  restless_ = !isShort || timerWasDue || ready > 0 || hasWork();
+}
+
+bool Engine::isGrowing() const {
+  return std::ranges::any_of(transfers_,
+                             [](const auto& entry) { return entry.second->isGrowing(); });
+}
+
+bool Engine::timerIsDue() const {
+  long milliseconds = -1;
+  curl_multi_timeout(multi_.get(), &milliseconds);
+  return milliseconds == 0;
+}
+
+bool Engine::isReady() const {
+  int ready = 0;
+  curl_multi_poll(multi_.get(), nullptr, 0, 0, &ready);
+  return ready > 0 || timerIsDue();
+}
+
+bool Engine::hasWork() const {
+  std::lock_guard lock(mutex_);
+  return !commands_.empty() || isOver();
+}
+
+bool Engine::isOver() const {
+  return abandoned_ || (invalidated_ && running_.empty());
+}
+
+bool Engine::takeCommands(std::vector<Command>& commands) {
+  std::lock_guard lock(mutex_);
+  if (isOver()) return false;
+  commands.swap(commands_);
+  return true;
+}
+
+void Engine::execute(Command& command) {
+  switch (command.kind) {
+    case Command::Kind::start:
+      return begin(command);
+    case Command::Kind::cancel:
+      return stop(command.identifier);
+    case Command::Kind::unpause:
+      if (const auto found = transfers_.find(command.identifier); found != transfers_.end())
+        found->second->unpause();
+      return;
+  }
+}
+
+void Engine::begin(Command& command) {
+  auto transfer = std::make_unique<Transfer>(std::move(command.task), std::move(*command.request),
+                                             configuration_, cookies_.get());
+  Transfer& begun = *transfer;
+  transfers_.emplace(command.identifier, std::move(transfer));
+  if (begun.task().isCancelled()) return end(begun, begun.outcome(CURLE_OK));
+  launch(begun);
+}
+
+void Engine::launch(Transfer& transfer) {
+  const auto identifier = transfer.task().taskIdentifier();
+  if (slots_.admit(identifier, transfer.host(), std::chrono::steady_clock::now())) {
+    return perform(transfer);
+  }
+  transfer.waitInLine();
+  if (slots_.isRevealed(identifier)) transfer.forgetTimeInLine();
+}
+
+void Engine::launchAdmitted() {
+  // An exchange that fails at once makes room for the next.
+  for (auto admitted = slots_.takeAdmitted(); !admitted.empty(); admitted = slots_.takeAdmitted()) {
+    for (const auto identifier : admitted) {
+      if (const auto found = transfers_.find(identifier); found != transfers_.end()) {
+        perform(*found->second);
+      }
+    }
+  }
+}
+
+void Engine::perform(Transfer& transfer) {
+  const CURLcode code = transfer.prepare();
+  if (code != CURLE_OK) return end(transfer, transfer.outcome(code));
+  if (curl_multi_add_handle(multi_.get(), transfer.easy()) != CURLM_OK)
+    end(transfer, transfer.outcome(CURLE_FAILED_INIT));
+}
+
+void Engine::stop(std::uint64_t identifier) {
+  const auto found = transfers_.find(identifier);
+  if (found != transfers_.end()) end(*found->second, found->second->outcome(CURLE_OK));
+}
+
+void Engine::step() {
+  const auto began = std::chrono::steady_clock::now();
+  int running = 0;
+  curl_multi_perform(multi_.get(), &running);
+  leaveOutChallenges();
+  flushBodies(began);
+  noteConnections();
+  reapFinished();
+  expireIdle();
+  launchAdmitted();
+}
+
+void Engine::noteConnections() {
+  bool revealed = slots_.endProbes(std::chrono::steady_clock::now());
+  for (const auto& [identifier, transfer] : transfers_) {
+    const auto multiplexes = transfer->takeConnectionKind();
+    if (!multiplexes) continue;
+    const bool known = slots_.isRevealed(identifier);
+    // An exchange that was not free to choose says nothing new about a host that is known.
+    if (known && !transfer->mayMultiplex()) continue;
+    slots_.reveal(identifier, *multiplexes);
+    revealed = revealed || !known;
+  }
+  if (!revealed) return;
+  for (const auto& [identifier, transfer] : transfers_) {
+    if (slots_.isRevealed(identifier)) transfer->forgetTimeInLine();
+  }
+}
+
+void Engine::flushBodies(SteadyTime passBegan) {
+  const bool collects = std::ranges::any_of(
+      transfers_, [](const auto& entry) { return entry.second->collectsEvents(); });
+  const bool isMore = collects && isReady();
+  for (const auto& [identifier, transfer] : transfers_) transfer->flush(isMore, passBegan);
+}
+
+void Engine::leaveOutChallenges() {
+  std::chrono::steady_clock::duration waited{};
+  for (const auto& [identifier, transfer] : transfers_) waited += transfer->takeTimeInChallenges();
+  if (waited == std::chrono::steady_clock::duration::zero()) return;
+  for (const auto& [identifier, transfer] : transfers_) transfer->postponeDeadline(waited);
+}
+
+void Engine::reapFinished() {
+  int left = 0;
+  while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
+    if (message->msg != CURLMSG_DONE) continue;
+    const CURLcode code = message->data.result;
+    Transfer* transfer = nullptr;
+    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
+    finishExchange(*transfer, code);
+  }
+}
+
+void Engine::finishExchange(Transfer& transfer, CURLcode code) {
+  if (!transfer.follow()) return end(transfer, transfer.outcome(code));
+  curl_multi_remove_handle(multi_.get(), transfer.easy());
+  slots_.release(transfer.task().taskIdentifier());
+  launch(transfer);
+}
+
+void Engine::expireIdle() {
+  const auto now = std::chrono::steady_clock::now();
+  std::vector<Transfer*> expired;
+  for (const auto& [identifier, transfer] : transfers_) {
+    if (transfer->deadline() <= now) expired.push_back(transfer.get());
+  }
+  for (Transfer* transfer : expired) end(*transfer, transfer->timedOut());
+}
+
+void Engine::end(Transfer& transfer, TaskOutcome outcome) {
+  const auto identifier = transfer.task().taskIdentifier();
+  const auto owned = transfers_.extract(identifier);
+  curl_multi_remove_handle(multi_.get(), transfer.easy());
+  slots_.release(identifier);
+  transfer.flushRest();
+  std::shared_ptr<DataTaskObject> task;
+  {
+    std::lock_guard lock(mutex_);
+    const auto running = running_.extract(identifier);
+    task = running.mapped();
+  }
+  task->complete(std::move(outcome));
+}
+
+int Engine::pollMilliseconds() const {
+  using std::chrono::milliseconds;
+  constexpr milliseconds kLongest{std::numeric_limits<int>::max()};
+  auto earliest = slots_.nextProbeEnd().value_or(SteadyTime::max());
+  for (const auto& [identifier, transfer] : transfers_)
+    earliest = std::min({earliest, transfer->deadline(), transfer->nextFlush()});
+  if (earliest == SteadyTime::max()) return static_cast<int>(kLongest.count());
+  const auto left = std::chrono::ceil<milliseconds>(earliest - std::chrono::steady_clock::now());
+  return static_cast<int>(std::clamp(left, milliseconds::zero(), kLongest).count());
+}
+
+void Engine::tearDown() {
+  for (const auto& [identifier, transfer] : transfers_)
+    curl_multi_remove_handle(multi_.get(), transfer->easy());
+  transfers_.clear();
+  MultiHandle multi;
+  {
+    std::lock_guard lock(mutex_);
+    multi = std::move(multi_);
+  }
+  multi.reset();
+  cookies_.reset();
+}
+
+}  // namespace kvl::urlloading

@@ -1,0 +1,66 @@
+// How many exchanges run with one host at a time.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kvl::urlloading {
+
+// Admits exchanges in the order in which they ask. Until a connection to a host shows whether it
+// multiplexes, one exchange probes it, so that a host that does gets one connection; then as many
+// run as one connection carries streams, or as there may be connections. A host with which nothing
+// runs is forgotten. libcurl's own limit and waiting list are left alone, since in 7.88 an exchange
+// on that list is sometimes never taken up again. One thread at a time.
+class HostSlots {
+ public:
+  using Identifier = std::uint64_t;
+  using Time = std::chrono::steady_clock::time_point;
+
+  // How long others wait for the exchange that probes their host.
+  static constexpr std::chrono::seconds kProbingTime{2};
+
+  // Without `mayMultiplex` no host ever does, and nothing has to be found out.
+  HostSlots(int connections, bool mayMultiplex);
+
+  // Whether the exchange may begin; otherwise it waits until `takeAdmitted` names it.
+  [[nodiscard]] bool admit(Identifier identifier, const std::string& host, Time now);
+  // Gives up the exchange's slot, or its place among those that wait.
+  void release(Identifier identifier);
+  // This running exchange's connection shows what its host does.
+  void reveal(Identifier identifier, bool multiplexes);
+  // Whether the host of the exchange has shown what it does, or was given up finding out.
+  [[nodiscard]] bool isRevealed(Identifier identifier) const;
+  // Lets those go on that have waited for a probe long enough; true when there were any.
+  bool endProbes(Time now);
+  // When `endProbes` is due, if anybody waits for a probe.
+  [[nodiscard]] std::optional<Time> nextProbeEnd() const;
+  // Exchanges that waited and may begin now.
+  [[nodiscard]] std::vector<Identifier> takeAdmitted();
+
+ private:
+  struct Host {
+    std::set<Identifier> running;
+    std::deque<Identifier> waiting;
+    bool revealed = false;
+    std::size_t room = 1;
+    Time probedSince;
+  };
+  using Hosts = std::map<std::string, Host>;
+  [[nodiscard]] static bool isProbed(const Host& host);
+  void open(Host& host, std::size_t room);
+  void admitWaiting(Host& host);
+
+  const std::size_t connections_;
+  const bool mayMultiplex_;
+  Hosts hosts_;
+  std::map<Identifier, Hosts::iterator> places_;
+  std::vector<Identifier> admitted_;
+};
+
+}  // namespace kvl::urlloading

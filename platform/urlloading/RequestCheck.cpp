@@ -1,0 +1,43 @@
+#include "platform/urlloading/RequestCheck.h"
+
+#include "platform/urlloading/ASCII.h"
+#include "platform/urlloading/ErrorMaking.h"
+
+#include <algorithm>
+
+namespace kvl::urlloading {
+
+URLRequest withAdditionalHeaders(URLRequest request, const HeaderFields& additional) {
+  const HeaderFields own = request.headers();
+  for (const auto& [name, value] : additional) {
+    if (!own.find(name)) request.headers().append(name, value);
+  }
+  return request;
+}
+
+std::optional<Error> requestFault(const URLRequest& request) {
+  const auto text = request.urlText();
+  if (!request.url()) return makeURLError(NSURLErrorBadURL, text);
+  if (!isLoadable(*request.url())) return makeURLError(NSURLErrorUnsupportedURL, text);
+  if (!isToken(request.method()))
+    return makeInvalidRequestError("The request's method is not valid.", text);
+  const auto& headers = request.headers();
+  const bool sendable = std::all_of(headers.begin(), headers.end(), [](const auto& field) {
+    return isSendableHeaderField(field.first, field.second);
+  });
+  if (!sendable)
+    return makeInvalidRequestError("A header field of the request is not valid.", text);
+  return std::nullopt;
+}
+
+bool isLoadable(const URL& url) noexcept {
+  const auto scheme = url.scheme();
+  return scheme && (equalIgnoringCase(*scheme, "https") || equalIgnoringCase(*scheme, "http"));
+}
+
+bool isSecure(const URL& url) noexcept {
+  const auto scheme = url.scheme();
+  return scheme && equalIgnoringCase(*scheme, "https");
+}
+
+}  // namespace kvl::urlloading

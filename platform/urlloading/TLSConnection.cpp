@@ -1,0 +1,132 @@
+#include "platform/urlloading/TLSConnection.h"
+
+#include "platform/security/OpenSSLAccess.h"
+
+#include <openssl/err.h>
+#include <openssl/x509.h>
+
+#include <vector>
+
+namespace kvl::urlloading {
+namespace {
+
+using ConnectionSlot = std::shared_ptr<TLSConnection>;
+
+constexpr int kAlertCodeMask = 0xff;
+constexpr int kAlertLevelShift = 8;
+
+void freeSlot(void*, void* slot, CRYPTO_EX_DATA*, int, long, void*) {
+  delete static_cast<ConnectionSlot*>(slot);
+}
+
+int slotIndex() {
+  static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, freeSlot);
+  return index;
+}
+
+Data encoded(X509* certificate) {
+  const int length = i2d_X509(certificate, nullptr);
+  if (length <= 0) return {};
+  Bytes bytes(static_cast<std::size_t>(length));
+  unsigned char* end = bytes.data();
+  i2d_X509(certificate, &end);
+  return Data(std::move(bytes));
+}
+
+std::vector<Data> sentChain(X509_STORE_CTX* store) {
+  std::vector<Data> chain;
+  STACK_OF(X509)* sent = X509_STORE_CTX_get0_untrusted(store);
+  for (int i = 0; i < sk_X509_num(sent); ++i) chain.push_back(encoded(sk_X509_value(sent, i)));
+  return chain;
+}
+
+bool usesTrust(const ChallengeAnswer& answer, const TrustRef& trust) {
+  return answer.disposition == ChallengeDisposition::useCredential && answer.credential &&
+         answer.credential->trust() == trust;
+}
+
+bool useIdentity(SSL* ssl, const Credential& credential) {
+  const Identity& identity = *credential.identity();
+  if (!identity.certificate() || !identity.privateKey()) return false;
+  const std::unique_ptr<STACK_OF(X509), void (*)(STACK_OF(X509)*)> extra(
+      sk_X509_new_null(), [](STACK_OF(X509) * stack) { sk_X509_free(stack); });
+  for (const CertificateRef& certificate : credential.certificates()) {
+    if (certificate) sk_X509_push(extra.get(), security::nativeCertificate(*certificate));
+  }
+  return SSL_use_cert_and_key(ssl, security::nativeCertificate(*identity.certificate()),
+                              security::nativeKey(*identity.privateKey()), extra.get(), 1) == 1;
+}
+
+}  // namespace
+
+std::shared_ptr<TLSConnection> TLSConnection::attach(SSL_CTX* context, ChallengeSource& source) {
+  auto connection = std::make_shared<TLSConnection>(source);
+  auto slot = std::make_unique<ConnectionSlot>(connection);
+  if (SSL_CTX_set_ex_data(context, slotIndex(), slot.get()) != 1) return nullptr;
+  static_cast<void>(slot.release());
+  // Questions are answered while a connection is made, by the exchange that makes it.
+  SSL_CTX_set_options(context, SSL_OP_NO_RENEGOTIATION);
+  SSL_CTX_set_cert_verify_callback(context, &TLSConnection::verify, connection.get());
+  // Not the client_cert_cb: that one cannot supply the certificates that go with the identity.
+  SSL_CTX_set_cert_cb(context, &TLSConnection::selectCertificate, connection.get());
+  SSL_CTX_set_info_callback(context, &TLSConnection::noteEvent);
+  // libcurl writes the session's secrets to the file that SSLKEYLOGFILE names unless told here.
+  SSL_CTX_set_keylog_callback(context, nullptr);
+  return connection;
+}
+
+std::shared_ptr<TLSConnection> TLSConnection::of(const SSL* ssl) {
+  const auto* slot =
+      static_cast<ConnectionSlot*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), slotIndex()));
+  return slot == nullptr ? nullptr : *slot;
+}
+
+int TLSConnection::verify(X509_STORE_CTX* store, void* connection) {
+  return static_cast<TLSConnection*>(connection)->judge(store);
+}
+
+int TLSConnection::judge(X509_STORE_CTX* store) {
+  ChallengeAnswer answer;
+  if (source_ != nullptr) {
+    const auto trust = security::makeServerTrust(sentChain(store), source_->peerHost());
+    answer = source_->askServerTrust(trust);
+    if (usesTrust(answer, trust)) {
+      X509_STORE_CTX_set_error(store, X509_V_OK);
+      return 1;
+    }
+  }
+  facts_.refusedVerdict = answer.verifyError;
+  // The number becomes the alert that the server is told and the text that libcurl reports.
+  X509_STORE_CTX_set_error(store, answer.verifyError != X509_V_OK
+                                      ? answer.verifyError
+                                      : X509_V_ERR_APPLICATION_VERIFICATION);
+  return 0;
+}
+
+int TLSConnection::selectCertificate(SSL* ssl, void* connection) {
+  static_cast<TLSConnection*>(connection)->present(ssl);
+  return 1;
+}
+
+void TLSConnection::present(SSL* ssl) {
+  facts_.certificateRequested = true;
+  if (source_ == nullptr) return;
+  const ChallengeAnswer answer = source_->askClientCertificate();
+  if (answer.disposition != ChallengeDisposition::useCredential) return;
+  if (!answer.credential || !answer.credential->identity()) return;
+  const security::ErrorQueueMark mark;
+  facts_.certificateOffered = useIdentity(ssl, *answer.credential);
+}
+
+void TLSConnection::noteEvent(const SSL* ssl, int where, int value) {
+  const auto* slot =
+      static_cast<ConnectionSlot*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), slotIndex()));
+  if (slot == nullptr) return;
+  TLSFacts& facts = (*slot)->facts_;
+  if ((where & SSL_CB_HANDSHAKE_DONE) != 0) facts.handshakeDone = true;
+  const bool isFatalAlert = (where & SSL_CB_READ_ALERT) == SSL_CB_READ_ALERT &&
+                            value >> kAlertLevelShift == SSL3_AL_FATAL;
+  if (isFatalAlert) facts.alert = value & kAlertCodeMask;
+}
+
+}  // namespace kvl::urlloading

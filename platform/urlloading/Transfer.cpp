@@ -1,0 +1,305 @@
+#include "platform/urlloading/Transfer.h"
+
+#include "platform/urlloading/ASCII.h"
+#include "platform/urlloading/EasyOptions.h"
+#include "platform/urlloading/ErrorMaking.h"
+#include "platform/urlloading/FailureClassifier.h"
+#include "platform/urlloading/Redirect.h"
+#include "platform/urlloading/RequestCheck.h"
+
+#include <algorithm>
+#include <chrono>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace kvl::urlloading {
+namespace {
+
+constexpr std::uint16_t kHTTPPort = 80;
+constexpr std::uint16_t kHTTPSPort = 443;
+constexpr std::string_view kEventStreamType = "text/event-stream";
+constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
+// The I/O thread waits for the answer, however long the request itself may be silent.
+constexpr std::chrono::seconds kLongestChallenge{60};
+
+const SSL* sslOf(CURL* easy) {
+  const curl_tlssessioninfo* info = nullptr;
+  if (curl_easy_getinfo(easy, CURLINFO_TLS_SSL_PTR, &info) != CURLE_OK || info == nullptr)
+    return nullptr;
+  return static_cast<const SSL*>(info->internals);
+}
+
+std::uint16_t portOf(const URL& url) {
+  return url.port().value_or(isSecure(url) ? kHTTPSPort : kHTTPPort);
+}
+
+bool acceptsEvents(const URLRequest& request) {
+  const auto accepted = request.headers().find("Accept");
+  return accepted && equalIgnoringCase(*accepted, kEventStreamType);
+}
+
+// Whether the connection speaks HTTP/2 (RFC 9113, 3.2).
+bool multiplexes(const SSL& ssl) {
+  const unsigned char* name = nullptr;
+  unsigned int length = 0;
+  SSL_get0_alpn_selected(&ssl, &name, &length);
+  return std::string_view(reinterpret_cast<const char*>(name), length) == "h2";
+}
+
+}  // namespace
+
+Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
+                   const URLSessionConfiguration& configuration, CURLSH* cookies)
+    : task_(std::move(task)),
+      configuration_(configuration),
+      cookies_(cookies),
+      originalURL_(*request.url()),
+      request_(std::move(request)),
+      body_(!task_->wantsBodyInOnePiece() && acceptsEvents(request_) ? PendingBody::Kind::events
+                                                                     : PendingBody::Kind::plain) {}
+
+Transfer::~Transfer() {
+  if (connection_ && ownsHandshake_) connection_->detach();
+}
+
+CURLcode Transfer::prepare() {
+  // A new handle: resetting one that had cookies leaks in libcurl 7.88.
+  easy_.reset(curl_easy_init());
+  if (!easy_) return CURLE_OUT_OF_MEMORY;
+  timeless_ = false;
+  discarded_ = 0;
+  adopt(nullptr);
+  head_ = {};
+  errorText_.fill('\0');
+  uploaded_ = 0;
+  touch();
+  OptionSetter options(easy_.get());
+  applyCommonOptions(options, cookies_);
+  applyRequest(options, request_, fields_, configuration_.allowsHTTP2);
+  // A connection on which the identity is withheld serves nothing else, and the other way round.
+  if (!isSameHost(*request_.url(), originalURL_)) applyOwnConnection(options);
+  installCallbacks(options);
+  return options.result();
+}
+
+void Transfer::installCallbacks(OptionSetter& options) {
+  options.set(CURLOPT_PRIVATE, this);
+  options.set(CURLOPT_ERRORBUFFER, errorText_.data());
+  options.set(CURLOPT_HEADERFUNCTION, &Transfer::onHeaderLine);
+  options.set(CURLOPT_HEADERDATA, this);
+  options.set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+  options.set(CURLOPT_WRITEDATA, this);
+  options.set(CURLOPT_PREREQFUNCTION, &Transfer::onConnected);
+  options.set(CURLOPT_PREREQDATA, this);
+  options.set(CURLOPT_SSL_CTX_FUNCTION, &Transfer::onTLSContext);
+  options.set(CURLOPT_SSL_CTX_DATA, this);
+  if (!request_.body()) return;
+  options.set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+  options.set(CURLOPT_XFERINFODATA, this);
+  options.set(CURLOPT_NOPROGRESS, 0L);
+}
+
+void Transfer::adopt(std::shared_ptr<TLSConnection> connection) {
+  if (connection_ && ownsHandshake_) connection_->detach();
+  connection_ = std::move(connection);
+  ownsHandshake_ = false;
+  responded_ = false;
+}
+
+CURLcode Transfer::onTLSContext(CURL*, void* context, void* transfer) {
+  auto* self = static_cast<Transfer*>(transfer);
+  self->adopt(TLSConnection::attach(static_cast<SSL_CTX*>(context), *self));
+  self->ownsHandshake_ = true;
+  return self->connection_ ? CURLE_OK : CURLE_OUT_OF_MEMORY;
+}
+
+// Called before each request, on new, reused and shared connections alike.
+int Transfer::onConnected(void* transfer, char*, char*, int, int) {
+  auto* self = static_cast<Transfer*>(transfer);
+  self->touch();
+  self->responded_ = false;
+  const SSL* ssl = sslOf(self->easy());
+  self->connectionKind_ = ssl != nullptr && multiplexes(*ssl);
+  auto connection = ssl == nullptr ? nullptr : TLSConnection::of(ssl);
+  if (connection != self->connection_) self->adopt(std::move(connection));
+  return CURL_PREREQFUNC_OK;
+}
+
+std::size_t Transfer::onHeaderLine(char* text, std::size_t, std::size_t size, void* transfer) {
+  auto* self = static_cast<Transfer*>(transfer);
+  self->touch();
+  self->responded_ = true;
+  if (self->connection_) self->connection_->markAnswered();
+  try {
+    if (self->head_.take({text, size})) self->finishHead();
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+  return size;
+}
+
+void Transfer::finishHead() {
+  redirect_ = redirectedRequest(request_, head_.status(), head_.fields());
+  tooManyRedirects_ = redirect_ && redirects_ >= configuration_.maximumRedirects;
+  if (redirect_) return;
+  response_ = std::make_shared<const URLResponse>(
+      URLResponse{*request_.url(), head_.status(), head_.fields(), head_.version()});
+  task_->setResponse(response_);
+}
+
+std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
+  auto* self = static_cast<Transfer*>(transfer);
+  self->touch();
+  // No exception may pass through libcurl.
+  try {
+    return self->redirect_ ? self->discard(size) : self->takeBody(bytes, size);
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+}
+
+// Nobody reads the text of a redirect; one without an end is broken off.
+std::size_t Transfer::discard(std::size_t size) {
+  discarded_ += size;
+  return discarded_ <= kLongestRedirectBody ? size : 0;
+}
+
+std::size_t Transfer::takeBody(const char* bytes, std::size_t size) {
+  if (!task_->wantsBodyInOnePiece() && !task_->takesDelivery()) {
+    paused_ = true;
+    return CURL_WRITEFUNC_PAUSE;
+  }
+  if (size >
+      configuration_.maximumBodySize - std::min(body_.size(), configuration_.maximumBodySize)) {
+    bodyTooLarge_ = task_->wantsBodyInOnePiece();
+    if (bodyTooLarge_) return 0;
+  }
+  body_.append({bytes, size}, lastStep_);
+  return size;
+}
+
+int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded) {
+  auto* self = static_cast<Transfer*>(transfer);
+  if (std::exchange(self->uploaded_, uploaded) != uploaded) self->touch();
+  return 0;
+}
+
+void Transfer::flush(bool isMore, SteadyTime now) {
+  growing_ = false;
+  if (body_.empty() || task_->wantsBodyInOnePiece()) return;
+  const auto source = paused_  ? PendingBody::Source::held
+                      : isMore ? PendingBody::Source::flowing
+                               : PendingBody::Source::quiet;
+  handOver(body_.due(source, now));
+  growing_ = source == PendingBody::Source::flowing && !body_.empty();
+}
+
+void Transfer::flushRest() {
+  if (!task_->wantsBodyInOnePiece()) handOver(body_.size());
+}
+
+void Transfer::handOver(std::size_t count) {
+  if (count > 0) task_->deliver(Data(body_.take(count)));
+}
+
+SteadyTime Transfer::nextFlush() const {
+  return paused_ || task_->wantsBodyInOnePiece() ? SteadyTime::max() : body_.latest();
+}
+
+void Transfer::unpause() {
+  if (!std::exchange(paused_, false)) return;
+  touch();
+  curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
+}
+
+std::string Transfer::host() const {
+  const URL& url = *request_.url();
+  auto text = std::string(*url.scheme()) + "://" + peerHost() + ":" + std::to_string(portOf(url));
+  std::ranges::transform(text, text.begin(), lowered);
+  return text;
+}
+
+bool Transfer::mayMultiplex() const {
+  return configuration_.allowsHTTP2 && isSameHost(*request_.url(), originalURL_) &&
+         offersHTTP2(request_);
+}
+
+SteadyTime Transfer::deadline() const {
+  if (paused_ || timeless_) return SteadyTime::max();
+  const std::chrono::nanoseconds interval =
+      request_.timeoutInterval().value_or(configuration_.timeoutIntervalForRequest);
+  return interval >= SteadyTime::max() - lastStep_ ? SteadyTime::max() : lastStep_ + interval;
+}
+
+std::chrono::steady_clock::duration Transfer::takeTimeInChallenges() {
+  return std::exchange(timeInChallenges_, {});
+}
+
+bool Transfer::follow() {
+  if (!redirect_ || tooManyRedirects_ || task_->isCancelled()) return false;
+  request_ = *std::exchange(redirect_, std::nullopt);
+  ++redirects_;
+  return true;
+}
+
+TaskOutcome Transfer::outcome(CURLcode code) {
+  const std::string text(request_.urlText());
+  if (task_->isCancelled())
+    return {std::nullopt, response_, makeURLError(NSURLErrorCancelled, text)};
+  if (tooManyRedirects_)
+    return {std::nullopt, nullptr, makeURLError(NSURLErrorHTTPTooManyRedirects, text)};
+  if (bodyTooLarge_) {
+    return {std::nullopt, response_, makeURLError(NSURLErrorDataLengthExceedsMaximum, text)};
+  }
+  if (code != CURLE_OK) return {std::nullopt, response_, failure(code)};
+  if (!response_) return {std::nullopt, nullptr, makeURLError(NSURLErrorBadServerResponse, text)};
+  if (!task_->wantsBodyInOnePiece()) return {std::nullopt, response_, std::nullopt};
+  return {Data(body_.take(body_.size())), response_, std::nullopt};
+}
+
+TaskOutcome Transfer::timedOut() const {
+  return {std::nullopt, response_, makeURLError(NSURLErrorTimedOut, request_.urlText())};
+}
+
+Error Transfer::failure(CURLcode code) const {
+  FailureFacts facts{code, std::nullopt, responded_};
+  if (connection_) {
+    facts.tls = connection_->facts();
+    facts.responded = responded_ || facts.tls->answered;
+  }
+  return makeURLError(classify(facts), request_.urlText(), debugText(code));
+}
+
+std::string Transfer::debugText(CURLcode code) const {
+  std::string text = errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(code);
+  if (connection_ && connection_->facts().alert)
+    text += " (TLS alert " + std::to_string(*connection_->facts().alert) + ")";
+  return text;
+}
+
+std::string Transfer::peerHost() const {
+  return std::string(request_.url()->host().value_or(std::string_view{}));
+}
+
+ChallengeAnswer Transfer::askServerTrust(const std::shared_ptr<security::ServerTrust>& trust) {
+  return ask(NSURLAuthenticationMethodServerTrust, trust);
+}
+
+ChallengeAnswer Transfer::askClientCertificate() {
+  if (!isSameHost(*request_.url(), originalURL_)) return {};
+  return ask(NSURLAuthenticationMethodClientCertificate, nullptr);
+}
+
+ChallengeAnswer Transfer::ask(std::string_view method,
+                              const std::shared_ptr<security::ServerTrust>& trust) {
+  const auto start = std::chrono::steady_clock::now();
+  const URL& url = *request_.url();
+  ChallengeAnswer answer = task_->ask({peerHost(), portOf(url), std::string(method), trust}, trust,
+                                      std::min(deadline(), start + kLongestChallenge));
+  touch();
+  timeInChallenges_ += lastStep_ - start;
+  return answer;
+}
+
+}  // namespace kvl::urlloading

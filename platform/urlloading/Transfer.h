@@ -1,0 +1,133 @@
+// One task's exchange with the server, redirects included.
+#pragma once
+
+#include "platform/urlloading/CurlLibrary.h"
+#include "platform/urlloading/DataTaskObject.h"
+#include "platform/urlloading/PendingBody.h"
+#include "platform/urlloading/ResponseHead.h"
+#include "platform/urlloading/TLSConnection.h"
+
+#include <local/platform/URLSession.h>
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace kvl::urlloading {
+
+// On the I/O thread only.
+class Transfer final : private ChallengeSource {
+ public:
+  Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
+           const URLSessionConfiguration& configuration, CURLSH* cookies);
+  ~Transfer() override;
+  Transfer(const Transfer&) = delete;
+  Transfer& operator=(const Transfer&) = delete;
+
+  [[nodiscard]] CURL* easy() const noexcept { return easy_.get(); }
+  [[nodiscard]] DataTaskObject& task() const noexcept { return *task_; }
+
+  // Scheme, host and port that the present request goes to.
+  [[nodiscard]] std::string host() const;
+  // Whether the connection that has just been made or taken multiplexes; absent when none has.
+  [[nodiscard]] std::optional<bool> takeConnectionKind() {
+    return std::exchange(connectionKind_, std::nullopt);
+  }
+  // Whether the present exchange offers HTTP/2.
+  [[nodiscard]] bool mayMultiplex() const;
+  // Nothing is sent until the request is prepared. While nobody could connect to the host yet, the
+  // time-out runs as it does for whoever connects; then waiting for others costs no time.
+  void waitInLine() {
+    adopt(nullptr);
+    easy_.reset();
+    touch();
+  }
+  void forgetTimeInLine() { timeless_ = easy_ == nullptr; }
+  // Sets the easy handle up for the present request. @pre it is in no multi handle.
+  [[nodiscard]] CURLcode prepare();
+  // Takes what libcurl says when the exchange ended. True when a redirect follows: prepare again.
+  [[nodiscard]] bool follow();
+  // What the exchange came to.
+  [[nodiscard]] TaskOutcome outcome(CURLcode code);
+  [[nodiscard]] TaskOutcome timedOut() const;
+
+  // Hands the task what is due of the bytes that the pass begun at `now` has collected. `isMore`:
+  // there is something to read at once.
+  void flush(bool isMore, SteadyTime now);
+  // Whether a chunk of events is being collected.
+  [[nodiscard]] bool collectsEvents() const {
+    return body_.kind() == PendingBody::Kind::events && !body_.empty();
+  }
+  // Hands over all that is left.
+  void flushRest();
+  // Whether the chunk that is being collected grows at once.
+  [[nodiscard]] bool isGrowing() const noexcept { return growing_; }
+  // When `flush` has something to do although nothing arrives.
+  [[nodiscard]] SteadyTime nextFlush() const;
+  // Lets a held-back sender go on.
+  void unpause();
+
+  // When the exchange has been silent for too long.
+  [[nodiscard]] SteadyTime deadline() const;
+  // Leaves out the time in which the I/O thread waited for an answer to a challenge.
+  void postponeDeadline(std::chrono::steady_clock::duration pause) { lastStep_ += pause; }
+  // The time that was spent waiting for answers since the last call.
+  [[nodiscard]] std::chrono::steady_clock::duration takeTimeInChallenges();
+
+ private:
+  static std::size_t onHeaderLine(char* text, std::size_t, std::size_t size, void* transfer);
+  static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* transfer);
+  static int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded);
+  static int onConnected(void* transfer, char*, char*, int, int);
+  static CURLcode onTLSContext(CURL*, void* context, void* transfer);
+
+  std::string peerHost() const override;
+  ChallengeAnswer askServerTrust(const std::shared_ptr<security::ServerTrust>& trust) override;
+  ChallengeAnswer askClientCertificate() override;
+  [[nodiscard]] ChallengeAnswer ask(std::string_view method,
+                                    const std::shared_ptr<security::ServerTrust>& trust);
+
+  void installCallbacks(class OptionSetter& options);
+  void adopt(std::shared_ptr<TLSConnection> connection);
+  void finishHead();
+  [[nodiscard]] std::size_t discard(std::size_t size);
+  [[nodiscard]] std::size_t takeBody(const char* bytes, std::size_t size);
+  void handOver(std::size_t count);
+  [[nodiscard]] Error failure(CURLcode code) const;
+  [[nodiscard]] std::string debugText(CURLcode code) const;
+  void touch() { lastStep_ = std::chrono::steady_clock::now(); }
+
+  const std::shared_ptr<DataTaskObject> task_;
+  const URLSessionConfiguration& configuration_;
+  CURLSH* const cookies_;
+  const URL originalURL_;
+  URLRequest request_;
+  EasyHandle easy_;
+  HeaderList fields_;
+  std::shared_ptr<TLSConnection> connection_;
+  // Whether this transfer opened `connection_`.
+  bool ownsHandshake_ = false;
+  bool responded_ = false;
+
+  ResponseHead head_;
+  URLResponseRef response_;
+  PendingBody body_;
+  bool growing_ = false;
+  std::size_t discarded_ = 0;
+  std::optional<URLRequest> redirect_;
+  int redirects_ = 0;
+  bool tooManyRedirects_ = false;
+  bool bodyTooLarge_ = false;
+
+  bool paused_ = false;
+  bool timeless_ = false;
+  std::optional<bool> connectionKind_;
+  curl_off_t uploaded_ = 0;
+  SteadyTime lastStep_ = std::chrono::steady_clock::now();
+  std::chrono::steady_clock::duration timeInChallenges_{};
+  std::array<char, CURL_ERROR_SIZE> errorText_{};
+};
+
+}  // namespace kvl::urlloading

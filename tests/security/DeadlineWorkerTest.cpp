@@ -1,0 +1,107 @@
+#include "platform/security/DeadlineWorker.h"
+#include "platform/security/GLibPointers.h"
+#include "tests/security/KeyStoreSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <set>
+
+namespace kvl::security {
+namespace {
+
+using kvltest::soon;
+using std::chrono::milliseconds;
+
+// A call that never ends by itself, as one to a provider that hangs.
+Status waitForCancellation(GCancellable* cancellable) {
+  GPollFD poll{};
+  EXPECT_TRUE(g_cancellable_make_pollfd(cancellable, &poll));
+  g_poll(&poll, 1, -1);
+  g_cancellable_release_fd(cancellable);
+  return kSuccess;
+}
+
+TEST(DeadlineWorkerTest, GivesTheJobsAnswer) {
+  DeadlineWorker worker;
+  EXPECT_EQ(worker.run([](GCancellable*) { return Status{42}; }, soon()), 42);
+}
+
+TEST(DeadlineWorkerTest, AllJobsRunOnOneThreadWithAContextOfItsOwn) {
+  DeadlineWorker worker;
+  std::set<std::thread::id> threads;
+  for (int i = 0; i < 3; ++i)
+    (void)worker.run(
+        [&](GCancellable*) {
+          threads.insert(std::this_thread::get_id());
+          EXPECT_NE(g_main_context_get_thread_default(), nullptr);
+          return kSuccess;
+        },
+        soon());
+  EXPECT_EQ(threads.size(), 1U);
+  EXPECT_FALSE(threads.contains(std::this_thread::get_id()));
+}
+
+TEST(DeadlineWorkerTest, AHungJobIsCancelledAtTheDeadlineAndTheWorkerGoesOn) {
+  DeadlineWorker worker;
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(worker.run(waitForCancellation, soon(milliseconds(10))), errSecNotAvailable);
+  EXPECT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon()), kSuccess);
+}
+
+TEST(DeadlineWorkerTest, AJobWhoseTurnDoesNotComeIsNeverBegun) {
+  DeadlineWorker worker;
+  std::promise<void> begun;
+  std::promise<void> release;
+  auto blocker = std::async(std::launch::async, [&] {
+    return worker.run(
+        [&](GCancellable*) {
+          begun.set_value();
+          release.get_future().wait();
+          return kSuccess;
+        },
+        soon());
+  });
+  begun.get_future().wait();
+  std::atomic<bool> ran = false;
+  EXPECT_EQ(worker.run(
+                [&](GCancellable*) {
+                  ran = true;
+                  return kSuccess;
+                },
+                soon(milliseconds(10))),
+            errSecNotAvailable);
+  release.set_value();
+  EXPECT_EQ(blocker.get(), kSuccess);
+  EXPECT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon()), kSuccess);
+  EXPECT_FALSE(ran);
+}
+
+TEST(DeadlineWorkerTest, DestructionWaitsForAnAbandonedJob) {
+  auto worker = std::make_unique<DeadlineWorker>();
+  std::atomic<int> running = 0;
+  const auto job = [&](GCancellable* cancellable) {
+    ++running;
+    (void)waitForCancellation(cancellable);
+    --running;
+    return kSuccess;
+  };
+  EXPECT_EQ(worker->run(job, soon(milliseconds(10))), errSecNotAvailable);
+  worker.reset();
+  EXPECT_EQ(running, 0);
+}
+
+TEST(DeadlineWorkerTest, DestroyedWithoutAJobItHasNothingToWaitFor) {
+  const DeadlineWorker worker;
+}
+
+TEST(DeadlineWorkerTest, WhatAJobOwnsGoesBeforeItsCallerHears) {
+  DeadlineWorker worker;
+  const auto owned = std::make_shared<int>(0);
+  EXPECT_EQ(worker.run([owned](GCancellable*) { return kSuccess; }, soon()), kSuccess);
+  EXPECT_EQ(owned.use_count(), 1);
+}
+
+}  // namespace
+}  // namespace kvl::security

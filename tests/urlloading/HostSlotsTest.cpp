@@ -1,0 +1,107 @@
+#include "platform/urlloading/HostSlots.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using kvl::urlloading::HostSlots;
+constexpr HostSlots::Time kStart{};
+using Identifiers = std::vector<HostSlots::Identifier>;
+
+TEST(HostSlotsTest, AdmitsAsManyAsConnectionsWhenNothingMultiplexes) {
+  HostSlots slots(2, false);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  EXPECT_TRUE(slots.admit(2, "a", kStart));
+  EXPECT_FALSE(slots.admit(3, "a", kStart));
+  EXPECT_TRUE(slots.admit(4, "b", kStart));
+  slots.release(1);
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{3});
+  EXPECT_TRUE(slots.takeAdmitted().empty());
+}
+
+TEST(HostSlotsTest, OneExchangeFindsOutWhatAHostDoes) {
+  HostSlots slots(2, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  EXPECT_FALSE(slots.admit(2, "a", kStart));
+  EXPECT_FALSE(slots.isRevealed(2));
+  slots.reveal(1, false);
+  EXPECT_TRUE(slots.isRevealed(2));
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{2});
+  EXPECT_FALSE(slots.admit(3, "a", kStart));
+}
+
+TEST(HostSlotsTest, MultiplexingHostAdmitsMany) {
+  HostSlots slots(2, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  for (HostSlots::Identifier i = 2; i <= 121; ++i) EXPECT_FALSE(slots.admit(i, "a", kStart));
+  slots.reveal(1, true);
+  EXPECT_EQ(slots.takeAdmitted().size(), 99U);
+  EXPECT_FALSE(slots.admit(122, "a", kStart));
+}
+
+TEST(HostSlotsTest, AFailedFirstExchangeLetsTheNextFindOut) {
+  HostSlots slots(2, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  EXPECT_FALSE(slots.admit(2, "a", kStart));
+  EXPECT_FALSE(slots.admit(3, "a", kStart));
+  slots.release(1);
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{2});
+  EXPECT_FALSE(slots.isRevealed(2));
+}
+
+TEST(HostSlotsTest, NobodyOvertakesWhoeverWaits) {
+  HostSlots slots(1, false);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  EXPECT_FALSE(slots.admit(2, "a", kStart));
+  slots.release(1);
+  EXPECT_FALSE(slots.admit(3, "a", kStart));
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{2});
+  slots.release(2);
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{3});
+}
+
+TEST(HostSlotsTest, WaitingExchangeMayGiveUp) {
+  HostSlots slots(1, false);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  EXPECT_FALSE(slots.admit(2, "a", kStart));
+  EXPECT_FALSE(slots.admit(3, "a", kStart));
+  slots.release(2);
+  slots.release(1);
+  slots.release(99);
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{3});
+}
+
+TEST(HostSlotsTest, ExchangeThatEndsBeforeItIsTakenUpIsNotNamed) {
+  HostSlots slots(1, false);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  EXPECT_FALSE(slots.admit(2, "a", kStart));
+  slots.release(1);
+  slots.release(2);
+  EXPECT_TRUE(slots.takeAdmitted().empty());
+  EXPECT_TRUE(slots.admit(3, "a", kStart));
+}
+
+TEST(HostSlotsTest, ProbeThatTakesTooLongHoldsNobodyUp) {
+  HostSlots slots(2, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  EXPECT_EQ(slots.nextProbeEnd(), std::nullopt);
+  EXPECT_FALSE(slots.admit(2, "a", kStart));
+  EXPECT_EQ(slots.nextProbeEnd(), kStart + HostSlots::kProbingTime);
+  EXPECT_FALSE(slots.endProbes(kStart + HostSlots::kProbingTime - std::chrono::seconds(1)));
+  EXPECT_TRUE(slots.takeAdmitted().empty());
+  EXPECT_TRUE(slots.endProbes(kStart + HostSlots::kProbingTime));
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{2});
+  EXPECT_EQ(slots.nextProbeEnd(), std::nullopt);
+}
+
+TEST(HostSlotsTest, HostWithWhichNothingRunsIsProbedAgain) {
+  HostSlots slots(2, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  slots.reveal(1, true);
+  slots.release(1);
+  EXPECT_TRUE(slots.admit(2, "a", kStart));
+  EXPECT_FALSE(slots.isRevealed(2));
+  EXPECT_FALSE(slots.admit(3, "a", kStart));
+}
+
+}  // namespace

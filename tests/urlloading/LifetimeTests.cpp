@@ -1,0 +1,168 @@
+#include "tests/urlloading/URLSessionFixture.h"
+
+#include <cstdlib>
+#include <future>
+
+// A process that exits while transfers run leaves threads and objects behind, on purpose.
+namespace {
+bool exitsEarly = false;
+}
+extern "C" const char* __tsan_default_options();
+extern "C" const char* __tsan_default_options() {
+  return "report_thread_leaks=0";
+}
+extern "C" int __lsan_is_turned_off();
+extern "C" int __lsan_is_turned_off() {
+  return exitsEarly ? 1 : 0;
+}
+
+namespace kvl::testing {
+namespace {
+
+class LifetimeTest : public URLSessionTest {
+ protected:
+  // Sends a head and some bytes, then nothing until the client goes away.
+  static void stream(TestPeer& peer) {
+    static_cast<void>(peer.readRequest());
+    peer.write("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n");
+    static_cast<void>(peer.readRequest());
+  }
+  const TestTLSServer streaming{{.identity = &server()}, &LifetimeTest::stream};
+  const TestTLSServer answeringServer{{.identity = &server()}, answering(httpResponse("hello"))};
+  const URLRequest streamRequest{streaming.url("127.0.0.1")};
+  const URLRequest request{answeringServer.url("127.0.0.1")};
+};
+
+TEST_F(LifetimeTest, IdentifiersCountUpOverAllSessionObjects) {
+  const auto other = URLSession::create({}, delegate);
+  const auto first = session->dataTask(request);
+  const auto second = other->dataTask(request);
+  EXPECT_GE(first->taskIdentifier(), 1U);
+  EXPECT_EQ(second->taskIdentifier(), first->taskIdentifier() + 1);
+}
+
+TEST_F(LifetimeTest, StatesFollowTheTask) {
+  OutcomeBox box;
+  const auto task = session->dataTask(request, box.handler());
+  EXPECT_EQ(task->state(), DataTask::State::suspended);
+  task->resume();
+  task->resume();
+  EXPECT_EQ(box.wait().text(), "hello");
+  EXPECT_EQ(task->state(), DataTask::State::completed);
+  EXPECT_EQ(task->response()->httpStatusCode, 200);
+  task->cancel();
+  EXPECT_EQ(task->state(), DataTask::State::completed);
+}
+
+TEST_F(LifetimeTest, CancellingASuspendedTaskCompletesIt) {
+  OutcomeBox box;
+  const auto task = session->dataTask(request, box.handler());
+  task->cancel();
+  EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+  task->resume();
+  EXPECT_EQ(task->state(), DataTask::State::completed);
+}
+
+TEST_F(LifetimeTest, CancellingFromInsideADeliveryEndsDeliveries) {
+  delegate->onData = [](const std::shared_ptr<DataTask>& task) { task->cancel(); };
+  session->dataTask(request)->resume();
+  EXPECT_EQ(delegate->waitForCompletion()->code(), NSURLErrorCancelled);
+  EXPECT_EQ(delegate->chunks().size(), 1U);
+  EXPECT_EQ(delegate->completions(), 1);
+}
+
+TEST_F(LifetimeTest, CancellingFromOtherThreadsCompletesOnce) {
+  for (int round = 0; round < 50; ++round) {
+    OutcomeBox box;
+    const auto task = session->dataTask(streamRequest, box.handler());
+    const auto cancelling = [task] { task->cancel(); };
+    auto first = std::async(std::launch::async, cancelling);
+    auto second = std::async(std::launch::async, cancelling);
+    task->resume();
+    EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+  }
+}
+
+TEST_F(LifetimeTest, CancellingEndsTheWaitForAChallenge) {
+  struct Cancelling : URLSessionDelegate {
+    void didReceiveChallenge(URLSession&, const Challenge&, ChallengeHandler handler) override {
+      kept = std::move(handler);
+      task->cancel();
+    }
+    ChallengeHandler kept;
+    std::shared_ptr<DataTask> task;
+  };
+  const auto cancelling = std::make_shared<Cancelling>();
+  const auto other = URLSession::create({}, cancelling);
+  OutcomeBox box;
+  cancelling->task = other->dataTask(request, box.handler());
+  cancelling->task->resume();
+  EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+}
+
+TEST_F(LifetimeTest, ASessionObjectThatIsLetGoFinishesItsTasks) {
+  OutcomeBox box;
+  session->dataTask(request, box.handler())->resume();
+  session.reset();
+  EXPECT_EQ(box.wait().text(), "hello");
+}
+
+TEST_F(LifetimeTest, ASessionObjectMayGoInsideItsOwnCompletion) {
+  for (int round = 0; round < 20; ++round) {
+    auto other = std::make_shared<std::shared_ptr<URLSession>>(URLSession::create({}, delegate));
+    std::promise<void> done;
+    (*other)
+        ->dataTask(request,
+                   [other, &done](const auto&, const auto&, const auto&) {
+                     other->reset();
+                     done.set_value();
+                   })
+        ->resume();
+    done.get_future().get();
+  }
+}
+
+TEST_F(LifetimeTest, ADelegateMayGoWhileATaskRuns) {
+  session->dataTask(streamRequest)->resume();
+  delegate->waitForBytes(5);
+  delegate.reset();
+  OutcomeBox box;
+  const auto task = session->dataTask(streamRequest, box.handler());
+  task->resume();
+  session->invalidateAndCancel();
+  EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+}
+
+TEST_F(LifetimeTest, InvalidatingRefusesNewTasksAndFinishesRunningOnes) {
+  OutcomeBox running;
+  OutcomeBox late;
+  const auto suspended = session->dataTask(request, late.handler());
+  session->dataTask(request, running.handler())->resume();
+  session->finishTasksAndInvalidate();
+  suspended->resume();
+  EXPECT_EQ(late.wait().code(), NSURLErrorCancelled);
+  EXPECT_EQ(running.wait().text(), "hello");
+  EXPECT_EQ(load(*session, request).code(), NSURLErrorCancelled);
+}
+
+TEST_F(LifetimeTest, InvalidatingAndCancellingEndsRunningTasks) {
+  session->dataTask(streamRequest)->resume();
+  delegate->waitForBytes(5);
+  session->invalidateAndCancel();
+  EXPECT_EQ(delegate->waitForCompletion()->code(), NSURLErrorCancelled);
+}
+
+TEST_F(LifetimeTest, AProcessMayExitWhileTransfersRun) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        session->dataTask(streamRequest)->resume();
+        delegate->waitForBytes(5);
+        exitsEarly = true;
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace kvl::testing

@@ -1,0 +1,184 @@
+#include "tests/urlloading/URLSessionFixture.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+
+namespace kvl::testing {
+namespace {
+
+class LoadingTest : public URLSessionTest {};
+
+// Answers with the request itself.
+void echo(TestPeer& peer) {
+  for (;;) {
+    const std::string request = peer.readRequest();
+    if (request.empty() || !peer.write(httpResponse(request))) return;
+  }
+}
+
+TEST_F(LoadingTest, AResponseHasStatusFieldsVersionAndURL) {
+  const TestTLSServer peer({.identity = &server()},
+                           answering("HTTP/1.1 103 Early\r\nX-Early: 1\r\n\r\n" +
+                                     httpResponse("hello", "404 Missing", "X-A:  b \r\n")));
+  const Outcome outcome = load(*session, URLRequest(peer.url("localhost", "/path")));
+  ASSERT_FALSE(outcome.error) << outcome.error->description();
+  EXPECT_EQ(outcome.text(), "hello");
+  EXPECT_EQ(outcome.response->httpStatusCode, 404);
+  EXPECT_EQ(outcome.response->httpVersion, 11);
+  EXPECT_EQ(outcome.response->headers.find("x-a"), "b");
+  EXPECT_FALSE(outcome.response->headers.find("X-Early"));
+  EXPECT_EQ(outcome.response->url.absoluteString(), peer.url("localhost", "/path"));
+}
+
+TEST_F(LoadingTest, MethodsBodiesAndFieldsArriveAsTheyWereSet) {
+  const TestTLSServer peer({}, echo);
+  for (const std::string method : {"GET", "POST", "PUT", "DELETE", "PATCH", "PROPFIND"}) {
+    for (const bool withBody : {false, true}) {
+      URLRequest request(peer.url("127.0.0.1", "/a/../b?c"));
+      request.setMethod(method);
+      request.headers().set("X-Empty", "");
+      if (withBody) request.setBody(Data::fromText("some body"));
+      const std::string sent = load(*session, request).text();
+      EXPECT_TRUE(sent.starts_with(method + " /a/../b?c HTTP/1.1\r\n")) << sent;
+      EXPECT_EQ(sent.ends_with("\r\n\r\nsome body"), withBody) << sent;
+      EXPECT_NE(sent.find("X-Empty:"), std::string::npos) << sent;
+      EXPECT_EQ(sent.find("Expect"), std::string::npos) << sent;
+      EXPECT_EQ(sent.find("User-Agent"), std::string::npos) << sent;
+      EXPECT_EQ(sent.find("Content-Type"), std::string::npos) << sent;
+    }
+  }
+}
+
+TEST_F(LoadingTest, LargeBodiesArriveWhole) {
+  const TestTLSServer peer({.identity = &server()}, echo);
+  const std::string body(3 << 20, 'x');
+  URLRequest request(peer.url("127.0.0.1"));
+  request.setMethod("POST");
+  request.setBody(Data::fromText(body));
+  EXPECT_TRUE(load(*session, request).text().ends_with("\r\n\r\n" + body));
+}
+
+TEST_F(LoadingTest, AHeadRequestHasNoBody) {
+  const TestTLSServer peer({}, answering("HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n"));
+  URLRequest request(peer.url("127.0.0.1"));
+  request.setMethod("HEAD");
+  const Outcome outcome = load(*session, request);
+  EXPECT_FALSE(outcome.error);
+  EXPECT_EQ(outcome.text(), "");
+}
+
+TEST_F(LoadingTest, AdditionalFieldsGiveWayToTheRequestsOwn) {
+  URLSessionConfiguration configuration;
+  configuration.additionalHeaders.set("X-A", "common");
+  configuration.additionalHeaders.set("X-B", "common");
+  const auto other = URLSession::create(configuration, delegate);
+  const TestTLSServer peer({}, echo);
+  URLRequest request(peer.url("127.0.0.1"));
+  request.headers().set("x-a", "own");
+  const std::string sent = load(*other, request).text();
+  EXPECT_NE(sent.find("x-a: own\r\n"), std::string::npos) << sent;
+  EXPECT_EQ(sent.find("X-A: common"), std::string::npos) << sent;
+  EXPECT_NE(sent.find("X-B: common"), std::string::npos) << sent;
+}
+
+TEST_F(LoadingTest, CookiesStayInTheirSessionObject) {
+  std::atomic<int> served = 0;
+  const TestTLSServer peer({}, [&](TestPeer& client) {
+    for (;;) {
+      const std::string request = client.readRequest();
+      if (request.empty()) return;
+      client.write(httpResponse(request, "200 OK", ++served == 1 ? "Set-Cookie: a=b\r\n" : ""));
+    }
+  });
+  static_cast<void>(load(*session, URLRequest(peer.url("127.0.0.1"))));
+  EXPECT_NE(load(*session, URLRequest(peer.url("127.0.0.1"))).text().find("Cookie: a=b"),
+            std::string::npos);
+  const auto other = URLSession::create({}, delegate);
+  EXPECT_EQ(load(*other, URLRequest(peer.url("127.0.0.1"))).text().find("Cookie"),
+            std::string::npos);
+}
+
+TEST_F(LoadingTest, AConnectionIsReusedWithoutNewChallenges) {
+  const TestTLSServer peer({.identity = &server(), .clientAuthority = &root()},
+                           answering(httpResponse("hello")));
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(load(*session, URLRequest(peer.url("127.0.0.1"))).code(), 0);
+  EXPECT_EQ(peer.connections(), 1);
+  EXPECT_EQ(delegate->trustChallenges(), 1);
+  EXPECT_EQ(delegate->clientChallengeHosts(), std::vector<std::string>{"127.0.0.1"});
+}
+
+TEST_F(LoadingTest, BytesOfOnePassComeAsOneChunk) {
+  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
+    static_cast<void>(client.readRequest());
+    client.write(
+        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+        "3\r\none\r\n3\r\ntwo\r\n5\r\nthree\r\n");
+    static_cast<void>(client.readRequest());
+  });
+  const auto task = session->dataTask(URLRequest(peer.url("127.0.0.1")));
+  task->resume();
+  delegate->waitForBytes(11);
+  EXPECT_EQ(delegate->chunks(), std::vector<std::string>{"onetwothree"});
+  task->cancel();
+  EXPECT_EQ(delegate->waitForCompletion()->code(), NSURLErrorCancelled);
+}
+
+TEST_F(LoadingTest, ASlowDelegateHoldsTheSenderBackAndLosesNothing) {
+  constexpr std::size_t kSize = 48U << 20;
+  std::string body(kSize, ' ');
+  for (std::size_t i = 0; i < kSize; ++i) body[i] = static_cast<char>('a' + (i / 977) % 26);
+  std::atomic<std::size_t> sent = 0;
+  const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
+    static_cast<void>(client.readRequest());
+    client.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kSize) + "\r\n\r\n");
+    for (; sent < kSize; sent += 16384) client.write(std::string_view(body).substr(sent, 16384));
+  });
+  URLSessionConfiguration configuration;
+  configuration.deliveryBufferSize = 64U << 10;
+  configuration.timeoutIntervalForRequest = std::chrono::milliseconds(300);
+  const auto other = URLSession::create(configuration, delegate);
+  bool first = true;
+  std::size_t sentWhileBlocked = 0;
+  delegate->onData = [&](const auto&) {
+    if (!std::exchange(first, false)) return;
+    // Longer than the idle time-out, which must not count while the sender is held back.
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    sentWhileBlocked = sent;
+  };
+  other->dataTask(URLRequest(peer.url("127.0.0.1")))->resume();
+  EXPECT_FALSE(delegate->waitForCompletion());
+  EXPECT_LT(sentWhileBlocked, kSize / 2);
+  EXPECT_TRUE(delegate->text() == body);
+}
+
+TEST_F(LoadingTest, ManyRequestsAtOnceAllComplete) {
+  const TestTLSServer peer({.identity = &server(), .clientAuthority = &root()},
+                           answering(httpResponse("hello")));
+  std::vector<OutcomeBox> boxes(200);
+  for (auto& box : boxes)
+    session->dataTask(URLRequest(peer.url("127.0.0.1")), box.handler())->resume();
+  for (auto& box : boxes) EXPECT_EQ(box.wait().text(), "hello");
+  EXPECT_LE(peer.connections(), session->configuration().maximumConnectionsPerHost);
+}
+
+TEST_F(LoadingTest, TheEnvironmentDoesNotSteer) {
+  const auto keyLog =
+      std::filesystem::temp_directory_path() / ("kvl-keylog-" + std::to_string(::getpid()));
+  for (const char* name : {"http_proxy", "https_proxy", "ALL_PROXY", "all_proxy"})
+    ::setenv(name, "http://127.0.0.1:1", 1);
+  ::setenv("CURL_CA_BUNDLE", "/nonexistent", 1);
+  ::setenv("SSLKEYLOGFILE", keyLog.c_str(), 1);
+  const TestTLSServer peer({.identity = &server()}, answering(httpResponse("hello")));
+  EXPECT_EQ(load(*session, URLRequest(peer.url("127.0.0.1"))).text(), "hello");
+  std::error_code none;
+  if (std::filesystem::exists(keyLog)) EXPECT_EQ(std::filesystem::file_size(keyLog, none), 0U);
+  std::filesystem::remove(keyLog, none);
+}
+
+}  // namespace
+}  // namespace kvl::testing

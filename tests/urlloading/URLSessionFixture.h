@@ -1,0 +1,95 @@
+#pragma once
+
+#include "tests/support/TestTLSServer.h"
+
+#include <local/platform/URLSession.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace kvl::testing {
+
+// Trusts one anchor, presents one identity, and remembers what it was told.
+class RecordingDelegate : public URLSessionDelegate {
+ public:
+  CertificateRef anchor;
+  CredentialRef credential;
+  std::function<void(const std::shared_ptr<DataTask>&)> onData;
+  std::function<void()> onCompletion;
+
+  void didReceiveChallenge(URLSession& session, const Challenge& challenge,
+                           ChallengeHandler completionHandler) override;
+  void didReceiveData(URLSession& session, const std::shared_ptr<DataTask>& task,
+                      const Data& data) override;
+  void didCompleteWithError(URLSession& session, const std::shared_ptr<DataTask>& task,
+                            const std::optional<Error>& error) override;
+
+  [[nodiscard]] std::optional<Error> waitForCompletion();
+  // Waits until `count` bytes have come in all.
+  void waitForBytes(std::size_t count);
+  [[nodiscard]] std::vector<std::string> chunks();
+  [[nodiscard]] std::string text();
+  [[nodiscard]] int completions();
+  [[nodiscard]] std::vector<std::string> clientChallengeHosts();
+  [[nodiscard]] int trustChallenges();
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<std::string> chunks_;
+  std::vector<std::string> clientHosts_;
+  int trustChallenges_ = 0;
+  int completions_ = 0;
+  std::optional<Error> error_;
+};
+
+struct Outcome {
+  std::optional<Data> body;
+  URLResponseRef response;
+  std::optional<Error> error;
+
+  [[nodiscard]] std::string text() const { return body ? std::string(body->text()) : "(absent)"; }
+  [[nodiscard]] std::int64_t code() const { return error ? error->code() : 0; }
+};
+
+// Takes one task's outcome and waits for it.
+class OutcomeBox {
+ public:
+  [[nodiscard]] DataTaskHandler handler();
+  [[nodiscard]] Outcome wait();
+
+ private:
+  struct Content {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::optional<Outcome> outcome;
+  };
+  std::shared_ptr<Content> content_ = std::make_shared<Content>();
+};
+
+[[nodiscard]] Outcome load(URLSession& session, const URLRequest& request);
+
+// An authority, a server and a client identity of it, and a session object that uses them.
+class URLSessionTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite();
+
+  [[nodiscard]] static const TestIdentity& root();
+  [[nodiscard]] static const TestIdentity& server();
+  [[nodiscard]] static CredentialRef credentialOf(const TestIdentity& identity);
+  [[nodiscard]] static std::shared_ptr<RecordingDelegate> makeDelegate(bool withIdentity = true);
+
+  std::shared_ptr<RecordingDelegate> delegate = makeDelegate();
+  std::shared_ptr<URLSession> session =
+      URLSession::create(URLSessionConfiguration::ephemeral(), delegate);
+};
+
+}  // namespace kvl::testing
