@@ -1,0 +1,77 @@
+/// @file
+/// The event stream's connection and its parser.
+#pragma once
+
+#include <local/KVLEvent.h>
+#include <local/platform/Data.h>
+#include <local/platform/Export.h>
+#include <local/platform/URLSession.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class KVLSession;
+
+/// The longest silence, in seconds, that the stream may keep before it is opened again.
+inline constexpr double KVLEventStreamStateTimeoutInterval = 3600.0;
+
+/// The state of a session's event stream. Closed without a task; open while the task runs.
+///
+/// Opening, cancelling and recognising the task hold the object's own recursive monitor. Whoever
+/// needs both this monitor and the session's takes this one first.
+class KVL_EXPORT KVLEventStreamState {
+ public:
+  KVLEventStreamState();
+  ~KVLEventStreamState();
+  KVLEventStreamState(const KVLEventStreamState&) = delete;
+  KVLEventStreamState& operator=(const KVLEventStreamState&) = delete;
+
+  /// `streamFromURL:withSession:` Opens the stream at `url` (relative to the service, or absolute)
+  /// and cancels the one before. A running stream whose resolved URL is exactly `url` is left
+  /// alone. Without an established session the old stream is cancelled and none is opened.
+  ///
+  /// An empty `url` opens nothing, which is logged once per object; a text that is no URL opens
+  /// nothing and is logged.
+  void streamFromURL(std::string_view url, KVLSession& session);
+
+  /// `isEqualToTask:` Whether `task` is the stream's, by its identifier alone.
+  [[nodiscard]] bool isEqualToTask(const kvl::DataTask& task) const;
+
+  /// `cancel` Cancels the task and forgets `task`, `data` and `event`. `lastEventID` is kept.
+  void cancel();
+
+  /// `read:` Parses one chunk of the stream and returns the events that it completes, in order.
+  /// Called by one thread at a time.
+  ///
+  /// The grammar: only LF ends a line. A field name stands before the first colon, compared as it
+  /// stands; its value loses tabs and Unicode space separators (category Zs) at both ends. The last
+  /// "event" and "id" lines count, of "data" lines the first; other fields are ignored. An empty
+  /// line ends an event that has a name; an unnamed event goes on collecting. A line without a
+  /// colon, or that is not UTF-8, is logged with "ignoring malformed event-source line: %@" and
+  /// costs the event under construction. A line that a chunk cuts is kept for the next one, but
+  /// fields do not survive the end of a chunk.
+  [[nodiscard]] std::vector<std::shared_ptr<KVLEvent>> read(const kvl::Data& chunk);
+
+  /// `task` The stream's task, or null.
+  [[nodiscard]] std::shared_ptr<kvl::DataTask> task() const;
+  void setTask(std::shared_ptr<kvl::DataTask> task);
+  /// `data` The bytes after the last line end; absent before the first chunk and after `cancel`.
+  [[nodiscard]] std::optional<kvl::Data> data() const;
+  void setData(std::optional<kvl::Data> data);
+  /// `event` An event to continue with the next chunk; nothing but a host ever sets it.
+  [[nodiscard]] std::shared_ptr<KVLEvent> event() const;
+  void setEvent(std::shared_ptr<KVLEvent> event);
+  /// `lastEventID` The identifier of the last event that had one; never cleared.
+  [[nodiscard]] std::optional<std::string> lastEventID() const;
+  void setLastEventID(std::optional<std::string> identifier);
+
+  struct Implementation;
+  /// For the framework's own parts.
+  [[nodiscard]] Implementation& implementation() const noexcept { return *implementation_; }
+
+ private:
+  const std::unique_ptr<Implementation> implementation_;
+};

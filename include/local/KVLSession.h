@@ -1,0 +1,194 @@
+/// @file
+/// The notarised HTTPS session with the local service.
+#pragma once
+
+#include <local/KVLEvent.h>
+#include <local/KVLEventStreamState.h>
+#include <local/KVLNotary.h>
+#include <local/KVLNotarySignature.h>
+#include <local/platform/Credential.h>
+#include <local/platform/DispatchQueue.h>
+#include <local/platform/Error.h>
+#include <local/platform/Export.h>
+#include <local/platform/Observation.h>
+#include <local/platform/Progress.h>
+#include <local/platform/URLSession.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+class KVLSession;
+
+/// States of a session, with the values that clients see.
+enum KVLSessionState : std::uint64_t {
+  /// 0: just created; no notarisation has completed yet. Never entered again.
+  KVLSessionStateConnecting = 0,
+  /// 1: a signature is held and an HTTPS session object exists. Entered by a notarisation that
+  /// brings a signature; renewed before it expires.
+  KVLSessionStateEstablished = 1,
+  /// 2: no usable signature. Entered by a notarisation without one, by one with an error that is
+  /// not recoverable, and by `disconnectAfterError`. Left by the next notarisation.
+  KVLSessionStateDisconnected = 2,
+  /// 3: the last notarisation failed with a recoverable error; the next follows in 5 s.
+  KVLSessionStateRecovering = 3,
+};
+
+/// Receives a session's events. A session never tells its delegate about states or failures: the
+/// host observes `observeState` and `progress`.
+class KVL_EXPORT KVLSessionDelegate {
+ public:
+  virtual ~KVLSessionDelegate();
+
+  /// `session:eventStream:` The events that one received chunk completed, in order; never empty.
+  /// Called on the HTTPS session object's serial queue, off the main thread, with no lock held.
+  /// Calls never overlap and come in the stream's order, also when a renewal changes the queue;
+  /// while one runs the service is held back, and so is whatever else that queue has to do. Do not
+  /// wait inside for a request's completion or for another thread that does; hand long work on.
+  virtual void eventStream(KVLSession& session,
+                           const std::vector<std::shared_ptr<KVLEvent>>& events) = 0;
+};
+
+/// The one object through which a host talks to the service: it owns the client identity, the HTTPS
+/// session object built on it, the event stream, and the loop that renews and recovers.
+///
+/// **Life.** A session keeps itself alive through the timer of its next notarisation: once created
+/// it goes on renewing for the life of the process. Only a notary that drops its handler uncalled
+/// ends that.
+///
+/// **The loop.** Every completed notarisation schedules the next: after 80 % of the signature's
+/// remaining lifetime in whole seconds (15 s when there is none), 5 s after a recoverable error,
+/// 15 s after any other. A forced disconnect is followed by one after 1 s. There is *one* chain of
+/// renewals: a timer that fires acts only if no other has acted since it was set, so forced
+/// disconnects and direct calls never multiply the rate. At most one notarisation is outstanding.
+///
+/// **Threads.** Every operation may be called from any thread. Sections that belong together run
+/// under the session monitor, a recursive mutex of the signature that is current when the section
+/// begins; without a signature they run without exclusion, which the atomic properties make safe.
+/// Whoever needs the event stream's monitor as well takes that one first.
+class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
+                                    public std::enable_shared_from_this<KVLSession> {
+  struct Private {
+    explicit Private() = default;
+  };
+
+ public:
+  /// `sessionWithNotary:delegate:` Creates a session and starts its loop. The call itself never
+  /// waits for the notary service. Without a notary it makes one of its own, and then costs what
+  /// `KVLNotary()` costs. The delegate is held weakly.
+  [[nodiscard]] static std::shared_ptr<KVLSession> sessionWithNotary(
+      std::shared_ptr<KVLNotary> notary, std::weak_ptr<KVLSessionDelegate> delegate);
+
+  /// Use `sessionWithNotary`.
+  KVLSession(Private, std::shared_ptr<KVLNotary> notary,
+             std::weak_ptr<KVLSessionDelegate> delegate);
+  ~KVLSession() override;
+
+  /// `enqueueNotarisation` Asks the notary for a signature unless a request is outstanding.
+  void enqueueNotarisation();
+
+  /// `disconnectAfterError` Cancels the event stream, drops the signature and the HTTPS session
+  /// object (running tasks may finish) and enters state 2. Schedules nothing.
+  void disconnectAfterError();
+
+  /// `request:completionHandler:` Sends a request to the service. Its URL is resolved against the
+  /// signature's base URL by RFC 3986; an absolute URL stays as it is.
+  ///
+  /// Without a signature nothing is sent: the handler is called at once, on the caller's thread and
+  /// with no lock held, with `NSURLErrorDomain`, -1, "Notarised session is not
+  /// established.", and the result is null.
+  ///
+  /// Otherwise the handler runs once, on the HTTPS session object's serial queue. An error is
+  /// logged and handed over unchanged; nothing is retried. After a notarisation error the session
+  /// disconnects and notarises again 1 s later. Further errors: `NSURLErrorBadURL` for a text that
+  /// is no URL (spaces and control characters included) and `NSPOSIXErrorDomain` 22 for a header
+  /// field that HTTP forbids; nothing is sent then.
+  ///
+  /// @return the started task, or null when not established. Without a handler its data and
+  ///   completion go to this object's own delegate operations.
+  std::shared_ptr<kvl::DataTask> request(const kvl::URLRequest& request,
+                                         kvl::DataTaskHandler completionHandler = nullptr);
+
+  /// `isRecoverableError:` Whether the loop retries after 5 s rather than 15: any code of
+  /// `NSPOSIXErrorDomain`, `NSOSStatusErrorDomain` -43, `NSCocoaErrorDomain` 260 and 256,
+  /// `NSURLErrorDomain` -1002.
+  [[nodiscard]] static bool isRecoverableError(const std::optional<kvl::Error>& error);
+
+  /// `isNotarisationError:` Whether the error means that the identity is no longer accepted:
+  /// `NSURLErrorDomain` -1200 to -1206 and -2000.
+  [[nodiscard]] static bool isNotarisationError(const std::optional<kvl::Error>& error);
+
+  /// `didReceiveAuthenticationChallenge:completionHandler:` Answers server trust (the chain must
+  /// end at the signature's anchor) and client certificate (the signature's credential); any other
+  /// method gets default handling. Calls the handler before it returns, and twice with a refusal
+  /// when the evaluation itself fails.
+  void didReceiveAuthenticationChallenge(const kvl::Challenge& challenge,
+                                         const kvl::ChallengeHandler& completionHandler);
+
+  /// `webView:didReceiveAuthenticationChallenge:completionHandler:` The same for pages of the
+  /// service that the host shows in a web view, so that one identity serves both.
+  void didReceiveAuthenticationChallenge(const void* webView, const kvl::Challenge& challenge,
+                                         const kvl::ChallengeHandler& completionHandler);
+
+  /// `setEventStreamSource:` Chooses the event stream: a URL relative to the service, or absolute.
+  /// The same text again does nothing; another one cancels the stream and opens the new one, at
+  /// once when established, else after the next notarisation.
+  void setEventStreamSource(const std::string& source);
+
+  /// `progress` The record to show to the user. Updated from any thread.
+  [[nodiscard]] std::shared_ptr<const kvl::Progress> progress() const;
+
+  /// Calls `handler` with the present state and then with each state that is entered, in order, on
+  /// a serial queue of the session's own and with no lock held. Observers of `progress` run on the
+  /// same queue, so that states and texts are told in the order in which they change.
+  [[nodiscard]] kvl::Observation observeState(std::function<void(KVLSessionState)> handler) const;
+
+  /// @name Properties
+  /// Atomic. The session changes them itself; setters are for hosts that replace a part.
+  /// @{
+  [[nodiscard]] std::shared_ptr<KVLNotary> notary() const;
+  /// @pre not null
+  void setNotary(std::shared_ptr<KVLNotary> notary);
+  [[nodiscard]] std::shared_ptr<KVLSessionDelegate> delegate() const;
+  void setDelegate(std::weak_ptr<KVLSessionDelegate> delegate);
+  [[nodiscard]] std::shared_ptr<KVLNotarySignature> signature() const;
+  void setSignature(std::shared_ptr<KVLNotarySignature> signature);
+  /// True from the moment a notarisation is requested until its completion runs.
+  [[nodiscard]] bool awaitingSignature() const;
+  void setAwaitingSignature(bool awaiting);
+  [[nodiscard]] KVLSessionState state() const;
+  void setState(KVLSessionState state);
+  [[nodiscard]] std::shared_ptr<KVLEventStreamState> eventStream() const;
+  /// @pre not null
+  void setEventStream(std::shared_ptr<KVLEventStreamState> eventStream);
+  /// The source as `setEventStreamSource` stored it; setting it here opens nothing.
+  [[nodiscard]] std::string eventSource() const;
+  void setEventSource(std::string source);
+  /// The concurrent queue "korvale.local.session", on which all timers fire.
+  [[nodiscard]] std::shared_ptr<kvl::DispatchQueue> queue() const;
+  /// @pre not null
+  void setQueue(std::shared_ptr<kvl::DispatchQueue> queue);
+  /// Copied into every new HTTPS session object.
+  [[nodiscard]] kvl::URLSessionConfiguration configuration() const;
+  void setConfiguration(kvl::URLSessionConfiguration configuration);
+  [[nodiscard]] std::shared_ptr<kvl::URLSession> session() const;
+  void setSession(std::shared_ptr<kvl::URLSession> session);
+  /// @}
+
+  /// @name Delegate operations of the HTTPS session object
+  /// @{
+  void didReceiveChallenge(kvl::URLSession& session, const kvl::Challenge& challenge,
+                           kvl::ChallengeHandler completionHandler) override;
+  void didReceiveData(kvl::URLSession& session, const std::shared_ptr<kvl::DataTask>& task,
+                      const kvl::Data& data) override;
+  void didCompleteWithError(kvl::URLSession& session, const std::shared_ptr<kvl::DataTask>& task,
+                            const std::optional<kvl::Error>& error) override;
+  /// @}
+
+ private:
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
+};

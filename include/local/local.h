@@ -1,0 +1,30 @@
+/// @file
+/// Everything that a host needs.
+#pragma once
+
+#include <local/KVLCertificateRequest.h>
+#include <local/KVLConstants.h>
+#include <local/KVLEncodingLocale.h>
+#include <local/KVLEvent.h>
+#include <local/KVLEventStreamState.h>
+#include <local/KVLNotary.h>
+#include <local/KVLNotaryASN1.h>
+#include <local/KVLNotarySignature.h>
+#include <local/KVLSession.h>
+#include <local/platform/Atomic.h>
+#include <local/platform/Credential.h>
+#include <local/platform/Data.h>
+#include <local/platform/Date.h>
+#include <local/platform/DispatchQueue.h>
+#include <local/platform/Error.h>
+#include <local/platform/Export.h>
+#include <local/platform/HostApplication.h>
+#include <local/platform/Log.h>
+#include <local/platform/Observation.h>
+#include <local/platform/Progress.h>
+#include <local/platform/Security.h>
+#include <local/platform/SystemVersion.h>
+#include <local/platform/URL.h>
+#include <local/platform/URLRequest.h>
+#include <local/platform/URLSession.h>
+#include <local/platform/Value.h>

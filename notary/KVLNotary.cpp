@@ -1,0 +1,192 @@
+#include "notary/NotaryReply.h"
+#include "notary/ProcessReferences.h"
+#include "platform/ipc/ServiceConnection.h"
+#include "platform/security/Operations.h"
+
+#include <local/KVLCertificateRequest.h>
+#include <local/KVLNotary.h>
+#include <local/platform/Atomic.h>
+#include <local/platform/HostApplication.h>
+#include <local/platform/Log.h>
+#include <local/platform/SystemVersion.h>
+
+#include <cstdlib>
+#include <utility>
+
+constinit std::string_view NotaryRequestKeyCertificateSigningRequest = "csr";
+constinit std::string_view NotaryResponseKeyURL = "url";
+constinit std::string_view NotaryResponseKeyAnchor = "anchor";
+constinit std::string_view NotaryResponseKeyCertificate = "certificate";
+
+struct KVLNotary::Implementation {
+  kvl::Atomic<std::optional<std::string>> path;
+  kvl::Atomic<kvl::KeyRef> publicKey;
+  kvl::Atomic<kvl::KeyRef> privateKey;
+  kvl::Atomic<std::optional<std::string>> request;
+  bool ownsKeys = true;
+};
+
+namespace {
+
+constexpr const char* kServiceName = "korvale.vandrel.local.notary";
+constexpr const char* kPathVariable = "korvale_vandrel_notary";
+constexpr const char* kMinimumVariable = "korvale_vandrel_notary_minimum";
+
+// An empty variable counts as unset.
+std::optional<std::string> environment(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr || *value == '\0') return std::nullopt;
+  return std::string(value);
+}
+
+void start(kvl::ipc::ServiceConnection& connection) {
+  if (kvl::isSystemVersionAtLeast(11, 0)) {
+    connection.activate();
+  } else {
+    connection.resume();
+  }
+}
+
+void close(kvl::ipc::ServiceConnection& connection) {
+  connection.suspend();
+  connection.invalidate();
+}
+
+}  // namespace
+
+std::shared_ptr<KVLNotary> KVLNotary::sharedNotary() {
+  // Never destroyed: a notary that deletes its keys while the process exits could block the exit.
+  static const auto& shared = *new std::shared_ptr<KVLNotary>([] {
+    auto path = environment(kPathVariable);
+    if (path) kvl::log("notary: %@", *path);
+    return notaryWithPath(std::move(path));
+  }());
+  return shared;
+}
+
+std::shared_ptr<KVLNotary> KVLNotary::notaryWithPath(std::optional<std::string> path) {
+  return std::make_shared<KVLNotary>(std::move(path));
+}
+
+KVLNotary::KVLNotary() : implementation_(std::make_unique<Implementation>()) {
+  makeKeysAndRequest();
+}
+
+KVLNotary::KVLNotary(std::optional<std::string> path) : KVLNotary() {
+  if (path) setPath(std::move(path));
+}
+
+KVLNotary::KVLNotary(WithoutKeys) : implementation_(std::make_unique<Implementation>()) {
+  implementation_->ownsKeys = false;
+}
+
+KVLNotary::~KVLNotary() {
+  if (!implementation_->ownsKeys) return;
+  if (const auto error = deleteKeys()) kvl::log("key deletion error: %@", *error);
+}
+
+void KVLNotary::makeKeysAndRequest() {
+  if (!kvl::hostIdentifier()) {
+    kvl::log("no host identifier: call kvl::setHostIdentifier before the first notary is made");
+    implementation_->ownsKeys = false;
+    return;
+  }
+  if (const auto error = deleteKeys()) kvl::log("existing key deletion error: %@", *error);
+  kvl::KeyRef publicHalf;
+  kvl::KeyRef privateHalf;
+  if (const auto error = createKeysPublic(&publicHalf, &privateHalf)) {
+    return kvl::log("key creation error: %@", *error);
+  }
+  if (!privateHalf) return kvl::log("failed to create keys");
+  setPrivateKey(privateHalf);
+  setPublicKey(publicHalf);
+  std::optional<kvl::Error> error;
+  setPemCertificateSigningRequest(
+      KVLCertificateRequest::createForPublicKey(std::move(publicHalf), privateHalf, &error));
+  if (error) kvl::log("certificate signing request error: %@", *error);
+}
+
+void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandler) {
+  kvl::Dictionary request;
+  if (environment(kMinimumVariable)) {
+    kvl::log("notary minimum");
+  } else if (const auto pem = pemCertificateSigningRequest()) {
+    request.set(NotaryRequestKeyCertificateSigningRequest, *pem);
+  }
+  sendNotary(path(), request,
+             [handler = std::move(completionHandler)](const std::optional<kvl::Dictionary>& reply,
+                                                      const std::optional<kvl::Error>& error) {
+               kvl::notary::handleReply(reply, error, handler);
+             });
+}
+
+void KVLNotary::sendNotary(const std::optional<std::string>& path, const kvl::Dictionary& request,
+                           ReplyHandler reply) {
+  const auto connection = kvl::ipc::makeServiceConnection(kServiceName);
+  connection->setInterruptionHandler([] { kvl::log("xpc notary interrupted"); });
+  connection->setInvalidationHandler([] { kvl::log("xpc notary invalidated"); });
+  start(*connection);
+  // Both handlers share the caller's; the connection lets go of them once one has run.
+  const auto shared = std::make_shared<const ReplyHandler>(std::move(reply));
+  connection->sendNotary(
+      path, request,
+      [connection, shared](const kvl::Error& error) {
+        kvl::log("xpc error: %@", error);
+        (*shared)(std::nullopt, error);
+        close(*connection);
+      },
+      [connection, shared](std::optional<kvl::Dictionary> dictionary,
+                           std::optional<kvl::Error> error) {
+        (*shared)(std::move(dictionary), std::move(error));
+        close(*connection);
+      });
+}
+
+std::optional<kvl::URL> KVLNotary::baseURL(const kvl::Value& urls) {
+  for (const auto& element : urls.array().value_or(kvl::Array())) {
+    const auto text = element.string();
+    auto url = text ? kvl::URL::parse(*text) : std::nullopt;
+    if (url && url->scheme() == "https" && !url->host().value_or("").empty()) return url;
+  }
+  return std::nullopt;
+}
+
+std::optional<kvl::Error> KVLNotary::decode(std::optional<std::string_view> text,
+                                            kvl::CertificateRef* certificate) {
+  if (!text || text->empty()) return std::nullopt;
+  std::vector<kvl::CertificateRef> imported;
+  const kvl::Status status = kvl::security::SecItemImportCertificates(*text, imported);
+  if (status != kvl::kSuccess) return kvl::Error(kvl::NSPOSIXErrorDomain, status);
+  if (!imported.empty() && certificate != nullptr) *certificate = std::move(imported.front());
+  return std::nullopt;
+}
+
+std::optional<std::string> KVLNotary::path() const {
+  return implementation_->path.get();
+}
+void KVLNotary::setPath(std::optional<std::string> path) {
+  implementation_->path.set(std::move(path));
+}
+
+kvl::KeyRef KVLNotary::publicKey() const {
+  return implementation_->publicKey.get();
+}
+void KVLNotary::setPublicKey(kvl::KeyRef key) {
+  kvl::notary::keepForProcess(key);
+  implementation_->publicKey.set(std::move(key));
+}
+
+kvl::KeyRef KVLNotary::privateKey() const {
+  return implementation_->privateKey.get();
+}
+void KVLNotary::setPrivateKey(kvl::KeyRef key) {
+  kvl::notary::keepForProcess(key);
+  implementation_->privateKey.set(std::move(key));
+}
+
+std::optional<std::string> KVLNotary::pemCertificateSigningRequest() const {
+  return implementation_->request.get();
+}
+void KVLNotary::setPemCertificateSigningRequest(std::optional<std::string> request) {
+  implementation_->request.set(std::move(request));
+}

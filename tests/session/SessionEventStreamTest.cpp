@@ -1,0 +1,293 @@
+#include "tests/session/SessionFixture.h"
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace kvltest;
+using namespace std::chrono_literals;
+
+// A server that takes connections and says nothing.
+class SilentServer {
+ public:
+  SilentServer() : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    EXPECT_EQ(bind(descriptor_, generic, size), 0);
+    EXPECT_EQ(listen(descriptor_, 4), 0);
+    EXPECT_EQ(getsockname(descriptor_, generic, &size), 0);
+    url_ = "https://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/base/";
+  }
+  ~SilentServer() { close(descriptor_); }
+  SilentServer(const SilentServer&) = delete;
+  SilentServer& operator=(const SilentServer&) = delete;
+  [[nodiscard]] const std::string& url() const { return url_; }
+
+ private:
+  int descriptor_;
+  std::string url_;
+};
+
+constexpr std::string_view kThreeEvents =
+    "event: a\nid: 1\n\nevent: b\ndata: two\n\nevent: c\nid: 3\n\n";
+
+class SessionEventStreamTest : public SessionFixture {
+ protected:
+  [[nodiscard]] std::shared_ptr<FakeDataTask> streamTask() const {
+    return std::dynamic_pointer_cast<FakeDataTask>(session->eventStream()->task());
+  }
+  void receive(std::string_view bytes) {
+    session->didReceiveData(*loader, streamTask(), kvl::Data::fromText(bytes));
+  }
+  void complete(const std::optional<kvl::Error>& error) {
+    const auto task = streamTask();
+    task->complete(std::nullopt, nullptr, error);
+    session->didCompleteWithError(*loader, task, error);
+  }
+  // Establishes and opens the stream on the fake HTTPS session object.
+  void open(const std::string& source = "events") {
+    create();
+    establish();
+    session->setEventStreamSource(source);
+  }
+};
+
+TEST_F(SessionEventStreamTest, SourceBeforeTheFirstNotarisationOpensNothingYet) {
+  create();
+  session->setEventStreamSource("events");
+  EXPECT_EQ(log.lines().back(), "establishing event stream: events");
+  EXPECT_EQ(session->eventStream()->task(), nullptr);
+  EXPECT_EQ(session->eventSource(), "events");
+}
+
+TEST_F(SessionEventStreamTest, NotarisationOpensTheStream) {
+  create();
+  session->setEventStreamSource("events");
+  const SilentServer server;
+  notary->answer(signatureFor(server.url()));
+  const auto task = session->eventStream()->task();
+  ASSERT_NE(task, nullptr);
+  EXPECT_EQ(task->originalRequest().urlText(), server.url() + "events");
+  session->disconnectAfterError();
+}
+
+TEST_F(SessionEventStreamTest, RequestAsksForEventsWithTheLongTimeOut) {
+  open();
+  const auto& request = streamTask()->originalRequest();
+  EXPECT_EQ(request.method(), "GET");
+  EXPECT_EQ(request.headers().find("Accept"), "text/event-stream");
+  EXPECT_EQ(request.headers().find("Last-Event-ID"), std::nullopt);
+  EXPECT_EQ(request.timeoutInterval(), 3600s);
+  EXPECT_EQ(KVLEventStreamStateTimeoutInterval, 3600.0);
+  EXPECT_FALSE(streamTask()->hasHandler());
+}
+
+TEST_F(SessionEventStreamTest, PrefersIncrementalDeliveryFrom113On) {
+  open();
+  EXPECT_TRUE(streamTask()->prefersIncrementalDelivery());
+  kvl::setSystemVersion({11, 2});
+  session->setEventStreamSource("others");
+  EXPECT_FALSE(streamTask()->prefersIncrementalDelivery());
+}
+
+TEST_F(SessionEventStreamTest, SameSourceTwiceOpensOnce) {
+  open();
+  session->setEventStreamSource("events");
+  EXPECT_EQ(loader->tasks().size(), 1U);
+}
+
+TEST_F(SessionEventStreamTest, OtherSourceCancelsAndOpensWithTheOldIdentifier) {
+  open();
+  receive(kThreeEvents);
+  const auto first = streamTask();
+  session->setEventStreamSource("others");
+  EXPECT_EQ(first->state(), kvl::DataTask::State::canceling);
+  EXPECT_NE(streamTask(), first);
+  EXPECT_EQ(streamTask()->originalRequest().headers().find("Last-Event-ID"), "3");
+}
+
+TEST_F(SessionEventStreamTest, EmptyIdentifierIsSentAsAnEmptyValue) {
+  open();
+  receive("event: a\nid:\n\n");
+  session->setEventStreamSource("others");
+  EXPECT_EQ(streamTask()->originalRequest().headers().find("Last-Event-ID"), "");
+}
+
+TEST_F(SessionEventStreamTest, IdentifierThatHTTPForbidsIsLeftOut) {
+  open();
+  receive("event: a\nid: x\ry\n\n");
+  EXPECT_EQ(session->eventStream()->lastEventID(), "x\ry");
+  session->setEventStreamSource("others");
+  EXPECT_EQ(streamTask()->originalRequest().headers().find("Last-Event-ID"), std::nullopt);
+}
+
+TEST_F(SessionEventStreamTest, EmptySourceOpensNothingAndSaysSoOnce) {
+  create();
+  establish();
+  queue->advance(800s);
+  establish();
+  EXPECT_EQ(log.count("no event stream source is set"), 1U);
+  EXPECT_EQ(log.count("establishing event stream"), 0U);
+  EXPECT_EQ(session->eventStream()->task(), nullptr);
+}
+
+TEST_F(SessionEventStreamTest, SourceThatIsNoURLOpensNothing) {
+  open("no url");
+  EXPECT_EQ(log.lines().back(), "event stream source is no URL: no url");
+  EXPECT_TRUE(loader->tasks().empty());
+}
+
+TEST_F(SessionEventStreamTest, AbsoluteSourceThatRunsIsLeftAlone) {
+  open("https://127.0.0.1:4321/base/events");
+  const auto task = streamTask();
+  session->eventStream()->streamFromURL("https://127.0.0.1:4321/base/events", *session);
+  EXPECT_EQ(streamTask(), task);
+  task->complete(std::nullopt, nullptr, std::nullopt);
+  session->eventStream()->streamFromURL("https://127.0.0.1:4321/base/events", *session);
+  EXPECT_NE(streamTask(), task);
+}
+
+TEST_F(SessionEventStreamTest, RelativeSourceIsAlwaysReopened) {
+  open();
+  const auto task = streamTask();
+  session->eventStream()->streamFromURL("events", *session);
+  EXPECT_NE(streamTask(), task);
+  EXPECT_EQ(task->state(), kvl::DataTask::State::canceling);
+}
+
+TEST_F(SessionEventStreamTest, ChunkWithThreeEventsSendsOneMessage) {
+  open();
+  receive(kThreeEvents);
+  ASSERT_EQ(recorder->batches.size(), 1U);
+  ASSERT_EQ(recorder->batches[0].size(), 3U);
+  EXPECT_EQ(recorder->batches[0][1]->description(), "event:b,data:two,id:(null)");
+  EXPECT_EQ(recorder->sender, session.get());
+  EXPECT_EQ(session->eventStream()->lastEventID(), "3");
+}
+
+TEST_F(SessionEventStreamTest, ChunkWithoutACompleteEventSendsNothing) {
+  open();
+  receive("event: a\n");
+  EXPECT_TRUE(recorder->batches.empty());
+}
+
+TEST_F(SessionEventStreamTest, BytesOfOtherTasksAndReplacedTasksAreIgnored) {
+  open();
+  const auto replaced = streamTask();
+  session->setEventStreamSource("others");
+  session->didReceiveData(*loader, replaced, kvl::Data::fromText(kThreeEvents));
+  EXPECT_TRUE(recorder->batches.empty());
+  session->didCompleteWithError(*loader, replaced,
+                                kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorCancelled));
+  queue->runDue();
+  EXPECT_EQ(loader->tasks().size(), 2U);
+  EXPECT_EQ(session->state(), KVLSessionStateEstablished);
+}
+
+TEST_F(SessionEventStreamTest, WithoutADelegateBytesAreDropped) {
+  open();
+  session->setDelegate({});
+  receive("event: a\nhalf a line");
+  EXPECT_EQ(session->eventStream()->data(), std::nullopt);
+}
+
+TEST_F(SessionEventStreamTest, TimeOutAndCancellationReopenAtOnceWithoutALogLine) {
+  for (const auto code : {kvl::NSURLErrorTimedOut, kvl::NSURLErrorCancelled}) {
+    open();
+    receive(kThreeEvents);
+    const auto first = streamTask();
+    const auto lines = log.count("event stream closed");
+    (void)queue->takeDelays();
+    complete(kvl::Error(kvl::NSURLErrorDomain, code));
+    EXPECT_EQ(queue->takeDelays(), std::vector{0.0});
+    queue->runDue();
+    EXPECT_NE(streamTask(), first);
+    EXPECT_EQ(streamTask()->originalRequest().urlText(), first->originalRequest().urlText());
+    EXPECT_EQ(streamTask()->originalRequest().headers().find("Last-Event-ID"), "3");
+    EXPECT_EQ(log.count("event stream closed"), lines);
+    EXPECT_EQ(session->state(), KVLSessionStateEstablished);
+  }
+}
+
+TEST_F(SessionEventStreamTest, ReopeningGivesWayToAnotherStream) {
+  open();
+  complete(kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorTimedOut));
+  session->setEventStreamSource("others");  // before the reopening has run
+  const auto other = streamTask();
+  queue->runDue();
+  EXPECT_EQ(streamTask(), other);
+}
+
+TEST_F(SessionEventStreamTest, AnyOtherEndDisconnectsAndNotarisesASecondLater) {
+  struct End {
+    std::optional<kvl::Error> error;
+    std::string line;
+  };
+  const kvl::Error network(kvl::NSURLErrorDomain, kvl::NSURLErrorNetworkConnectionLost);
+  const kvl::Error other(kvl::NSPOSIXErrorDomain, 22);
+  const kvl::Error foreign("another.domain", kvl::NSURLErrorTimedOut);
+  const End ends[] = {
+      {network, "event stream closed with unexpected network error: " + network.description()},
+      {other, "event stream closed with unexpected error: " + other.description()},
+      {foreign, "event stream closed with unexpected error: " + foreign.description()},
+      {std::nullopt, ""},
+  };
+  for (const auto& [error, line] : ends) {
+    open();
+    const auto calls = notary->calls();
+    const auto lines = log.lines().size();
+    complete(error);
+    EXPECT_EQ(session->state(), KVLSessionStateDisconnected);
+    EXPECT_EQ(session->eventStream()->task(), nullptr);
+    EXPECT_EQ(session->signature(), nullptr);
+    if (error) {
+      EXPECT_EQ(log.lines().back(), line);
+    } else {
+      EXPECT_EQ(log.lines().size(), lines);
+    }
+    queue->advance(1s);
+    EXPECT_EQ(notary->calls(), calls + 1);
+    notary->drop();
+    queue->dropPending();
+  }
+}
+
+TEST_F(SessionEventStreamTest, RenewalReopensARelativeSourceWithTheLastIdentifier) {
+  open();
+  receive(kThreeEvents);
+  const auto first = streamTask();
+  queue->advance(800s);
+  const SilentServer server;
+  notary->answer(signatureFor(server.url()));
+  EXPECT_EQ(first->state(), kvl::DataTask::State::canceling);
+  EXPECT_NE(session->session(), loader);
+  const auto task = session->eventStream()->task();
+  ASSERT_NE(task, nullptr);
+  EXPECT_NE(task, first);
+  EXPECT_EQ(task->originalRequest().headers().find("Last-Event-ID"), "3");
+  session->disconnectAfterError();
+}
+
+TEST_F(SessionEventStreamTest, RenewalLeavesAnAbsoluteSourceThatRunsAlone) {
+  open("https://127.0.0.1:4321/base/events");
+  const auto first = streamTask();
+  queue->advance(800s);
+  notary->answer(signatureEnding(queue->wallTime().adding(1000)));
+  EXPECT_EQ(streamTask(), first);
+}
+
+TEST_F(SessionEventStreamTest, CancelKeepsTheIdentifierAndForgetsTheRest) {
+  open();
+  receive("event: a\nid: 1\n\nrest");
+  session->eventStream()->cancel();
+  EXPECT_EQ(session->eventStream()->task(), nullptr);
+  EXPECT_EQ(session->eventStream()->data(), std::nullopt);
+  EXPECT_EQ(session->eventStream()->lastEventID(), "1");
+}
+
+}  // namespace
