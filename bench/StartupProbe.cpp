@@ -1,0 +1,72 @@
+// Fetches one document and prints, in milliseconds of CLOCK_MONOTONIC: when it had the document,
+// and how long the generation of the key took.
+#include "platform/security/KeyStore.h"
+
+#include <local/local.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+namespace {
+
+double milliseconds() {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
+}
+
+// Passes everything on to the process's own store. A notary first deletes its old keys, then
+// generates a pair and then stores it: what lies between the two calls is the generation.
+class TimingStore final : public kvl::security::KeyStore {
+ public:
+  explicit TimingStore(std::shared_ptr<KeyStore> inner) : inner_(std::move(inner)) {}
+  [[nodiscard]] std::string_view name() const noexcept override { return inner_->name(); }
+  [[nodiscard]] kvl::Status add(const kvl::security::StoredKey& key,
+                                kvl::security::Deadline deadline) override {
+    if (generation == 0) generation = milliseconds() - removed_;
+    return inner_->add(key, deadline);
+  }
+  [[nodiscard]] kvl::Status find(std::optional<std::string_view> tag,
+                                 std::vector<kvl::security::StoredKey>& keys,
+                                 kvl::security::Deadline deadline) override {
+    return inner_->find(tag, keys, deadline);
+  }
+  [[nodiscard]] kvl::Status remove(std::string_view tag, std::optional<kvl::Key::Class> keyClass,
+                                   kvl::security::Deadline deadline) override {
+    const auto status = inner_->remove(tag, keyClass, deadline);
+    removed_ = milliseconds();
+    return status;
+  }
+
+  double generation = 0;
+
+ private:
+  const std::shared_ptr<KeyStore> inner_;
+  double removed_ = 0;
+};
+
+}  // namespace
+
+int main() {
+  kvl::setHostIdentifier("org.example.StartupProbe");
+  const auto store = std::make_shared<TimingStore>(kvl::security::defaultKeyStore());
+  kvl::security::setDefaultKeyStore(store);
+  const auto session = KVLSession::sessionWithNotary(KVLNotary::sharedNotary(), {});
+  kvl::Semaphore done;
+  bool good = false;
+  const auto observation = session->observeState([&](KVLSessionState state) {
+    if (state == KVLSessionStateConnecting) return;
+    session->request(kvl::URLRequest("status"),
+                     [&](auto&&, const kvl::URLResponseRef& response, auto&&) {
+                       good = response && response->httpStatusCode == 200;
+                       done.signal();
+                     });
+  });
+  const bool answered = done.waitFor(std::chrono::seconds(30));
+  const double now = milliseconds();
+  if (!answered || !good) return EXIT_FAILURE;
+  std::printf("%.3f %.3f\n", now, store->generation);
+  std::fflush(stdout);
+  std::_Exit(EXIT_SUCCESS);  // the session's observers are still registered
+}

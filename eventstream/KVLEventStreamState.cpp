@@ -1,0 +1,101 @@
+#include "eventstream/KVLEventStreamStateImplementation.h"
+#include "eventstream/StreamTimeout.h"
+
+#include <local/KVLSession.h>
+#include <local/platform/Log.h>
+#include <local/platform/SystemVersion.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+kvl::URLRequest requestFor(const kvl::URL& url, const std::optional<std::string>& lastEventID) {
+  kvl::URLRequest request(url);
+  request.headers().set("Accept", "text/event-stream");
+  // An identifier that HTTP cannot carry is left out: the stream then starts afresh, which costs
+  // repeated events rather than the stream.
+  if (lastEventID && kvl::isSendableHeaderField("Last-Event-ID", *lastEventID)) {
+    request.headers().set("Last-Event-ID", *lastEventID);
+  }
+  request.setTimeoutInterval(kvl::eventstream::timeoutInterval());
+  return request;
+}
+
+}  // namespace
+
+KVLEventStreamState::KVLEventStreamState() : implementation_(std::make_unique<Implementation>()) {}
+KVLEventStreamState::~KVLEventStreamState() = default;
+
+void KVLEventStreamState::streamFromURL(std::string_view url, KVLSession& session) {
+  std::lock_guard lock(implementation_->monitor);
+  if (implementation_->isOpenAt(url)) return;
+  if (task()) cancel();
+  if (!implementation_->isUsableSource(url)) return;
+  const auto request = requestFor(*kvl::URL::parse(url), lastEventID());
+  kvl::log("establishing event stream: %@", url);
+  auto opened = session.request(request);
+  if (opened && kvl::isSystemVersionAtLeast(11, 3)) opened->setPrefersIncrementalDelivery(true);
+  setTask(std::move(opened));
+}
+
+// The original request holds the resolved URL, so only an absolute source can match.
+bool KVLEventStreamState::Implementation::isOpenAt(std::string_view url) const {
+  const auto open = task.get();
+  return open && open->state() == kvl::DataTask::State::running &&
+         open->originalRequest().urlText() == url;
+}
+
+bool KVLEventStreamState::Implementation::isUsableSource(std::string_view url) {
+  if (url.empty()) {
+    if (!std::exchange(emptySourceLogged, true)) kvl::log("no event stream source is set");
+    return false;
+  }
+  if (kvl::URL::parse(url)) return true;
+  kvl::log("event stream source is no URL: %@", url);
+  return false;
+}
+
+bool KVLEventStreamState::isEqualToTask(const kvl::DataTask& other) const {
+  std::uint64_t identifier = 0;
+  {
+    std::lock_guard lock(implementation_->monitor);
+    if (const auto own = task()) identifier = own->taskIdentifier();
+  }
+  return identifier == other.taskIdentifier();
+}
+
+void KVLEventStreamState::cancel() {
+  std::lock_guard lock(implementation_->monitor);
+  if (const auto running = implementation_->task.exchange(nullptr)) running->cancel();
+  setData(std::nullopt);
+  setEvent(nullptr);
+}
+
+std::shared_ptr<kvl::DataTask> KVLEventStreamState::task() const {
+  return implementation_->task.get();
+}
+void KVLEventStreamState::setTask(std::shared_ptr<kvl::DataTask> task) {
+  implementation_->task.set(std::move(task));
+}
+
+std::optional<kvl::Data> KVLEventStreamState::data() const {
+  return implementation_->data.get();
+}
+void KVLEventStreamState::setData(std::optional<kvl::Data> data) {
+  implementation_->data.set(std::move(data));
+}
+
+std::shared_ptr<KVLEvent> KVLEventStreamState::event() const {
+  return implementation_->event.get();
+}
+void KVLEventStreamState::setEvent(std::shared_ptr<KVLEvent> event) {
+  implementation_->event.set(std::move(event));
+}
+
+std::optional<std::string> KVLEventStreamState::lastEventID() const {
+  return implementation_->lastEventID.get();
+}
+void KVLEventStreamState::setLastEventID(std::optional<std::string> identifier) {
+  implementation_->lastEventID.set(std::move(identifier));
+}

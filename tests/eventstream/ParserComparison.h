@@ -1,0 +1,45 @@
+// The parser beside the reference.
+#pragma once
+
+#include "tests/eventstream/ReferenceParser.h"
+#include "tests/support/LogCapture.h"
+
+#include <local/KVLEventStreamState.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kvltest {
+
+class ParserComparison {
+ public:
+  // Gives both the same chunk. What differs, or an empty text.
+  [[nodiscard]] std::string read(std::string_view chunk) {
+    std::vector<std::string> expected;
+    for (const auto& event : reference_.read(chunk)) expected.push_back(event.description());
+    std::vector<std::string> found;
+    for (const auto& event : state_.read(kvl::Data::fromText(chunk)))
+      found.push_back(event->description());
+    if (found != expected) return "events: " + joined(found) + " instead of " + joined(expected);
+    if (state_.data()->text() != reference_.carried()) return "the carried line";
+    if (state_.lastEventID() != reference_.lastEventID()) return "the last event identifier";
+    return {};
+  }
+
+  [[nodiscard]] const std::vector<std::string>& malformedLines() const {
+    return reference_.malformedLines();
+  }
+
+ private:
+  static std::string joined(const std::vector<std::string>& texts) {
+    std::string all;
+    for (const auto& text : texts) all += "[" + text + "]";
+    return all;
+  }
+
+  ReferenceParser reference_;
+  KVLEventStreamState state_;
+};
+
+}  // namespace kvltest
