@@ -1,0 +1,91 @@
+#include "devservice/CommandLine.h"
+
+#include "devservice/StateDirectory.h"
+
+#include <CLI/CLI.hpp>
+#include <map>
+
+namespace devservice {
+namespace {
+
+const std::map<std::string, Fault> kFaults{
+    {"none", Fault::none},
+    {"error", Fault::error},
+    {"empty", Fault::empty},
+    {"no-url", Fault::noURL},
+    {"bad-anchor", Fault::badAnchor},
+    {"bad-certificate", Fault::badCertificate},
+    {"no-certificate", Fault::noCertificate},
+    {"rubbish", Fault::rubbish},
+    {"hang", Fault::hang},
+    {"exit", Fault::exit},
+};
+
+constexpr int kHighestPort = 65535;
+
+template <class Options>
+void addCommonOptions(CLI::App& app, Options& options) {
+  options.state = StateDirectory::defaultPath();
+  app.add_option("--state", options.state, "Directory of the authority and of service.url")
+      ->capture_default_str();
+  app.add_flag("--new-ca", options.newAuthority, "Make a new authority, even if there is one");
+}
+
+template <class Duration>
+void addDuration(CLI::App& app, const std::string& name, Duration& duration,
+                 const std::string& help) {
+  app.add_option_function<std::int64_t>(
+         name, [&duration](std::int64_t count) { duration = Duration(count); }, help)
+      ->default_str(std::to_string(duration.count()));
+}
+
+template <class Options>
+std::variant<Options, int> parse(CLI::App& app, Options& options, int count, char** arguments) {
+  try {
+    app.parse(count, arguments);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error);
+  }
+  return options;
+}
+
+}  // namespace
+
+std::variant<NotaryOptions, int> parseNotaryOptions(int count, char** arguments) {
+  CLI::App app(
+      "A notary for development: claims korvale.vandrel.local.notary on the session bus and issues "
+      "client certificates for the development service.");
+  NotaryOptions options;
+  addCommonOptions(app, options);
+  addDuration(app, "--lifetime", options.lifetime,
+              "Seconds for which client certificates are valid; negative: expired ones");
+  app.add_option("--url", options.urls,
+                 "URL to hand out, may be repeated (default: what service.url says)");
+  addDuration(app, "--delay", options.delay, "Milliseconds to wait before each answer");
+  app.add_option("--fault", options.fault, "What to do wrong")
+      ->transform(CLI::CheckedTransformer(kFaults));
+  app.add_option("--fault-count", options.faultCount, "Do so for the first N requests only");
+  return parse(app, options, count, arguments);
+}
+
+std::variant<ServiceOptions, int> parseServiceOptions(int count, char** arguments) {
+  CLI::App app(
+      "A local service for development: HTTPS on 127.0.0.1 for clients that the development notary "
+      "has given a certificate.");
+  ServiceOptions options;
+  addCommonOptions(app, options);
+  app.add_option("--port", options.port, "Port, 0 for any")
+      ->check(CLI::Range(0, kHighestPort))
+      ->capture_default_str();
+  app.add_option("--documents", options.documents, "Directory whose files are served")
+      ->check(CLI::ExistingDirectory);
+  app.add_option("--server-name", options.serverNames,
+                 "Name or address in the server certificate instead of localhost, 127.0.0.1 and "
+                 "::1; may be repeated");
+  addDuration(app, "--server-lifetime", options.serverLifetime,
+              "Seconds for which the server certificate is valid");
+  app.add_flag("--expired", options.expired, "Use a server certificate that has expired");
+  return parse(app, options, count, arguments);
+}
+
+}  // namespace devservice

@@ -1,0 +1,42 @@
+#include "devservice/Json.h"
+
+#include <array>
+#include <cstdio>
+
+namespace devservice {
+
+std::string jsonString(std::string_view text) {
+  std::string result = "\"";
+  for (const char character : text) {
+    if (character == '"' || character == '\\') {
+      result += {'\\', character};
+    } else if (static_cast<unsigned char>(character) < ' ') {
+      std::array<char, 8> escape{};
+      std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(character));
+      result += escape.data();
+    } else {
+      result += character;
+    }
+  }
+  return result + "\"";
+}
+
+JsonObject& JsonObject::add(std::string_view key, std::string_view text) {
+  return addRaw(key, jsonString(text));
+}
+
+JsonObject& JsonObject::add(std::string_view key, std::int64_t number) {
+  return addRaw(key, std::to_string(number));
+}
+
+JsonObject& JsonObject::add(std::string_view key, const JsonObject& object) {
+  return addRaw(key, object.text());
+}
+
+JsonObject& JsonObject::addRaw(std::string_view key, std::string_view json) {
+  if (!entries_.empty()) entries_ += ',';
+  entries_ += jsonString(key) + ":" + std::string(json);
+  return *this;
+}
+
+}  // namespace devservice

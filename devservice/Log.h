@@ -1,0 +1,15 @@
+// Readable lines on standard error.
+#pragma once
+
+#include <string_view>
+
+namespace devservice {
+
+// Who is speaking; set once, before anything is logged.
+void setLogName(std::string_view name);
+
+// One line with the time of day. Control bytes are replaced, so that one call is one line. May be
+// called from any thread.
+void log(std::string_view text);
+
+}  // namespace devservice
