@@ -1,0 +1,136 @@
+#include "tests/integration/LocalService.h"
+
+#include "tests/support/FolderWait.h"
+
+#include <local/platform/HostApplication.h>
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace kvltest {
+namespace {
+
+// Never answers and keeps no handler, which lets a session end: its timer would otherwise go on
+// and reach into later tests.
+class SilentNotary final : public KVLNotary {
+ public:
+  SilentNotary() : KVLNotary(WithoutKeys{}) {}
+  void notariseWithCompletionHandler(CompletionHandler /*handler*/) override {}
+};
+
+std::string quoted(const std::filesystem::path& path) {
+  return "'" + path.string() + "'";
+}
+
+}  // namespace
+
+LocalService::LocalService() {
+  std::filesystem::create_directory(stateDirectory());
+  std::filesystem::permissions(stateDirectory(), std::filesystem::perms::owner_all);
+  // The kernel's keyring is shared with whoever else runs these tests at the same time.
+  kvl::setHostIdentifier("org.example.IntegrationTest-" + std::to_string(getpid()));
+  bus.startKeyring();
+}
+
+LocalService::~LocalService() {
+  if (HasFailure()) {
+    for (const auto& line : log.lines()) std::fprintf(stderr, "log: %s\n", line.c_str());
+  }
+  states.reset();
+  if (session) {
+    silenceNotary();
+    session->disconnectAfterError();
+  }
+  (void)KVLNotary::deleteKeys();
+  kvl::setHostIdentifier("");
+}
+
+void LocalService::offerNotary(const std::string& options) {
+  // The bus takes a trailing blank for an argument of its own.
+  const auto separator = options.empty() ? "" : " ";
+  bus.addService(kNotaryName, std::string(KVL_DEVNOTARY) + " --state " + quoted(stateDirectory()) +
+                                  separator + options);
+}
+
+void LocalService::startService(const std::vector<std::string>& options) {
+  std::filesystem::remove(stateDirectory() / "service.url");
+  std::vector<std::string> arguments{KVL_DEVSERVICE, "--state", stateDirectory().string()};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  serviceLogFile_ = bus.directory() / ("service-" + std::to_string(++serviceStarts_) + ".log");
+  service_ = ChildProcess(arguments, environmentWith({}), serviceLogFile_);
+  const auto url = stateDirectory() / "service.url";
+  if (!waitForFolder(stateDirectory(), service_, [&] { return std::filesystem::exists(url); })) {
+    throw std::runtime_error("the service did not start: " + serviceLog());
+  }
+}
+
+void LocalService::stopService() {
+  service_.kill();
+}
+
+void LocalService::endService() {
+  service_.signal(SIGTERM);
+  service_.wait();
+}
+
+std::string LocalService::serviceLog() const {
+  std::ostringstream text;
+  text << std::ifstream(serviceLogFile_).rdbuf();
+  return text.str();
+}
+
+bool LocalService::waitForServiceLog(std::string_view part) const {
+  return waitForFolder(bus.directory(), service_,
+                       [&] { return serviceLog().find(part) != std::string::npos; });
+}
+
+std::string LocalService::servicePort() const {
+  std::ifstream file(stateDirectory() / "service.url");
+  std::string text;
+  file >> text;
+  const auto url = kvl::URL::parse(text);
+  if (!url || !url->port()) throw std::runtime_error("no port in " + text);
+  return std::to_string(*url->port());
+}
+
+void LocalService::createSession() {
+  session = KVLSession::sessionWithNotary(nullptr, {});
+  states = std::make_unique<StateWatcher>(*session);
+}
+
+void LocalService::createSessionWithoutNotary() {
+  session = KVLSession::sessionWithNotary(std::make_shared<SilentNotary>(), {});
+  states = std::make_unique<StateWatcher>(*session);
+}
+
+void LocalService::establish() {
+  createSession();
+  ASSERT_TRUE(states->waitFor(KVLSessionStateEstablished));
+}
+
+void LocalService::silenceNotary() {
+  session->setNotary(std::make_shared<SilentNotary>());
+}
+
+Reply LocalService::send(const kvl::URLRequest& request) const {
+  const auto reply = std::make_shared<Reply>();
+  const auto done = std::make_shared<kvl::Semaphore>();
+  session->request(request,
+                   [reply, done](std::optional<kvl::Data> data, kvl::URLResponseRef response,
+                                 std::optional<kvl::Error> error) {
+                     *reply = {std::move(data), std::move(response), std::move(error)};
+                     done->signal();
+                   });
+  if (!done->waitFor(kPatience)) {
+    ADD_FAILURE() << "no answer to " << request.urlText();
+    return {std::nullopt, nullptr, kvl::Error("no answer", 0)};
+  }
+  return *reply;
+}
+
+}  // namespace kvltest

@@ -1,0 +1,131 @@
+// The program without a notary.
+#include "tests/tools/ProgramFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+namespace kvltest {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+using testing::StartsWith;
+
+constexpr auto kUnreachable = "kvlocal: the notary service cannot be reached: ";
+
+class FailureTest : public ProgramTest {};
+
+TEST_F(FailureTest, StatusWithoutABusSaysThatTheNotaryCannotBeReached) {
+  const Outcome outcome = run({"status"});
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_THAT(outcome.errors, MatchesRegex(std::string(kUnreachable) + ".+\n"));
+  EXPECT_THAT(outcome.output, MatchesRegex("state +disconnected\n"));
+}
+
+TEST_F(FailureTest, StatusWithoutANotarySaysTheSame) {
+  const PrivateBus bus;
+  useBus(bus.address());
+  const Outcome outcome = run({"status"});
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_THAT(outcome.errors, StartsWith(kUnreachable));
+}
+
+TEST_F(FailureTest, StatusTellsTheErrorAsJSONToo) {
+  const Outcome outcome = run({"--json", "status"});
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_THAT(outcome.output, StartsWith(R"({"state":"disconnected","error":{"domain":)"));
+  EXPECT_THAT(outcome.output, HasSubstr(R"("code":4099)"));
+}
+
+TEST_F(FailureTest, GetWritesNothingToItsOutput) {
+  const Outcome outcome = run({"get", "/"});
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_THAT(outcome.output, IsEmpty());
+  EXPECT_THAT(outcome.errors, StartsWith(kUnreachable));
+}
+
+TEST_F(FailureTest, EventsNeedAnIdentityToBegin) {
+  const Outcome outcome = run({"events", "/events"});
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_THAT(outcome.output, IsEmpty());
+  EXPECT_THAT(outcome.errors, StartsWith(kUnreachable));
+  EXPECT_EQ(run({"events", "/events", "--timeout", "0.2"}).exitCode, 3);
+}
+
+TEST_F(FailureTest, ATimeoutThatPassesEndsTheTrying) {
+  EXPECT_EQ(run({"status", "--timeout", "0.2"}).exitCode, 3);
+}
+
+TEST_F(FailureTest, LogLinesAppearOnlyWhenAskedFor) {
+  EXPECT_THAT(run({"status"}).errors, testing::Not(HasSubstr("notarisation error: ")));
+  EXPECT_THAT(run({"status", "--verbose"}).errors, HasSubstr("kvlocal: notarisation error: "));
+}
+
+TEST_F(FailureTest, SigningRequestNeedsNoNotary) {
+  const Outcome outcome = run({"csr"});
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_THAT(outcome.output, StartsWith("-----BEGIN CERTIFICATE REQUEST-----\n"));
+  EXPECT_THAT(outcome.output, testing::EndsWith("\n-----END CERTIFICATE REQUEST-----\n"));
+}
+
+TEST_F(FailureTest, SigningRequestWithoutAnIdentifierCannotBeMade) {
+  const Outcome outcome = run({"csr", "--identifier", ""});
+  EXPECT_EQ(outcome.exitCode, 5);
+  EXPECT_THAT(outcome.output, IsEmpty());
+  EXPECT_THAT(outcome.errors, HasSubstr("no signing request"));
+}
+
+TEST_F(FailureTest, OutputThatCannotBeWrittenIsAnErrorOfItsOwn) {
+  const Outcome outcome = runInto("/dev/full", {"csr"});
+  EXPECT_EQ(outcome.exitCode, 6);
+  EXPECT_THAT(outcome.errors, HasSubstr("No space left on device"));
+}
+
+TEST_F(FailureTest, OutputThatIsClosedIsNotTakenByAnythingElse) {
+  const Outcome outcome = runInShell("exec \"$0\" csr >&-");
+  EXPECT_EQ(outcome.exitCode, 6);
+  EXPECT_EQ(outcome.errors, "kvlocal: standard output cannot be written: Bad file descriptor\n");
+}
+
+TEST_F(FailureTest, ErrorsThatNobodyWantsHarmNothing) {
+  const Outcome outcome = runInShell("exec \"$0\" status 2>&- <&-");
+  EXPECT_EQ(outcome.exitCode, 3);
+  EXPECT_THAT(outcome.errors, MatchesRegex("state +disconnected\n"));
+}
+
+TEST_F(FailureTest, WatchEndsAfterSoManyChanges) {
+  const Outcome outcome = run({"watch", "--json", "--count", "2"});
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 2);
+}
+
+TEST_F(FailureTest, WatchShowsTheStateOfAFailure) {
+  const Outcome outcome =
+      runUntil(R"({"state":"disconnected","value":2})", {"watch", "--json", "--for", "60"});
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_THAT(outcome.output, HasSubstr(R"({"state":"disconnected","value":2})"));
+}
+
+TEST_F(FailureTest, WatchShowsTheTextsOfAFailure) {
+  const Outcome outcome = runUntil("Retrying every 15 seconds\n", {"watch", "--for", "60"});
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_THAT(outcome.output, HasSubstr("progress    Reconnecting\u2026\n            "));
+}
+
+TEST_F(FailureTest, WatchForNoTimeAtAllEndsAtOnce) {
+  EXPECT_EQ(run({"watch", "--for", "0"}).exitCode, 0);
+}
+
+class SignalTest : public ProgramTest, public testing::WithParamInterface<int> {};
+
+TEST_P(SignalTest, EndsWatchingCleanly) {
+  const Outcome outcome = runUntil("\n", {"watch"}, GetParam());
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_THAT(outcome.errors, IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, SignalTest, testing::Values(SIGINT, SIGTERM, SIGHUP));
+
+}  // namespace
+}  // namespace kvltest

@@ -1,0 +1,73 @@
+// The program with the development notary and service.
+#include "tests/tools/ServiceFixture.h"
+
+#include <gmock/gmock.h>
+
+namespace kvltest {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+TEST_F(ServiceTest, StatusShowsTheIdentity) {
+  const Outcome outcome = run({"status"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  EXPECT_THAT(outcome.output,
+              AllOf(StartsWith("state       established\n"), HasSubstr("\nbase URL    https://"),
+                    HasSubstr("\nsubject "), HasSubstr("\nissuer "), HasSubstr("\nserial "),
+                    HasSubstr("\nexpires "), HasSubstr("\nanchor ")));
+  EXPECT_THAT(outcome.errors, IsEmpty());
+}
+
+TEST_F(ServiceTest, StatusAsJSONIsOneObject) {
+  const Outcome outcome = run({"status", "--json"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  EXPECT_THAT(outcome.output,
+              StartsWith(R"({"state":"established","signature":{"baseURL":"https://)"));
+}
+
+TEST_F(ServiceTest, GetWritesTheBodyByteForByte) {
+  const Outcome outcome = run({"get", kDocument});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  EXPECT_EQ(outcome.output, kDocumentBytes);
+}
+
+TEST_F(ServiceTest, GetShowsHeaderFieldsWhenAskedFor) {
+  const Outcome outcome = run({"get", "-i", kDocument});
+  EXPECT_THAT(outcome.output, StartsWith("HTTP/"));
+  EXPECT_THAT(outcome.output, HasSubstr(" 200\n"));
+  EXPECT_THAT(outcome.output, testing::EndsWith("\n\n" + kDocumentBytes));
+}
+
+TEST_F(ServiceTest, GetAsJSONHoldsBytesInBase64) {
+  EXPECT_THAT(run({"get", "--json", kDocument}).output,
+              AllOf(HasSubstr(R"("status":200)"), HasSubstr(R"("bodyBase64":"AP8NCgr+IHRhaWwA")")));
+}
+
+TEST_F(ServiceTest, AStatusAbove400IsToldByTheExitCode) {
+  const Outcome outcome = run({"get", "/there/is/no/such/document"});
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_THAT(outcome.errors, HasSubstr("HTTP status 404"));
+}
+
+TEST_F(ServiceTest, ARequestThatFailsIsToldByTheExitCode) {
+  const Outcome outcome = run({"get", "https://127.0.0.1:1/"});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the request failed: "));
+  EXPECT_THAT(outcome.output, IsEmpty());
+}
+
+TEST_F(ServiceTest, ATextThatIsNoURLIsARequestThatFails) {
+  EXPECT_EQ(run({"get", "not a url"}).exitCode, 4);
+}
+
+TEST_F(ServiceTest, WatchShowsTheIdentity) {
+  const Outcome outcome = runUntil("\nanchor", {"watch", "--for", "60"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  EXPECT_THAT(outcome.output, AllOf(HasSubstr("1 established"), HasSubstr("identity\n")));
+}
+
+}  // namespace
+}  // namespace kvltest

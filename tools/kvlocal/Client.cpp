@@ -1,0 +1,91 @@
+#include "tools/kvlocal/Client.h"
+
+#include "tools/kvlocal/Describe.h"
+#include "tools/kvlocal/Output.h"
+
+#include <cstdlib>
+#include <utility>
+
+namespace kvlocal {
+namespace {
+
+constexpr auto kPathVariable = "korvale_vandrel_notary";
+
+// A session shows its notary's errors only as progress texts; this notary keeps the last one. It
+// is recorded before the session learns of it, so whoever sees the state change finds it.
+class RecordingNotary final : public KVLNotary {
+ public:
+  using Record = std::shared_ptr<kvl::Atomic<std::optional<kvl::Error>>>;
+
+  RecordingNotary(std::optional<std::string> path, Record record)
+      : KVLNotary(std::move(path)), record_(std::move(record)) {}
+
+  void notariseWithCompletionHandler(CompletionHandler completionHandler) override {
+    KVLNotary::notariseWithCompletionHandler(
+        [record = record_, handler = std::move(completionHandler)](
+            std::shared_ptr<KVLNotarySignature> signature, std::optional<kvl::Error> error) {
+          record->set(error);
+          handler(std::move(signature), std::move(error));
+        });
+  }
+
+ private:
+  const Record record_;
+};
+
+// Whether the service could not be reached at all, as opposed to one that answered with an error.
+bool isUnreachable(const kvl::Error& error) {
+  return error.is(kvl::NSCocoaErrorDomain, kvl::NSXPCConnectionInvalid);
+}
+
+}  // namespace
+
+std::optional<std::string> notaryPath(const Settings& settings) {
+  if (settings.notaryPath) return settings.notaryPath;
+  const char* path = std::getenv(kPathVariable);
+  if (path == nullptr || *path == '\0') return std::nullopt;
+  return path;
+}
+
+Client::Client(const Context& context)
+    : context_(context),
+      session_(KVLSession::sessionWithNotary(
+          std::make_shared<RecordingNotary>(notaryPath(context.settings), lastError_), {})),
+      observation_(session_->observeState(
+          [rendezvous = context.rendezvous, seen = seen_](KVLSessionState state) {
+            rendezvous->change([&] {
+              seen->state = state;
+              seen->established = seen->established || state == KVLSessionStateEstablished;
+            });
+          })) {}
+
+Client::~Client() {
+  // The session lives as long as the process and would leave its disposable key pair behind.
+  if (const auto error = KVLNotary::deleteKeys()) complain(errorText(*error));
+}
+
+ExitCode Client::establish() {
+  const auto limit = std::chrono::steady_clock::now() + context_.settings.limit();
+  bool established = false;
+  const auto result = context_.rendezvous->wait(limit, [&] {
+    established = seen_->established;
+    return established || (!context_.settings.retries() && isSettled(seen_->state));
+  });
+  if (result == Rendezvous::Result::interrupted) return ExitCode::interrupted;
+  return established ? ExitCode::ok : ExitCode::notEstablished;
+}
+
+// On its way to recovering, a session passes through disconnected.
+bool Client::isSettled(KVLSessionState state) const {
+  if (state == KVLSessionStateDisconnected) return !KVLSession::isRecoverableError(lastError());
+  return state != KVLSessionStateConnecting;
+}
+
+std::string Client::failureText() const {
+  const auto error = lastError();
+  if (!error) return "the notary service did not answer in time";
+  if (isUnreachable(*error)) return "the notary service cannot be reached: " + errorText(*error);
+  return "the notary service gave no identity: " + errorText(*error);
+}
+
+}  // namespace kvlocal

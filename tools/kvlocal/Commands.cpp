@@ -1,0 +1,13 @@
+#include "tools/kvlocal/Commands.h"
+
+#include <array>
+
+namespace kvlocal {
+
+std::span<const Command> commands() {
+  static const std::array kCommands{statusCommand(), getCommand(), watchCommand(), eventsCommand(),
+                                    csrCommand()};
+  return kCommands;
+}
+
+}  // namespace kvlocal

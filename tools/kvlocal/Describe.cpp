@@ -1,0 +1,100 @@
+#include "tools/kvlocal/Describe.h"
+
+#include <local/KVLEncodingLocale.h>
+
+#include <cstdint>
+#include <string_view>
+
+namespace kvlocal {
+namespace {
+
+constexpr std::size_t kNameWidth = 12;
+constexpr std::string_view kAbsent = "(none)";
+
+std::string orAbsent(std::string_view text) {
+  return std::string(text.empty() ? kAbsent : text);
+}
+
+kvl::Value dateValue(const std::optional<kvl::Date>& date) {
+  return date ? kvl::Value(date->description()) : kvl::Value();
+}
+
+std::string expiryText(const std::optional<kvl::Date>& date) {
+  if (!date) return std::string(kAbsent);
+  const auto seconds = static_cast<std::int64_t>(date->secondsSince(kvl::Date::now()));
+  const std::string distance = KVLEncoding::duration(seconds < 0 ? -seconds : seconds);
+  return date->description() + (seconds < 0 ? " (" + distance + " ago)" : " (in " + distance + ")");
+}
+
+std::string baseURLText(const KVLNotarySignature& signature) {
+  const auto url = signature.baseURL();
+  return url ? url->absoluteString() : std::string();
+}
+
+kvl::Value certificateValue(const kvl::CertificateRef& certificate) {
+  if (!certificate) return {};
+  return kvl::Dictionary{{"subject", certificate->subject()},
+                         {"issuer", certificate->issuer()},
+                         {"serial", certificate->serialNumber()},
+                         {"notBefore", dateValue(certificate->notValidBefore())},
+                         {"notAfter", dateValue(certificate->notValidAfter())}};
+}
+
+std::string clientText(const kvl::CertificateRef& client) {
+  if (!client) return field("subject", "(none: the notary issued no certificate)");
+  return field("subject", orAbsent(client->subject())) + field("issuer", client->issuer()) +
+         field("serial", client->serialNumber());
+}
+
+}  // namespace
+
+const char* stateName(KVLSessionState state) {
+  switch (state) {
+    case KVLSessionStateConnecting:
+      return "connecting";
+    case KVLSessionStateEstablished:
+      return "established";
+    case KVLSessionStateDisconnected:
+      return "disconnected";
+    case KVLSessionStateRecovering:
+      return "recovering";
+  }
+  return "unknown";
+}
+
+std::string errorText(const kvl::Error& error) {
+  std::string text = error.localizedDescription();
+  const auto reason = error.localizedFailureReason();
+  if (reason && text.find(*reason) == std::string::npos) text += " (" + *reason + ")";
+  return text + " [" + error.domain() + " " + std::to_string(error.code()) + "]";
+}
+
+kvl::Dictionary errorValue(const kvl::Error& error) {
+  kvl::Dictionary value{{"domain", error.domain()},
+                        {"code", error.code()},
+                        {"description", error.localizedDescription()}};
+  if (const auto reason = error.localizedFailureReason()) value.set("reason", *reason);
+  return value;
+}
+
+std::string field(std::string_view name, std::string_view value) {
+  std::string line(name);
+  line.resize(std::max(kNameWidth, name.size() + 1), ' ');
+  return line.append(value) + '\n';
+}
+
+std::string signatureText(const KVLNotarySignature& signature) {
+  const kvl::CertificateRef anchor = signature.anchor();
+  return field("base URL", orAbsent(baseURLText(signature))) + clientText(signature.client()) +
+         field("expires", expiryText(signature.expires())) +
+         field("anchor", anchor ? anchor->subject() : std::string(kAbsent));
+}
+
+kvl::Dictionary signatureValue(const KVLNotarySignature& signature) {
+  return kvl::Dictionary{{"baseURL", baseURLText(signature)},
+                         {"expires", dateValue(signature.expires())},
+                         {"certificate", certificateValue(signature.client())},
+                         {"anchor", certificateValue(signature.anchor())}};
+}
+
+}  // namespace kvlocal

@@ -1,0 +1,24 @@
+// The framework's objects as text for people and as values for JSON output.
+#pragma once
+
+#include <local/KVLSession.h>
+
+#include <string>
+
+namespace kvlocal {
+
+// "connecting", "established", "disconnected" or "recovering".
+[[nodiscard]] const char* stateName(KVLSessionState state);
+
+// One line: what went wrong and, where it says more, why.
+[[nodiscard]] std::string errorText(const kvl::Error& error);
+[[nodiscard]] kvl::Dictionary errorValue(const kvl::Error& error);
+
+// Lines with a name and a value each.
+[[nodiscard]] std::string signatureText(const KVLNotarySignature& signature);
+[[nodiscard]] kvl::Dictionary signatureValue(const KVLNotarySignature& signature);
+
+// One of those lines.
+[[nodiscard]] std::string field(std::string_view name, std::string_view value);
+
+}  // namespace kvlocal

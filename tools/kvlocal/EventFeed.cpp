@@ -1,0 +1,55 @@
+#include "tools/kvlocal/EventFeed.h"
+
+#include <iterator>
+#include <utility>
+
+namespace kvlocal {
+
+EventFeed::EventFeed(std::shared_ptr<Rendezvous> rendezvous, Format format)
+    : rendezvous_(std::move(rendezvous)), format_(std::move(format)) {}
+
+void EventFeed::add(const std::vector<std::shared_ptr<KVLEvent>>& events) {
+  received_ = true;
+  std::vector<std::string> lines;
+  lines.reserve(events.size());
+  for (const auto& event : events) lines.push_back(format_(*event));
+  const auto result =
+      rendezvous_->wait({}, [&] { return closed_ || waitingBytes_ < kMostWaitingBytes; });
+  if (result != Rendezvous::Result::met) return;
+  rendezvous_->change([&] {
+    if (!closed_) append(std::move(lines));
+  });
+}
+
+void EventFeed::append(std::vector<std::string> lines) {
+  for (const std::string& line : lines) waitingBytes_ += line.size();
+  lines_.insert(lines_.end(), std::make_move_iterator(lines.begin()),
+                std::make_move_iterator(lines.end()));
+}
+
+std::vector<std::string> EventFeed::take(Rendezvous::Limit limit) {
+  std::vector<std::string> taken;
+  if (rendezvous_->isOver(limit)) return taken;
+  const auto result = rendezvous_->wait(limit, [this] { return closed_ || !lines_.empty(); });
+  if (result != Rendezvous::Result::met) return taken;
+  rendezvous_->change([&] {
+    if (closed_) return;
+    taken.swap(lines_);
+    waitingBytes_ = 0;
+  });
+  return taken;
+}
+
+void EventFeed::close() {
+  rendezvous_->change([this] {
+    closed_ = true;
+    lines_.clear();
+  });
+}
+
+void EventFeed::eventStream(KVLSession& /*session*/,
+                            const std::vector<std::shared_ptr<KVLEvent>>& events) {
+  add(events);
+}
+
+}  // namespace kvlocal

@@ -1,0 +1,57 @@
+// Events on their way from the session to standard output.
+#pragma once
+
+#include "tools/kvlocal/Rendezvous.h"
+
+#include <local/KVLSession.h>
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kvlocal {
+
+// Lets lines wait until they are printed, in the order in which their events came. When as much
+// waits as may, `add` blocks, which holds the service back.
+class EventFeed final : public KVLSessionDelegate {
+ public:
+  // A line feed belongs to the line.
+  using Format = std::function<std::string(const KVLEvent&)>;
+
+  // One more batch is let in as long as fewer bytes than this wait.
+  static constexpr std::size_t kMostWaitingBytes = std::size_t{1} << 20;
+
+  EventFeed(std::shared_ptr<Rendezvous> rendezvous, Format format);
+
+  // Adds events as soon as there is room. They are dropped once the feed is closed or the user has
+  // interrupted the program; nobody waits from then on. One call at a time, on any thread.
+  void add(const std::vector<std::shared_ptr<KVLEvent>>& events);
+
+  // Takes all lines that wait, and waits for the first; none when the limit has passed, the user
+  // has interrupted or the feed is closed, even if lines wait.
+  [[nodiscard]] std::vector<std::string> take(Rendezvous::Limit limit);
+
+  void close();
+
+  // Whether any event has come, taken or not. Any thread.
+  [[nodiscard]] bool hasReceived() const { return received_; }
+
+  void eventStream(KVLSession& session,
+                   const std::vector<std::shared_ptr<KVLEvent>>& events) override;
+
+ private:
+  void append(std::vector<std::string> lines);
+
+  const std::shared_ptr<Rendezvous> rendezvous_;
+  const Format format_;
+  std::atomic<bool> received_ = false;
+  // Protected by the rendezvous.
+  bool closed_ = false;
+  std::size_t waitingBytes_ = 0;
+  std::vector<std::string> lines_;
+};
+
+}  // namespace kvlocal

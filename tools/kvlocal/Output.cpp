@@ -1,0 +1,30 @@
+#include "tools/kvlocal/Output.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace kvlocal {
+
+ExitCode print(std::string_view bytes) {
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size();
+  if (written && std::fflush(stdout) == 0) return ExitCode::ok;
+  return giveUpOutput(errno);
+}
+
+ExitCode giveUpOutput(int error) {
+  complain(std::string("standard output cannot be written: ") + std::strerror(error));
+  return ExitCode::output;
+}
+
+ExitCode printLine(std::string_view line) {
+  return print(std::string(line) + '\n');
+}
+
+void complain(std::string_view message) {
+  const std::string line = "kvlocal: " + std::string(message) + '\n';
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+}  // namespace kvlocal

@@ -1,0 +1,104 @@
+// The command line client: asks the notary for an identity and talks to the service with it.
+
+#include "tools/kvlocal/Commands.h"
+#include "tools/kvlocal/Interruption.h"
+#include "tools/kvlocal/Output.h"
+
+#include <local/platform/HostApplication.h>
+#include <local/platform/Log.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
+#include <map>
+#include <string>
+
+namespace kvlocal {
+namespace {
+
+// A standard descriptor that is closed would go to the next thing that is opened, a key store or a
+// connection. One that is open the other way round fails as a closed one does, with EBADF.
+void occupyStandardDescriptors() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) != -1 || errno != EBADF) continue;
+    // The lowest that is free is the one that is closed.
+    (void)open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
+// With one line per problem on standard error already, the framework's lines would repeat it.
+void routeLog(bool verbose) {
+  kvl::setLogSink([verbose](std::string_view line) {
+    if (verbose) complain(line);
+  });
+}
+
+void declareSettings(CLI::App& parser, Settings& settings) {
+  parser
+      .add_option("--notary", settings.notaryPath,
+                  "Path handed to the notary (default: $korvale_vandrel_notary)")
+      ->type_name("PATH");
+  parser
+      .add_option("--timeout", settings.timeoutSeconds,
+                  "How long status, get and events keep trying to be established, and the longest "
+                  "silence of get's request (default: the notary's first answer decides)")
+      ->type_name("SECONDS")
+      ->check(secondsCheck());
+  parser
+      .add_option("--identifier", settings.identifier,
+                  "Host identifier under which the keys are kept")
+      ->type_name("ID")
+      ->capture_default_str();
+  parser.add_flag("--json", settings.json, "Write JSON, one object a line");
+  parser.add_flag("--verbose", settings.verbose, "Write the framework's log to standard error");
+}
+
+using Runners = std::map<const CLI::App*, Runner>;
+
+Runners declareCommands(CLI::App& parser) {
+  Runners runners;
+  for (const Command& command : commands()) {
+    CLI::App* const own = parser.add_subcommand(command.name, command.summary);
+    own->fallthrough();
+    runners[own] = command.prepare(*own);
+  }
+  parser.require_subcommand(1);
+  return runners;
+}
+
+int run(const Runner& runner, const Settings& settings) {
+  // A reader that goes away is an error of writing, so that the keys are removed all the same.
+  std::signal(SIGPIPE, SIG_IGN);
+  routeLog(settings.verbose);
+  kvl::setHostIdentifier(settings.identifier);
+  const auto rendezvous = std::make_shared<Rendezvous>();
+  const Interruption interruption(rendezvous);
+  return static_cast<int>(runner({settings, rendezvous}));
+}
+
+int runProgram(int argc, char** argv) {
+  CLI::App parser("Talks to the local service with an identity from the notary.", "kvlocal");
+  parser.set_version_flag("--version", "kvlocal " KVLOCAL_VERSION);
+  parser.footer(kExitCodesHelp);
+  Settings settings;
+  declareSettings(parser, settings);
+  const Runners runners = declareCommands(parser);
+  try {
+    parser.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    // Help and version end the parsing the same way, with status 0.
+    return parser.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::usage);
+  }
+  return run(runners.at(parser.get_subcommands().front()), settings);
+}
+
+}  // namespace
+}  // namespace kvlocal
+
+int main(int argc, char** argv) {
+  kvlocal::occupyStandardDescriptors();
+  return kvlocal::runProgram(argc, argv);
+}
