@@ -4,6 +4,7 @@
 #include "tests/integration/EventRecorder.h"
 #include "tests/integration/LocalService.h"
 #include "tests/support/Nginx.h"
+#include "tests/support/Sanitized.h"
 
 #include <cstdint>
 #include <memory>
@@ -11,19 +12,6 @@
 #include <string>
 
 namespace kvltest {
-
-// Checks take longer under a sanitizer, and memory is another.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool kSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-inline constexpr bool kSanitized = true;
-#else
-inline constexpr bool kSanitized = false;
-#endif
-#else
-inline constexpr bool kSanitized = false;
-#endif
 
 // How the session reaches the service.
 enum class Route { direct, nginxHTTP1, nginxHTTP2 };
