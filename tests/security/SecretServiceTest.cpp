@@ -188,7 +188,7 @@ TEST_F(SecretServiceTest, AnOwnerThatNeverAnswersCostsNoMoreThanTheDeadline) {
   const Deadline deadline = soon(milliseconds(100));
   EXPECT_EQ(store_->add(key_, deadline), errSecNotAvailable);
   EXPECT_GE(std::chrono::steady_clock::now(), deadline);
-  EXPECT_LT(std::chrono::steady_clock::now(), deadline + std::chrono::seconds(1));
+  EXPECT_LT(std::chrono::steady_clock::now(), deadline + std::chrono::seconds(10));
 }
 
 TEST_F(SecretServiceTest, AnOwnerThatNeverAnswersIsReplacedWithinTheDeadline) {
@@ -196,10 +196,10 @@ TEST_F(SecretServiceTest, AnOwnerThatNeverAnswersIsReplacedWithinTheDeadline) {
   client.hangAs(kSecretsName);
   kvltest::LogCapture log;
   const auto chain = makeFallbackKeyStore({store_, makeMemoryKeyStore()});
-  const Deadline deadline = soon(milliseconds(400));
+  const Deadline deadline = soon(std::chrono::seconds(2));
   EXPECT_EQ(chain->add(key_, deadline), kSuccess);
   EXPECT_LT(std::chrono::steady_clock::now(), deadline);
-  EXPECT_EQ(chain->remove(key_.tag, std::nullopt, soon(milliseconds(400))), kSuccess);
+  EXPECT_EQ(chain->remove(key_.tag, std::nullopt, soon(std::chrono::seconds(2))), kSuccess);
   EXPECT_THAT(log.lines(), testing::ElementsAre("key store: Secret Service does not answer",
                                                 "key store: keys are kept in the process memory"));
 }
