@@ -100,6 +100,7 @@ VariantPtr variantFromValue(const Value& value, int depth) {
       return variantFromDictionary(*value.dictionary(), depth);
     case Value::Kind::null:
     case Value::Kind::date:
+    case Value::Kind::object:
       break;
   }
   return nullptr;

@@ -61,6 +61,10 @@ inline constexpr std::int64_t NSURLErrorCannotLoadFromNetwork = -2000;
 inline constexpr std::int64_t NSFileReadUnknownError = 256;
 inline constexpr std::int64_t NSFileReadNoSuchFileError = 260;
 inline constexpr std::int64_t NSFormattingError = 2048;
+/// The text or the bytes are no document of their format.
+inline constexpr std::int64_t NSPropertyListReadCorruptError = 3840;
+/// The format cannot hold the document.
+inline constexpr std::int64_t NSPropertyListWriteInvalidError = 3851;
 /// The service went away while a call was outstanding.
 inline constexpr std::int64_t NSXPCConnectionInterrupted = 4097;
 /// The service cannot be reached: no channel, no such name, or an owner that is not trusted.

@@ -5,11 +5,13 @@
 #include <local/platform/Data.h>
 #include <local/platform/Date.h>
 #include <local/platform/Export.h>
+#include <local/platform/Object.h>
 
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,16 +22,21 @@ namespace kvl {
 
 class Array;
 class Dictionary;
+class Number;
+class String;
 
 namespace detail {
 struct Node;
-KVL_EXPORT void retain(const Node* node) noexcept;
-KVL_EXPORT void release(const Node* node) noexcept;
+class DocumentBuilder;
+class ValueAccess;
 }  // namespace detail
 
 /// One document value. A `Value` is immutable and 16 bytes large: null, booleans, numbers and
-/// dates are held inline, everything else is a heap object shared by reference and counted
-/// atomically, so copies are cheap and may be used on any thread.
+/// dates are held inline, everything else is an object on the heap that is shared by reference, so
+/// copies are cheap and may be used on any thread.
+///
+/// An object that was made is counted by itself. The objects of a document that was read are
+/// counted together: a value taken out of the document keeps all of it, its text included, alive.
 ///
 /// Accessors never convert between kinds: they answer absent for a value of another kind.
 class KVL_EXPORT Value {
@@ -44,41 +51,42 @@ class KVL_EXPORT Value {
     data,
     array,
     dictionary,
+    object,
   };
 
   Value() noexcept = default;
   Value(std::nullptr_t) noexcept {}
-  Value(std::same_as<bool> auto value) noexcept : kind_(Kind::boolean) { payload_.integer = value; }
-  Value(double value) noexcept : kind_(Kind::real) { payload_.real = value; }
-  Value(Date value) noexcept : kind_(Kind::date) {
-    payload_.real = value.secondsSinceReferenceDate();
-  }
+  Value(std::same_as<bool> auto value) noexcept
+      : cell_{headOf(Kind::boolean), {.integer = value}} {}
+  Value(double value) noexcept : cell_{headOf(Kind::real), {.real = value}} {}
+  Value(Date value) noexcept
+      : cell_{headOf(Kind::date), {.real = value.secondsSinceReferenceDate()}} {}
   Value(const char* text) : Value(std::string_view(text)) {}
   Value(const std::string& text) : Value(std::string_view(text)) {}
   Value(std::string_view text);
   Value(Data data);
+  Value(const String& string) noexcept;
+  Value(const Number& number) noexcept;
   Value(const Array& array) noexcept;
   Value(const Dictionary& dictionary) noexcept;
+  /// An object of a class of its own, shared; none makes the null value.
+  Value(std::shared_ptr<Object> object);
 
   /// Any integer type but `bool`. An unsigned value beyond the signed 64-bit range becomes a real.
   template <std::integral T>
     requires(!std::same_as<T, bool> && !std::same_as<T, char>)
   Value(T value) noexcept {
     if (std::in_range<std::int64_t>(value)) {
-      kind_ = Kind::integer;
-      payload_.integer = static_cast<std::int64_t>(value);
+      cell_ = {headOf(Kind::integer), {.integer = static_cast<std::int64_t>(value)}};
     } else {
-      kind_ = Kind::real;
-      payload_.real = static_cast<double>(value);
+      cell_ = {headOf(Kind::real), {.real = static_cast<double>(value)}};
     }
   }
 
-  Value(const Value& other) noexcept : kind_(other.kind_), payload_(other.payload_) {
-    if (isObject()) detail::retain(payload_.node);
+  Value(const Value& other) noexcept : cell_(other.cell_) {
+    if (isObject()) retain(other);
   }
-  Value(Value&& other) noexcept : kind_(other.kind_), payload_(other.payload_) {
-    other.kind_ = Kind::null;
-  }
+  Value(Value&& other) noexcept : cell_(std::exchange(other.cell_, Cell{})) {}
   Value& operator=(const Value& other) noexcept {
     Value copy(other);
     swap(copy);
@@ -89,18 +97,15 @@ class KVL_EXPORT Value {
     return *this;
   }
   ~Value() {
-    if (isObject()) detail::release(payload_.node);
+    if (isObject()) release();
   }
-  void swap(Value& other) noexcept {
-    std::swap(kind_, other.kind_);
-    std::swap(payload_, other.payload_);
-  }
+  void swap(Value& other) noexcept { std::swap(cell_, other.cell_); }
 
-  [[nodiscard]] Kind kind() const noexcept { return kind_; }
-  [[nodiscard]] bool isNull() const noexcept { return kind_ == Kind::null; }
+  [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(cell_.head & 0xFF); }
+  [[nodiscard]] bool isNull() const noexcept { return kind() == Kind::null; }
   /// Booleans are numbers.
   [[nodiscard]] bool isNumber() const noexcept {
-    return kind_ == Kind::boolean || kind_ == Kind::integer || kind_ == Kind::real;
+    return kind() == Kind::boolean || kind() == Kind::integer || kind() == Kind::real;
   }
 
   /// The number's truth: non-zero is true. Absent for what is no number.
@@ -116,6 +121,17 @@ class KVL_EXPORT Value {
   [[nodiscard]] std::optional<Data> data() const noexcept;
   [[nodiscard]] std::optional<Array> array() const noexcept;
   [[nodiscard]] std::optional<Dictionary> dictionary() const noexcept;
+  /// The object, or none.
+  [[nodiscard]] std::shared_ptr<Object> object() const noexcept;
+
+  /// What the value is, for diagnostics: "null", "number" (booleans too), "date", "string", "data",
+  /// "array", "dictionary", or the name of the object's class.
+  [[nodiscard]] std::string_view typeName() const noexcept;
+
+  /// The value as a `String`, `Number`, `Date`, `Data`, `Array` or `Dictionary`: the stored object
+  /// itself. Absent for a value of another kind.
+  template <class T>
+  [[nodiscard]] std::optional<T> as() const noexcept;
 
   /// Whether both are one and the same stored object. Values held inline are the same when they
   /// are equal and of one kind.
@@ -124,22 +140,96 @@ class KVL_EXPORT Value {
   /// Equal kind and equal content; `1` and `1.0` are different values, `true` and `1` too.
   friend KVL_EXPORT bool operator==(const Value& a, const Value& b) noexcept;
 
-  /// One line of text for logs, such as `{name = "a b"; list = (1, 2)}`.
+  /// One line of text for logs, such as `{name = "a b"; list = (1, 2)}`. Deep within a value `...`
+  /// stands for what is nested there.
   [[nodiscard]] std::string description() const;
 
  private:
   friend class Array;
   friend class Dictionary;
-  Value(Kind kind, const detail::Node* adopted) noexcept : kind_(kind) { payload_.node = adopted; }
-  [[nodiscard]] bool isObject() const noexcept { return kind_ >= Kind::string; }
+  friend class String;
+  friend class detail::DocumentBuilder;
+  friend class detail::ValueAccess;
 
   union Payload {
     std::int64_t integer;
     double real;
-    const detail::Node* node;
+    const void* pointer;
   };
-  Kind kind_ = Kind::null;
-  Payload payload_ = {0};
+  // The kind in the lowest byte of the head; the rest of it belongs to `detail::ValueAccess`.
+  struct Cell {
+    std::uint64_t head;
+    Payload payload;
+  };
+
+  explicit Value(const Cell& cell) noexcept : cell_(cell) {}
+  Value(Kind kind, const detail::Node* adopted) noexcept;
+  static constexpr std::uint64_t headOf(Kind kind) noexcept {
+    return static_cast<std::uint64_t>(kind);
+  }
+  [[nodiscard]] bool isObject() const noexcept { return kind() >= Kind::string; }
+  // Counts this copy of the object that `other` holds.
+  void retain(const Value& other) noexcept;
+  void release() noexcept;
+
+  Cell cell_{};
+};
+
+/// A string of a document, shared by reference: one that was taken out of a value is the stored
+/// object.
+class KVL_EXPORT String {
+ public:
+  String() : String(std::string_view()) {}
+  String(std::string_view text) : value_(text) {}
+  String(const std::string& text) : value_(text) {}
+  String(const char* text) : value_(text) {}
+  // Copies only: a string that was moved from would hold nothing at all.
+  String(const String&) = default;
+  String& operator=(const String&) = default;
+  ~String() = default;
+
+  /// The text, which stays valid while any copy of this string lives.
+  [[nodiscard]] std::string_view text() const noexcept { return *value_.string(); }
+  operator std::string_view() const noexcept { return text(); }
+  [[nodiscard]] bool empty() const noexcept { return text().empty(); }
+  [[nodiscard]] std::string description() const { return std::string(text()); }
+
+  friend bool operator==(const String& a, const String& b) noexcept { return a.text() == b.text(); }
+  friend bool operator==(const String& a, std::string_view b) noexcept { return a.text() == b; }
+
+ private:
+  friend class Value;
+  explicit String(const Value& value) noexcept : value_(value) {}
+  Value value_;
+};
+
+/// A number of a document: a boolean, an integer or a real, as it was stored.
+class KVL_EXPORT Number {
+ public:
+  Number(std::same_as<bool> auto value) noexcept : value_(value) {}
+  Number(double value) noexcept : value_(value) {}
+  template <std::integral T>
+    requires(!std::same_as<T, bool> && !std::same_as<T, char>)
+  Number(T value) noexcept : value_(value) {}
+
+  /// `boolean`, `integer` or `real`.
+  [[nodiscard]] Value::Kind kind() const noexcept { return value_.kind(); }
+  /// @name The number's value, converted as `Value`'s accessors say
+  /// @{
+  [[nodiscard]] bool boolean() const noexcept { return *value_.boolean(); }
+  [[nodiscard]] std::int64_t integer() const noexcept { return *value_.integer(); }
+  [[nodiscard]] double real() const noexcept { return *value_.real(); }
+  /// @}
+  /// Decimal text: a boolean is 1 or 0, a real its shortest form that reads back.
+  [[nodiscard]] std::string description() const;
+
+  /// Equal kind and equal value.
+  friend bool operator==(const Number& a, const Number& b) noexcept { return a.value_ == b.value_; }
+
+ private:
+  friend class Value;
+  explicit Number(const Value& value) noexcept : value_(value) {}
+  Value value_;
 };
 
 /// An ordered list of values, shared by reference. Changing it never changes another copy.
@@ -175,10 +265,11 @@ class KVL_EXPORT Array {
 /// reference. Changing it never changes another copy.
 class KVL_EXPORT Dictionary {
  public:
-  using Entry = std::pair<std::string, Value>;
+  /// A key, which stays valid while the dictionary is neither changed nor destroyed, and its value.
+  using Entry = std::pair<std::string_view, Value>;
 
   Dictionary();
-  Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
+  Dictionary(std::initializer_list<Entry> entries);
   // Copies only: a dictionary that was moved from would hold nothing at all.
   Dictionary(const Dictionary&) = default;
   Dictionary& operator=(const Dictionary&) = default;
@@ -208,5 +299,46 @@ class KVL_EXPORT Dictionary {
   explicit Dictionary(const Value& value) noexcept : value_(value) {}
   Value value_;
 };
+
+template <>
+KVL_EXPORT std::optional<String> Value::as() const noexcept;
+template <>
+KVL_EXPORT std::optional<Number> Value::as() const noexcept;
+template <>
+KVL_EXPORT std::optional<Date> Value::as() const noexcept;
+template <>
+KVL_EXPORT std::optional<Data> Value::as() const noexcept;
+template <>
+KVL_EXPORT std::optional<Array> Value::as() const noexcept;
+template <>
+KVL_EXPORT std::optional<Dictionary> Value::as() const noexcept;
+
+/// The name that `Value::typeName` gives to values that are a `T` (see `Value::as`).
+template <class T>
+[[nodiscard]] constexpr std::string_view typeNameOf() noexcept;
+template <>
+constexpr std::string_view typeNameOf<String>() noexcept {
+  return "string";
+}
+template <>
+constexpr std::string_view typeNameOf<Number>() noexcept {
+  return "number";
+}
+template <>
+constexpr std::string_view typeNameOf<Date>() noexcept {
+  return "date";
+}
+template <>
+constexpr std::string_view typeNameOf<Data>() noexcept {
+  return "data";
+}
+template <>
+constexpr std::string_view typeNameOf<Array>() noexcept {
+  return "array";
+}
+template <>
+constexpr std::string_view typeNameOf<Dictionary>() noexcept {
+  return "dictionary";
+}
 
 }  // namespace kvl

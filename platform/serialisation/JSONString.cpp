@@ -1,0 +1,80 @@
+#include "platform/serialisation/JSONString.h"
+
+#include <charconv>
+#include <optional>
+
+namespace kvl::serialisation {
+namespace {
+
+constexpr std::size_t kHexDigits = 4;
+
+// The character that a letter behind a backslash stands for, else NUL.
+char plainEscape(char letter) noexcept {
+  constexpr std::string_view letters = "\"\\/bfnrt";
+  constexpr std::string_view characters = "\"\\/\b\f\n\r\t";
+  const std::size_t position = letters.find(letter);
+  return position < letters.size() ? characters[position] : '\0';
+}
+
+// The number behind `\u` at the front of `text`, which is taken off.
+std::optional<char32_t> takeCodeUnit(std::string_view& text) noexcept {
+  if (text.size() < 2 + kHexDigits || !text.starts_with("\\u")) return std::nullopt;
+  const std::string_view digits = text.substr(2, kHexDigits);
+  std::uint16_t unit = 0;
+  const auto result = std::from_chars(digits.begin(), digits.end(), unit, 16);
+  if (result.ec != std::errc() || result.ptr != digits.end()) return std::nullopt;
+  text.remove_prefix(2 + kHexDigits);
+  return unit;
+}
+
+std::optional<char32_t> takeCodePoint(std::string_view& text) noexcept {
+  const auto unit = takeCodeUnit(text);
+  if (!unit || *unit < 0xD800 || *unit > 0xDFFF) return unit;
+  if (*unit >= 0xDC00) return std::nullopt;
+  const auto low = takeCodeUnit(text);
+  if (!low || *low < 0xDC00 || *low > 0xDFFF) return std::nullopt;
+  return 0x10000 + ((*unit - 0xD800) << 10) + (*low - 0xDC00);
+}
+
+void appendUTF8(std::string& text, char32_t point) {
+  const auto trail = [point](int shift) {
+    return static_cast<char>(0x80 | (point >> shift & 0x3F));
+  };
+  if (point < 0x80) {
+    text += static_cast<char>(point);
+  } else if (point < 0x800) {
+    text += {static_cast<char>(0xC0 | point >> 6), trail(0)};
+  } else if (point < 0x10000) {
+    text += {static_cast<char>(0xE0 | point >> 12), trail(6), trail(0)};
+  } else {
+    text += {static_cast<char>(0xF0 | point >> 18), trail(12), trail(6), trail(0)};
+  }
+}
+
+// Appends what the escape at the front of `escaped` stands for, and takes it off.
+bool appendEscape(std::string& text, std::string_view& escaped) {
+  if (escaped.size() < 2) return false;
+  if (escaped[1] == 'u') {
+    const auto point = takeCodePoint(escaped);
+    if (point) appendUTF8(text, *point);
+    return point.has_value();
+  }
+  const char character = plainEscape(escaped[1]);
+  text += character;
+  escaped.remove_prefix(2);
+  return character != '\0';
+}
+
+}  // namespace
+
+bool appendUnescaped(std::string& text, std::string_view escaped) {
+  for (;;) {
+    const std::size_t plain = std::min(escaped.find('\\'), escaped.size());
+    text += escaped.substr(0, plain);
+    escaped.remove_prefix(plain);
+    if (escaped.empty()) return true;
+    if (!appendEscape(text, escaped)) return false;
+  }
+}
+
+}  // namespace kvl::serialisation

@@ -1,0 +1,69 @@
+#include "platform/serialisation/JSONTokens.h"
+
+#include "platform/core/LargeMemory.h"
+
+#include <simdjson.h>
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+
+namespace kvl::serialisation {
+namespace {
+
+// What a workspace may hold while nobody reads.
+constexpr std::size_t kKeptSize = 4 << 20;
+constexpr std::size_t kSmallestCapacity = 4096;
+
+std::atomic<JSONWorkspace*> kept;
+
+}  // namespace
+
+JSONWorkspace::JSONWorkspace() = default;
+JSONWorkspace::~JSONWorkspace() = default;
+
+std::unique_ptr<JSONWorkspace> JSONWorkspace::take() {
+  if (auto* workspace = kept.exchange(nullptr, std::memory_order_acquire))
+    return std::unique_ptr<JSONWorkspace>(workspace);
+  return std::make_unique<JSONWorkspace>();
+}
+
+void JSONWorkspace::leave(std::unique_ptr<JSONWorkspace> workspace) noexcept {
+  if (workspace->size() > kKeptSize) return;
+  const std::unique_ptr<JSONWorkspace> replaced(
+      kept.exchange(workspace.release(), std::memory_order_acq_rel));
+}
+
+std::size_t JSONWorkspace::size() const noexcept {
+  return capacity_ * sizeof(std::uint32_t) + elements.memory() + entries.memory();
+}
+
+bool JSONWorkspace::reserve(std::size_t textSize) {
+  if (index_ && textSize <= capacity_) return true;
+  const bool isKept = textSize * sizeof(std::uint32_t) <= kKeptSize;
+  const std::size_t capacity =
+      isKept ? std::max(kSmallestCapacity, std::bit_ceil(textSize)) : textSize;
+  const auto* implementation = simdjson::get_active_implementation().operator->();
+  capacity_ = 0;
+  if (implementation->create_dom_parser_implementation(capacity, 1, index_) != simdjson::SUCCESS)
+    return false;
+  core::preferLargePages(index_->structural_indexes.get(), capacity * sizeof(std::uint32_t));
+  capacity_ = capacity;
+  return true;
+}
+
+std::span<const std::uint32_t> JSONWorkspace::tokensOf(std::string_view text,
+                                                       std::string& problem) {
+  if (!reserve(text.size())) {
+    problem = "out of memory";
+    return {};
+  }
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  const auto result = index_->stage1(bytes, text.size(), simdjson::stage1_mode::regular);
+  if (result == simdjson::SUCCESS)
+    return {index_->structural_indexes.get(), index_->n_structural_indexes};
+  problem = simdjson::error_message(result);
+  return {};
+}
+
+}  // namespace kvl::serialisation

@@ -1,0 +1,53 @@
+// Where the tokens of a JSON text stand, and memory to read them with.
+#pragma once
+
+#include "platform/core/Document.h"
+#include "platform/serialisation/JSONStack.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace simdjson::internal {
+class dom_parser_implementation;
+}
+
+namespace kvl::serialisation {
+
+// Memory that a reader works in, which the next reader of the process may have.
+class JSONWorkspace {
+ public:
+  // The workspace that an earlier reader left, or a new one.
+  static std::unique_ptr<JSONWorkspace> take();
+  // Leaves the workspace for the next reader, unless it has grown large.
+  static void leave(std::unique_ptr<JSONWorkspace> workspace) noexcept;
+
+  JSONWorkspace();
+  JSONWorkspace(const JSONWorkspace&) = delete;
+  JSONWorkspace& operator=(const JSONWorkspace&) = delete;
+  ~JSONWorkspace();
+
+  // Where the tokens of `text` begin: the characters `[]{}:,`, opening quotes, and the first
+  // characters of everything else that is not white space. What separates a token from the next
+  // but white space belongs to the token. All of the text is UTF-8 then, its strings are closed,
+  // and no control character stands in one.
+  //
+  // The text's size stands behind the last position that is given. Without tokens, `problem` says
+  // why. Valid until the next call. @pre `text.size() <= kMaximumJSONSize`
+  std::span<const std::uint32_t> tokensOf(std::string_view text, std::string& problem);
+
+  // What has been read of the containers that are open.
+  JSONStack<detail::DocumentBuilder::Cell> elements;
+  JSONStack<detail::DocumentBuilder::PendingEntry> entries;
+
+ private:
+  bool reserve(std::size_t textSize);
+  [[nodiscard]] std::size_t size() const noexcept;
+
+  std::unique_ptr<simdjson::internal::dom_parser_implementation> index_;
+  std::size_t capacity_ = 0;
+};
+
+}  // namespace kvl::serialisation
