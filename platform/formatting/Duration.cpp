@@ -1,13 +1,12 @@
 #include "platform/formatting/Duration.h"
 
-#include <unicode/locid.h>
+#include "platform/formatting/ICULocale.h"
+
 #include <unicode/measfmt.h>
 #include <unicode/measunit.h>
 #include <unicode/measure.h>
 #include <unicode/numfmt.h>
 
-#include <array>
-#include <cstdlib>
 #include <vector>
 
 namespace kvl::formatting {
@@ -42,25 +41,13 @@ std::string plainDuration(std::int64_t seconds) {
 
 }  // namespace
 
-std::string userTimeLocale() {
-  for (const char* variable : {"LC_ALL", "LC_TIME", "LANG"}) {
-    const char* value = std::getenv(variable);
-    if (value == nullptr || *value == '\0') continue;
-    std::string locale = value;
-    if (locale == "C" || locale == "POSIX" || locale.starts_with("C.")) return "en_US_POSIX";
-    return locale;
-  }
-  return "en_US_POSIX";
-}
-
 std::string spelledOutDuration(std::int64_t seconds, const std::string& localeName) {
   // ICU would negate every part, so the sign goes in front of the whole.
   const bool negative = seconds < 0;
   const auto magnitude =
       negative ? 0 - static_cast<std::uint64_t>(seconds) : static_cast<std::uint64_t>(seconds);
   UErrorCode status = U_ZERO_ERROR;
-  const auto locale = icu::Locale::createCanonical(localeName.c_str());
-  const icu::MeasureFormat formatter(locale, UMEASFMT_WIDTH_WIDE, status);
+  const icu::MeasureFormat formatter(icuLocale(localeName), UMEASFMT_WIDTH_WIDE, status);
   const auto parts = partsOf(magnitude, status);
   icu::UnicodeString text;
   icu::FieldPosition position;

@@ -1,42 +1,38 @@
 #include "platform/formatting/Duration.h"
+#include "tests/support/UserEnvironment.h"
 
 #include <local/KVLEncodingLocale.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <map>
-#include <optional>
 #include <string>
 
 namespace {
 
 using kvl::formatting::spelledOutDuration;
-using kvl::formatting::userTimeLocale;
-
-// Sets the variables of a test and puts the old ones back.
-class EnvironmentTest : public testing::Test {
- protected:
-  EnvironmentTest() {
-    for (const char* name : {"LC_ALL", "LC_TIME", "LANG"}) {
-      const char* value = std::getenv(name);
-      saved_[name] = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
-      unsetenv(name);
-    }
-  }
-  ~EnvironmentTest() override {
-    for (const auto& [name, value] : saved_) {
-      value ? setenv(name, value->c_str(), 1) : unsetenv(name);
-    }
-  }
-
- private:
-  std::map<const char*, std::optional<std::string>> saved_;
-};
 
 TEST(DurationTest, SpellsOutHoursMinutesAndSeconds) {
   EXPECT_EQ(spelledOutDuration(3725, "en_US"), "1 hour, 2 minutes, 5 seconds");
   EXPECT_EQ(spelledOutDuration(3725, "de_DE.UTF-8"), "1 Stunde, 2 Minuten und 5 Sekunden");
+  EXPECT_EQ(spelledOutDuration(3725, "fr_FR"), "1\u00a0heure, 2 minutes et 5\u00a0secondes");
+  EXPECT_EQ(spelledOutDuration(3725, "ja_JP"), "1 時間 2 分 5 秒");
+  EXPECT_EQ(spelledOutDuration(3725, "ar"), "ساعة، ودقيقتان، و٥ ثوان");
+}
+
+TEST(DurationTest, PluralsFollowTheLanguage) {
+  EXPECT_EQ(spelledOutDuration(3661, "ru_RU"), "1 час 1 минута 1 секунда");
+  EXPECT_EQ(spelledOutDuration(3725, "ru_RU"), "1 час 2 минуты 5 секунд");
+  EXPECT_EQ(spelledOutDuration(75621, "ru_RU"), "21 час 21 секунда");
+  EXPECT_EQ(spelledOutDuration(3661, "pl_PL"), "1 godzina, 1 minuta i 1 sekunda");
+  EXPECT_EQ(spelledOutDuration(3725, "pl_PL"), "1 godzina, 2 minuty i 5 sekund");
+  EXPECT_EQ(spelledOutDuration(79342, "pl_PL"), "22 godziny, 2 minuty i 22 sekundy");
+}
+
+TEST(DurationTest, WritesInTheScriptThatTheLocaleNames) {
+  EXPECT_EQ(spelledOutDuration(60, "sr_RS.UTF-8"), "1 минут");
+  EXPECT_EQ(spelledOutDuration(60, "sr_RS.UTF-8@latin"), "1 minut");
+  EXPECT_EQ(spelledOutDuration(60, "sr_RS@latin"), "1 minut");
+  EXPECT_EQ(spelledOutDuration(60, "sr@latin"), "1 minut");
 }
 
 TEST(DurationTest, LeavesOutPartsThatAreZero) {
@@ -68,29 +64,11 @@ TEST(DurationTest, LocalesNobodyKnowsStillGiveAText) {
   EXPECT_FALSE(spelledOutDuration(5, std::string(5000, 'x')).empty());
 }
 
-TEST_F(EnvironmentTest, LocaleFollowsTheOrderOfTheVariables) {
-  EXPECT_EQ(userTimeLocale(), "en_US_POSIX");
-  setenv("LANG", "fr_FR.UTF-8", 1);
-  EXPECT_EQ(userTimeLocale(), "fr_FR.UTF-8");
-  setenv("LC_TIME", "de_DE.UTF-8", 1);
-  EXPECT_EQ(userTimeLocale(), "de_DE.UTF-8");
-  setenv("LC_ALL", "ja_JP.UTF-8", 1);
-  EXPECT_EQ(userTimeLocale(), "ja_JP.UTF-8");
-  setenv("LC_ALL", "", 1);
-  EXPECT_EQ(userTimeLocale(), "de_DE.UTF-8");
-}
-
-TEST_F(EnvironmentTest, CLocalesCountAsAmericanEnglish) {
-  for (const char* name : {"C", "POSIX", "C.UTF-8"}) {
-    setenv("LC_ALL", name, 1);
-    EXPECT_EQ(userTimeLocale(), "en_US_POSIX") << name;
-    EXPECT_EQ(KVLEncoding::duration(15), "15 seconds") << name;
-  }
-}
-
-TEST_F(EnvironmentTest, DurationUsesTheUsersLocale) {
-  setenv("LC_ALL", "de_DE.UTF-8", 1);
+TEST(DurationTest, FollowsTheUsersLocale) {
+  const kvltest::UserEnvironment user("de_DE.UTF-8", "UTC");
   EXPECT_EQ(KVLEncoding::duration(5), "5 Sekunden");
+  kvltest::UserEnvironment::set("LC_ALL", "C");
+  EXPECT_EQ(KVLEncoding::duration(15), "15 seconds");
 }
 
 }  // namespace

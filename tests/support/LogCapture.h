@@ -43,7 +43,7 @@ class LogCapture {
     return lines_->changed.wait_for(lock, limit, [&] { return lines_->count(part) >= number; });
   }
 
-  void clear() {
+  void clear() const {
     std::lock_guard lock(lines_->mutex);
     lines_->all.clear();
   }

@@ -1,0 +1,7 @@
+#include <local/platform/DateFormatter.h>
+
+namespace kvl {
+
+DateFormatter::~DateFormatter() = default;
+
+}  // namespace kvl

@@ -1,0 +1,14 @@
+// From the names of locales to ICU's.
+#pragma once
+
+#include <unicode/locid.h>
+
+#include <string>
+
+namespace kvl::formatting {
+
+// The locale of a POSIX or BCP 47 name. Names that ICU does not take at all, overlong ones, give
+// the root locale, since it would not survive the bogus one.
+[[nodiscard]] icu::Locale icuLocale(const std::string& name);
+
+}  // namespace kvl::formatting
