@@ -1,15 +1,14 @@
 // Observers of one value, told of each new state in order on a serial queue.
 #pragma once
 
+#include "platform/core/Observer.h"
+
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Observation.h>
 
-#include <algorithm>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -46,41 +45,7 @@ class ObserverList {
   }
 
  private:
-  class Observer final : public Observation::Registration {
-   public:
-    explicit Observer(Handler handler) : handler_(std::move(handler)) {}
-
-    void tell(const State& state) {
-      {
-        std::lock_guard lock(mutex_);
-        if (ended_) return;
-        runner_ = std::this_thread::get_id();
-      }
-      handler_(state);
-      // An observer that ended inside its own handler lets go of it here.
-      Handler finished;
-      std::lock_guard lock(mutex_);
-      if (ended_) finished.swap(handler_);
-      runner_ = {};
-      finished_.notify_all();
-    }
-
-    void end() override {
-      Handler finished;  // destroyed after the lock is given back
-      std::unique_lock lock(mutex_);
-      ended_ = true;
-      if (runner_ == std::this_thread::get_id()) return;
-      finished_.wait(lock, [this] { return runner_ == std::thread::id(); });
-      finished.swap(handler_);
-    }
-
-   private:
-    Handler handler_;
-    std::mutex mutex_;
-    std::condition_variable finished_;
-    std::thread::id runner_;
-    bool ended_ = false;
-  };
+  using Observer = core::Observer<const State&>;
 
   const std::shared_ptr<DispatchQueue> queue_;
   std::mutex mutex_;

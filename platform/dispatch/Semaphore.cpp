@@ -1,3 +1,5 @@
+#include "platform/dispatch/MainLoop.h"
+
 #include <local/platform/DispatchQueue.h>
 
 #include <algorithm>
@@ -11,10 +13,13 @@ constexpr std::chrono::hours kLongestWait{24 * 365 * 100};
 }  // namespace
 
 void Semaphore::signal() {
-  // Notified under the lock: a waiter may destroy the semaphore as soon as it has it.
-  std::lock_guard lock(mutex_);
-  ++count_;
-  condition_.notify_one();
+  {
+    // Notified under the lock: a waiter may destroy the semaphore as soon as it has it.
+    std::lock_guard lock(mutex_);
+    ++count_;
+    condition_.notify_one();
+  }
+  dispatch::wakeMainLoopWaiters();
 }
 
 bool Semaphore::tryWait() {

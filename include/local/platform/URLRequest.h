@@ -109,4 +109,10 @@ struct URLResponse {
 };
 using URLResponseRef = std::shared_ptr<const URLResponse>;
 
+/// `localizedStringForStatusCode:` The reason phrase of an HTTP status code, in English: the name
+/// in IANA's registry (RFC 9110, 15), for a code without one the name of its class, such as "Server
+/// Error", and "Unknown Status" outside 100 to 599. Any thread.
+[[nodiscard]] KVL_EXPORT std::string_view localizedStringForStatusCode(
+    std::int64_t statusCode) noexcept;
+
 }  // namespace kvl

@@ -2,6 +2,7 @@
 // takes virtual calls, type information and values across the library's border.
 
 #include <local/local.h>
+#include <local/platform/Image.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -50,5 +51,8 @@ int main() {
   kvl::URLRequest request(kvl::URL::parse("/").value());
   request.headers().set("Accept", "text/plain");
   require(request.headers().find("accept") == "text/plain", "header fields ignore case");
+  require(kvl::Image::imageWithData(kvl::Data::fromText(
+              "<svg xmlns='http://www.w3.org/2000/svg' width='1' height='1'/>")) != nullptr,
+          "the image decoders lie beside the library");
   std::cout << "the host works\n";
 }

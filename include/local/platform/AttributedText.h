@@ -1,0 +1,45 @@
+/// @file
+/// Text in several fonts and colours.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kvl {
+
+/// What a piece of text is set in. A toolkit binding knows the font.
+enum class FontRole : std::uint8_t {
+  menu,       ///< the menu font at its standard size
+  menuSmall,  ///< the menu font at the size of small print
+};
+
+/// What a piece of text is drawn in. A toolkit binding knows the colour, which may differ from one
+/// theme to the next and on a highlighted item.
+enum class ColourRole : std::uint8_t {
+  label,           ///< as text usually is
+  secondaryLabel,  ///< less prominent
+};
+
+/// A piece of text in one font and one colour.
+struct TextRun {
+  std::string text;
+  FontRole font = FontRole::menu;
+  ColourRole colour = ColourRole::label;
+  friend bool operator==(const TextRun&, const TextRun&) = default;
+};
+
+/// Pieces of text, one behind the other; a line feed begins a new line.
+struct AttributedText {
+  std::vector<TextRun> runs;
+
+  /// The text alone.
+  [[nodiscard]] std::string text() const {
+    std::string text;
+    for (const auto& run : runs) text += run.text;
+    return text;
+  }
+  friend bool operator==(const AttributedText&, const AttributedText&) = default;
+};
+
+}  // namespace kvl

@@ -1,0 +1,141 @@
+/// @file
+/// The items of menus.
+#pragma once
+
+#include <local/platform/AttributedText.h>
+#include <local/platform/Export.h>
+#include <local/platform/Image.h>
+#include <local/platform/MenuAction.h>
+#include <local/platform/Observation.h>
+#include <local/platform/Value.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kvl {
+
+class Menu;
+
+/// A badge at the end of a menu item.
+struct MenuItemBadge {
+  /// How many updates it announces. A toolkit binding finds the words.
+  std::int64_t updates = 0;
+
+  /// A badge that shows `count` updates.
+  [[nodiscard]] static MenuItemBadge updatesWithCount(std::int64_t count) noexcept {
+    return {count};
+  }
+  friend bool operator==(const MenuItemBadge&, const MenuItemBadge&) = default;
+};
+
+/// An item of a menu, as data: it draws nothing. A toolkit binding shows it and follows its
+/// changes.
+///
+/// Items are shared. Every property is atomic, each on its own; any thread may use one at any time.
+/// Nothing moves a change to the main thread: a binding does that where its toolkit needs it.
+class KVL_EXPORT MenuItem : public std::enable_shared_from_this<MenuItem> {
+  struct Private {
+    explicit Private() = default;
+  };
+
+ public:
+  enum class Kind : std::uint8_t {
+    item,           ///< an ordinary item
+    sectionHeader,  ///< a title over the items that follow
+    separator,      ///< a line between items
+  };
+
+  /// The mark in front of the title.
+  enum class State : std::int8_t {
+    mixed = -1,  ///< a dash: some of what the item stands for is on
+    off = 0,     ///< none
+    on = 1,      ///< a check mark
+  };
+
+  /// A new ordinary item: enabled, its state off, everything else but the title absent.
+  [[nodiscard]] static std::shared_ptr<MenuItem> itemWithTitle(std::string title);
+  /// A new section header, which is not enabled.
+  [[nodiscard]] static std::shared_ptr<MenuItem> sectionHeaderWithTitle(std::string title);
+  /// A new separator without a title, which is not enabled.
+  [[nodiscard]] static std::shared_ptr<MenuItem> separatorItem();
+
+  /// Use one of the functions above.
+  MenuItem(Private, Kind kind, std::string title);
+  /// Lets go of the sub-menu. However deeply menus are nested, this takes little stack.
+  ~MenuItem();
+  MenuItem(const MenuItem&) = delete;
+  MenuItem& operator=(const MenuItem&) = delete;
+
+  [[nodiscard]] Kind kind() const noexcept;
+
+  /// @name Words
+  /// @{
+  [[nodiscard]] std::string title() const;
+  void setTitle(std::string title);
+  /// Shown instead of the title where there is one; the title stays what it is.
+  [[nodiscard]] std::optional<AttributedText> attributedTitle() const;
+  void setAttributedTitle(std::optional<AttributedText> title);
+  /// The words that are shown: those of the attributed title, else the title.
+  [[nodiscard]] std::string shownTitle() const;
+  /// A second line in smaller print.
+  [[nodiscard]] std::optional<std::string> subtitle() const;
+  void setSubtitle(std::optional<std::string> subtitle);
+  [[nodiscard]] std::optional<std::string> toolTip() const;
+  void setToolTip(std::optional<std::string> toolTip);
+  /// The key that chooses the item, together with the toolkit's usual modifier; empty for none.
+  [[nodiscard]] std::string keyEquivalent() const;
+  void setKeyEquivalent(std::string keyEquivalent);
+  /// @}
+
+  /// @name Looks
+  /// @{
+  [[nodiscard]] std::optional<MenuItemBadge> badge() const;
+  void setBadge(std::optional<MenuItemBadge> badge);
+  /// In front of the title; null for none.
+  [[nodiscard]] std::shared_ptr<Image> image() const;
+  void setImage(std::shared_ptr<Image> image);
+  [[nodiscard]] State state() const;
+  void setState(State state);
+  [[nodiscard]] bool isEnabled() const;
+  void setEnabled(bool enabled);
+  /// @}
+
+  /// @name What the item does
+  /// @{
+  [[nodiscard]] MenuAction action() const;
+  void setAction(MenuAction action);
+  /// Whom the action is for, held weakly. An action whose target is gone is not sent; one that
+  /// never had a target is.
+  [[nodiscard]] std::weak_ptr<void> target() const;
+  void setTarget(std::weak_ptr<void> target);
+  /// What the item stands for; null for nothing.
+  [[nodiscard]] Value representedObject() const;
+  void setRepresentedObject(Value object);
+  [[nodiscard]] std::optional<std::string> identifier() const;
+  void setIdentifier(std::optional<std::string> identifier);
+  /// A menu must not contain itself, or it is never destroyed.
+  [[nodiscard]] std::shared_ptr<Menu> submenu() const;
+  void setSubmenu(std::shared_ptr<Menu> submenu);
+  /// @}
+
+  /// Sends the action, as a binding does when the user chooses the item. The action runs inside
+  /// this call, which holds item and target meanwhile.
+  ///
+  /// @return whether it was sent: the item is enabled, has an action, and its target is not gone.
+  bool activate();
+
+  /// Calls `handler` after each property that is set, to an equal value too, until the handle is
+  /// destroyed. It runs on the thread that sets, inside that call and with no lock held: on several
+  /// threads at once when several set. The handler reads the properties as they are by then. The
+  /// handle may outlive the item and does not keep it.
+  [[nodiscard]] Observation observe(std::function<void()> handler);
+
+ private:
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace kvl

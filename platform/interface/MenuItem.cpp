@@ -1,0 +1,188 @@
+#include "platform/interface/MenuDisposal.h"
+#include "platform/interface/Observed.h"
+
+#include <local/platform/Menu.h>
+
+#include <tuple>
+#include <utility>
+
+namespace kvl {
+namespace {
+
+struct Properties {
+  std::string title;
+  std::optional<AttributedText> attributedTitle;
+  std::optional<std::string> subtitle;
+  std::optional<std::string> toolTip;
+  std::string keyEquivalent;
+  std::optional<MenuItemBadge> badge;
+  std::shared_ptr<Image> image;
+  MenuItem::State mark = MenuItem::State::off;
+  bool enabled = true;
+  MenuAction action;
+  std::weak_ptr<void> target;
+  Value representedObject;
+  std::optional<std::string> identifier;
+  std::shared_ptr<Menu> submenu;
+};
+
+// Whether there never was a target, as opposed to one that is gone.
+bool isUnset(const std::weak_ptr<void>& target) {
+  const std::weak_ptr<void> unset;
+  return !target.owner_before(unset) && !unset.owner_before(target);
+}
+
+}  // namespace
+
+struct MenuItem::Implementation {
+  Implementation(Kind kindOfItem, std::string title) : kind(kindOfItem) {
+    properties.unshared().title = std::move(title);
+    properties.unshared().enabled = kind == Kind::item;
+  }
+
+  const Kind kind;
+  interface::Observed<Properties> properties;
+};
+
+MenuItem::MenuItem(Private, Kind kind, std::string title)
+    : implementation_(std::make_unique<Implementation>(kind, std::move(title))) {}
+
+MenuItem::~MenuItem() {
+  interface::dispose(std::move(implementation_->properties.unshared().submenu));
+}
+
+std::shared_ptr<MenuItem> MenuItem::itemWithTitle(std::string title) {
+  return std::make_shared<MenuItem>(Private{}, Kind::item, std::move(title));
+}
+std::shared_ptr<MenuItem> MenuItem::sectionHeaderWithTitle(std::string title) {
+  return std::make_shared<MenuItem>(Private{}, Kind::sectionHeader, std::move(title));
+}
+std::shared_ptr<MenuItem> MenuItem::separatorItem() {
+  return std::make_shared<MenuItem>(Private{}, Kind::separator, std::string());
+}
+
+MenuItem::Kind MenuItem::kind() const noexcept {
+  return implementation_->kind;
+}
+
+std::string MenuItem::title() const {
+  return implementation_->properties.get(&Properties::title);
+}
+void MenuItem::setTitle(std::string title) {
+  implementation_->properties.set(&Properties::title, std::move(title));
+}
+
+std::optional<AttributedText> MenuItem::attributedTitle() const {
+  return implementation_->properties.get(&Properties::attributedTitle);
+}
+void MenuItem::setAttributedTitle(std::optional<AttributedText> title) {
+  implementation_->properties.set(&Properties::attributedTitle, std::move(title));
+}
+
+std::optional<std::string> MenuItem::subtitle() const {
+  return implementation_->properties.get(&Properties::subtitle);
+}
+void MenuItem::setSubtitle(std::optional<std::string> subtitle) {
+  implementation_->properties.set(&Properties::subtitle, std::move(subtitle));
+}
+
+std::optional<std::string> MenuItem::toolTip() const {
+  return implementation_->properties.get(&Properties::toolTip);
+}
+void MenuItem::setToolTip(std::optional<std::string> toolTip) {
+  implementation_->properties.set(&Properties::toolTip, std::move(toolTip));
+}
+
+std::string MenuItem::keyEquivalent() const {
+  return implementation_->properties.get(&Properties::keyEquivalent);
+}
+void MenuItem::setKeyEquivalent(std::string keyEquivalent) {
+  implementation_->properties.set(&Properties::keyEquivalent, std::move(keyEquivalent));
+}
+
+std::optional<MenuItemBadge> MenuItem::badge() const {
+  return implementation_->properties.get(&Properties::badge);
+}
+void MenuItem::setBadge(std::optional<MenuItemBadge> badge) {
+  implementation_->properties.set(&Properties::badge, badge);
+}
+
+std::shared_ptr<Image> MenuItem::image() const {
+  return implementation_->properties.get(&Properties::image);
+}
+void MenuItem::setImage(std::shared_ptr<Image> image) {
+  implementation_->properties.set(&Properties::image, std::move(image));
+}
+
+MenuItem::State MenuItem::state() const {
+  return implementation_->properties.get(&Properties::mark);
+}
+void MenuItem::setState(State state) {
+  implementation_->properties.set(&Properties::mark, state);
+}
+
+bool MenuItem::isEnabled() const {
+  return implementation_->properties.get(&Properties::enabled);
+}
+void MenuItem::setEnabled(bool enabled) {
+  implementation_->properties.set(&Properties::enabled, enabled);
+}
+
+MenuAction MenuItem::action() const {
+  return implementation_->properties.get(&Properties::action);
+}
+void MenuItem::setAction(MenuAction action) {
+  implementation_->properties.set(&Properties::action, std::move(action));
+}
+
+std::weak_ptr<void> MenuItem::target() const {
+  return implementation_->properties.get(&Properties::target);
+}
+void MenuItem::setTarget(std::weak_ptr<void> target) {
+  implementation_->properties.set(&Properties::target, std::move(target));
+}
+
+Value MenuItem::representedObject() const {
+  return implementation_->properties.get(&Properties::representedObject);
+}
+void MenuItem::setRepresentedObject(Value object) {
+  implementation_->properties.set(&Properties::representedObject, std::move(object));
+}
+
+std::optional<std::string> MenuItem::identifier() const {
+  return implementation_->properties.get(&Properties::identifier);
+}
+void MenuItem::setIdentifier(std::optional<std::string> identifier) {
+  implementation_->properties.set(&Properties::identifier, std::move(identifier));
+}
+
+std::shared_ptr<Menu> MenuItem::submenu() const {
+  return implementation_->properties.get(&Properties::submenu);
+}
+void MenuItem::setSubmenu(std::shared_ptr<Menu> submenu) {
+  implementation_->properties.set(&Properties::submenu, std::move(submenu));
+}
+
+std::string MenuItem::shownTitle() const {
+  return implementation_->properties.read([](const Properties& properties) {
+    const auto& attributed = properties.attributedTitle;
+    return attributed ? attributed->text() : properties.title;
+  });
+}
+
+bool MenuItem::activate() {
+  const auto [enabled, action, target] =
+      implementation_->properties.read([](const Properties& properties) {
+        return std::tuple(properties.enabled, properties.action, properties.target);
+      });
+  const auto receiver = target.lock();
+  if (!enabled || !action || (!receiver && !isUnset(target))) return false;
+  action(shared_from_this());
+  return true;
+}
+
+Observation MenuItem::observe(std::function<void()> handler) {
+  return implementation_->properties.observe(std::move(handler));
+}
+
+}  // namespace kvl

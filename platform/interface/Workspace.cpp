@@ -1,0 +1,52 @@
+#include <local/platform/Atomic.h>
+#include <local/platform/Log.h>
+#include <local/platform/URL.h>
+#include <local/platform/Workspace.h>
+
+#include <gio/gio.h>
+
+#include <string>
+#include <utility>
+
+namespace kvl {
+namespace {
+
+// Never destroyed: threads may still use them while the process exits.
+Atomic<URLOpener>& presentOpener() {
+  static auto& opener = *new Atomic<URLOpener>;
+  return opener;
+}
+Atomic<ErrorPresenter>& presentPresenter() {
+  static auto& presenter = *new Atomic<ErrorPresenter>;
+  return presenter;
+}
+
+bool openOnDesktop(const std::string& url) {
+  GError* error = nullptr;
+  if (g_app_info_launch_default_for_uri(url.c_str(), nullptr, &error) != FALSE) return true;
+  log("error opening URL: %@: %@", url, error->message);
+  g_error_free(error);
+  return false;
+}
+
+}  // namespace
+
+URLOpener setURLOpener(URLOpener opener) {
+  return presentOpener().exchange(std::move(opener));
+}
+
+bool openURL(std::string_view url) {
+  if (!URL::parse(url)) return false;
+  const auto opener = presentOpener().get();
+  return opener ? opener(url) : openOnDesktop(std::string(url));
+}
+
+ErrorPresenter setErrorPresenter(ErrorPresenter presenter) {
+  return presentPresenter().exchange(std::move(presenter));
+}
+
+void presentError(const Error& error) {
+  if (const auto presenter = presentPresenter().get()) presenter(error);
+}
+
+}  // namespace kvl

@@ -1,0 +1,133 @@
+#include "platform/interface/images/PDFStructure.h"
+
+#include "platform/interface/images/Inflate.h"
+#include "platform/interface/images/Limits.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+
+namespace kvl::images {
+namespace {
+
+constexpr std::string_view kEnd = "%%EOF";
+constexpr std::size_t kEndReach = 1024;
+constexpr std::string_view kBlanks{" \t\r\n\f\0", 6};
+constexpr std::string_view kDigits = "0123456789";
+constexpr std::size_t kLongestName = 16;
+constexpr std::string_view kStream = "stream";
+constexpr std::uint64_t kShadingPattern = 2;
+// What all streams of a file may be together.
+constexpr std::size_t kMaximumUnpackedBytes = std::size_t{64} << 20;
+
+// Bitmaps whose size only their own data tell; packings that nothing here looks into, under both
+// their names; and what is encrypted.
+constexpr std::array<std::string_view, 10> kRefusedNames{
+    "JBIG2Decode",    "JPXDecode", "LZWDecode",       "LZW",    "ASCII85Decode", "A85",
+    "ASCIIHexDecode", "AHx",       "RunLengthDecode", "Encrypt"};
+
+int hexDigit(char character) {
+  if (character >= '0' && character <= '9') return character - '0';
+  const char low = static_cast<char>(character | 0x20);
+  return low >= 'a' && low <= 'f' ? low - 'a' + 10 : -1;
+}
+
+// Takes the name that `text` starts with off it, with its escapes (#57 for W) resolved. Longer ones
+// are cut.
+std::string takeName(std::string_view& text) {
+  std::string name;
+  while (!text.empty() && name.size() < kLongestName) {
+    const char next = text.front();
+    const bool escaped =
+        next == '#' && text.size() > 2 && hexDigit(text[1]) >= 0 && hexDigit(text[2]) >= 0;
+    if (!escaped &&
+        (next <= ' ' || std::string_view("/<>[]()%{}").find(next) != std::string_view::npos))
+      break;
+    name += escaped ? static_cast<char>(hexDigit(text[1]) * 16 + hexDigit(text[2])) : next;
+    text.remove_prefix(escaped ? 3 : 1);
+  }
+  return name;
+}
+
+// The whole number that stands there itself; 0 when it stands elsewhere or is none.
+std::uint64_t numberIn(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  const auto digits = text.substr(0, text.find_first_not_of(kDigits));
+  if (digits.empty() || digits.size() > 9) return 0;
+  auto rest = text.substr(digits.size());
+  rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
+  const bool isReference = !rest.empty() && kDigits.find(rest.front()) != std::string_view::npos;
+  return isReference ? 0 : std::stoul(std::string(digits));
+}
+
+// Adds up what a file says, wherever it says it.
+class Statements {
+ public:
+  // What stands openly: the dictionaries of streams, which are never packed.
+  bool takeOpen(std::string_view text) {
+    return takeEach(text, [this](std::string_view name, std::string_view rest) {
+      return std::ranges::count(kRefusedNames, name) == 0 && takeSide(name, rest, true) &&
+             (name != "PatternType" || numberIn(rest) == kShadingPattern);
+    });
+  }
+
+  // What a stream holds: bitmaps within a page's description.
+  bool takeStream(std::string_view text) {
+    return takeEach(text, [this](std::string_view name, std::string_view rest) {
+      return takeSide(name, rest, false);
+    });
+  }
+
+ private:
+  template <class Take>
+  bool takeEach(std::string_view text, Take take) {
+    for (auto slash = text.find('/'); slash != std::string_view::npos; slash = text.find('/')) {
+      text.remove_prefix(slash + 1);
+      const auto name = takeName(text);
+      if (!take(name, text)) return false;
+    }
+    return true;
+  }
+
+  bool takeSide(std::string_view name, std::string_view rest, bool mustBeNumber) {
+    const bool isWidth = name == "Width" || name == "W";
+    if (!isWidth && name != "Height" && name != "H") return true;
+    const auto side = numberIn(rest);
+    // The short names mean other things elsewhere.
+    if (side == 0) return !mustBeNumber || name.size() == 1;
+    auto& longest = isWidth ? width_ : height_;
+    longest = std::max(longest, side);
+    return isDecodable(width_, height_);
+  }
+
+  std::uint64_t width_ = 1;
+  std::uint64_t height_ = 1;
+};
+
+bool streamsAreModest(std::string_view text, Statements& statements) {
+  std::size_t unpacked = 0;
+  for (auto found = text.find(kStream); found != std::string_view::npos;
+       found = text.find(kStream)) {
+    text.remove_prefix(found + kStream.size());
+    const auto start = std::min(text.find_first_not_of("\r\n"), text.size());
+    const bool modest = inflate(text.substr(start), [&](std::string_view part) {
+      unpacked += part.size();
+      return unpacked <= kMaximumUnpackedBytes && statements.takeStream(part);
+    });
+    if (!modest) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool isModestPDF(Span bytes) {
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  Statements statements;
+  const auto tail = text.substr(text.size() - std::min(text.size(), kEndReach));
+  return tail.find(kEnd) != std::string_view::npos && statements.takeOpen(text) &&
+         streamsAreModest(text, statements);
+}
+
+}  // namespace kvl::images

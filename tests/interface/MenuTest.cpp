@@ -1,0 +1,80 @@
+#include <local/platform/Menu.h>
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <thread>
+
+namespace {
+
+using kvl::Menu;
+using kvl::MenuItem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr int kDeep = 100'000;
+
+// A menu with `depth` menus inside one another.
+std::shared_ptr<Menu> nestedMenu(int depth) {
+  auto menu = std::make_shared<Menu>();
+  for (int i = 0; i < depth; ++i) {
+    const auto item = MenuItem::itemWithTitle("more");
+    item->setSubmenu(std::move(menu));
+    menu = std::make_shared<Menu>();
+    menu->addItem(item);
+  }
+  return menu;
+}
+
+TEST(MenuTest, KeepsItemsInTheOrderInWhichTheyWereAdded) {
+  Menu menu;
+  EXPECT_THAT(menu.items(), IsEmpty());
+  const auto first = MenuItem::itemWithTitle("a");
+  const auto second = MenuItem::separatorItem();
+  menu.addItem(first);
+  menu.addItem(second);
+  EXPECT_THAT(menu.items(), ElementsAre(first, second));
+  EXPECT_EQ(menu.itemCount(), 2U);
+}
+
+TEST(MenuTest, AddsNoItemForNone) {
+  Menu menu;
+  menu.addItem(nullptr);
+  EXPECT_EQ(menu.itemCount(), 0U);
+}
+
+TEST(MenuTest, ForgetsAllItemsAtOnce) {
+  Menu menu;
+  menu.addItem(MenuItem::itemWithTitle("a"));
+  menu.removeAllItems();
+  EXPECT_THAT(menu.items(), IsEmpty());
+}
+
+TEST(MenuTest, DestroyingDeeplyNestedMenusTakesLittleStack) {
+  auto menu = nestedMenu(kDeep);
+  menu.reset();
+  SUCCEED();
+}
+
+TEST(MenuTest, DeeplyNestedMenuMayBeReplacedOrRemoved) {
+  const auto item = MenuItem::itemWithTitle("top");
+  item->setSubmenu(nestedMenu(kDeep));
+  item->setSubmenu(nullptr);
+  const auto menu = nestedMenu(kDeep);
+  menu->removeAllItems();
+  EXPECT_EQ(menu->itemCount(), 0U);
+}
+
+TEST(MenuTest, ItemThatIsStillHeldKeepsItsSubmenu) {
+  auto menu = nestedMenu(3);
+  const auto inner = menu->items()[0]->submenu()->items()[0];
+  menu.reset();
+  EXPECT_EQ(inner->submenu()->items()[0]->title(), "more");
+}
+
+TEST(MenuTest, NestedMenusMayGoOnAnotherThread) {
+  auto menu = nestedMenu(1000);
+  std::jthread other([last = std::move(menu)] {});
+}
+
+}  // namespace
