@@ -1,4 +1,5 @@
 #include "platform/formatting/Duration.h"
+#include "platform/formatting/UserLocale.h"
 
 #include <local/KVLEncodingLocale.h>
 

@@ -1,0 +1,43 @@
+#include "encoding/BoundarySearch.h"
+
+#include <string.h>
+
+#include <cstddef>
+
+namespace kvl::encoding {
+namespace {
+
+// Places that are looked at together. Fewer cost more instructions, more cost more searches for
+// texts that were not there.
+constexpr std::size_t kWindow = 256;
+
+bool holds(std::string_view bytes, std::string_view text) noexcept {
+  return memmem(bytes.data(), bytes.size(), text.data(), text.size()) != nullptr;
+}
+
+// Whether at any of the window's places the first and the last byte are those of `text`. Without
+// branches, so that compilers make vector instructions of it.
+bool mayBeginIn(const char* window, std::string_view text) noexcept {
+  const char* ends = window + text.size() - 1;
+  const char first = text.front();
+  const char last = text.back();
+  unsigned char hits = 0;
+  for (std::size_t i = 0; i < kWindow; ++i) {
+    const bool hit = (window[i] == first) & (ends[i] == last);
+    hits |= static_cast<unsigned char>(hit);
+  }
+  return hits != 0;
+}
+
+}  // namespace
+
+bool occursIn(std::string_view bytes, std::string_view text) noexcept {
+  const std::size_t span = kWindow + text.size() - 1;
+  while (bytes.size() >= span) {
+    if (mayBeginIn(bytes.data(), text) && holds(bytes.substr(0, span), text)) return true;
+    bytes.remove_prefix(kWindow);
+  }
+  return holds(bytes, text);
+}
+
+}  // namespace kvl::encoding

@@ -1,0 +1,88 @@
+#include "encoding/FailedStatus.h"
+#include "platform/serialisation/JSONReader.h"
+#include "platform/serialisation/JSONWriter.h"
+#include "platform/serialisation/PropertyListWriter.h"
+
+#include <local/KVLEncodingRoot.h>
+#include <local/platform/Log.h>
+
+namespace {
+
+using KVLEncoding::RootHandler;
+
+constexpr std::string_view kRootErrorDomain = "korvale.vandrel.encoding.root";
+constexpr std::string_view kJSONErrorDomain = "korvale.vandrel.encoding.json";
+constexpr std::string_view kReasonKey = "data";
+
+// Sets the body and its type; on failure the error, and the request has no body.
+std::optional<kvl::Error> encodeRoot(const kvl::Value& root, kvl::URLRequest& request) {
+  std::optional<kvl::Error> error;
+  if (kvl::isValidJSONObject(root)) {
+    request.headers().set("Content-Type", "application/json");
+    request.setBody(kvl::JSONFromValue(root, &error));
+  } else if (kvl::isValidForBinaryPropertyList(root)) {
+    request.headers().set("Content-Type", "application/x-plist");
+    request.setBody(kvl::binaryPropertyListFromValue(root, &error));
+  } else {
+    error = kvl::Error(kRootErrorDomain, 1, {{kReasonKey, "invalid for request encoding"}});
+  }
+  return error;
+}
+
+void reportUnencodable(const kvl::Error& error, const RootHandler& handler) {
+  if (handler) return handler(std::nullopt, nullptr, error);
+  kvl::log("error encoding root: %@", error);
+}
+
+void reportAnswer(const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
+                  const std::optional<kvl::Error>& error, const RootHandler& handler) {
+  if (error) return handler(std::nullopt, response, error);
+  if (!body) return handler(std::nullopt, response, std::nullopt);
+  std::optional<kvl::Error> decodingError;
+  auto root = KVLEncoding::rootFromResponse(response, body, &decodingError);
+  handler(std::move(root), response, std::move(decodingError));
+}
+
+void logAnswer(const kvl::URLResponseRef& response, const std::optional<kvl::Error>& error) {
+  if (error) return kvl::log("json call failed: %@", error);
+  if (response) kvl::encoding::logFailedStatus(*response);
+}
+
+}  // namespace
+
+void KVLEncoding::submit(const kvl::Value& root, const RelativePath& relativePath,
+                         KVLSession& session, RootHandler completionHandler) {
+  kvl::URLRequest request(relativePath.text());
+  setHeaderToAcceptRoot(request);
+  request.setMethod("POST");
+  if (const auto error = encodeRoot(root, request)) {
+    return reportUnencodable(*error, completionHandler);
+  }
+  session.request(request,
+                  [handler = std::move(completionHandler)](const std::optional<kvl::Data>& body,
+                                                           const kvl::URLResponseRef& response,
+                                                           const std::optional<kvl::Error>& error) {
+                    if (handler) return reportAnswer(body, response, error, handler);
+                    logAnswer(response, error);
+                  });
+}
+
+void KVLEncoding::setHeaderToAcceptRoot(kvl::URLRequest& request) {
+  request.headers().set("Accept", "application/json");
+}
+
+std::optional<kvl::Value> KVLEncoding::rootFromResponse(const kvl::URLResponseRef&,
+                                                        const std::optional<kvl::Data>& body,
+                                                        std::optional<kvl::Error>* error) {
+  std::optional<kvl::Value> root;
+  std::optional<kvl::Error> failure;
+  if (body) {
+    root = kvl::valueFromJSON(*body, &failure);
+  } else {
+    failure = kvl::Error(kJSONErrorDomain, 1, {{kReasonKey, "nil"}});
+  }
+  // A body of `null` is an empty answer, not a failure.
+  if (root && root->isNull()) root.reset();
+  kvl::storeError(error, std::move(failure));
+  return root;
+}

@@ -1,0 +1,46 @@
+/// @file
+/// Forms, merged and submitted.
+#pragma once
+
+#include <local/KVLEncoding.h>
+#include <local/KVLEncodingRoot.h>
+#include <local/KVLSession.h>
+#include <local/platform/Export.h>
+#include <local/platform/URLSession.h>
+#include <local/platform/Value.h>
+
+#include <optional>
+
+/// A form is a dictionary with, all optional, "action" (a web address that begins with "https://",
+/// or a URL of the service), "method" (an HTTP method in any case) and "inputs" (see
+/// `KVLExtensions::setHTTPBodyWithInputs`).
+namespace KVLEncoding {
+
+/// `form:withAdditionalInputs:` A copy of the form with the additional inputs after its own. The
+/// copy always has "inputs", an empty array when there are none. No form gives none. Any thread.
+[[nodiscard]] KVL_EXPORT std::optional<kvl::Dictionary> formWithAdditionalInputs(
+    DictionaryOrNone form, const std::optional<kvl::Array>& inputs);
+
+/// `submitForm:additionalInputs:relativePath:session:completionHandler:` Submits a form.
+///
+/// An action that begins with "https://" is opened in the user's browser (see
+/// `kvl::setURLOpener`) and never sent to the service; the handler is then called only if that
+/// fails, with `KVLEncodingErrorDomain`, 400. Any other action is sent to the service, with the
+/// inputs as a body and the form's method; without inputs and method it is a GET. An action that is
+/// no URL fails when it is sent, with `NSURLErrorBadURL`.
+///
+/// @param form no form does nothing: the handler is not called
+/// @param relativePath the action of a form that has none
+/// @param completionHandler receives the body as it came, the response and the error. Called at
+///   once on the caller's thread when nothing could be sent, else as `KVLSession::request` says.
+///   Without one, failures and every status of 300 and more are written to the log, and an error
+///   that arrives on the main thread is shown to the user (see `kvl::setErrorPresenter`).
+KVL_EXPORT void submitForm(DictionaryOrNone form, const std::optional<kvl::Array>& additionalInputs,
+                           const RelativePath& relativePath, KVLSession& session,
+                           kvl::DataTaskHandler completionHandler = nullptr);
+
+/// `submitForm:relativePath:session:` The same with no additional inputs and no handler.
+KVL_EXPORT void submitForm(DictionaryOrNone form, const RelativePath& relativePath,
+                           KVLSession& session);
+
+}  // namespace KVLEncoding
