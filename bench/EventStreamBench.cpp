@@ -1,14 +1,13 @@
 // The event-stream parser against a bare scan for line ends over the same bytes in the same run.
+#include "bench/Measurement.h"
 #include "platform/urlloading/PendingBody.h"
 
 #include <local/KVLEventStreamState.h>
 
 #include <benchmark/benchmark.h>
-#include <time.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <new>
 #include <string>
 #include <string_view>
@@ -35,12 +34,8 @@ std::size_t allocations = 0;
 
 namespace {
 
-// The processor time of this thread: what else the machine does leaves the ratios alone.
-double cpuSeconds() {
-  timespec time{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
+using kvlbench::cpuSeconds;
+using kvlbench::measure;
 
 constexpr std::size_t kChunkSize = 64 << 10;
 constexpr std::size_t kSegmentSize = 1460;  // what one Ethernet frame carries of TCP
@@ -109,25 +104,6 @@ std::int64_t sizeOf(const std::vector<kvl::Data>& chunks) {
   return size;
 }
 
-// Seconds in all.
-struct Times {
-  double peer = 0;
-  double subject = 0;
-};
-
-// Times both in turn, so that both meet the same machine.
-template <class Peer, class Subject>
-Times measure(benchmark::State& state, Peer peer, Subject subject) {
-  Times times;
-  for (auto _ : state) {
-    times.peer += peer();
-    const double time = subject();
-    times.subject += time;
-    state.SetIterationTime(time);
-  }
-  return times;
-}
-
 // of_floor: the parser's throughput in parts of the scan's.
 void events(benchmark::State& state) {
   const auto eventSize = static_cast<std::size_t>(state.range(0));
@@ -144,20 +120,6 @@ void events(benchmark::State& state) {
 }
 BENCHMARK(events)->Arg(100)->Arg(4096 + 64)->UseManualTime()->Unit(benchmark::kMillisecond);
 
-// The most memory that the process ever had since `forgetPeak`, in bytes.
-double peakMemory(const char* field) {
-  std::ifstream status("/proc/self/status");
-  for (std::string word; status >> word;) {
-    double kilobytes = 0;
-    if (word == field && status >> kilobytes) return kilobytes * 1024;
-  }
-  return 0;
-}
-
-void forgetPeak() {
-  std::ofstream("/proc/self/clear_refs") << '5';
-}
-
 // times_ended: what the line costs in multiples of the same bytes with line ends.
 // memory_of_line: the most memory beyond the bytes themselves, in multiples of the line.
 void oneLongLine(benchmark::State& state) {
@@ -167,10 +129,7 @@ void oneLongLine(benchmark::State& state) {
   std::vector<kvl::Data> ended;
   const std::string segment = makeEvent(0, kSegmentSize);
   while (ended.size() < line.size()) ended.push_back(kvl::Data::fromText(segment));
-  forgetPeak();
-  const double before = peakMemory("VmRSS:");
-  benchmark::DoNotOptimize(parse(line));
-  const double peak = peakMemory("VmHWM:") - before;
+  const double peak = kvlbench::peakMemoryOf([&] { benchmark::DoNotOptimize(parse(line)); });
   const auto times =
       measure(state, [&] { return parseTime(ended); }, [&] { return parseTime(line); });
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * sizeOf(line));
