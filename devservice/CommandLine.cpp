@@ -23,6 +23,21 @@ const std::map<std::string, Fault> kFaults{
 
 constexpr int kHighestPort = 65535;
 
+constexpr const char* kRoutesHelp =
+    "Routes, each with the parameters that it takes:\n"
+    "  /status\n"
+    "  /echo?as=body                    what was sent, of any method, form or document\n"
+    "  /slow?ms=&pieces=                late, or in pieces with pauses\n"
+    "  /bytes?count=                    so many bytes\n"
+    "  /large?megabytes=                a large document\n"
+    "  /code?status=&body=              any status, any body\n"
+    "  /redirect?to=&status=\n"
+    "  /reset?after=                    a connection that breaks in mid-body\n"
+    "  /image?format=&role=&side=       png or svg\n"
+    "  /menu                            a menu, whose forms go to /echo\n"
+    "  /events?interval=&last=&...      an event stream\n"
+    "and the files of --documents, which go before all others.";
+
 template <class Options>
 void addCommonOptions(CLI::App& app, Options& options) {
   options.state = StateDirectory::defaultPath();
@@ -72,6 +87,7 @@ std::variant<ServiceOptions, int> parseServiceOptions(int count, char** argument
   CLI::App app(
       "A local service for development: HTTPS on 127.0.0.1 for clients that the development notary "
       "has given a certificate.");
+  app.footer(kRoutesHelp);
   ServiceOptions options;
   addCommonOptions(app, options);
   app.add_option("--port", options.port, "Port, 0 for any")

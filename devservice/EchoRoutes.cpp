@@ -1,19 +1,22 @@
 #include "devservice/ClientCertificate.h"
+#include "devservice/FormBody.h"
 #include "devservice/Json.h"
+#include "devservice/RequestBody.h"
 #include "devservice/Routes.h"
 
 #include <glib.h>
 #include <httplib.h>
 #include <openssl/evp.h>
+#include <simdjson.h>
 
 namespace devservice {
 namespace {
 
-bool isText(const std::string& body) {
+bool isText(std::string_view body) {
   return g_utf8_validate(body.data(), static_cast<gssize>(body.size()), nullptr) != FALSE;
 }
 
-std::string base64(const std::string& bytes) {
+std::string base64(std::string_view bytes) {
   std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
   const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
                                    reinterpret_cast<const unsigned char*>(bytes.data()),
@@ -22,8 +25,8 @@ std::string base64(const std::string& bytes) {
   return text;
 }
 
-std::string printable(const std::string& text) {
-  return isText(text) ? text : base64(text);
+std::string printable(std::string_view text) {
+  return isText(text) ? std::string(text) : base64(text);
 }
 
 JsonObject headersOf(const httplib::Request& request) {
@@ -41,26 +44,97 @@ JsonObject clientOf(const httplib::Request& request) {
   return client;
 }
 
-void echo(const httplib::Request& request, httplib::Response& response) {
+// A text as it is, other bytes in base64; `size` is that of the bytes.
+void addContent(JsonObject& object, const char* name, std::string_view content) {
+  object.add("size", static_cast<std::int64_t>(content.size()));
+  if (isText(content)) {
+    object.add(name, content);
+  } else {
+    object.add(std::string(name) + "Base64", base64(content));
+  }
+}
+
+JsonObject partOf(const FormPart& part) {
+  JsonObject object;
+  object.add("name", printable(part.name));
+  if (part.filename) object.add("filename", printable(*part.filename));
+  if (part.contentType) object.add("contentType", printable(*part.contentType));
+  addContent(object, "value", part.content);
+  return object;
+}
+
+void addParts(JsonObject& document, const std::string& type, const std::string& body) {
+  const auto form = parseForm(type, body);
+  if (const auto* fault = std::get_if<std::string>(&form)) {
+    document.add("formError", *fault);
+    return;
+  }
+  JsonArray parts;
+  for (const FormPart& part : std::get<std::vector<FormPart>>(form)) parts.add(partOf(part).text());
+  document.addJson("parts", parts.text());
+}
+
+void addDocument(JsonObject& document, const std::string& body) {
+  simdjson::dom::parser parser;
+  const simdjson::error_code error = parser.parse(body).error();
+  if (error == simdjson::SUCCESS) {
+    document.addJson("json", body);
+  } else {
+    document.add("jsonError", simdjson::error_message(error));
+  }
+}
+
+// What a body holds, for the types that the framework sends.
+void addMeaning(JsonObject& document, const httplib::Request& request, const std::string& body) {
+  const std::string type = request.get_header_value("Content-Type");
+  if (type.starts_with(kFormType)) addParts(document, type, body);
+  if (type == kJsonType) addDocument(document, body);
+}
+
+std::string queryOf(const httplib::Request& request) {
   const std::size_t mark = request.target.find('?');
-  const std::string query =
-      mark == std::string::npos ? std::string() : request.target.substr(mark + 1);
+  return mark == std::string::npos ? std::string() : request.target.substr(mark + 1);
+}
+
+std::string descriptionOf(const httplib::Request& request, const std::string& body) {
   JsonObject document;
   document.add("method", request.method)
       .add("path", printable(request.path))
-      .add("query", printable(query))
-      .add("headers", headersOf(request))
-      .add(isText(request.body) ? "body" : "bodyBase64", printable(request.body))
-      .add("client", clientOf(request));
-  response.set_content(document.text(), kJsonType);
+      .add("query", printable(queryOf(request)))
+      .add("headers", headersOf(request));
+  addContent(document, "body", body);
+  addMeaning(document, request, body);
+  document.add("client", clientOf(request));
+  return document.text();
+}
+
+void answer(const httplib::Request& request, const std::string& body, httplib::Response& response) {
+  if (request.get_param_value("as") == "body") {
+    response.set_content(body, request.get_header_value("Content-Type"));
+  } else {
+    response.set_content(descriptionOf(request, body), kJsonType);
+  }
+}
+
+// The library reads no body of such a request, and would take it for the next one.
+void echoWithoutBody(const httplib::Request& request, httplib::Response& response) {
+  if (request.has_header("Content-Length")) response.set_header("Connection", "close");
+  answer(request, {}, response);
+}
+
+void echo(const httplib::Request& request, httplib::Response& response,
+          const httplib::ContentReader& reader) {
+  if (const auto body = readBody(request, reader)) answer(request, *body, response);
 }
 
 }  // namespace
 
 void addEchoRoutes(httplib::Server& server) {
-  server.Get("/echo", echo);
+  server.Get("/echo", echoWithoutBody);
   server.Post("/echo", echo);
   server.Put("/echo", echo);
+  server.Patch("/echo", echo);
+  server.Delete("/echo", echo);
 }
 
 }  // namespace devservice

@@ -22,20 +22,26 @@ std::string jsonString(std::string_view text) {
 }
 
 JsonObject& JsonObject::add(std::string_view key, std::string_view text) {
-  return addRaw(key, jsonString(text));
+  return addJson(key, jsonString(text));
 }
 
 JsonObject& JsonObject::add(std::string_view key, std::int64_t number) {
-  return addRaw(key, std::to_string(number));
+  return addJson(key, std::to_string(number));
 }
 
 JsonObject& JsonObject::add(std::string_view key, const JsonObject& object) {
-  return addRaw(key, object.text());
+  return addJson(key, object.text());
 }
 
-JsonObject& JsonObject::addRaw(std::string_view key, std::string_view json) {
+JsonObject& JsonObject::addJson(std::string_view key, std::string_view json) {
   if (!entries_.empty()) entries_ += ',';
   entries_ += jsonString(key) + ":" + std::string(json);
+  return *this;
+}
+
+JsonArray& JsonArray::add(std::string_view json) {
+  if (!elements_.empty()) elements_ += ',';
+  elements_ += json;
   return *this;
 }
 

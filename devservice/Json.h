@@ -16,12 +16,22 @@ class JsonObject {
   JsonObject& add(std::string_view key, std::string_view text);
   JsonObject& add(std::string_view key, std::int64_t number);
   JsonObject& add(std::string_view key, const JsonObject& object);
+  // `json` is the text of any value.
+  JsonObject& addJson(std::string_view key, std::string_view json);
   [[nodiscard]] std::string text() const { return "{" + entries_ + "}"; }
 
  private:
-  JsonObject& addRaw(std::string_view key, std::string_view json);
-
   std::string entries_;
+};
+
+// Collects the elements of one array, each the text of any value.
+class JsonArray {
+ public:
+  JsonArray& add(std::string_view json);
+  [[nodiscard]] std::string text() const { return "[" + elements_ + "]"; }
+
+ private:
+  std::string elements_;
 };
 
 }  // namespace devservice

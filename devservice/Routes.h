@@ -54,10 +54,23 @@ void refuse(httplib::Response& response, std::string_view why);
 
 // GET /status
 void addStatusRoutes(httplib::Server& server, ServiceState& state);
-// GET, POST and PUT /echo
+// GET, POST, PUT, PATCH and DELETE /echo: a JSON object that tells what came: method, path, query,
+// headers, size, body (bodyBase64 for what is no UTF-8), the JSON document that it is (json or
+// jsonError), the parts of a form (parts or formError, see FormBody.h), and the client's
+// certificate. With ?as=body it is the body itself, of the type that it came with.
 void addEchoRoutes(httplib::Server& server);
-// GET /slow?ms=, /bytes?count=, /code?status=, /redirect?to=, /reset
+// GET, POST /slow?ms=&pieces=    answers after that time; in pieces, with that time between any two
+// GET, POST /code?status=&body=  that status, with a JSON object or with the given body
+// GET, POST /redirect?to=&status=302
+// GET /bytes?count=              so many bytes
+// GET /large?megabytes=          a JSON document of that size, made while it is sent
+// GET /reset?after=13            breaks the connection in mid-body, after so many bytes
 void addTransferRoutes(httplib::Server& server, ServiceState& state);
+// GET /image?format=png&role=   16 by 16; of format=svg with the given side=. The role goes into
+// the content type.
+void addImageRoutes(httplib::Server& server);
+// GET /menu: a document with a menu of every kind of item; what it submits goes to /echo
+void addMenuRoutes(httplib::Server& server);
 // GET /events: event streams; EventScript.h tells the parameters
 void addEventRoutes(httplib::Server& server, ServiceState& state);
 // GET of the files below `directory`; they go before all other routes. A path without a file is

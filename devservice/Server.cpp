@@ -68,15 +68,25 @@ std::unique_ptr<httplib::SSLServer> makeServer(const ServiceOptions& options,
   return server;
 }
 
+// What a log line says of a request's body.
+std::string bodyText(const httplib::Request& request) {
+  const std::string length = request.get_header_value("Content-Length");
+  if (length.empty() || length == "0") return {};
+  return " (" + length + " bytes of " + request.get_header_value("Content-Type") + ")";
+}
+
 void addRoutes(httplib::Server& server, ServiceState& state, const ServiceOptions& options) {
   if (options.documents) addDocumentRoutes(server, *options.documents);
   addStatusRoutes(server, state);
   addEchoRoutes(server);
   addTransferRoutes(server, state);
+  addImageRoutes(server);
+  addMenuRoutes(server);
   addEventRoutes(server, state);
   server.set_logger([&state](const httplib::Request& request, const httplib::Response& response) {
     state.countRequest();
-    log(request.method + " " + request.target + " " + std::to_string(response.status));
+    log(request.method + " " + request.target + " " + std::to_string(response.status) +
+        bodyText(request));
   });
 }
 

@@ -1,0 +1,19 @@
+// The body of a request, as it came.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace httplib {
+class ContentReader;
+struct Request;
+}  // namespace httplib
+
+namespace devservice {
+
+// All bytes of the body, whatever their type; absent when the client left before the end. For
+// routes that are declared with a content reader.
+[[nodiscard]] std::optional<std::string> readBody(const httplib::Request& request,
+                                                  const httplib::ContentReader& reader);
+
+}  // namespace devservice
