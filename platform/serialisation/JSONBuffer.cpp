@@ -26,7 +26,7 @@ std::uint64_t loadWord(const char* text) noexcept {
 }
 
 constexpr std::uint64_t eightTimes(unsigned char byte) noexcept {
-  return 0x0101010101010101 * byte;
+  return std::uint64_t{0x0101010101010101} * byte;
 }
 
 // Whether one of the eight characters needs an escape. A byte of 128 or more does not: its highest

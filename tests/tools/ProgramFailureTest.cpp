@@ -4,6 +4,9 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+
 namespace kvltest {
 namespace {
 
@@ -43,6 +46,37 @@ TEST_F(FailureTest, GetWritesNothingToItsOutput) {
   EXPECT_EQ(outcome.exitCode, 3);
   EXPECT_THAT(outcome.output, IsEmpty());
   EXPECT_THAT(outcome.errors, StartsWith(kUnreachable));
+}
+
+TEST_F(FailureTest, WhateverIsSentNeedsAnIdentity) {
+  std::ofstream(directory.path() / "document") << "{}";
+  for (const Arguments& command :
+       {Arguments{"submit", "/", "--data", directory.path() / "document"}, Arguments{"form", "/"},
+        Arguments{"image", "/", "-o", directory.path() / "image"}}) {
+    const Outcome outcome = run(command);
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_THAT(outcome.output, IsEmpty());
+    EXPECT_THAT(outcome.errors, StartsWith(kUnreachable));
+  }
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "image"));
+}
+
+TEST_F(FailureTest, FilesThatCannotBeSentAreNamedBeforeAnythingIsAsked) {
+  std::ofstream(directory.path() / "broken") << "{\"a\":";
+  const Outcome broken = run({"submit", "/", "--data", directory.path() / "broken"});
+  EXPECT_EQ(broken.exitCode, 2);
+  EXPECT_THAT(broken.errors, HasSubstr("/broken\" is no JSON document: "));
+  const Outcome missing = run({"form", "/", "--file", "f=@/nonexistent/file"});
+  EXPECT_EQ(missing.errors,
+            "kvlocal: \"/nonexistent/file\" cannot be read: No such file or directory\n");
+  const Outcome folder = run({"submit", "/", "--data", "/"});
+  EXPECT_EQ(folder.errors, "kvlocal: \"/\" cannot be read: Is a directory\n");
+}
+
+TEST_F(FailureTest, InputThatIsClosedCannotBeRead) {
+  const Outcome outcome = runInShell("exec \"$0\" submit / --data - <&-");
+  EXPECT_EQ(outcome.exitCode, 2);
+  EXPECT_EQ(outcome.errors, "kvlocal: \"-\" cannot be read: Bad file descriptor\n");
 }
 
 TEST_F(FailureTest, EventsNeedAnIdentityToBegin) {

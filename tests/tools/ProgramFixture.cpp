@@ -102,6 +102,13 @@ void ProgramTest::useBus(const std::string& address) {
   environment.front() = "DBUS_SESSION_BUS_ADDRESS=" + address;
 }
 
+void ProgramTest::useLocale(const std::string& locale, const std::string& zone) {
+  std::erase_if(environment, [](const std::string& variable) {
+    return variable.starts_with("LC_ALL=") || variable.starts_with("TZ=");
+  });
+  environment.insert(environment.end(), {"LC_ALL=" + locale, "TZ=" + zone});
+}
+
 Outcome ProgramTest::run(const Arguments& arguments) {
   Outcome outcome = runInto(directory.path() / kOutputFile, arguments);
   outcome.output = fileText(kOutputFile);

@@ -73,6 +73,9 @@ class ProgramTest : public testing::Test {
   // From now on the program finds this session bus; there is none before.
   void useBus(const std::string& address);
 
+  // From now on the program's user has this locale and this time zone.
+  void useLocale(const std::string& locale, const std::string& zone);
+
   // What the program's environment has beyond the test's.
   Environment environment{"DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus",
                           "korvale_vandrel_notary", "korvale_vandrel_notary_minimum", "LC_ALL=C"};

@@ -13,6 +13,12 @@ constexpr auto kNotaryLog = "notary.log";
 constexpr auto kServiceLog = "service.log";
 constexpr auto kDocuments = "documents";
 
+int countOf(const std::string& part, const std::string& text) {
+  int count = 0;
+  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
 }  // namespace
 
 const std::string ServiceTest::kDocumentBytes("\0\xff\r\n\n\xfe tail\0", 12);
@@ -59,6 +65,17 @@ void ServiceTest::restartNotary(const Arguments& options) {
 
 bool ServiceTest::waitForNotaryLog(const std::function<bool(const std::string& log)>& condition) {
   return waitForFolder(directory.path(), notary_, [&] { return condition(notaryLog()); });
+}
+
+bool ServiceTest::waitForServiceLog(const std::string& part, int times) {
+  return waitForFolder(directory.path(), service_,
+                       [&] { return countOf(part, serviceLog()) >= times; });
+}
+
+std::string ServiceTest::file(const std::string& name, const std::string& bytes) const {
+  const std::string path = directory.path() / name;
+  std::ofstream(path, std::ios::binary) << bytes;
+  return path;
 }
 
 std::string ServiceTest::notaryLog() const {

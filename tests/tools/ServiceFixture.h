@@ -16,6 +16,9 @@ class ServiceTest : public ProgramTest {
   // Starts a bus with a key store, the service and the notary.
   void SetUp() override;
 
+  // The path of a new file with these bytes.
+  std::string file(const std::string& name, const std::string& bytes) const;
+
   // Starts the notary anew, with these options.
   void restartNotary(const Arguments& options);
   void killService() { service_.kill(); }
@@ -24,6 +27,9 @@ class ServiceTest : public ProgramTest {
 
   // Waits until what the notary has logged is as it should be; false when it will not be.
   [[nodiscard]] bool waitForNotaryLog(const std::function<bool(const std::string& log)>& condition);
+
+  // Waits until the service has logged `part` so many times; false when it will not.
+  [[nodiscard]] bool waitForServiceLog(const std::string& part, int times = 1);
 
   // What the notary and the service have logged so far.
   std::string notaryLog() const;

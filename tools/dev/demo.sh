@@ -138,8 +138,8 @@ start_service() {
 start_peers() {
   section '2. The notary and the service'
   mkdir "$demo_dir/documents"
-  printf '{"message":"hello from the local service","list":[1,2,3]}' \
-    >"$demo_dir/documents$demo_document"
+  printf '{"message":"hello from the local service","list":[1,2,3],"changed":"%s"}' \
+    2024-05-01T12:34:56Z >"$demo_dir/documents$demo_document"
   start notary "$demo_bin/kvlocal-devnotary" --state "$demo_dir/state"
   wait_for_name korvale.vandrel.local.notary
   start_service
@@ -170,8 +170,49 @@ show_connection() {
   fetch_document
 }
 
+# Runs a program to its end and shows what it prints, which must match.
+# expect_output PATTERN PROGRAM [ARGUMENT...]
+expect_output() {
+  local pattern=$1 output
+  shift
+  note "> $(basename "$1") ${*:2}"
+  output=$(timeout "$demo_patience" "$demo_bin/$1" "${@:2}" 2>>"$demo_dir/client.log") ||
+    die "$1 ended with status $?"
+  fold -w 100 <<<"$output" | sed 's/^/   | /'
+  # shellcheck disable=SC2053 # a pattern is what is wanted
+  [[ $output == $pattern ]] || die "$1 did not print: $pattern"
+}
+
+show_documents() {
+  section '4. Documents, a form with a file, and an image'
+  local file=$demo_dir/documents$demo_document
+  expect_output $'message: hello *\nelements: 3\nyear: 1970\nchanged: 2024-05-01 12:34:56 *' \
+    kvlocal-example-documents "$demo_document"
+  expect_output '{"message":"hello *","list":\[1,2,3\],"changed":"2024-*"}' \
+    kvlocal submit '/echo?as=body' --data "$file"
+  expect_output '*"parts":\[{"name":"note",*,"value":"hello"},{"name":"file","filename":"demo.json",*' \
+    kvlocal form /echo --input note=hello --file "file=@$file"
+  expect_output $'size        64 x 64\n*template    yes\n*' \
+    kvlocal image '/image?format=svg&role=template' --size 64x64 -o "$demo_dir/image.svg"
+  wait_for_file "$demo_dir/image.svg"
+}
+
+# In American English, whatever the caller's language is.
+show_menu() {
+  section '5. A menu is drawn, one of its items activated, and a text rendered'
+  local entries=$demo_dir/entries.json
+  LC_ALL=C TZ=UTC expect_output \
+    $'Updates\n    Install now  \\[3 updates\\] \\[key i\\]\n      found on May 1, 2024, *\n  x Check *\n        Clear\n*' \
+    kvlocal menu /menu
+  expect_output '{"method":"POST","path":"/echo",*"parts":\[{"name":"what",*,"value":"install"}\],*' \
+    kvlocal menu --activate install /menu
+  printf '[{"find":"%%T","type":"duration","seconds":3725}]' >"$entries"
+  LC_ALL=C TZ=UTC expect_output 'it took 1 hour, 2 minutes, 5 seconds' \
+    kvlocal render 'it took %T' --locales "$entries"
+}
+
 show_renewal() {
-  section '4. The identity is renewed'
+  section '6. The identity is renewed'
   ask renew
   expect 'identity: *'
   [ "$(value_of serial)" != "$first_serial" ] || die 'the identity is still the old one'
@@ -180,12 +221,12 @@ show_renewal() {
 }
 
 show_events() {
-  section '5. Events arrive as the service sends them'
+  section '7. Events arrive as the service sends them'
   for _ in 1 2 3; do expect 'event: *'; done
 }
 
 show_recovery() {
-  section '6. The service is killed, and the host recovers once it is back'
+  section '8. The service is killed, and the host recovers once it is back'
   note "killing process $service_pid"
   stop "$service_pid" KILL
   expect 'state: 2'
@@ -198,7 +239,7 @@ show_recovery() {
 }
 
 show_end() {
-  section '7. The end'
+  section '9. The end'
   kill -0 "$host_pid" || die 'the host has crashed'
   exec {host_input}>&-
   eval "exec ${HOST[1]}>&-"
@@ -207,7 +248,8 @@ show_end() {
 }
 
 run_demo() {
-  configure_and_build debug kvlocal-devnotary kvlocal-devservice kvlocal-example-console >&2
+  configure_and_build debug kvlocal-devnotary kvlocal-devservice kvlocal-cli \
+    kvlocal-example-console kvlocal-example-documents >&2
   demo_dir=$(mktemp -d)
   trap demo_end EXIT
   trap 'exit 130' INT
@@ -215,6 +257,8 @@ run_demo() {
   start_session
   start_peers
   show_connection
+  show_documents
+  show_menu
   show_renewal
   show_events
   show_recovery

@@ -5,8 +5,9 @@
 namespace kvlocal {
 
 std::span<const Command> commands() {
-  static const std::array kCommands{statusCommand(), getCommand(), watchCommand(), eventsCommand(),
-                                    csrCommand()};
+  static const std::array kCommands{statusCommand(), getCommand(),  submitCommand(), formCommand(),
+                                    imageCommand(),  menuCommand(), renderCommand(), watchCommand(),
+                                    eventsCommand(), csrCommand()};
   return kCommands;
 }
 

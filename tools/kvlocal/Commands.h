@@ -9,6 +9,11 @@ namespace kvlocal {
 
 Command statusCommand();
 Command getCommand();
+Command submitCommand();
+Command formCommand();
+Command imageCommand();
+Command menuCommand();
+Command renderCommand();
 Command watchCommand();
 Command eventsCommand();
 Command csrCommand();

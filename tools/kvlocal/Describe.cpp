@@ -46,6 +46,13 @@ std::string clientText(const kvl::CertificateRef& client) {
          field("serial", client->serialNumber());
 }
 
+// A parser's and a library's own text tell more than domain and code.
+std::optional<std::string> reasonOf(const kvl::Error& error) {
+  if (auto reason = error.localizedFailureReason()) return reason;
+  const auto text = error.userInfo()[kvl::NSDebugDescriptionErrorKey].string();
+  return text ? std::optional(std::string(*text)) : std::nullopt;
+}
+
 }  // namespace
 
 const char* stateName(KVLSessionState state) {
@@ -64,7 +71,7 @@ const char* stateName(KVLSessionState state) {
 
 std::string errorText(const kvl::Error& error) {
   std::string text = error.localizedDescription();
-  const auto reason = error.localizedFailureReason();
+  const auto reason = reasonOf(error);
   if (reason && text.find(*reason) == std::string::npos) text += " (" + *reason + ")";
   return text + " [" + error.domain() + " " + std::to_string(error.code()) + "]";
 }
@@ -73,7 +80,7 @@ kvl::Dictionary errorValue(const kvl::Error& error) {
   kvl::Dictionary value{{"domain", error.domain()},
                         {"code", error.code()},
                         {"description", error.localizedDescription()}};
-  if (const auto reason = error.localizedFailureReason()) value.set("reason", *reason);
+  if (const auto reason = reasonOf(error)) value.set("reason", *reason);
   return value;
 }
 

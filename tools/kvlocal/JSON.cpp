@@ -130,6 +130,8 @@ void appendValue(std::string& json, const kvl::Value& value) {
       return appendArray(json, *value.array());
     case Kind::dictionary:
       return appendDictionary(json, *value.dictionary());
+    case Kind::object:
+      return appendString(json, value.object()->description());
   }
 }
 

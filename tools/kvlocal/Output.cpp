@@ -1,9 +1,10 @@
 #include "tools/kvlocal/Output.h"
 
+#include "tools/kvlocal/JSON.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 namespace kvlocal {
 
@@ -20,6 +21,20 @@ ExitCode giveUpOutput(int error) {
 
 ExitCode printLine(std::string_view line) {
   return print(std::string(line) + '\n');
+}
+
+ExitCode writeFile(const std::string& path, std::string_view bytes) {
+  std::FILE* const file = std::fopen(path.c_str(), "wbe");
+  bool written =
+      file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  int error = errno;
+  if (file != nullptr && std::fclose(file) != 0 && written) {
+    written = false;
+    error = errno;
+  }
+  if (written) return ExitCode::ok;
+  complain(jsonText(path) + " cannot be written: " + std::strerror(error));
+  return ExitCode::output;
 }
 
 void complain(std::string_view message) {

@@ -3,6 +3,7 @@
 
 #include "tools/kvlocal/ExitCode.h"
 
+#include <string>
 #include <string_view>
 
 namespace kvlocal {
@@ -15,6 +16,9 @@ namespace kvlocal {
 
 // Says that standard output cannot be written, and why as errno has it. `output`.
 [[nodiscard]] ExitCode giveUpOutput(int error);
+
+// Makes or replaces a file. `ok`, or `output` after it has said why that failed.
+[[nodiscard]] ExitCode writeFile(const std::string& path, std::string_view bytes);
 
 // Writes "kvlocal: " and the message to standard error.
 void complain(std::string_view message);

@@ -43,8 +43,9 @@ void declareSettings(CLI::App& parser, Settings& settings) {
       ->type_name("PATH");
   parser
       .add_option("--timeout", settings.timeoutSeconds,
-                  "How long status, get and events keep trying to be established, and the longest "
-                  "silence of get's request (default: the notary's first answer decides)")
+                  "How long commands keep trying to be established, then the longest silence of "
+                  "get's request, and how long any other whole answer may take "
+                  "(default: the notary's first answer decides)")
       ->type_name("SECONDS")
       ->check(secondsCheck());
   parser

@@ -1,0 +1,68 @@
+// kvlocal form with the development service.
+#include "tests/tools/ServiceFixture.h"
+
+#include <gmock/gmock.h>
+
+namespace kvltest {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class FormTest : public ServiceTest {};
+
+TEST_F(FormTest, SendsInputsInTheOrderOfTheCommandLine) {
+  const std::string bytes("\xff\r\n\n--\0", 7);
+  const Outcome outcome =
+      run({"form", "--input", "one=1", "/echo", "--file",
+           "two=@" + file("a b.bin", bytes) + ";type=image/png", "--input", "three=\u00fc=\"",
+           "--file", "four=@" + file("text", "x") + ";filename=\"four\".txt"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  EXPECT_THAT(
+      outcome.output,
+      HasSubstr("\"parts\":["
+                R"({"name":"one","contentType":"text/plain;charset=UTF-8","size":1,"value":"1"},)"
+                R"({"name":"two","filename":"a b.bin","contentType":"image/png","size":7,)"
+                R"("valueBase64":"/w0KCi0tAA=="},)"
+                R"({"name":"three","contentType":"text/plain;charset=UTF-8","size":4,)"
+                "\"value\":\"\u00fc=\\\"\"},"
+                R"({"name":"four","filename":"-four-.txt",)"
+                R"("contentType":"application/octet-stream","size":1,"value":"x"}])"));
+}
+
+TEST_F(FormTest, FileFromStandardInputHasNoName) {
+  const Outcome outcome = runInShell("printf abc | \"$0\" form /echo --file f=@-");
+  EXPECT_EQ(outcome.exitCode, 0);
+  EXPECT_THAT(outcome.errors,
+              HasSubstr(R"("parts":[{"name":"f","contentType":"application/octet)"));
+}
+
+TEST_F(FormTest, EmptyFormIsAFetch) {
+  EXPECT_THAT(run({"form", "/echo"}).output, StartsWith(R"({"method":"GET")"));
+}
+
+TEST_F(FormTest, WritesTheAnswerByteForByte) {
+  const Outcome outcome = run({"form", "/code?status=500&body=as+it+is", "--input", "a=b"});
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_EQ(outcome.output, "as it is");
+  EXPECT_THAT(outcome.errors, HasSubstr("HTTP status 500"));
+}
+
+TEST_F(FormTest, ShowsHeaderFieldsAndJSONAsGetDoes) {
+  EXPECT_THAT(run({"form", "-i", "/echo", "--input", "a=b"}).output, StartsWith("HTTP/1.1 200\n"));
+  EXPECT_THAT(run({"form", "--json", "/echo", "--input", "a=b"}).output,
+              AllOf(StartsWith(R"({"url":"https://)"), HasSubstr(R"("status":200)"),
+                    HasSubstr(R"("body":"{\"method\":\"POST\")")));
+}
+
+TEST_F(FormTest, ARequestThatFailsIsToldByTheExitCode) {
+  killService();
+  const Outcome outcome = run({"form", "/echo", "--input", "a=b", "--json"});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the request failed: "));
+  EXPECT_THAT(outcome.output, StartsWith(R"({"error":{"domain":"NSURLErrorDomain")"));
+}
+
+}  // namespace
+}  // namespace kvltest

@@ -1,0 +1,148 @@
+// kvlocal menu with the development service.
+#include "tests/tools/ServiceFixture.h"
+
+#include <gmock/gmock.h>
+
+namespace kvltest {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
+
+class MenuTest : public ServiceTest {
+ protected:
+  MenuTest() { useLocale("de_DE.UTF-8", "UTC"); }
+
+  Outcome activate(const std::string& identifier, const Arguments& more = {}) {
+    Arguments arguments{"menu", "/menu", "--activate", identifier};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return run(arguments);
+  }
+
+  // Nothing is submitted, and the user is told why.
+  void expectRefusal(const std::string& identifier, const std::string& why) {
+    const Outcome outcome = activate(identifier);
+    EXPECT_EQ(outcome.exitCode, 7);
+    EXPECT_THAT(outcome.output, IsEmpty());
+    EXPECT_EQ(outcome.errors, "kvlocal: the item \"" + identifier + "\" " + why + "\n");
+    EXPECT_THAT(serviceLog(), Not(HasSubstr("/echo")));
+  }
+
+  // The drawing of the document that a percent-encoded text is.
+  std::string drawingOf(const std::string& document) {
+    const Outcome outcome = run({"menu", "/code?status=200&body=" + document});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+    return outcome.output;
+  }
+};
+
+constexpr auto kDrawing =
+    "Updates\n"
+    "    Install now  [3 updates] [key i]\n"
+    "      found on 01.05.2024, takes 2 Minuten\n"
+    "  x Check every day\n"
+    "      at 07:30\n"
+    "  - Previews  [1 update]\n"
+    "    ----\n"
+    "Documents\n"
+    "    Print  [key p] [disabled]\n"
+    "    Open recent >\n"
+    "        first.txt\n"
+    "        ----\n"
+    "        Clear\n"
+    "    Help\n";
+
+TEST_F(MenuTest, IsDrawnAsLines) {
+  const Outcome outcome = run({"menu", "/menu"});
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  EXPECT_EQ(outcome.output, kDrawing);
+  EXPECT_THAT(outcome.errors, IsEmpty());
+  EXPECT_THAT(serviceLog(), Not(HasSubstr("/image")));
+}
+
+TEST_F(MenuTest, ShowsTheIdentifiersOfForms) {
+  EXPECT_THAT(run({"menu", "--ids", "/menu"}).output,
+              AllOf(HasSubstr("\n    Install now  [3 updates] [key i] [id install]\n"),
+                    HasSubstr("\n        first.txt  [id open-first]\n"),
+                    HasSubstr("\n    Print  [key p] [disabled]\n")));
+}
+
+TEST_F(MenuTest, AsJSONHoldsTheBuiltItems) {
+  EXPECT_THAT(run({"menu", "/menu", "--json"}).output,
+              AllOf(StartsWith(R"({"url":"https://)"), HasSubstr(R"("status":200)"),
+                    HasSubstr(R"("menu":[{"kind":"section","title":"Updates","enabled":false},)"),
+                    HasSubstr(R"({"kind":"item","title":"Previews","updates":1,"state":"mixed",)"
+                              R"("enabled":true,"id":"previews","form":{"id":"previews",)"
+                              R"("action":"/echo?previews=all"}},{"kind":"separator"},)"),
+                    HasSubstr(R"("title":"Open recent","state":"off","enabled":true,"menu":[{)")));
+}
+
+TEST_F(MenuTest, ADocumentMayBeTheArrayItself) {
+  EXPECT_EQ(drawingOf("%5B%7B%22type%22:%22title%22,%22text%22:%22a%22%7D%5D"), "a\n");
+  EXPECT_EQ(drawingOf("%5B%5D"), "");
+}
+
+TEST_F(MenuTest, NothingFromTheServiceSteersTheTerminal) {
+  EXPECT_EQ(drawingOf("%5B%7B%22type%22:%22title%22,%22text%22:%22%5Cu001B%5B2J%22%7D%5D"),
+            "\\0033[2J\n");
+}
+
+TEST_F(MenuTest, ActivatingSubmitsTheFormAndWritesTheAnswer) {
+  const Outcome outcome = activate("install");
+  EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;
+  EXPECT_THAT(outcome.output,
+              AllOf(StartsWith(R"({"method":"POST","path":"/echo")"),
+                    HasSubstr(R"("parts":[{"name":"what",)"), HasSubstr(R"("value":"install"})")));
+  EXPECT_THAT(outcome.errors, IsEmpty());
+}
+
+TEST_F(MenuTest, ActivatesItemsOfSubMenus) {
+  EXPECT_THAT(activate("open-first").output, HasSubstr(R"("value":"first.txt"})"));
+  EXPECT_THAT(activate("clear").output, StartsWith(R"({"method":"DELETE")"));
+}
+
+TEST_F(MenuTest, AnswerToAnActivationIsJSONWhenAskedFor) {
+  EXPECT_THAT(activate("previews", {"--json"}).output,
+              AllOf(HasSubstr(R"(/echo?previews=all","status":200)"),
+                    HasSubstr(R"("body":"{\"method\":\"GET\")")));
+}
+
+TEST_F(MenuTest, AnUnknownItemIsNotActivated) {
+  expectRefusal("dance", "is not in the menu");
+}
+
+TEST_F(MenuTest, ADisabledItemIsNotActivated) {
+  expectRefusal("print", "has no form, so it cannot be activated");
+}
+
+TEST_F(MenuTest, AnItemForTheBrowserIsNotActivated) {
+  expectRefusal("help", "would be opened in a browser");
+}
+
+TEST_F(MenuTest, AnAnswerWithoutAMenuIsAFailure) {
+  const Outcome outcome = run({"menu", "/status"});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_THAT(outcome.output, IsEmpty());
+  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the answer holds no menu"));
+  EXPECT_EQ(run({"menu", "/code?status=404"}).exitCode, 1);
+  EXPECT_EQ(run({"menu", "/code?status=200&body=null"}).exitCode, 4);
+}
+
+TEST_F(MenuTest, AnAnswerThatIsNoDocumentIsAFailure) {
+  const Outcome outcome = run({"menu", "/code?status=200&body=no", "--json"});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the answer is no JSON document: "));
+  EXPECT_THAT(outcome.output, HasSubstr(R"("code":3840)"));
+}
+
+TEST_F(MenuTest, ARequestThatFailsIsToldByTheExitCode) {
+  const Outcome outcome = run({"menu", "https://127.0.0.1:1/"});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the request failed: "));
+}
+
+}  // namespace
+}  // namespace kvltest

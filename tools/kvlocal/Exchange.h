@@ -1,0 +1,101 @@
+// One request to the service, from the identity that it needs to the end of its answer.
+#pragma once
+
+#include "tools/kvlocal/Client.h"
+#include "tools/kvlocal/Command.h"
+
+#include <local/KVLSession.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace kvlocal {
+
+// What a request brought. `Content` is what the framework makes of the body, or none.
+template <class Content>
+struct Answer {
+  Content content{};
+  kvl::URLResponseRef response;
+  std::optional<kvl::Error> error;
+};
+
+struct Exchange {
+  using Task = std::shared_ptr<kvl::DataTask>;
+
+  // Sends the request; the task, where there is access to it.
+  std::function<Task(KVLSession& session)> send;
+  // The user's wish to be told how long it takes, wherever standard error goes.
+  bool tellsProgress = false;
+  // Whether the request itself heeds --timeout. The framework's own requests do not, so the whole
+  // of them is limited.
+  bool limitsItself = false;
+  // Whether the answer comes through the main queue, which must then be served.
+  bool usesMainQueue = false;
+};
+
+// Declares --progress.
+void declareProgress(CLI::App& parser, bool& tellsProgress);
+
+// What requests need first. `ok`; otherwise the user has been told why there is no identity, unless
+// it was the user who ended it.
+[[nodiscard]] ExitCode establish(Client& client);
+
+namespace detail {
+
+// `isComplete` is called with the rendezvous' lock held. Sets `isLate` when the limit has passed.
+[[nodiscard]] ExitCode carryOut(const Context& context, const Client& client,
+                                const Exchange& exchange, const std::function<bool()>& isComplete,
+                                bool& isLate);
+
+// What is wrong with an exchange that reported no error itself.
+[[nodiscard]] std::optional<kvl::Error> faultOf(bool isLate, const kvl::URLResponseRef& response);
+
+}  // namespace detail
+
+// Where a request's answer arrives; shared with the handler, which may outlive the command.
+template <class Content>
+class Mailbox {
+ public:
+  explicit Mailbox(const Context& context) : rendezvous_(context.rendezvous) {}
+
+  // A completion handler.
+  [[nodiscard]] auto handler() const {
+    return [rendezvous = rendezvous_, slot = slot_](Content content, kvl::URLResponseRef response,
+                                                    std::optional<kvl::Error> error) {
+      rendezvous->change([&] {
+        *slot = Answer<Content>{std::move(content), std::move(response), std::move(error)};
+      });
+    };
+  }
+
+  // Carries out the exchange, whose answer comes here, with an identity of its own. `ok` with an
+  // `answer`, which has an error or an HTTP response or both; otherwise the user has been told why
+  // there is none.
+  [[nodiscard]] ExitCode collect(const Context& context, const Exchange& exchange,
+                                 Answer<Content>& answer) const {
+    Client client(context);
+    const ExitCode established = establish(client);
+    return established == ExitCode::ok ? collect(context, client, exchange, answer) : established;
+  }
+
+  // The same with the identity of a client that has been established.
+  [[nodiscard]] ExitCode collect(const Context& context, const Client& client,
+                                 const Exchange& exchange, Answer<Content>& answer) const {
+    bool isLate = false;
+    const ExitCode result =
+        detail::carryOut(context, client, exchange, [this] { return slot_->has_value(); }, isLate);
+    if (result != ExitCode::ok) return result;
+    if (!isLate) answer = **slot_;
+    if (!answer.error) answer.error = detail::faultOf(isLate, answer.response);
+    return ExitCode::ok;
+  }
+
+ private:
+  const std::shared_ptr<Rendezvous> rendezvous_;
+  const std::shared_ptr<std::optional<Answer<Content>>> slot_ =
+      std::make_shared<std::optional<Answer<Content>>>();
+};
+
+}  // namespace kvlocal

@@ -1,0 +1,111 @@
+#include "tools/kvlocal/Commands.h"
+#include "tools/kvlocal/Describe.h"
+#include "tools/kvlocal/Exchange.h"
+#include "tools/kvlocal/ImageSize.h"
+#include "tools/kvlocal/JSON.h"
+#include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Report.h"
+
+#include <local/KVLEncodingSession.h>
+
+namespace kvlocal {
+namespace {
+
+using ImageRef = std::shared_ptr<kvl::Image>;
+
+constexpr std::string_view kStandardOutput = "-";
+
+struct ImageOptions {
+  std::string path;
+  std::optional<std::string> file;
+  std::string size;
+  bool tellsProgress = false;
+
+  [[nodiscard]] bool writesToOutput() const { return file == kStandardOutput; }
+};
+
+kvl::Value sizeValue(kvl::Size size) {
+  return kvl::Dictionary{{"width", size.width}, {"height", size.height}};
+}
+
+std::string imageJSON(const kvl::Image& image, const kvl::URLResponse& response) {
+  kvl::Dictionary value = headValue(response);
+  value.set("size", sizeValue(image.size()));
+  value.set("naturalSize", sizeValue(image.naturalSize()));
+  value.set("template", image.isTemplate());
+  value.set("bytes", image.data().size());
+  return jsonText(value);
+}
+
+std::string imageText(const kvl::Image& image) {
+  return field("size", sizeText(image.size())) + field("natural", sizeText(image.naturalSize())) +
+         field("template", image.isTemplate() ? "yes" : "no") +
+         field("bytes", std::to_string(image.data().size()));
+}
+
+ExitCode show(const kvl::Image& image, const kvl::URLResponse& response,
+              const ImageOptions& options, bool json) {
+  if (options.writesToOutput()) return print(image.data().text());
+  if (options.file) {
+    const ExitCode written = writeFile(*options.file, image.data().text());
+    if (written != ExitCode::ok) return written;
+  }
+  return json ? printLine(imageJSON(image, response)) : print(imageText(image));
+}
+
+kvl::Error noImageError() {
+  return {kvl::NSURLErrorDomain,
+          kvl::NSURLErrorCannotDecodeContentData,
+          {{kvl::NSLocalizedDescriptionKey, "The answer holds no image."}}};
+}
+
+ExitCode reportImage(const Answer<ImageRef>& answer, const ImageOptions& options, bool json) {
+  if (answer.error) return reportFailure(*answer.error, answer.response, json);
+  if (!answer.content)
+    return reportUnusable("the answer holds no image", noImageError(), answer.response, json);
+  return withStatus(show(*answer.content, *answer.response, options, json), *answer.response);
+}
+
+ExitCode runImage(const Context& context, const ImageOptions& options) {
+  const bool json = context.settings.json;
+  if (json && options.writesToOutput()) {
+    complain("--json and an image cannot both go to standard output");
+    return ExitCode::usage;
+  }
+  const Mailbox<ImageRef> mailbox(context);
+  const Exchange exchange{.send =
+                              [&](KVLSession& session) {
+                                KVLEncoding::imageFromSession(
+                                    session, KVLEncoding::RelativePath(options.path),
+                                    sizeOf(options.size), mailbox.handler());
+                                return Exchange::Task();
+                              },
+                          .tellsProgress = options.tellsProgress,
+                          .usesMainQueue = true};
+  Answer<ImageRef> answer;
+  const ExitCode result = mailbox.collect(context, exchange, answer);
+  return result == ExitCode::ok ? reportImage(answer, options, json) : result;
+}
+
+Runner prepareImage(CLI::App& parser) {
+  const auto options = std::make_shared<ImageOptions>();
+  parser.add_option("PATH", options->path, "URL, relative to the service's or absolute")
+      ->required();
+  parser
+      .add_option("-o,--output", options->file,
+                  "File for the image as it came, - for standard output")
+      ->type_name("FILE");
+  parser.add_option("--size", options->size, "Size in points to scale it to")
+      ->type_name("WxH")
+      ->check(sizeFault);
+  declareProgress(parser, options->tellsProgress);
+  return [options](const Context& context) { return runImage(context, *options); };
+}
+
+}  // namespace
+
+Command imageCommand() {
+  return {"image", "Fetch an image, tell its size and keep it", prepareImage};
+}
+
+}  // namespace kvlocal

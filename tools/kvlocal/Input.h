@@ -1,0 +1,27 @@
+// Files that the user names, to be sent.
+#pragma once
+
+#include "tools/kvlocal/ExitCode.h"
+#include "tools/kvlocal/Rendezvous.h"
+
+#include <local/platform/Data.h>
+#include <local/platform/Value.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace kvlocal {
+
+// Reads the whole of a file, of standard input for "-". `ok`, `interrupted`, or `usage` after it
+// has said why the file cannot be read.
+[[nodiscard]] ExitCode readInput(const std::string& path,
+                                 const std::shared_ptr<Rendezvous>& rendezvous, kvl::Data& data);
+
+// The same with a file of JSON text, which is read as an answer of the service would be; none for
+// `null`. `usage` for another file, too.
+[[nodiscard]] ExitCode readDocument(const std::string& path,
+                                    const std::shared_ptr<Rendezvous>& rendezvous,
+                                    std::optional<kvl::Value>& document);
+
+}  // namespace kvlocal

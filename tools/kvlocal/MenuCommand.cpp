@@ -1,0 +1,152 @@
+#include "tools/kvlocal/Commands.h"
+#include "tools/kvlocal/Exchange.h"
+#include "tools/kvlocal/JSON.h"
+#include "tools/kvlocal/MenuText.h"
+#include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Report.h"
+
+#include <local/KVLEncodingForm.h>
+#include <local/KVLEncodingMenus.h>
+#include <local/KVLEncodingSession.h>
+
+namespace kvlocal {
+namespace {
+
+using Document = std::optional<kvl::Value>;
+using Body = std::optional<kvl::Data>;
+
+constexpr std::string_view kMenuKey = "menu";
+
+struct MenuOptions {
+  std::string path;
+  std::optional<std::string> identifier;
+  MenuLook look;
+  bool tellsProgress = false;
+};
+
+std::optional<kvl::Array> descriptionsIn(const Document& document) {
+  if (!document) return std::nullopt;
+  if (const auto dictionary = document->dictionary()) return (*dictionary)[kMenuKey].array();
+  return document->array();
+}
+
+kvl::Error noMenuError() {
+  return {kvl::NSURLErrorDomain,
+          kvl::NSURLErrorCannotDecodeContentData,
+          {{kvl::NSLocalizedDescriptionKey, "The answer holds no menu."}}};
+}
+
+ExitCode show(const kvl::Menu& menu, const kvl::URLResponse& response, MenuLook look, bool json) {
+  if (!json) return print(menuText(menu, look));
+  kvl::Dictionary value = headValue(response);
+  value.set(kMenuKey, menuValue(menu));
+  return printLine(jsonText(value));
+}
+
+// Why the item cannot be activated here; empty when it can.
+std::string faultOf(const kvl::MenuItem& item) {
+  if (!item.isEnabled()) return "is disabled";
+  const auto action =
+      KVLEncoding::stringFromDictionary(item.representedObject().dictionary(), "action");
+  const bool isForBrowser = action && action->text().starts_with("https://");
+  return isForBrowser ? "would be opened in a browser" : std::string();
+}
+
+// An item without a form, disabled or just there for its sub-menu, has no identifier. The one of
+// its description is what the user may have meant.
+std::string faultOf(const std::string& identifier, const std::shared_ptr<kvl::MenuItem>& item,
+                    const kvl::Array& descriptions) {
+  if (item) return faultOf(*item);
+  const bool hasForm = KVLEncoding::menuFormWithIdentifier(
+                           identifier, kvl::Dictionary{{kMenuKey, descriptions}}, kvl::Dictionary())
+                           .has_value();
+  return hasForm ? "is not in the menu" : "has no form, so it cannot be activated";
+}
+
+class MenuRun {
+ public:
+  MenuRun(const Context& context, const MenuOptions& options)
+      : context_(context), options_(options), client_(context) {}
+
+  ExitCode run() {
+    const ExitCode established = establish(client_);
+    if (established != ExitCode::ok) return established;
+    const ExitCode fetched = fetch();
+    if (fetched != ExitCode::ok) return fetched;
+    const bool json = context_.settings.json;
+    if (document_.error) return reportNoDocument(*document_.error, document_.response, json);
+    const auto descriptions = descriptionsIn(document_.content);
+    if (!descriptions)
+      return reportUnusable("the answer holds no menu", noMenuError(), document_.response, json);
+    build(*descriptions);
+    if (options_.identifier) return activate(*options_.identifier, *descriptions);
+    return withStatus(show(menu_, *document_.response, options_.look, json), *document_.response);
+  }
+
+ private:
+  ExitCode fetch() {
+    const Mailbox<Document> mailbox(context_);
+    const Exchange exchange{.send =
+                                [&](KVLSession& session) {
+                                  KVLEncoding::jsonFromSession(
+                                      session, KVLEncoding::RelativePath(options_.path),
+                                      mailbox.handler());
+                                  return Exchange::Task();
+                                },
+                            .tellsProgress = options_.tellsProgress,
+                            .usesMainQueue = true};
+    return mailbox.collect(context_, client_, exchange, document_);
+  }
+
+  void build(const kvl::Array& descriptions) {
+    const kvl::MenuAction submit([this](const std::shared_ptr<kvl::MenuItem>& item) {
+      KVLEncoding::submitForm(item->representedObject().dictionary(), std::nullopt,
+                              KVLEncoding::RelativePath(options_.path), client_.session(),
+                              mailbox_.handler());
+    });
+    KVLEncoding::addMenuItems(descriptions, menu_, nullptr, submit, {});
+  }
+
+  ExitCode activate(const std::string& identifier, const kvl::Array& descriptions) {
+    const auto item = itemWithIdentifier(menu_, identifier);
+    if (const auto fault = faultOf(identifier, item, descriptions); !fault.empty()) {
+      complain("the item " + jsonText(identifier) + " " + fault);
+      return ExitCode::noItem;
+    }
+    const Exchange exchange{.send =
+                                [&](KVLSession&) {
+                                  item->activate();
+                                  return Exchange::Task();
+                                },
+                            .tellsProgress = options_.tellsProgress};
+    Answer<Body> answer;
+    const ExitCode result = mailbox_.collect(context_, client_, exchange, answer);
+    return result == ExitCode::ok ? reportBody(answer, {.json = context_.settings.json}) : result;
+  }
+
+  const Context& context_;
+  const MenuOptions& options_;
+  Client client_;
+  const Mailbox<Body> mailbox_{context_};
+  Answer<Document> document_;
+  kvl::Menu menu_;
+};
+
+Runner prepareMenu(CLI::App& parser) {
+  const auto options = std::make_shared<MenuOptions>();
+  parser.add_option("PATH", options->path, "URL, relative to the service's or absolute")
+      ->required();
+  parser.add_option("--activate", options->identifier, "Submit the form of the item of that name")
+      ->type_name("ID");
+  parser.add_flag("--ids", options->look.showsIdentifiers, "Show the items' identifiers");
+  declareProgress(parser, options->tellsProgress);
+  return [options](const Context& context) { return MenuRun(context, *options).run(); };
+}
+
+}  // namespace
+
+Command menuCommand() {
+  return {"menu", "Fetch a menu and draw it, or choose one of its items", prepareMenu};
+}
+
+}  // namespace kvlocal

@@ -1,0 +1,52 @@
+#include "tools/kvlocal/Commands.h"
+#include "tools/kvlocal/EventText.h"
+#include "tools/kvlocal/Input.h"
+#include "tools/kvlocal/JSON.h"
+#include "tools/kvlocal/Output.h"
+
+#include <local/KVLEncodingLocale.h>
+#include <local/platform/Log.h>
+
+namespace kvlocal {
+namespace {
+
+struct RenderOptions {
+  std::string text;
+  std::string locales;
+};
+
+ExitCode show(const std::string& rendered, bool json) {
+  if (json) return printLine(jsonText(kvl::Dictionary{{"text", rendered}}));
+  return printLine(escaped(rendered));
+}
+
+ExitCode runRender(const Context& context, const RenderOptions& options) {
+  std::optional<kvl::Value> locales;
+  const ExitCode read = readDocument(options.locales, context.rendezvous, locales);
+  if (read != ExitCode::ok) return read;
+  // Rendering tells mistakes nowhere but in the log.
+  kvl::setLogSink(complain);
+  return show(KVLEncoding::stringWithLocales(options.text, locales.value_or(kvl::Value())),
+              context.settings.json);
+}
+
+Runner prepareRender(CLI::App& parser) {
+  const auto options = std::make_shared<RenderOptions>();
+  parser.add_option("TEXT", options->text, "Template, with the tokens that the entries name")
+      ->required();
+  parser
+      .add_option("--locales", options->locales,
+                  "File of JSON text with the array of entries, - for standard input")
+      ->type_name("FILE")
+      ->required();
+  return [options](const Context& context) { return runRender(context, *options); };
+}
+
+}  // namespace
+
+Command renderCommand() {
+  return {"render", "Show a text with dates, times and durations in the user's locale",
+          prepareRender};
+}
+
+}  // namespace kvlocal
