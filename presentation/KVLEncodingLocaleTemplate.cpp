@@ -13,6 +13,9 @@ namespace {
 
 using kvl::formatting::DateStyle;
 
+// Entries apply to what others put in, so that a few could make a text of any length.
+constexpr std::size_t kLongestText = std::size_t{1} << 20;
+
 std::optional<DateStyle> dateStyleOfType(std::string_view type) {
   if (type == "date time") return DateStyle::dateAndTime;
   if (type == "date") return DateStyle::date;
@@ -67,6 +70,18 @@ std::size_t replaceAll(std::string& text, std::string_view token, std::string_vi
   return count;
 }
 
+// Whether replacing makes a text too long that was not before.
+bool wouldBeTooLong(const std::string& text, std::string_view token, std::string_view value) {
+  if (value.size() <= token.size()) return false;
+  std::size_t length = text.size();
+  for (auto at = text.find(token); at != std::string::npos;
+       at = text.find(token, at + token.size())) {
+    length += value.size() - token.size();
+    if (length > kLongestText) return true;
+  }
+  return false;
+}
+
 void applyEntry(std::string& text, const std::optional<kvl::Dictionary>& entry) {
   const auto token = stringFromDictionary(entry, "find");
   if (!token || token->empty()) {
@@ -75,6 +90,10 @@ void applyEntry(std::string& text, const std::optional<kvl::Dictionary>& entry) 
   }
   const auto value = renderEntry(*entry);
   if (!value || value->empty()) return;
+  if (wouldBeTooLong(text, *token, *value)) {
+    kvl::log("locale text too long: '%@'", *token);
+    return;
+  }
   const auto count = replaceAll(text, *token, *value);
   if (count >= 2) kvl::log("locale matched multiple: %ld in '%@' in '%@'", count, *token, text);
 }

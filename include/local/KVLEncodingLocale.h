@@ -11,9 +11,9 @@
 
 /// **The user's locale** is that of `LC_ALL`, else `LC_TIME`, else `LANG`, whether or not the host
 /// called `setlocale`; "C" and "POSIX" stand for American English. The zone is that of `TZ`, else
-/// of the system. Both are looked up anew by each call, so that a change counts from the next text.
-/// These operations may run on any thread, several at once, while no thread changes the
-/// environment.
+/// of the system. A change of the variables counts from the next text, a change of the system's
+/// zone within a second. These operations may run on any thread, several at once, while no thread
+/// changes the environment.
 namespace KVLEncoding {
 
 /// @name Keys of the service's documents
@@ -53,7 +53,8 @@ extern KVL_EXPORT std::string_view KVLEncodingKeyLocale;  ///< "locale": the ent
 /// - "locale missing find": no token, or the entry is no dictionary;
 /// - "invalid locale date: %@": its date cannot be read;
 /// - "unknown or misconfigured locale type: %@ in %@" (the entry): no type, an unknown one, or one
-///   that is not allowed; also a date that the system cannot show.
+///   that is not allowed; also a date that the system cannot show;
+/// - "locale text too long: '%@'" (the token): the text would grow beyond 1 MiB.
 ///
 /// Values of another type are absent, with the accessors' log lines (see `KVLEncoding.h`). Two and
 /// more replacements are made and reported, "locale matched multiple: %ld in '%@' in '%@'": their

@@ -48,21 +48,23 @@ class KVL_EXPORT KVLEncodingImageSource {
 /// of `KVLEncoding.h`: a value of the wrong type is logged there and counts as absent. A malformed
 /// description never stops a menu from being built.
 ///
-/// | key        | value        | effect |
-/// |------------|--------------|--------|
-/// | "type"     | string       | "title": a section header; "item": an item; "divider": a separator
-/// and nothing else; anything else: no item, and "unknown menu item type: %@" in the log | | "text"
-/// | string       | the title, as it stands | | "subtext"  | string       | if not empty, a second
-/// line: the text rendered by `stringWithLocales` with the value under "locale"
-/// (`KVLEncodingKeyLocale`) | | "shortcut" | string       | if not empty, the key equivalent, as it
-/// stands | | "updates"  | integer      | if 1 or more, a badge of that many updates, on system
-/// version 14.0 and later | | "tooltip"  | string       | the tool tip | | "icon"     | string | if
-/// not empty, the relative path of the image, which comes later | | "state"    | string       |
-/// "on", "off" or "mixed"; anything else leaves the state off | | "form"     | dictionary   |
-/// enables the item, which gets the action and its target, the form as represented object and the
-/// form's "id" as identifier; without an "id" that is not empty there is no identifier, and "menu
-/// item with action missing id: %@" in the log. Without a form the item is disabled | | "subitems"
-/// | descriptions | if not empty, enables the item, which gets a sub-menu of them |
+/// - "type", a string. "title": a section header; "item": an item; "divider": a separator, nothing
+///   else; anything else: no item, and "unknown menu item type: %@" in the log.
+/// - "text", a string: the title, as it stands.
+/// - "subtext", a string. If not empty, a second line: the text as `stringWithLocales` renders it
+///   with the value under "locale" (`KVLEncodingKeyLocale`).
+/// - "shortcut", a string. If not empty, the key equivalent, as it stands.
+/// - "updates", an integer. If 1 or more, a badge of that many updates, on system version 14.0 and
+///   later.
+/// - "tooltip", a string: the tool tip.
+/// - "icon", a string. If not empty, the relative path of the image, which comes later.
+/// - "state", a string: "on", "off" or "mixed"; anything else leaves the state off.
+/// - "form", a dictionary. It enables the item, which gets the action and its target, the form as
+///   represented object and the form's "id" as identifier. Without an "id" that is not empty there
+///   is no identifier, and "menu item with action missing id: %@" in the log. Without a form the
+///   item is disabled.
+/// - "subitems", an array of descriptions. If not empty, it enables the item, which gets a sub-menu
+///   of them.
 ///
 /// Before system version 14.0 a section header is an item with an attributed title in small print.
 /// Before 14.4 the second line is part of an attributed title: the text in the menu font, then a

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <string>
+#include <utility>
 
 namespace kvl {
 namespace {
@@ -15,13 +17,18 @@ constexpr int kDescribedDepth = 128;
 
 void appendReal(std::string& text, double real) {
   std::array<char, 32> buffer{};
-  const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), real);
+  // As people write numbers: with an exponent only where there would be many zeros.
+  const double size = std::fabs(real);
+  const bool isPlain = size == 0 || (size >= 1e-4 && size < 1e16);
+  const auto form = isPlain ? std::chars_format::fixed : std::chars_format::general;
+  const auto result = std::to_chars(buffer.data(), buffer.data() + buffer.size(), real, form);
   text.append(buffer.data(), result.ptr);
 }
 
 bool isBareWord(std::string_view text) {
-  return !text.empty() && std::ranges::all_of(text, [](unsigned char c) {
-    return std::isalnum(c) != 0 || c == '_' || c == '.' || c == '-' || c == '/' || c == ':';
+  return !text.empty() && std::ranges::all_of(text, [](char c) {
+    const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    return isLetter || (c >= '0' && c <= '9') || std::string_view("_.-/:").find(c) < 5;
   });
 }
 

@@ -2,14 +2,38 @@
 
 #include <time.h>
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
+#include <limits>
 
 namespace kvl::formatting {
 namespace {
 
 // Far beyond the last year of RFC 3339, far below what a `time_t` holds.
 constexpr double kLastSecond = 1e15;
+
+// Looking whether /etc/localtime has changed takes longer than formatting a date.
+constexpr std::chrono::nanoseconds kLookingInterval = std::chrono::seconds(1);
+constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::min() / 2;
+
+std::int64_t coarseNow() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return std::chrono::nanoseconds(std::chrono::seconds(now.tv_sec)).count() + now.tv_nsec;
+}
+
+// localtime_r alone would stay with the first zone that it met.
+void lookAtZone() {
+  static std::atomic<std::int64_t> lookedAtFile = kNever;
+  const bool isFile = std::getenv("TZ") == nullptr;
+  const auto now = coarseNow();
+  if (isFile && now - lookedAtFile.load() < kLookingInterval.count()) return;
+  tzset();
+  lookedAtFile = isFile ? now : kNever;
+}
 
 }  // namespace
 
@@ -27,7 +51,7 @@ std::string userTimeLocale() {
 std::optional<Date> userWallClock(Date date) {
   const double second = std::floor(date.secondsSince1970());
   if (!(std::abs(second) <= kLastSecond)) return std::nullopt;
-  tzset();  // localtime_r alone would stay with the first zone that it met
+  lookAtZone();
   const auto time = static_cast<time_t>(second);
   tm fields{};
   if (localtime_r(&time, &fields) == nullptr) return std::nullopt;

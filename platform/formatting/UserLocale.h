@@ -16,8 +16,9 @@ namespace kvl::formatting {
 // The date at which a clock in GMT shows the day and time that the user's clock shows at `date`, to
 // the whole second. None where the system cannot tell: beyond its years, for no number.
 //
-// The zone is the system's, `TZ` in any of its forms or else /etc/localtime; a change of either
-// counts from the next call. Thread-safe while nobody changes the environment.
+// The zone is the system's, `TZ` in any of its forms or else /etc/localtime; a change of the former
+// counts from the next call, a change of the latter a second later at most. Thread-safe while
+// nobody changes the environment.
 [[nodiscard]] std::optional<Date> userWallClock(Date date);
 
 }  // namespace kvl::formatting

@@ -11,7 +11,7 @@ namespace kvl {
 
 // What a text may have of containers within one another, and of bytes.
 inline constexpr std::size_t kMaximumJSONDepth = 512;
-inline constexpr std::size_t kMaximumJSONSize = std::size_t{1} << 30;
+inline constexpr std::size_t kMaximumJSONSize = std::size_t{256} << 20;
 
 // The document that `text` holds by RFC 8259: any value may stand at top level, and `null` gives
 // the null value. Usable on any thread.

@@ -238,6 +238,7 @@ std::optional<Data> binaryPropertyListFromValue(const Value& value, std::optiona
                             {{NSDebugDescriptionErrorKey, text}}));
     return std::nullopt;
   }
+  storeError(error, std::nullopt);
   return Writer(PropertyListObjects(value)).take();
 }
 

@@ -159,6 +159,10 @@ TEST(DictionaryTest, StaysUsableAfterAMove) {
   const Array other = std::move(list);  // NOLINT(performance-move-const-arg)
   list.append(2);                       // NOLINT(bugprone-use-after-move): that is the contract
   EXPECT_EQ(other, (Array{1}));
+  kvl::Number number(7);
+  const kvl::Number copy = std::move(number);  // NOLINT(performance-move-const-arg)
+  EXPECT_EQ(number.integer(), 7);              // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(copy.integer(), 7);
 }
 
 TEST(ArrayTest, ChangingACopyNeverChangesTheOther) {

@@ -79,9 +79,12 @@ TEST_F(EchoProgramTest, ServesEveryMethodThatHasABody) {
 }
 
 TEST_F(EchoProgramTest, BodyOfAFetchIsNotTakenForTheNextRequest) {
-  const CommandResult both = get(
-      "echo", "-X GET" + body("GET /status HTTP/1.1\r\n\r\n") + " --next -q" + std::string(kCode));
+  const CommandResult both =
+      get("echo", "-X GET" + body("GET /status HTTP/1.1\r\n\r\n") + " '" + serviceURL() + "echo'");
+  EXPECT_EQ(both.status, 0);
   EXPECT_THAT(both.output, StartsWith("{\"method\":\"GET\""));
+  ASSERT_TRUE(isLogged("GET /echo 200"));
+  EXPECT_THAT(readFile(bus_.directory() / "service.log"), Not(HasSubstr("/status")));
 }
 
 TEST_F(EchoProgramTest, GivesTheBodyBackAsItCame) {

@@ -41,11 +41,12 @@ TEST(FormBodyTest, InputWithoutAValueHasNoContentType) {
 
 TEST(FormBodyTest, FilesKeepTheirBytesAndTheirOrder) {
   const std::string content("\n\r\n\n--abcDEF01234\0\n", 19);
-  const auto parts = partsOf(
+  const std::string body =
       "--abcDEF012345\nContent-Disposition: form-data; name=\"a\"; filename=\"b c.bin\"\n"
       "Content-Type: image/png\n\n" +
       content +
-      "\n--abcDEF012345\nContent-Disposition: form-data; name=\"z\"\n\n\n--abcDEF012345--\n");
+      "\n--abcDEF012345\nContent-Disposition: form-data; name=\"z\"\n\n\n--abcDEF012345--\n";
+  const auto parts = partsOf(body);
   ASSERT_EQ(parts.size(), 2U);
   EXPECT_EQ(parts[0].filename, "b c.bin");
   EXPECT_EQ(parts[0].contentType, "image/png");

@@ -137,9 +137,11 @@ TEST(MultipartPartTest, OfANumberIsItsDecimalText) {
     kvl::Value number;
     std::string_view text;
   };
-  const Case table[] = {{3.5, "3.5"},    {true, "1"},  {false, "0"},
-                        {-42, "-42"},    {0.1, "0.1"}, {1'700'000'000'123, "1700000000123"},
-                        {-0.25, "-0.25"}};
+  const Case table[] = {
+      {3.5, "3.5"},       {true, "1"},          {false, "0"},
+      {-42, "-42"},       {0.1, "0.1"},         {1'700'000'000'123, "1700000000123"},
+      {-0.25, "-0.25"},   {100000.0, "100000"}, {1e6, "1000000"},
+      {0.0001, "0.0001"}, {2.0, "2"},           {1e300, "1e+300"}};
   for (const auto& [number, text] : table) {
     EXPECT_EQ(partOf(input("n", number)),
               "Content-Disposition: form-data; name=\"n\"\n"

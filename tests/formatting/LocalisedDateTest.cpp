@@ -117,7 +117,7 @@ TEST(LocalisedDateTest, LocalesNobodyKnowsStillGiveAText) {
   }
 }
 
-TEST(LocalisedDateTest, KeepsFormattersForAFewLocalesOnly) {
+TEST(LocalisedDateTest, TextsStayRightWhenManyLocalesTakeTurns) {
   const UserEnvironment user("C", "UTC");
   for (int round = 0; round < 3; ++round) {
     for (const char* locale : {"de_AT", "de_BE", "de_CH", "de_DE", "de_IT", "de_LI", "de_LU",

@@ -94,6 +94,13 @@ TEST_F(LocaleMistakeTest, TypesNobodyKnows) {
                           R"({find = "%D"; type = week})"));
 }
 
+TEST_F(LocaleMistakeTest, ATextThatEntriesMultiplyStaysShort) {
+  const Dictionary midnight{{"find", "0"}, {"type", "time"}};
+  const auto text = stringWithLocales("0", Array(std::vector<Value>(40, midnight)));
+  EXPECT_LE(text.size(), std::size_t{1} << 20);
+  EXPECT_EQ(linesOf(Dictionary{{"find", "%none"}, {"type", "time"}}).size(), 0U);
+}
+
 TEST_F(LocaleMistakeTest, NoType) {
   EXPECT_THAT(linesOf(Dictionary{{"find", "%D"}}),
               ElementsAre(R"(unknown or misconfigured locale type:  in {find = "%D"})"));

@@ -103,13 +103,14 @@ class PendingImages final : public KVLEncodingImageSource {
 };
 
 bool isDocumented(std::string_view line) {
-  constexpr std::array<std::string_view, 7> kLines = {"unknown menu item type: ",
+  constexpr std::array<std::string_view, 8> kLines = {"unknown menu item type: ",
                                                       "menu item with action missing id: ",
                                                       "expect ",
                                                       "locale missing find",
                                                       "invalid locale date: ",
                                                       "unknown or misconfigured locale type: ",
-                                                      "locale matched multiple: "};
+                                                      "locale matched multiple: ",
+                                                      "locale text too long: "};
   return std::ranges::any_of(kLines, [&](auto known) { return line.starts_with(known); });
 }
 

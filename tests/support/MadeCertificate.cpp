@@ -11,7 +11,7 @@ namespace kvltest {
 namespace {
 
 EVP_PKEY* testKey() {
-  static const kvl::security::OpenSSLPtr<EVP_PKEY> key(EVP_RSA_gen(2048));
+  static const kvl::security::OpenSSLPtr<EVP_PKEY> key(EVP_EC_gen("P-256"));
   return key.get();
 }
 

@@ -140,14 +140,14 @@ TEST_F(LoadingTest, ASlowDelegateHoldsTheSenderBackAndLosesNothing) {
   });
   URLSessionConfiguration configuration;
   configuration.deliveryBufferSize = 64U << 10;
-  configuration.timeoutIntervalForRequest = std::chrono::milliseconds(300);
+  configuration.timeoutIntervalForRequest = std::chrono::milliseconds(1500);
   const auto other = URLSession::create(configuration, delegate);
   bool first = true;
   std::size_t sentWhileBlocked = 0;
   delegate->onData = [&](const auto&) {
     if (!std::exchange(first, false)) return;
     // Longer than the idle time-out, which must not count while the sender is held back.
-    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     sentWhileBlocked = sent;
   };
   other->dataTask(URLRequest(peer.url("127.0.0.1")))->resume();

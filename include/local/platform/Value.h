@@ -211,6 +211,10 @@ class KVL_EXPORT Number {
   template <std::integral T>
     requires(!std::same_as<T, bool> && !std::same_as<T, char>)
   Number(T value) noexcept : value_(value) {}
+  // Copies only: a number that was moved from would hold nothing at all.
+  Number(const Number&) = default;
+  Number& operator=(const Number&) = default;
+  ~Number() = default;
 
   /// `boolean`, `integer` or `real`.
   [[nodiscard]] Value::Kind kind() const noexcept { return value_.kind(); }
