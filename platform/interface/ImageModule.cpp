@@ -5,20 +5,28 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 namespace kvl::interface {
 namespace {
 
-// The file that this code came from. For a program the loader knows the name it was called by,
-// which may lack the folder.
+// The file that this code came from, by its mapping: the loader knows only the name that it was
+// opened by, which may count from a folder that the process has left.
 std::filesystem::path thisFile() {
-  Dl_info info{};
-  std::error_code error;
-  const bool known =
-      dladdr(reinterpret_cast<const void*>(&imageModulePlaces), &info) != 0 && info.dli_fname;
-  const std::filesystem::path file = known ? info.dli_fname : "";
-  return std::filesystem::canonical(file.has_parent_path() ? file : "/proc/self/exe", error);
+  const auto here = reinterpret_cast<std::uintptr_t>(&imageModulePlaces);
+  std::ifstream mappings("/proc/self/maps");
+  for (std::string line; std::getline(mappings, line);) {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+    char dash = 0;
+    std::istringstream(line) >> std::hex >> begin >> dash >> end;
+    if (here < begin || here >= end) continue;
+    return line.substr(std::min(line.find('/'), line.size()));
+  }
+  return {};
 }
 
 const KVLImageFunctions* functionsIn(void* module) {
@@ -30,13 +38,15 @@ const KVLImageFunctions* functionsIn(void* module) {
 
 std::vector<std::filesystem::path> imageModulePlaces() {
   const auto folder = thisFile().parent_path();
+  if (folder.empty()) return {};
   return {folder / kImageModuleFile, folder.parent_path() / "lib" / kImageModuleFile};
 }
 
 const KVLImageFunctions* loadImageModule(const std::vector<std::filesystem::path>& places) {
   std::error_code error;
-  const auto place = std::ranges::find_if(
-      places, [&error](const auto& file) { return std::filesystem::exists(file, error); });
+  const auto place = std::ranges::find_if(places, [&error](const auto& file) {
+    return file.is_absolute() && std::filesystem::exists(file, error);
+  });
   if (place == places.end()) {
     log("no images: there is no %@", kImageModuleFile);
     return nullptr;

@@ -264,6 +264,14 @@ TEST_F(FormTest, ExternalActionIsOpenedInTheBrowserAndNeverSent) {
   EXPECT_TRUE(lines().empty());
 }
 
+TEST_F(FormTest, ExternalActionIsNeverSentThoughTheFormHasInputsAndNobodyListens) {
+  submitForm(Dictionary{{"action", "https://example.org/a"}, {"inputs", Array{kNote}}},
+             RelativePath("a"), *session);
+  EXPECT_EQ(opened, std::vector<std::string>{"https://example.org/a"});
+  EXPECT_TRUE(loader->tasks().empty());
+  EXPECT_TRUE(lines().empty());
+}
+
 TEST_F(FormTest, ExternalRelativePathIsOpenedInTheBrowser) {
   submitForm(Dictionary{}, RelativePath("https://example.org/b"), *session);
   EXPECT_EQ(opened, std::vector<std::string>{"https://example.org/b"});

@@ -1,5 +1,7 @@
 #include "tests/encoding/FetchFixture.h"
 
+#include <local/KVLInputFile.h>
+
 #include <gmock/gmock.h>
 
 #include <cmath>
@@ -49,7 +51,9 @@ TEST_F(SubmitTest, PostsWhatJSONHoldsAsJSON) {
 TEST_F(SubmitTest, PostsWhatOnlyAPropertyListHoldsAsOne) {
   const kvl::Value roots[] = {
       kvl::Dictionary{{"at", kSomeDate}},
+      kvl::Array{kSomeDate},
       kvl::Array{kvl::Data::fromText("bytes")},
+      kvl::Dictionary{{"bytes", kvl::Data::fromText("bytes")}},
       "a bare string",
       42,
       true,
@@ -67,7 +71,16 @@ TEST_F(SubmitTest, PostsWhatOnlyAPropertyListHoldsAsOne) {
 }
 
 TEST_F(SubmitTest, DoesNotSendWhatNeitherFormatHolds) {
-  const kvl::Value roots[] = {kvl::Dictionary{{"none", nullptr}, {"at", kSomeDate}}, nullptr};
+  kvl::Array deep;
+  for (int level = 1; level < 513; ++level) deep = kvl::Array{deep};
+  const kvl::Value roots[] = {
+      kvl::Dictionary{{"none", nullptr}, {"at", kSomeDate}},
+      nullptr,
+      kvl::Array{"\xff"},
+      kvl::Dictionary{{"\xff", 1}},
+      kvl::Array{kvl::Value(KVLInputFile::newWithFilename("a", {}, {}))},
+      deep,
+  };
   for (const auto& root : roots) {
     outcome = {};
     submit(root);

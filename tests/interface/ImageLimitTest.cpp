@@ -1,3 +1,4 @@
+#include "tests/interface/ImageFolder.h"
 #include "tests/interface/MadeImages.h"
 #include "tests/support/Sanitized.h"
 
@@ -5,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <fstream>
 #include <string>
 
@@ -16,6 +19,8 @@ using kvltest::writtenSVG;
 std::shared_ptr<kvl::Image> imageOf(std::string_view text) {
   return kvl::Image::imageWithData(kvl::Data::fromText(text));
 }
+
+constexpr const char* kLongPath = "<path stroke='red' d='M0 0l9 9H1e7'/>";
 
 std::string repeated(std::string_view text, int times) {
   std::string all;
@@ -34,7 +39,36 @@ kvl::Data changed(const kvl::Data& data, std::size_t position,
   return kvl::Data(std::move(bytes));
 }
 
-// The most memory that this process has had at any time, in KiB.
+// The PNG with the given size in its header, whose checksum is right.
+kvl::Data claiming(const kvl::Data& png, std::uint32_t width, std::uint32_t height) {
+  constexpr std::size_t kName = 12;
+  constexpr std::size_t kSum = 29;
+  const auto byte = [](std::uint32_t number, int shift) {
+    return static_cast<std::uint8_t>(number >> shift);
+  };
+  const auto inOrder = [&byte](std::uint32_t number) {
+    return std::array{byte(number, 24), byte(number, 16), byte(number, 8), byte(number, 0)};
+  };
+  kvl::Bytes bytes(png.bytes().begin(), png.bytes().end());
+  std::ranges::copy(inOrder(width), bytes.begin() + kName + 4);
+  std::ranges::copy(inOrder(height), bytes.begin() + kName + 8);
+  std::uint32_t sum = 0xFFFFFFFF;
+  for (std::size_t bit = kName * 8; bit < kSum * 8; ++bit) {
+    const auto next = (sum ^ (std::uint32_t{bytes[bit / 8]} >> bit % 8)) & 1;
+    sum = (sum >> 1) ^ (next != 0 ? 0xEDB88320U : 0U);
+  }
+  std::ranges::copy(inOrder(~sum), bytes.begin() + kSum);
+  return kvl::Data(std::move(bytes));
+}
+
+// From now on the most memory counts from what this process has.
+bool forgetPeakMemory() {
+  std::ofstream reset("/proc/self/clear_refs");
+  reset << "5" << std::flush;
+  return reset.good();
+}
+
+// The most memory that this process has had since, in KiB.
 long peakMemory() {
   std::ifstream status("/proc/self/status");
   std::string word;
@@ -62,10 +96,10 @@ TEST(ImageLimitTest, OtherFormatsOfTheDecodersAreNotTried) {
 }
 
 TEST(ImageLimitTest, LongBodiesAreNoImage) {
-  const auto svg = kvltest::madePDF();
-  const std::string end(kvl::kMaximumImageBytes - svg.size(), '\n');
-  const auto padded = std::string(svg.text()) + end;
-  EXPECT_EQ(imageOf(padded + "\n"), nullptr);
+  std::string longest(kvltest::madePixbuf("png", 32, 16).text());
+  longest.resize(kvl::kMaximumImageBytes);
+  EXPECT_NE(imageOf(longest), nullptr);
+  EXPECT_EQ(imageOf(longest + '\0'), nullptr);
 }
 
 TEST(ImageLimitTest, PicturesOfTooManyPixelsAreNoImage) {
@@ -79,9 +113,9 @@ TEST(ImageLimitTest, PicturesOfTooManyPixelsAreNoImage) {
 
 TEST(ImageLimitTest, SizesThatOnlyTheHeaderClaimsAreNoImage) {
   const auto png = kvltest::madePixbuf("png", 32, 16);
-  EXPECT_EQ(kvl::Image::imageWithData(changed(png, 16, {0, 0, 0x3E, 0x80, 0, 0, 0x3E, 0x80})),
-            nullptr);
-  EXPECT_EQ(kvl::Image::imageWithData(changed(png, 16, {0x7F, 0xFF, 0xFF, 0xFF})), nullptr);
+  EXPECT_NE(kvl::Image::imageWithData(claiming(png, 32, 16)), nullptr);
+  EXPECT_EQ(kvl::Image::imageWithData(claiming(png, 16'000, 16'000)), nullptr);
+  EXPECT_EQ(kvl::Image::imageWithData(claiming(png, 0x7FFFFFFF, 16)), nullptr);
   EXPECT_EQ(kvl::Image::imageWithData(changed(kvltest::madeGIF(1), 6, {255, 255, 255, 255})),
             nullptr);
   // The size of the picture within the animation.
@@ -102,14 +136,28 @@ TEST(ImageLimitTest, EntitiesOfAnSVGAreNotExpanded) {
 }
 
 TEST(ImageLimitTest, WhatAnSVGRefersToElsewhereIsLeftOut) {
-  const auto image = kvl::Image::imageWithData(
-      writtenSVG("width='32' height='16'",
-                 "<rect width='32' height='16' fill='lime'/>"
-                 "<image width='32' height='16' href='file:///usr/share/pixmaps/a.png'/>"
-                 "<image width='32' height='16' xlink:href='http://127.0.0.1:9/a.png'/>"
-                 "<use href='other.svg#a'/>"));
-  ASSERT_NE(image, nullptr);
-  EXPECT_EQ(kvltest::pixelAt(image->rasterised(1), 16, 8), (kvltest::Pixel{0, 255, 0, 255}));
+  const kvltest::ImageFolder folder;
+  const auto png = folder.write("a.png", kvltest::madePixbuf("png", 32, 16).text());
+  const auto svg = folder.write(
+      "a.svg", writtenSVG("", "<rect id='a' width='32' height='16' fill='red'/>").text());
+  const auto sheet = folder.write("a.css", "rect{fill:red !important}");
+  const kvltest::WorkingDirectory inside(folder.path());
+  const auto imageAt = [](const std::string& address) {
+    return "<image width='32' height='16' href='" + address + "'/>" +
+           "<image width='32' height='16' xlink:href='" + address + "'/>";
+  };
+  for (const auto& element :
+       {imageAt("file://" + png), imageAt(png), imageAt("a.png"),
+        imageAt("http://127.0.0.1:9/a.png"), "<use href='file://" + svg + "#a'/>",
+        std::string("<use href='a.svg#a'/>"), "<style>@import 'file://" + sheet + "';</style>",
+        std::string("<style>@import 'a.css';</style>"),
+        "<include xmlns='http://www.w3.org/2001/XInclude' href='file://" + svg + "'/>"}) {
+    const auto image = kvl::Image::imageWithData(writtenSVG(
+        "width='32' height='16'", "<rect width='32' height='16' fill='lime'/>" + element));
+    ASSERT_NE(image, nullptr) << element;
+    EXPECT_EQ(kvltest::pixelAt(image->rasterised(1), 8, 8), (kvltest::Pixel{0, 255, 0, 255}))
+        << element;
+  }
 }
 
 TEST(ImageLimitTest, AnSVGWithFilesInsideIsNoImage) {
@@ -118,8 +166,13 @@ TEST(ImageLimitTest, AnSVGWithFilesInsideIsNoImage) {
         "<image href='d&#97;ta:image/png,a'/>", "<image href='da&#10;ta:image/png,a'/>",
         "<rect fill='url(\\64 ata:image/svg+xml,a#b)'/>",
         "<style>@import 'data:text/css,a';</style>",
-        "<style><![CDATA[@import 'data:text/css,a';]]></style>",
-        "<?xml-stylesheet href='data:a'?>"}) {
+        "<style><![CDATA[@import 'data:text/css,a';]]></style>", "<?xml-stylesheet href='data:a'?>",
+        // The renderer joins what stands around comments and the like.
+        "<style><a/>@import 'data:text/css,a';</style>",
+        "<style>@import 'da<![CDATA[ta:text/css,a';]]></style>",
+        "<style>@import 'da<!-- x -->ta:text/css,a';</style>",
+        "<style>@import 'da<?x y?>ta:text/css,a';</style>",
+        "<style>@import 'da<style>x</style>ta:text/css,a';</style>"}) {
     EXPECT_EQ(kvl::Image::imageWithData(writtenSVG("width='9' height='9'", element)), nullptr)
         << element;
   }
@@ -140,11 +193,35 @@ TEST(ImageLimitTest, AnSVGThatWouldTakeTooMuchIsNoImage) {
       {"style", "<style>" + repeated("a{fill:red}", 4000) + "</style>"},
       {"dashes", "<path stroke-dasharray='.2' d='M0 0H1e9'/>"},
       {"styled dashes", "<line style='stroke-dasharray:1' x2='9000000'/>"},
+      {"dashes from a sheet with an element",
+       "<style><a/>path{stroke-dasharray:2}</style>" + std::string(kLongPath)},
+      {"dashes from a sheet with a section",
+       "<style>path{stroke-dash<![CDATA[array:2}]]></style>" + std::string(kLongPath)},
+      {"dashes from a sheet with a comment",
+       "<style>path{stroke-dash<!-- x -->array:2}</style>" + std::string(kLongPath)},
+      {"dashes from a sheet with an instruction",
+       "<style>path{stroke-dash<?x y?>array:2}</style>" + std::string(kLongPath)},
+      {"dashes from a sheet within a sheet",
+       "<style>path{stroke-dash<style>x</style>array:2}</style>" + std::string(kLongPath)},
+      {"dashes from the first of two sheets",
+       "<style>path{stroke-dasharray:2</style><style>none{}</style>" + std::string(kLongPath)},
+      {"dashes with a remark",
+       "<style>path{stroke-dasharray:2/*none*/}</style>" + std::string(kLongPath)},
       {"pattern", "<pattern width='20000' height='20000'/>"},
       {"length", "<!--" + std::string(1 << 20, 'x') + "-->"}};
   for (const auto& [name, elements] : cases) {
     EXPECT_EQ(kvl::Image::imageWithData(writtenSVG("width='9' height='9'", elements)), nullptr)
         << name;
+  }
+}
+
+TEST(ImageLimitTest, AnSVGMayHaveStyleSheets) {
+  for (const char* sheets :
+       {"<style>path{stroke-dash<!-- x -->array:2}</style>",
+        "<style><![CDATA[path{fill:red}]]></style><style>path{stroke-dasharray:none}</style>"}) {
+    const auto image = kvl::Image::imageWithData(writtenSVG(
+        "width='9' height='9'", sheets + std::string("<path stroke='red' d='M0 0l9 9H1'/>")));
+    EXPECT_NE(image, nullptr) << sheets;
   }
 }
 
@@ -185,6 +262,9 @@ TEST(ImageLimitTest, APDFWithTooMuchInsideIsNoImage) {
   const auto stream = [](const char* entries) {
     return "<<" + std::string(entries) + "/Length 1>>stream\nx\nendstream";
   };
+  EXPECT_NE(kvl::Image::imageWithData(writtenPDF(
+                "0 0 9 9", "/R Do", stream("/Type/XObject/Subtype/Image/Width 8/Height 8"))),
+            nullptr);
   for (const char* entries :
        {"/Type/XObject/Subtype/Image/Width 8000/Height 8000", "/W#69dth 8000/Height 8000",
         "/Subtype/Image/Width 7 0 R/Height 1", "/PatternType 1/XStep 20000", "/PatternType 7 0 R",
@@ -193,26 +273,42 @@ TEST(ImageLimitTest, APDFWithTooMuchInsideIsNoImage) {
     EXPECT_EQ(kvl::Image::imageWithData(writtenPDF("0 0 9 9", "/R Do", stream(entries))), nullptr)
         << entries;
   }
+  EXPECT_NE(kvl::Image::imageWithData(writtenPDF("0 0 9 9", "BI /W 12 /H 12 ID x EI")), nullptr);
   EXPECT_EQ(kvl::Image::imageWithData(writtenPDF("0 0 9 9", "BI /W 12000 /H 12000 ID x EI")),
             nullptr);
 }
 
-TEST(ImageLimitTest, APDFWithTooMuchInsideAPackedStreamIsNoImage) {
-  const std::string_view content = "BI /W 12000 /H 12000 /BPC 1 ID x EI";
-  // Split in two by the block's header, so that it is found only when unpacked.
-  std::string first(
+// A stream of two stored blocks: the header of the second splits the content, so that it is found
+// only when unpacked.
+kvl::Data withPackedStream(std::string_view content) {
+  std::string packed(
       "\x78\x01\x00\x04\x00\xFB\xFF"
       "BI /",
       11);
   const std::string_view rest = content.substr(4);
-  first += "\x01";
-  first += static_cast<char>(rest.size());
-  first += '\0';
-  first += static_cast<char>(~rest.size());
-  first += '\xFF';
-  first += rest;
-  const auto data = writtenPDF("0 0 9 9", "", "<</Length 99>>stream\n" + first + "\nendstream");
-  EXPECT_EQ(kvl::Image::imageWithData(data), nullptr);
+  packed += "\x01";
+  packed += static_cast<char>(rest.size());
+  packed += '\0';
+  packed += static_cast<char>(~rest.size());
+  packed += '\xFF';
+  packed += rest;
+  return writtenPDF("0 0 9 9", "", "<</Length 99>>stream\n" + packed + "\nendstream");
+}
+
+TEST(ImageLimitTest, APDFWithTooMuchInsideAPackedStreamIsNoImage) {
+  EXPECT_NE(kvl::Image::imageWithData(withPackedStream("BI /W 12 /H 12 /BPC 1 ID x EI")), nullptr);
+  EXPECT_EQ(kvl::Image::imageWithData(withPackedStream("BI /W 12000 /H 12000 /BPC 1 ID x EI")),
+            nullptr);
+}
+
+// Each takes time, however little is in it.
+TEST(ImageLimitTest, APDFOfTooManyStreamsIsNoImage) {
+  const auto streams = [](int count) {
+    return writtenPDF("0 0 9 9", "",
+                      repeated(std::string("stream\n\x78\x9C\3\0\0\0\0\1", 15), count));
+  };
+  EXPECT_NE(kvl::Image::imageWithData(streams(100)), nullptr);
+  EXPECT_EQ(kvl::Image::imageWithData(streams(70'000)), nullptr);
 }
 
 // What hostile images take while they are refused, or decoded and drawn.
@@ -227,7 +323,7 @@ TEST(ImageMemoryTest, StaysBelow64MiB) {
       kvltest::madePixbuf("png", 2048, 2048),
       kvltest::madePixbuf("tiff", 2048, 2048),
       kvltest::madePixbuf("jpeg", 2048, 2048),
-      changed(kvltest::madePixbuf("png", 32, 16), 16, {0, 0, 0x3E, 0x80, 0, 0, 0x3E, 0x80}),
+      claiming(kvltest::madePixbuf("png", 32, 16), 16'000, 16'000),
       writtenSVG("width='1024' height='1024'", repeated("<g opacity='.99'>", 200) +
                                                    "<rect width='9' height='9'/>" +
                                                    repeated("</g>", 200)),
@@ -238,14 +334,19 @@ TEST(ImageMemoryTest, StaysBelow64MiB) {
                  "<rect width='9' height='9' fill='url(#p)'/>"),
       writtenSVG("width='9' height='9'",
                  "<path stroke='red' stroke-dasharray='.2' d='M0 0l9 9H1e9'/>"),
+      writtenSVG("width='9' height='9'",
+                 "<style><a/>path{stroke-dasharray:2}</style>" + std::string(kLongPath)),
       writtenPDF("0 0 9 9", "BI /W 12000 /H 12000 /BPC 1 /CS /G ID x EI"),
       writtenPDF("0 0 14400 14400", "1 0 0 rg 0 0 9999 9999 re f")};
+  if (!forgetPeakMemory()) GTEST_SKIP() << "earlier peaks cannot be left out";
   const auto before = peakMemory();
   for (const auto& data : hostile) {
     const auto image = kvl::Image::imageWithData(data);
     if (image) static_cast<void>(image->rasterised(1000));
   }
-  EXPECT_LT(peakMemory() - before, 64 * 1024);
+  const auto growth = peakMemory() - before;
+  RecordProperty("KiB", std::to_string(growth));
+  EXPECT_LT(growth, 64 * 1024);
 }
 
 }  // namespace

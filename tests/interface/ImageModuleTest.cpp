@@ -1,11 +1,12 @@
 #include "platform/interface/ImageModule.h"
+#include "tests/interface/ImageFolder.h"
 #include "tests/support/LogCapture.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 namespace {
 
@@ -13,10 +14,35 @@ namespace fs = std::filesystem;
 using kvl::interface::imageModulePlaces;
 using kvl::interface::loadImageModule;
 
+fs::path presentModule() {
+  for (const auto& place : imageModulePlaces()) {
+    if (fs::exists(place)) return place;
+  }
+  return {};
+}
+
 TEST(ImageModuleTest, LiesBesideThePrograms) {
-  const auto places = imageModulePlaces();
-  EXPECT_TRUE(std::ranges::any_of(places, [](const auto& place) { return fs::exists(place); }));
+  EXPECT_FALSE(presentModule().empty());
   EXPECT_NE(kvl::interface::imageModule(), nullptr);
+}
+
+TEST(ImageModuleTest, LiesThereWhicheverFolderTheProcessIsIn) {
+  const auto places = imageModulePlaces();
+  const kvltest::ImageFolder folder;
+  const kvltest::WorkingDirectory inside(folder.path());
+  EXPECT_EQ(imageModulePlaces(), places);
+  EXPECT_TRUE(std::ranges::all_of(places, [](const auto& place) { return place.is_absolute(); }));
+}
+
+TEST(ImageModuleTest, IsNeverTakenFromTheWorkingDirectory) {
+  const kvltest::ImageFolder folder;
+  fs::create_symlink(presentModule(), folder.path() / "module.so");
+  const kvltest::WorkingDirectory inside(folder.path());
+  const kvltest::LogCapture log;
+  EXPECT_EQ(loadImageModule({"module.so", "./module.so"}), nullptr);
+  EXPECT_EQ(log.lines(),
+            std::vector<std::string>{"no images: there is no kvlocal/libkvlocal-images.so"});
+  EXPECT_NE(loadImageModule({"module.so", folder.path() / "module.so"}), nullptr);
 }
 
 TEST(ImageModuleTest, IsNullWithOneLineInTheLogWhenThereIsNone) {
@@ -27,13 +53,12 @@ TEST(ImageModuleTest, IsNullWithOneLineInTheLogWhenThereIsNone) {
 }
 
 TEST(ImageModuleTest, IsNullWithOneLineInTheLogWhenItIsNoLibrary) {
-  const auto file = fs::path(testing::TempDir()) / "no-library.so";
-  std::ofstream(file) << "no library";
+  const kvltest::ImageFolder folder;
+  const auto file = folder.write("no-library.so", "no library");
   const kvltest::LogCapture log;
   EXPECT_EQ(loadImageModule({file}), nullptr);
   EXPECT_EQ(log.count("no images: "), 1U);
   EXPECT_EQ(log.lines().size(), 1U);
-  fs::remove(file);
 }
 
 TEST(ImageModuleTest, IsNullWithOneLineInTheLogWhenItIsOfAnotherVersion) {
@@ -47,6 +72,16 @@ TEST(ImageModuleTest, SpeaksThisVersionOnly) {
   const auto* const functions = loadImageModule(imageModulePlaces());
   ASSERT_NE(functions, nullptr);
   EXPECT_EQ(loadImageModule(imageModulePlaces()), functions);
+
+  void* const module = dlopen(presentModule().c_str(), RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(module, nullptr);
+  const auto entryPoint =
+      reinterpret_cast<KVLImageEntryPoint>(dlsym(module, kvl::interface::kImageEntryPointName));
+  ASSERT_NE(entryPoint, nullptr);
+  EXPECT_EQ(entryPoint(kvl::interface::kImageModuleVersion), functions);
+  EXPECT_EQ(entryPoint(kvl::interface::kImageModuleVersion + 1), nullptr);
+  EXPECT_EQ(entryPoint(0), nullptr);
+  dlclose(module);
 }
 
 }  // namespace

@@ -53,16 +53,20 @@ class KVL_EXPORT Image {
   /// The type is told by the first bytes. Of an animation the first picture is taken, of a PDF the
   /// first page, whose background is transparent. No image is what ends too early, what breaks one
   /// of the limits above, and also:
-  /// - a TIFF whose compression is other than LZW, Deflate, PackBits or CCITT, or whose order of
-  ///   bytes is that of files above 4 GiB;
-  /// - an SVG above 1 MiB or of more than 10,000 elements, with an attribute of more than 32 KiB,
-  /// or
-  ///   with more than 4 KiB of text to be drawn; one that declares entities, is written in another
-  ///   encoding than UTF-8, embeds other files, fills with patterns, or has more dashes than an
-  ///   icon needs. Nothing outside an SVG is ever read: what it refers to there is left out;
-  /// - a PDF that is encrypted, fills with tiles, or packs its parts otherwise than with Deflate,
-  /// or
-  ///   its bitmaps otherwise than with Deflate, JPEG or CCITT.
+  ///
+  /// - a TIFF that is compressed otherwise than with LZW, Deflate, PackBits or CCITT;
+  /// - a TIFF in the layout that is meant for files above 4 GiB;
+  /// - an SVG above 1 MiB, or of more than 10,000 elements;
+  /// - an SVG with an attribute of more than 32 KiB, or as much in its style sheets;
+  /// - an SVG with more than 4 KiB of text to be drawn;
+  /// - an SVG that declares entities, or is in another encoding than UTF-8;
+  /// - an SVG that embeds other files, or has elements within a style sheet;
+  /// - an SVG that fills with patterns, or has more dashes than an icon needs;
+  /// - a PDF that is encrypted, or fills with tiles;
+  /// - a PDF that packs its parts otherwise than with Deflate;
+  /// - a PDF whose bitmaps are packed otherwise than with Deflate, JPEG or CCITT.
+  ///
+  /// Nothing outside an SVG is ever read: what it refers to there is left out.
   [[nodiscard]] static std::shared_ptr<Image> imageWithData(const Data& data);
 
   virtual ~Image();
@@ -94,7 +98,11 @@ class KVL_EXPORT Image {
   /// What would exceed `kMaximumBitmapPixels`, or for an SVG with many layers the memory that they
   /// take, comes with fewer pixels instead: show it at `size` all the same. Empty when the size or
   /// the scale is not above 0 and finite, or when the drawing fails. Nothing is kept: whoever shows
-  /// an image often keeps the bitmap. Any thread; it takes as long as the drawing does.
+  /// an image often keeps the bitmap.
+  ///
+  /// Any thread. The limits bound the memory, not the time: that is as long as the drawing takes,
+  /// which may be seconds for an SVG of many dashed lines. Whoever draws what others send does so
+  /// on a thread that may wait.
   [[nodiscard]] virtual Bitmap rasterised(double scale) const;
 
  protected:

@@ -7,7 +7,6 @@
 #include <bit>
 #include <cstring>
 #include <mutex>
-#include <new>
 #include <utility>
 
 struct KVLImagePicture {
@@ -25,7 +24,7 @@ KVLImagePicture* decodePicture(const std::uint8_t* bytes, std::size_t size,
     if (!picture) return nullptr;
     *description = {picture->size().width, picture->size().height, picture->maximumPixels()};
     return new KVLImagePicture{std::move(picture), {}};
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     return nullptr;
   }
 }
@@ -60,7 +59,7 @@ bool drawPicture(KVLImagePicture* picture, std::uint32_t width, std::uint32_t he
     cairo_surface_flush(surface.get());
     reorder(pixels, std::size_t{width} * height);
     return true;
-  } catch (const std::bad_alloc&) {
+  } catch (...) {
     return false;
   }
 }

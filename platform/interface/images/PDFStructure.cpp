@@ -20,6 +20,8 @@ constexpr std::string_view kStream = "stream";
 constexpr std::uint64_t kShadingPattern = 2;
 // What all streams of a file may be together.
 constexpr std::size_t kMaximumUnpackedBytes = std::size_t{64} << 20;
+// What each stream counts for, however little is in it.
+constexpr std::size_t kBytesForStream = 1024;
 
 // Bitmaps whose size only their own data tell; packings that nothing here looks into, under both
 // their names; and what is encrypted.
@@ -112,7 +114,7 @@ bool streamsAreModest(std::string_view text, Statements& statements) {
     text.remove_prefix(found + kStream.size());
     const auto start = std::min(text.find_first_not_of("\r\n"), text.size());
     const bool modest = inflate(text.substr(start), [&](std::string_view part) {
-      unpacked += part.size();
+      unpacked += part.size() + kBytesForStream;
       return unpacked <= kMaximumUnpackedBytes && statements.takeStream(part);
     });
     if (!modest) return false;

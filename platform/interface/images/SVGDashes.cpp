@@ -39,10 +39,11 @@ double sumOfNumbers(std::string_view text) {
 
 void DashCosts::takeDashes(std::string_view value) {
   const auto text = value.substr(0, value.find_first_of(";}"));
-  if (text.find("none") != std::string_view::npos) return;
+  const bool remarked = text.find("/*") != std::string_view::npos;
+  if (!remarked && text.find("none") != std::string_view::npos) return;
   dashed_ = true;
   shortest_ = std::min(shortest_, sumOfNumbers(text));
-  unknown_ = unknown_ || text.find_first_of("%emi") != std::string_view::npos;
+  unknown_ = unknown_ || remarked || text.find_first_of("%emi") != std::string_view::npos;
 }
 
 void DashCosts::take(std::string_view name, std::string_view value) {

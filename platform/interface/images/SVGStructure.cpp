@@ -7,6 +7,7 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -37,9 +38,10 @@ class Costs {
   bool begin(std::string_view element, const char** names, const char** values) {
     const auto name = localName(element);
     if (elements_ == 0 && name != "svg") return false;
+    // The renderer would read the sheet without what stands in there.
+    if (isWithin(&Element::inStyle)) return false;
     referring_ = referring_ || drawsOthers(name);
     effects_ += name.starts_with("fe") ? 1 : 0;
-    inStyle_ = name == "style";
     std::size_t layers = 0;
     for (; *names != nullptr; ++names, ++values) {
       if (isRendered(*names) && !takeAttribute(*names, *values)) return false;
@@ -48,19 +50,29 @@ class Costs {
     }
     dashes_.endOfElement();
     return name != "pattern" &&
-           push({layers, name == "text" || (!open_.empty() && open_.back().inText)});
+           push({layers, name == "text" || isWithin(&Element::inText), name == "style"});
   }
 
   void end() {
     nested_ -= open_.back().layers;
+    // Each sheet ends what it left open.
+    if (open_.back().inStyle) styles_ += '}';
     open_.pop_back();
-    inStyle_ = false;
   }
 
   bool text(std::string_view text) {
-    if (inStyle_) return style(text);
-    if (!open_.empty() && open_.back().inText) glyphs_ += text.size();
-    return glyphs_ <= kMaximumSVGGlyphs;
+    if (isWithin(&Element::inStyle)) styles_ += text;
+    if (isWithin(&Element::inText)) glyphs_ += text.size();
+    return glyphs_ <= kMaximumSVGGlyphs && styles_.size() <= kMaximumSVGText;
+  }
+
+  // The style sheets, once all of them are there: comments and the like may stand between the
+  // pieces of a word. False when the document is not to be drawn.
+  bool takeStyles() {
+    styledLayers_ = layersInStyle(styles_) > 0;
+    dashes_.take("style", styles_);
+    dashes_.endOfElement();
+    return !mayEmbedFile(styles_);
   }
 
   // Comments, declarations, instructions and sections of plain text.
@@ -83,19 +95,16 @@ class Costs {
   struct Element {
     std::size_t layers;
     bool inText;
+    bool inStyle;
   };
+
+  [[nodiscard]] bool isWithin(bool Element::* kind) const {
+    return !open_.empty() && open_.back().*kind;
+  }
 
   bool takeAttribute(std::string_view name, std::string_view value) {
     dashes_.take(name, value);
     return value.size() <= kMaximumSVGText && !mayEmbedFile(value);
-  }
-
-  bool style(std::string_view text) {
-    styles_ += text.size();
-    styledLayers_ = styledLayers_ || layersInStyle(text) > 0;
-    dashes_.take("style", text);
-    dashes_.endOfElement();
-    return styles_ <= kMaximumSVGText && !mayEmbedFile(text);
   }
 
   bool push(Element element) {
@@ -112,11 +121,10 @@ class Costs {
   std::size_t total_ = 0;
   std::size_t elements_ = 0;
   std::size_t effects_ = 0;
-  std::size_t styles_ = 0;
+  std::string styles_;
   std::size_t glyphs_ = 0;
   DashCosts dashes_;
   bool referring_ = false;
-  bool inStyle_ = false;
   bool styledLayers_ = false;
 };
 
@@ -173,7 +181,8 @@ std::optional<std::size_t> layersOfSVG(Span bytes) {
       g_markup_parse_context_parse(context.get(), reinterpret_cast<const char*>(text.data()),
                                    static_cast<gssize>(text.size()), nullptr) &&
       g_markup_parse_context_end_parse(context.get(), nullptr);
-  return whole && costs.areModest() ? std::optional(costs.layers()) : std::nullopt;
+  const bool drawn = whole && costs.takeStyles() && costs.areModest();
+  return drawn ? std::optional(costs.layers()) : std::nullopt;
 }
 
 }  // namespace kvl::images
