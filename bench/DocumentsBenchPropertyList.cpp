@@ -72,7 +72,8 @@ plist_t peerOf(const kvl::Value& value) {
     case string:
       return plist_new_string(std::string(*value.string()).c_str());
     case data:
-      return plist_new_data(value.data()->text().data(), value.data()->size());
+      return plist_new_data(reinterpret_cast<const char*>(value.data()->data()),
+                            value.data()->size());
     case array:
       return peerOf(*value.array());
     default:

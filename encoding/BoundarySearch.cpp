@@ -15,15 +15,17 @@ bool holds(std::string_view bytes, std::string_view text) noexcept {
   return memmem(bytes.data(), bytes.size(), text.data(), text.size()) != nullptr;
 }
 
-// Whether at any of the window's places the first and the last byte are those of `text`. Without
-// branches, so that compilers make vector instructions of it.
-bool mayBeginIn(const char* window, std::string_view text) noexcept {
-  const char* ends = window + text.size() - 1;
+// Whether at any of the window's places the first and the last byte are those of `text`, for which
+// the window has room at each of them. Without branches, so that compilers make vector instructions
+// of it.
+bool mayBeginIn(std::string_view window, std::string_view text) noexcept {
+  const char* begins = window.data();
+  const char* ends = begins + text.size() - 1;
   const char first = text.front();
   const char last = text.back();
   unsigned char hits = 0;
   for (std::size_t i = 0; i < kWindow; ++i) {
-    const bool hit = (window[i] == first) & (ends[i] == last);
+    const bool hit = (begins[i] == first) & (ends[i] == last);
     hits |= static_cast<unsigned char>(hit);
   }
   return hits != 0;
@@ -34,7 +36,8 @@ bool mayBeginIn(const char* window, std::string_view text) noexcept {
 bool occursIn(std::string_view bytes, std::string_view text) noexcept {
   const std::size_t span = kWindow + text.size() - 1;
   while (bytes.size() >= span) {
-    if (mayBeginIn(bytes.data(), text) && holds(bytes.substr(0, span), text)) return true;
+    const auto window = bytes.substr(0, span);
+    if (mayBeginIn(window, text) && holds(window, text)) return true;
     bytes.remove_prefix(kWindow);
   }
   return holds(bytes, text);

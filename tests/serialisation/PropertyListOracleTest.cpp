@@ -110,8 +110,9 @@ std::vector<std::string> linesOfPlistlib(const std::vector<Value>& values) {
     std::ofstream(folder.path() / (std::to_string(i) + ".plist"), std::ios::binary) << data.text();
   }
   const auto output = folder.path() / "output";
-  kvltest::ChildProcess script({"python3", "-I", "-W", "ignore", KVL_PROPERTY_LIST_ORACLE, folder.path()},
-                               kvltest::environmentWith({}), output);
+  kvltest::ChildProcess script(
+      {"python3", "-I", "-W", "ignore", KVL_PROPERTY_LIST_ORACLE, folder.path()},
+      kvltest::environmentWith({}), output);
   EXPECT_EQ(script.wait(), 0);
   std::ifstream file(output);
   std::vector<std::string> lines;

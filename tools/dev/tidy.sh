@@ -4,6 +4,8 @@
 
 readonly tidy_cache=build/tidy
 readonly tidy_build=build/debug
+# The header of RapidJSON 1.1 assigns to a constant member, which clang 19 takes for an error.
+readonly tidy_cannot_read='^bench/JSONPeerRapidJSON\.cpp '
 
 # Prints each compiled file of the tree followed by the tree's files that it is made from, one
 # file's in one line. The first dependency of an object is its source.
@@ -18,7 +20,7 @@ compiled_files() {
       if (path ~ /^build\//) next
       line = line == "" ? path : line " " path
     }
-    END { flush() }' | sort -u -k1,1
+    END { flush() }' | grep -v "$tidy_cannot_read" | sort -u -k1,1
 }
 
 # Prints the files without a recorded clean result, each with the name of the result to record.
