@@ -116,10 +116,17 @@ void answer(const httplib::Request& request, const std::string& body, httplib::R
   }
 }
 
-// The library reads no body of such a request, and would take it for the next one.
+// The library reads no body of such a request and would take it for the next one, unless the
+// connection ends: it does when whoever supplies the answer gives up, which is after its last byte.
 void echoWithoutBody(const httplib::Request& request, httplib::Response& response) {
-  if (request.has_header("Content-Length")) response.set_header("Connection", "close");
-  answer(request, {}, response);
+  if (!hasBody(request)) return answer(request, {}, response);
+  response.set_header("Connection", "close");
+  response.set_chunked_content_provider(
+      kJsonType, [text = descriptionOf(request, {})](std::size_t, httplib::DataSink& sink) {
+        sink.write(text.data(), text.size());
+        sink.done();
+        return false;
+      });
 }
 
 void echo(const httplib::Request& request, httplib::Response& response,

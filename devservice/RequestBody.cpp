@@ -26,17 +26,16 @@ class HiddenType {
   httplib::Headers::node_type field_;
 };
 
-// Without either, a request has no body (RFC 9112, 6.3); the library would wait for one.
+}  // namespace
+
 bool hasBody(const httplib::Request& request) {
   return request.has_header("Content-Length") || request.has_header("Transfer-Encoding");
 }
 
-}  // namespace
-
 std::optional<std::string> readBody(const httplib::Request& request,
                                     const httplib::ContentReader& reader) {
   std::string body;
-  if (!hasBody(request)) return body;
+  if (!hasBody(request)) return body;  // the library would wait for one
   const HiddenType hidden(request);
   const bool isWhole = reader([&body](const char* bytes, std::size_t count) {
     body.append(bytes, count);

@@ -16,23 +16,23 @@ using Entries = std::span<const Dictionary::Entry>;
 template <class Matches>
 const Dictionary::Entry* findIf(Entries entries, std::size_t size, Matches matches) noexcept {
   for (const Dictionary::Entry& entry : entries)
-    if (entry.first.size() == size && matches(entry.first.data())) return &entry;
+    if (entry.first.size() == size && matches(entry.first)) return &entry;
   return nullptr;
 }
 
 // Of a key of one to two words: its first and its last word are all of it.
 template <class Word>
 const Dictionary::Entry* findShort(Entries entries, std::string_view key) noexcept {
-  const auto wordAt = [](const char* text) {
+  const auto wordOf = [](std::string_view text, std::size_t place) {
     Word word;
-    std::memcpy(&word, text, sizeof(word));
+    std::memcpy(&word, text.data() + place, sizeof(word));
     return word;
   };
   const std::size_t last = key.size() - sizeof(Word);
   return findIf(
       entries, key.size(),
-      [=, first = wordAt(key.data()), second = wordAt(key.data() + last)](const char* text) {
-        return wordAt(text) == first && wordAt(text + last) == second;
+      [=, first = wordOf(key, 0), second = wordOf(key, last)](std::string_view candidate) {
+        return wordOf(candidate, 0) == first && wordOf(candidate, last) == second;
       });
 }
 
@@ -40,14 +40,12 @@ const Dictionary::Entry* findShort(Entries entries, std::string_view key) noexce
 const Dictionary::Entry* findUnindexed(Entries entries, std::string_view key) noexcept {
   const std::size_t size = key.size();
   if (size > 2 * sizeof(std::uint64_t))
-    return findIf(entries, size, [key](const char* text) {
-      return std::memcmp(text, key.data(), key.size()) == 0;
-    });
+    return findIf(entries, size, [key](std::string_view candidate) { return candidate == key; });
   if (size >= sizeof(std::uint64_t)) return findShort<std::uint64_t>(entries, key);
   if (size >= sizeof(std::uint32_t)) return findShort<std::uint32_t>(entries, key);
   if (size >= sizeof(std::uint16_t)) return findShort<std::uint16_t>(entries, key);
   if (size == 1) return findShort<std::uint8_t>(entries, key);
-  return findIf(entries, 0, [](const char*) { return true; });
+  return findIf(entries, 0, [](std::string_view) { return true; });
 }
 
 }  // namespace
