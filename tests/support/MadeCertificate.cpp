@@ -11,7 +11,8 @@ namespace kvltest {
 namespace {
 
 EVP_PKEY* testKey() {
-  static const kvl::security::OpenSSLPtr<EVP_PKEY> key(EVP_EC_gen("P-256"));
+  static const kvl::security::OpenSSLPtr<EVP_PKEY> key(
+      EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
   return key.get();
 }
 
