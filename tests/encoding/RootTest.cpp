@@ -72,7 +72,7 @@ TEST_F(SubmitTest, PostsWhatOnlyAPropertyListHoldsAsOne) {
 
 TEST_F(SubmitTest, DoesNotSendWhatNeitherFormatHolds) {
   kvl::Array deep;
-  for (int level = 1; level < 513; ++level) deep = kvl::Array{deep};
+  for (int level = 1; level < 513; ++level) deep = kvl::Array{kvl::Value(deep)};
   const kvl::Value roots[] = {
       kvl::Dictionary{{"none", nullptr}, {"at", kSomeDate}},
       nullptr,
