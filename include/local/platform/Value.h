@@ -240,8 +240,8 @@ class KVL_EXPORT Number {
 class KVL_EXPORT Array {
  public:
   Array();
-  /// An array that holds one array is `Array{Value(inner)}`: of `Array{inner}` some compilers make a
-  /// copy of `inner`.
+  /// An array that holds one array is `Array{Value(inner)}`: of `Array{inner}` some compilers make
+  /// a copy of `inner`.
   Array(std::initializer_list<Value> values);
   explicit Array(std::vector<Value> values);
   // Copies only: an array that was moved from would hold nothing at all.
