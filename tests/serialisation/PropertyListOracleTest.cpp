@@ -251,7 +251,8 @@ TEST(PropertyListOracleTest, LibplistReadsTheSame) {
     const Value value = random.next();
     const auto data = written(value);
     plist_t node = nullptr;
-    plist_from_bin(data.text().data(), static_cast<std::uint32_t>(data.size()), &node);
+    plist_from_bin(reinterpret_cast<const char*>(data.data()),
+                   static_cast<std::uint32_t>(data.size()), &node);
     const PlistPointer owner(node);
     ASSERT_NE(node, nullptr) << value.description();
     ASSERT_EQ(notation(valueOf(node)), notation(value));
