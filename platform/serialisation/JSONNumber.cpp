@@ -23,7 +23,7 @@ bool isSmall(const char* begin, const char* end) noexcept {
   const char* const digits = exponent + (exponent[1] == '+' ? 2 : 1);
   std::int64_t shift = 0;
   if (std::from_chars(digits, end, shift).ec != std::errc()) return *digits == '-';
-  return magnitude + shift < 0;
+  return shift < -magnitude;
 }
 
 }  // namespace

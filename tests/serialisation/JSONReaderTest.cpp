@@ -161,6 +161,13 @@ TEST(JSONReaderTest, SkipsAByteOrderMark) {
   EXPECT_EQ(read("\xEF\xBB\xBF\xEF\xBB\xBF[]"), std::nullopt);
 }
 
+TEST(JSONReaderTest, ExponentsMayBeAsLongAsTheyLike) {
+  EXPECT_EQ(read("[1e-9223372036854775808]"), Value(Array{0.0}));
+  EXPECT_EQ(read("[-1e-99999999999999999999]"), Value(Array{-0.0}));
+  for (const std::string_view text : {"[1e9223372036854775807]", "[1e99999999999999999999]"})
+    EXPECT_EQ(read(text), std::nullopt) << text;
+}
+
 TEST(JSONReaderTest, EmptyAndBlankTextsAreErrors) {
   for (const std::string_view text : {"", " ", "\n\t\r ", "\xEF\xBB\xBF", "\xEF\xBB\xBF "}) {
     EXPECT_TRUE(errorOf(text).is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError));
