@@ -211,8 +211,8 @@ TEST(PropertyListWriterTest, RefusesWhatItCannotHoldWithAnError) {
   }
 }
 
-TEST(PropertyListWriterTest, LeavesTheErrorSlotAloneOnSuccess) {
-  std::optional<kvl::Error> error;
+TEST(PropertyListWriterTest, ClearsTheErrorSlotOnSuccess) {
+  std::optional<kvl::Error> error = kvl::Error("before", 1);
   EXPECT_TRUE(kvl::binaryPropertyListFromValue(1, &error));
   EXPECT_EQ(error, std::nullopt);
 }
