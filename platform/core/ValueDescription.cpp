@@ -25,10 +25,12 @@ void appendReal(std::string& text, double real) {
   text.append(buffer.data(), result.ptr);
 }
 
+constexpr std::string_view kMarks = "_.-/:";
+
 bool isBareWord(std::string_view text) {
   return !text.empty() && std::ranges::all_of(text, [](char c) {
     const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-    return isLetter || (c >= '0' && c <= '9') || std::string_view("_.-/:").find(c) < 5;
+    return isLetter || (c >= '0' && c <= '9') || kMarks.find(c) != std::string_view::npos;
   });
 }
 
