@@ -46,7 +46,7 @@ TEST(JSONDocumentTest, AStoredObjectIsTheSameEveryTimeItIsTakenOut) {
   const Value document = read(R"({"s":"text","e":"","a":[],"d":{},"n":[1.5],"x":"esc\n"})");
   const Dictionary dictionary = *document.dictionary();
   for (const auto& [key, value] : dictionary) {
-    const Value first = dictionary[key];
+    const Value& first = dictionary[key];
     const Value second = *dictionary.find(key);
     EXPECT_TRUE(first.isSameObject(second)) << key;
     EXPECT_TRUE(first.isSameObject(value)) << key;
@@ -218,7 +218,7 @@ TEST(JSONDocumentTest, HoldsStringsAndContainersOfAnySize) {
 // Takes values out of the document in every way, and drops them.
 void takeApart(const Dictionary& document) {
   for (int round = 0; round < 300; ++round) {
-    const Value list = document["list"];
+    const Value& list = document["list"];
     const Array array = *list.array();
     std::vector<Value> kept(array.begin(), array.end());
     const auto string = kept[0].as<String>();
