@@ -61,31 +61,34 @@ class TimerService {
                            [this](const asio::error_code&) { fireDue(); });
   }
 
+  // Waits again only after all have fired, or a later timer could overtake these.
   void fireDue() {
-    std::vector<std::function<void()>> firing;
-    {
-      std::lock_guard lock(mutex_);
-      std::uint64_t expirations = 0;
-      [[maybe_unused]] const auto count =
-          read(descriptor_.native_handle(), &expirations, sizeof expirations);
-      const auto now = bootTime();
-      while (!due_.empty() && due_.begin()->first <= now) {
-        firing.push_back(std::move(due_.begin()->second));
-        due_.erase(due_.begin());
-      }
-      waiting_ = !due_.empty();
-      if (waiting_) {
-        arm();
-        wait();
-      }
+    for (auto& fire : takeDue()) fire();
+    const std::lock_guard lock(mutex_);
+    waiting_ = !due_.empty();
+    if (!waiting_) return;
+    arm();
+    wait();
+  }
+
+  std::vector<std::function<void()>> takeDue() {
+    std::vector<std::function<void()>> taken;
+    const std::lock_guard lock(mutex_);
+    std::uint64_t expirations = 0;
+    [[maybe_unused]] const auto count =
+        read(descriptor_.native_handle(), &expirations, sizeof expirations);
+    const auto now = bootTime();
+    while (!due_.empty() && due_.begin()->first <= now) {
+      taken.push_back(std::move(due_.begin()->second));
+      due_.erase(due_.begin());
     }
-    for (auto& fire : firing) fire();
+    return taken;
   }
 
   std::mutex mutex_;
   asio::posix::stream_descriptor descriptor_;
   std::multimap<Nanoseconds, std::function<void()>> due_;
-  bool waiting_ = false;
+  bool waiting_ = false;  // also while what is due is fired
 };
 
 }  // namespace

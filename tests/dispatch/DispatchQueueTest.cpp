@@ -102,6 +102,22 @@ TEST(DispatchQueueTest, DelayedBlocksRunByTheirDelaysAndNotByTheirOrder) {
   EXPECT_EQ(order, (std::vector{1, 2, 3}));
 }
 
+TEST(DispatchQueueTest, DelayedBlocksNeverOvertakeEarlierOnes) {
+  constexpr int kBlocks = 20000;
+  const auto queue = DispatchQueue::serial("test");
+  std::vector<int> order;
+  Semaphore done;
+  for (int i = 0; i < kBlocks; ++i) {
+    queue->asyncAfter(1us, [&, i] {
+      order.push_back(i);
+      if (i == kBlocks - 1) done.signal();
+    });
+  }
+  ASSERT_TRUE(done.waitFor(kPatience));
+  EXPECT_EQ(order.size(), std::size_t{kBlocks});
+  EXPECT_TRUE(std::ranges::is_sorted(order));
+}
+
 TEST(DispatchQueueTest, DelaysOfZeroOrLessMeanNow) {
   const auto queue = DispatchQueue::concurrent("test");
   Semaphore done;

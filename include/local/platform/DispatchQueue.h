@@ -30,6 +30,7 @@ class KVL_EXPORT DispatchQueue {
 
   /// Runs `block` no earlier than `delay` from now, on a clock that counts the time during which
   /// the machine is suspended (`CLOCK_BOOTTIME` on Linux). A delay of zero or less means now.
+  /// Delayed blocks of a serial queue run in the order of the times from which on they may.
   virtual void asyncAfter(std::chrono::nanoseconds delay, Block block) = 0;
 
   [[nodiscard]] virtual const std::string& label() const noexcept = 0;
