@@ -1,4 +1,5 @@
 #include "encoding/FailedStatus.h"
+#include "platform/core/ASCII.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLExtensionsURLRequest.h>
@@ -32,9 +33,7 @@ void openAction(const kvl::String& action, const DataTaskHandler& handler) {
 
 std::string upperCased(std::string_view method) {
   std::string text(method);
-  std::ranges::transform(text, text.begin(), [](char c) {
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-  });
+  std::ranges::transform(text, text.begin(), kvl::ascii::raised);
   return text;
 }
 

@@ -1,5 +1,7 @@
 // RFC 3986. Written here because the URI libraries at hand normalise what they parse (percent
 // escapes, empty components), while a URL that is given whole must go out as it stands.
+#include "platform/core/ASCII.h"
+
 #include <local/platform/URL.h>
 
 #include <algorithm>
@@ -9,20 +11,14 @@
 namespace kvl {
 namespace {
 
-constexpr bool isAlpha(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-constexpr bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
 constexpr bool isHex(char c) {
-  return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+  return ascii::hexDigit(c) >= 0;
 }
 constexpr bool isOneOf(std::string_view set, char c) {
   return set.find(c) != std::string_view::npos;
 }
 constexpr bool isUnreservedOrSubDelimiter(char c) {
-  return isAlpha(c) || isDigit(c) || isOneOf("-._~!$&'()*+,;=", c);
+  return ascii::isLetterOrDigit(c) || isOneOf("-._~!$&'()*+,;=", c);
 }
 
 // Whether every character is unreserved, a sub-delimiter, one of `more` or a percent escape.
@@ -38,13 +34,13 @@ bool consistsOf(std::string_view text, std::string_view more) {
 }
 
 bool isScheme(std::string_view text) {
-  return !text.empty() && isAlpha(text[0]) && std::ranges::all_of(text, [](char c) {
-    return isAlpha(c) || isDigit(c) || isOneOf("+-.", c);
+  return !text.empty() && ascii::isLetter(text[0]) && std::ranges::all_of(text, [](char c) {
+    return ascii::isLetterOrDigit(c) || isOneOf("+-.", c);
   });
 }
 
 bool isPortOrEmpty(std::string_view text) {
-  return std::ranges::all_of(text, isDigit);
+  return std::ranges::all_of(text, ascii::isDigit);
 }
 
 struct HostAndPort {

@@ -1,3 +1,4 @@
+#include "platform/core/ASCII.h"
 #include "platform/core/ValueAccess.h"
 
 #include <algorithm>
@@ -29,8 +30,7 @@ constexpr std::string_view kMarks = "_.-/:";
 
 bool isBareWord(std::string_view text) {
   return !text.empty() && std::ranges::all_of(text, [](char c) {
-    const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-    return isLetter || (c >= '0' && c <= '9') || kMarks.find(c) != std::string_view::npos;
+    return ascii::isLetterOrDigit(c) || kMarks.find(c) != std::string_view::npos;
   });
 }
 

@@ -1,5 +1,7 @@
 #include "platform/formatting/RFC3339.h"
 
+#include "platform/core/ASCII.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -88,7 +90,7 @@ class Scanner {
 
  private:
   [[nodiscard]] bool startsWithDigit() const {
-    return !rest_.empty() && rest_.front() >= '0' && rest_.front() <= '9';
+    return !rest_.empty() && ascii::isDigit(rest_.front());
   }
 
   int digit() {

@@ -7,7 +7,7 @@ namespace kvl::serialisation {
 namespace {
 
 const char* skipDigits(const char* next) noexcept {
-  while (isDigit(*next)) ++next;
+  while (ascii::isDigit(*next)) ++next;
   return next;
 }
 

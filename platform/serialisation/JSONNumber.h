@@ -1,14 +1,12 @@
 // Numbers in JSON text.
 #pragma once
 
+#include "platform/core/ASCII.h"
+
 #include <cstdint>
 #include <limits>
 
 namespace kvl::serialisation {
-
-inline bool isDigit(char character) noexcept {
-  return static_cast<unsigned char>(character - '0') < 10;
-}
 
 // Reads one number after the other. Texts must end with a character that is no part of a number.
 class JSONNumberReader {
@@ -21,7 +19,7 @@ class JSONNumberReader {
     const char* const digits = begin + (negative ? 1 : 0);
     std::uint64_t magnitude = 0;
     const char* next = digits;
-    for (; isDigit(*next); ++next)
+    for (; ascii::isDigit(*next); ++next)
       magnitude = magnitude * 10 + static_cast<std::uint64_t>(*next - '0');
     const auto count = next - digits;
     if (count == 0 || (*digits == '0' && count > 1)) return Result::malformed;

@@ -1,6 +1,6 @@
 #include "platform/urlloading/EasyOptions.h"
 
-#include "platform/urlloading/ASCII.h"
+#include "platform/core/ASCII.h"
 
 #include <limits>
 #include <string>
@@ -16,8 +16,9 @@ constexpr const char* kLoadedProtocols = "http,https";
 
 // The message's framing is the loader's business, and cookies go through libcurl's own list.
 bool isSetElsewhere(std::string_view name) {
-  return equalIgnoringCase(name, "Content-Length") ||
-         equalIgnoringCase(name, "Transfer-Encoding") || equalIgnoringCase(name, "Cookie");
+  return ascii::equalIgnoringCase(name, "Content-Length") ||
+         ascii::equalIgnoringCase(name, "Transfer-Encoding") ||
+         ascii::equalIgnoringCase(name, "Cookie");
 }
 
 void append(HeaderList& list, const std::string& line) {
@@ -29,7 +30,8 @@ void append(HeaderList& list, const std::string& line) {
 
 // libcurl takes "Name:" for a field to leave out and "Name;" for one without a value.
 std::string fieldLine(const HeaderFields::Field& field) {
-  return trimmed(field.second).empty() ? field.first + ";" : field.first + ": " + field.second;
+  return ascii::trimmed(field.second).empty() ? field.first + ";"
+                                              : field.first + ": " + field.second;
 }
 
 HeaderList makeFields(const HeaderFields& headers) {

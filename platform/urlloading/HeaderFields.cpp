@@ -1,4 +1,5 @@
-#include "platform/urlloading/ASCII.h"
+#include "platform/core/ASCII.h"
+#include "platform/urlloading/Token.h"
 
 #include <local/platform/URLRequest.h>
 
@@ -9,7 +10,7 @@ namespace {
 
 auto hasName(std::string_view name) {
   return [name](const HeaderFields::Field& field) {
-    return urlloading::equalIgnoringCase(field.first, name);
+    return ascii::equalIgnoringCase(field.first, name);
   };
 }
 

@@ -1,6 +1,6 @@
 #include "platform/urlloading/Redirect.h"
 
-#include "platform/urlloading/ASCII.h"
+#include "platform/core/ASCII.h"
 #include "platform/urlloading/RequestCheck.h"
 
 #include <array>
@@ -64,7 +64,7 @@ bool isSameOrigin(const URL& a, const URL& b) {
 bool isSameHost(const URL& a, const URL& b) noexcept {
   const auto first = a.host();
   const auto second = b.host();
-  return first && second && equalIgnoringCase(*first, *second);
+  return first && second && ascii::equalIgnoringCase(*first, *second);
 }
 
 std::optional<URLRequest> redirectedRequest(const URLRequest& request, int status,

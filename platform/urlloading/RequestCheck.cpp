@@ -1,7 +1,8 @@
 #include "platform/urlloading/RequestCheck.h"
 
-#include "platform/urlloading/ASCII.h"
+#include "platform/core/ASCII.h"
 #include "platform/urlloading/ErrorMaking.h"
+#include "platform/urlloading/Token.h"
 
 #include <algorithm>
 
@@ -32,12 +33,13 @@ std::optional<Error> requestFault(const URLRequest& request) {
 
 bool isLoadable(const URL& url) noexcept {
   const auto scheme = url.scheme();
-  return scheme && (equalIgnoringCase(*scheme, "https") || equalIgnoringCase(*scheme, "http"));
+  return scheme &&
+         (ascii::equalIgnoringCase(*scheme, "https") || ascii::equalIgnoringCase(*scheme, "http"));
 }
 
 bool isSecure(const URL& url) noexcept {
   const auto scheme = url.scheme();
-  return scheme && equalIgnoringCase(*scheme, "https");
+  return scheme && ascii::equalIgnoringCase(*scheme, "https");
 }
 
 }  // namespace kvl::urlloading

@@ -1,6 +1,6 @@
 #include "platform/urlloading/ResponseHead.h"
 
-#include "platform/urlloading/ASCII.h"
+#include "platform/core/ASCII.h"
 
 #include <charconv>
 #include <string>
@@ -30,7 +30,7 @@ bool ResponseHead::take(std::string_view line) {
   if (complete_) return false;
   if (line.starts_with(kProtocolPrefix)) {
     takeStatusLine(line);
-  } else if (trimmed(line).empty()) {
+  } else if (ascii::trimmed(line).empty()) {
     complete_ = status_ >= kFirstFinalStatus;
   } else {
     takeField(line);
@@ -42,13 +42,13 @@ void ResponseHead::takeStatusLine(std::string_view line) {
   fields_.clear();
   const auto space = line.find(' ');
   version_ = versionIn(line.substr(kProtocolPrefix.size(), space - kProtocolPrefix.size()));
-  status_ = space == std::string_view::npos ? 0 : numberIn(trimmed(line.substr(space)));
+  status_ = space == std::string_view::npos ? 0 : numberIn(ascii::trimmed(line.substr(space)));
 }
 
 void ResponseHead::takeField(std::string_view line) {
   const auto colon = line.find(':');
   if (colon == std::string_view::npos) return;
-  fields_.append(trimmed(line.substr(0, colon)), trimmed(line.substr(colon + 1)));
+  fields_.append(ascii::trimmed(line.substr(0, colon)), ascii::trimmed(line.substr(colon + 1)));
 }
 
 }  // namespace kvl::urlloading

@@ -1,6 +1,6 @@
 #include "platform/urlloading/Transfer.h"
 
-#include "platform/urlloading/ASCII.h"
+#include "platform/core/ASCII.h"
 #include "platform/urlloading/EasyOptions.h"
 #include "platform/urlloading/ErrorMaking.h"
 #include "platform/urlloading/FailureClassifier.h"
@@ -36,7 +36,7 @@ std::uint16_t portOf(const URL& url) {
 
 bool acceptsEvents(const URLRequest& request) {
   const auto accepted = request.headers().find("Accept");
-  return accepted && equalIgnoringCase(*accepted, kEventStreamType);
+  return accepted && ascii::equalIgnoringCase(*accepted, kEventStreamType);
 }
 
 // Whether the connection speaks HTTP/2 (RFC 9113, 3.2).
@@ -216,7 +216,7 @@ void Transfer::unpause() {
 std::string Transfer::host() const {
   const URL& url = *request_.url();
   auto text = std::string(*url.scheme()) + "://" + peerHost() + ":" + std::to_string(portOf(url));
-  std::ranges::transform(text, text.begin(), lowered);
+  std::ranges::transform(text, text.begin(), ascii::lowered);
   return text;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/interface/images/PDFStructure.h"
 
+#include "platform/core/ASCII.h"
 #include "platform/interface/images/Inflate.h"
 #include "platform/interface/images/Limits.h"
 
@@ -29,24 +30,19 @@ constexpr std::array<std::string_view, 10> kRefusedNames{
     "JBIG2Decode",    "JPXDecode", "LZWDecode",       "LZW",    "ASCII85Decode", "A85",
     "ASCIIHexDecode", "AHx",       "RunLengthDecode", "Encrypt"};
 
-int hexDigit(char character) {
-  if (character >= '0' && character <= '9') return character - '0';
-  const char low = static_cast<char>(character | 0x20);
-  return low >= 'a' && low <= 'f' ? low - 'a' + 10 : -1;
-}
-
 // Takes the name that `text` starts with off it, with its escapes (#57 for W) resolved. Longer ones
 // are cut.
 std::string takeName(std::string_view& text) {
   std::string name;
   while (!text.empty() && name.size() < kLongestName) {
     const char next = text.front();
-    const bool escaped =
-        next == '#' && text.size() > 2 && hexDigit(text[1]) >= 0 && hexDigit(text[2]) >= 0;
+    const bool escaped = next == '#' && text.size() > 2 && ascii::hexDigit(text[1]) >= 0 &&
+                         ascii::hexDigit(text[2]) >= 0;
     if (!escaped &&
         (next <= ' ' || std::string_view("/<>[]()%{}").find(next) != std::string_view::npos))
       break;
-    name += escaped ? static_cast<char>(hexDigit(text[1]) * 16 + hexDigit(text[2])) : next;
+    name += escaped ? static_cast<char>(ascii::hexDigit(text[1]) * 16 + ascii::hexDigit(text[2]))
+                    : next;
     text.remove_prefix(escaped ? 3 : 1);
   }
   return name;

@@ -1,5 +1,7 @@
 #include "platform/interface/images/SVGDashes.h"
 
+#include "platform/core/ASCII.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -14,15 +16,11 @@ constexpr double kLengthForNumbers = 8;
 constexpr std::string_view kDashes = "stroke-dasharray";
 constexpr std::array<std::string_view, 5> kWithoutLengths{"id", "class", "fill", "stroke", "href"};
 
-bool isDigit(char character) {
-  return character >= '0' && character <= '9';
-}
-
 // The sum of all numbers in the text, signs left out.
 double sumOfNumbers(std::string_view text) {
   double sum = 0;
   while (!text.empty()) {
-    if (!isDigit(text.front()) && text.front() != '.') {
+    if (!ascii::isDigit(text.front()) && text.front() != '.') {
       text.remove_prefix(1);
       continue;
     }

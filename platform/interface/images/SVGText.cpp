@@ -1,5 +1,7 @@
 #include "platform/interface/images/SVGText.h"
 
+#include "platform/core/ASCII.h"
+
 #include <algorithm>
 #include <array>
 #include <string>
@@ -11,32 +13,20 @@ constexpr std::array<std::string_view, 6> kLayerProperties{
     "opacity", "filter", "mask", "clip-path", "mix-blend-mode", "isolation"};
 constexpr std::array<std::string_view, 6> kHarmlessValues{"1",    "1.0",    "100%",
                                                           "none", "normal", "auto"};
-constexpr std::string_view kBlanks = " \t\r\n";
-
-char lowered(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character + 'a' - 'A')
-                                              : character;
-}
-
-std::string_view trimmed(std::string_view text) {
-  const auto start = text.find_first_not_of(kBlanks);
-  if (start == std::string_view::npos) return {};
-  return text.substr(start, text.find_last_not_of(kBlanks) + 1 - start);
-}
 
 bool isHarmless(std::string_view value) {
-  return std::ranges::count(kHarmlessValues, trimmed(value)) > 0;
+  return std::ranges::count(kHarmlessValues, ascii::trimmed(value)) > 0;
 }
 
 bool endsName(std::string_view text, std::size_t position) {
   if (position == 0) return true;
-  const char before = lowered(text[position - 1]);
-  return before != '-' && (before < 'a' || before > 'z');
+  const char before = text[position - 1];
+  return before != '-' && !ascii::isLetter(before);
 }
 
 // The value that follows a property's name, or more than that.
 std::string_view valueAfter(std::string_view style, std::size_t position) {
-  auto rest = trimmed(style.substr(position));
+  auto rest = ascii::trimmed(style.substr(position));
   if (rest.starts_with(':')) rest.remove_prefix(1);
   return rest.substr(0, rest.find_first_of(";}"));
 }
@@ -58,7 +48,7 @@ bool mayEmbedFile(std::string_view text) {
   if (text.find('\\') != std::string_view::npos) return true;
   std::string dense;
   for (const char character : text) {
-    if (static_cast<unsigned char>(character) > ' ') dense += lowered(character);
+    if (static_cast<unsigned char>(character) > ' ') dense += ascii::lowered(character);
   }
   return dense.find("data:") != std::string::npos;
 }
@@ -69,7 +59,7 @@ bool makesLayer(std::string_view name, std::string_view value) {
 
 std::size_t layersInStyle(std::string_view style) {
   std::string low(style);
-  std::ranges::transform(low, low.begin(), lowered);
+  std::ranges::transform(low, low.begin(), ascii::lowered);
   std::size_t layers = 0;
   for (const auto property : kLayerProperties) layers += layersOfProperty(low, property);
   return layers;
@@ -81,7 +71,7 @@ bool declaresUTF8(std::string_view declaration) {
   at = declaration.find_first_of("\"'", at);
   if (at == std::string_view::npos) return false;
   std::string name(declaration.substr(at + 1, declaration.find(declaration[at], at + 1) - at - 1));
-  std::ranges::transform(name, name.begin(), lowered);
+  std::ranges::transform(name, name.begin(), ascii::lowered);
   return name == "utf-8" || name == "utf8" || name == "us-ascii";
 }
 
