@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <concepts>
 #include <limits>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -16,6 +18,28 @@ using kvl::Value;
 using Kind = Value::Kind;
 
 static_assert(sizeof(Value) == 16);
+
+class Thing final : public kvl::Object {
+ public:
+  [[nodiscard]] std::string_view typeName() const noexcept override { return "Thing"; }
+};
+
+// Objects of classes that derive from `Object` become values by themselves, no others.
+class NoThing;
+static_assert(std::convertible_to<std::shared_ptr<Thing>, Value>);
+static_assert(!std::constructible_from<Value, std::shared_ptr<const Thing>>);
+static_assert(!std::constructible_from<Value, std::shared_ptr<NoThing>>);
+static_assert(!std::constructible_from<Value, std::shared_ptr<int>>);
+
+TEST(ValueTest, HoldsObjectsOfAnyClassThatDerivesFromObject) {
+  const auto thing = std::make_shared<Thing>();
+  const Dictionary holder{{"thing", thing}, {"list", Array{thing, std::make_shared<Thing>()}}};
+  EXPECT_EQ(holder["thing"].kind(), Kind::object);
+  EXPECT_EQ(holder["thing"].object(), thing);
+  EXPECT_EQ((*holder["list"].array())[0].object(), thing);
+  EXPECT_EQ(holder["thing"].typeName(), "Thing");
+  EXPECT_TRUE(Value(std::shared_ptr<Thing>()).isNull());
+}
 
 TEST(ValueTest, KnowsItsKind) {
   const std::pair<Value, Kind> table[] = {

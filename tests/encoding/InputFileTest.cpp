@@ -54,9 +54,11 @@ TEST(InputFileTest, SharesItsDataWithWhoGaveIt) {
 
 TEST(InputFileTest, StandsInAValueAsTheSameObject) {
   const auto file = KVLInputFile::newWithFilename("a", "t/t", kvl::Data());
-  const kvl::Value value = std::shared_ptr<kvl::Object>(file);
+  const kvl::Value value = file;
   EXPECT_EQ(value.object(), file);
   EXPECT_EQ(value.typeName(), "KVLInputFile");
+  EXPECT_EQ(kvl::Dictionary({{"name", "f"}, {"value", file}})["value"].object(), file);
+  EXPECT_EQ((kvl::Array{file, 1}[0].object()), file);
 }
 
 TEST(InputFileTest, DescribesItselfWithoutItsContent) {

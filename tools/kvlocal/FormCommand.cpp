@@ -49,8 +49,7 @@ ExitCode appendInput(const Context& context, const FileInput& input, kvl::Array&
   kvl::Data data;
   const ExitCode result = readInput(input.path, context.rendezvous, data);
   if (result != ExitCode::ok) return result;
-  const std::shared_ptr<kvl::Object> file =
-      KVLInputFile::newWithFilename(input.filename, input.contentType, data);
+  const auto file = KVLInputFile::newWithFilename(input.filename, input.contentType, data);
   inputs.append(kvl::Dictionary{{"name", input.name}, {"value", file}});
   return ExitCode::ok;
 }

@@ -71,6 +71,10 @@ class KVL_EXPORT Value {
   Value(const Dictionary& dictionary) noexcept;
   /// An object of a class of its own, shared; none makes the null value.
   Value(std::shared_ptr<Object> object);
+  /// The same for an object of a class derived from `Object`, as in `Dictionary{{"file", file}}`.
+  template <class T>
+    requires(std::convertible_to<T*, Object*> && !std::same_as<T, Object>)
+  Value(std::shared_ptr<T> object) : Value(std::shared_ptr<Object>(std::move(object))) {}
 
   /// Any integer type but `bool`. An unsigned value beyond the signed 64-bit range becomes a real.
   template <std::integral T>
