@@ -166,6 +166,27 @@ class BlockingImageFetchTest : public FetchFixture {
     return KVLEncoding::imageFromSession(*session, RelativePath("icons/a"), {32, 32},
                                          WaitReason("r"), &error);
   }
+  // The image fetched on another thread while the main loop runs, with as much time as it takes.
+  ImageRef fetchElsewhere(const std::function<void()>& reply) {
+    ImageRef image;
+    bool done = false;
+    std::jthread fetching([&] {
+      image = kvl::encoding::waitForFetch<ImageRef>(
+          [&](KVLEncoding::ImageHandler handler) {
+            KVLEncoding::imageFromSession(*session, RelativePath("a"), {32, 32},
+                                          std::move(handler));
+          },
+          WaitReason("r"), std::chrono::minutes(2), &error);
+      kvl::DispatchQueue::main()->async([&] { done = true; });
+    });
+    const std::jthread answering([&] {
+      EXPECT_TRUE(waitUntil([this] { return !loader->tasks().empty(); }));
+      reply();
+    });
+    runMainLoopUntil([&] { return done; });
+    fetching.join();
+    return image;
+  }
   void onceAsked(std::function<void()> reply) const {
     kvl::DispatchQueue::main()->async(std::move(reply));
   }
@@ -181,6 +202,20 @@ TEST_F(BlockingImageFetchTest, ReturnsTheImageAndNamesThePath) {
   EXPECT_EQ(error, std::nullopt);
   EXPECT_EQ(log.count("WARNING: waiting for semaphore on main thread: image from session/icons/a"),
             1U);
+}
+
+TEST_F(BlockingImageFetchTest, ReturnsTheImageOnAnotherThread) {
+  const auto image = fetchElsewhere([&] { answer(kPicture); });
+  ASSERT_NE(image, nullptr);
+  EXPECT_EQ(image->size(), (kvl::Size{32, 16}));
+  EXPECT_EQ(error, std::nullopt);
+  EXPECT_EQ(log.count("WARNING"), 0U);
+}
+
+TEST_F(BlockingImageFetchTest, FailureOnAnotherThreadReturnsNoneAndLeavesTheErrorSlot) {
+  error = kvl::Error("before", 1);
+  EXPECT_EQ(fetchElsewhere([&] { task().fail(kLostConnection); }), nullptr);
+  EXPECT_EQ(error, kvl::Error("before", 1));
 }
 
 TEST_F(BlockingImageFetchTest, FailureReturnsNoneAndLeavesTheErrorSlot) {

@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+
 namespace {
 
 kvl::Size scaled(kvl::Size from, kvl::Size target) {
@@ -36,6 +39,22 @@ TEST(ImageScalingTest, StartsFromThePresentSize) {
   KVLExtensions::scaleImage(*image, {20, 20});
   expectSize(image->size(), {5, 20});
   EXPECT_EQ(image->naturalSize(), (kvl::Size{32, 16}));
+}
+
+TEST(ImageScalingTest, SizesThatAreNoNumbersDrawNothing) {
+  constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
+  const auto image = kvl::Image::imageWithData(kvltest::madeSVG());
+  ASSERT_NE(image, nullptr);
+  KVLExtensions::scaleImage(*image, {kNoNumber, kNoNumber});
+  EXPECT_TRUE(std::isnan(image->size().width) && std::isnan(image->size().height));
+  EXPECT_TRUE(image->rasterised(1).empty());
+  KVLExtensions::scaleImage(*image, {20, 20});
+  EXPECT_TRUE(image->rasterised(1).empty());
+  image->setSize({10, kNoNumber});
+  EXPECT_TRUE(image->rasterised(1).empty());
+  image->setSize({10, 10});
+  EXPECT_TRUE(image->rasterised(kNoNumber).empty());
+  EXPECT_FALSE(image->rasterised(1).empty());
 }
 
 }  // namespace

@@ -106,6 +106,11 @@ TEST_F(MenuEllipsisTest, IsNotAppendedTwice) {
   EXPECT_EQ(textOf(menuItemWithEllipsis(once)), Value("Open\u2026"));
 }
 
+TEST_F(MenuEllipsisTest, IsNotAppendedToATextOfNothingElse) {
+  const Dictionary description{{"text", "\u2026"}};
+  EXPECT_EQ(menuItemWithEllipsis(description), description);
+}
+
 TEST_F(MenuEllipsisTest, ThreeFullStopsAreNoEllipsis) {
   EXPECT_EQ(textOf(menuItemWithEllipsis(Dictionary{{"text", "Open..."}})), Value("Open...\u2026"));
 }

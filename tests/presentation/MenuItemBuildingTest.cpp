@@ -187,6 +187,18 @@ TEST_F(MenuItemBuildingTest, FormEnablesTheItemAndCarriesTheAction) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(MenuItemBuildingTest, ActionIsSentWithoutATargetButNotToOneThatIsGone) {
+  int sent = 0;
+  const kvl::MenuAction action([&sent](const std::shared_ptr<MenuItem>&) { ++sent; });
+  const Dictionary description{{"type", "item"}, {"form", Dictionary{{"id", "x"}}}};
+  EXPECT_TRUE(KVLEncoding::menuItem(description, images_, action, {})->activate());
+  auto target = std::make_shared<int>(1);
+  const auto item = KVLEncoding::menuItem(description, images_, action, target);
+  target.reset();
+  EXPECT_FALSE(item->activate());
+  EXPECT_EQ(sent, 1);
+}
+
 TEST_F(MenuItemBuildingTest, EmptyFormIsAFormWithoutId) {
   const auto item = buildItem({{"form", Dictionary{}}});
   EXPECT_TRUE(item->isEnabled());

@@ -62,6 +62,20 @@ TEST(MenuSegmentsTest, EachItemGivesASegmentInOrder) {
                                   .showsMenuIndicator = true}));
 }
 
+TEST(MenuSegmentsTest, SeparatorsAndSectionHeadersGiveDisabledSegmentsOfTheirTitles) {
+  Menu menu;
+  menu.addItem(MenuItem::sectionHeaderWithTitle("Recent"));
+  menu.addItem(MenuItem::separatorItem());
+  menu.addItem(MenuItem::itemWithTitle("a"));
+  SegmentedControl control;
+  KVLEncoding::applyMenu(menu, control);
+  constexpr auto kScaling = ImageScaling::proportionallyUpOrDown;
+  EXPECT_THAT(control.segments(),
+              ElementsAre(Segment{.enabled = false, .label = "Recent", .imageScaling = kScaling},
+                          Segment{.enabled = false, .imageScaling = kScaling},
+                          Segment{.label = "a", .imageScaling = kScaling}));
+}
+
 TEST(MenuSegmentsTest, LabelIsTheTitleAndNotTheAttributedOne) {
   Menu menu;
   const auto item = MenuItem::itemWithTitle("a");
