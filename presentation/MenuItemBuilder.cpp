@@ -59,6 +59,7 @@ void setSubtext(MenuItem& item, const std::string& text, std::string_view subtex
 void requestIcon(const std::shared_ptr<MenuItem>& item, std::string_view path,
                  const MenuContext& context) {
   if (path.empty() || !context.images) return;
+  item->setExpectsImage(true);  // first: the image may come inside the request
   context.images->imageWithRelativePath(
       KVLEncoding::RelativePath(path), KVLEncoding::menuIconSize(),
       [item](std::shared_ptr<Image> image) { item->setImage(std::move(image)); });

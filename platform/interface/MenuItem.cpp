@@ -17,6 +17,7 @@ struct Properties {
   std::string keyEquivalent;
   std::optional<MenuItemBadge> badge;
   std::shared_ptr<Image> image;
+  bool expectsImage = false;
   MenuItem::State mark = MenuItem::State::off;
   bool enabled = true;
   MenuAction action;
@@ -112,6 +113,13 @@ std::shared_ptr<Image> MenuItem::image() const {
 }
 void MenuItem::setImage(std::shared_ptr<Image> image) {
   implementation_->properties.set(&Properties::image, std::move(image));
+}
+
+bool MenuItem::expectsImage() const {
+  return implementation_->properties.get(&Properties::expectsImage);
+}
+void MenuItem::setExpectsImage(bool expects) {
+  implementation_->properties.set(&Properties::expectsImage, expects);
 }
 
 MenuItem::State MenuItem::state() const {

@@ -24,6 +24,7 @@ void expectBare(const MenuItem& item) {
   EXPECT_EQ(item.keyEquivalent(), "");
   EXPECT_EQ(item.badge(), std::nullopt);
   EXPECT_EQ(item.image(), nullptr);
+  EXPECT_FALSE(item.expectsImage());
   EXPECT_EQ(item.state(), MenuItem::State::off);
   EXPECT_FALSE(item.action());
   EXPECT_EQ(item.target().lock(), nullptr);
@@ -99,6 +100,17 @@ TEST(MenuItemTest, GivesBackItsLooks) {
   EXPECT_EQ(item->image(), image);
   EXPECT_EQ(item->state(), MenuItem::State::mixed);
   EXPECT_FALSE(item->isEnabled());
+}
+
+TEST(MenuItemTest, ExpectsAnImageUntilItIsToldOtherwiseWhateverComes) {
+  const auto item = MenuItem::itemWithTitle("Open");
+  item->setImage(std::make_shared<kvltest::PlainImage>());
+  EXPECT_FALSE(item->expectsImage());
+  item->setExpectsImage(true);
+  item->setImage(nullptr);
+  EXPECT_TRUE(item->expectsImage());
+  item->setExpectsImage(false);
+  EXPECT_FALSE(item->expectsImage());
 }
 
 TEST(MenuItemTest, GivesBackWhatItDoes) {

@@ -69,6 +69,22 @@ TEST_F(MenuIconTest, IsRequestedByPathAtTheIconSizeAndComesLater) {
   EXPECT_EQ(item->image(), image);
 }
 
+TEST_F(MenuIconTest, IsExpectedFromTheRequestOnWhateverComes) {
+  const auto item = buildWithIcon();
+  EXPECT_TRUE(item->expectsImage());
+  images_->requests[0].completion(std::make_shared<PlainImage>());
+  EXPECT_TRUE(item->expectsImage());
+  images_->requests[0].completion(nullptr);
+  EXPECT_TRUE(item->expectsImage());
+}
+
+TEST_F(MenuIconTest, IsNotExpectedWhereNoneIsRequested) {
+  EXPECT_FALSE(buildItem({{"icon", ""}})->expectsImage());
+  EXPECT_FALSE(buildItem({})->expectsImage());
+  const Dictionary description{{"type", "item"}, {"icon", "a.png"}};
+  EXPECT_FALSE(KVLEncoding::menuItem(description, nullptr, action_, target_)->expectsImage());
+}
+
 TEST_F(MenuIconTest, NoImageClearsTheItemsImageWithoutALine) {
   const auto item = buildWithIcon();
   item->setImage(std::make_shared<PlainImage>());
@@ -100,7 +116,9 @@ TEST_F(MenuIconTest, MayComeInsideTheRequest) {
   };
   const auto source = std::make_shared<PromptSource>();
   const Dictionary description{{"type", "item"}, {"icon", "a.png"}};
-  EXPECT_EQ(KVLEncoding::menuItem(description, source, action_, target_)->image(), source->image);
+  const auto item = KVLEncoding::menuItem(description, source, action_, target_);
+  EXPECT_EQ(item->image(), source->image);
+  EXPECT_TRUE(item->expectsImage());
 }
 
 TEST_F(MenuIconTest, PendingIconKeepsItsItem) {

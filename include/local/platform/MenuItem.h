@@ -97,6 +97,11 @@ class KVL_EXPORT MenuItem : public std::enable_shared_from_this<MenuItem> {
   /// In front of the title; null for none.
   [[nodiscard]] std::shared_ptr<Image> image() const;
   void setImage(std::shared_ptr<Image> image);
+  /// Whether an image is expected or was: a binding reserves the space of one, so that nothing
+  /// jumps when it comes. False in a new item. Whoever requests an image sets it beforehand; that
+  /// the image comes, or none does, changes nothing here.
+  [[nodiscard]] bool expectsImage() const;
+  void setExpectsImage(bool expects);
   [[nodiscard]] State state() const;
   void setState(State state);
   [[nodiscard]] bool isEnabled() const;
