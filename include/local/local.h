@@ -48,5 +48,6 @@
 #include <local/platform/URL.h>
 #include <local/platform/URLRequest.h>
 #include <local/platform/URLSession.h>
+#include <local/platform/UpdateCount.h>
 #include <local/platform/Value.h>
 #include <local/platform/Workspace.h>

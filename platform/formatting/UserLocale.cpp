@@ -7,10 +7,13 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <initializer_list>
 #include <limits>
 
 namespace kvl::formatting {
 namespace {
+
+constexpr const char* kCLocale = "en_US_POSIX";
 
 // Far beyond the last year of RFC 3339, far below what a `time_t` holds.
 constexpr double kLastSecond = 1e15;
@@ -35,17 +38,31 @@ void lookAtZone() {
   lookedAtFile = isFile ? now : kNever;
 }
 
+// The value of the first variable that has one.
+std::string localeFrom(std::initializer_list<const char*> variables) {
+  for (const char* variable : variables) {
+    const char* value = std::getenv(variable);
+    if (value != nullptr && *value != '\0') return withoutCLocale(value);
+  }
+  return kCLocale;
+}
+
 }  // namespace
 
+std::string withoutCLocale(std::string locale) {
+  if (locale == "C" || locale == "POSIX" || locale.starts_with("C.")) return kCLocale;
+  return locale;
+}
+
 std::string userTimeLocale() {
-  for (const char* variable : {"LC_ALL", "LC_TIME", "LANG"}) {
-    const char* value = std::getenv(variable);
-    if (value == nullptr || *value == '\0') continue;
-    std::string locale = value;
-    if (locale == "C" || locale == "POSIX" || locale.starts_with("C.")) return "en_US_POSIX";
-    return locale;
-  }
-  return "en_US_POSIX";
+  return localeFrom({"LC_ALL", "LC_TIME", "LANG"});
+}
+
+std::string userMessageLocales() {
+  auto locale = localeFrom({"LC_ALL", "LC_MESSAGES", "LANG"});
+  const char* languages = std::getenv("LANGUAGE");
+  if (languages == nullptr || *languages == '\0' || locale == kCLocale) return locale;
+  return std::string(languages) + ':' + locale;
 }
 
 std::optional<Date> userWallClock(Date date) {

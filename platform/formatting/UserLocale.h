@@ -13,6 +13,14 @@ namespace kvl::formatting {
 // instead. Thread-safe while nobody changes the environment.
 [[nodiscard]] std::string userTimeLocale();
 
+// The POSIX locales of the user's texts with colons between them, the most wanted first: those of
+// LANGUAGE, then LC_ALL, else LC_MESSAGES, else LANG. In the C locale LANGUAGE does not count.
+// Thread-safe while nobody changes the environment.
+[[nodiscard]] std::string userMessageLocales();
+
+// `locale`, or en_US_POSIX for the C locale's names.
+[[nodiscard]] std::string withoutCLocale(std::string locale);
+
 // The date at which a clock in GMT shows the day and time that the user's clock shows at `date`, to
 // the whole second. None where the system cannot tell: beyond its years, for no number.
 //

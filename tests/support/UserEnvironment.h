@@ -11,7 +11,7 @@ namespace kvltest {
 class UserEnvironment {
  public:
   UserEnvironment() {
-    for (const char* name : {"LC_ALL", "LC_TIME", "LANG", "TZ"}) {
+    for (const char* name : {"LC_ALL", "LC_TIME", "LC_MESSAGES", "LANG", "LANGUAGE", "TZ"}) {
       const char* value = std::getenv(name);
       saved_[name] = value != nullptr ? std::optional<std::string>(value) : std::nullopt;
       unsetenv(name);
@@ -29,7 +29,7 @@ class UserEnvironment {
   UserEnvironment(const UserEnvironment&) = delete;
   UserEnvironment& operator=(const UserEnvironment&) = delete;
 
-  // One of the four.
+  // One of those above.
   static void set(const char* name, const std::string& value) { setenv(name, value.c_str(), 1); }
 
  private:

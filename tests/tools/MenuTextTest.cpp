@@ -1,3 +1,4 @@
+#include "tests/support/UserEnvironment.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/MenuText.h"
 
@@ -40,6 +41,7 @@ class MenuTextTest : public testing::Test {
   std::string drawing() const { return textOf(menu); }
   std::string json() const { return jsonText(menuValue(menu)); }
 
+  const kvltest::UserEnvironment user;
   Menu menu;
 };
 
@@ -72,6 +74,13 @@ TEST_F(MenuTextTest, BadgesCountInWords) {
   add("a")->setBadge(kvl::MenuItemBadge::updatesWithCount(1));
   add("b")->setBadge(kvl::MenuItemBadge::updatesWithCount(3));
   EXPECT_EQ(drawing(), "    a  [1 update]\n    b  [3 updates]\n");
+}
+
+TEST_F(MenuTextTest, BadgesSpeakTheUsersLanguage) {
+  kvltest::UserEnvironment::set("LANG", "de_DE.UTF-8");
+  add("a")->setBadge(kvl::MenuItemBadge::updatesWithCount(3));
+  EXPECT_EQ(drawing(), "    a  [3 Aktualisierungen]\n");
+  EXPECT_EQ(json(), R"([{"kind":"item","title":"a","updates":3,"state":"off","enabled":true}])");
 }
 
 TEST_F(MenuTextTest, WhatAnItemHasBesideItsTitleStandsBehindIt) {

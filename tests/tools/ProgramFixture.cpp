@@ -104,9 +104,10 @@ void ProgramTest::useBus(const std::string& address) {
 
 void ProgramTest::useLocale(const std::string& locale, const std::string& zone) {
   std::erase_if(environment, [](const std::string& variable) {
-    return variable.starts_with("LC_ALL=") || variable.starts_with("TZ=");
+    return variable.starts_with("LC_ALL=") || variable.starts_with("LANGUAGE=") ||
+           variable.starts_with("TZ=");
   });
-  environment.insert(environment.end(), {"LC_ALL=" + locale, "TZ=" + zone});
+  environment.insert(environment.end(), {"LC_ALL=" + locale, "LANGUAGE=", "TZ=" + zone});
 }
 
 Outcome ProgramTest::run(const Arguments& arguments) {

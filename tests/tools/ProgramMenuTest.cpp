@@ -41,11 +41,11 @@ class MenuTest : public ServiceTest {
 
 constexpr auto kDrawing =
     "Updates\n"
-    "    Install now  [3 updates] [key i]\n"
+    "    Install now  [3 Aktualisierungen] [key i]\n"
     "      found on 01.05.2024, takes 2 Minuten\n"
     "  x Check every day\n"
     "      at 07:30\n"
-    "  - Previews  [1 update]\n"
+    "  - Previews  [1 Aktualisierung]\n"
     "    ----\n"
     "Documents\n"
     "    Print  [key p] [disabled]\n"
@@ -65,7 +65,7 @@ TEST_F(MenuTest, IsDrawnAsLines) {
 
 TEST_F(MenuTest, ShowsTheIdentifiersOfForms) {
   EXPECT_THAT(run({"menu", "--ids", "/menu"}).output,
-              AllOf(HasSubstr("\n    Install now  [3 updates] [key i] [id install]\n"),
+              AllOf(HasSubstr("\n    Install now  [3 Aktualisierungen] [key i] [id install]\n"),
                     HasSubstr("\n        first.txt  [id open-first]\n"),
                     HasSubstr("\n    Print  [key p] [disabled]\n")));
 }

@@ -2,6 +2,8 @@
 
 #include "tools/kvlocal/EventText.h"
 
+#include <local/platform/UpdateCount.h>
+
 #include <cstddef>
 #include <optional>
 #include <vector>
@@ -61,16 +63,12 @@ std::vector<std::string> linesOf(const MenuItem& item) {
   return lines;
 }
 
-std::string badgeText(const kvl::MenuItemBadge& badge) {
-  return std::to_string(badge.updates) + (badge.updates == 1 ? " update" : " updates");
-}
-
 std::string remarksOf(const MenuItem& item, MenuLook look) {
   std::string text;
   const auto add = [&text](const std::string& remark) {
     text += (text.empty() ? "  [" : " [") + remark + "]";
   };
-  if (const auto badge = item.badge()) add(badgeText(*badge));
+  if (const auto badge = item.badge()) add(kvl::localizedUpdateCount(badge->updates));
   if (const auto key = item.keyEquivalent(); !key.empty()) add("key " + escaped(key));
   const auto identifier = item.identifier();
   if (identifier && look.showsIdentifiers) add("id " + escaped(*identifier));
