@@ -1,12 +1,13 @@
 #include "tests/support/PrivateBus.h"
 
+#include "tests/support/Pipe.h"
+
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -56,39 +57,6 @@ class Streams {
 
  private:
   posix_spawn_file_actions_t actions_;
-};
-
-class Pipe {
- public:
-  Pipe() {
-    if (pipe2(ends_.data(), O_CLOEXEC) != 0) fail("pipe", errno);
-  }
-  ~Pipe() {
-    closeEnd(0);
-    closeEnd(1);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-
-  int writeEnd() const { return ends_[1]; }
-  // One line, without its end; what there was when the other side closed earlier.
-  std::string readLine() {
-    closeEnd(1);
-    std::string line;
-    char next = 0;
-    while (true) {
-      const ssize_t count = read(ends_[0], &next, 1);
-      if (count < 0 && errno == EINTR) continue;
-      if (count != 1 || next == '\n') return line;
-      line.push_back(next);
-    }
-  }
-
- private:
-  void closeEnd(std::size_t end) {
-    if (ends_[end] >= 0) close(std::exchange(ends_[end], -1));
-  }
-  std::array<int, 2> ends_{-1, -1};
 };
 
 void writeFile(const std::filesystem::path& path, std::string_view text) {
