@@ -1,0 +1,116 @@
+#include "qt/ErrorPresentation.h"
+
+#include "qt/PlainText.h"
+
+#include <local/platform/Log.h>
+
+#include <QApplication>
+#include <QLabel>
+#include <QTextBoundaryFinder>
+#include <QThread>
+#include <algorithm>
+#include <utility>
+
+namespace kvl::qt {
+namespace {
+
+// More lines would make the box higher than small screens.
+constexpr qsizetype kMostLines = 12;
+// In UTF-16 code units. Longer ones would not fit into the box; digests of 256 bits do.
+constexpr qsizetype kLongestWord = 64;
+// Where a word may be broken, without a sign of it. Whoever copies the text copies it, too.
+constexpr QChar kBreak(0x200B);
+constexpr QChar kEllipsis(0x2026);
+
+QString fewLines(const QString& text) {
+  const QString kept = text.section(QLatin1Char('\n'), 0, kMostLines - 1);
+  return kept.size() < text.size() ? kept + kEllipsis : kept;
+}
+
+// Paths and addresses are left alone where they can be broken by themselves.
+QString withShortWords(const QString& text) {
+  QTextBoundaryFinder finder(QTextBoundaryFinder::Line, text);
+  QString broken;
+  qsizetype length = 0;
+  for (qsizetype i = 0; i < text.size(); ++i) {
+    const QChar next = text.at(i);
+    finder.setPosition(i);
+    length = finder.isAtBoundary() ? 1 : length + 1;
+    if (length > kLongestWord && !next.isLowSurrogate() && !next.isMark()) {
+      broken += kBreak;
+      length = 1;
+    }
+    broken += next;
+  }
+  return broken;
+}
+
+QString shownText(const std::string& text) {
+  return withShortWords(fewLines(linesOf(text).trimmed()));
+}
+
+void showAsPlainText(QMessageBox& box) {
+  box.setTextFormat(Qt::PlainText);
+  const auto labels = box.findChildren<QLabel*>();
+  for (auto* label : labels) label->setTextFormat(Qt::PlainText);
+}
+
+}  // namespace
+
+ErrorTexts textsOf(const Error& error) {
+  const std::string description = error.localizedDescription();
+  const std::string reason = error.localizedFailureReason().value_or("");
+  const bool said = description.find(reason) != std::string::npos;
+  return {shownText(description), said ? QString() : shownText(reason)};
+}
+
+ErrorDesk::~ErrorDesk() {
+  if (box_) box_->disconnect(this);
+  delete box_.data();
+}
+
+void ErrorDesk::show(const Error& error) {
+  if (shown_ == error || std::ranges::find(waiting_, error) != waiting_.end()) return;
+  if (!shown_ && waiting_.empty()) return open(error);
+  if (waiting_.size() >= kMostWaiting) return log("error not shown: %@", error);
+  waiting_.push_back(error);
+}
+
+void ErrorDesk::open(const Error& error) {
+  shown_ = error;
+  const auto texts = textsOf(error);
+  box_ = new QMessageBox(QMessageBox::Warning, QApplication::applicationDisplayName(), texts.text,
+                         QMessageBox::Ok, QApplication::activeWindow());
+  box_->setInformativeText(texts.informativeText);
+  showAsPlainText(*box_);
+  box_->setAttribute(Qt::WA_DeleteOnClose);
+  connect(box_, &QObject::destroyed, this, &ErrorDesk::forgetShown);
+  // Queued: the window that the box belongs to may be about to be destroyed together with it.
+  connect(box_, &QObject::destroyed, this, &ErrorDesk::continueWithNext, Qt::QueuedConnection);
+  box_->open();
+}
+
+void ErrorDesk::forgetShown() {
+  shown_.reset();
+}
+
+void ErrorDesk::continueWithNext() {
+  if (shown_ || waiting_.empty()) return;
+  const Error next = waiting_.front();
+  waiting_.pop_front();
+  open(next);
+}
+
+ErrorPresenter errorPresenter(QPointer<ErrorDesk> desk, std::shared_ptr<Errands> errands) {
+  return [desk = std::move(desk), errands = std::move(errands),
+          gui = QThread::currentThread()](const Error& error) {
+    const auto show = [desk, error] {
+      if (desk) return desk->show(error);
+      log("error not shown: %@", error);
+    };
+    if (QThread::currentThread() == gui) return show();
+    if (!errands->handOver(show)) log("error not shown: %@", error);
+  };
+}
+
+}  // namespace kvl::qt

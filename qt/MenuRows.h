@@ -1,0 +1,32 @@
+// Which actions show which items when the list of items has changed.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace kvl {
+class MenuItem;
+}
+
+namespace kvl::qt {
+
+using MenuItems = std::vector<std::shared_ptr<MenuItem>>;
+
+// The same item may be in a list twice: then each has a row of its own.
+struct MenuRows {
+  struct Row {
+    std::optional<std::size_t> previous;  // which row it was before; none for a new one
+    bool moved = false;                   // it was there before, but not between these neighbours
+  };
+  std::vector<Row> rows;          // as many as there are items
+  std::vector<std::size_t> gone;  // the previous rows that are none any more
+};
+
+// What becomes of the rows of `before` when they have to show `after`. As few as possible are
+// moved.
+[[nodiscard]] MenuRows matchedRows(const std::vector<const MenuItem*>& before,
+                                   const MenuItems& after);
+
+}  // namespace kvl::qt

@@ -1,0 +1,25 @@
+/// @file
+/// From the framework's types to Qt's and back.
+#pragma once
+
+#include <local/platform/Export.h>
+#include <local/platform/Image.h>
+
+#include <QImage>
+#include <QString>
+#include <string>
+#include <string_view>
+
+namespace kvl::qt {
+
+/// The text of UTF-8; bytes that are none become U+FFFD. Any thread.
+[[nodiscard]] KVL_EXPORT QString qString(std::string_view text);
+
+/// The text in UTF-8; lone surrogates become U+FFFD. Any thread.
+[[nodiscard]] KVL_EXPORT std::string utf8(const QString& text);
+
+/// The picture of `bitmap`, in `QImage::Format_RGBA8888_Premultiplied`, which shares the pixels;
+/// null when the bitmap is empty, or has fewer pixels than it says. Any thread.
+[[nodiscard]] KVL_EXPORT QImage qImage(const Bitmap& bitmap, double devicePixelRatio = 1);
+
+}  // namespace kvl::qt
