@@ -1,0 +1,176 @@
+#include "qt/MenuIcons.h"
+#include "tests/qt/DrawnImage.h"
+#include "tests/qt/MenuScene.h"
+#include "tests/support/WaitUntil.h"
+
+#include <gmock/gmock.h>
+
+#include <limits>
+#include <vector>
+
+namespace {
+
+using kvl::qt::MenuIcons;
+using kvltest::DrawnImage;
+using kvltest::eventually;
+using testing::ElementsAre;
+using testing::Le;
+
+class MenuIconsTest : public testing::Test {
+ protected:
+  [[nodiscard]] std::unique_ptr<MenuIcons> makeIcons() {
+    return std::make_unique<MenuIcons>([this](const auto& image) { arrived.push_back(image); });
+  }
+  // The picture once it is there.
+  [[nodiscard]] QImage drawn(const std::shared_ptr<DrawnImage>& image, double scale = 1) {
+    EXPECT_TRUE(eventually([&] { return !icons->picture(image, scale).isNull(); }));
+    return icons->picture(image, scale);
+  }
+  // Nobody works with the image any more.
+  [[nodiscard]] static bool isAlone(const std::shared_ptr<DrawnImage>& image) {
+    return eventually([&] { return image.use_count() == 1; });
+  }
+
+  std::unique_ptr<kvltest::QtApplication> application = std::make_unique<kvltest::QtApplication>();
+  std::vector<std::shared_ptr<kvl::Image>> arrived;
+  std::unique_ptr<MenuIcons> icons = makeIcons();
+};
+
+TEST_F(MenuIconsTest, APictureComesLaterAndSaysWhoseItIs) {
+  const auto image = std::make_shared<DrawnImage>();
+  EXPECT_TRUE(icons->picture(image, 1).isNull());
+  EXPECT_TRUE(eventually([&] { return !arrived.empty(); }));
+  EXPECT_THAT(arrived, ElementsAre(image));
+  EXPECT_FALSE(icons->picture(image, 1).isNull());
+}
+
+TEST_F(MenuIconsTest, NoImageHasNoPicture) {
+  EXPECT_TRUE(icons->picture(nullptr, 1).isNull());
+}
+
+TEST_F(MenuIconsTest, AnImageIsDrawnOnceAndItsPictureKept) {
+  const auto image = std::make_shared<DrawnImage>();
+  const auto first = drawn(image).cacheKey();
+  EXPECT_EQ(drawn(image).cacheKey(), first);
+  EXPECT_EQ(image->drawings(), 1);
+}
+
+TEST_F(MenuIconsTest, ASizeThatWasSetIsSeenAtTheNextRequest) {
+  const auto image = std::make_shared<DrawnImage>(kvl::Size{8, 8});
+  EXPECT_EQ(drawn(image).size(), QSize(8, 8));
+  image->setSize({10, 6});
+  EXPECT_EQ(drawn(image).size(), QSize(10, 6));
+}
+
+TEST_F(MenuIconsTest, EachScaleHasItsOwnPicture) {
+  const auto image = std::make_shared<DrawnImage>(kvl::Size{8, 8});
+  EXPECT_EQ(drawn(image, 1).size(), QSize(8, 8));
+  EXPECT_EQ(drawn(image, 2).size(), QSize(16, 16));
+  EXPECT_EQ(drawn(image, 2).deviceIndependentSize(), QSizeF(8, 8));
+  EXPECT_EQ(image->drawings(), 2);
+}
+
+TEST_F(MenuIconsTest, ALargeImageIsDrawnToFit) {
+  const auto image = std::make_shared<DrawnImage>(kvl::Size{4000, 2000});
+  EXPECT_EQ(drawn(image, 2).width(), 2 * MenuIcons::side());
+  EXPECT_THAT(drawn(image, 2).height(), Le(MenuIcons::side() + 1));
+}
+
+TEST_F(MenuIconsTest, AnImageThatGrowsWhileItIsDrawnFitsAllTheSame) {
+  const auto image = std::make_shared<DrawnImage>(kvl::Size{8, 8});
+  image->growsTo({500, 500});
+  (void)icons->picture(image, 1);
+  ASSERT_TRUE(eventually([&] { return !arrived.empty(); }));
+  image->setSize({8, 8});
+  EXPECT_EQ(drawn(image).size(), QSize(MenuIcons::side(), MenuIcons::side()));
+}
+
+TEST_F(MenuIconsTest, AnImageThatCannotBeDrawnHasNoPictureAndIsNotAskedAgain) {
+  const auto image = std::make_shared<DrawnImage>(kvl::Size{0, 0});
+  (void)icons->picture(image, 1);
+  ASSERT_TRUE(eventually([&] { return !arrived.empty(); }));
+  EXPECT_TRUE(icons->picture(image, 1).isNull());
+  EXPECT_EQ(image->drawings(), 1);
+}
+
+TEST_F(MenuIconsTest, AnImageWhoseSizeIsNoNumberIsDrawnOnce) {
+  const double none = std::numeric_limits<double>::quiet_NaN();
+  const auto image = std::make_shared<DrawnImage>(kvl::Size{none, 12});
+  (void)icons->picture(image, 1);
+  ASSERT_TRUE(eventually([&] { return !arrived.empty(); }));
+  (void)icons->picture(image, 1);
+  for (int worker = 0; worker < 2; ++worker) (void)drawn(std::make_shared<DrawnImage>());
+  EXPECT_EQ(image->drawings(), 1);
+}
+
+TEST_F(MenuIconsTest, ASlowDrawingDoesNotHoldUpTheNext) {
+  const auto slow = std::make_shared<DrawnImage>();
+  const DrawnImage::Held held(*slow);
+  (void)icons->picture(slow, 1);
+  EXPECT_FALSE(drawn(std::make_shared<DrawnImage>()).isNull());
+  EXPECT_TRUE(icons->picture(slow, 1).isNull());
+}
+
+TEST_F(MenuIconsTest, TheIconsMayGoAwayWhileTheyAreDrawn) {
+  const auto image = std::make_shared<DrawnImage>();
+  {
+    const DrawnImage::Held held(*image);
+    (void)icons->picture(image, 1);
+    ASSERT_TRUE(eventually([&] { return image->drawings() == 1; }));
+    icons.reset();
+  }
+  EXPECT_TRUE(isAlone(image));
+  EXPECT_TRUE(arrived.empty());
+}
+
+TEST_F(MenuIconsTest, TheApplicationMayGoAwayWhileTheyAreDrawn) {
+  auto image = std::make_shared<DrawnImage>();
+  const std::weak_ptr<DrawnImage> watched = image;
+  {
+    const DrawnImage::Held held(*image);
+    (void)icons->picture(image, 1);
+    ASSERT_TRUE(eventually([&] { return image->drawings() == 1; }));
+    application.reset();
+  }
+  image.reset();
+  icons.reset();
+  EXPECT_TRUE(kvltest::waitUntil([&] { return watched.expired(); }));
+  EXPECT_TRUE(arrived.empty());
+}
+
+TEST_F(MenuIconsTest, NobodyDrawsWhatNobodyWaitsFor) {
+  const auto slow = std::make_shared<DrawnImage>();
+  const auto other = std::make_shared<DrawnImage>();
+  const auto late = std::make_shared<DrawnImage>();
+  {
+    const DrawnImage::Held held(*slow);
+    const DrawnImage::Held alsoHeld(*other);
+    for (const auto& image : {slow, other, late}) (void)icons->picture(image, 1);
+    icons.reset();
+  }
+  EXPECT_TRUE(isAlone(late));
+  EXPECT_EQ(late->drawings(), 0);
+}
+
+TEST_F(MenuIconsTest, PicturesDoNotKeepImages) {
+  auto image = std::make_shared<DrawnImage>();
+  (void)drawn(image);
+  arrived.clear();
+  EXPECT_TRUE(isAlone(image));
+}
+
+TEST_F(MenuIconsTest, ThosePicturesGoThatWereNotAskedForLongest) {
+  const auto first = std::make_shared<DrawnImage>();
+  const auto second = std::make_shared<DrawnImage>();
+  (void)drawn(first);
+  (void)drawn(second);
+  (void)drawn(first);
+  std::vector<std::shared_ptr<DrawnImage>> others(MenuIcons::kMostPictures - 1);
+  for (auto& image : others) (void)icons->picture(image = std::make_shared<DrawnImage>(), 1);
+  (void)drawn(first);
+  (void)drawn(second);
+  EXPECT_EQ(first->drawings(), 1);
+  EXPECT_EQ(second->drawings(), 2);
+}
+
+}  // namespace
