@@ -1,17 +1,19 @@
 #!/bin/bash
-# usage: exports.sh LIBRARY
-# Whatever the library exports is the framework's own, and the framework's classes are exported.
+# usage: exports.sh LIBRARY PREFIXES CLASS...
+# Every name that the library exports begins with one of the prefixes (with | between them), and the
+# classes are exported.
 set -euo pipefail
-library=$1
+library=$1 prefixes=$2
+shift 2
 
 exported=$(nm --dynamic --defined-only --demangle "$library" | cut -d ' ' -f 3-)
-own='^((typeinfo( name)?|vtable|VTT|guard variable|non-virtual thunk) (for|to) )?(KVL|kvl::|Notary)'
+own="^((typeinfo( name)?|vtable|VTT|guard variable|non-virtual thunk) (for|to) )?($prefixes)"
 foreign=$(grep -vE "$own" <<<"$exported" || true)
 if [ -n "$foreign" ]; then
   printf 'exported, but not the framework'\''s own:\n%s\n' "$foreign"
   exit 1
 fi
-for class in KVLSession KVLNotary KVLNotarySignature kvl::Value kvl::URLSession; do
+for class; do
   if ! grep -q "^$class::" <<<"$exported"; then
     echo "$class is not exported"
     exit 1
