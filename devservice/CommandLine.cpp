@@ -26,7 +26,7 @@ constexpr int kHighestPort = 65535;
 constexpr const char* kRoutesHelp =
     "Routes, each with the parameters that it takes:\n"
     "  /status\n"
-    "  /echo?as=body                    what was sent, of any method, form or document\n"
+    "  /echo?as=                        what was sent, of any method, form or document\n"
     "  /slow?ms=&pieces=                late, or in pieces with pauses\n"
     "  /bytes?count=                    so many bytes\n"
     "  /large?megabytes=                a large document\n"
@@ -35,7 +35,10 @@ constexpr const char* kRoutesHelp =
     "  /reset?after=                    a connection that breaks in mid-body\n"
     "  /image?format=&role=&side=       png or svg\n"
     "  /menu                            a menu, whose forms go to /echo\n"
+    "  /desktop                         what a desktop application shows of a service\n"
+    "  /icon/NAME                       an icon of its menus\n"
     "  /events?interval=&last=&...      an event stream\n"
+    "  /feed?interval=                  what has been sent to /echo, as an event stream\n"
     "and the files of --documents, which go before all others.";
 
 template <class Options>

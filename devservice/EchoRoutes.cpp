@@ -12,6 +12,8 @@
 namespace devservice {
 namespace {
 
+constexpr std::size_t kLongestValue = 200;
+
 bool isText(std::string_view body) {
   return g_utf8_validate(body.data(), static_cast<gssize>(body.size()), nullptr) != FALSE;
 }
@@ -108,9 +110,28 @@ std::string descriptionOf(const httplib::Request& request, const std::string& bo
   return document.text();
 }
 
+// Of a file the name and the size, of a long text the size.
+std::string valueOf(const FormPart& part) {
+  const std::string size = std::to_string(part.content.size()) + " bytes";
+  if (part.filename) return printable(*part.filename) + ", " + size;
+  return part.content.size() > kLongestValue ? size : printable(part.content);
+}
+
+JsonObject inputsOf(const httplib::Request& request, const std::string& body) {
+  JsonObject inputs;
+  const auto form = parseForm(request.get_header_value("Content-Type"), body);
+  if (const auto* parts = std::get_if<std::vector<FormPart>>(&form)) {
+    for (const FormPart& part : *parts) inputs.add(printable(part.name), valueOf(part));
+  }
+  return inputs;
+}
+
 void answer(const httplib::Request& request, const std::string& body, httplib::Response& response) {
-  if (request.get_param_value("as") == "body") {
+  const std::string as = request.get_param_value("as");
+  if (as == "body") {
     response.set_content(body, request.get_header_value("Content-Type"));
+  } else if (as == "inputs") {
+    response.set_content(inputsOf(request, body).text(), kJsonType);
   } else {
     response.set_content(descriptionOf(request, body), kJsonType);
   }
@@ -129,14 +150,23 @@ void echoWithoutBody(const httplib::Request& request, httplib::Response& respons
       });
 }
 
-void echo(const httplib::Request& request, httplib::Response& response,
-          const httplib::ContentReader& reader) {
-  if (const auto body = readBody(request, reader)) answer(request, *body, response);
+void announce(const httplib::Request& request, const std::string& body, Feed& feed) {
+  JsonObject data;
+  data.add("method", request.method).add("query", printable(queryOf(request)));
+  data.add("inputs", inputsOf(request, body));
+  feed.publish("submitted", data.text());
 }
 
 }  // namespace
 
-void addEchoRoutes(httplib::Server& server) {
+void addEchoRoutes(httplib::Server& server, ServiceState& state) {
+  const auto echo = [&state](const httplib::Request& request, httplib::Response& response,
+                             const httplib::ContentReader& reader) {
+    const auto body = readBody(request, reader);
+    if (!body) return;
+    announce(request, *body, state.feed());
+    answer(request, *body, response);
+  };
   server.Get("/echo", echoWithoutBody);
   server.Post("/echo", echo);
   server.Put("/echo", echo);

@@ -7,14 +7,10 @@
 #include <openssl/ssl.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <iterator>
 
 namespace devservice {
 namespace {
-
-constexpr std::string_view kLineEnd = "\r\n";
 
 // Plays a script to one client. Every function is false when the connection is to break, which it
 // does when the client left, when the service ends, and when the script says so.
@@ -30,7 +26,6 @@ class EventStream {
   [[nodiscard]] bool sendBatch(std::int64_t count);
   [[nodiscard]] bool sendPieces();
   [[nodiscard]] bool sendWholeChunks();
-  [[nodiscard]] bool sendChunk(std::string_view chunk);
   [[nodiscard]] bool end();
 
   const EventScript& script_;
@@ -38,7 +33,6 @@ class EventStream {
   StreamConnection& connection_;
   StreamPosition position_;
   std::string pending_;  // made and not yet sent
-  std::string frame_;    // of the last chunk; kept for its memory
 };
 
 bool EventStream::play() {
@@ -62,7 +56,7 @@ bool EventStream::sendPieces() {
   const std::int64_t count = std::min(script_.pieces, std::ssize(pending_));
   for (std::int64_t i = 0; i < count; ++i) {
     if (i > 0 && !connection_.pass(script_.gap)) return false;
-    if (!sendChunk(piece(pending_, i, count))) return false;
+    if (!connection_.writeChunk(piece(pending_, i, count))) return false;
   }
   pending_.clear();
   return true;
@@ -72,17 +66,9 @@ bool EventStream::sendWholeChunks() {
   const auto size = static_cast<std::size_t>(*script_.chunk);
   std::string_view rest = pending_;
   for (; rest.size() >= size; rest.remove_prefix(size))
-    if (!sendChunk(rest.substr(0, size))) return false;
+    if (!connection_.writeChunk(rest.substr(0, size))) return false;
   pending_.erase(0, pending_.size() - rest.size());
   return true;
-}
-
-// One write: head, bytes and end of the chunk together. An empty one would end the response.
-bool EventStream::sendChunk(std::string_view chunk) {
-  std::array<char, 2 * sizeof chunk.size()> size{};
-  const auto end = std::to_chars(size.data(), size.data() + size.size(), chunk.size(), 16).ptr;
-  frame_.assign(size.data(), end).append(kLineEnd).append(chunk).append(kLineEnd);
-  return connection_.write(frame_);
 }
 
 bool EventStream::end() {
@@ -92,7 +78,7 @@ bool EventStream::end() {
     pending_ += piece(event, 0, 2);
   }
   if (script_.chunk && !sendWholeChunks()) return false;
-  if (!pending_.empty() && !sendChunk(pending_)) return false;
+  if (!pending_.empty() && !connection_.writeChunk(pending_)) return false;
   if (script_.then == StreamEnd::Silence) connection_.waitForEnd();
   return script_.then == StreamEnd::Close;
 }

@@ -2,6 +2,8 @@
 // family needs a function here and a line in Server.cpp.
 #pragma once
 
+#include "devservice/Feed.h"
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -28,6 +30,8 @@ class ServiceState {
   void countRequest() noexcept { ++requests_; }
   [[nodiscard]] std::int64_t requests() const noexcept { return requests_; }
 
+  [[nodiscard]] Feed& feed() noexcept { return feed_; }
+
   // Waits, but no longer than until the service ends; false when it does.
   [[nodiscard]] bool waitFor(std::chrono::milliseconds time);
   // Ends the waits and shuts down the sockets of the streams.
@@ -41,6 +45,7 @@ class ServiceState {
  private:
   const std::string startedAt_;
   std::atomic<std::int64_t> requests_{0};
+  Feed feed_;
   std::mutex mutex_;
   std::condition_variable ended_;
   bool ending_ = false;    // protected by mutex_
@@ -57,8 +62,10 @@ void addStatusRoutes(httplib::Server& server, ServiceState& state);
 // GET, POST, PUT, PATCH and DELETE /echo: a JSON object that tells what came: method, path, query,
 // headers, size, body (bodyBase64 for what is no UTF-8), the JSON document that it is (json or
 // jsonError), the parts of a form (parts or formError, see FormBody.h), and the client's
-// certificate. With ?as=body it is the body itself, of the type that it came with.
-void addEchoRoutes(httplib::Server& server);
+// certificate. With ?as=body it is the body itself, of the type that it came with, and with
+// ?as=inputs an object with the values of a form's inputs. Whatever has another method than GET is
+// announced in the feed.
+void addEchoRoutes(httplib::Server& server, ServiceState& state);
 // GET, POST /slow?ms=&pieces=    answers after that time; in pieces, with that time between any two
 // GET, POST /code?status=&body=  that status, with a JSON object or with the given body
 // GET, POST /redirect?to=&status=302
@@ -71,6 +78,13 @@ void addTransferRoutes(httplib::Server& server, ServiceState& state);
 void addImageRoutes(httplib::Server& server);
 // GET /menu: a document with a menu of every kind of item; what it submits goes to /echo
 void addMenuRoutes(httplib::Server& server);
+// GET /desktop: a document with what a desktop application shows of a service: the menus of its
+// menu bar ("menu"), of its icon in the panel ("status") and a row of segments ("segments").
+// GET /icon/NAME: an icon of those menus, a template in SVG
+void addDesktopRoutes(httplib::Server& server);
+// GET /feed?interval=: the feed as an event stream. With an interval in milliseconds a "tick" comes
+// at least that often.
+void addFeedRoutes(httplib::Server& server, ServiceState& state);
 // GET /events: event streams; EventScript.h tells the parameters
 void addEventRoutes(httplib::Server& server, ServiceState& state);
 // GET of the files below `directory`; they go before all other routes. A path without a file is

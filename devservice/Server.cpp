@@ -78,11 +78,13 @@ std::string bodyText(const httplib::Request& request) {
 void addRoutes(httplib::Server& server, ServiceState& state, const ServiceOptions& options) {
   if (options.documents) addDocumentRoutes(server, *options.documents);
   addStatusRoutes(server, state);
-  addEchoRoutes(server);
+  addEchoRoutes(server, state);
   addTransferRoutes(server, state);
   addImageRoutes(server);
   addMenuRoutes(server);
+  addDesktopRoutes(server);
   addEventRoutes(server, state);
+  addFeedRoutes(server, state);
   server.set_logger([&state](const httplib::Request& request, const httplib::Response& response) {
     state.countRequest();
     log(request.method + " " + request.target + " " + std::to_string(response.status) +

@@ -7,11 +7,14 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cerrno>
+#include <charconv>
 
 namespace devservice {
 namespace {
 
+constexpr std::string_view kLineEnd = "\r\n";
 constexpr int kForever = -1;
 constexpr timeval kNoTimeout{};
 
@@ -46,6 +49,13 @@ bool StreamConnection::write(std::string_view bytes) {
   if (SSL_write_ex(&tls_, bytes.data(), bytes.size(), &written) == 1) return true;
   ERR_clear_error();
   return false;
+}
+
+bool StreamConnection::writeChunk(std::string_view bytes) {
+  std::array<char, 2 * sizeof bytes.size()> size{};
+  const auto end = std::to_chars(size.data(), size.data() + size.size(), bytes.size(), 16).ptr;
+  frame_.assign(size.data(), end).append(kLineEnd).append(bytes).append(kLineEnd);
+  return write(frame_);
 }
 
 bool StreamConnection::waitWritable() {

@@ -7,6 +7,7 @@
 #include <sys/time.h>
 
 #include <chrono>
+#include <string>
 #include <string_view>
 
 namespace devservice {
@@ -25,6 +26,8 @@ class StreamConnection {
 
   // One write to the TLS connection. False when nobody is there to read it.
   [[nodiscard]] bool write(std::string_view bytes);
+  // The same for one HTTP chunk: head, bytes and end together. An empty one ends the response.
+  [[nodiscard]] bool writeChunk(std::string_view bytes);
   // Waits until something can be written at once; false when nobody is there to read it.
   [[nodiscard]] bool waitWritable();
   // Lets that time pass; false when the client left or the service ends meanwhile.
@@ -41,6 +44,7 @@ class StreamConnection {
   SSL& tls_;
   const int socket_;
   timeval sendTimeout_{};  // the one that it had
+  std::string frame_;      // of the last chunk; kept for its memory
 };
 
 }  // namespace devservice

@@ -1,6 +1,7 @@
 #include "tests/integration/LocalService.h"
 
 #include "tests/support/FolderWait.h"
+#include "tests/support/SilentNotary.h"
 
 #include <local/platform/HostApplication.h>
 
@@ -14,14 +15,6 @@
 
 namespace kvltest {
 namespace {
-
-// Never answers and keeps no handler, which lets a session end: its timer would otherwise go on
-// and reach into later tests.
-class SilentNotary final : public KVLNotary {
- public:
-  SilentNotary() : KVLNotary(WithoutKeys{}) {}
-  void notariseWithCompletionHandler(CompletionHandler /*handler*/) override {}
-};
 
 std::string quoted(const std::filesystem::path& path) {
   return "'" + path.string() + "'";

@@ -16,6 +16,9 @@ class ServiceTest : public ProgramTest {
   // Starts a bus with a key store, the service and the notary.
   void SetUp() override;
 
+  // The session bus that all of them are on.
+  [[nodiscard]] const std::string& busAddress() const { return bus_.address(); }
+
   // The path of a new file with these bytes.
   std::string file(const std::string& name, const std::string& bytes) const;
 
