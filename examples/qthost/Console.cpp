@@ -1,0 +1,116 @@
+#include "examples/qthost/Console.h"
+
+#include "examples/qthost/DocumentView.h"
+#include "examples/qthost/FormDialog.h"
+#include "examples/qthost/Host.h"
+#include "examples/qthost/MainWindow.h"
+#include "examples/qthost/Picture.h"
+#include "examples/qthost/Texts.h"
+
+#include <local/platform/Log.h>
+#include <local/qt/Conversions.h>
+#include <local/qt/MenuView.h>
+
+#include <unistd.h>
+
+#include <QApplication>
+#include <QMenu>
+#include <QMenuBar>
+#include <QSocketNotifier>
+#include <QTimer>
+#include <array>
+#include <chrono>
+#include <iostream>
+
+namespace qthost {
+namespace {
+
+// Icons are still on their way when a menu opens.
+constexpr std::chrono::milliseconds kPictureDelay{300};
+
+void say(const QString& what, const QString& text) {
+  std::cout << kvl::qt::utf8(what) << ": " << kvl::qt::utf8(text) << std::endl;
+}
+
+}  // namespace
+
+Console::Console(Host& host, MainWindow& window) : QObject(&window), window_(window) {
+  connect(&host, &Host::stateChanged, this, [&host] { say("state", stateText(host.state())); });
+  connect(&host, &Host::eventsReceived, this, &Console::tellEvents);
+  connect(&window, &MainWindow::menusShown, this,
+          [](const QStringList& titles) { say("menus", titles.join(", ")); });
+  connect(&window, &MainWindow::submitted, this, [](const QString& title, const QString& outcome) {
+    say("submitted", title + ": " + outcome);
+  });
+  connect(
+      window.documentView(), &DocumentView::shown, this,
+      [](const QString& path, const QString& outcome) { say("document", path + ": " + outcome); });
+  auto* input = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
+  connect(input, &QSocketNotifier::activated, this, &Console::read);
+}
+
+void Console::read() {
+  std::array<char, 4096> bytes{};
+  const ssize_t count = ::read(STDIN_FILENO, bytes.data(), bytes.size());
+  if (count <= 0) return QApplication::closeAllWindows();
+  input_.append(bytes.data(), count);
+  for (qsizetype end = input_.indexOf('\n'); end >= 0; end = input_.indexOf('\n')) {
+    const QString line = QString::fromUtf8(input_.left(end));
+    input_.remove(0, end + 1);
+    obey(line.section(' ', 0, 0), line.section(' ', 1));
+  }
+}
+
+void Console::obey(const QString& command, const QString& argument) {
+  if (command == "activate") activate(argument);
+  if (command == "open") openMenu(argument.toInt());
+  if (command == "dismiss") dismiss();
+  if (command == "submit") submit();
+  if (command == "fetch") window_.documentView()->fetch(argument);
+  if (command == "picture")
+    QTimer::singleShot(kPictureDelay, this, [this, argument] { savePicture(argument); });
+}
+
+void Console::activate(const QString& identifier) {
+  for (const auto* view : window_.findChildren<kvl::qt::MenuView*>()) {
+    for (QAction* action : view->actions()) {
+      const auto item = view->itemOf(action);
+      const bool isMeant = item && item->identifier() == kvl::qt::utf8(identifier);
+      if (isMeant && action->isEnabled()) return action->trigger();
+    }
+  }
+  say("failed", "activate " + identifier);
+}
+
+void Console::openMenu(int index) {
+  QMenuBar* bar = window_.menuBar();
+  QAction* action = bar->actions().value(index);
+  const QMenu* menu = action != nullptr ? action->menu() : nullptr;
+  if (menu != nullptr) bar->setActiveAction(action);
+  if (menu == nullptr || !menu->isVisible())
+    return say("failed", QStringLiteral("open %1").arg(index));
+  say("opened", readText(action->text()));
+}
+
+void Console::dismiss() {
+  QWidget* menu = QApplication::activePopupWidget();
+  QWidget* shown = menu != nullptr ? menu : QApplication::activeModalWidget();
+  if (shown != nullptr) shown->close();
+}
+
+void Console::submit() {
+  if (auto* dialog = window_.findChild<FormDialog*>()) dialog->submit();
+}
+
+void Console::savePicture(const QString& file) {
+  say("picture", pictureOf(window_).save(file) ? file : "failed");
+}
+
+void Console::tellEvents(const EventInbox::Events& events) {
+  for (const auto& event : events) {
+    say("event", kvl::qt::qString(kvl::format("%@, id %@, data %@", event->event(),
+                                              event->identifier(), event->data())));
+  }
+}
+
+}  // namespace qthost

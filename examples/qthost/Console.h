@@ -1,0 +1,46 @@
+// The host as a script sees it.
+#pragma once
+
+#include "examples/qthost/EventInbox.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+namespace qthost {
+
+class Host;
+class MainWindow;
+
+// Tells on standard output what the window shows, and does what lines of standard input say:
+//
+//   activate IDENTIFIER   chooses an item of the menus
+//   open NUMBER           opens that menu of the menu bar, from 0
+//   dismiss               closes the menu, or else the form
+//   submit                submits the form that is open
+//   fetch PATH            shows that document
+//   picture FILE          writes what the user sees, as PNG
+//
+// What cannot be done is told as "failed". The end of the input closes the windows.
+class Console : public QObject {
+  Q_OBJECT
+
+ public:
+  // Goes away with the window. The host must outlive this.
+  Console(Host& host, MainWindow& window);
+
+ private:
+  void read();
+  void obey(const QString& command, const QString& argument);
+  void activate(const QString& identifier);
+  void openMenu(int index);
+  void dismiss();
+  void submit();
+  void savePicture(const QString& file);
+  void tellEvents(const EventInbox::Events& events);
+
+  MainWindow& window_;
+  QByteArray input_;
+};
+
+}  // namespace qthost

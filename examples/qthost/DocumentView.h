@@ -1,0 +1,50 @@
+// Documents of the service, fetched and shown.
+#pragma once
+
+#include "examples/qthost/Host.h"
+#include "examples/qthost/Outcome.h"
+
+#include <local/platform/Value.h>
+
+#include <QWidget>
+
+class QLineEdit;
+
+namespace qthost {
+
+class DocumentTree;
+class Notice;
+
+// A path to type, and the document there. What goes wrong is told in place, and the document that
+// was shown stays.
+class DocumentView : public QWidget {
+  Q_OBJECT
+
+ public:
+  // Shows the document at `path` as soon as it can be had. The host must outlive this.
+  DocumentView(Host& host, const QString& path, QWidget* parent = nullptr);
+
+  void fetch(const QString& path);
+
+ Q_SIGNALS:
+  // A fetch has ended, well or not.
+  void shown(const QString& path, const QString& outcome);
+
+ private:
+  struct Answer {
+    QString path;
+    std::optional<kvl::Value> document;
+    Outcome outcome;
+  };
+
+  void fetchFirst();
+  void take(int number, const Answer& answer);
+
+  Host& host_;
+  QLineEdit* const path_;
+  Notice* const notice_;
+  DocumentTree* const tree_;
+  int fetches_ = 0;  // only the last one is shown
+};
+
+}  // namespace qthost

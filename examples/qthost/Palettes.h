@@ -1,0 +1,10 @@
+// Light and dark.
+#pragma once
+
+#include <QPalette>
+
+namespace qthost {
+
+[[nodiscard]] QPalette darkPalette();
+
+}  // namespace qthost

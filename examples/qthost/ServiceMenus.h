@@ -1,0 +1,60 @@
+// The menus that the service describes.
+#pragma once
+
+#include "examples/qthost/Host.h"
+#include "examples/qthost/Outcome.h"
+
+#include <local/KVLEncodingMenus.h>
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+#include <chrono>
+#include <memory>
+
+namespace qthost {
+
+// Fetches a document whose arrays "menu", "status" and "segments" describe menus, again each time
+// the session is established, and builds them when they have changed. Until then the old ones stay.
+// What fails is tried again, at first soon and then less and less often.
+class ServiceMenus : public QObject {
+  Q_OBJECT
+
+ public:
+  // The host must outlive this.
+  ServiceMenus(Host& host, const QString& path, QObject* parent = nullptr);
+  ~ServiceMenus() override;
+
+  // Each without items before they are known.
+  [[nodiscard]] const std::shared_ptr<kvl::Menu>& bar() const { return bar_; }
+  [[nodiscard]] const std::shared_ptr<kvl::Menu>& status() const { return status_; }
+  [[nodiscard]] const std::shared_ptr<kvl::Menu>& segments() const { return segments_; }
+
+ Q_SIGNALS:
+  void changed();
+  void failed(const QString& why);
+  // The user has chosen an item with a form, which is the item's represented object.
+  void chosen(const std::shared_ptr<kvl::MenuItem>& item);
+
+ private:
+  void fetchWhenEstablished();
+  void fetch();
+  void take(const std::optional<kvl::Value>& document, const Outcome& outcome);
+  void fail(const QString& why);
+  void build(const kvl::Dictionary& document);
+  [[nodiscard]] std::shared_ptr<kvl::Menu> menuOf(const kvl::Value& descriptions) const;
+
+  Host& host_;
+  const KVLEncoding::RelativePath path_;
+  std::optional<kvl::Value> document_;
+  QTimer retry_;
+  std::chrono::milliseconds delay_{0};  // before the next try
+  kvl::MenuAction action_;
+  // Whom the items' action is for: an item that outlives this does nothing.
+  const std::shared_ptr<ServiceMenus*> target_;
+  std::shared_ptr<kvl::Menu> bar_;
+  std::shared_ptr<kvl::Menu> status_;
+  std::shared_ptr<kvl::Menu> segments_;
+};
+
+}  // namespace qthost

@@ -1,0 +1,71 @@
+#include "examples/qthost/StateDot.h"
+
+#include <QPainter>
+
+namespace qthost {
+namespace {
+
+constexpr int kSide = 16;
+constexpr qreal kDiameter = 9;
+constexpr qreal kStroke = 2;
+constexpr int kHalfTurn = 180 * 16;  // as QPainter counts
+
+QColor colorOf(KVLSessionState state) {
+  switch (state) {
+    case KVLSessionStateConnecting:
+      return {0x8a, 0x8a, 0x8a};
+    case KVLSessionStateEstablished:
+      return {0x2e, 0x9e, 0x44};
+    case KVLSessionStateDisconnected:
+      return {0xd2, 0x3b, 0x3b};
+    case KVLSessionStateRecovering:
+      return {0xe0, 0x9a, 0x1a};
+  }
+  return {};
+}
+
+void drawCross(QPainter& painter, const QRectF& place) {
+  painter.drawLine(place.topLeft(), place.bottomRight());
+  painter.drawLine(place.topRight(), place.bottomLeft());
+}
+
+}  // namespace
+
+void drawState(QPainter& painter, const QRectF& place, KVLSessionState state) {
+  const QColor color = colorOf(state);
+  constexpr qreal kInset = kStroke / 2;
+  const QRectF lines = place.adjusted(kInset, kInset, -kInset, -kInset);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setPen(QPen(color, kStroke));
+  if (state == KVLSessionStateDisconnected) return drawCross(painter, lines);
+  painter.setBrush(state == KVLSessionStateEstablished ? QBrush(color) : QBrush(Qt::NoBrush));
+  painter.drawEllipse(lines);
+  painter.setBrush(color);
+  if (state == KVLSessionStateRecovering) painter.drawChord(lines, 0, -kHalfTurn);
+}
+
+StateDot::StateDot(const Host& host, QWidget* parent) : QWidget(parent), host_(host) {
+  setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+  connect(&host, &Host::stateChanged, this, &StateDot::showState);
+  showState();
+}
+
+QSize StateDot::sizeHint() const {
+  return {kSide, kSide};
+}
+
+void StateDot::showState() {
+  const QString text = tr("Session: %1").arg(stateText(host_.state()));
+  setToolTip(text);
+  setAccessibleName(text);
+  update();
+}
+
+void StateDot::paintEvent(QPaintEvent* /*event*/) {
+  QRectF dot(0, 0, kDiameter, kDiameter);
+  dot.moveCenter(QRectF(rect()).center());
+  QPainter painter(this);
+  drawState(painter, dot, host_.state());
+}
+
+}  // namespace qthost
