@@ -1,6 +1,8 @@
 # ./dev demo: notary, service and host as separate processes in a session of their own. Every
-# section waits for what it announces; the exit status is 0 only if all of it happened.
+# section waits for what it announces; the exit status is 0 only if all of it happened. With --qt the
+# host has windows (see demo-qt.sh).
 # shellcheck shell=bash
+source tools/dev/demo-qt.sh
 
 readonly demo_patience=20 # seconds for any one thing to happen
 readonly demo_bin=build/debug/bin
@@ -36,6 +38,7 @@ demo_end() {
   [ $status -eq 0 ] || demo_show_logs
   for ((index = ${#demo_pids[@]} - 1; index >= 0; index--)); do stop "${demo_pids[index]}"; done
   rm -rf "$demo_dir"
+  [ -z "${pictures:-}" ] || rmdir --ignore-fail-on-non-empty "$pictures"
   exit $status
 }
 
@@ -59,13 +62,19 @@ wait_for_file() {
 
 wait_for_name() { gdbus wait --session --timeout "$demo_patience" "$1" || die "nobody owns $1"; }
 
+# next_line END: shows the next line that the host prints, which is then in `line`; fails when none
+# comes before SECONDS is END.
+next_line() {
+  local rest=$(($1 - SECONDS))
+  [ $rest -gt 0 ] && IFS= read -r -t "$rest" -u "$host_output" line || return 1
+  printf '   | %s\n' "$line"
+  check_event
+}
+
 # Shows what the host prints until a line matches PATTERN (as in [[ == ]]), which is then in `line`.
 expect() {
-  local pattern=$1 end=$((SECONDS + demo_patience)) left
-  while left=$((end - SECONDS)) && [ $left -gt 0 ]; do
-    IFS= read -r -t "$left" -u "$host_output" line || break
-    printf '   | %s\n' "$line"
-    check_event
+  local pattern=$1 end=$((SECONDS + demo_patience))
+  while next_line "$end"; do
     # shellcheck disable=SC2053 # a pattern is what is wanted
     [[ $line == $pattern ]] && return
   done
@@ -239,7 +248,7 @@ show_recovery() {
 }
 
 show_end() {
-  section '9. The end'
+  section "$1. The end"
   kill -0 "$host_pid" || die 'the host has crashed'
   exec {host_input}>&-
   eval "exec ${HOST[1]}>&-"
@@ -247,13 +256,22 @@ show_end() {
   note 'the host has ended by itself; everything shown above really happened'
 }
 
-run_demo() {
-  configure_and_build debug kvlocal-devnotary kvlocal-devservice kvlocal-cli \
-    kvlocal-example-console kvlocal-example-documents >&2
+# From here on whatever is started is ended with the demo.
+begin_demo() {
   demo_dir=$(mktemp -d)
   trap demo_end EXIT
   trap 'exit 130' INT
   trap 'exit 143' TERM
+}
+
+run_demo() {
+  if [ "${1:-}" = --qt ]; then
+    run_qt_demo "${@:2}"
+    return
+  fi
+  configure_and_build debug kvlocal-devnotary kvlocal-devservice kvlocal-cli \
+    kvlocal-example-console kvlocal-example-documents >&2
+  begin_demo
   start_session
   start_peers
   show_connection
@@ -262,5 +280,5 @@ run_demo() {
   show_renewal
   show_events
   show_recovery
-  show_end
+  show_end 9
 }

@@ -8,17 +8,16 @@ readonly tidy_build=build/debug
 readonly tidy_cannot_read='^bench/JSONPeerRapidJSON\.cpp '
 
 # Prints each compiled file of the tree followed by the tree's files that it is made from, one
-# file's in one line. The first dependency of an object is its source.
+# file's in one line. The first dependency of an object is its source; generated sources are passed
+# over.
 compiled_files() {
   ninja -C "$tidy_build" -t deps | awk -v root="$PWD/" '
     function flush() { if (line != "") print line; line = "" }
-    /^[^ ]/ { flush(); next }
-    NF == 1 {
-      path = $1
-      if (index(path, root) != 1) next
-      path = substr(path, length(root) + 1)
-      if (path ~ /^build\//) next
-      line = line == "" ? path : line " " path
+    function in_tree(path) { return index(path, root) == 1 && index(path, root "build/") != 1 }
+    /^[^ ]/ { flush(); is_source = 1; next }
+    NF == 1 && is_source { is_generated = !in_tree($1); is_source = 0 }
+    NF == 1 && !is_generated && in_tree($1) {
+      line = line (line == "" ? "" : " ") substr($1, length(root) + 1)
     }
     END { flush() }' | grep -v "$tidy_cannot_read" | sort -u -k1,1
 }
