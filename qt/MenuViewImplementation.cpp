@@ -8,7 +8,6 @@
 #include <QActionEvent>
 #include <QApplication>
 #include <QHelpEvent>
-#include <QMenuBar>
 #include <QPointer>
 #include <QScopedValueRollback>
 #include <QScreen>
@@ -20,24 +19,6 @@
 
 namespace kvl::qt {
 namespace {
-
-const MenuView* viewAbove(const MenuView& view) {
-  return qobject_cast<const MenuView*>(view.parentWidget());
-}
-
-// The views in the same menu bar, in its order.
-std::vector<const MenuView*> viewsBeside(const MenuView& view) {
-  for (auto* shownBy : view.menuAction()->associatedObjects()) {
-    const auto* bar = qobject_cast<const QMenuBar*>(shownBy);
-    if (!bar) continue;
-    std::vector<const MenuView*> views;
-    for (const auto* action : bar->actions())
-      if (const auto* beside = qobject_cast<const MenuView*>(action->menu()); beside)
-        views.push_back(beside);
-    return views;
-  }
-  return {&view};
-}
 
 // Views of sub-menus are made at once, so that their keys work before anybody has opened them.
 // What is nested deeper, or more than these, waits until its item is highlighted.
@@ -426,26 +407,6 @@ bool MenuView::Implementation::showWholeText(const QHelpEvent& place) const {
 
 QImage MenuView::Implementation::icon(const MenuEntry& entry) const {
   return icons_.picture(entry.image, view_.devicePixelRatio());
-}
-
-void MenuView::Implementation::chooseFirstWith(const QKeySequence& keys) {
-  const auto* top = &view_;
-  while (viewAbove(*top)) top = viewAbove(*top);
-  for (const auto* view : viewsBeside(*top))
-    if (auto* action = view->implementation_->firstWith(keys)) return action->trigger();
-  if (auto* action = firstWith(keys)) action->trigger();
-}
-
-// The first action with these keys that can be chosen, in the order in which menus show them.
-QAction* MenuView::Implementation::firstWith(const QKeySequence& keys) const {
-  for (auto* action : actions_) {
-    if (!action->isEnabled()) continue;
-    if (action->shortcut() == keys) return action;
-    const auto* subview = qobject_cast<MenuView*>(action->menu());
-    auto* below = subview ? subview->implementation_->firstWith(keys) : nullptr;
-    if (below) return below;
-  }
-  return nullptr;
 }
 
 }  // namespace kvl::qt

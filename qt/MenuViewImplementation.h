@@ -95,6 +95,9 @@ class MenuView::Implementation final : public MenuContents {
 
   void choose(MenuItemAction& action);
   void send(const Chosen& items);
+
+  // Null for a view that is not in another one.
+  [[nodiscard]] static const MenuView* viewAbove(const MenuView& view);
   void chooseFirstWith(const QKeySequence& keys);
   [[nodiscard]] QAction* firstWith(const QKeySequence& keys) const;
 

@@ -22,8 +22,8 @@ namespace kvl::qt {
 ///   run without GLib.
 ///
 /// Make one after the `QApplication` and before anything that builds menus, on the GUI thread, and
-/// destroy it before the application. What was set before is set again then. While several live, the
-/// one made last answers; they may be destroyed in any order.
+/// destroy it before the application. What was set before is set again then. While several live,
+/// the one made last answers; they may be destroyed in any order.
 class KVL_EXPORT Integration {
  public:
   Integration();
