@@ -44,8 +44,8 @@ class MenuContents;
 /// that does not fit is cut short; the tool tip of an item that has none says it in full.
 ///
 /// A view has a style of its own, which asks the application's. While the application has a style
-/// sheet with rules for `QMenu::item`, views show their items as any menu does: without second
-/// lines, badges and mixed marks. Give such rules to the host's own menus only.
+/// sheet with rules for `QMenu::item`, views that are made show their items as any menu does:
+/// without second lines, badges and mixed marks. Give such rules to the host's own menus only.
 class KVL_EXPORT MenuView : public QMenu {
   Q_OBJECT
 
