@@ -26,10 +26,12 @@ int widthOf(const QString& line, const QFont& font) {
   return static_cast<int>(std::ceil(QFontMetricsF(font).horizontalAdvance(line)));
 }
 
-void paintLine(QPainter& painter, const QRect& rect, const QString& line, Qt::Alignment alignment) {
+void paintLine(QPainter& painter, const QRect& rect, const QString& line, Qt::Alignment alignment,
+               const QFontMetrics& metrics, int flags) {
   painter.setLayoutDirection(line.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
-  painter.drawText(rect, static_cast<int>(alignment | Qt::AlignAbsolute) | Qt::TextSingleLine,
-                   painter.fontMetrics().elidedText(line, Qt::ElideRight, rect.width()));
+  painter.drawText(rect,
+                   static_cast<int>(alignment | Qt::AlignAbsolute) | Qt::TextSingleLine | flags,
+                   metrics.elidedText(line, Qt::ElideRight, rect.width()));
 }
 
 ElidedText::ElidedText(Tone tone, QWidget* parent) : QWidget(parent), tone_(tone) {
@@ -62,7 +64,7 @@ void ElidedText::paintEvent(QPaintEvent*) {
                      ? text
                      : tonedDown(text, palette().color(QPalette::Window), kSecondaryShare));
   const auto side = QStyle::visualAlignment(layoutDirection(), Qt::AlignLeft);
-  paintLine(painter, rect(), text_, side | Qt::AlignVCenter);
+  paintLine(painter, rect(), text_, side | Qt::AlignVCenter, painter.fontMetrics());
 }
 
 void ElidedText::changeEvent(QEvent* event) {

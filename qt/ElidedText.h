@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QFont>
+#include <QFontMetrics>
 #include <QString>
 #include <QWidget>
 
@@ -13,8 +14,10 @@ namespace kvl::qt {
 [[nodiscard]] int widthOf(const QString& line, const QFont& font);
 
 // Paints a line as its own letters run, whichever way the layout runs, and elided at its end.
-// `alignment` is absolute.
-void paintLine(QPainter& painter, const QRect& rect, const QString& line, Qt::Alignment alignment);
+// `alignment` is absolute; `flags` are further ones of `QPainter::drawText`. `metrics` are those of
+// the painter's font.
+void paintLine(QPainter& painter, const QRect& rect, const QString& line, Qt::Alignment alignment,
+               const QFontMetrics& metrics, int flags = 0);
 
 // As wide as its text if there is room, else elided. GUI thread.
 class ElidedText final : public QWidget {

@@ -18,8 +18,6 @@ namespace {
 constexpr qsizetype kMostLines = 12;
 // In UTF-16 code units. Longer ones would not fit into the box; digests of 256 bits do.
 constexpr qsizetype kLongestWord = 64;
-// Where a word may be broken, without a sign of it. Whoever copies the text copies it, too.
-constexpr QChar kBreak(0x200B);
 constexpr QChar kEllipsis(0x2026);
 
 QString fewLines(const QString& text) {
@@ -30,19 +28,10 @@ QString fewLines(const QString& text) {
 // Paths and addresses are left alone where they can be broken by themselves.
 QString withShortWords(const QString& text) {
   QTextBoundaryFinder finder(QTextBoundaryFinder::Line, text);
-  QString broken;
-  qsizetype length = 0;
-  for (qsizetype i = 0; i < text.size(); ++i) {
-    const QChar next = text.at(i);
+  return withBreaks(text, kLongestWord, [&](qsizetype i) {
     finder.setPosition(i);
-    length = finder.isAtBoundary() ? 1 : length + 1;
-    if (length > kLongestWord && !next.isLowSurrogate() && !next.isMark()) {
-      broken += kBreak;
-      length = 1;
-    }
-    broken += next;
-  }
-  return broken;
+    return finder.isAtBoundary();
+  });
 }
 
 QString shownText(const std::string& text) {

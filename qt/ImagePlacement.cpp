@@ -8,8 +8,6 @@ namespace kvl::qt {
 namespace {
 
 constexpr double kLargestEnlargement = 4;
-// Of pictures in colours of their own in segments that are disabled.
-constexpr double kDisabledOpacity = 0.4;
 
 bool isProper(Size size) {
   return std::isfinite(size.width) && std::isfinite(size.height) && size.width > 0 &&

@@ -20,6 +20,9 @@ namespace kvl::qt {
 // the size `placed`: usually it is shrunk to fit a square of `side`. At least 1, and bounded.
 [[nodiscard]] double enlargementOf(Size size, QSizeF placed, int side);
 
+// Of pictures in colours of their own where they cannot be used.
+inline constexpr double kDisabledOpacity = 0.4;
+
 // The shape of the picture in one colour.
 [[nodiscard]] QImage tinted(const QImage& picture, const QColor& colour);
 

@@ -10,7 +10,7 @@
 namespace kvl::qt {
 namespace {
 
-QString withoutMnemonics(QString title) {
+QString escaped(QString title) {
   return title.replace(QLatin1Char('&'), QLatin1String("&&"));
 }
 
@@ -55,7 +55,7 @@ bool MenuItemAction::update() {
 
 // Menus hear of each property by itself, so those that stay are left alone.
 void MenuItemAction::show(const MenuEntry& entry) {
-  if (entry.title != entry_.title) setText(withoutMnemonics(entry.title));
+  if (entry.title != entry_.title) setText(escaped(entry.title));
   if (entry.toolTip != entry_.toolTip) setToolTip(wrapped(entry.toolTip));
   if (entry.keys != entry_.keys) setShortcut(entry.keys);
   if (entry.enabled != isEnabled()) setEnabled(entry.enabled);

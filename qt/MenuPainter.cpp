@@ -1,5 +1,7 @@
 #include "qt/MenuPainter.h"
 
+#include "qt/ElidedText.h"
+#include "qt/ImagePlacement.h"
 #include "qt/MenuMarks.h"
 
 #include <QPainter>
@@ -11,8 +13,6 @@ namespace {
 
 constexpr int kMostBackgrounds = 16;
 constexpr int kMostTinted = 1024;
-// How much is left of a coloured icon of an entry that is not enabled.
-constexpr double kDisabledIcon = 0.4;
 
 // Some styles highlight what cannot be chosen, for those who go through a menu by its keys.
 bool mayBeHighlighted(const QStyleOptionMenuItem& option, const QStyle& style,
@@ -55,11 +55,7 @@ void paintText(QPainter& painter, const QString& text, const QRect& rect, const 
   painter.setFont(font);
   painter.setPen(colour);
   const auto start = QStyle::visualAlignment(rowDirection, Qt::AlignLeft);
-  painter.setLayoutDirection(text.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
-  painter.drawText(rect,
-                   static_cast<int>(start | Qt::AlignVCenter | Qt::AlignAbsolute) |
-                       Qt::TextSingleLine | Qt::TextDontClip,
-                   metrics.elidedText(text, Qt::ElideRight, rect.width()));
+  paintLine(painter, rect, text, start | Qt::AlignVCenter, metrics, Qt::TextDontClip);
 }
 
 void paintArrow(const QRect& rect, const QColor& colour, const QStyleOptionMenuItem& row,
@@ -141,11 +137,8 @@ MenuColours MenuPainter::colours(const QStyleOptionMenuItem& row, const QStyle& 
 QImage MenuPainter::tinted(const QImage& shape, const QColor& colour) {
   const QPair key(shape.cacheKey(), colour.rgba());
   if (const QImage* kept = tinted_.object(key)) return *kept;
-  QImage image = shape.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-  QPainter painter(&image);
-  painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-  painter.fillRect(QRectF(QPointF(), image.deviceIndependentSize()), colour);
-  painter.end();
+  const QImage image =
+      qt::tinted(shape.convertToFormat(QImage::Format_ARGB32_Premultiplied), colour);
   tinted_.insert(key, new QImage(image));
   return image;
 }
@@ -155,7 +148,7 @@ void MenuPainter::paintIcon(QPainter& painter, const QRect& rect, const QImage& 
   if (picture.isNull()) return;
   const QRect place = centred(picture.deviceIndependentSize().toSize(), rect);
   const double opacity = painter.opacity();
-  if (!enabled && !isTemplate) painter.setOpacity(opacity * kDisabledIcon);
+  if (!enabled && !isTemplate) painter.setOpacity(opacity * kDisabledOpacity);
   painter.drawImage(place.topLeft(), isTemplate ? tinted(picture, colour) : picture);
   painter.setOpacity(opacity);
 }

@@ -34,21 +34,29 @@ constexpr QChar kBreak(0x200b);  // is not seen
 
 // Wherever a word is longer than any line should be, it may be broken.
 QString breakable(const QString& text) {
-  QString broken;
-  broken.reserve(text.size() + text.size() / kLongestWord);
-  qsizetype word = 0;
-  for (const QChar c : text) {
-    word = c.isSpace() ? 0 : word + 1;
-    if (word > kLongestWord && !c.isLowSurrogate() && !c.isMark()) {
-      broken.append(kBreak);
-      word = 1;
-    }
-    broken.append(c);
-  }
-  return broken;
+  return withBreaks(text, kLongestWord, [&](qsizetype i) {
+    return text.at(i).isSpace() || (i > 0 && text.at(i - 1).isSpace());
+  });
 }
 
 }  // namespace
+
+QString withBreaks(const QString& text, qsizetype longest,
+                   const std::function<bool(qsizetype)>& begins) {
+  QString broken;
+  broken.reserve(text.size() + text.size() / longest);
+  qsizetype length = 0;
+  for (qsizetype i = 0; i < text.size(); ++i) {
+    const QChar next = text.at(i);
+    length = begins(i) ? 1 : length + 1;
+    if (length > longest && !next.isLowSurrogate() && !next.isMark()) {
+      broken += kBreak;
+      length = 1;
+    }
+    broken += next;
+  }
+  return broken;
+}
 
 QString lineOf(std::string_view text) {
   auto line = cut(text);

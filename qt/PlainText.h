@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QString>
+#include <functional>
 #include <string_view>
 
 namespace kvl::qt {
@@ -15,6 +16,12 @@ inline constexpr qsizetype kLongestText = 1000;
 
 // The same with its line feeds.
 [[nodiscard]] QString linesOf(std::string_view text);
+
+// `text` with a sign that is not seen wherever a word may be broken since it is longer than
+// `longest` code units; none inside a character. `begins` tells where words begin. Whoever copies
+// the text copies the signs, too.
+[[nodiscard]] QString withBreaks(const QString& text, qsizetype longest,
+                                 const std::function<bool(qsizetype index)>& begins);
 
 // `text` as rich text that looks like it, wrapped at words, and within those of more than 60
 // characters: so that nobody takes a "<" for mark-up.

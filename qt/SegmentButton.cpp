@@ -159,7 +159,8 @@ void SegmentButton::paintContent(QPainter& painter) const {
   const QColor colour = palette().color(QPalette::ButtonText);
   painter.setPen(colour);
   if (!parts.icon.isEmpty()) paintIcon(painter, parts.icon, colour);
-  if (!parts.label.isEmpty()) paintLine(painter, parts.label, label_, Qt::AlignCenter);
+  if (!parts.label.isEmpty())
+    paintLine(painter, parts.label, label_, Qt::AlignCenter, painter.fontMetrics());
   if (!parts.indicator.isEmpty()) {
     QStyleOption arrow;
     arrow.initFrom(this);
