@@ -5,7 +5,13 @@ add_library(kvl_flags INTERFACE)
 # (https://gcc.gnu.org/bugzilla/show_bug.cgi?id=105651).
 target_compile_options(kvl_flags INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wno-sign-conversion
-  "$<$<CXX_COMPILER_ID:GNU>:-Wno-dangling-else;-Wno-restrict>")
+  "$<$<CXX_COMPILER_ID:GNU>:-Wno-dangling-else;-Wno-restrict>"
+  "$<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>")
+if(CMAKE_UNITY_BUILD)
+  # A source that is included into another one looks like a header to g++, which warns of anonymous
+  # namespaces in it.
+  target_compile_options(kvl_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endif()
 if(KVL_SANITIZE)
   target_compile_options(kvl_flags INTERFACE -fsanitize=${KVL_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)

@@ -39,6 +39,7 @@
 #include <local/platform/Menu.h>
 #include <local/platform/MenuAction.h>
 #include <local/platform/MenuItem.h>
+#include <local/platform/Mutex.h>
 #include <local/platform/Object.h>
 #include <local/platform/Observation.h>
 #include <local/platform/Progress.h>

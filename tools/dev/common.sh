@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 readonly package_list=packaging/debian-packages.txt
-readonly presets='debug release asan tsan'
+readonly presets='debug unity release asan tsan'
 
 section() { printf '\n== %s\n' "$*"; }
 note() { printf '   %s\n' "$*"; }

@@ -2,7 +2,8 @@
 /// Properties that are read and written whole.
 #pragma once
 
-#include <mutex>
+#include <local/platform/Mutex.h>
+
 #include <utility>
 
 namespace kvl {
@@ -21,7 +22,7 @@ class Atomic {
   Atomic& operator=(const Atomic&) = delete;
 
   [[nodiscard]] T get() const {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return value_;
   }
 
@@ -29,14 +30,14 @@ class Atomic {
 
   /// Stores `value` and returns what was stored before.
   T exchange(T value) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     std::swap(value_, value);
     return value;
   }
 
  private:
-  mutable std::mutex mutex_;
-  T value_{};
+  mutable Mutex mutex_;
+  T value_ KVL_GUARDED_BY(mutex_){};
 };
 
 }  // namespace kvl
