@@ -1,4 +1,5 @@
 // The client's key pair in the key store.
+#include "platform/security/KeyStore.h"
 #include "platform/security/Operations.h"
 
 #include <local/KVLNotary.h>
@@ -38,7 +39,8 @@ std::optional<kvl::Error> KVLNotary::createKeysPublic(kvl::KeyRef* publicKey,
       {kSecAttrLabel, kvl::format("%@ (%@)", hostIdentifier(), kKeyDescription)},
       {kSecAttrComment, kKeyComment},
       {kSecAttrDescription, kKeyDescription}};
-  const kvl::Status status = SecKeyGeneratePair(parameters, publicKey, privateKey);
+  const kvl::Status status =
+      SecKeyGeneratePair(*defaultKeyStore(), parameters, publicKey, privateKey);
   if (status == kvl::kSuccess) return std::nullopt;
   return kvl::Error(kvl::NSOSStatusErrorDomain, status);
 }
@@ -48,7 +50,7 @@ std::optional<kvl::Error> KVLNotary::deleteKeys() {
   query.remove(kSecAttrKeyClass);
   query.remove(kSecAttrKeyType);
   query.set(kSecMatchLimit, kSecMatchLimitAll);
-  const kvl::Status status = SecItemDelete(query);
+  const kvl::Status status = SecItemDelete(*defaultKeyStore(), query);
   if (status == kvl::kSuccess || status == kvl::errSecItemNotFound) return std::nullopt;
   return kvl::Error(kvl::NSOSStatusErrorDomain, status, {{"call", "SecItemDelete"}});
 }

@@ -1,5 +1,6 @@
 #include "notary/NotaryReply.h"
 
+#include "platform/security/KeyStore.h"
 #include "platform/security/Operations.h"
 
 #include <local/platform/Log.h>
@@ -31,7 +32,8 @@ CertificateRef clientCertificate(const Dictionary& reply) {
 IdentityRef identityFor(const CertificateRef& certificate) {
   if (!certificate) return nullptr;
   IdentityRef identity;
-  const Status status = security::SecIdentityCreateWithCertificate(certificate, identity);
+  const Status status = security::SecIdentityCreateWithCertificate(*security::defaultKeyStore(),
+                                                                   certificate, identity);
   if (status == kSuccess) return identity;
   log("client identity error: %@", Error(NSPOSIXErrorDomain, status));
   return nullptr;

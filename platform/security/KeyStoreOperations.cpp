@@ -1,4 +1,4 @@
-// The operations on keys in the default key store.
+// The operations on keys in a key store.
 #include "platform/security/KeyEncoding.h"
 #include "platform/security/KeyQuery.h"
 #include "platform/security/OpenSSLAccess.h"
@@ -42,15 +42,14 @@ StoredKey entryFor(const KeyRef& key, const KeyPairParameters& parameters) {
 }
 
 // Both halves or none: the public one goes first, so that no private key stays behind alone.
-Status storePair(const KeyPair& pair, const KeyPairParameters& parameters) {
-  const std::shared_ptr<KeyStore> store = defaultKeyStore();
+Status storePair(KeyStore& store, const KeyPair& pair, const KeyPairParameters& parameters) {
   const Deadline deadline = operationDeadline();
-  Status status = store->add(entryFor(pair.publicKey, parameters), deadline);
+  Status status = store.add(entryFor(pair.publicKey, parameters), deadline);
   if (status != kSuccess) return status;
-  status = store->add(entryFor(pair.privateKey, parameters), deadline);
+  status = store.add(entryFor(pair.privateKey, parameters), deadline);
   if (status != kSuccess)
     // What is left then is a public key without a use, which the next deletion takes away.
-    static_cast<void>(store->remove(parameters.tag, Key::Class::publicKey, operationDeadline()));
+    static_cast<void>(store.remove(parameters.tag, Key::Class::publicKey, operationDeadline()));
   return status;
 }
 
@@ -62,30 +61,31 @@ bool belongTogether(const Certificate& certificate, const Key& privateKey) {
 
 }  // namespace
 
-Status SecKeyGeneratePair(const Dictionary& parameters, KeyRef* publicKey, KeyRef* privateKey) {
+Status SecKeyGeneratePair(KeyStore& store, const Dictionary& parameters, KeyRef* publicKey,
+                          KeyRef* privateKey) {
   keepOpenSSLUntilTheEnd();
   const std::optional<KeyPairParameters> read = readKeyPairParameters(parameters);
   if (!read) return errSecParam;
   const std::optional<KeyPair> pair = generatePair(read->sizeInBits);
   if (!pair) return errSecInternalComponent;
-  if (const Status status = storePair(*pair, *read); status != kSuccess) return status;
+  if (const Status status = storePair(store, *pair, *read); status != kSuccess) return status;
   if (publicKey != nullptr) *publicKey = pair->publicKey;
   if (privateKey != nullptr) *privateKey = pair->privateKey;
   return kSuccess;
 }
 
-Status SecItemDelete(const Dictionary& query) {
+Status SecItemDelete(KeyStore& store, const Dictionary& query) {
   const std::optional<KeyQuery> read = readKeyQuery(query);
   if (!read) return errSecParam;
   if (read->matchesNothing) return errSecItemNotFound;
-  return defaultKeyStore()->remove(read->tag, read->keyClass, operationDeadline());
+  return store.remove(read->tag, read->keyClass, operationDeadline());
 }
 
-Status SecItemCopyMatching(const Dictionary& query, std::vector<KeyRef>& keys) {
+Status SecItemCopyMatching(KeyStore& store, const Dictionary& query, std::vector<KeyRef>& keys) {
   const std::optional<KeyQuery> read = readKeyQuery(query);
   if (!read) return errSecParam;
   std::vector<StoredKey> stored;
-  const Status status = defaultKeyStore()->find(read->tag, stored, operationDeadline());
+  const Status status = store.find(read->tag, stored, operationDeadline());
   if (status != kSuccess) return status;
   std::vector<KeyRef> found;
   for (const StoredKey& entry : stored) {
@@ -98,10 +98,11 @@ Status SecItemCopyMatching(const Dictionary& query, std::vector<KeyRef>& keys) {
   return kSuccess;
 }
 
-Status SecIdentityCreateWithCertificate(const CertificateRef& certificate, IdentityRef& identity) {
+Status SecIdentityCreateWithCertificate(KeyStore& store, const CertificateRef& certificate,
+                                        IdentityRef& identity) {
   if (!certificate) return errSecParam;
   std::vector<StoredKey> stored;
-  const Status status = defaultKeyStore()->find(std::nullopt, stored, operationDeadline());
+  const Status status = store.find(std::nullopt, stored, operationDeadline());
   if (status != kSuccess) return status;
   for (const StoredKey& entry : stored) {
     if (entry.keyClass != Key::Class::privateKey) continue;

@@ -1,6 +1,11 @@
 // The security operations that the notary uses, under the platform's names and status codes.
 // Attribute keys and values are texts spelled as the platform's constants.
+//
+// Operations on stored keys take the store. Each gives it kKeyStoreTimeLimit for its answer, so
+// they may block that long.
 #pragma once
+
+#include "platform/security/KeyStore.h"
 
 #include <local/platform/Security.h>
 #include <local/platform/Value.h>
@@ -30,24 +35,26 @@ inline constexpr std::string_view kSecMatchLimitAll = "kSecMatchLimitAll";
 inline constexpr std::string_view kSecOIDX509V1ValidityNotAfter = "2.5.29.24.notAfter";
 inline constexpr std::string_view kSecPropertyKeyValue = "value";
 
-// Makes an RSA pair of kSecAttrKeySizeInBits, stores both halves in the default key store under
-// the parameters' tag, label, comment and description, and fills the slots that are not null with
-// one reference each. On failure the slots stay untouched. errSecParam: a parameter is missing, of
-// the wrong type or not supported (empty tag included); 2048, 3072 and 4096 bits are supported.
-[[nodiscard]] Status SecKeyGeneratePair(const Dictionary& parameters, KeyRef* publicKey,
-                                        KeyRef* privateKey);
+// Makes an RSA pair of kSecAttrKeySizeInBits, stores both halves under the parameters' tag, label,
+// comment and description, and fills the slots that are not null with one reference each. On
+// failure the slots stay untouched. errSecParam: a parameter is missing, of the wrong type or not
+// supported (empty tag included); 2048, 3072 and 4096 bits are supported.
+[[nodiscard]] Status SecKeyGeneratePair(KeyStore& store, const Dictionary& parameters,
+                                        KeyRef* publicKey, KeyRef* privateKey);
 
 // Deletes the keys that match the query (kSecClass and kSecAttrApplicationTag required; key class
 // and key type narrow it when given). errSecItemNotFound when none did.
-[[nodiscard]] Status SecItemDelete(const Dictionary& query);
+[[nodiscard]] Status SecItemDelete(KeyStore& store, const Dictionary& query);
 
 // Finds the keys that match such a query: all with kSecMatchLimitAll, without it the first.
 // errSecItemNotFound when there is none.
-[[nodiscard]] Status SecItemCopyMatching(const Dictionary& query, std::vector<KeyRef>& keys);
+[[nodiscard]] Status SecItemCopyMatching(KeyStore& store, const Dictionary& query,
+                                         std::vector<KeyRef>& keys);
 
-// Joins the certificate to the private key in the default key store, whatever its tag, that
-// matches its public key. errSecItemNotFound when there is none.
-[[nodiscard]] Status SecIdentityCreateWithCertificate(const CertificateRef& certificate,
+// Joins the certificate to the stored private key, whatever its tag, that matches its public key.
+// errSecItemNotFound when there is none.
+[[nodiscard]] Status SecIdentityCreateWithCertificate(KeyStore& store,
+                                                      const CertificateRef& certificate,
                                                       IdentityRef& identity);
 
 // Imports a PEM sequence (RFC 7468). Text before, between and after blocks is skipped; blocks other

@@ -1,7 +1,3 @@
-// libsecret's calls by object path are marked as unstable, but are the only ones with which items
-// may vanish in mid-call: the others then fail as a whole and complete one task twice.
-#define SECRET_API_SUBJECT_TO_CHANGE
-
 #include "platform/security/SecretServiceSession.h"
 
 #include "platform/security/PrivateSecretService.h"

@@ -46,10 +46,10 @@ class KeychainTest : public testing::Test {
     setDefaultKeyStore(nullptr);
     kvl::setHostIdentifier("");
   }
-  static std::size_t found(Dictionary query) {
+  [[nodiscard]] std::size_t found(Dictionary query) const {
     query.set(kSecMatchLimit, kSecMatchLimitAll);
     std::vector<kvl::KeyRef> keys;
-    return SecItemCopyMatching(query, keys) == kvl::kSuccess ? keys.size() : 0;
+    return SecItemCopyMatching(*store, query, keys) == kvl::kSuccess ? keys.size() : 0;
   }
   // Matches both halves of the pair.
   static Dictionary anyKeyQuery() {

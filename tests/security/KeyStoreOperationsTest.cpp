@@ -36,25 +36,23 @@ Dictionary without(Dictionary dictionary, std::string_view key) {
 
 class KeyStoreOperationsTest : public testing::Test {
  protected:
-  void SetUp() override { setDefaultKeyStore(makeMemoryKeyStore()); }
-  void TearDown() override {
-    // A store that a test put there may refer to what the test has already destroyed.
-    setDefaultKeyStore(makeMemoryKeyStore());
-    (void)SecItemDelete(query());
-    setDefaultKeyStore(nullptr);
-  }
-  static std::vector<KeyRef> find(const Dictionary& what) {
+  // The keys in memory are the process's.
+  void TearDown() override { (void)SecItemDelete(*makeMemoryKeyStore(), query()); }
+
+  [[nodiscard]] std::vector<KeyRef> find(const Dictionary& what) const {
     std::vector<KeyRef> keys;
-    const Status status = SecItemCopyMatching(what, keys);
+    const Status status = SecItemCopyMatching(*store_, what, keys);
     EXPECT_EQ(status, keys.empty() ? errSecItemNotFound : kSuccess);
     return keys;
   }
+
+  std::shared_ptr<KeyStore> store_ = makeMemoryKeyStore();
 };
 
 TEST_F(KeyStoreOperationsTest, GeneratesAPairThatBelongsTogether) {
   KeyRef publicKey;
   KeyRef privateKey;
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), &publicKey, &privateKey), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), &publicKey, &privateKey), kSuccess);
   EXPECT_EQ(publicKey->keyClass(), Key::Class::publicKey);
   EXPECT_EQ(privateKey->keyClass(), Key::Class::privateKey);
   EXPECT_EQ(privateKey->sizeInBits(), 2048);
@@ -65,26 +63,26 @@ TEST_F(KeyStoreOperationsTest, GeneratesAPairThatBelongsTogether) {
 
 TEST_F(KeyStoreOperationsTest, ThePublicHalfCannotSign) {
   KeyRef publicKey;
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), &publicKey, nullptr), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), &publicKey, nullptr), kSuccess);
   BIGNUM* exponent = nullptr;
   EXPECT_NE(EVP_PKEY_get_bn_param(nativeKey(*publicKey), "d", &exponent), 1);
 }
 
 TEST_F(KeyStoreOperationsTest, SlotsThatAreNotGivenAreNotFilled) {
-  EXPECT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
+  EXPECT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
   EXPECT_EQ(find(query()).size(), 2U);
 }
 
 TEST_F(KeyStoreOperationsTest, TwoPairsOfOneTagBothStay) {
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
   EXPECT_EQ(find(query()).size(), 4U);
 }
 
 TEST_F(KeyStoreOperationsTest, StoresBothHalvesUnderAllAttributes) {
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
   std::vector<StoredKey> keys;
-  ASSERT_EQ(defaultKeyStore()->find(kTag, keys, kvltest::soon()), kSuccess);
+  ASSERT_EQ(store_->find(kTag, keys, kvltest::soon()), kSuccess);
   ASSERT_EQ(keys.size(), 2U);
   for (const StoredKey& key : keys) {
     EXPECT_EQ(key.label, "a label");
@@ -98,7 +96,7 @@ TEST_F(KeyStoreOperationsTest, RefusesIncompleteOrUnsupportedParameters) {
   KeyRef slot;
   const Dictionary good = pairParameters();
   for (const auto& [key, value] : good)
-    EXPECT_EQ(SecKeyGeneratePair(without(good, key), &slot, &slot), errSecParam) << key;
+    EXPECT_EQ(SecKeyGeneratePair(*store_, without(good, key), &slot, &slot), errSecParam) << key;
   const std::pair<std::string_view, Value> wrong[] = {
       {kSecAttrKeyType, "kSecAttrKeyTypeEC"},
       {kSecAttrKeySizeInBits, 1024},
@@ -111,37 +109,38 @@ TEST_F(KeyStoreOperationsTest, RefusesIncompleteOrUnsupportedParameters) {
       {kSecAttrLabel, 5},
       {kSecAttrComment, nullptr}};
   for (const auto& [key, value] : wrong)
-    EXPECT_EQ(SecKeyGeneratePair(with(good, key, value), &slot, &slot), errSecParam) << key;
+    EXPECT_EQ(SecKeyGeneratePair(*store_, with(good, key, value), &slot, &slot), errSecParam)
+        << key;
   EXPECT_FALSE(slot);
   EXPECT_TRUE(find(query()).empty());
 }
 
 TEST_F(KeyStoreOperationsTest, DeletingWhenNothingExistsSaysSo) {
-  EXPECT_EQ(SecItemDelete(query()), errSecItemNotFound);
+  EXPECT_EQ(SecItemDelete(*store_, query()), errSecItemNotFound);
 }
 
 TEST_F(KeyStoreOperationsTest, DeletesBothHalves) {
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
-  EXPECT_EQ(SecItemDelete(query()), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
+  EXPECT_EQ(SecItemDelete(*store_, query()), kSuccess);
   EXPECT_TRUE(find(query()).empty());
-  EXPECT_EQ(SecItemDelete(query()), errSecItemNotFound);
+  EXPECT_EQ(SecItemDelete(*store_, query()), errSecItemNotFound);
 }
 
 TEST_F(KeyStoreOperationsTest, ClassAndTypeNarrowAQuery) {
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
   const Dictionary ofPrivate = with(query(), kSecAttrKeyClass, kSecAttrKeyClassPrivate);
   ASSERT_EQ(find(ofPrivate).size(), 1U);
   EXPECT_EQ(find(ofPrivate)[0]->keyClass(), Key::Class::privateKey);
   EXPECT_EQ(find(with(query(), kSecAttrKeyType, kSecAttrKeyTypeRSA)).size(), 2U);
   const Dictionary ofAnotherType = with(query(), kSecAttrKeyType, "kSecAttrKeyTypeEC");
   EXPECT_TRUE(find(ofAnotherType).empty());
-  EXPECT_EQ(SecItemDelete(ofAnotherType), errSecItemNotFound);
-  EXPECT_EQ(SecItemDelete(ofPrivate), kSuccess);
+  EXPECT_EQ(SecItemDelete(*store_, ofAnotherType), errSecItemNotFound);
+  EXPECT_EQ(SecItemDelete(*store_, ofPrivate), kSuccess);
   EXPECT_EQ(find(query()).size(), 1U);
 }
 
 TEST_F(KeyStoreOperationsTest, WithoutALimitAQueryGivesTheFirstKey) {
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
   EXPECT_EQ(find(without(query(), kSecMatchLimit)).size(), 1U);
 }
 
@@ -155,31 +154,32 @@ TEST_F(KeyStoreOperationsTest, RefusesIncompleteOrUnsupportedQueries) {
                               with(query(), kSecMatchLimit, 5)};
   for (const Dictionary& dictionary : wrong) {
     std::vector<KeyRef> keys;
-    EXPECT_EQ(SecItemDelete(dictionary), errSecParam) << dictionary.description();
-    EXPECT_EQ(SecItemCopyMatching(dictionary, keys), errSecParam) << dictionary.description();
+    EXPECT_EQ(SecItemDelete(*store_, dictionary), errSecParam) << dictionary.description();
+    EXPECT_EQ(SecItemCopyMatching(*store_, dictionary, keys), errSecParam)
+        << dictionary.description();
   }
 }
 
 TEST_F(KeyStoreOperationsTest, IdentityJoinsTheCertificateToItsStoredKey) {
   KeyRef privateKey;
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, &privateKey), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, &privateKey), kSuccess);
   EVP_PKEY_up_ref(nativeKey(*privateKey));
   const auto issued = kvltest::issue({}, nullptr, OpenSSLPtr<EVP_PKEY>(nativeKey(*privateKey)));
   const CertificateRef certificate = issued.reference();
   IdentityRef identity;
-  ASSERT_EQ(SecIdentityCreateWithCertificate(certificate, identity), kSuccess);
+  ASSERT_EQ(SecIdentityCreateWithCertificate(*store_, certificate, identity), kSuccess);
   EXPECT_EQ(identity->certificate(), certificate);
   EXPECT_EQ(EVP_PKEY_eq(nativeKey(*identity->privateKey()), nativeKey(*privateKey)), 1);
   EXPECT_EQ(identity->privateKey()->keyClass(), Key::Class::privateKey);
 }
 
 TEST_F(KeyStoreOperationsTest, NoIdentityWithoutTheKey) {
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
   IdentityRef identity;
-  EXPECT_EQ(SecIdentityCreateWithCertificate(kvltest::issue({}).reference(), identity),
+  EXPECT_EQ(SecIdentityCreateWithCertificate(*store_, kvltest::issue({}).reference(), identity),
             errSecItemNotFound);
-  EXPECT_EQ(SecIdentityCreateWithCertificate(nullptr, identity), errSecParam);
+  EXPECT_EQ(SecIdentityCreateWithCertificate(*store_, nullptr, identity), errSecParam);
   EXPECT_FALSE(identity);
 }
 
@@ -197,22 +197,22 @@ TEST_F(KeyStoreOperationsTest, AFailingStoreLeavesNeitherHalfNorSlots) {
     removed.push_back(keyClass);
     return kSuccess;
   };
-  setDefaultKeyStore(store);
+  store_ = store;
   KeyRef slot;
-  EXPECT_EQ(SecKeyGeneratePair(pairParameters(), &slot, &slot), errSecDataTooLarge);
+  EXPECT_EQ(SecKeyGeneratePair(*store_, pairParameters(), &slot, &slot), errSecDataTooLarge);
   EXPECT_FALSE(slot);
   EXPECT_THAT(added, testing::ElementsAre(Key::Class::publicKey, Key::Class::privateKey));
   EXPECT_THAT(removed, testing::ElementsAre(Key::Class::publicKey));
 }
 
 TEST_F(KeyStoreOperationsTest, AStoreThatIsNotAvailableIsTold) {
-  setDefaultKeyStore(std::make_shared<kvltest::ScriptedStore>("scripted"));
+  store_ = std::make_shared<kvltest::ScriptedStore>("scripted");
   std::vector<KeyRef> keys;
   IdentityRef identity;
-  EXPECT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), errSecNotAvailable);
-  EXPECT_EQ(SecItemDelete(query()), errSecNotAvailable);
-  EXPECT_EQ(SecItemCopyMatching(query(), keys), errSecNotAvailable);
-  EXPECT_EQ(SecIdentityCreateWithCertificate(kvltest::issue({}).reference(), identity),
+  EXPECT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), errSecNotAvailable);
+  EXPECT_EQ(SecItemDelete(*store_, query()), errSecNotAvailable);
+  EXPECT_EQ(SecItemCopyMatching(*store_, query(), keys), errSecNotAvailable);
+  EXPECT_EQ(SecIdentityCreateWithCertificate(*store_, kvltest::issue({}).reference(), identity),
             errSecNotAvailable);
 }
 
@@ -223,8 +223,8 @@ TEST_F(KeyStoreOperationsTest, EveryOperationGivesTheStoreTheTimeLimit) {
     given = deadline;
     return errSecNotAvailable;
   };
-  setDefaultKeyStore(store);
-  EXPECT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, nullptr), errSecNotAvailable);
+  store_ = store;
+  EXPECT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), errSecNotAvailable);
   const Deadline now = std::chrono::steady_clock::now();
   EXPECT_GT(given, now);
   EXPECT_LE(given, now + kKeyStoreTimeLimit);
@@ -234,16 +234,16 @@ TEST(KeyStoreOperationsOnARealServiceTest, AWholeLifeOfAnIdentity) {
   kvltest::PrivateBus bus;
   bus.startKeyring();
   const kvltest::SessionBusVariable variable(bus.address());
-  setDefaultKeyStore(makeSecretServiceKeyStore());
+  const std::shared_ptr<KeyStore> store = makeSecretServiceKeyStore();
   KeyRef privateKey;
-  ASSERT_EQ(SecKeyGeneratePair(pairParameters(), nullptr, &privateKey), kSuccess);
+  ASSERT_EQ(SecKeyGeneratePair(*store, pairParameters(), nullptr, &privateKey), kSuccess);
   EVP_PKEY_up_ref(nativeKey(*privateKey));
   const auto issued = kvltest::issue({}, nullptr, OpenSSLPtr<EVP_PKEY>(nativeKey(*privateKey)));
   IdentityRef identity;
-  EXPECT_EQ(SecIdentityCreateWithCertificate(issued.reference(), identity), kSuccess);
-  EXPECT_EQ(SecItemDelete(query()), kSuccess);
-  EXPECT_EQ(SecIdentityCreateWithCertificate(issued.reference(), identity), errSecItemNotFound);
-  setDefaultKeyStore(nullptr);
+  EXPECT_EQ(SecIdentityCreateWithCertificate(*store, issued.reference(), identity), kSuccess);
+  EXPECT_EQ(SecItemDelete(*store, query()), kSuccess);
+  EXPECT_EQ(SecIdentityCreateWithCertificate(*store, issued.reference(), identity),
+            errSecItemNotFound);
 }
 
 }  // namespace
