@@ -1,0 +1,52 @@
+// The main program of all tests.
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+// Seconds that one test may take; no limit without the variable, as under a debugger.
+constexpr const char* kLimitVariable = "KVL_TEST_SECONDS";
+
+std::array<char, 512> message{};
+std::size_t messageSize = 0;
+
+void giveUp(int /*signal*/) {
+  [[maybe_unused]] const auto written = write(STDERR_FILENO, message.data(), messageSize);
+  std::abort();
+}
+
+// A program runs many tests in one process. One that hangs ends it, and is named.
+class TimeLimit : public testing::EmptyTestEventListener {
+ public:
+  explicit TimeLimit(unsigned seconds) : seconds_(seconds) { std::signal(SIGALRM, giveUp); }
+
+  void OnTestStart(const testing::TestInfo& test) override {
+    const auto size =
+        std::snprintf(message.data(), message.size(), "\nThis test took longer than %u s: %s.%s\n",
+                      seconds_, test.test_suite_name(), test.name());
+    messageSize = std::min(static_cast<std::size_t>(size), message.size() - 1);
+    alarm(seconds_);
+  }
+  void OnTestEnd(const testing::TestInfo& /*test*/) override { alarm(0); }
+
+ private:
+  const unsigned seconds_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleMock(&argc, argv);
+  if (const char* limit = std::getenv(kLimitVariable)) {
+    const auto seconds = static_cast<unsigned>(std::strtoul(limit, nullptr, 10));
+    testing::UnitTest::GetInstance()->listeners().Append(new TimeLimit(seconds));
+  }
+  return RUN_ALL_TESTS();
+}

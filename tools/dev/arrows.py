@@ -1,0 +1,89 @@
+"""Refuses an include that points where the table of allowed arrows does not."""
+import os
+import re
+import subprocess
+import sys
+
+PLATFORM = ('core', 'dispatch', 'security', 'ipc', 'serialisation', 'formatting', 'interface', 'urlloading',
+            'environment')
+# What a folder may include besides itself: the folders of platform/ by their own name.
+ALLOWED = {
+    'core': (),
+    'dispatch': ('core',),
+    'security': ('core',),
+    'ipc': ('core',),
+    'serialisation': ('core',),
+    'formatting': ('core',),
+    'interface': ('core', 'dispatch'),
+    'urlloading': ('core', 'dispatch', 'security'),
+    'environment': ('core', 'dispatch', 'security', 'ipc', 'urlloading'),
+    'notary': PLATFORM,
+    'eventstream': PLATFORM,
+    'session': PLATFORM + ('notary', 'eventstream'),
+    'encoding': PLATFORM + ('session',),
+    'presentation': PLATFORM + ('encoding',),
+    # Libraries and programs on top; beyond the public headers, what the table says.
+    'qt': ('public', 'core', 'interface'),
+    'tools': ('public',),
+    'devservice': ('public', 'core', 'security', 'ipc'),
+    'examples': ('public',),
+}
+# Which folder implements a public header.
+OWNERS = (
+    (r'platform/Security\.h|platform/Credential\.h', 'security'),
+    (r'platform/(URLSession|URLRequest)\.h', 'urlloading'),
+    (r'platform/(DispatchQueue|Progress)\.h', 'dispatch'),
+    (r'platform/(DateFormatter|UpdateCount)\.h', 'formatting'),
+    (r'platform/(FontMeasurement|Image|Menu|MenuItem|MenuAction|SegmentedControl|Workspace)\.h', 'interface'),
+    (r'platform/', 'core'),
+    (r'KVLSession\.h|KVLEventStreamState\.h', 'session'),
+    (r'KVLEvent\.h', 'eventstream'),
+    (r'KVLNotary|KVLCertificateRequest\.h', 'notary'),
+    (r'KVLEncodingMenus\.h|KVLEncodingLocale\.h|KVLExtensionsImage\.h', 'presentation'),
+    (r'KVLConstants\.h', 'core'),
+    (r'KVL', 'encoding'),
+)
+
+
+def room_of(path):
+    parts = path.split('/')
+    if parts[0] == 'platform' and len(parts) > 2:
+        return parts[1]
+    return parts[0] if parts[0] in ALLOWED else None
+
+
+def target_of(line):
+    """The folder that an include line points to, or None."""
+    match = re.match(r'\s*#\s*include\s+(?:"([^"]+)"|<local/([^>]+)>)', line)
+    if not match:
+        return None
+    if match[1]:
+        return room_of(match[1])
+    return next((owner for pattern, owner in OWNERS if re.match(pattern, match[2])), None)
+
+
+def listed():
+    command = ['git', '-c', 'safe.directory=' + os.getcwd(), 'ls-files', '--cached', '--others',
+               '--exclude-standard', '--', '*.h', '*.cpp']
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout.split()
+
+
+def wrong_arrows(names):
+    for name in sorted(set(names)):
+        room = room_of(name)
+        if room is None or not os.path.isfile(name):
+            continue
+        allowed = ALLOWED[room]
+        with open(name, encoding='utf-8') as file:
+            for number, line in enumerate(file, 1):
+                target = target_of(line)
+                if target is None or target == room or target in allowed:
+                    continue
+                if 'public' in allowed and '<local/' in line:
+                    continue
+                yield f'   {name}:{number}: {room} may not use {target}: {line.strip()}'
+
+
+found = list(wrong_arrows(listed()))
+print('\n'.join(found), end='\n' if found else '')
+sys.exit(bool(found))
