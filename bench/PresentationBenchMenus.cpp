@@ -1,6 +1,6 @@
 // Menus from descriptions, beside the same items made from constants in the same run.
 #include "bench/Measurement.h"
-#include "platform/formatting/LocalisedDate.h"
+#include "platform/formatting/LocalisedTime.h"
 #include "platform/formatting/UserLocale.h"
 
 #include <local/KVLEncodingLocale.h>

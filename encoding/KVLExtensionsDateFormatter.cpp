@@ -2,18 +2,14 @@
 
 #include <local/KVLExtensionsDateFormatter.h>
 
-// The shared formatters are never destroyed: threads may still use them while the process ends.
-
 const kvl::DateFormatter& KVLExtensions::rfc3339nano() {
   using namespace kvl::formatting;
-  static const auto& formatter = *new RFC3339Formatter(SecondFraction::nanoseconds);
-  return formatter;
+  return rfc3339Formatter(SecondFraction::nanoseconds);
 }
 
 const kvl::DateFormatter& KVLExtensions::rfc3339() {
   using namespace kvl::formatting;
-  static const auto& formatter = *new RFC3339Formatter(SecondFraction::none);
-  return formatter;
+  return rfc3339Formatter(SecondFraction::none);
 }
 
 std::optional<kvl::Date> KVLExtensions::dateFromRFC3339(std::string_view text) {

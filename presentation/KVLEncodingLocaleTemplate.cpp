@@ -1,4 +1,4 @@
-#include "platform/formatting/LocalisedDate.h"
+#include "platform/formatting/LocalisedTime.h"
 #include "platform/formatting/UserLocale.h"
 
 #include <local/KVLEncoding.h>

@@ -1,6 +1,7 @@
 #include "platform/formatting/RFC3339.h"
 
 #include "platform/core/ASCII.h"
+#include "platform/core/NoDestructor.h"
 
 #include <algorithm>
 #include <array>
@@ -24,9 +25,10 @@ using std::chrono::year_month_day;
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 constexpr std::size_t kFractionDigits = 9;
 constexpr int kLastYear = 9999;
-constexpr int kHoursPerDay = 24;
-constexpr int kMinutesPerHour = 60;
-constexpr int kSecondsPerMinute = 60;
+// One more than the largest number in each place of a clock.
+constexpr int kHourEnd = 24;
+constexpr int kMinuteEnd = 60;
+constexpr int kSecondEnd = 60;
 
 constexpr sys_seconds kReference = sys_days(year_month_day(std::chrono::year(2001) / 1 / 1));
 constexpr sys_seconds kFirst = sys_days(year_month_day(std::chrono::year(0) / 1 / 1));
@@ -124,11 +126,11 @@ int scanBelow(Scanner& scanner, int limit) {
 }
 
 seconds scanTime(Scanner& scanner) {
-  const hours hour(scanBelow(scanner, kHoursPerDay));
+  const hours hour(scanBelow(scanner, kHourEnd));
   scanner.expect(':');
-  const minutes minute(scanBelow(scanner, kMinutesPerHour));
+  const minutes minute(scanBelow(scanner, kMinuteEnd));
   scanner.expect(':');
-  return hour + minute + seconds(scanBelow(scanner, kSecondsPerMinute));
+  return hour + minute + seconds(scanBelow(scanner, kSecondEnd));
 }
 
 // How far the text's clock is ahead of UTC.
@@ -136,10 +138,10 @@ minutes scanOffset(Scanner& scanner) {
   if (scanner.skip('Z')) return minutes(0);
   const bool behind = scanner.skip('-');
   if (!behind) scanner.expect('+');
-  minutes offset = hours(scanBelow(scanner, kHoursPerDay));
+  minutes offset = hours(scanBelow(scanner, kHourEnd));
   if (!scanner.atEnd()) {
     scanner.skip(':');
-    offset += minutes(scanBelow(scanner, kMinutesPerHour));
+    offset += minutes(scanBelow(scanner, kMinuteEnd));
   }
   return behind ? -offset : offset;
 }
@@ -205,8 +207,6 @@ void appendTime(std::string& text, seconds time) {
   appendNumber(text, parts.seconds().count(), 2);
 }
 
-}  // namespace
-
 std::string textFromDate(Date date, SecondFraction fraction) {
   static const Date first = dateOf({kFirst});
   static const Date end = dateOf({kEnd});
@@ -240,12 +240,29 @@ std::optional<Date> dateFromText(std::string_view text, SecondFraction fraction)
   return dateOf(instant);
 }
 
-std::string RFC3339Formatter::stringFromDate(Date date) const {
-  return textFromDate(date, fraction_);
-}
+class RFC3339Formatter final : public DateFormatter {
+ public:
+  explicit RFC3339Formatter(SecondFraction fraction) noexcept : fraction_(fraction) {}
 
-std::optional<Date> RFC3339Formatter::dateFromString(std::string_view text) const {
-  return dateFromText(text, fraction_);
+  [[nodiscard]] std::string stringFromDate(Date date) const override {
+    return textFromDate(date, fraction_);
+  }
+  [[nodiscard]] std::optional<Date> dateFromString(std::string_view text) const override {
+    return dateFromText(text, fraction_);
+  }
+
+ private:
+  const SecondFraction fraction_;
+};
+
+}  // namespace
+
+const DateFormatter& rfc3339Formatter(SecondFraction fraction) {
+  static const NoDestructor<RFC3339Formatter> whole(SecondFraction::none);
+  static const NoDestructor<RFC3339Formatter> precise(SecondFraction::nanoseconds);
+  return fraction == SecondFraction::nanoseconds ? *precise : *whole;
 }
 
 }  // namespace kvl::formatting
+
+kvl::DateFormatter::~DateFormatter() = default;

@@ -1,7 +1,9 @@
-#include "platform/formatting/ICULocale.h"
+#include "platform/core/NoDestructor.h"
+#include "platform/formatting/ICU.h"
 #include "platform/formatting/UpdateWords.h"
 #include "platform/formatting/UserLocale.h"
 
+#include <local/platform/Mutex.h>
 #include <local/platform/UpdateCount.h>
 
 #include <unicode/numberformatter.h>
@@ -9,7 +11,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -19,13 +20,9 @@ namespace kvl {
 namespace {
 
 using formatting::UpdateWords;
+using formatting::utf8;
 
 constexpr std::string_view kPlace = "{}";
-
-std::string utf8(const icu::UnicodeString& text) {
-  std::string result;
-  return text.toUTF8String(result);
-}
 
 icu::Locale withLikelySubtags(icu::Locale locale) {
   UErrorCode status = U_ZERO_ERROR;
@@ -115,7 +112,7 @@ using CounterRef = std::shared_ptr<const UpdateCounter>;
 class KnownCounters {
  public:
   CounterRef counterFor(std::string locales) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const auto found = std::ranges::find(known_, locales, &Known::first);
     if (found != known_.end()) return found->second;
     if (known_.size() == kMost) known_.erase(known_.begin());
@@ -129,14 +126,13 @@ class KnownCounters {
   // A process has one locale, or a few when its user changes it.
   static constexpr std::size_t kMost = 8;
 
-  std::mutex mutex_;
-  std::vector<Known> known_;  // the oldest in front
+  Mutex mutex_;
+  std::vector<Known> known_ KVL_GUARDED_BY(mutex_);  // the oldest in front
 };
 
-// Never destroyed: threads may still write texts while the process exits.
 KnownCounters& knownCounters() {
-  static auto& instance = *new KnownCounters;
-  return instance;
+  static NoDestructor<KnownCounters> instance;
+  return *instance;
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "platform/formatting/Duration.h"
+#include "platform/formatting/LocalisedTime.h"
 #include "tests/support/UserEnvironment.h"
 
 #include <local/KVLEncodingLocale.h>

@@ -1,4 +1,4 @@
-#include "platform/formatting/LocalisedDate.h"
+#include "platform/formatting/LocalisedTime.h"
 #include "tests/support/UserEnvironment.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// Dates and times of day as the user writes them.
+// Dates, times of day and lengths of time as the user writes them.
 #pragma once
 
 #include <local/platform/Date.h>
@@ -24,5 +24,12 @@ enum class DateStyle : std::uint8_t { dateAndTime, date, time };
 // are of the evening before. Neither zone nor clock change matters. Thread-safe as above.
 [[nodiscard]] std::optional<std::string> localisedTimeOfDay(std::int64_t seconds,
                                                             const std::string& locale);
+
+// Hours, minutes and seconds spelled out in `locale`, zero parts dropped, "0 seconds" for zero;
+// one sign in front of a negative length. Thread-safe.
+[[nodiscard]] std::string spelledOutDuration(std::int64_t seconds, const std::string& locale);
+
+// The same in the user's locale (`userTimeLocale`).
+[[nodiscard]] std::string spelledOutDuration(std::int64_t seconds);
 
 }  // namespace kvl::formatting

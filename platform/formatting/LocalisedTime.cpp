@@ -1,21 +1,29 @@
-#include "platform/formatting/LocalisedDate.h"
+#include "platform/formatting/LocalisedTime.h"
 
-#include "platform/formatting/ICULocale.h"
+#include "platform/core/NoDestructor.h"
+#include "platform/formatting/ICU.h"
 #include "platform/formatting/UserLocale.h"
 
+#include <local/platform/Mutex.h>
+
 #include <unicode/datefmt.h>
+#include <unicode/measfmt.h>
+#include <unicode/measunit.h>
+#include <unicode/measure.h>
+#include <unicode/numfmt.h>
 #include <unicode/timezone.h>
 
 #include <algorithm>
 #include <array>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 namespace kvl::formatting {
 namespace {
 
+constexpr std::int64_t kSecondsPerMinute = 60;
+constexpr std::int64_t kSecondsPerHour = 3600;
 constexpr std::int64_t kSecondsPerDay = 86400;
 constexpr double kMillisecondsPerSecond = 1000;
 constexpr std::size_t kStyleCount = 3;
@@ -43,8 +51,7 @@ class DateFormats {
     if (!format) return std::nullopt;
     icu::UnicodeString text;
     format->format(wallClock.secondsSince1970() * kMillisecondsPerSecond, text);
-    std::string result;
-    return text.toUTF8String(result);
+    return utf8(text);
   }
 
  private:
@@ -58,7 +65,7 @@ class IdleFormats {
  public:
   std::unique_ptr<DateFormats> take(const std::string& locale) {
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       const auto found =
           std::ranges::find_if(idle_, [&](const auto& each) { return each->locale() == locale; });
       if (found != idle_.end()) {
@@ -71,7 +78,7 @@ class IdleFormats {
   }
 
   void giveBack(std::unique_ptr<DateFormats> formats) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (idle_.size() == kMost) idle_.erase(idle_.begin());
     idle_.push_back(std::move(formats));
   }
@@ -80,14 +87,14 @@ class IdleFormats {
   // A process has one locale, or a few when its user changes it, and seldom two threads here.
   static constexpr std::size_t kMost = 8;
 
-  std::mutex mutex_;
-  std::vector<std::unique_ptr<DateFormats>> idle_;  // the longest unused in front
+  Mutex mutex_;
+  // The longest unused in front.
+  std::vector<std::unique_ptr<DateFormats>> idle_ KVL_GUARDED_BY(mutex_);
 };
 
-// Never destroyed: threads may still write texts while the process exits.
 IdleFormats& idleFormats() {
-  static auto& instance = *new IdleFormats;
-  return instance;
+  static NoDestructor<IdleFormats> instance;
+  return *instance;
 }
 
 std::optional<std::string> formatted(Date wallClock, DateStyle style, const std::string& locale) {
@@ -95,6 +102,30 @@ std::optional<std::string> formatted(Date wallClock, DateStyle style, const std:
   auto text = formats->text(wallClock, style);
   idleFormats().giveBack(std::move(formats));
   return text;
+}
+
+void addPart(std::vector<icu::Measure>& parts, std::int64_t count, icu::MeasureUnit* unit,
+             UErrorCode& status) {
+  parts.emplace_back(icu::Formattable(count), unit, status);
+}
+
+// The parts that are not zero, or zero seconds.
+std::vector<icu::Measure> partsOf(std::uint64_t seconds, UErrorCode& status) {
+  const auto hours = static_cast<std::int64_t>(seconds / kSecondsPerHour);
+  const auto minutes = static_cast<std::int64_t>(seconds % kSecondsPerHour / kSecondsPerMinute);
+  const auto rest = static_cast<std::int64_t>(seconds % kSecondsPerMinute);
+  std::vector<icu::Measure> parts;
+  if (hours != 0) addPart(parts, hours, icu::MeasureUnit::createHour(status), status);
+  if (minutes != 0) addPart(parts, minutes, icu::MeasureUnit::createMinute(status), status);
+  if (rest != 0 || parts.empty()) {
+    addPart(parts, rest, icu::MeasureUnit::createSecond(status), status);
+  }
+  return parts;
+}
+
+// In case ICU has no data at all, the user still reads a length of time.
+std::string plainDuration(std::int64_t seconds) {
+  return std::to_string(seconds) + " s";
 }
 
 }  // namespace
@@ -107,6 +138,28 @@ std::optional<std::string> localisedDate(Date date, DateStyle style, const std::
 std::optional<std::string> localisedTimeOfDay(std::int64_t seconds, const std::string& locale) {
   const auto second = (seconds % kSecondsPerDay + kSecondsPerDay) % kSecondsPerDay;
   return formatted(Date(static_cast<double>(second)), DateStyle::time, locale);
+}
+
+std::string spelledOutDuration(std::int64_t seconds, const std::string& localeName) {
+  // ICU would negate every part, so the sign goes in front of the whole.
+  const bool negative = seconds < 0;
+  const auto magnitude =
+      negative ? 0 - static_cast<std::uint64_t>(seconds) : static_cast<std::uint64_t>(seconds);
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::MeasureFormat formatter(icuLocale(localeName), UMEASFMT_WIDTH_WIDE, status);
+  const auto parts = partsOf(magnitude, status);
+  icu::UnicodeString text;
+  icu::FieldPosition position;
+  if (U_SUCCESS(status)) {
+    formatter.formatMeasures(parts.data(), static_cast<int32_t>(parts.size()), text, position,
+                             status);
+  }
+  if (U_FAILURE(status)) return plainDuration(seconds);
+  return negative ? "-" + utf8(text) : utf8(text);
+}
+
+std::string spelledOutDuration(std::int64_t seconds) {
+  return spelledOutDuration(seconds, userTimeLocale());
 }
 
 }  // namespace kvl::formatting

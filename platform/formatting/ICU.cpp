@@ -1,4 +1,4 @@
-#include "platform/formatting/ICULocale.h"
+#include "platform/formatting/ICU.h"
 
 #include <algorithm>
 #include <string_view>
@@ -25,6 +25,11 @@ std::string withScriptInPlace(std::string name) {
 icu::Locale icuLocale(const std::string& name) {
   auto locale = icu::Locale::createCanonical(withScriptInPlace(name).c_str());
   return locale.isBogus() ? icu::Locale::getRoot() : locale;
+}
+
+std::string utf8(const icu::UnicodeString& text) {
+  std::string result;
+  return text.toUTF8String(result);
 }
 
 }  // namespace kvl::formatting

@@ -1,7 +1,0 @@
-#include <local/platform/DateFormatter.h>
-
-namespace kvl {
-
-DateFormatter::~DateFormatter() = default;
-
-}  // namespace kvl
