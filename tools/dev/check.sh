@@ -5,11 +5,6 @@ source tools/dev/tidy.sh
 readonly longest_file=450
 readonly header_flags='-std=c++20 -Wall -Wextra -Wpedantic -Wshadow -Werror -fsyntax-only'
 
-# Words that belong to nobody's tree: paths and numbers of documents and trackers outside it. In
-# pieces, so that this file does not hold them itself.
-readonly foreign_words='spec''ification|sp''ec\.md|shar''ed/(spec|guides|architecture)|'\
-'\bPa''rt [1-5]\.[1-9]\b|\b(iss''ue|iss''ues) #?[0-9]+\b'
-
 check_format() {
   tree_files '*.h' '*.cpp' | xargs --no-run-if-empty clang-format-19 --dry-run -Werror
 }
@@ -41,26 +36,8 @@ belongs_to_own_project() {
   grep -qs '^project(' "$(dirname "$1")/CMakeLists.txt"
 }
 
-# Every test, benchmark and fuzz file is compiled by some target.
-check_targets() {
-  local file missing=0
-  while IFS= read -r file; do
-    belongs_to_own_project "$file" && continue
-    grep -qF "\"file\": \"$PWD/$file\"" build/debug/compile_commands.json && continue
-    note "$file belongs to no target"
-    missing=1
-  done < <(tree_files 'tests/*.cpp' 'bench/*.cpp' 'fuzz/*.cpp')
-  return $missing
-}
-
-check_words() {
-  local found=0
-  [ -n "$(tree_files)" ] || return 1
-  if tree_files | xargs -d '\n' grep -InEi "$foreign_words"; then found=1; fi
-  if git_here rev-parse --verify --quiet HEAD >/dev/null &&
-    git_here log --format='%h %B' | grep -nEi "$foreign_words"; then found=1; fi
-  return $found
-}
+# Which folder may include which; tools/dev/arrows.py has the table.
+check_arrows() { python3 tools/dev/arrows.py; }
 
 check_lengths() {
   tree_files '*.h' '*.cpp' '*.sh' '*.md' '*.cmake' '*CMakeLists.txt' dev .ci/run |
@@ -90,8 +67,8 @@ check_readme() {
 
 run_check() {
   local part failed=()
-  configure_and_build debug
-  for part in format headers targets words lengths scripts readme tidy; do
+  configure_and_build unity
+  for part in format headers arrows lengths scripts readme tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done

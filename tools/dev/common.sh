@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 readonly package_list=packaging/debian-packages.txt
-readonly presets='debug unity release asan tsan'
+readonly presets='debug unity release asan tsan plain demo demo-qt'
 
 section() { printf '\n== %s\n' "$*"; }
 note() { printf '   %s\n' "$*"; }
@@ -11,17 +11,24 @@ die() {
   exit 1
 }
 
-listed_packages() { sed -e 's/#.*//' -e '/^[[:space:]]*$/d' "$package_list"; }
+# listed_packages GROUP...: all groups when none is named.
+listed_packages() {
+  awk -v wanted=" $* " '
+    /^#/ || /^[[:space:]]*$/ { next }
+    /^\[/ { group = $1; gsub(/[][]/, "", group); next }
+    wanted == "  " || index(wanted, " " group " ") { print $1 }' "$package_list"
+}
 
 missing_packages() {
-  comm -23 <(listed_packages | sort) \
+  comm -23 <(listed_packages "$@" | sort) \
     <(dpkg-query --show --showformat='${Package} ${db:Status-Status}\n' 2>/dev/null |
       sed -n 's/ installed$//p' | sort)
 }
 
+# install_packages GROUP...: what is missing of these groups, of all when none is named.
 install_packages() {
   local missing
-  mapfile -t missing < <(missing_packages)
+  mapfile -t missing < <(missing_packages "$@")
   [ ${#missing[@]} -gt 0 ] || return 0
   if [ "$(id -u)" -ne 0 ]; then
     die "packages are missing; install them with

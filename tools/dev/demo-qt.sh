@@ -117,7 +117,8 @@ watch_window() {
 }
 
 run_qt_demo() {
-  configure_and_build debug kvlocal-devnotary kvlocal-devservice kvlocal-example-qthost >&2
+  demo_bin=build/demo-qt/bin
+  configure_and_build demo-qt kvlocal-devnotary kvlocal-devservice kvlocal-example-qthost >&2
   begin_demo
   start_session
   start_peers

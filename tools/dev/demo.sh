@@ -5,7 +5,7 @@
 source tools/dev/demo-qt.sh
 
 readonly demo_patience=20 # seconds for any one thing to happen
-readonly demo_bin=build/debug/bin
+demo_bin=build/demo/bin
 readonly demo_document=/demo.json
 # Events with consecutive numbers; a request that names the last one goes on with the next.
 readonly demo_stream='/events?interval=400'
@@ -264,12 +264,17 @@ begin_demo() {
   trap 'exit 143' TERM
 }
 
+packages_for_demo() {
+  printf '%s\n' build peers
+  [ "${1:-}" != --qt ] || printf '%s\n' qt display
+}
+
 run_demo() {
   if [ "${1:-}" = --qt ]; then
     run_qt_demo "${@:2}"
     return
   fi
-  configure_and_build debug kvlocal-devnotary kvlocal-devservice kvlocal-cli \
+  configure_and_build demo kvlocal-devnotary kvlocal-devservice kvlocal-cli \
     kvlocal-example-console kvlocal-example-documents >&2
   begin_demo
   start_session

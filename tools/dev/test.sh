@@ -26,11 +26,46 @@ sanitizer_environment() {
 # nginx, for users who are not root.
 export PATH=$PATH:/usr/sbin:/sbin
 
+# Takes "--only FILTER" off `rest`: GoogleTest then runs those tests only.
+parse_filter() {
+  local taken=() index
+  for ((index = 0; index < ${#rest[@]}; index++)); do
+    case ${rest[index]} in
+      --only)
+        [ $((index + 1)) -lt ${#rest[@]} ] || die '--only needs a filter, such as JSON*'
+        index=$((index + 1))
+        export GTEST_FILTER=${rest[index]}
+        ;;
+      --only=*) export GTEST_FILTER=${rest[index]#--only=} ;;
+      *) taken+=("${rest[index]}") ;;
+    esac
+  done
+  rest=("${taken[@]}")
+}
+
+# How many tests the programs ran in all, from what each of them has written.
+count_tests() {
+  find "$1" -name '*.xml' -exec awk '
+    match($0, /<testsuites tests="[0-9]+" failures="[0-9]+"/) {
+      split(substr($0, RSTART, RLENGTH), part, "\"")
+      tests += part[2]; failures += part[4]
+    }
+    /result="skipped"/ { skipped++ }
+    END {
+      printf "%d passed, %d failed, %d skipped\n", tests - failures - skipped, failures, skipped
+    }' {} +
+}
+
 run_test() {
-  local preset rest
+  local preset rest results status=0
   parse_preset "$@"
+  parse_filter
   configure_and_build "$preset"
   sanitizer_environment "$preset"
+  results=build/$preset/results
+  rm -rf "$results"
   section "Tests ($preset)"
-  ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j2 "${rest[@]}"
+  ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j2 "${rest[@]}" || status=$?
+  [ ! -d "$results" ] || section "Tests in these programs: $(count_tests "$results")"
+  return $status
 }

@@ -66,7 +66,7 @@ class KVL_CAPABILITY("mutex") RecursiveMutex {
 class KVL_SCOPED_CAPABILITY MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) KVL_ACQUIRE(mutex) : lock_(mutex.mutex_) {}
-  ~MutexLock() KVL_RELEASE() {}
+  ~MutexLock() KVL_RELEASE() = default;
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
