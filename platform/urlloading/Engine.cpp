@@ -1,6 +1,7 @@
 #include "platform/urlloading/Engine.h"
 
-#include "platform/urlloading/ErrorMaking.h"
+#include "platform/security/OpenSSLAccess.h"
+#include "platform/urlloading/LoadingErrors.h"
 #include "platform/urlloading/Transfer.h"
 
 #include <algorithm>
@@ -11,7 +12,14 @@
 namespace kvl::urlloading {
 namespace {
 
-constexpr int kShortRestMilliseconds = 2;
+constexpr int kShortWaitMilliseconds = 2;
+
+// Prepares libcurl and OpenSSL, once per process. False when they cannot be used.
+bool prepareLibraries() {
+  security::keepOpenSSLUntilTheEnd();
+  static const bool prepared = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  return prepared;
+}
 
 }  // namespace
 
@@ -23,7 +31,7 @@ Engine::~Engine() = default;
 
 std::optional<Error> Engine::start(std::shared_ptr<DataTaskObject> task, URLRequest request) {
   const std::string text(request.urlText());
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (invalidated_ || abandoned_) return makeURLError(NSURLErrorCancelled, text);
   if (!ensureThread()) return makeSystemError(EAGAIN, text);
   const auto identifier = task->taskIdentifier();
@@ -34,7 +42,7 @@ std::optional<Error> Engine::start(std::shared_ptr<DataTaskObject> task, URLRequ
 
 bool Engine::ensureThread() {
   if (threadRuns_) return true;
-  if (!prepareCurl()) return false;
+  if (!prepareLibraries()) return false;
   multi_.reset(curl_multi_init());
   cookies_.reset(curl_share_init());
   if (!multi_ || !cookies_) return false;
@@ -42,16 +50,17 @@ bool Engine::ensureThread() {
   curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
   const auto self = shared_from_this();
   threadRuns_ = startIOThread(self, [self] { self->run(); });
+  if (threadRuns_) wakeable_ = multi_.get();
   return threadRuns_;
 }
 
 void Engine::cancel(std::uint64_t identifier) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (running_.contains(identifier)) post({Command::Kind::cancel, identifier, nullptr, {}});
 }
 
 void Engine::unpause(std::uint64_t identifier) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (running_.contains(identifier)) post({Command::Kind::unpause, identifier, nullptr, {}});
 }
 
@@ -61,30 +70,30 @@ void Engine::post(Command command) {
 }
 
 void Engine::wake() {
-  if (multi_) curl_multi_wakeup(multi_.get());
+  if (wakeable_ != nullptr) curl_multi_wakeup(wakeable_);
 }
 
 void Engine::invalidate() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   invalidated_ = true;
   wake();
 }
 
 bool Engine::isInvalidated() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return invalidated_;
 }
 
 std::vector<std::shared_ptr<DataTaskObject>> Engine::runningTasks() const {
   std::vector<std::shared_ptr<DataTaskObject>> tasks;
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   for (const auto& [identifier, task] : running_) tasks.push_back(task);
   return tasks;
 }
 
 void Engine::abandon() {
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     abandoned_ = true;
     wake();
   }
@@ -97,7 +106,7 @@ void Engine::run() {
     for (Command& command : commands) execute(command);
     commands.clear();
     step();
-    rest();
+    waitForActivity();
   }
   tearDown();
 }
@@ -106,17 +115,17 @@ void Engine::run() {
 // tells the other one: it compares times in whole milliseconds. The other one reads its data in the
 // next pass, whenever that is. So a long wait begins only after a pass before which no socket,
 // timer or command had anything to do.
-void Engine::rest() {
-  const bool wasRestless = std::exchange(restless_, true);
+void Engine::waitForActivity() {
+  const bool mightHaveMore = std::exchange(mayHaveMore_, true);
   // A wake-up can be swallowed while libcurl works: the queue itself is what counts.
   if (hasWork() || isGrowing()) return;
-  const bool isShort = wasRestless && transfers_.size() > 1;
+  const bool isShort = mightHaveMore && transfers_.size() > 1;
   const bool timerWasDue = timerIsDue();
   const int longest = pollMilliseconds();
   int ready = 0;
   curl_multi_poll(multi_.get(), nullptr, 0,
-                  isShort ? std::min(longest, kShortRestMilliseconds) : longest, &ready);
-  restless_ = !isShort || timerWasDue || ready > 0 || hasWork();
+                  isShort ? std::min(longest, kShortWaitMilliseconds) : longest, &ready);
+  mayHaveMore_ = !isShort || timerWasDue || ready > 0 || hasWork();
 }
 
 bool Engine::isGrowing() const {
@@ -137,7 +146,7 @@ bool Engine::isReady() const {
 }
 
 bool Engine::hasWork() const {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return !commands_.empty() || isOver();
 }
 
@@ -146,7 +155,7 @@ bool Engine::isOver() const {
 }
 
 bool Engine::takeCommands(std::vector<Command>& commands) {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (isOver()) return false;
   commands.swap(commands_);
   return true;
@@ -179,8 +188,8 @@ void Engine::launch(Transfer& transfer) {
   if (slots_.admit(identifier, transfer.host(), std::chrono::steady_clock::now())) {
     return perform(transfer);
   }
-  transfer.waitInLine();
-  if (slots_.isRevealed(identifier)) transfer.forgetTimeInLine();
+  transfer.waitForSlot();
+  if (slots_.isRevealed(identifier)) transfer.suspendDeadlineUntilPrepared();
 }
 
 void Engine::launchAdmitted() {
@@ -210,10 +219,10 @@ void Engine::step() {
   const auto began = std::chrono::steady_clock::now();
   int running = 0;
   curl_multi_perform(multi_.get(), &running);
-  leaveOutChallenges();
+  extendDeadlinesByChallenges();
   flushBodies(began);
   noteConnections();
-  reapFinished();
+  finishExchanges();
   expireIdle();
   launchAdmitted();
 }
@@ -231,7 +240,7 @@ void Engine::noteConnections() {
   }
   if (!revealed) return;
   for (const auto& [identifier, transfer] : transfers_) {
-    if (slots_.isRevealed(identifier)) transfer->forgetTimeInLine();
+    if (slots_.isRevealed(identifier)) transfer->suspendDeadlineUntilPrepared();
   }
 }
 
@@ -242,14 +251,14 @@ void Engine::flushBodies(SteadyTime passBegan) {
   for (const auto& [identifier, transfer] : transfers_) transfer->flush(isMore, passBegan);
 }
 
-void Engine::leaveOutChallenges() {
+void Engine::extendDeadlinesByChallenges() {
   std::chrono::steady_clock::duration waited{};
   for (const auto& [identifier, transfer] : transfers_) waited += transfer->takeTimeInChallenges();
   if (waited == std::chrono::steady_clock::duration::zero()) return;
   for (const auto& [identifier, transfer] : transfers_) transfer->postponeDeadline(waited);
 }
 
-void Engine::reapFinished() {
+void Engine::finishExchanges() {
   int left = 0;
   while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
     if (message->msg != CURLMSG_DONE) continue;
@@ -284,7 +293,7 @@ void Engine::end(Transfer& transfer, TaskOutcome outcome) {
   transfer.flushRest();
   std::shared_ptr<DataTaskObject> task;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const auto running = running_.extract(identifier);
     task = running.mapped();
   }
@@ -306,12 +315,11 @@ void Engine::tearDown() {
   for (const auto& [identifier, transfer] : transfers_)
     curl_multi_remove_handle(multi_.get(), transfer->easy());
   transfers_.clear();
-  MultiHandle multi;
   {
-    std::lock_guard lock(mutex_);
-    multi = std::move(multi_);
+    const MutexLock lock(mutex_);
+    wakeable_ = nullptr;
   }
-  multi.reset();
+  multi_.reset();
   cookies_.reset();
 }
 

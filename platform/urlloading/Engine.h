@@ -1,16 +1,17 @@
-// The I/O thread of one session object.
+// The I/O thread of one session object, and the libcurl multi handle that it drives.
 #pragma once
 
-#include "platform/urlloading/CurlLibrary.h"
-#include "platform/urlloading/DataTaskObject.h"
 #include "platform/urlloading/HostSlots.h"
 #include "platform/urlloading/IOThreads.h"
+#include "platform/urlloading/URLSessionObject.h"
 
+#include <local/platform/Mutex.h>
 #include <local/platform/URLSession.h>
+
+#include <curl/curl.h>
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -18,8 +19,20 @@ namespace kvl::urlloading {
 
 class Transfer;
 
-// Runs transfers from the first task on. The thread keeps the engine alive; it ends by itself when
-// the engine is invalidated and no task runs.
+struct MultiDeleter {
+  void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
+};
+using MultiHandle = std::unique_ptr<CURLM, MultiDeleter>;
+
+struct ShareDeleter {
+  void operator()(CURLSH* share) const noexcept { curl_share_cleanup(share); }
+};
+using ShareHandle = std::unique_ptr<CURLSH, ShareDeleter>;
+
+// Runs transfers from the first task on. The session object and its tasks call the public part from
+// any thread; it becomes commands, which the I/O thread executes between two passes over all
+// transfers. The thread keeps the engine alive; it ends by itself when the engine is invalidated
+// and no task runs.
 class Engine final : public Abandonable, public std::enable_shared_from_this<Engine> {
  public:
   explicit Engine(URLSessionConfiguration configuration);
@@ -45,11 +58,10 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
     std::optional<URLRequest> request;
   };
 
-  // With `mutex_` held.
-  [[nodiscard]] bool ensureThread();
-  void post(Command command);
-  void wake();
-  [[nodiscard]] bool isOver() const;
+  [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
+  void post(Command command) KVL_REQUIRES(mutex_);
+  void wake() KVL_REQUIRES(mutex_);
+  [[nodiscard]] bool isOver() const KVL_REQUIRES(mutex_);
 
   // On the I/O thread.
   void run();
@@ -62,18 +74,20 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   void perform(Transfer& transfer);
   void launchAdmitted();
   void stop(std::uint64_t identifier);
+  // One pass over all transfers.
   void step();
   void flushBodies(SteadyTime passBegan);
   // Waits for something to do.
-  void rest();
+  void waitForActivity();
   [[nodiscard]] bool timerIsDue() const;
   // Whether the next pass has something to do at once.
   [[nodiscard]] bool isReady() const;
   // Whether a chunk of events grows at once.
   [[nodiscard]] bool isGrowing() const;
   void noteConnections();
-  void leaveOutChallenges();
-  void reapFinished();
+  // The I/O thread read nothing while it waited for answers, which is nobody's silence.
+  void extendDeadlinesByChallenges();
+  void finishExchanges();
   void finishExchange(Transfer& transfer, CURLcode code);
   void expireIdle();
   void end(Transfer& transfer, TaskOutcome outcome);
@@ -82,20 +96,22 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
 
   const URLSessionConfiguration configuration_;
 
-  mutable std::mutex mutex_;  // guards what follows
-  MultiHandle multi_;         // used without the lock on the I/O thread, which alone frees it
-  bool threadRuns_ = false;
-  bool invalidated_ = false;
-  bool abandoned_ = false;
-  std::vector<Command> commands_;
-  std::map<std::uint64_t, std::shared_ptr<DataTaskObject>> running_;
+  mutable Mutex mutex_;
+  bool threadRuns_ KVL_GUARDED_BY(mutex_) = false;
+  bool invalidated_ KVL_GUARDED_BY(mutex_) = false;
+  bool abandoned_ KVL_GUARDED_BY(mutex_) = false;
+  std::vector<Command> commands_ KVL_GUARDED_BY(mutex_);
+  std::map<std::uint64_t, std::shared_ptr<DataTaskObject>> running_ KVL_GUARDED_BY(mutex_);
+  // `multi_` while it may be woken: from the thread's start to its end.
+  CURLM* wakeable_ KVL_GUARDED_BY(mutex_) = nullptr;
 
-  // The I/O thread's own.
+  // The I/O thread's own, once it runs.
+  MultiHandle multi_;
   ShareHandle cookies_;
   HostSlots slots_;
   std::map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;
   // Whether the last pass may have left something undone.
-  bool restless_ = true;
+  bool mayHaveMore_ = true;
 };
 
 }  // namespace kvl::urlloading

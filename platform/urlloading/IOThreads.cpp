@@ -1,6 +1,9 @@
 #include "platform/urlloading/IOThreads.h"
 
 #include "platform/core/BlockedSignals.h"
+#include "platform/core/NoDestructor.h"
+
+#include <local/platform/Mutex.h>
 
 #include <openssl/crypto.h>
 #include <pthread.h>
@@ -9,9 +12,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -21,21 +22,20 @@ namespace kvl::urlloading {
 namespace {
 
 // A thread is at most in one step of libcurl when it is told to end.
-constexpr std::chrono::seconds kParkingTime{2};
+constexpr std::chrono::seconds kLongestParking{2};
 
 struct Threads {
-  std::mutex mutex;
-  std::condition_variable ended;
-  std::vector<std::weak_ptr<Abandonable>> owners;
-  std::vector<std::shared_ptr<Abandonable>> parked;
-  std::size_t running = 0;
-  bool exiting = false;
-  pid_t process = getpid();
+  Mutex mutex;
+  Condition ended;
+  std::vector<std::weak_ptr<Abandonable>> owners KVL_GUARDED_BY(mutex);
+  std::vector<std::shared_ptr<Abandonable>> parked KVL_GUARDED_BY(mutex);
+  std::size_t running KVL_GUARDED_BY(mutex) = 0;
+  bool exiting KVL_GUARDED_BY(mutex) = false;
+  const pid_t process = getpid();
 };
 
-// Never destroyed: threads outlive static objects.
 Threads& threads() {
-  static auto* const instance = new Threads;
+  static NoDestructor<Threads> instance;
   return *instance;
 }
 
@@ -43,7 +43,7 @@ Threads& threads() {
 void parkAll() {
   Threads& all = threads();
   if (all.process != getpid()) return;  // a forked child has none of the threads
-  std::unique_lock lock(all.mutex);
+  MutexLock lock(all.mutex);
   all.exiting = true;
   const auto owners = std::exchange(all.owners, {});
   lock.unlock();
@@ -55,13 +55,14 @@ void parkAll() {
   for (const auto& held : parked) held->abandon();
   lock.lock();
   all.parked = std::move(parked);
-  all.ended.wait_for(lock, kParkingTime, [&all] { return all.running == 0; });
+  const auto deadline = std::chrono::steady_clock::now() + kLongestParking;
+  while (all.running > 0 && all.ended.waitUntil(lock, deadline)) continue;
 }
 
-bool enlist(const std::shared_ptr<Abandonable>& owner) {
+bool registerThread(const std::shared_ptr<Abandonable>& owner) {
   Threads& all = threads();
   static const bool registered = std::atexit(parkAll) == 0;
-  std::lock_guard lock(all.mutex);
+  const MutexLock lock(all.mutex);
   if (!registered || all.exiting) return false;
   std::erase_if(all.owners, [](const auto& other) { return other.expired(); });
   all.owners.push_back(owner);
@@ -69,28 +70,28 @@ bool enlist(const std::shared_ptr<Abandonable>& owner) {
   return true;
 }
 
-void discharge() {
+void unregisterThread() {
   Threads& all = threads();
-  std::lock_guard lock(all.mutex);
+  const MutexLock lock(all.mutex);
   --all.running;
-  all.ended.notify_all();
+  all.ended.notifyAll();
 }
 
 }  // namespace
 
 bool startIOThread(const std::shared_ptr<Abandonable>& owner, std::function<void()> body) {
-  if (!enlist(owner)) return false;
+  if (!registerThread(owner)) return false;
   const core::BlockedSignals inheritedByTheThread;
   try {
     std::thread([body = std::move(body)]() mutable {
       body();
       body = nullptr;
       OPENSSL_thread_stop();
-      discharge();
+      unregisterThread();
     }).detach();
     return true;
   } catch (const std::system_error&) {
-    discharge();
+    unregisterThread();
     return false;
   }
 }

@@ -7,6 +7,7 @@
 
 namespace kvl::urlloading {
 
+// Whoever runs an I/O thread.
 class Abandonable {
  public:
   virtual ~Abandonable() = default;

@@ -1,7 +1,7 @@
 // The part of a body that has arrived and was not handed over yet.
 #pragma once
 
-#include "platform/urlloading/ChallengeGate.h"
+#include "platform/urlloading/TLSConnection.h"
 
 #include <local/platform/Data.h>
 

@@ -1,8 +1,7 @@
 #include "platform/urlloading/RequestCheck.h"
 
 #include "platform/core/ASCII.h"
-#include "platform/urlloading/ErrorMaking.h"
-#include "platform/urlloading/Token.h"
+#include "platform/urlloading/LoadingErrors.h"
 
 #include <algorithm>
 
@@ -31,6 +30,14 @@ std::optional<Error> requestFault(const URLRequest& request) {
   return std::nullopt;
 }
 
+bool isToken(std::string_view text) noexcept {
+  constexpr std::string_view kPunctuation = "!#$%&'*+-.^_`|~";
+  const auto isTokenCharacter = [&](char c) {
+    return ascii::isLetterOrDigit(c) || kPunctuation.find(c) != std::string_view::npos;
+  };
+  return !text.empty() && std::all_of(text.begin(), text.end(), isTokenCharacter);
+}
+
 bool isLoadable(const URL& url) noexcept {
   const auto scheme = url.scheme();
   return scheme &&
@@ -40,6 +47,12 @@ bool isLoadable(const URL& url) noexcept {
 bool isSecure(const URL& url) noexcept {
   const auto scheme = url.scheme();
   return scheme && ascii::equalIgnoringCase(*scheme, "https");
+}
+
+bool isSameHost(const URL& a, const URL& b) noexcept {
+  const auto first = a.host();
+  const auto second = b.host();
+  return first && second && ascii::equalIgnoringCase(*first, *second);
 }
 
 }  // namespace kvl::urlloading

@@ -5,6 +5,7 @@
 #include <local/platform/URLRequest.h>
 
 #include <optional>
+#include <string_view>
 
 namespace kvl::urlloading {
 
@@ -14,8 +15,13 @@ namespace kvl::urlloading {
 // Why the request cannot be sent, or absent when it can.
 [[nodiscard]] std::optional<Error> requestFault(const URLRequest& request);
 
+// Whether `text` is a token (RFC 9110, 5.6.2).
+[[nodiscard]] bool isToken(std::string_view text) noexcept;
+
 // Whether the URL is absolute and of a scheme that is loaded: http or https.
 [[nodiscard]] bool isLoadable(const URL& url) noexcept;
 [[nodiscard]] bool isSecure(const URL& url) noexcept;
+// Whether both name the same host; the port does not matter.
+[[nodiscard]] bool isSameHost(const URL& a, const URL& b) noexcept;
 
 }  // namespace kvl::urlloading

@@ -1,8 +1,9 @@
-// Reads the head of a response line by line.
+// The head of a response, read line by line, and the request to which a redirect leads.
 #pragma once
 
 #include <local/platform/URLRequest.h>
 
+#include <optional>
 #include <string_view>
 
 namespace kvl::urlloading {
@@ -29,5 +30,12 @@ class ResponseHead {
   int version_ = 0;
   bool complete_ = false;
 };
+
+// The request that follows `request` after a response with this status and these fields, or absent
+// when the response is not a redirect that may be followed. A redirect never leads from https to
+// http, and what the caller set to authenticate itself does not travel to another host.
+// @pre `request` has a URL.
+[[nodiscard]] std::optional<URLRequest> redirectedRequest(const URLRequest& request, int status,
+                                                          const HeaderFields& fields);
 
 }  // namespace kvl::urlloading

@@ -59,6 +59,44 @@ bool useIdentity(SSL* ssl, const Credential& credential) {
 
 }  // namespace
 
+ChallengeHandler ChallengeGate::handler() {
+  const std::shared_ptr<void> refusalWhenDropped(
+      nullptr, [gate = shared_from_this()](void*) { gate->abort(); });
+  return [gate = shared_from_this(), refusalWhenDropped](ChallengeDisposition disposition,
+                                                         CredentialRef credential) {
+    gate->answer(disposition, std::move(credential));
+  };
+}
+
+void ChallengeGate::answer(ChallengeDisposition disposition, CredentialRef credential) {
+  // Read here, on the thread that evaluated: a trust belongs to one thread at a time.
+  settle({disposition, std::move(credential), trust_ ? trust_->verifyError() : 0});
+}
+
+void ChallengeGate::abort() {
+  settle({});
+}
+
+void ChallengeGate::settle(ChallengeAnswer answer) {
+  const MutexLock lock(mutex_);
+  if (answer_) return;
+  answer_ = std::move(answer);
+  answered_.notifyAll();
+}
+
+ChallengeAnswer ChallengeGate::wait(SteadyTime deadline) {
+  MutexLock lock(mutex_);
+  while (!answer_) {
+    if (deadline == SteadyTime::max()) {
+      answered_.wait(lock);
+    } else if (!answered_.waitUntil(lock, deadline)) {
+      break;
+    }
+  }
+  if (!answer_) answer_.emplace();
+  return *answer_;
+}
+
 std::shared_ptr<TLSConnection> TLSConnection::attach(SSL_CTX* context, ChallengeSource& source) {
   auto connection = std::make_shared<TLSConnection>(source);
   auto slot = std::make_unique<ConnectionSlot>(connection);

@@ -1,15 +1,53 @@
-// What one TLS connection asks, is answered and records.
+// What one TLS connection asks the delegate, how it waits for the answers, and what it records.
 #pragma once
 
-#include "platform/urlloading/ChallengeGate.h"
+#include "platform/security/TrustEvaluation.h"
+
+#include <local/platform/Credential.h>
+#include <local/platform/Mutex.h>
 
 #include <openssl/ssl.h>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
 
 namespace kvl::urlloading {
+
+using SteadyTime = std::chrono::steady_clock::time_point;
+
+struct ChallengeAnswer {
+  ChallengeDisposition disposition = ChallengeDisposition::rejectProtectionSpace;
+  CredentialRef credential;
+  // What the trust's evaluation had found when the answer came; 0 for a client certificate.
+  int verifyError = 0;
+};
+
+// Where a connection waits for the answer to one challenge. Thread-safe.
+class ChallengeGate : public std::enable_shared_from_this<ChallengeGate> {
+ public:
+  // `trust` is what is asked about, or null for a client certificate.
+  explicit ChallengeGate(std::shared_ptr<security::ServerTrust> trust) : trust_(std::move(trust)) {}
+
+  // The handler to give to the delegate. When its last copy goes away unused, that is a refusal.
+  [[nodiscard]] ChallengeHandler handler();
+
+  // Ends the wait with a refusal unless an answer came before.
+  void abort();
+
+  // Waits for the answer; a refusal when none came by the deadline.
+  [[nodiscard]] ChallengeAnswer wait(SteadyTime deadline);
+
+ private:
+  void answer(ChallengeDisposition disposition, CredentialRef credential);
+  void settle(ChallengeAnswer answer);
+
+  const std::shared_ptr<security::ServerTrust> trust_;
+  Mutex mutex_;
+  Condition answered_;
+  std::optional<ChallengeAnswer> answer_ KVL_GUARDED_BY(mutex_);
+};
 
 // Answers a connection's questions while it is made, on the I/O thread.
 class ChallengeSource {

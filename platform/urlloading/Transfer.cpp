@@ -1,10 +1,7 @@
 #include "platform/urlloading/Transfer.h"
 
 #include "platform/core/ASCII.h"
-#include "platform/urlloading/EasyOptions.h"
-#include "platform/urlloading/ErrorMaking.h"
-#include "platform/urlloading/FailureClassifier.h"
-#include "platform/urlloading/Redirect.h"
+#include "platform/urlloading/LoadingErrors.h"
 #include "platform/urlloading/RequestCheck.h"
 
 #include <algorithm>
@@ -67,13 +64,13 @@ CURLcode Transfer::prepare() {
   // A new handle: resetting one that had cookies leaks in libcurl 7.88.
   easy_.reset(curl_easy_init());
   if (!easy_) return CURLE_OUT_OF_MEMORY;
-  timeless_ = false;
+  deadlineSuspended_ = false;
   discarded_ = 0;
   adopt(nullptr);
   head_ = {};
   errorText_.fill('\0');
   uploaded_ = 0;
-  touch();
+  noteActivity();
   OptionSetter options(easy_.get());
   applyCommonOptions(options, cookies_);
   applyRequest(options, request_, fields_, configuration_.allowsHTTP2);
@@ -117,7 +114,7 @@ CURLcode Transfer::onTLSContext(CURL*, void* context, void* transfer) {
 // Called before each request, on new, reused and shared connections alike.
 int Transfer::onConnected(void* transfer, char*, char*, int, int) {
   auto* self = static_cast<Transfer*>(transfer);
-  self->touch();
+  self->noteActivity();
   self->responded_ = false;
   const SSL* ssl = sslOf(self->easy());
   self->connectionKind_ = ssl != nullptr && multiplexes(*ssl);
@@ -128,7 +125,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int, int) {
 
 std::size_t Transfer::onHeaderLine(char* text, std::size_t, std::size_t size, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
-  self->touch();
+  self->noteActivity();
   self->responded_ = true;
   if (self->connection_) self->connection_->markAnswered();
   try {
@@ -150,7 +147,7 @@ void Transfer::finishHead() {
 
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
-  self->touch();
+  self->noteActivity();
   // No exception may pass through libcurl.
   try {
     return self->redirect_ ? self->discard(size) : self->takeBody(bytes, size);
@@ -175,13 +172,13 @@ std::size_t Transfer::takeBody(const char* bytes, std::size_t size) {
     bodyTooLarge_ = task_->wantsBodyInOnePiece();
     if (bodyTooLarge_) return 0;
   }
-  body_.append({bytes, size}, lastStep_);
+  body_.append({bytes, size}, lastActivity_);
   return size;
 }
 
 int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded) {
   auto* self = static_cast<Transfer*>(transfer);
-  if (std::exchange(self->uploaded_, uploaded) != uploaded) self->touch();
+  if (std::exchange(self->uploaded_, uploaded) != uploaded) self->noteActivity();
   return 0;
 }
 
@@ -209,7 +206,7 @@ SteadyTime Transfer::nextFlush() const {
 
 void Transfer::unpause() {
   if (!std::exchange(paused_, false)) return;
-  touch();
+  noteActivity();
   curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
 }
 
@@ -226,10 +223,11 @@ bool Transfer::mayMultiplex() const {
 }
 
 SteadyTime Transfer::deadline() const {
-  if (paused_ || timeless_) return SteadyTime::max();
+  if (paused_ || deadlineSuspended_) return SteadyTime::max();
   const std::chrono::nanoseconds interval =
       request_.timeoutInterval().value_or(configuration_.timeoutIntervalForRequest);
-  return interval >= SteadyTime::max() - lastStep_ ? SteadyTime::max() : lastStep_ + interval;
+  return interval >= SteadyTime::max() - lastActivity_ ? SteadyTime::max()
+                                                       : lastActivity_ + interval;
 }
 
 std::chrono::steady_clock::duration Transfer::takeTimeInChallenges() {
@@ -297,8 +295,8 @@ ChallengeAnswer Transfer::ask(std::string_view method,
   const URL& url = *request_.url();
   ChallengeAnswer answer = task_->ask({peerHost(), portOf(url), std::string(method), trust}, trust,
                                       std::min(deadline(), start + kLongestChallenge));
-  touch();
-  timeInChallenges_ += lastStep_ - start;
+  noteActivity();
+  timeInChallenges_ += lastActivity_ - start;
   return answer;
 }
 

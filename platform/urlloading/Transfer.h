@@ -1,11 +1,11 @@
 // One task's exchange with the server, redirects included.
 #pragma once
 
-#include "platform/urlloading/CurlLibrary.h"
-#include "platform/urlloading/DataTaskObject.h"
 #include "platform/urlloading/PendingBody.h"
 #include "platform/urlloading/ResponseHead.h"
 #include "platform/urlloading/TLSConnection.h"
+#include "platform/urlloading/TransferOptions.h"
+#include "platform/urlloading/URLSessionObject.h"
 
 #include <local/platform/URLSession.h>
 
@@ -17,7 +17,9 @@
 
 namespace kvl::urlloading {
 
-// On the I/O thread only.
+// Made by the engine for each task that starts, and driven by it: the engine calls the public part
+// between libcurl's passes, libcurl the callbacks within them, and the TLS connection asks its
+// questions through `ChallengeSource`. On the I/O thread only.
 class Transfer final : private ChallengeSource {
  public:
   Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
@@ -37,14 +39,16 @@ class Transfer final : private ChallengeSource {
   }
   // Whether the present exchange offers HTTP/2.
   [[nodiscard]] bool mayMultiplex() const;
-  // Nothing is sent until the request is prepared. While nobody could connect to the host yet, the
-  // time-out runs as it does for whoever connects; then waiting for others costs no time.
-  void waitInLine() {
+  // Nothing is sent until the request is prepared. The time-out runs: it counts for the host that
+  // nobody could connect to yet.
+  void waitForSlot() {
     adopt(nullptr);
     easy_.reset();
-    touch();
+    noteActivity();
   }
-  void forgetTimeInLine() { timeless_ = easy_ == nullptr; }
+  // The host can be reached, so that waiting for other exchanges with it is no silence of its own.
+  // A request that is prepared already is left alone.
+  void suspendDeadlineUntilPrepared() { deadlineSuspended_ = easy_ == nullptr; }
   // Sets the easy handle up for the present request. @pre it is in no multi handle.
   [[nodiscard]] CURLcode prepare();
   // Takes what libcurl says when the exchange ended. True when a redirect follows: prepare again.
@@ -71,8 +75,7 @@ class Transfer final : private ChallengeSource {
 
   // When the exchange has been silent for too long.
   [[nodiscard]] SteadyTime deadline() const;
-  // Leaves out the time in which the I/O thread waited for an answer to a challenge.
-  void postponeDeadline(std::chrono::steady_clock::duration pause) { lastStep_ += pause; }
+  void postponeDeadline(std::chrono::steady_clock::duration pause) { lastActivity_ += pause; }
   // The time that was spent waiting for answers since the last call.
   [[nodiscard]] std::chrono::steady_clock::duration takeTimeInChallenges();
 
@@ -89,7 +92,7 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] ChallengeAnswer ask(std::string_view method,
                                     const std::shared_ptr<security::ServerTrust>& trust);
 
-  void installCallbacks(class OptionSetter& options);
+  void installCallbacks(OptionSetter& options);
   void adopt(std::shared_ptr<TLSConnection> connection);
   void finishHead();
   [[nodiscard]] std::size_t discard(std::size_t size);
@@ -97,7 +100,7 @@ class Transfer final : private ChallengeSource {
   void handOver(std::size_t count);
   [[nodiscard]] Error failure(CURLcode code) const;
   [[nodiscard]] std::string debugText(CURLcode code) const;
-  void touch() { lastStep_ = std::chrono::steady_clock::now(); }
+  void noteActivity() { lastActivity_ = std::chrono::steady_clock::now(); }
 
   const std::shared_ptr<DataTaskObject> task_;
   const URLSessionConfiguration& configuration_;
@@ -122,10 +125,10 @@ class Transfer final : private ChallengeSource {
   bool bodyTooLarge_ = false;
 
   bool paused_ = false;
-  bool timeless_ = false;
+  bool deadlineSuspended_ = false;
   std::optional<bool> connectionKind_;
   curl_off_t uploaded_ = 0;
-  SteadyTime lastStep_ = std::chrono::steady_clock::now();
+  SteadyTime lastActivity_ = std::chrono::steady_clock::now();
   std::chrono::steady_clock::duration timeInChallenges_{};
   std::array<char, CURL_ERROR_SIZE> errorText_{};
 };

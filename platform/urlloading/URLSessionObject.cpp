@@ -1,11 +1,29 @@
 #include "platform/urlloading/URLSessionObject.h"
 
-#include "platform/urlloading/DataTaskObject.h"
 #include "platform/urlloading/Engine.h"
+#include "platform/urlloading/LoadingErrors.h"
+#include "platform/urlloading/RequestCheck.h"
 
 #include <utility>
 
 namespace kvl {
+
+URLSession::~URLSession() = default;
+DataTask::~DataTask() = default;
+URLSessionDelegate::~URLSessionDelegate() = default;
+
+// NOLINTBEGIN(performance-unnecessary-value-param): whoever overrides it may keep the handler
+void URLSessionDelegate::didReceiveChallenge(URLSession&, const Challenge&,
+                                             ChallengeHandler completionHandler) {
+  completionHandler(ChallengeDisposition::performDefaultHandling, nullptr);
+}
+// NOLINTEND(performance-unnecessary-value-param)
+
+void URLSessionDelegate::didReceiveData(URLSession&, const std::shared_ptr<DataTask>&,
+                                        const Data&) {}
+
+void URLSessionDelegate::didCompleteWithError(URLSession&, const std::shared_ptr<DataTask>&,
+                                              const std::optional<Error>&) {}
 
 std::shared_ptr<URLSession> URLSession::create(URLSessionConfiguration configuration,
                                                std::weak_ptr<URLSessionDelegate> delegate) {
@@ -17,6 +35,11 @@ namespace urlloading {
 namespace {
 
 constexpr const char* kQueueLabel = "korvale.local.urlsession";
+
+std::uint64_t nextIdentifier() {
+  static std::atomic<std::uint64_t> last = 0;
+  return ++last;
+}
 
 }  // namespace
 
@@ -48,6 +71,163 @@ void URLSessionObject::finishTasksAndInvalidate() {
 void URLSessionObject::invalidateAndCancel() {
   engine_->invalidate();
   for (const auto& task : engine_->runningTasks()) task->cancel();
+}
+
+bool DeliveryWindow::isOpen() {
+  const MutexLock lock(mutex_);
+  held_ = waiting_ > limit_;
+  return !held_;
+}
+
+void DeliveryWindow::add(std::size_t count) {
+  const MutexLock lock(mutex_);
+  waiting_ += count;
+}
+
+bool DeliveryWindow::release(std::size_t count) {
+  const MutexLock lock(mutex_);
+  waiting_ -= count;
+  if (!held_ || waiting_ > limit_ / 2) return false;
+  held_ = false;
+  return true;
+}
+
+DataTaskObject::DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
+                               DataTaskHandler handler)
+    : identifier_(nextIdentifier()),
+      request_(std::move(request)),
+      hasHandler_(handler != nullptr),
+      window_(session->configuration().deliveryBufferSize),
+      session_(std::move(session)),
+      handler_(std::move(handler)) {}
+
+DataTask::State DataTaskObject::state() const noexcept {
+  const MutexLock lock(mutex_);
+  return state_;
+}
+
+std::shared_ptr<URLSessionObject> DataTaskObject::session() const {
+  const MutexLock lock(mutex_);
+  return session_;
+}
+
+void DataTaskObject::resume() {
+  {
+    const MutexLock lock(mutex_);
+    if (state_ != State::suspended) return;
+    state_ = State::running;
+  }
+  if (auto error = start()) complete({std::nullopt, nullptr, std::move(error)});
+}
+
+std::optional<Error> DataTaskObject::start() {
+  const auto held = session();
+  if (!held) return std::nullopt;  // cancelled meanwhile, and already complete
+  const URLRequest request =
+      withAdditionalHeaders(request_, held->configuration().additionalHeaders);
+  if (held->engine().isInvalidated()) return makeURLError(NSURLErrorCancelled, request_.urlText());
+  if (auto fault = requestFault(request)) return fault;
+  return held->engine().start(shared_from_this(), request);
+}
+
+void DataTaskObject::cancel() {
+  std::shared_ptr<ChallengeGate> gate;
+  std::shared_ptr<URLSessionObject> held;
+  bool wasStarted = false;
+  {
+    const MutexLock lock(mutex_);
+    if (state_ == State::canceling || state_ == State::completed) return;
+    wasStarted = state_ == State::running;
+    state_ = State::canceling;
+    gate = gate_;
+    held = session_;
+  }
+  if (gate) gate->abort();
+  if (!wasStarted) {
+    complete({std::nullopt, nullptr, makeURLError(NSURLErrorCancelled, request_.urlText())});
+  } else if (held) {
+    held->engine().cancel(identifier_);
+  }
+}
+
+void DataTaskObject::deliver(Data data) {
+  auto held = session();
+  if (!held) return;
+  window_.add(data.size());
+  auto& queue = held->queue();
+  queue.async([self = shared_from_this(), held = std::move(held), data = std::move(data)] {
+    self->handOver(*held, data);
+  });
+}
+
+void DataTaskObject::handOver(URLSessionObject& held, const Data& data) {
+  if (state() == State::running) {
+    if (const auto delegate = held.delegate())
+      delegate->didReceiveData(held, shared_from_this(), data);
+  }
+  if (window_.release(data.size())) held.engine().unpause(identifier_);
+}
+
+void DataTaskObject::complete(TaskOutcome outcome) {
+  const auto held = session();
+  if (!held) return;
+  held->queue().async([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
+    self->finish(std::move(outcome));
+  });
+}
+
+void DataTaskObject::finish(TaskOutcome outcome) {
+  DataTaskHandler handler;
+  std::shared_ptr<URLSessionObject> held;
+  {
+    const MutexLock lock(mutex_);
+    if (state_ == State::completed) return;
+    // Cancelling counts until the very delivery, so that nobody is told success afterwards.
+    if (state_ == State::canceling) {
+      outcome.body.reset();
+      outcome.error = makeURLError(NSURLErrorCancelled, request_.urlText());
+    }
+    state_ = State::completed;
+    handler = std::exchange(handler_, nullptr);
+    held = std::exchange(session_, nullptr);
+  }
+  if (handler) return handler(std::move(outcome.body), outcome.response, outcome.error);
+  if (const auto delegate = held->delegate())
+    delegate->didCompleteWithError(*held, shared_from_this(), outcome.error);
+}
+
+bool DataTaskObject::openGate(const std::shared_ptr<ChallengeGate>& gate) {
+  const MutexLock lock(mutex_);
+  if (state_ != State::running) return false;
+  gate_ = gate;
+  return true;
+}
+
+void DataTaskObject::abortChallenge() {
+  std::shared_ptr<ChallengeGate> gate;
+  {
+    const MutexLock lock(mutex_);
+    gate = gate_;
+  }
+  if (gate) gate->abort();
+}
+
+ChallengeAnswer DataTaskObject::ask(ProtectionSpace space,
+                                    std::shared_ptr<security::ServerTrust> trust,
+                                    SteadyTime deadline) {
+  const auto held = session();
+  const auto gate = std::make_shared<ChallengeGate>(std::move(trust));
+  if (!held || !openGate(gate)) return {};
+  held->queue().async([held, handler = gate->handler(), challenge = Challenge{std::move(space)}] {
+    if (const auto delegate = held->delegate())
+      delegate->didReceiveChallenge(*held, challenge, handler);
+    else
+      handler(ChallengeDisposition::rejectProtectionSpace, nullptr);
+  });
+  ChallengeAnswer answer = gate->wait(deadline);
+  const MutexLock lock(mutex_);
+  gate_.reset();
+  return answer;
 }
 
 }  // namespace urlloading

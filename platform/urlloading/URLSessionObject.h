@@ -1,10 +1,18 @@
-// The session object that a host holds.
+// The session object that a host holds, its tasks, and the way from the I/O thread to the delegate.
 #pragma once
 
+#include "platform/urlloading/TLSConnection.h"
+
+#include <local/platform/Atomic.h>
 #include <local/platform/DispatchQueue.h>
+#include <local/platform/Mutex.h>
 #include <local/platform/URLSession.h>
 
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace kvl::urlloading {
 
@@ -34,6 +42,88 @@ class URLSessionObject final : public URLSession,
   const std::weak_ptr<URLSessionDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;
   const std::shared_ptr<Engine> engine_;
+};
+
+// How much of a body waits for the delegate: counts the bytes between the I/O thread, which adds,
+// and the delegate's queue, which takes away.
+class DeliveryWindow {
+ public:
+  explicit DeliveryWindow(std::size_t limit) noexcept : limit_(limit) {}
+
+  // Whether there is room. Without, the sender is held back until `release` says so.
+  [[nodiscard]] bool isOpen();
+  // Adds `count` bytes, however many wait already.
+  void add(std::size_t count);
+  // Takes `count` bytes away. True when a held sender may go on: once, at half of the limit.
+  [[nodiscard]] bool release(std::size_t count);
+
+ private:
+  const std::size_t limit_;
+  Mutex mutex_;
+  std::size_t waiting_ KVL_GUARDED_BY(mutex_) = 0;
+  bool held_ KVL_GUARDED_BY(mutex_) = false;
+};
+
+// How a task ended.
+struct TaskOutcome {
+  std::optional<Data> body;
+  URLResponseRef response;
+  std::optional<Error> error;
+};
+
+// The task that a host holds. Thread-safe: the host calls the `DataTask` part from any thread, the
+// transfer calls the rest from the I/O thread, and both meet on the session object's queue. Holds
+// its session object until its completion has been delivered.
+class DataTaskObject final : public DataTask, public std::enable_shared_from_this<DataTaskObject> {
+ public:
+  // A null handler: the body and the completion go to the delegate.
+  DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
+                 DataTaskHandler handler);
+
+  std::uint64_t taskIdentifier() const noexcept override { return identifier_; }
+  State state() const noexcept override;
+  const URLRequest& originalRequest() const noexcept override { return request_; }
+  URLResponseRef response() const override { return response_.get(); }
+  void resume() override;
+  void cancel() override;
+  void setPrefersIncrementalDelivery(bool prefers) override { prefersIncremental_ = prefers; }
+  bool prefersIncrementalDelivery() const noexcept override { return prefersIncremental_; }
+
+  // For the I/O thread.
+  [[nodiscard]] bool isCancelled() const { return state() == State::canceling; }
+  [[nodiscard]] bool wantsBodyInOnePiece() const noexcept { return hasHandler_; }
+  void setResponse(URLResponseRef response) { response_.set(std::move(response)); }
+  // Whether more may be collected for the delegate now.
+  [[nodiscard]] bool takesDelivery() { return window_.isOpen(); }
+  // Hands over a piece of the body.
+  void deliver(Data data);
+  // Ends the task; the first call counts.
+  void complete(TaskOutcome outcome);
+  // Waits for the delegate's answer.
+  [[nodiscard]] ChallengeAnswer ask(ProtectionSpace space,
+                                    std::shared_ptr<security::ServerTrust> trust,
+                                    SteadyTime deadline);
+  void abortChallenge();
+
+ private:
+  [[nodiscard]] std::optional<Error> start();
+  [[nodiscard]] std::shared_ptr<URLSessionObject> session() const;
+  [[nodiscard]] bool openGate(const std::shared_ptr<ChallengeGate>& gate);
+  void handOver(URLSessionObject& session, const Data& data);
+  void finish(TaskOutcome outcome);
+
+  const std::uint64_t identifier_;
+  const URLRequest request_;
+  const bool hasHandler_;
+  DeliveryWindow window_;
+  Atomic<URLResponseRef> response_;
+  std::atomic<bool> prefersIncremental_ = true;
+
+  mutable Mutex mutex_;
+  State state_ KVL_GUARDED_BY(mutex_) = State::suspended;
+  std::shared_ptr<URLSessionObject> session_ KVL_GUARDED_BY(mutex_);
+  DataTaskHandler handler_ KVL_GUARDED_BY(mutex_);
+  std::shared_ptr<ChallengeGate> gate_ KVL_GUARDED_BY(mutex_);
 };
 
 }  // namespace kvl::urlloading

@@ -1,4 +1,4 @@
-#include "platform/urlloading/EasyOptions.h"
+#include "platform/urlloading/TransferOptions.h"
 
 #include "platform/core/ASCII.h"
 

@@ -1,14 +1,28 @@
-// Which error a failed transfer is.
+// The errors of URL loading: how they are made, and which one a failed transfer is.
 #pragma once
 
 #include "platform/urlloading/TLSConnection.h"
+
+#include <local/platform/Error.h>
 
 #include <curl/curl.h>
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 namespace kvl::urlloading {
+
+// The error `code` of NSURLErrorDomain with its description, the URL's text, and the text of the
+// library below when there is any.
+[[nodiscard]] Error makeURLError(std::int64_t code, std::string_view urlText,
+                                 std::string_view debugText = {});
+
+// A request that cannot be sent as it stands: EINVAL in NSPOSIXErrorDomain.
+[[nodiscard]] Error makeInvalidRequestError(std::string_view description, std::string_view urlText);
+
+// The error `number` of errno.
+[[nodiscard]] Error makeSystemError(int number, std::string_view urlText);
 
 // What is known of a transfer that failed.
 struct FailureFacts {

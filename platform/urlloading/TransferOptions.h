@@ -1,13 +1,20 @@
-// The settings of one transfer.
+// What libcurl is told about one transfer.
 #pragma once
-
-#include "platform/urlloading/CurlLibrary.h"
 
 #include <local/platform/URLSession.h>
 
-#include <chrono>
+#include <curl/curl.h>
+
+#include <memory>
 
 namespace kvl::urlloading {
+
+struct CurlDeleter {
+  void operator()(CURL* easy) const noexcept { curl_easy_cleanup(easy); }
+  void operator()(curl_slist* list) const noexcept { curl_slist_free_all(list); }
+};
+using EasyHandle = std::unique_ptr<CURL, CurlDeleter>;
+using HeaderList = std::unique_ptr<curl_slist, CurlDeleter>;
 
 // Sets options of one easy handle and remembers the first failure.
 class OptionSetter {
