@@ -1,8 +1,7 @@
 // The event-stream parser against a bare scan for line ends over the same bytes in the same run.
 #include "bench/Measurement.h"
+#include "eventstream/EventStreamParser.h"
 #include "platform/urlloading/PendingBody.h"
-
-#include <local/KVLEventStreamState.h>
 
 #include <benchmark/benchmark.h>
 
@@ -34,6 +33,7 @@ std::size_t allocations = 0;
 
 namespace {
 
+using kvl::eventstream::EventStreamParser;
 using kvlbench::cpuSeconds;
 using kvlbench::measure;
 
@@ -86,7 +86,7 @@ double scanTime(const std::vector<kvl::Data>& chunks) {
 
 // Events are dropped as they come, which is part of what they cost.
 std::size_t parse(const std::vector<kvl::Data>& chunks) {
-  KVLEventStreamState state;
+  EventStreamParser state;
   std::size_t events = 0;
   for (const auto& chunk : chunks) events += state.read(chunk).size();
   return events;

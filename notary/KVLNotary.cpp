@@ -1,6 +1,8 @@
-#include "notary/NotaryReply.h"
+// The notary client: what it asks the notary service, and what it makes of the reply.
 #include "notary/ProcessReferences.h"
+#include "platform/core/NoDestructor.h"
 #include "platform/ipc/ServiceConnection.h"
+#include "platform/security/KeyStore.h"
 #include "platform/security/Operations.h"
 
 #include <local/KVLCertificateRequest.h>
@@ -52,16 +54,67 @@ void close(kvl::ipc::ServiceConnection& connection) {
   connection.invalidate();
 }
 
+// Reported in the POSIX domain, so that the session counts it as recoverable.
+constexpr std::int64_t kNoUsableURL = -1002;
+
+kvl::Error noUsableURL(const kvl::Dictionary& reply) {
+  const kvl::Value* urls = reply.find(NotaryResponseKeyURL);
+  const bool missing = urls == nullptr || urls->isNull();
+  return {kvl::NSPOSIXErrorDomain, kNoUsableURL, {{"urls", missing ? kvl::Value("null") : *urls}}};
+}
+
+// A certificate that cannot be read costs the signature its identity, not the notarisation.
+kvl::CertificateRef clientCertificate(const kvl::Dictionary& reply) {
+  kvl::CertificateRef certificate;
+  const auto text = reply[NotaryResponseKeyCertificate].string();
+  if (const auto error = KVLNotary::decode(text, &certificate)) {
+    kvl::log("client certificate error: %@", *error);
+  }
+  return certificate;
+}
+
+kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate) {
+  if (!certificate) return nullptr;
+  kvl::IdentityRef identity;
+  const kvl::Status status = kvl::security::SecIdentityCreateWithCertificate(
+      *kvl::security::defaultKeyStore(), certificate, identity);
+  if (status == kvl::kSuccess) return identity;
+  kvl::log("client identity error: %@", kvl::Error(kvl::NSPOSIXErrorDomain, status));
+  return nullptr;
+}
+
+// Calls `completionHandler` with the signature that the reply describes, or with an error.
+void completeWithReply(const std::optional<kvl::Dictionary>& received,
+                       const std::optional<kvl::Error>& error,
+                       const KVLNotary::CompletionHandler& completionHandler) {
+  if (error) return completionHandler(nullptr, error);
+  const kvl::Dictionary reply = received.value_or(kvl::Dictionary());
+  auto baseURL = KVLNotary::baseURL(reply[NotaryResponseKeyURL]);
+  if (!baseURL) return completionHandler(nullptr, noUsableURL(reply));
+  kvl::CertificateRef anchor;
+  if (auto failure = KVLNotary::decode(reply[NotaryResponseKeyAnchor].string(), &anchor)) {
+    return completionHandler(nullptr, std::move(failure));
+  }
+  auto client = clientCertificate(reply);
+  auto signature = std::make_shared<KVLNotarySignature>();
+  signature->setBaseURL(std::move(baseURL));
+  signature->setAnchor(std::move(anchor));
+  signature->setIdentity(identityFor(client));
+  signature->setClient(std::move(client));
+  kvl::log("%@", signature);
+  completionHandler(std::move(signature), std::nullopt);
+}
+
 }  // namespace
 
 std::shared_ptr<KVLNotary> KVLNotary::sharedNotary() {
   // Never destroyed: a notary that deletes its keys while the process exits could block the exit.
-  static const auto& shared = *new std::shared_ptr<KVLNotary>([] {
+  static const kvl::NoDestructor<std::shared_ptr<KVLNotary>> shared([] {
     auto path = environment(kPathVariable);
     if (path) kvl::log("notary: %@", *path);
     return notaryWithPath(std::move(path));
   }());
-  return shared;
+  return *shared;
 }
 
 std::shared_ptr<KVLNotary> KVLNotary::notaryWithPath(std::optional<std::string> path) {
@@ -116,7 +169,7 @@ void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandle
   sendNotary(path(), request,
              [handler = std::move(completionHandler)](const std::optional<kvl::Dictionary>& reply,
                                                       const std::optional<kvl::Error>& error) {
-               kvl::notary::handleReply(reply, error, handler);
+               completeWithReply(reply, error, handler);
              });
 }
 

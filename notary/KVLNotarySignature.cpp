@@ -1,4 +1,3 @@
-#include "notary/NotValidAfter.h"
 #include "notary/NotarySignatureImplementation.h"
 #include "notary/ProcessReferences.h"
 #include "platform/security/Operations.h"
@@ -12,6 +11,21 @@
 #include <charconv>
 #include <string_view>
 #include <utility>
+
+namespace kvl::notary {
+
+std::optional<Date> notValidAfterFromValues(const std::optional<Dictionary>& values) {
+  if (!values) return std::nullopt;
+  const auto entry = (*values)[security::kSecOIDX509V1ValidityNotAfter].dictionary();
+  const Value* value = entry ? entry->find(security::kSecPropertyKeyValue) : nullptr;
+  if (value == nullptr) return std::nullopt;
+  if (const auto date = value->date()) return date;
+  if (const auto seconds = value->real()) return Date(*seconds);
+  log("unknown not-after: %@", *values);
+  return std::nullopt;
+}
+
+}  // namespace kvl::notary
 
 KVLNotarySignature::KVLNotarySignature() : implementation_(std::make_unique<Implementation>()) {}
 KVLNotarySignature::~KVLNotarySignature() = default;

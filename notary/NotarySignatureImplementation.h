@@ -1,10 +1,12 @@
-// What a signature is made of, for the session that locks it.
+// What a signature is made of. The session locks its monitor.
 #pragma once
 
 #include <local/KVLNotarySignature.h>
 #include <local/platform/Atomic.h>
+#include <local/platform/Date.h>
+#include <local/platform/Mutex.h>
+#include <local/platform/Value.h>
 
-#include <mutex>
 #include <optional>
 
 struct KVLNotarySignature::Implementation {
@@ -13,5 +15,13 @@ struct KVLNotarySignature::Implementation {
   kvl::Atomic<kvl::IdentityRef> identity;
   kvl::Atomic<kvl::CertificateRef> client;
   // The session monitor, which belongs to the signature that is current.
-  std::recursive_mutex monitor;
+  kvl::RecursiveMutex monitor;
 };
+
+namespace kvl::notary {
+
+// Reads the not-after entry of a certificate's values. A number counts seconds since 2001-01-01; a
+// value that is neither date nor number is logged.
+[[nodiscard]] std::optional<Date> notValidAfterFromValues(const std::optional<Dictionary>& values);
+
+}  // namespace kvl::notary

@@ -1,6 +1,9 @@
 #include "notary/ProcessReferences.h"
 
-#include <mutex>
+#include "platform/core/NoDestructor.h"
+
+#include <local/platform/Mutex.h>
+
 #include <unordered_map>
 #include <utility>
 
@@ -8,28 +11,29 @@ namespace kvl::notary {
 namespace {
 
 struct KeptReferences {
-  std::mutex mutex;
-  std::unordered_map<const void*, std::shared_ptr<const void>> objects;
+  Mutex mutex;
+  std::unordered_map<const void*, std::shared_ptr<const void>> objects KVL_GUARDED_BY(mutex);
 };
 
-// Reachable for ever and never destroyed.
 KeptReferences& kept() {
-  static auto& references = *new KeptReferences;
-  return references;
+  static NoDestructor<KeptReferences> references;
+  return *references;
 }
 
 }  // namespace
 
 void keepForProcess(std::shared_ptr<const void> object) {
   if (!object) return;
-  std::lock_guard lock(kept().mutex);
+  auto& references = kept();
+  MutexLock lock(references.mutex);
   const void* address = object.get();
-  kept().objects.try_emplace(address, std::move(object));
+  references.objects.try_emplace(address, std::move(object));
 }
 
 std::size_t keptObjectCount() {
-  std::lock_guard lock(kept().mutex);
-  return kept().objects.size();
+  auto& references = kept();
+  MutexLock lock(references.mutex);
+  return references.objects.size();
 }
 
 }  // namespace kvl::notary

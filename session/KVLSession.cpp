@@ -1,19 +1,69 @@
-#include "eventstream/KVLEventStreamStateImplementation.h"
-#include "session/MonitorSection.h"
+// A session's life, requests, event stream and properties. Its notarisations and its answers to
+// challenges have files of their own.
+#include "session/Monitors.h"
 #include "session/SessionImplementation.h"
 
 #include <local/KVLSession.h>
 #include <local/platform/Log.h>
 
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 namespace {
+
+using kvl::session::DeliveryOrder;
+using kvl::session::SessionSection;
+using kvl::session::StreamSection;
 
 kvl::ProgressState connecting(const KVLNotary& notary) {
   const auto path = notary.path();
   return {1, 0, "Connecting\u2026",
           path ? kvl::format("Connecting to \"%@\"", *path) : "Connecting to local notary socket"};
 }
+
+kvl::Error notEstablished() {
+  return {kvl::NSURLErrorDomain,
+          kvl::NSURLErrorUnknown,
+          {{kvl::NSLocalizedDescriptionKey, "Notarised session is not established."}}};
+}
+
+// A request whose text is no URL stays as it is, and fails when it is started.
+kvl::URLRequest resolved(kvl::URLRequest request, const std::optional<kvl::URL>& base) {
+  if (request.url() && base) request.setURL(request.url()->resolvedAgainst(*base));
+  return request;
+}
+
+// An idle time-out or a cancellation from outside: the stream is simply opened again.
+bool restartsStream(const std::optional<kvl::Error>& error) {
+  return error && (error->is(kvl::NSURLErrorDomain, kvl::NSURLErrorTimedOut) ||
+                   error->is(kvl::NSURLErrorDomain, kvl::NSURLErrorCancelled));
+}
+
+void logEnd(const std::optional<kvl::Error>& error) {
+  if (!error) return;
+  kvl::log(error->domain() == kvl::NSURLErrorDomain
+               ? "event stream closed with unexpected network error: %@"
+               : "event stream closed with unexpected error: %@",
+           *error);
+}
+
+constexpr std::array<std::pair<std::string_view, std::int64_t>, 4> kRecoverableErrors = {{
+    {kvl::NSOSStatusErrorDomain, kvl::fnfErr},
+    {kvl::NSCocoaErrorDomain, kvl::NSFileReadNoSuchFileError},
+    {kvl::NSCocoaErrorDomain, kvl::NSFileReadUnknownError},
+    {kvl::NSURLErrorDomain, kvl::NSURLErrorUnsupportedURL},
+}};
+
+constexpr std::array<std::int64_t, 8> kNotarisationErrors = {
+    kvl::NSURLErrorSecureConnectionFailed,       kvl::NSURLErrorServerCertificateHasBadDate,
+    kvl::NSURLErrorServerCertificateUntrusted,   kvl::NSURLErrorServerCertificateHasUnknownRoot,
+    kvl::NSURLErrorServerCertificateNotYetValid, kvl::NSURLErrorClientCertificateRejected,
+    kvl::NSURLErrorClientCertificateRequired,    kvl::NSURLErrorCannotLoadFromNetwork,
+};
 
 }  // namespace
 
@@ -49,9 +99,193 @@ KVLSession::~KVLSession() {
 void KVLSession::disconnectAfterError() {
   auto& self = *implementation_;
   const auto stream = self.eventStream.get();
-  std::lock_guard streamLock(stream->implementation().monitor);
-  const kvl::session::MonitorSection section(self.signature);
+  const StreamSection streamSection(stream);
+  const SessionSection section(self.signature);
   stream->cancel();
   self.signature.set(nullptr);
   self.disestablish(*this);
+}
+
+std::shared_ptr<kvl::DataTask> KVLSession::request(const kvl::URLRequest& request,
+                                                   kvl::DataTaskHandler completionHandler) {
+  if (auto task = implementation_->startTask(*this, request, completionHandler)) return task;
+  // Here, since the handler must not meet a lock.
+  if (completionHandler) completionHandler(std::nullopt, nullptr, notEstablished());
+  return nullptr;
+}
+
+std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
+    KVLSession& owner, const kvl::URLRequest& request, kvl::DataTaskHandler& completionHandler) {
+  const SessionSection section(signature);
+  const auto currentSignature = signature.get();
+  const auto currentSession = session.get();
+  if (!currentSignature || !currentSession) return nullptr;
+  const auto copy = resolved(request, currentSignature->baseURL());
+  std::shared_ptr<kvl::DataTask> task;
+  if (completionHandler) {
+    task = currentSession->dataTask(
+        copy, [keeper = owner.shared_from_this(), url = std::string(copy.urlText()),
+               handler = std::move(completionHandler)](std::optional<kvl::Data> data,
+                                                       kvl::URLResponseRef response,
+                                                       std::optional<kvl::Error> error) {
+          keeper->implementation_->completeRequest(keeper, url, error);
+          handler(std::move(data), std::move(response), std::move(error));
+        });
+  } else {
+    task = currentSession->dataTask(copy);
+  }
+  task->resume();
+  return task;
+}
+
+void KVLSession::Implementation::completeRequest(const std::shared_ptr<KVLSession>& owner,
+                                                 const std::string& url,
+                                                 const std::optional<kvl::Error>& error) {
+  if (!error) return;
+  kvl::log("error from request: %@", url);
+  if (!isNotarisationError(error)) return;
+  kvl::log("notarisation error from request; enqueuing reconnection");
+  reconnect(owner);
+}
+
+void KVLSession::setEventStreamSource(const std::string& source) {
+  auto& self = *implementation_;
+  const auto stream = self.eventStream.get();
+  const StreamSection section(stream);
+  if (self.eventSource.exchange(source) == source) return;
+  stream->streamFromURL(source, *this);
+}
+
+void KVLSession::didReceiveData(kvl::URLSession& /*session*/,
+                                const std::shared_ptr<kvl::DataTask>& task, const kvl::Data& data) {
+  const auto stream = eventStream();
+  if (!delegate() || data.empty()) return;
+  std::vector<std::shared_ptr<KVLEvent>> events;
+  std::optional<DeliveryOrder::Turn> turn;
+  {
+    // A stream that is opened meanwhile must not find the rest of this one's last line.
+    const StreamSection section(stream);
+    if (!stream->isEqualToTask(*task)) return;
+    events = stream->read(data);
+    if (events.empty()) return;
+    turn.emplace(implementation_->deliveries);
+  }
+  turn->wait();
+  if (const auto receiver = delegate()) receiver->eventStream(*this, events);
+}
+
+void KVLSession::didCompleteWithError(kvl::URLSession& /*session*/,
+                                      const std::shared_ptr<kvl::DataTask>& task,
+                                      const std::optional<kvl::Error>& error) {
+  const auto stream = eventStream();
+  const StreamSection section(stream);
+  if (!stream->isEqualToTask(*task)) return;
+  if (restartsStream(error)) {
+    queue()->async([session = shared_from_this(), stream, task] {
+      const StreamSection reopening(stream);
+      // Somebody may have opened another stream in the meantime.
+      if (!stream->isEqualToTask(*task)) return;
+      stream->streamFromURL(task->originalRequest().urlText(), *session);
+    });
+    return;
+  }
+  logEnd(error);
+  implementation_->reconnect(shared_from_this());
+}
+
+bool KVLSession::isRecoverableError(const std::optional<kvl::Error>& error) {
+  if (!error) return false;
+  if (error->domain() == kvl::NSPOSIXErrorDomain) return true;
+  return std::ranges::any_of(kRecoverableErrors, [&error](const auto& known) {
+    return error->is(known.first, known.second);
+  });
+}
+
+bool KVLSession::isNotarisationError(const std::optional<kvl::Error>& error) {
+  return error && error->domain() == kvl::NSURLErrorDomain &&
+         std::ranges::find(kNotarisationErrors, error->code()) != kNotarisationErrors.end();
+}
+
+std::shared_ptr<const kvl::Progress> KVLSession::progress() const {
+  return implementation_->progress;
+}
+
+kvl::Observation KVLSession::observeState(std::function<void(KVLSessionState)> handler) const {
+  kvl::MutexLock lock(implementation_->stateMutex);
+  return implementation_->stateObservers.add(std::move(handler), implementation_->state);
+}
+
+KVLSessionState KVLSession::state() const {
+  kvl::MutexLock lock(implementation_->stateMutex);
+  return implementation_->state;
+}
+
+// Observers hear of states that are entered, not of those that merely stay.
+void KVLSession::setState(KVLSessionState state) {
+  kvl::MutexLock lock(implementation_->stateMutex);
+  if (std::exchange(implementation_->state, state) == state) return;
+  implementation_->stateObservers.notify(state);
+}
+
+std::shared_ptr<KVLNotary> KVLSession::notary() const {
+  return implementation_->notary.get();
+}
+void KVLSession::setNotary(std::shared_ptr<KVLNotary> notary) {
+  implementation_->notary.set(std::move(notary));
+}
+
+std::shared_ptr<KVLSessionDelegate> KVLSession::delegate() const {
+  return implementation_->delegate.get().lock();
+}
+void KVLSession::setDelegate(std::weak_ptr<KVLSessionDelegate> delegate) {
+  implementation_->delegate.set(std::move(delegate));
+}
+
+std::shared_ptr<KVLNotarySignature> KVLSession::signature() const {
+  return implementation_->signature.get();
+}
+void KVLSession::setSignature(std::shared_ptr<KVLNotarySignature> signature) {
+  implementation_->signature.set(std::move(signature));
+}
+
+bool KVLSession::awaitingSignature() const {
+  return implementation_->awaitingSignature;
+}
+void KVLSession::setAwaitingSignature(bool awaiting) {
+  implementation_->awaitingSignature = awaiting;
+}
+
+std::shared_ptr<KVLEventStreamState> KVLSession::eventStream() const {
+  return implementation_->eventStream.get();
+}
+void KVLSession::setEventStream(std::shared_ptr<KVLEventStreamState> eventStream) {
+  implementation_->eventStream.set(std::move(eventStream));
+}
+
+std::string KVLSession::eventSource() const {
+  return implementation_->eventSource.get();
+}
+void KVLSession::setEventSource(std::string source) {
+  implementation_->eventSource.set(std::move(source));
+}
+
+std::shared_ptr<kvl::DispatchQueue> KVLSession::queue() const {
+  return implementation_->queue.get();
+}
+void KVLSession::setQueue(std::shared_ptr<kvl::DispatchQueue> queue) {
+  implementation_->queue.set(std::move(queue));
+}
+
+kvl::URLSessionConfiguration KVLSession::configuration() const {
+  return implementation_->configuration.get();
+}
+void KVLSession::setConfiguration(kvl::URLSessionConfiguration configuration) {
+  implementation_->configuration.set(std::move(configuration));
+}
+
+std::shared_ptr<kvl::URLSession> KVLSession::session() const {
+  return implementation_->session.get();
+}
+void KVLSession::setSession(std::shared_ptr<kvl::URLSession> session) {
+  implementation_->session.set(std::move(session));
 }

@@ -1,5 +1,5 @@
 // Answers to authentication challenges.
-#include "session/MonitorSection.h"
+#include "session/Monitors.h"
 #include "session/SessionImplementation.h"
 
 #include <local/KVLSession.h>
@@ -53,14 +53,14 @@ void evaluate(const kvl::TrustRef& trust, std::string_view host, const Challenge
 // Whether the trust now has the current signature's anchor for its only one.
 bool pinToAnchor(kvl::Trust& trust,
                  const kvl::Atomic<std::shared_ptr<KVLNotarySignature>>& current) {
-  const kvl::session::MonitorSection section(current);
+  const kvl::session::SessionSection section(current);
   const auto signature = current.get();
   return signature && trust.setAnchorCertificates({signature->anchor()}) == kvl::kSuccess;
 }
 
 kvl::CredentialRef currentCredentials(
     const kvl::Atomic<std::shared_ptr<KVLNotarySignature>>& current) {
-  const kvl::session::MonitorSection section(current);
+  const kvl::session::SessionSection section(current);
   const auto signature = current.get();
   return signature ? signature->credentials() : nullptr;
 }

@@ -1,17 +1,38 @@
 // The notarisation loop.
-#include "eventstream/KVLEventStreamStateImplementation.h"
-#include "session/MonitorSection.h"
-#include "session/RenewalDelay.h"
+#include "platform/formatting/LocalisedTime.h"
+#include "session/Monitors.h"
 #include "session/SessionImplementation.h"
 
-#include <local/KVLEncodingLocale.h>
 #include <local/KVLSession.h>
 #include <local/platform/Log.h>
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
 namespace {
+
+using kvl::session::SessionSection;
+using kvl::session::StreamSection;
+
+// Seconds until the retry after a recoverable error, after any other outcome without a usable
+// expiry, and after a forced disconnect.
+constexpr std::int64_t kRecoverableDelay = 5;
+constexpr std::int64_t kDefaultDelay = 15;
+constexpr std::int64_t kReconnectionDelay = 1;
+
+// The part of a signature's remaining lifetime after which it is renewed.
+constexpr double kUsedShare = 0.8;
+// A delay is counted in nanoseconds, of which 64 bits hold 292 years.
+constexpr double kLongestDelay = 9.0e9;
+
+// Seconds from `now` until the renewal of a signature that expires then; kDefaultDelay when there
+// is no expiry or it has passed.
+std::int64_t renewalDelay(std::optional<kvl::Date> expires, kvl::Date now) noexcept {
+  const double share = expires ? expires->secondsSince(now) * kUsedShare : 0;
+  if (!(share > 0)) return kDefaultDelay;
+  return static_cast<std::int64_t>(std::min(share, kLongestDelay));
+}
 
 // Where the notary is, for the user: its path, else the file that the error names.
 std::string locationText(const KVLNotary& notary, const kvl::Error& error) {
@@ -25,25 +46,23 @@ std::string locationText(const KVLNotary& notary, const kvl::Error& error) {
 void KVLSession::enqueueNotarisation() {
   auto& self = *implementation_;
   {
-    const kvl::session::MonitorSection section(self.signature);
+    const SessionSection section(self.signature);
     if (self.awaitingSignature.exchange(true)) return;
   }
   self.notary.get()->notariseWithCompletionHandler(
-      [session = shared_from_this()](std::shared_ptr<KVLNotarySignature> signature,
+      [session = shared_from_this()](const std::shared_ptr<KVLNotarySignature>& signature,
                                      const std::optional<kvl::Error>& error) {
-        session->implementation_->completeNotarisation(session, std::move(signature), error);
+        session->implementation_->completeNotarisation(session, signature, error);
       });
 }
 
-void KVLSession::Implementation::completeNotarisation(const std::shared_ptr<KVLSession>& owner,
-                                                      std::shared_ptr<KVLNotarySignature> received,
-                                                      const std::optional<kvl::Error>& error) {
+void KVLSession::Implementation::completeNotarisation(
+    const std::shared_ptr<KVLSession>& owner, const std::shared_ptr<KVLNotarySignature>& received,
+    const std::optional<kvl::Error>& error) {
   {
     const auto stream = eventStream.get();
-    std::lock_guard streamLock(stream->implementation().monitor);
-    const kvl::session::MonitorSection section(signature);
-    // Whoever meets the new signature waits until all that belongs to it is in place.
-    const kvl::session::MonitorSection newSection(received);
+    const StreamSection streamSection(stream);
+    const SessionSection section(signature, received);
     awaitingSignature = false;
     signature.set(received);
     if (received) {
@@ -52,15 +71,15 @@ void KVLSession::Implementation::completeNotarisation(const std::shared_ptr<KVLS
       disestablish(*owner);
     }
   }
-  std::int64_t delay = kvl::session::kDefaultDelay;
+  std::int64_t delay = kDefaultDelay;
   if (error) {
     kvl::log("notarisation error: %@", *error);
     const bool recoverable = isRecoverableError(error);
-    if (recoverable) delay = kvl::session::kRecoverableDelay;
+    if (recoverable) delay = kRecoverableDelay;
     owner->setState(recoverable ? KVLSessionStateRecovering : KVLSessionStateDisconnected);
     showFailure(*error, delay);
   } else if (received) {
-    delay = kvl::session::renewalDelay(received->expires(), kvl::Date::now());
+    delay = renewalDelay(received->expires(), kvl::Date::now());
   }
   scheduleNotarisation(owner, delay);
 }
@@ -80,9 +99,10 @@ void KVLSession::Implementation::disestablish(KVLSession& owner) {
 }
 
 void KVLSession::Implementation::showFailure(const kvl::Error& error, std::int64_t delay) {
+  const std::string retryTime = kvl::formatting::spelledOutDuration(delay);
   progress->update({1, 0, "Reconnecting\u2026",
                     kvl::format("%@ \u2013 %@\nRetrying every %@", error.localizedFailureReason(),
-                                locationText(*notary.get(), error), KVLEncoding::duration(delay))});
+                                locationText(*notary.get(), error), retryTime)});
 }
 
 void KVLSession::Implementation::scheduleNotarisation(const std::shared_ptr<KVLSession>& owner,
@@ -94,5 +114,5 @@ void KVLSession::Implementation::scheduleNotarisation(const std::shared_ptr<KVLS
 
 void KVLSession::Implementation::reconnect(const std::shared_ptr<KVLSession>& owner) {
   owner->disconnectAfterError();
-  scheduleNotarisation(owner, kvl::session::kReconnectionDelay);
+  scheduleNotarisation(owner, kReconnectionDelay);
 }

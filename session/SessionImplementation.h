@@ -2,17 +2,88 @@
 #pragma once
 
 #include "platform/dispatch/ObserverList.h"
-#include "session/DeliveryOrder.h"
-#include "session/RenewalChain.h"
+#include "session/Monitors.h"
 
 #include <local/KVLSession.h>
 #include <local/platform/Atomic.h>
+#include <local/platform/Mutex.h>
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <string>
 
+namespace kvl::session {
+
+// One chain of renewals, however many timers are set.
+//
+// Every completed notarisation and every forced disconnect sets a timer, and none is ever
+// cancelled. So that their number does not multiply the notarisations, a timer acts only when no
+// other has acted since it was set: the first to fire overtakes all others that are still pending.
+// Nothing is lost, since what it starts sets a timer again when it completes. Thread-safe.
+class RenewalChain {
+ public:
+  using Ticket = std::uint64_t;
+
+  // Taken when a timer is set.
+  [[nodiscard]] Ticket ticket() const noexcept { return generation_.load(); }
+
+  // Whether the timer that fires with this ticket may act.
+  [[nodiscard]] bool redeem(Ticket ticket) noexcept {
+    return generation_.compare_exchange_strong(ticket, ticket + 1);
+  }
+
+ private:
+  std::atomic<Ticket> generation_ = 0;
+};
+
+// The order in which several queues deliver events: hands out turns, and lets those who have one go
+// on in that order, one at a time. Thread-safe.
+class DeliveryOrder {
+ public:
+  // A place in the order. Others wait for it until it is destroyed.
+  class Turn {
+   public:
+    explicit Turn(DeliveryOrder& order) : order_(&order), number_(order.draw()) {}
+    ~Turn() { order_->finish(number_); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    // Returns once every turn before has ended.
+    void wait() { order_->waitFor(number_); }
+
+   private:
+    DeliveryOrder* const order_;
+    const std::uint64_t number_;
+  };
+
+ private:
+  std::uint64_t draw() {
+    MutexLock lock(mutex_);
+    return drawn_++;
+  }
+  void waitFor(std::uint64_t number) {
+    MutexLock lock(mutex_);
+    while (ended_ != number) finished_.wait(lock);
+  }
+  void finish(std::uint64_t number) {
+    waitFor(number);
+    MutexLock lock(mutex_);
+    ++ended_;
+    finished_.notifyAll();
+  }
+
+  Mutex mutex_;
+  Condition finished_;
+  std::uint64_t drawn_ KVL_GUARDED_BY(mutex_) = 0;
+  std::uint64_t ended_ KVL_GUARDED_BY(mutex_) = 0;
+};
+
+}  // namespace kvl::session
+
+// Called by the session that owns it, and by the handlers of its notarisations, requests and
+// timers, which keep that session: `owner`.
 struct KVLSession::Implementation {
   Implementation(std::shared_ptr<KVLNotary> initialNotary,
                  std::weak_ptr<KVLSessionDelegate> initialDelegate);
@@ -33,20 +104,27 @@ struct KVLSession::Implementation {
   // A renewed stream comes on another queue than the one before, whose last events are still first.
   kvl::session::DeliveryOrder deliveries;
 
-  mutable std::mutex stateMutex;
-  KVLSessionState state = KVLSessionStateConnecting;
-  mutable kvl::dispatch::ObserverList<KVLSessionState> stateObservers{observerQueue};
+  mutable kvl::Mutex stateMutex;
+  KVLSessionState state KVL_GUARDED_BY(stateMutex) = KVLSessionStateConnecting;
+  mutable kvl::dispatch::ObserverList<KVLSessionState> stateObservers KVL_GUARDED_BY(stateMutex){
+      observerQueue};
 
   // The steps of a notarisation's completion; KVLSessionNotarisation.cpp has the story.
-  void establish(KVLSession& owner, const KVLNotarySignature& received,
-                 KVLEventStreamState& stream);
-  void disestablish(KVLSession& owner);
+  void completeNotarisation(const std::shared_ptr<KVLSession>& owner,
+                            const std::shared_ptr<KVLNotarySignature>& received,
+                            const std::optional<kvl::Error>& error);
+  void establish(KVLSession& owner, const KVLNotarySignature& received, KVLEventStreamState& stream)
+      KVL_REQUIRES(kvl::session::streamMonitor, kvl::session::sessionMonitor);
+  void disestablish(KVLSession& owner) KVL_REQUIRES(kvl::session::sessionMonitor);
   void showFailure(const kvl::Error& error, std::int64_t delay);
   void scheduleNotarisation(const std::shared_ptr<KVLSession>& owner, std::int64_t delay);
-  void completeNotarisation(const std::shared_ptr<KVLSession>& owner,
-                            std::shared_ptr<KVLNotarySignature> received,
-                            const std::optional<kvl::Error>& error);
+
+  // Disconnects after an error and notarises anew soon.
   void reconnect(const std::shared_ptr<KVLSession>& owner);
+  // Null when the session is not established; the handler is then left as it is.
+  [[nodiscard]] std::shared_ptr<kvl::DataTask> startTask(KVLSession& owner,
+                                                         const kvl::URLRequest& request,
+                                                         kvl::DataTaskHandler& completionHandler);
   void completeRequest(const std::shared_ptr<KVLSession>& owner, const std::string& url,
                        const std::optional<kvl::Error>& error);
 };

@@ -15,6 +15,10 @@
 
 class KVLSession;
 
+namespace kvl::session {
+class StreamSection;
+}
+
 /// The longest silence, in seconds, that the stream may keep before it is opened again.
 inline constexpr double KVLEventStreamStateTimeoutInterval = 3600.0;
 
@@ -68,10 +72,8 @@ class KVL_EXPORT KVLEventStreamState {
   [[nodiscard]] std::optional<std::string> lastEventID() const;
   void setLastEventID(std::optional<std::string> identifier);
 
-  struct Implementation;
-  /// For the framework's own parts.
-  [[nodiscard]] Implementation& implementation() const noexcept { return *implementation_; }
-
  private:
+  friend class kvl::session::StreamSection;
+  struct Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

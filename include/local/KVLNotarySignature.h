@@ -13,7 +13,7 @@
 #include <string>
 
 namespace kvl::session {
-class MonitorSection;
+class SessionSection;
 }
 
 /// What one successful notarisation brings: where the service listens, whom to trust, and who the
@@ -64,7 +64,7 @@ class KVL_EXPORT KVLNotarySignature {
   [[nodiscard]] std::string description() const;
 
  private:
-  friend class kvl::session::MonitorSection;
+  friend class kvl::session::SessionSection;
   struct Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

@@ -1,5 +1,5 @@
 // Where the data of events is kept.
-#include <local/KVLEventStreamState.h>
+#include "eventstream/EventStreamParser.h"
 
 #include <gtest/gtest.h>
 
@@ -7,11 +7,13 @@
 
 namespace {
 
+using kvl::eventstream::EventStreamParser;
+
 std::string eventWith(const std::string& data) {
   return "event: a\ndata: " + data + "\n\n";
 }
 
-std::shared_ptr<KVLEvent> onlyEvent(KVLEventStreamState& state, const std::string& chunk) {
+std::shared_ptr<KVLEvent> onlyEvent(EventStreamParser& state, const std::string& chunk) {
   auto events = state.read(kvl::Data::fromText(chunk));
   EXPECT_EQ(events.size(), 1U);
   return events.empty() ? nullptr : events.front();
@@ -21,7 +23,7 @@ TEST(EventDataTest, LongDataOutlivesChunkAndStream) {
   const std::string data(100'000, 'x');
   std::shared_ptr<KVLEvent> event;
   {
-    KVLEventStreamState state;
+    EventStreamParser state;
     event = onlyEvent(state, eventWith(data));
   }
   EXPECT_EQ(event->data(), data);
@@ -46,7 +48,7 @@ class WatchedBytes {
 
 TEST(EventDataTest, LongDataIsKeptWithTheBytesThatItCameIn) {
   WatchedBytes bytes(eventWith(std::string(100'000, 'x')));
-  KVLEventStreamState state;
+  EventStreamParser state;
   auto events = state.read(bytes.release());
   EXPECT_TRUE(bytes.areAlive());
   EXPECT_EQ(events.front()->data(), std::string(100'000, 'x'));
@@ -56,7 +58,7 @@ TEST(EventDataTest, LongDataIsKeptWithTheBytesThatItCameIn) {
 
 TEST(EventDataTest, AnEventThatIsKeptDoesNotKeepAMuchLargerChunk) {
   WatchedBytes bytes(eventWith(std::string(2000, 'x')) + ": " + std::string(100'000, 'y') + "\n");
-  KVLEventStreamState state;
+  EventStreamParser state;
   const auto events = state.read(bytes.release());
   EXPECT_FALSE(bytes.areAlive());
   EXPECT_EQ(events.front()->data(), std::string(2000, 'x'));
@@ -64,13 +66,13 @@ TEST(EventDataTest, AnEventThatIsKeptDoesNotKeepAMuchLargerChunk) {
 
 TEST(EventDataTest, ShortDataKeepsNothing) {
   WatchedBytes bytes(eventWith("short"));
-  KVLEventStreamState state;
+  EventStreamParser state;
   const auto events = state.read(bytes.release());
   EXPECT_FALSE(bytes.areAlive());
 }
 
 TEST(EventDataTest, SettingDataReplacesWhatTheStreamBrought) {
-  KVLEventStreamState state;
+  EventStreamParser state;
   const auto event = onlyEvent(state, eventWith(std::string(5000, 'x')));
   event->setData("own");
   EXPECT_EQ(event->data(), "own");
@@ -79,7 +81,7 @@ TEST(EventDataTest, SettingDataReplacesWhatTheStreamBrought) {
 }
 
 TEST(EventDataTest, LongLineInManyChunksIsKeptWhole) {
-  KVLEventStreamState state;
+  EventStreamParser state;
   std::string expected;
   EXPECT_TRUE(state.read(kvl::Data::fromText("event: a\n\ndata:  ")).size() == 1);
   for (int i = 0; i < 3000; ++i) {
@@ -96,13 +98,13 @@ TEST(EventDataTest, LongLineThatIsNotUTF8IsRejectedWhereverTheByteStands) {
   for (const std::size_t place : {0, 63, 64, 127, 128, 5000, 9999}) {
     std::string data(10'000, 'x');
     data[place] = '\xff';
-    KVLEventStreamState state;
+    EventStreamParser state;
     EXPECT_TRUE(state.read(kvl::Data::fromText(eventWith(data))).empty()) << place;
   }
 }
 
 TEST(EventDataTest, AnyThreadReadsAndWritesPropertiesWhole) {
-  KVLEventStreamState state;
+  EventStreamParser state;
   const auto event = onlyEvent(state, eventWith(std::string(5000, 'x')));
   std::thread writer([&event] {
     for (int i = 0; i < 2000; ++i) event->setData(std::string(5000, i % 2 == 0 ? 'a' : 'b'));

@@ -1,10 +1,11 @@
+#include "eventstream/EventStreamParser.h"
 #include "tests/support/LogCapture.h"
-
-#include <local/KVLEventStreamState.h>
 
 #include <gtest/gtest.h>
 
 namespace {
+
+using kvl::eventstream::EventStreamParser;
 
 constexpr std::string_view kMalformed = "ignoring malformed event-source line: ";
 
@@ -21,7 +22,7 @@ class EventStreamParserTest : public testing::Test {
   using Texts = std::vector<std::string>;
 
   const kvltest::LogCapture log;
-  KVLEventStreamState state;
+  EventStreamParser state;
 };
 
 TEST_F(EventStreamParserTest, NewEventPrintsNullInAllPlaces) {

@@ -8,6 +8,8 @@
 
 namespace {
 
+using kvl::eventstream::EventStreamParser;
+
 constexpr std::array<std::string_view, 3> kEvents = {
     "event: first\ndata: \u00e9t\u00e9\nid: 1\n\n",
     ": a comment\nevent: second\nid: 2\n\n",
@@ -28,7 +30,7 @@ std::string stream() {
 using Texts = std::vector<std::string>;
 
 Texts descriptions(const std::vector<std::string_view>& chunks) {
-  KVLEventStreamState state;
+  EventStreamParser state;
   Texts found;
   for (const auto chunk : chunks) {
     for (const auto& event : state.read(kvl::Data::fromText(chunk)))

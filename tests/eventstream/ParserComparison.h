@@ -1,10 +1,9 @@
 // The parser beside the reference.
 #pragma once
 
+#include "eventstream/EventStreamParser.h"
 #include "tests/eventstream/ReferenceParser.h"
 #include "tests/support/LogCapture.h"
-
-#include <local/KVLEventStreamState.h>
 
 #include <string>
 #include <string_view>
@@ -39,7 +38,7 @@ class ParserComparison {
   }
 
   ReferenceParser reference_;
-  KVLEventStreamState state_;
+  kvl::eventstream::EventStreamParser state_;
 };
 
 }  // namespace kvltest

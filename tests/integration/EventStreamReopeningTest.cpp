@@ -1,5 +1,5 @@
 // The stream is opened again while the session stays as it is.
-#include "eventstream/StreamTimeout.h"
+#include "session/StreamTimeout.h"
 #include "tests/integration/EventStreamFixture.h"
 #include "tests/support/WaitUntil.h"
 

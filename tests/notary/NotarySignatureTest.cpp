@@ -1,4 +1,4 @@
-#include "notary/NotValidAfter.h"
+#include "notary/NotarySignatureImplementation.h"
 #include "platform/core/Clock.h"
 #include "platform/security/Operations.h"
 #include "tests/support/LogCapture.h"

@@ -1,4 +1,4 @@
-#include "eventstream/StreamTimeout.h"
+#include "session/StreamTimeout.h"
 
 #include <local/KVLEventStreamState.h>
 

@@ -1,11 +1,16 @@
-#include "eventstream/KVLEventStreamStateImplementation.h"
-#include "eventstream/StreamTimeout.h"
+// The event stream's connection.
+#include "eventstream/EventStreamParser.h"
+#include "session/Monitors.h"
+#include "session/StreamTimeout.h"
 
+#include <local/KVLEventStreamState.h>
 #include <local/KVLSession.h>
+#include <local/platform/Atomic.h>
 #include <local/platform/Log.h>
+#include <local/platform/Mutex.h>
 #include <local/platform/SystemVersion.h>
 
-#include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace {
@@ -24,11 +29,34 @@ kvl::URLRequest requestFor(const kvl::URL& url, const std::optional<std::string>
 
 }  // namespace
 
+struct KVLEventStreamState::Implementation {
+  // Recursive, since opening a stream cancels the one before.
+  kvl::RecursiveMutex monitor;
+  kvl::Atomic<std::shared_ptr<kvl::DataTask>> task;
+  kvl::eventstream::EventStreamParser parser;
+  bool emptySourceLogged KVL_GUARDED_BY(monitor) = false;
+
+  [[nodiscard]] bool isOpenAt(std::string_view url) const;
+  [[nodiscard]] bool isUsableSource(std::string_view url) KVL_REQUIRES(monitor);
+};
+
+namespace kvl::session {
+
+StreamSection::StreamSection(std::shared_ptr<KVLEventStreamState> stream)
+    : stream_(std::move(stream)) {
+  stream_->implementation_->monitor.lock();
+}
+StreamSection::~StreamSection() {
+  stream_->implementation_->monitor.unlock();
+}
+
+}  // namespace kvl::session
+
 KVLEventStreamState::KVLEventStreamState() : implementation_(std::make_unique<Implementation>()) {}
 KVLEventStreamState::~KVLEventStreamState() = default;
 
 void KVLEventStreamState::streamFromURL(std::string_view url, KVLSession& session) {
-  std::lock_guard lock(implementation_->monitor);
+  kvl::RecursiveMutexLock lock(implementation_->monitor);
   if (implementation_->isOpenAt(url)) return;
   if (task()) cancel();
   if (!implementation_->isUsableSource(url)) return;
@@ -59,14 +87,18 @@ bool KVLEventStreamState::Implementation::isUsableSource(std::string_view url) {
 bool KVLEventStreamState::isEqualToTask(const kvl::DataTask& other) const {
   std::uint64_t identifier = 0;
   {
-    std::lock_guard lock(implementation_->monitor);
+    kvl::RecursiveMutexLock lock(implementation_->monitor);
     if (const auto own = task()) identifier = own->taskIdentifier();
   }
   return identifier == other.taskIdentifier();
 }
 
+std::vector<std::shared_ptr<KVLEvent>> KVLEventStreamState::read(const kvl::Data& chunk) {
+  return implementation_->parser.read(chunk);
+}
+
 void KVLEventStreamState::cancel() {
-  std::lock_guard lock(implementation_->monitor);
+  kvl::RecursiveMutexLock lock(implementation_->monitor);
   if (const auto running = implementation_->task.exchange(nullptr)) running->cancel();
   setData(std::nullopt);
   setEvent(nullptr);
@@ -80,22 +112,22 @@ void KVLEventStreamState::setTask(std::shared_ptr<kvl::DataTask> task) {
 }
 
 std::optional<kvl::Data> KVLEventStreamState::data() const {
-  return implementation_->data.get();
+  return implementation_->parser.data();
 }
 void KVLEventStreamState::setData(std::optional<kvl::Data> data) {
-  implementation_->data.set(std::move(data));
+  implementation_->parser.setData(std::move(data));
 }
 
 std::shared_ptr<KVLEvent> KVLEventStreamState::event() const {
-  return implementation_->event.get();
+  return implementation_->parser.event();
 }
 void KVLEventStreamState::setEvent(std::shared_ptr<KVLEvent> event) {
-  implementation_->event.set(std::move(event));
+  implementation_->parser.setEvent(std::move(event));
 }
 
 std::optional<std::string> KVLEventStreamState::lastEventID() const {
-  return implementation_->lastEventID.get();
+  return implementation_->parser.lastEventID();
 }
 void KVLEventStreamState::setLastEventID(std::optional<std::string> identifier) {
-  implementation_->lastEventID.set(std::move(identifier));
+  implementation_->parser.setLastEventID(std::move(identifier));
 }
