@@ -1,4 +1,4 @@
-#include "devservice/EventScript.h"
+#include "devservice/service/EventScript.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "devservice/Feed.h"
+#include "devservice/service/Feed.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "devservice/FormBody.h"
+#include "devservice/service/FormBody.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

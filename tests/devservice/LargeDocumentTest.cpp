@@ -1,4 +1,4 @@
-#include "devservice/LargeDocument.h"
+#include "devservice/service/LargeDocument.h"
 
 #include <gtest/gtest.h>
 

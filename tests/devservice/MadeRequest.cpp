@@ -1,6 +1,6 @@
 #include "tests/devservice/MadeRequest.h"
 
-#include "devservice/Certificates.h"
+#include "devservice/Authority.h"
 
 #include <openssl/rsa.h>
 

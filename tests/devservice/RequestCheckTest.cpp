@@ -1,4 +1,4 @@
-#include "devservice/RequestCheck.h"
+#include "devservice/notary/RequestCheck.h"
 #include "tests/devservice/MadeRequest.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,4 @@
 #include "tools/kvlocal/EventFeed.h"
-#include "tools/kvlocal/EventText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,5 @@
-#include "tools/kvlocal/EventText.h"
+#include "tools/kvlocal/EventFeed.h"
+#include "tools/kvlocal/Text.h"
 
 #include <gtest/gtest.h>
 

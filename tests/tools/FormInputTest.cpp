@@ -1,4 +1,4 @@
-#include "tools/kvlocal/FormInput.h"
+#include "tools/kvlocal/Arguments.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

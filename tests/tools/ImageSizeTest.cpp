@@ -1,4 +1,4 @@
-#include "tools/kvlocal/ImageSize.h"
+#include "tools/kvlocal/Arguments.h"
 
 #include <gtest/gtest.h>
 

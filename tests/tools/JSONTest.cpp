@@ -1,5 +1,5 @@
 #include "tools/kvlocal/JSON.h"
-#include "tools/kvlocal/UTF8.h"
+#include "tools/kvlocal/Text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,24 +1,43 @@
-// What a command of the program is. A new one is a file with a function that returns its `Command`,
-// and a line in Commands.h and Commands.cpp.
+// What a command of the program is, and the commands that there are. A new one is a function here
+// and in the file of its family, and a line in main.cpp.
 #pragma once
 
-#include "tools/kvlocal/ExitCode.h"
-#include "tools/kvlocal/JSON.h"
+#include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Rendezvous.h"
-#include "tools/kvlocal/Settings.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <chrono>
-#include <cstdint>
 #include <functional>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 
 namespace kvlocal {
+
+// The identifier under which the program keeps its keys. Two programs that run at once under one
+// identifier take each other's keys away.
+inline constexpr const char* kDefaultIdentifier = "korvale.vandrel.kvlocal";
+
+// How long the first answer of a notary may take when the user sets no limit.
+inline constexpr std::chrono::seconds kPatience{30};
+
+// The options that all commands share.
+struct Settings {
+  std::optional<std::string> notaryPath;
+  std::optional<double> timeoutSeconds;
+  std::string identifier = kDefaultIdentifier;
+  bool json = false;
+  bool verbose = false;
+
+  // The time within which the session must be established.
+  std::chrono::nanoseconds limit() const {
+    if (!timeoutSeconds) return kPatience;
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::duration<double>(*timeoutSeconds));
+  }
+  // With a time-out, failures are retried until it has passed; without, the first one is final.
+  bool retries() const { return timeoutSeconds.has_value(); }
+};
 
 // What every command gets when it runs.
 struct Context {
@@ -28,37 +47,22 @@ struct Context {
 
 using Runner = std::function<ExitCode(const Context&)>;
 
-// For options that take seconds.
-inline CLI::Validator secondsCheck() {
-  return CLI::Range(0.0, kLongestSeconds).description("");
-}
-
-// For options that take a number of things.
-inline CLI::Validator countCheck() {
-  return {[](const std::string& text) -> std::string {
-            std::int64_t count = 0;
-            const char* const end = text.data() + text.size();
-            const auto [rest, fault] = std::from_chars(text.data(), end, count);
-            if (fault == std::errc{} && rest == end && count >= 0) return {};
-            return jsonText(text) + " is not a whole number from 0 to " +
-                   std::to_string(std::numeric_limits<std::int64_t>::max());
-          },
-          ""};
-}
-
-// When a command that such an option ends is over; never without one.
-inline Rendezvous::Limit limitAfter(std::optional<double> seconds) {
-  if (!seconds) return std::nullopt;
-  using std::chrono::steady_clock;
-  return steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
-                                   std::chrono::duration<double>(*seconds));
-}
-
 struct Command {
   const char* name;
   const char* summary;
   // Declares the command's own arguments at `parser` and returns what runs it afterwards.
   Runner (*prepare)(CLI::App& parser);
 };
+
+Command statusCommand();
+Command getCommand();
+Command submitCommand();
+Command formCommand();
+Command imageCommand();
+Command menuCommand();
+Command renderCommand();
+Command watchCommand();
+Command eventsCommand();
+Command csrCommand();
 
 }  // namespace kvlocal

@@ -1,9 +1,27 @@
 #include "tools/kvlocal/EventFeed.h"
 
+#include "tools/kvlocal/JSON.h"
+#include "tools/kvlocal/Text.h"
+
 #include <iterator>
 #include <utility>
 
 namespace kvlocal {
+
+std::string plainEventLine(const KVLEvent& event) {
+  std::string line = escaped(event.event().value_or(""));
+  if (const auto identifier = event.identifier()) line += "\tid=" + escaped(*identifier);
+  if (const auto data = event.data()) line += "\tdata=" + escaped(*data);
+  return line + '\n';
+}
+
+std::string jsonEventLine(const KVLEvent& event) {
+  kvl::Dictionary value;
+  if (const auto name = event.event()) value.set("event", *name);
+  if (const auto data = event.data()) value.set("data", *data);
+  if (const auto identifier = event.identifier()) value.set("id", *identifier);
+  return jsonText(value) + '\n';
+}
 
 EventFeed::EventFeed(std::shared_ptr<Rendezvous> rendezvous, Format format)
     : rendezvous_(std::move(rendezvous)), format_(std::move(format)) {}

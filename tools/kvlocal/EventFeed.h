@@ -1,4 +1,5 @@
-// Events on their way from the session to standard output.
+// Events on their way from the session to standard output: as lines of text, one event always one
+// line whatever stands in it, and in a queue until they are printed.
 #pragma once
 
 #include "tools/kvlocal/Rendezvous.h"
@@ -13,6 +14,13 @@
 #include <vector>
 
 namespace kvlocal {
+
+// For people and simple filters: the name, then "id=" and "data=" with their values when present,
+// separated by tabs.
+[[nodiscard]] std::string plainEventLine(const KVLEvent& event);
+
+// An object with the properties "event", "data" and "id"; absent ones are left out.
+[[nodiscard]] std::string jsonEventLine(const KVLEvent& event);
 
 // Lets lines wait until they are printed, in the order in which their events came. When as much
 // waits as may, `add` blocks, which holds the service back.

@@ -1,19 +1,27 @@
+// The command events, which follows an event stream until it has enough or nobody reads any more.
+
+#include "tools/kvlocal/Arguments.h"
 #include "tools/kvlocal/Client.h"
-#include "tools/kvlocal/Commands.h"
+#include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/EventFeed.h"
-#include "tools/kvlocal/EventText.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
-#include "tools/kvlocal/ReaderWatch.h"
 
 #include <local/platform/URL.h>
 #include <local/platform/URLRequest.h>
 
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdint>
+#include <functional>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 namespace kvlocal {
@@ -77,6 +85,44 @@ kvl::Observation tellStates(const KVLSession& session, const std::shared_ptr<Eve
   });
 }
 
+// Notices while nothing is written that nobody reads standard output any more, when that is a pipe.
+class ReaderWatch {
+ public:
+  // Calls `onLeaving` at most once, on a thread of its own, and never after its destruction.
+  explicit ReaderWatch(std::function<void()> onLeaving);
+  ~ReaderWatch();
+  ReaderWatch(const ReaderWatch&) = delete;
+  ReaderWatch& operator=(const ReaderWatch&) = delete;
+
+ private:
+  void watch() const;
+
+  const std::function<void()> onLeaving_;
+  const int end_;
+  std::thread thread_;
+};
+
+ReaderWatch::ReaderWatch(std::function<void()> onLeaving)
+    : onLeaving_(std::move(onLeaving)), end_(eventfd(0, EFD_CLOEXEC)) {
+  // Without it the watch could not be ended; the next write notices as well.
+  if (end_ >= 0) thread_ = std::thread([this] { watch(); });
+}
+
+ReaderWatch::~ReaderWatch() {
+  if (end_ < 0) return;
+  eventfd_write(end_, 1);
+  thread_.join();
+  close(end_);
+}
+
+void ReaderWatch::watch() const {
+  // Asked for nothing, poll still tells of errors: a pipe has one when its last reader has gone.
+  std::array<pollfd, 2> either{pollfd{STDOUT_FILENO, 0, 0}, pollfd{end_, POLLIN, 0}};
+  while (poll(either.data(), either.size(), -1) < 0 && errno == EINTR) {
+  }
+  if ((either[0].revents & POLLERR) != 0) onLeaving_();
+}
+
 // Being ended by the user is how following normally ends, so it counts as done.
 ExitCode follow(const Context& context, EventFeed& feed, const EventsOptions& options) {
   const Rendezvous::Limit limit = limitAfter(options.seconds);
@@ -97,8 +143,8 @@ ExitCode follow(const Context& context, EventFeed& feed, const EventsOptions& op
   return ExitCode::ok;
 }
 
-void open(KVLSession& session, const EventsOptions& options,
-          const std::shared_ptr<EventFeed>& feed) {
+void openStream(KVLSession& session, const EventsOptions& options,
+                const std::shared_ptr<EventFeed>& feed) {
   session.setDelegate(feed);
   if (options.lastEventID) session.eventStream()->setLastEventID(options.lastEventID);
   session.setEventStreamSource(options.source);
@@ -109,7 +155,7 @@ ExitCode runEvents(const Context& context, const EventsOptions& options) {
       context.rendezvous, context.settings.json ? jsonEventLine : plainEventLine);
   Client client(context);
   const auto states = tellStates(client.session(), feed, options.source, context.settings.verbose);
-  open(client.session(), options, feed);
+  openStream(client.session(), options, feed);
   ExitCode result = client.establish();
   if (result == ExitCode::notEstablished) complain(client.failureText());
   if (result == ExitCode::ok) result = follow(context, *feed, options);

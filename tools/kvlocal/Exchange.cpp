@@ -1,15 +1,69 @@
 #include "tools/kvlocal/Exchange.h"
 
+#include "tools/kvlocal/Describe.h"
+#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
-#include "tools/kvlocal/ProgressNote.h"
+#include "tools/kvlocal/Text.h"
 
 #include <local/KVLEncodingSession.h>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <thread>
 
 namespace kvlocal {
 namespace {
+
+constexpr std::chrono::milliseconds kFirstNote{500};
+constexpr std::chrono::seconds kNoteInterval{1};
+constexpr std::string_view kEraseLine = "\r\033[K";
+
+void writeToErrors(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+// A line on standard error that tells that something goes on. On a terminal it is always the same
+// line, which goes away at the end; what takes less than half a second shows none. For one thread.
+class ProgressNote {
+ public:
+  // Only for a terminal, unless it is `forced`.
+  explicit ProgressNote(bool forced);
+  ~ProgressNote();
+  ProgressNote(const ProgressNote&) = delete;
+  ProgressNote& operator=(const ProgressNote&) = delete;
+
+  // When `show` is to be called next; absent for never.
+  [[nodiscard]] Rendezvous::Limit next() const { return next_; }
+  // Writes what is going on, and for how many seconds.
+  void show(std::string_view phase);
+
+ private:
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  const bool isTerminal_;
+  Rendezvous::Limit next_;
+  bool isShown_ = false;
+};
+
+ProgressNote::ProgressNote(bool forced) : isTerminal_(isatty(STDERR_FILENO) == 1) {
+  if (forced || isTerminal_) next_ = start_ + kFirstNote;
+}
+
+ProgressNote::~ProgressNote() {
+  if (isShown_ && isTerminal_) writeToErrors(kEraseLine);
+}
+
+void ProgressNote::show(std::string_view phase) {
+  const auto now = std::chrono::steady_clock::now();
+  next_ = now + kNoteInterval;
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now - start_).count();
+  std::string text = "kvlocal: " + std::string(phase);
+  if (seconds > 0) text += ", " + std::to_string(seconds) + " s";
+  writeToErrors(isTerminal_ ? std::string(kEraseLine) + text : text + "\n");
+  isShown_ = true;
+}
 
 using Result = Rendezvous::Result;
 
@@ -49,6 +103,43 @@ Result servingMainQueue(const std::function<Result()>& wait) {
   return late ? Result::late : result;
 }
 
+constexpr int kFirstErrorStatus = 400;
+
+std::string protocolName(int version) {
+  if (version == 0) return "HTTP";
+  const std::string major = "HTTP/" + std::to_string(version / 10);
+  return version < 20 ? major + "." + std::to_string(version % 10) : major;
+}
+
+std::string bodyJSON(const Answer<Body>& answer) {
+  kvl::Dictionary value = headValue(*answer.response);
+  const std::string_view body = answer.content ? answer.content->text() : std::string_view();
+  if (isUTF8(body)) {
+    value.set("body", body);
+  } else {
+    value.set("bodyBase64", base64(body));
+  }
+  return jsonText(value) + '\n';
+}
+
+ExitCode showBody(const Answer<Body>& answer, const Report& report) {
+  if (report.json) return print(bodyJSON(answer));
+  if (report.showsHead) {
+    const ExitCode printed = print(headText(*answer.response));
+    if (printed != ExitCode::ok) return printed;
+  }
+  return answer.content ? print(answer.content->text()) : ExitCode::ok;
+}
+
+ExitCode showFailure(const kvl::Error& error, const kvl::URLResponseRef& response, bool json) {
+  if (!json) return ExitCode::transport;
+  kvl::Dictionary value{{"error", errorValue(error)}};
+  if (response && response->isHTTP())
+    for (const auto& [name, entry] : headValue(*response)) value.set(name, entry);
+  const ExitCode printed = printLine(jsonText(value));
+  return printed == ExitCode::ok ? ExitCode::transport : printed;
+}
+
 }  // namespace
 
 void declareProgress(CLI::App& parser, bool& tellsProgress) {
@@ -84,6 +175,60 @@ std::optional<kvl::Error> detail::faultOf(bool isLate, const kvl::URLResponseRef
   if (response && response->isHTTP()) return std::nullopt;
   return kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorBadServerResponse,
                     {{kvl::NSLocalizedDescriptionKey, "The answer is not HTTP."}});
+}
+
+void declareHead(CLI::App& parser, bool& showsHead) {
+  parser.add_flag("-i,--include", showsHead, "Show status and header fields first");
+}
+
+std::string headText(const kvl::URLResponse& response) {
+  std::string text =
+      protocolName(response.httpVersion) + " " + std::to_string(*response.httpStatusCode) + "\n";
+  for (const auto& [name, value] : response.headers)
+    text.append(name).append(": ").append(value).append("\n");
+  return text + "\n";
+}
+
+kvl::Dictionary headValue(const kvl::URLResponse& response) {
+  kvl::Array headers;
+  for (const auto& [name, value] : response.headers) headers.append(kvl::Array{name, value});
+  return {{"url", response.url.absoluteString()},
+          {"status", *response.httpStatusCode},
+          {"headers", headers}};
+}
+
+ExitCode reportFailure(const kvl::Error& error, const kvl::URLResponseRef& response, bool json) {
+  complain("the request failed: " + errorText(error));
+  return showFailure(error, response, json);
+}
+
+ExitCode reportUnusable(std::string_view what, const kvl::Error& error,
+                        const kvl::URLResponseRef& response, bool json) {
+  complain(what);
+  const ExitCode shown = showFailure(error, response, json);
+  if (shown != ExitCode::transport) return shown;
+  const ExitCode ofStatus = withStatus(ExitCode::ok, *response);
+  return ofStatus == ExitCode::ok ? shown : ofStatus;
+}
+
+ExitCode reportNoDocument(const kvl::Error& error, const kvl::URLResponseRef& response, bool json) {
+  const bool isUndecodable =
+      response && error.is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError);
+  if (!isUndecodable) return reportFailure(error, response, json);
+  return reportUnusable("the answer is no JSON document: " + errorText(error), error, response,
+                        json);
+}
+
+ExitCode withStatus(ExitCode shown, const kvl::URLResponse& response) {
+  const int status = *response.httpStatusCode;
+  if (shown != ExitCode::ok || status < kFirstErrorStatus) return shown;
+  complain("the service answered with HTTP status " + std::to_string(status));
+  return ExitCode::httpError;
+}
+
+ExitCode reportBody(const Answer<Body>& answer, const Report& report) {
+  if (answer.error) return reportFailure(*answer.error, answer.response, report.json);
+  return withStatus(showBody(answer, report), *answer.response);
 }
 
 }  // namespace kvlocal

@@ -1,14 +1,21 @@
-// One request to the service, from the identity that it needs to the end of its answer.
+// One request to the service, from the identity that it needs to what the user is told of its
+// answer.
 #pragma once
 
 #include "tools/kvlocal/Client.h"
 #include "tools/kvlocal/Command.h"
 
 #include <local/KVLSession.h>
+#include <local/platform/Data.h>
+#include <local/platform/Error.h>
+#include <local/platform/URLRequest.h>
+#include <local/platform/Value.h>
 
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace kvlocal {
@@ -20,6 +27,9 @@ struct Answer {
   kvl::URLResponseRef response;
   std::optional<kvl::Error> error;
 };
+
+// A body as it came.
+using Body = std::optional<kvl::Data>;
 
 struct Exchange {
   using Task = std::shared_ptr<kvl::DataTask>;
@@ -97,5 +107,38 @@ class Mailbox {
   const std::shared_ptr<std::optional<Answer<Content>>> slot_ =
       std::make_shared<std::optional<Answer<Content>>>();
 };
+
+// What the user wants to see of an answer.
+struct Report {
+  bool showsHead = false;
+  bool json = false;
+};
+
+// Declares --include.
+void declareHead(CLI::App& parser, bool& showsHead);
+
+// Status and header fields: lines and an empty line, or entries of an object.
+[[nodiscard]] std::string headText(const kvl::URLResponse& response);
+[[nodiscard]] kvl::Dictionary headValue(const kvl::URLResponse& response);
+
+// Tells that the request failed, and why, with `json` on standard output too. The result is the
+// command's.
+[[nodiscard]] ExitCode reportFailure(const kvl::Error& error, const kvl::URLResponseRef& response,
+                                     bool json);
+
+// The same for an answer that has come and that is not what was asked for: `what` it is instead.
+// An error status goes before that.
+[[nodiscard]] ExitCode reportUnusable(std::string_view what, const kvl::Error& error,
+                                      const kvl::URLResponseRef& response, bool json);
+
+// What brought no document: the same for an answer that cannot be decoded, else `reportFailure`.
+[[nodiscard]] ExitCode reportNoDocument(const kvl::Error& error,
+                                        const kvl::URLResponseRef& response, bool json);
+
+// `shown`, unless that is `ok` and the status is an error, which is told then.
+[[nodiscard]] ExitCode withStatus(ExitCode shown, const kvl::URLResponse& response);
+
+// Shows a body as it came.
+[[nodiscard]] ExitCode reportBody(const Answer<Body>& answer, const Report& report);
 
 }  // namespace kvlocal

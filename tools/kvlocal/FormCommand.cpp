@@ -1,9 +1,8 @@
-#include "tools/kvlocal/Commands.h"
+#include "tools/kvlocal/Arguments.h"
+#include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Exchange.h"
-#include "tools/kvlocal/FormInput.h"
 #include "tools/kvlocal/Input.h"
 #include "tools/kvlocal/JSON.h"
-#include "tools/kvlocal/Report.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLInputFile.h>
@@ -67,7 +66,7 @@ ExitCode runForm(const Context& context, const FormOptions& options, const Input
   kvl::Array inputs;
   const ExitCode read = readInputs(context, given, inputs);
   if (read != ExitCode::ok) return read;
-  const Mailbox<std::optional<kvl::Data>> mailbox(context);
+  const Mailbox<Body> mailbox(context);
   const Exchange exchange{.send =
                               [&](KVLSession& session) {
                                 KVLEncoding::submitForm(kvl::Dictionary{}, inputs,
@@ -76,7 +75,7 @@ ExitCode runForm(const Context& context, const FormOptions& options, const Input
                                 return Exchange::Task();
                               },
                           .tellsProgress = options.tellsProgress};
-  Answer<std::optional<kvl::Data>> answer;
+  Answer<Body> answer;
   const ExitCode result = mailbox.collect(context, exchange, answer);
   if (result != ExitCode::ok) return result;
   return reportBody(answer, {options.showsHead, context.settings.json});

@@ -1,10 +1,9 @@
-#include "tools/kvlocal/Commands.h"
+#include "tools/kvlocal/Arguments.h"
+#include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Exchange.h"
-#include "tools/kvlocal/ImageSize.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
-#include "tools/kvlocal/Report.h"
 
 #include <local/KVLEncodingSession.h>
 

@@ -19,8 +19,6 @@
 namespace kvlocal {
 namespace {
 
-constexpr std::string_view kStandardInput = "-";
-
 struct Reading {
   bool isComplete = false;
   int error = 0;

@@ -1,7 +1,7 @@
 // Files that the user names, to be sent.
 #pragma once
 
-#include "tools/kvlocal/ExitCode.h"
+#include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Rendezvous.h"
 
 #include <local/platform/Data.h>
@@ -10,11 +10,15 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace kvlocal {
 
-// Reads the whole of a file, of standard input for "-". `ok`, `interrupted`, or `usage` after it
-// has said why the file cannot be read.
+// Names standard input in place of a file.
+inline constexpr std::string_view kStandardInput = "-";
+
+// Reads the whole of a file, of standard input for its name. `ok`, `interrupted`, or `usage` after
+// it has said why the file cannot be read.
 [[nodiscard]] ExitCode readInput(const std::string& path,
                                  const std::shared_ptr<Rendezvous>& rendezvous, kvl::Data& data);
 

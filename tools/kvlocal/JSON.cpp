@@ -1,6 +1,6 @@
 #include "tools/kvlocal/JSON.h"
 
-#include "tools/kvlocal/UTF8.h"
+#include "tools/kvlocal/Text.h"
 
 #include <array>
 #include <charconv>
@@ -16,7 +16,7 @@ constexpr std::string_view kBase64Digits =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 // Of a character below U+10000.
-void appendEscape(std::string& json, char32_t codePoint) {
+void appendUnicodeEscape(std::string& json, char32_t codePoint) {
   json += "\\u";
   for (int shift = 12; shift >= 0; shift -= 4) json += kHexDigits[codePoint >> shift & 0xF];
 }
@@ -46,13 +46,13 @@ void appendASCII(std::string& json, char character) {
     json += character;
     return;
   }
-  appendEscape(json, byte);
+  appendUnicodeEscape(json, byte);
 }
 
 void appendCharacter(std::string& json, std::string_view character) {
   if (character.size() == 1) return appendASCII(json, character.front());
   const char32_t point = codePoint(character);
-  if (isSteering(point)) return appendEscape(json, point);
+  if (needsEscaping(point)) return appendUnicodeEscape(json, point);
   json += character;
 }
 

@@ -1,9 +1,8 @@
-#include "tools/kvlocal/Commands.h"
+#include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Exchange.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/MenuText.h"
 #include "tools/kvlocal/Output.h"
-#include "tools/kvlocal/Report.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLEncodingMenus.h>
@@ -13,7 +12,6 @@ namespace kvlocal {
 namespace {
 
 using Document = std::optional<kvl::Value>;
-using Body = std::optional<kvl::Data>;
 
 constexpr std::string_view kMenuKey = "menu";
 

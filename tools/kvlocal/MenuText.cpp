@@ -1,6 +1,6 @@
 #include "tools/kvlocal/MenuText.h"
 
-#include "tools/kvlocal/EventText.h"
+#include "tools/kvlocal/Text.h"
 
 #include <local/platform/UpdateCount.h>
 

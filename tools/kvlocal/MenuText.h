@@ -18,7 +18,7 @@ struct MenuLook {
 
 // A line for each item, further ones for the lines below its title, and sub-menus indented below
 // the item that opens them. What an item has beside its title stands behind it in brackets. All
-// words are `escaped`, so that nothing in them ends a line or steers the terminal. No tool tips.
+// words are `escaped`, so that nothing in them ends a line or controls the terminal. No tool tips.
 //
 //     Section
 //       x Is on

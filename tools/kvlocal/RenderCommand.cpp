@@ -1,8 +1,8 @@
-#include "tools/kvlocal/Commands.h"
-#include "tools/kvlocal/EventText.h"
+#include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Input.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Text.h"
 
 #include <local/KVLEncodingLocale.h>
 #include <local/platform/Log.h>

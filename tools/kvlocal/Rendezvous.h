@@ -2,9 +2,9 @@
 // and for the user's interrupt.
 #pragma once
 
+#include <local/platform/Mutex.h>
+
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <optional>
 
 namespace kvlocal {
@@ -19,21 +19,22 @@ class Rendezvous {
   template <class Change>
   void change(Change apply) {
     {
-      std::lock_guard lock(mutex_);
+      const kvl::MutexLock lock(mutex_);
       apply();
     }
-    condition_.notify_all();
+    condition_.notifyAll();
   }
 
   // Waits until `isMet`, which is called with the lock held. A met condition goes before all else.
-  template <class Condition>
-  [[nodiscard]] Result wait(Limit limit, Condition isMet) {
-    std::unique_lock lock(mutex_);
-    const auto isOver = [&] { return isMet() || interrupted_; };
-    if (limit) {
-      condition_.wait_until(lock, *limit, isOver);
-    } else {
-      condition_.wait(lock, isOver);
+  template <class IsMet>
+  [[nodiscard]] Result wait(Limit limit, IsMet isMet) {
+    kvl::MutexLock lock(mutex_);
+    while (!isMet() && !interrupted_) {
+      if (!limit) {
+        condition_.wait(lock);
+      } else if (!condition_.waitUntil(lock, *limit)) {
+        break;
+      }
     }
     if (isMet()) return Result::met;
     return interrupted_ ? Result::interrupted : Result::late;
@@ -42,7 +43,7 @@ class Rendezvous {
   // Whether the limit has passed or the user has interrupted, for whoever finds conditions met each
   // time and would never see it.
   [[nodiscard]] bool isOver(Limit limit) const {
-    std::lock_guard lock(mutex_);
+    const kvl::MutexLock lock(mutex_);
     return interrupted_ || (limit && std::chrono::steady_clock::now() >= *limit);
   }
 
@@ -51,9 +52,17 @@ class Rendezvous {
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::condition_variable condition_;
-  bool interrupted_ = false;
+  mutable kvl::Mutex mutex_;
+  kvl::Condition condition_;
+  bool interrupted_ KVL_GUARDED_BY(mutex_) = false;
 };
+
+// So many seconds from now; never without a number.
+inline Rendezvous::Limit limitAfter(std::optional<double> seconds) {
+  if (!seconds) return std::nullopt;
+  using std::chrono::steady_clock;
+  return steady_clock::now() + std::chrono::duration_cast<steady_clock::duration>(
+                                   std::chrono::duration<double>(*seconds));
+}
 
 }  // namespace kvlocal

@@ -1,20 +1,28 @@
-// The command line client: asks the notary for an identity and talks to the service with it.
+// The command line client: asks the notary for an identity and talks to the service with it. Here
+// are the start of the program, its common options, its table of commands and its signals.
 
-#include "tools/kvlocal/Commands.h"
-#include "tools/kvlocal/Interruption.h"
+#include "tools/kvlocal/Arguments.h"
+#include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Output.h"
 
 #include <local/platform/HostApplication.h>
 #include <local/platform/Log.h>
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
+#include <atomic>
 #include <cerrno>
-#include <csignal>
+#include <cstdlib>
 #include <map>
+#include <memory>
 #include <string>
+#include <thread>
+#include <utility>
 
 namespace kvlocal {
 namespace {
@@ -26,6 +34,54 @@ void occupyStandardDescriptors() {
     if (fcntl(descriptor, F_GETFD) != -1 || errno != EBADF) continue;
     // The lowest that is free is the one that is closed.
     (void)open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
+// Turns SIGINT, SIGTERM and SIGHUP into an interrupt of the rendezvous as long as it lives; a
+// second one ends the process at once, for a user whose terminal or pipe blocks the first. Make it
+// before any other thread starts: threads inherit that these signals are blocked.
+class Interruption {
+ public:
+  explicit Interruption(std::shared_ptr<Rendezvous> rendezvous);
+  ~Interruption();
+  Interruption(const Interruption&) = delete;
+  Interruption& operator=(const Interruption&) = delete;
+
+ private:
+  void watch();
+
+  const std::shared_ptr<Rendezvous> rendezvous_;
+  std::atomic<bool> ending_ = false;
+  std::thread thread_;
+};
+
+sigset_t watchedSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set, number);
+  return set;
+}
+
+Interruption::Interruption(std::shared_ptr<Rendezvous> rendezvous)
+    : rendezvous_(std::move(rendezvous)) {
+  const sigset_t set = watchedSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  thread_ = std::thread([this] { watch(); });
+}
+
+Interruption::~Interruption() {
+  ending_ = true;
+  // It is blocked and only wakes the thread. NOLINTNEXTLINE(bugprone-bad-signal-to-kill-thread)
+  pthread_kill(thread_.native_handle(), SIGTERM);
+  thread_.join();
+}
+
+void Interruption::watch() {
+  const sigset_t set = watchedSignals();
+  int number = 0;
+  for (bool interrupted = false; sigwait(&set, &number) == 0 && !ending_; interrupted = true) {
+    if (interrupted) std::_Exit(static_cast<int>(ExitCode::interrupted));
+    rendezvous_->interrupt();
   }
 }
 
@@ -57,6 +113,12 @@ void declareSettings(CLI::App& parser, Settings& settings) {
   parser.add_flag("--verbose", settings.verbose, "Write the framework's log to standard error");
 }
 
+// In the order in which --help shows them.
+std::array<Command, 10> commands() {
+  return {statusCommand(), getCommand(),    submitCommand(), formCommand(),   imageCommand(),
+          menuCommand(),   renderCommand(), watchCommand(),  eventsCommand(), csrCommand()};
+}
+
 using Runners = std::map<const CLI::App*, Runner>;
 
 Runners declareCommands(CLI::App& parser) {
@@ -72,7 +134,7 @@ Runners declareCommands(CLI::App& parser) {
 
 int run(const Runner& runner, const Settings& settings) {
   // A reader that goes away is an error of writing, so that the keys are removed all the same.
-  std::signal(SIGPIPE, SIG_IGN);
+  signal(SIGPIPE, SIG_IGN);
   routeLog(settings.verbose);
   kvl::setHostIdentifier(settings.identifier);
   const auto rendezvous = std::make_shared<Rendezvous>();
