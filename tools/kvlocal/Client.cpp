@@ -4,6 +4,7 @@
 #include "tools/kvlocal/Output.h"
 
 #include <cstdlib>
+#include <functional>
 #include <utility>
 
 namespace kvlocal {
@@ -12,25 +13,29 @@ namespace {
 constexpr auto kPathVariable = "korvale_vandrel_notary";
 
 // A session shows its notary's errors only as progress texts; this notary keeps the last one. It
-// is recorded before the session learns of it, so whoever sees the state change finds it.
+// is recorded before the session learns of it, so whoever sees the state change finds it. A failure
+// is told after the session has dealt with it, when all that it logs has been logged.
 class RecordingNotary final : public KVLNotary {
  public:
   using Record = std::shared_ptr<kvl::Atomic<std::optional<kvl::Error>>>;
 
-  RecordingNotary(std::optional<std::string> path, Record record)
-      : KVLNotary(std::move(path)), record_(std::move(record)) {}
+  RecordingNotary(std::optional<std::string> path, Record record, std::function<void()> onFailure)
+      : KVLNotary(std::move(path)), record_(std::move(record)), onFailure_(std::move(onFailure)) {}
 
   void notariseWithCompletionHandler(CompletionHandler completionHandler) override {
     KVLNotary::notariseWithCompletionHandler(
-        [record = record_, handler = std::move(completionHandler)](
+        [record = record_, onFailure = onFailure_, handler = std::move(completionHandler)](
             std::shared_ptr<KVLNotarySignature> signature, std::optional<kvl::Error> error) {
           record->set(error);
+          const bool failed = signature == nullptr;
           handler(std::move(signature), std::move(error));
+          if (failed) onFailure();
         });
   }
 
  private:
   const Record record_;
+  const std::function<void()> onFailure_;
 };
 
 // Whether the service could not be reached at all, as opposed to one that answered with an error.
@@ -50,13 +55,15 @@ std::optional<std::string> notaryPath(const Settings& settings) {
 Client::Client(const Context& context)
     : context_(context),
       session_(KVLSession::sessionWithNotary(
-          std::make_shared<RecordingNotary>(notaryPath(context.settings), lastError_), {})),
+          std::make_shared<RecordingNotary>(notaryPath(context.settings), lastError_,
+                                            [rendezvous = context.rendezvous, seen = seen_] {
+                                              rendezvous->change([&] { seen->failed = true; });
+                                            }),
+          {})),
       observation_(session_->observeState(
           [rendezvous = context.rendezvous, seen = seen_](KVLSessionState state) {
-            rendezvous->change([&] {
-              seen->state = state;
-              seen->established = seen->established || state == KVLSessionStateEstablished;
-            });
+            if (state != KVLSessionStateEstablished) return;
+            rendezvous->change([&] { seen->established = true; });
           })) {}
 
 Client::~Client() {
@@ -69,16 +76,10 @@ ExitCode Client::establish() {
   bool established = false;
   const auto result = context_.rendezvous->wait(limit, [&] {
     established = seen_->established;
-    return established || (!context_.settings.retries() && isSettled(seen_->state));
+    return established || (!context_.settings.retries() && seen_->failed);
   });
   if (result == Rendezvous::Result::interrupted) return ExitCode::interrupted;
   return established ? ExitCode::ok : ExitCode::notEstablished;
-}
-
-// On its way to recovering, a session passes through disconnected.
-bool Client::isSettled(KVLSessionState state) const {
-  if (state == KVLSessionStateDisconnected) return !KVLSession::isRecoverableError(lastError());
-  return state != KVLSessionStateConnecting;
 }
 
 std::string Client::failureText() const {

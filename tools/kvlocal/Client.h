@@ -35,14 +35,11 @@ class Client {
   [[nodiscard]] std::string failureText() const;
 
  private:
-  // What the session has told, protected by the rendezvous.
+  // What has happened so far, protected by the rendezvous.
   struct Seen {
-    KVLSessionState state = KVLSessionStateConnecting;
     bool established = false;
+    bool failed = false;  // the session has dealt with a notarisation that failed
   };
-
-  // Whether the first notarisation has been dealt with.
-  [[nodiscard]] bool isSettled(KVLSessionState state) const;
 
   using ErrorRecord = kvl::Atomic<std::optional<kvl::Error>>;
 
