@@ -12,7 +12,7 @@
 namespace kvltest {
 namespace {
 
-constexpr std::chrono::milliseconds kLongestSilence{60'000};
+constexpr std::chrono::milliseconds kFolderPatience{60'000};
 
 class Descriptor {
  public:
@@ -48,7 +48,7 @@ bool waitForFolder(const std::filesystem::path& folder, const ChildProcess& proc
     if (ended) return false;
     std::array<pollfd, 2> either{pollfd{watch.number(), POLLIN, 0},
                                  pollfd{end.number(), POLLIN, 0}};
-    if (poll(either.data(), either.size(), static_cast<int>(kLongestSilence.count())) <= 0) {
+    if (poll(either.data(), either.size(), static_cast<int>(kFolderPatience.count())) <= 0) {
       return false;
     }
     ended = either[1].revents != 0;
