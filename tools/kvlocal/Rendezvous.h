@@ -48,7 +48,11 @@ class Rendezvous {
   }
 
   void interrupt() {
-    change([this] { interrupted_ = true; });
+    {
+      const kvl::MutexLock lock(mutex_);
+      interrupted_ = true;
+    }
+    condition_.notifyAll();
   }
 
  private:
