@@ -246,7 +246,7 @@ void Engine::noteConnections() {
 
 void Engine::flushBodies(SteadyTime passBegan) {
   const bool collects = std::ranges::any_of(
-      transfers_, [](const auto& entry) { return entry.second->collectsEvents(); });
+      transfers_, [](const auto& entry) { return entry.second->isCollecting(); });
   const bool isMore = collects && isReady();
   for (const auto& [identifier, transfer] : transfers_) transfer->flush(isMore, passBegan);
 }

@@ -82,7 +82,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   [[nodiscard]] bool timerIsDue() const;
   // Whether the next pass has something to do at once.
   [[nodiscard]] bool isReady() const;
-  // Whether a chunk of events grows at once.
+  // Whether a chunk that is being collected grows at once.
   [[nodiscard]] bool isGrowing() const;
   void noteConnections();
   // The I/O thread read nothing while it waited for answers, which is nobody's silence.

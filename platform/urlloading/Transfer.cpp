@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::uint16_t kHTTPPort = 80;
 constexpr std::uint16_t kHTTPSPort = 443;
-constexpr std::string_view kEventStreamType = "text/event-stream";
 constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
 // The I/O thread waits for the answer, however long the request itself may be silent.
 constexpr std::chrono::seconds kLongestChallenge{60};
@@ -29,11 +28,6 @@ const SSL* sslOf(CURL* easy) {
 
 std::uint16_t portOf(const URL& url) {
   return url.port().value_or(isSecure(url) ? kHTTPSPort : kHTTPPort);
-}
-
-bool acceptsEvents(const URLRequest& request) {
-  const auto accepted = request.headers().find("Accept");
-  return accepted && ascii::equalIgnoringCase(*accepted, kEventStreamType);
 }
 
 // Whether the connection speaks HTTP/2 (RFC 9113, 3.2).
@@ -53,8 +47,7 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
       cookies_(cookies),
       originalURL_(*request.url()),
       request_(std::move(request)),
-      body_(!task_->wantsBodyInOnePiece() && acceptsEvents(request_) ? PendingBody::Kind::events
-                                                                     : PendingBody::Kind::plain) {}
+      body_(task_->takeFraming()) {}
 
 Transfer::~Transfer() {
   if (connection_ && ownsHandshake_) connection_->detach();

@@ -1,7 +1,7 @@
 // One task's exchange with the server, redirects included.
 #pragma once
 
-#include "platform/urlloading/PendingBody.h"
+#include "platform/urlloading/BodyFraming.h"
 #include "platform/urlloading/ResponseHead.h"
 #include "platform/urlloading/TLSConnection.h"
 #include "platform/urlloading/TransferOptions.h"
@@ -60,10 +60,8 @@ class Transfer final : private ChallengeSource {
   // Hands the task what is due of the bytes that the pass begun at `now` has collected. `isMore`:
   // there is something to read at once.
   void flush(bool isMore, SteadyTime now);
-  // Whether a chunk of events is being collected.
-  [[nodiscard]] bool collectsEvents() const {
-    return body_.kind() == PendingBody::Kind::events && !body_.empty();
-  }
+  // Whether bytes have been read that may have to wait for others.
+  [[nodiscard]] bool isCollecting() const noexcept { return body_.isCollecting(); }
   // Hands over all that is left.
   void flushRest();
   // Whether the chunk that is being collected grows at once.

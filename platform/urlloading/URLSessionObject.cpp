@@ -111,6 +111,16 @@ std::shared_ptr<URLSessionObject> DataTaskObject::session() const {
   return session_;
 }
 
+void DataTaskObject::setFraming(std::unique_ptr<BodyFraming> framing) {
+  const MutexLock lock(mutex_);
+  if (!hasHandler_) framing_ = std::move(framing);
+}
+
+std::unique_ptr<BodyFraming> DataTaskObject::takeFraming() {
+  const MutexLock lock(mutex_);
+  return std::move(framing_);
+}
+
 void DataTaskObject::resume() {
   {
     const MutexLock lock(mutex_);

@@ -1,6 +1,7 @@
 // The session object that a host holds, its tasks, and the way from the I/O thread to the delegate.
 #pragma once
 
+#include "platform/urlloading/BodyFraming.h"
 #include "platform/urlloading/TLSConnection.h"
 
 #include <local/platform/Atomic.h>
@@ -89,7 +90,12 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   void setPrefersIncrementalDelivery(bool prefers) override { prefersIncremental_ = prefers; }
   bool prefersIncrementalDelivery() const noexcept override { return prefersIncremental_; }
 
+  // Before the task is resumed.
+  void setFraming(std::unique_ptr<BodyFraming> framing);
+
   // For the I/O thread.
+  // The framing of the task's body; the first call takes it.
+  [[nodiscard]] std::unique_ptr<BodyFraming> takeFraming();
   [[nodiscard]] bool isCancelled() const { return state() == State::canceling; }
   [[nodiscard]] bool wantsBodyInOnePiece() const noexcept { return hasHandler_; }
   void setResponse(URLResponseRef response) { response_.set(std::move(response)); }
@@ -123,6 +129,7 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   State state_ KVL_GUARDED_BY(mutex_) = State::suspended;
   std::shared_ptr<URLSessionObject> session_ KVL_GUARDED_BY(mutex_);
   DataTaskHandler handler_ KVL_GUARDED_BY(mutex_);
+  std::unique_ptr<BodyFraming> framing_ KVL_GUARDED_BY(mutex_);
   std::shared_ptr<ChallengeGate> gate_ KVL_GUARDED_BY(mutex_);
 };
 

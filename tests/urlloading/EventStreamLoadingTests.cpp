@@ -1,8 +1,7 @@
 // How the bytes of an event stream become chunks between a server and the delegate.
+#include "eventstream/EventFraming.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 
 namespace kvl::testing {
@@ -15,19 +14,19 @@ constexpr const char* kStreamHead =
 class Happening {
  public:
   void happen() {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     happened_ = true;
-    changed_.notify_all();
+    changed_.notifyAll();
   }
   void wait() {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return happened_; });
+    MutexLock lock(mutex_);
+    while (!happened_) changed_.wait(lock);
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool happened_ = false;
+  Mutex mutex_;
+  Condition changed_;
+  bool happened_ KVL_GUARDED_BY(mutex_) = false;
 };
 
 // Records streams only, and can be slow to answer challenges for "localhost".
@@ -65,6 +64,7 @@ class EventStreamLoadingTest : public URLSessionTest {
     URLRequest request(peer.url("127.0.0.1", path));
     request.headers().set("Accept", "text/event-stream");
     auto task = loader->dataTask(request);
+    urlloading::setBodyFraming(*task, std::make_unique<eventstream::EventFraming>());
     task->resume();
     return task;
   }
@@ -155,6 +155,21 @@ TEST_F(EventStreamLoadingTest, AnEventOfManyRecordsIsOneChunk) {
   const auto stream = openStream(peer);
   EXPECT_FALSE(streams->waitForCompletion());
   EXPECT_EQ(streams->chunks(), std::vector<std::string>{event});
+}
+
+TEST_F(EventStreamLoadingTest, WhatARequestAcceptsFramesNoBody) {
+  const std::string event = "event: a\ndata: " + std::string(5 << 20, 'x') + "\n\n";
+  const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
+    static_cast<void>(client.readRequest());
+    client.write(kStreamHead + event);
+  });
+  URLRequest request(peer.url("127.0.0.1"));
+  request.headers().set("Accept", "text/event-stream");
+  const auto task = loader->dataTask(request);
+  task->resume();
+  EXPECT_FALSE(streams->waitForCompletion());
+  EXPECT_GT(streams->chunks().size(), 1U);
+  EXPECT_EQ(streams->text(), event);
 }
 
 }  // namespace

@@ -1,11 +1,18 @@
 #include "tests/urlloading/URLSessionFixture.h"
 
+#include "platform/core/NoDestructor.h"
+
+#include <chrono>
 #include <stdexcept>
 
 namespace kvl::testing {
 namespace {
 
 constexpr std::chrono::seconds kPatience{30};
+
+auto patienceEnds() {
+  return std::chrono::steady_clock::now() + kPatience;
+}
 
 }  // namespace
 
@@ -14,14 +21,14 @@ void RecordingDelegate::didReceiveChallenge(URLSession&, const Challenge& challe
   const ProtectionSpace& space = challenge.protectionSpace;
   if (space.authenticationMethod == NSURLAuthenticationMethodClientCertificate) {
     {
-      std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       clientHosts_.push_back(space.host);
     }
     if (credential) return completionHandler(ChallengeDisposition::useCredential, credential);
     return completionHandler(ChallengeDisposition::rejectProtectionSpace, nullptr);
   }
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ++trustChallenges_;
   }
   TrustResult result = TrustResult::invalid;
@@ -35,9 +42,9 @@ void RecordingDelegate::didReceiveChallenge(URLSession&, const Challenge& challe
 void RecordingDelegate::didReceiveData(URLSession&, const std::shared_ptr<DataTask>& task,
                                        const Data& data) {
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     chunks_.emplace_back(data.text());
-    changed_.notify_all();
+    changed_.notifyAll();
   }
   if (onData) onData(task);
 }
@@ -45,29 +52,35 @@ void RecordingDelegate::didReceiveData(URLSession&, const std::shared_ptr<DataTa
 void RecordingDelegate::didCompleteWithError(URLSession&, const std::shared_ptr<DataTask>&,
                                              const std::optional<Error>& error) {
   if (onCompletion) onCompletion();
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ++completions_;
   error_ = error;
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 std::optional<Error> RecordingDelegate::waitForCompletion() {
-  std::unique_lock lock(mutex_);
-  EXPECT_TRUE(changed_.wait_for(lock, kPatience, [this] { return completions_ > 0; }));
+  const auto deadline = patienceEnds();
+  MutexLock lock(mutex_);
+  while (completions_ == 0 && changed_.waitUntil(lock, deadline)) continue;
+  EXPECT_GT(completions_, 0);
   return error_;
 }
 
 void RecordingDelegate::waitForBytes(std::size_t count) {
-  std::unique_lock lock(mutex_);
-  EXPECT_TRUE(changed_.wait_for(lock, kPatience, [&] {
-    std::size_t total = 0;
-    for (const auto& chunk : chunks_) total += chunk.size();
-    return total >= count;
-  }));
+  const auto deadline = patienceEnds();
+  MutexLock lock(mutex_);
+  while (receivedBytes() < count && changed_.waitUntil(lock, deadline)) continue;
+  EXPECT_GE(receivedBytes(), count);
+}
+
+std::size_t RecordingDelegate::receivedBytes() const {
+  std::size_t total = 0;
+  for (const auto& chunk : chunks_) total += chunk.size();
+  return total;
 }
 
 std::vector<std::string> RecordingDelegate::chunks() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return chunks_;
 }
 
@@ -78,36 +91,37 @@ std::string RecordingDelegate::text() {
 }
 
 int RecordingDelegate::completions() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return completions_;
 }
 
 std::vector<std::string> RecordingDelegate::clientChallengeHosts() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return clientHosts_;
 }
 
 int RecordingDelegate::trustChallenges() {
-  std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return trustChallenges_;
 }
 
 DataTaskHandler OutcomeBox::handler() {
   return [content = content_](std::optional<Data> body, URLResponseRef response,
                               std::optional<Error> error) {
-    std::lock_guard lock(content->mutex);
+    const MutexLock lock(content->mutex);
     EXPECT_FALSE(content->outcome) << "a second completion";
     content->outcome = Outcome{std::move(body), std::move(response), std::move(error)};
-    content->changed.notify_all();
+    content->changed.notifyAll();
   };
 }
 
 Outcome OutcomeBox::wait() {
-  std::unique_lock lock(content_->mutex);
-  if (!content_->changed.wait_for(lock, kPatience,
-                                  [this] { return content_->outcome.has_value(); }))
-    throw std::runtime_error("no completion");
-  return *content_->outcome;
+  const auto deadline = patienceEnds();
+  Content& content = *content_;
+  MutexLock lock(content.mutex);
+  while (!content.outcome && content.changed.waitUntil(lock, deadline)) continue;
+  if (!content.outcome) throw std::runtime_error("no completion");
+  return *content.outcome;
 }
 
 Outcome load(URLSession& session, const URLRequest& request) {
@@ -122,12 +136,12 @@ void URLSessionTest::SetUpTestSuite() {
 }
 
 const TestIdentity& URLSessionTest::root() {
-  static const auto* const made = new TestIdentity(makeTestAuthority());
+  static const NoDestructor<TestIdentity> made(makeTestAuthority());
   return *made;
 }
 
 const TestIdentity& URLSessionTest::server() {
-  static const auto* const made = new TestIdentity(makeTestIdentity({}, &root()));
+  static const NoDestructor<TestIdentity> made(makeTestIdentity({}, &root()));
   return *made;
 }
 
@@ -140,8 +154,8 @@ std::shared_ptr<RecordingDelegate> URLSessionTest::makeDelegate(bool withIdentit
   auto made = std::make_shared<RecordingDelegate>();
   made->anchor = root().certificateRef();
   if (withIdentity) {
-    static const auto* const client =
-        new TestIdentity(makeTestIdentity({.commonName = "client"}, &root()));
+    static const NoDestructor<TestIdentity> client(
+        makeTestIdentity({.commonName = "client"}, &root()));
     made->credential = credentialOf(*client);
   }
   return made;

@@ -2,15 +2,14 @@
 
 #include "tests/support/TestTLSServer.h"
 
+#include <local/platform/Mutex.h>
 #include <local/platform/URLSession.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -42,13 +41,15 @@ class RecordingDelegate : public URLSessionDelegate {
   [[nodiscard]] int trustChallenges();
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<std::string> chunks_;
-  std::vector<std::string> clientHosts_;
-  int trustChallenges_ = 0;
-  int completions_ = 0;
-  std::optional<Error> error_;
+  [[nodiscard]] std::size_t receivedBytes() const KVL_REQUIRES(mutex_);
+
+  Mutex mutex_;
+  Condition changed_;
+  std::vector<std::string> chunks_ KVL_GUARDED_BY(mutex_);
+  std::vector<std::string> clientHosts_ KVL_GUARDED_BY(mutex_);
+  int trustChallenges_ KVL_GUARDED_BY(mutex_) = 0;
+  int completions_ KVL_GUARDED_BY(mutex_) = 0;
+  std::optional<Error> error_ KVL_GUARDED_BY(mutex_);
 };
 
 struct Outcome {
@@ -68,9 +69,9 @@ class OutcomeBox {
 
  private:
   struct Content {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::optional<Outcome> outcome;
+    Mutex mutex;
+    Condition changed;
+    std::optional<Outcome> outcome KVL_GUARDED_BY(mutex);
   };
   std::shared_ptr<Content> content_ = std::make_shared<Content>();
 };

@@ -1,22 +1,23 @@
-#include "platform/urlloading/PendingBody.h"
+#include "eventstream/EventFraming.h"
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
+#include <string_view>
 
-namespace kvl::urlloading {
+namespace kvl::eventstream {
 namespace {
 
 using namespace std::chrono_literals;
-using Source = PendingBody::Source;
+using Source = EventFraming::Source;
+using Time = EventFraming::Time;
 
-constexpr SteadyTime kStart{1h};
+constexpr Time kStart{1h};
 
 // A stream whose time is told.
 class Stream {
  public:
-  explicit Stream(PendingBody::Kind kind = PendingBody::Kind::events) : body_(kind) {}
-
   void arrive(std::string_view bytes) { body_.append(bytes, now_); }
   void pass(std::chrono::milliseconds time) { now_ += time; }
   // The chunk that goes after a pass of reading.
@@ -24,23 +25,15 @@ class Stream {
     const Bytes bytes = body_.take(body_.due(source, now_));
     return {bytes.begin(), bytes.end()};
   }
-  [[nodiscard]] SteadyTime latest() const { return body_.latest(); }
-  [[nodiscard]] SteadyTime now() const { return now_; }
+  [[nodiscard]] Time latest() const { return body_.latest(); }
+  [[nodiscard]] Time now() const { return now_; }
 
  private:
-  PendingBody body_;
-  SteadyTime now_ = kStart;
+  urlloading::PendingBody body_{std::make_unique<EventFraming>()};
+  Time now_ = kStart;
 };
 
-TEST(PendingBodyTest, PlainBodiesGoAtOnce) {
-  Stream stream(PendingBody::Kind::plain);
-  stream.arrive("no line");
-  EXPECT_EQ(stream.latest(), SteadyTime::max());
-  EXPECT_EQ(stream.chunk(Source::flowing), "no line");
-  EXPECT_EQ(stream.chunk(Source::quiet), "");
-}
-
-TEST(PendingBodyTest, WholeEventsGoOnceThereIsNoMoreToRead) {
+TEST(EventFramingTest, WholeEventsGoOnceThereIsNoMoreToRead) {
   Stream stream;
   stream.arrive("event: a\n\n");
   EXPECT_EQ(stream.chunk(Source::flowing), "");
@@ -48,19 +41,19 @@ TEST(PendingBodyTest, WholeEventsGoOnceThereIsNoMoreToRead) {
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\n\nevent: b\n\n");
 }
 
-TEST(PendingBodyTest, TheRestOfAnEventIsWaitedForOnlyAMoment) {
+TEST(EventFramingTest, TheRestOfAnEventIsWaitedForOnlyAMoment) {
   Stream stream;
   stream.arrive("event: a\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "");
-  EXPECT_EQ(stream.latest(), stream.now() + PendingBody::kSettlingTime);
-  stream.pass(PendingBody::kSettlingTime - 1ms);
+  EXPECT_EQ(stream.latest(), stream.now() + EventFraming::kSettlingTime);
+  stream.pass(EventFraming::kSettlingTime - 1ms);
   EXPECT_EQ(stream.chunk(Source::quiet), "");
   stream.pass(1ms);
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\n");
-  EXPECT_EQ(stream.latest(), SteadyTime::max());
+  EXPECT_EQ(stream.latest(), Time::max());
 }
 
-TEST(PendingBodyTest, WholeEventsDoNotWaitForTheRestOfTheNext) {
+TEST(EventFramingTest, WholeEventsDoNotWaitForTheRestOfTheNext) {
   Stream stream;
   stream.arrive("event: a\n\nevent: b\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\n\n");
@@ -68,38 +61,38 @@ TEST(PendingBodyTest, WholeEventsDoNotWaitForTheRestOfTheNext) {
   EXPECT_EQ(stream.chunk(Source::quiet), "event: b\n\n");
 }
 
-TEST(PendingBodyTest, TheRestThatComesInTimeMakesTheEventWhole) {
+TEST(EventFramingTest, TheRestThatComesInTimeMakesTheEventWhole) {
   Stream stream;
   stream.arrive("event: a\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "");
-  stream.pass(PendingBody::kSettlingTime - 1ms);
+  stream.pass(EventFraming::kSettlingTime - 1ms);
   stream.arrive("data: x");
   EXPECT_EQ(stream.chunk(Source::quiet), "");
-  stream.pass(PendingBody::kSettlingTime - 1ms);
+  stream.pass(EventFraming::kSettlingTime - 1ms);
   stream.arrive("\n\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\ndata: x\n\n");
 }
 
-TEST(PendingBodyTest, AThreadThatWasKeptFromRunningSplitsNothing) {
+TEST(EventFramingTest, AThreadThatWasKeptFromRunningSplitsNothing) {
   Stream stream;
   stream.arrive("event: a\n");
-  stream.pass(10 * PendingBody::kSettlingTime);
+  stream.pass(10 * EventFraming::kSettlingTime);
   EXPECT_EQ(stream.chunk(Source::flowing), "");
   stream.arrive("\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\n\n");
 }
 
-TEST(PendingBodyTest, ASourceThatPromisesMoreAndBringsNothingHoldsNothingBack) {
+TEST(EventFramingTest, ASourceThatPromisesMoreAndBringsNothingHoldsNothingBack) {
   Stream stream;
   stream.arrive("event: a\n");
   EXPECT_EQ(stream.chunk(Source::flowing), "");
-  stream.pass(PendingBody::kSettlingTime);
+  stream.pass(EventFraming::kSettlingTime);
   EXPECT_EQ(stream.chunk(Source::flowing), "event: a\n");
 }
 
-TEST(PendingBodyTest, AChunkThatIsLargeEnoughEndsAfterAnEmptyLine) {
+TEST(EventFramingTest, AChunkThatIsLargeEnoughEndsAfterAnEmptyLine) {
   Stream stream;
-  const std::string events = std::string(PendingBody::kChunkSize / 2, 'x') + "\n\n";
+  const std::string events = std::string(EventFraming::kChunkSize / 2, 'x') + "\n\n";
   stream.arrive(events);
   EXPECT_EQ(stream.chunk(Source::flowing), "");
   stream.arrive(events + "event: cut");
@@ -108,10 +101,10 @@ TEST(PendingBodyTest, AChunkThatIsLargeEnoughEndsAfterAnEmptyLine) {
   EXPECT_EQ(stream.chunk(Source::quiet), "event: cut\n\n");
 }
 
-TEST(PendingBodyTest, AChunkThatHasGrownForLongEndsAfterAnEmptyLine) {
+TEST(EventFramingTest, AChunkThatHasGrownForLongEndsAfterAnEmptyLine) {
   Stream stream;
   stream.arrive("event: a\n\neve");
-  stream.pass(PendingBody::kGrowingTime - 1ms);
+  stream.pass(EventFraming::kGrowingTime - 1ms);
   stream.arrive("nt");
   EXPECT_EQ(stream.chunk(Source::flowing), "");
   stream.pass(1ms);
@@ -121,31 +114,31 @@ TEST(PendingBodyTest, AChunkThatHasGrownForLongEndsAfterAnEmptyLine) {
   EXPECT_EQ(stream.chunk(Source::quiet), "event: b\n\n");
 }
 
-TEST(PendingBodyTest, AnEventThatIsLargerThanAChunkStaysWhole) {
+TEST(EventFramingTest, AnEventThatIsLargerThanAChunkStaysWhole) {
   Stream stream;
-  const std::string data = "event: a\ndata: " + std::string(PendingBody::kChunkSize, 'x');
+  const std::string data = "event: a\ndata: " + std::string(EventFraming::kChunkSize, 'x');
   stream.arrive(data);
   EXPECT_EQ(stream.chunk(Source::flowing), "");
-  stream.pass(PendingBody::kGrowingTime);
+  stream.pass(EventFraming::kGrowingTime);
   stream.arrive(data);
   EXPECT_EQ(stream.chunk(Source::flowing), "");
   stream.arrive("\n\n");
   EXPECT_EQ(stream.chunk(Source::quiet), data + data + "\n\n");
 }
 
-TEST(PendingBodyTest, NothingGrowsWithoutEnd) {
+TEST(EventFramingTest, NothingGrowsWithoutEnd) {
   Stream stream;
   const std::string megabyte(1 << 20, 'x');
   std::size_t arrived = 0;
   while (stream.chunk(Source::flowing).empty()) {
-    ASSERT_LE(arrived, PendingBody::kLongestEvent);
+    ASSERT_LE(arrived, EventFraming::kLongestEvent);
     stream.arrive(megabyte);
     arrived += megabyte.size();
   }
-  EXPECT_EQ(arrived, PendingBody::kLongestEvent);
+  EXPECT_EQ(arrived, EventFraming::kLongestEvent);
 }
 
-TEST(PendingBodyTest, WhileTheDelegateIsBehindOnlyWholeEventsGo) {
+TEST(EventFramingTest, WhileTheDelegateIsBehindOnlyWholeEventsGo) {
   Stream stream;
   stream.arrive("event: a\n\nevent: b\n");
   EXPECT_EQ(stream.chunk(Source::held), "event: a\n\n");
@@ -155,7 +148,7 @@ TEST(PendingBodyTest, WhileTheDelegateIsBehindOnlyWholeEventsGo) {
   EXPECT_EQ(stream.chunk(Source::quiet), "event: b\n\n");
 }
 
-TEST(PendingBodyTest, FindsEmptyLinesAcrossArrivals) {
+TEST(EventFramingTest, FindsEmptyLinesAcrossArrivals) {
   Stream stream;
   stream.arrive("event: a\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "");
@@ -163,35 +156,35 @@ TEST(PendingBodyTest, FindsEmptyLinesAcrossArrivals) {
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\n\n");
 }
 
-TEST(PendingBodyTest, FindsAnEmptyLineThatBeginsAChunk) {
+TEST(EventFramingTest, FindsAnEmptyLineThatBeginsAChunk) {
   Stream stream;
   stream.arrive("event: a\n");
-  stream.pass(PendingBody::kSettlingTime);
+  stream.pass(EventFraming::kSettlingTime);
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\n");
   stream.arrive("\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "\n");
 }
 
-TEST(PendingBodyTest, ALineEndThatBeginsAChunkInsideALineIsNone) {
+TEST(EventFramingTest, ALineEndThatBeginsAChunkInsideALineIsNone) {
   Stream stream;
   stream.arrive("event: a");
-  stream.pass(PendingBody::kSettlingTime);
+  stream.pass(EventFraming::kSettlingTime);
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a");
   stream.arrive("\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "");
 }
 
-TEST(PendingBodyTest, ALoneCarriageReturnCountsAsAnEmptyLine) {
+TEST(EventFramingTest, ALoneCarriageReturnCountsAsAnEmptyLine) {
   Stream stream;
   stream.arrive("event: a\r\n\r\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\r\n\r\n");
 }
 
-TEST(PendingBodyTest, ALongStreamWithoutLineEndsIsLookedAtOnce) {
+TEST(EventFramingTest, ALongStreamWithoutLineEndsIsLookedAtOnce) {
   // Minutes, if all of it were looked at again and again; the benchmark has the numbers.
   Stream stream;
   std::size_t sent = 0;
-  for (std::size_t i = 0; i < PendingBody::kLongestEvent / 1000; ++i) {
+  for (std::size_t i = 0; i < EventFraming::kLongestEvent / 1000; ++i) {
     stream.arrive(std::string(1000, 'x'));
     sent += stream.chunk(Source::flowing).size();
   }
@@ -199,4 +192,4 @@ TEST(PendingBodyTest, ALongStreamWithoutLineEndsIsLookedAtOnce) {
 }
 
 }  // namespace
-}  // namespace kvl::urlloading
+}  // namespace kvl::eventstream

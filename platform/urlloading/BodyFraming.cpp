@@ -1,0 +1,42 @@
+#include "platform/urlloading/BodyFraming.h"
+
+#include "platform/urlloading/URLSessionObject.h"
+
+#include <cstdint>
+#include <utility>
+
+namespace kvl::urlloading {
+
+void setBodyFraming(DataTask& task, std::unique_ptr<BodyFraming> framing) {
+  if (auto* object = dynamic_cast<DataTaskObject*>(&task)) object->setFraming(std::move(framing));
+}
+
+std::string_view PendingBody::text() const noexcept {
+  return {reinterpret_cast<const char*>(bytes_.data()), bytes_.size()};
+}
+
+void PendingBody::append(std::string_view bytes, Time now) {
+  const std::size_t before = bytes_.size();
+  const auto* first = reinterpret_cast<const std::uint8_t*>(bytes.data());
+  bytes_.insert(bytes_.end(), first, first + bytes.size());
+  if (framing_) framing_->arrived(text(), before, now);
+}
+
+std::size_t PendingBody::due(Source source, Time now) {
+  return framing_ ? framing_->due(size(), source, now) : size();
+}
+
+PendingBody::Time PendingBody::latest() const {
+  return isCollecting() ? framing_->latest() : Time::max();
+}
+
+Bytes PendingBody::take(std::size_t count) {
+  if (count == 0) return {};
+  if (framing_) framing_->taken(text(), count);
+  const auto cut = bytes_.begin() + static_cast<std::ptrdiff_t>(count);
+  Bytes rest(cut, bytes_.end());
+  bytes_.erase(cut, bytes_.end());
+  return std::exchange(bytes_, std::move(rest));
+}
+
+}  // namespace kvl::urlloading

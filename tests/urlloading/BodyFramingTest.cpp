@@ -1,0 +1,92 @@
+#include "platform/urlloading/BodyFraming.h"
+#include "tests/support/FakeURLSession.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kvl::urlloading {
+namespace {
+
+using namespace std::chrono_literals;
+using Source = BodyFraming::Source;
+using Time = BodyFraming::Time;
+using testing::ElementsAre;
+
+constexpr Time kStart{1h};
+
+std::string take(PendingBody& body, std::size_t count) {
+  const Bytes bytes = body.take(count);
+  return {bytes.begin(), bytes.end()};
+}
+
+// Cuts two bytes at a time, and notes what it is told.
+class PairFraming final : public BodyFraming {
+ public:
+  explicit PairFraming(std::vector<std::string>& notes) : notes_(notes) {}
+
+  void arrived(std::string_view pending, std::size_t from, Time now) override {
+    notes_.push_back(std::string(pending.substr(0, from)) + "+" +
+                     std::string(pending.substr(from)));
+    lastArrival_ = now;
+  }
+  std::size_t due(std::size_t pending, Source source, Time) override {
+    return pending >= 2 || source == Source::flowing ? std::min<std::size_t>(pending, 2) : 0;
+  }
+  void taken(std::string_view pending, std::size_t count) override {
+    notes_.push_back(std::string(pending.substr(0, count)) + "-" +
+                     std::string(pending.substr(count)));
+  }
+  Time latest() const override { return lastArrival_ + 1s; }
+
+ private:
+  std::vector<std::string>& notes_;
+  Time lastArrival_;
+};
+
+TEST(PendingBodyTest, PlainBodiesGoAtOnce) {
+  PendingBody body(nullptr);
+  body.append("no line", kStart);
+  EXPECT_EQ(body.latest(), Time::max());
+  EXPECT_FALSE(body.isCollecting());
+  EXPECT_EQ(take(body, body.due(Source::flowing, kStart)), "no line");
+  EXPECT_EQ(take(body, body.due(Source::quiet, kStart)), "");
+}
+
+TEST(PendingBodyTest, TheFramingDecidesHowMuchGoes) {
+  std::vector<std::string> notes;
+  PendingBody body(std::make_unique<PairFraming>(notes));
+  body.append("a", kStart);
+  EXPECT_EQ(take(body, body.due(Source::quiet, kStart)), "");
+  EXPECT_TRUE(body.isCollecting());
+  body.append("bc", kStart);
+  EXPECT_EQ(take(body, body.due(Source::quiet, kStart)), "ab");
+  EXPECT_EQ(take(body, body.due(Source::flowing, kStart)), "c");
+  EXPECT_FALSE(body.isCollecting());
+  EXPECT_THAT(notes, ElementsAre("+a", "a+bc", "ab-c", "c-"));
+}
+
+TEST(PendingBodyTest, OnlyPendingBytesAreDueAtSomeTime) {
+  std::vector<std::string> notes;
+  PendingBody body(std::make_unique<PairFraming>(notes));
+  EXPECT_EQ(body.latest(), Time::max());
+  body.append("a", kStart);
+  EXPECT_EQ(body.latest(), kStart + 1s);
+  EXPECT_EQ(take(body, 1), "a");
+  EXPECT_EQ(body.latest(), Time::max());
+}
+
+TEST(BodyFramingTest, ATaskOfAnotherKindHasNoUseForIt) {
+  std::vector<std::string> notes;
+  kvltest::FakeDataTask task(1, URLRequest("https://localhost/"), nullptr);
+  setBodyFraming(task, std::make_unique<PairFraming>(notes));
+  task.resume();
+  EXPECT_EQ(task.state(), DataTask::State::running);
+}
+
+}  // namespace
+}  // namespace kvl::urlloading
