@@ -1,6 +1,8 @@
 // The event stream's connection.
+#include "eventstream/EventFraming.h"
 #include "eventstream/EventStreamParser.h"
 #include "session/Monitors.h"
+#include "session/SessionImplementation.h"
 #include "session/StreamTimeout.h"
 
 #include <local/KVLEventStreamState.h>
@@ -62,7 +64,9 @@ void KVLEventStreamState::streamFromURL(std::string_view url, KVLSession& sessio
   if (!implementation_->isUsableSource(url)) return;
   const auto request = requestFor(*kvl::URL::parse(url), lastEventID());
   kvl::log("establishing event stream: %@", url);
-  auto opened = session.request(request);
+  kvl::DataTaskHandler none;  // the session itself receives the body
+  auto opened = session.implementation_->startTask(
+      session, request, none, std::make_unique<kvl::eventstream::EventFraming>());
   if (opened && kvl::isSystemVersionAtLeast(11, 3)) opened->setPrefersIncrementalDelivery(true);
   setTask(std::move(opened));
 }

@@ -115,7 +115,8 @@ std::shared_ptr<kvl::DataTask> KVLSession::request(const kvl::URLRequest& reques
 }
 
 std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
-    KVLSession& owner, const kvl::URLRequest& request, kvl::DataTaskHandler& completionHandler) {
+    KVLSession& owner, const kvl::URLRequest& request, kvl::DataTaskHandler& completionHandler,
+    std::unique_ptr<kvl::urlloading::BodyFraming> framing) {
   const SessionSection section(signature);
   const auto currentSignature = signature.get();
   const auto currentSession = session.get();
@@ -133,6 +134,7 @@ std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
         });
   } else {
     task = currentSession->dataTask(copy);
+    kvl::urlloading::setBodyFraming(*task, std::move(framing));
   }
   task->resume();
   return task;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/dispatch/ObserverList.h"
+#include "platform/urlloading/BodyFraming.h"
 #include "session/Monitors.h"
 
 #include <local/KVLSession.h>
@@ -121,10 +122,11 @@ struct KVLSession::Implementation {
 
   // Disconnects after an error and notarises anew soon.
   void reconnect(const std::shared_ptr<KVLSession>& owner);
-  // Null when the session is not established; the handler is then left as it is.
-  [[nodiscard]] std::shared_ptr<kvl::DataTask> startTask(KVLSession& owner,
-                                                         const kvl::URLRequest& request,
-                                                         kvl::DataTaskHandler& completionHandler);
+  // Null when the session is not established; the handler is then left as it is. A body that does
+  // not go to a handler becomes chunks as `framing` says.
+  [[nodiscard]] std::shared_ptr<kvl::DataTask> startTask(
+      KVLSession& owner, const kvl::URLRequest& request, kvl::DataTaskHandler& completionHandler,
+      std::unique_ptr<kvl::urlloading::BodyFraming> framing = nullptr);
   void completeRequest(const std::shared_ptr<KVLSession>& owner, const std::string& url,
                        const std::optional<kvl::Error>& error);
 };

@@ -189,6 +189,7 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   /// @}
 
  private:
+  friend class KVLEventStreamState;
   struct Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
