@@ -189,7 +189,7 @@ void Engine::launch(Transfer& transfer) {
     return perform(transfer);
   }
   transfer.waitForSlot();
-  if (slots_.isRevealed(identifier)) transfer.suspendDeadlineUntilPrepared();
+  if (slots_.isProbed(identifier)) transfer.suspendDeadlineUntilPrepared();
 }
 
 void Engine::launchAdmitted() {
@@ -228,19 +228,19 @@ void Engine::step() {
 }
 
 void Engine::noteConnections() {
-  bool revealed = slots_.endProbes(std::chrono::steady_clock::now());
+  bool newlyProbed = slots_.endProbes(std::chrono::steady_clock::now());
   for (const auto& [identifier, transfer] : transfers_) {
     const auto multiplexes = transfer->takeConnectionKind();
     if (!multiplexes) continue;
-    const bool known = slots_.isRevealed(identifier);
+    const bool known = slots_.isProbed(identifier);
     // An exchange that was not free to choose says nothing new about a host that is known.
     if (known && !transfer->mayMultiplex()) continue;
-    slots_.reveal(identifier, *multiplexes);
-    revealed = revealed || !known;
+    slots_.noteMultiplexing(identifier, *multiplexes);
+    newlyProbed = newlyProbed || !known;
   }
-  if (!revealed) return;
+  if (!newlyProbed) return;
   for (const auto& [identifier, transfer] : transfers_) {
-    if (slots_.isRevealed(identifier)) transfer->suspendDeadlineUntilPrepared();
+    if (slots_.isProbed(identifier)) transfer->suspendDeadlineUntilPrepared();
   }
 }
 

@@ -41,25 +41,25 @@ void HostSlots::release(Identifier identifier) {
   if (host.running.empty()) hosts_.erase(place);
 }
 
-void HostSlots::reveal(Identifier identifier, bool multiplexes) {
+void HostSlots::noteMultiplexing(Identifier identifier, bool multiplexes) {
   const auto found = places_.find(identifier);
   if (found == places_.end() || !mayMultiplex_) return;
   open(found->second->second, multiplexes ? kStreamsPerConnection : connections_);
 }
 
-bool HostSlots::isRevealed(Identifier identifier) const {
+bool HostSlots::isProbed(Identifier identifier) const {
   const auto found = places_.find(identifier);
-  return found != places_.end() && found->second->second.revealed;
+  return found != places_.end() && found->second->second.probed;
 }
 
-bool HostSlots::isProbed(const Host& host) {
-  return !host.revealed && !host.waiting.empty();
+bool HostSlots::waitsForProbe(const Host& host) {
+  return !host.probed && !host.waiting.empty();
 }
 
 bool HostSlots::endProbes(Time now) {
   bool ended = false;
   for (auto& [name, host] : hosts_) {
-    if (!isProbed(host) || host.probedSince + kProbingTime > now) continue;
+    if (!waitsForProbe(host) || host.probedSince + kProbingTime > now) continue;
     open(host, connections_);
     ended = true;
   }
@@ -69,7 +69,7 @@ bool HostSlots::endProbes(Time now) {
 std::optional<HostSlots::Time> HostSlots::nextProbeEnd() const {
   std::optional<Time> next;
   for (const auto& [name, host] : hosts_) {
-    if (!isProbed(host)) continue;
+    if (!waitsForProbe(host)) continue;
     const auto end = host.probedSince + kProbingTime;
     next = next ? std::min(*next, end) : end;
   }
@@ -77,7 +77,7 @@ std::optional<HostSlots::Time> HostSlots::nextProbeEnd() const {
 }
 
 void HostSlots::open(Host& host, std::size_t room) {
-  host.revealed = true;
+  host.probed = true;
   host.room = room;
   admitWaiting(host);
 }

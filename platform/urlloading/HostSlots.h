@@ -15,8 +15,8 @@ namespace kvl::urlloading {
 // Admits exchanges in the order in which they ask. Until a connection to a host shows whether it
 // multiplexes, one exchange probes it, so that a host that does gets one connection; then as many
 // run as one connection carries streams, or as there may be connections. A host with which nothing
-// runs is forgotten. libcurl's own limit and waiting list are left alone, since in 7.88 an exchange
-// on that list is sometimes never taken up again. One thread at a time.
+// runs is forgotten. libcurl's own limit and waiting list are not used: in 7.88 an exchange on that
+// list is sometimes never taken up again. The engine asks it on its I/O thread.
 class HostSlots {
  public:
   using Identifier = std::uint64_t;
@@ -25,17 +25,17 @@ class HostSlots {
   // How long others wait for the exchange that probes their host.
   static constexpr std::chrono::seconds kProbingTime{2};
 
-  // Without `mayMultiplex` no host ever does, and nothing has to be found out.
+  // Without `mayMultiplex` no host does, and none is probed.
   HostSlots(int connections, bool mayMultiplex);
 
   // Whether the exchange may begin; otherwise it waits until `takeAdmitted` names it.
   [[nodiscard]] bool admit(Identifier identifier, const std::string& host, Time now);
   // Gives up the exchange's slot, or its place among those that wait.
   void release(Identifier identifier);
-  // This running exchange's connection shows what its host does.
-  void reveal(Identifier identifier, bool multiplexes);
-  // Whether the host of the exchange has shown what it does, or was given up finding out.
-  [[nodiscard]] bool isRevealed(Identifier identifier) const;
+  // The connection of this running exchange shows whether its host multiplexes.
+  void noteMultiplexing(Identifier identifier, bool multiplexes);
+  // Whether the probing of the exchange's host is over, with or without a result.
+  [[nodiscard]] bool isProbed(Identifier identifier) const;
   // Lets those go on that have waited for a probe long enough; true when there were any.
   bool endProbes(Time now);
   // When `endProbes` is due, if anybody waits for a probe.
@@ -47,12 +47,12 @@ class HostSlots {
   struct Host {
     std::set<Identifier> running;
     std::deque<Identifier> waiting;
-    bool revealed = false;
+    bool probed = false;
     std::size_t room = 1;
     Time probedSince;
   };
   using Hosts = std::map<std::string, Host>;
-  [[nodiscard]] static bool isProbed(const Host& host);
+  [[nodiscard]] static bool waitsForProbe(const Host& host);
   void open(Host& host, std::size_t room);
   void admitWaiting(Host& host);
 

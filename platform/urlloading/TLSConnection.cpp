@@ -120,10 +120,10 @@ std::shared_ptr<TLSConnection> TLSConnection::of(const SSL* ssl) {
 }
 
 int TLSConnection::verify(X509_STORE_CTX* store, void* connection) {
-  return static_cast<TLSConnection*>(connection)->judge(store);
+  return static_cast<TLSConnection*>(connection)->verifyChain(store);
 }
 
-int TLSConnection::judge(X509_STORE_CTX* store) {
+int TLSConnection::verifyChain(X509_STORE_CTX* store) {
   ChallengeAnswer answer;
   if (source_ != nullptr) {
     const auto trust = security::makeServerTrust(sentChain(store), source_->peerHost());
@@ -142,11 +142,11 @@ int TLSConnection::judge(X509_STORE_CTX* store) {
 }
 
 int TLSConnection::selectCertificate(SSL* ssl, void* connection) {
-  static_cast<TLSConnection*>(connection)->present(ssl);
+  static_cast<TLSConnection*>(connection)->presentIdentity(ssl);
   return 1;
 }
 
-void TLSConnection::present(SSL* ssl) {
+void TLSConnection::presentIdentity(SSL* ssl) {
   facts_.certificateRequested = true;
   if (source_ == nullptr) return;
   const ChallengeAnswer answer = source_->askClientCertificate();

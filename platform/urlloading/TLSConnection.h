@@ -97,8 +97,8 @@ class TLSConnection {
   static int selectCertificate(SSL* ssl, void* connection);
   static void noteEvent(const SSL* ssl, int where, int value);
 
-  [[nodiscard]] int judge(X509_STORE_CTX* store);
-  void present(SSL* ssl);
+  [[nodiscard]] int verifyChain(X509_STORE_CTX* store);
+  void presentIdentity(SSL* ssl);
 
   ChallengeSource* source_;
   TLSFacts facts_;

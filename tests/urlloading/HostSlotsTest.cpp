@@ -23,9 +23,9 @@ TEST(HostSlotsTest, OneExchangeFindsOutWhatAHostDoes) {
   HostSlots slots(2, true);
   EXPECT_TRUE(slots.admit(1, "a", kStart));
   EXPECT_FALSE(slots.admit(2, "a", kStart));
-  EXPECT_FALSE(slots.isRevealed(2));
-  slots.reveal(1, false);
-  EXPECT_TRUE(slots.isRevealed(2));
+  EXPECT_FALSE(slots.isProbed(2));
+  slots.noteMultiplexing(1, false);
+  EXPECT_TRUE(slots.isProbed(2));
   EXPECT_EQ(slots.takeAdmitted(), Identifiers{2});
   EXPECT_FALSE(slots.admit(3, "a", kStart));
 }
@@ -34,7 +34,7 @@ TEST(HostSlotsTest, MultiplexingHostAdmitsMany) {
   HostSlots slots(2, true);
   EXPECT_TRUE(slots.admit(1, "a", kStart));
   for (HostSlots::Identifier i = 2; i <= 121; ++i) EXPECT_FALSE(slots.admit(i, "a", kStart));
-  slots.reveal(1, true);
+  slots.noteMultiplexing(1, true);
   EXPECT_EQ(slots.takeAdmitted().size(), 99U);
   EXPECT_FALSE(slots.admit(122, "a", kStart));
 }
@@ -46,7 +46,7 @@ TEST(HostSlotsTest, AFailedFirstExchangeLetsTheNextFindOut) {
   EXPECT_FALSE(slots.admit(3, "a", kStart));
   slots.release(1);
   EXPECT_EQ(slots.takeAdmitted(), Identifiers{2});
-  EXPECT_FALSE(slots.isRevealed(2));
+  EXPECT_FALSE(slots.isProbed(2));
 }
 
 TEST(HostSlotsTest, NobodyOvertakesWhoeverWaits) {
@@ -97,10 +97,10 @@ TEST(HostSlotsTest, ProbeThatTakesTooLongHoldsNobodyUp) {
 TEST(HostSlotsTest, HostWithWhichNothingRunsIsProbedAgain) {
   HostSlots slots(2, true);
   EXPECT_TRUE(slots.admit(1, "a", kStart));
-  slots.reveal(1, true);
+  slots.noteMultiplexing(1, true);
   slots.release(1);
   EXPECT_TRUE(slots.admit(2, "a", kStart));
-  EXPECT_FALSE(slots.isRevealed(2));
+  EXPECT_FALSE(slots.isProbed(2));
   EXPECT_FALSE(slots.admit(3, "a", kStart));
 }
 
