@@ -33,7 +33,7 @@ void openAction(const kvl::String& action, const DataTaskHandler& handler) {
 
 std::string upperCased(std::string_view method) {
   std::string text(method);
-  std::ranges::transform(text, text.begin(), kvl::ascii::raised);
+  std::ranges::transform(text, text.begin(), kvl::ascii::toUpper);
   return text;
 }
 

@@ -5,7 +5,7 @@
 #include <local/platform/Data.h>
 #include <local/platform/Export.h>
 
-#include <mutex>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,26 +25,24 @@ class KVL_EXPORT KVLEvent {
   };
 
   /// An event without properties.
-  KVLEvent() = default;
+  KVLEvent();
   /// An event with copies of these texts.
-  KVLEvent(TextView event, TextView data, TextView identifier)
-      : event_(event), data_(data), identifier_(identifier) {}
+  KVLEvent(TextView event, TextView data, TextView identifier);
   /// An event that shares its data instead of copying it.
-  KVLEvent(TextView event, SharedData data, TextView identifier)
-      : event_(event), sharedData_(std::move(data.bytes)), identifier_(identifier) {}
+  KVLEvent(TextView event, SharedData data, TextView identifier);
   KVLEvent(const KVLEvent&) = delete;
   KVLEvent& operator=(const KVLEvent&) = delete;
-  ~KVLEvent() = default;
+  ~KVLEvent();
 
   /// `event` The event's name: the last "event" line.
-  [[nodiscard]] Text event() const { return get(event_); }
-  void setEvent(Text event) { set(event_, event); }
+  [[nodiscard]] Text event() const;
+  void setEvent(Text event);
   /// `data` The payload: the first "data" line.
   [[nodiscard]] Text data() const;
   void setData(Text data);
   /// `identifier` The last "id" line.
-  [[nodiscard]] Text identifier() const { return get(identifier_); }
-  void setIdentifier(Text identifier) { set(identifier_, identifier); }
+  [[nodiscard]] Text identifier() const;
+  void setIdentifier(Text identifier);
 
   /// `isValid` Whether the event has a name of at least one character.
   [[nodiscard]] bool isValid() const;
@@ -53,20 +51,11 @@ class KVL_EXPORT KVLEvent {
   [[nodiscard]] std::string description() const;
 
  private:
-  [[nodiscard]] Text get(const Text& property) const {
-    std::lock_guard lock(mutex_);
-    return property;
-  }
-  void set(Text& property, Text& value) {
-    std::lock_guard lock(mutex_);
-    property.swap(value);
-  }
+  struct Properties;
+  [[nodiscard]] Properties& properties() noexcept;
+  [[nodiscard]] const Properties& properties() const noexcept;
 
-  // No object behind the event: a stream makes hundreds of thousands a second.
-  mutable std::mutex mutex_;
-  Text event_;
-  Text data_;
-  // Long data stays where the stream's bytes are. Where there is any, `data_` is absent.
-  std::optional<kvl::Data> sharedData_;
-  Text identifier_;
+  // Holds the properties. Within the event, because a stream makes hundreds of thousands a second.
+  static constexpr std::size_t kSize = 200;
+  alignas(void*) std::byte storage_[kSize];
 };

@@ -45,6 +45,7 @@
 #include <local/platform/Progress.h>
 #include <local/platform/Security.h>
 #include <local/platform/SegmentedControl.h>
+#include <local/platform/Semaphore.h>
 #include <local/platform/SystemVersion.h>
 #include <local/platform/URL.h>
 #include <local/platform/URLRequest.h>

@@ -18,23 +18,23 @@ namespace kvl::ascii {
   return isLetter(c) || isDigit(c);
 }
 
-[[nodiscard]] constexpr char lowered(char c) noexcept {
+[[nodiscard]] constexpr char toLower(char c) noexcept {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-[[nodiscard]] constexpr char raised(char c) noexcept {
+[[nodiscard]] constexpr char toUpper(char c) noexcept {
   return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
 // The value of a hexadecimal digit, or -1.
 [[nodiscard]] constexpr int hexDigit(char c) noexcept {
   if (isDigit(c)) return c - '0';
-  return lowered(c) >= 'a' && lowered(c) <= 'f' ? lowered(c) - 'a' + 10 : -1;
+  return toLower(c) >= 'a' && toLower(c) <= 'f' ? toLower(c) - 'a' + 10 : -1;
 }
 
 [[nodiscard]] constexpr bool equalIgnoringCase(std::string_view a, std::string_view b) noexcept {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return lowered(x) == lowered(y); });
+                    [](char x, char y) { return toLower(x) == toLower(y); });
 }
 
 // Without the spaces, tabs and line ends at both ends.

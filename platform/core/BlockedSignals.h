@@ -4,6 +4,7 @@
 #include <pthread.h>
 
 #include <csignal>
+#include <initializer_list>
 
 namespace kvl::core {
 

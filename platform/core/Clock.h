@@ -1,4 +1,4 @@
-// The clocks behind Date::now() and the queues' timers, replaceable in tests.
+// The clock behind Date::now(), replaceable in tests.
 #pragma once
 
 #include <local/platform/Date.h>

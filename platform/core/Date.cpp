@@ -1,4 +1,5 @@
 #include "platform/core/Clock.h"
+#include "platform/core/NoDestructor.h"
 
 #include <local/platform/Atomic.h>
 #include <local/platform/Date.h>
@@ -14,8 +15,8 @@ namespace kvl {
 namespace {
 
 Atomic<core::WallClock>& replacedClock() {
-  static auto& clock = *new Atomic<core::WallClock>;
-  return clock;
+  static NoDestructor<Atomic<core::WallClock>> clock;
+  return *clock;
 }
 
 // Beyond this many seconds from 1970 gmtime_r's year no longer fits.

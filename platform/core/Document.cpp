@@ -59,7 +59,7 @@ DocumentBuilder::~DocumentBuilder() {
 }
 
 Value DocumentBuilder::finish(const Cell& root) {
-  const auto kind = static_cast<Value::Kind>(root.head & 0xFF);
+  const auto kind = static_cast<Value::Kind>(root.kind());
   if (kind < Value::Kind::string) return Value(root);
   const std::byte* placed = next_;
   place(root);

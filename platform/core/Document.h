@@ -42,7 +42,7 @@ struct Document {
 // value that `finish` gives.
 class DocumentBuilder {
  public:
-  using Cell = Value::Cell;
+  using Cell = ValueCell;
   struct PendingEntry {
     std::string_view key;
     Cell value;
@@ -57,13 +57,13 @@ class DocumentBuilder {
 
   static Cell null() noexcept { return {}; }
   static Cell boolean(bool value) noexcept {
-    return {Value::headOf(Value::Kind::boolean), {.integer = value}};
+    return {Cell::headOf(Value::Kind::boolean), {.integer = value}};
   }
   static Cell integer(std::int64_t value) noexcept {
-    return {Value::headOf(Value::Kind::integer), {.integer = value}};
+    return {Cell::headOf(Value::Kind::integer), {.integer = value}};
   }
   static Cell real(double value) noexcept {
-    return {Value::headOf(Value::Kind::real), {.real = value}};
+    return {Cell::headOf(Value::Kind::real), {.real = value}};
   }
 
   // `text` is a part of the document's text or stands in memory from `allocateText`.

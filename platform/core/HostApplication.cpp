@@ -1,3 +1,5 @@
+#include "platform/core/NoDestructor.h"
+
 #include <local/platform/Atomic.h>
 #include <local/platform/HostApplication.h>
 
@@ -7,8 +9,8 @@ namespace kvl {
 namespace {
 
 Atomic<std::string>& identifier() {
-  static auto& text = *new Atomic<std::string>;
-  return text;
+  static NoDestructor<Atomic<std::string>> text;
+  return *text;
 }
 
 }  // namespace

@@ -1,22 +1,55 @@
-#include "platform/core/SystemLog.h"
+#include "platform/core/NoDestructor.h"
 
 #include <local/platform/Log.h>
+#include <local/platform/Mutex.h>
 
-#include <mutex>
+#include <glib.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
 #include <utility>
 
 namespace kvl {
 namespace {
 
 struct SinkHolder {
-  std::mutex mutex;
-  LogSink sink;
+  Mutex mutex;
+  LogSink sink KVL_GUARDED_BY(mutex);
 };
 
-// Never destroyed: threads may still log while the process exits.
-SinkHolder& holder() {
-  static auto& instance = *new SinkHolder;
-  return instance;
+// Threads may still log while the process exits.
+SinkHolder& sinkHolder() {
+  static NoDestructor<SinkHolder> holder;
+  return *holder;
+}
+
+// Unlike sd_journal_print, g_log_writer_journald tells whether the journal took the line.
+bool writeToJournal(const std::string& line) {
+  const std::array<GLogField, 3> fields{{
+      {"MESSAGE", line.c_str(), -1},
+      {"PRIORITY", "5", -1},
+      {"GLIB_DOMAIN", "korvale.local", -1},
+  }};
+  return g_log_writer_journald(G_LOG_LEVEL_MESSAGE, fields.data(), fields.size(), nullptr) ==
+         G_LOG_WRITER_HANDLED;
+}
+
+// syslog(3) loses lines silently when nobody listens. The host's openlog settings stay untouched.
+bool writeToSyslog(const std::string& line) {
+  if (access("/dev/log", W_OK) != 0) return false;
+  syslog(LOG_USER | LOG_NOTICE, "%s", line.c_str());
+  return true;
+}
+
+// Writes one line, which holds no control bytes, to the log of the operating system.
+void writeToSystemLog(const std::string& line) {
+  const bool taken = writeToJournal(line) || writeToSyslog(line);
+  if (!taken || isatty(STDERR_FILENO) != 0) {
+    const std::string text = line + "\n";
+    std::fwrite(text.data(), 1, text.size(), stderr);
+  }
 }
 
 void appendEscaped(std::string& text, unsigned char byte) {
@@ -59,17 +92,19 @@ std::string_view placeholderAt(std::string_view text) {
 }  // namespace
 
 LogSink setLogSink(LogSink sink) {
-  std::lock_guard lock(holder().mutex);
-  return std::exchange(holder().sink, std::move(sink));
+  SinkHolder& holder = sinkHolder();
+  MutexLock lock(holder.mutex);
+  return std::exchange(holder.sink, std::move(sink));
 }
 
 void logLine(std::string_view line) {
   const auto text = escapingControls(line);
-  std::lock_guard lock(holder().mutex);
-  if (holder().sink) {
-    holder().sink(text);
+  SinkHolder& holder = sinkHolder();
+  MutexLock lock(holder.mutex);
+  if (holder.sink) {
+    holder.sink(text);
   } else {
-    core::writeToSystemLog(text);
+    writeToSystemLog(text);
   }
 }
 

@@ -1,12 +1,11 @@
 // One observer of something that changes.
 #pragma once
 
+#include <local/platform/Mutex.h>
 #include <local/platform/Observation.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -24,34 +23,35 @@ class Observer final : public Observation::Registration {
 
   void tell(Arguments... arguments) {
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       if (ended_) return;
       runners_.push_back(std::this_thread::get_id());
     }
     handler_(arguments...);
     // An observer that ended inside its own handler lets go of it here.
     Handler finished;
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     runners_.erase(std::ranges::find(runners_, std::this_thread::get_id()));
     if (ended_ && runners_.empty()) finished.swap(handler_);
-    finished_.notify_all();
+    finished_.notifyAll();
   }
 
   void end() override {
     Handler finished;  // destroyed after the lock is given back
-    std::unique_lock lock(mutex_);
+    MutexLock lock(mutex_);
     ended_ = true;
     if (std::ranges::find(runners_, std::this_thread::get_id()) != runners_.end()) return;
-    finished_.wait(lock, [this] { return runners_.empty(); });
+    while (!runners_.empty()) finished_.wait(lock);
     finished.swap(handler_);
   }
 
  private:
-  Handler handler_;
-  std::mutex mutex_;
-  std::condition_variable finished_;
-  std::vector<std::thread::id> runners_;  // one for each call of the handler
-  bool ended_ = false;
+  Handler handler_;  // stays as it is while there are runners
+  Mutex mutex_;
+  Condition finished_;
+  // One for each call of the handler.
+  std::vector<std::thread::id> runners_ KVL_GUARDED_BY(mutex_);
+  bool ended_ KVL_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace kvl::core

@@ -1,13 +1,19 @@
+// Values, arrays and dictionaries: their accessors, and equality. ValueDescription.cpp has their
+// text.
 #include "platform/core/Document.h"
 #include "platform/core/ValueAccess.h"
 
 #include <local/platform/Value.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <vector>
 
 namespace kvl {
 
+using detail::ArrayNode;
+using detail::DictionaryNode;
 using detail::ValueAccess;
 
 namespace {
@@ -18,6 +24,84 @@ std::int64_t clampedInteger(double real) noexcept {
   if (real >= limit) return std::numeric_limits<std::int64_t>::max();
   if (real < -limit) return std::numeric_limits<std::int64_t>::min();
   return static_cast<std::int64_t>(real);
+}
+
+bool isContainer(const Value& value) noexcept {
+  return value.kind() == Value::Kind::array || value.kind() == Value::Kind::dictionary;
+}
+
+// Compares containers level by level, so that depth of nesting costs no stack.
+class Comparison {
+ public:
+  // Whether `a` and `b` are equal, containers at first sight only: what is in them is left to
+  // `finish`.
+  bool compare(const Value& a, const Value& b);
+  // Whether everything that was left is equal too.
+  bool finish();
+
+ private:
+  struct Pair {
+    const Value* a;
+    const Value* b;
+  };
+
+  bool compareElements(const Pair& arrays);
+  bool compareEntries(const Pair& dictionaries);
+
+  std::vector<Pair> left_;
+};
+
+bool sameScalar(const Value& a, const Value& b) noexcept {
+  using enum Value::Kind;
+  switch (a.kind()) {
+    case boolean:
+    case integer:
+      return *a.integer() == *b.integer();
+    case real:
+      return *a.real() == *b.real();
+    case date:
+      return *a.date() == *b.date();
+    case string:
+      return ValueAccess::text(a) == ValueAccess::text(b);
+    case data:
+      return ValueAccess::data(a) == ValueAccess::data(b);
+    case object:
+      return ValueAccess::object(a) == ValueAccess::object(b);
+    default:
+      return true;
+  }
+}
+
+bool Comparison::compare(const Value& a, const Value& b) {
+  if (a.kind() != b.kind()) return false;
+  if (!isContainer(a)) return sameScalar(a, b);
+  if (ValueAccess::identity(a) != ValueAccess::identity(b)) left_.push_back({&a, &b});
+  return true;
+}
+
+bool Comparison::finish() {
+  while (!left_.empty()) {
+    const Pair pair = left_.back();
+    left_.pop_back();
+    const bool equal =
+        pair.a->kind() == Value::Kind::array ? compareElements(pair) : compareEntries(pair);
+    if (!equal) return false;
+  }
+  return true;
+}
+
+bool Comparison::compareElements(const Pair& arrays) {
+  return std::ranges::equal(ValueAccess::elements(*arrays.a), ValueAccess::elements(*arrays.b),
+                            [this](const Value& a, const Value& b) { return compare(a, b); });
+}
+
+bool Comparison::compareEntries(const Pair& dictionaries) {
+  const auto entries = ValueAccess::entries(*dictionaries.a);
+  if (entries.size() != ValueAccess::entries(*dictionaries.b).size()) return false;
+  return std::ranges::all_of(entries, [&](const Dictionary::Entry& entry) {
+    const auto* other = ValueAccess::find(*dictionaries.b, entry.first);
+    return other != nullptr && compare(entry.second, other->second);
+  });
 }
 
 }  // namespace
@@ -151,6 +235,68 @@ std::optional<Array> Value::as() const noexcept {
 template <>
 std::optional<Dictionary> Value::as() const noexcept {
   return dictionary();
+}
+
+bool operator==(const Value& a, const Value& b) noexcept {
+  Comparison comparison;
+  return comparison.compare(a, b) && comparison.finish();
+}
+
+Array::Array() : Array(std::vector<Value>{}) {}
+Array::Array(std::initializer_list<Value> values) : Array(std::vector<Value>(values)) {}
+Array::Array(std::vector<Value> values)
+    : value_(Value::Kind::array, new ArrayNode(std::move(values))) {}
+
+std::size_t Array::size() const noexcept {
+  return ValueAccess::elements(value_).size();
+}
+const Value& Array::operator[](std::size_t index) const noexcept {
+  return begin()[index];
+}
+const Value* Array::begin() const noexcept {
+  return ValueAccess::elements(value_).data();
+}
+const Value* Array::end() const noexcept {
+  const auto elements = ValueAccess::elements(value_);
+  return elements.data() + elements.size();
+}
+void Array::append(Value value) {
+  static_cast<void>(ValueAccess::detachArray(value_));
+  ValueAccess::array(value_).values.push_back(std::move(value));
+}
+
+Dictionary::Dictionary() : value_(Value::Kind::dictionary, new DictionaryNode) {}
+Dictionary::Dictionary(std::initializer_list<Entry> entries) : Dictionary() {
+  for (const auto& [key, value] : entries) set(key, value);
+}
+
+std::size_t Dictionary::size() const noexcept {
+  return ValueAccess::entries(value_).size();
+}
+const Value* Dictionary::find(std::string_view key) const noexcept {
+  const Entry* entry = ValueAccess::find(value_, key);
+  return entry != nullptr ? &entry->second : nullptr;
+}
+const Value& Dictionary::operator[](std::string_view key) const noexcept {
+  static const Value null;
+  const Value* value = find(key);
+  return value != nullptr ? *value : null;
+}
+const Dictionary::Entry* Dictionary::begin() const noexcept {
+  return ValueAccess::entries(value_).data();
+}
+const Dictionary::Entry* Dictionary::end() const noexcept {
+  const auto entries = ValueAccess::entries(value_);
+  return entries.data() + entries.size();
+}
+void Dictionary::set(std::string_view key, Value value) {
+  // The key may be one of the shared dictionary's.
+  const Value shared = ValueAccess::detachDictionary(value_);
+  ValueAccess::dictionary(value_).set(key, std::move(value));
+}
+void Dictionary::remove(std::string_view key) {
+  const Value shared = ValueAccess::detachDictionary(value_);
+  ValueAccess::dictionary(value_).remove(key);
 }
 
 }  // namespace kvl

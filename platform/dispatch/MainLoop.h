@@ -1,7 +1,7 @@
 // Serving the main run loop from inside a call.
 #pragma once
 
-#include <local/platform/DispatchQueue.h>
+#include <local/platform/Semaphore.h>
 
 namespace kvl::dispatch {
 

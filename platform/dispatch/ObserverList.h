@@ -4,11 +4,11 @@
 #include "platform/core/Observer.h"
 
 #include <local/platform/DispatchQueue.h>
+#include <local/platform/Mutex.h>
 #include <local/platform/Observation.h>
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -27,7 +27,7 @@ class ObserverList {
   // registers under the lock with which it publishes new ones misses none and sees none twice.
   [[nodiscard]] Observation add(Handler handler, State present) {
     auto observer = std::make_shared<Observer>(std::move(handler));
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     std::erase_if(observers_, [](const auto& other) { return other.expired(); });
     observers_.push_back(observer);
     queue_->async([observer, present = std::move(present)] { observer->tell(present); });
@@ -35,7 +35,7 @@ class ObserverList {
   }
 
   void notify(const State& state) {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     for (const auto& weak : observers_) {
       if (weak.expired()) continue;
       queue_->async([weak, state] {
@@ -48,8 +48,8 @@ class ObserverList {
   using Observer = core::Observer<const State&>;
 
   const std::shared_ptr<DispatchQueue> queue_;
-  std::mutex mutex_;
-  std::vector<std::weak_ptr<Observer>> observers_;
+  Mutex mutex_;
+  std::vector<std::weak_ptr<Observer>> observers_ KVL_GUARDED_BY(mutex_);
 };
 
 }  // namespace kvl::dispatch

@@ -1,8 +1,8 @@
 #include "platform/dispatch/ObserverList.h"
 
+#include <local/platform/Mutex.h>
 #include <local/platform/Progress.h>
 
-#include <mutex>
 #include <utility>
 
 namespace kvl {
@@ -12,8 +12,8 @@ struct Progress::Implementation {
       : state(std::move(initial)),
         observers(queue ? std::move(queue) : DispatchQueue::serial("korvale.local.progress")) {}
 
-  mutable std::mutex mutex;
-  ProgressState state;
+  Mutex mutex;
+  ProgressState state KVL_GUARDED_BY(mutex);
   dispatch::ObserverList<ProgressState> observers;
 };
 
@@ -24,18 +24,18 @@ Progress::Progress(ProgressState state, std::shared_ptr<DispatchQueue> observerQ
 Progress::~Progress() = default;
 
 ProgressState Progress::state() const {
-  std::lock_guard lock(implementation_->mutex);
+  MutexLock lock(implementation_->mutex);
   return implementation_->state;
 }
 
 void Progress::update(ProgressState state) {
-  std::lock_guard lock(implementation_->mutex);
+  MutexLock lock(implementation_->mutex);
   implementation_->state = std::move(state);
   implementation_->observers.notify(implementation_->state);
 }
 
 Observation Progress::observe(Handler handler) const {
-  std::lock_guard lock(implementation_->mutex);
+  MutexLock lock(implementation_->mutex);
   return implementation_->observers.add(std::move(handler), implementation_->state);
 }
 

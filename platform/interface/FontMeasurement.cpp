@@ -1,3 +1,5 @@
+#include "platform/core/NoDestructor.h"
+
 #include <local/platform/Atomic.h>
 #include <local/platform/FontMeasurement.h>
 
@@ -9,10 +11,10 @@ namespace {
 
 using MeasurementRef = std::shared_ptr<FontMeasurement>;
 
-// Never destroyed: threads may still use it while the process exits.
+// Threads may still use it while the process exits.
 Atomic<MeasurementRef>& presentMeasurement() {
-  static auto& measurement = *new Atomic<MeasurementRef>;
-  return measurement;
+  static NoDestructor<Atomic<MeasurementRef>> measurement;
+  return *measurement;
 }
 
 }  // namespace

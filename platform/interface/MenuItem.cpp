@@ -1,15 +1,15 @@
-#include "platform/interface/MenuDisposal.h"
 #include "platform/interface/Observed.h"
 
 #include <local/platform/Menu.h>
 
 #include <tuple>
 #include <utility>
+#include <vector>
 
 namespace kvl {
 namespace {
 
-struct Properties {
+struct MenuItemProperties {
   std::string title;
   std::optional<AttributedText> attributedTitle;
   std::optional<std::string> subtitle;
@@ -33,6 +33,27 @@ bool isUnset(const std::weak_ptr<void>& target) {
   return !target.owner_before(unset) && !unset.owner_before(target);
 }
 
+// Menus that this thread is about to let go of, while it does.
+thread_local std::vector<std::shared_ptr<Menu>>* menusToRelease = nullptr;
+
+// Lets go of a menu on this thread. Menus that go with it follow one after the other and not inside
+// one another, so that their depth takes no stack.
+void release(std::shared_ptr<Menu> menu) {
+  if (!menu) return;
+  if (menusToRelease != nullptr) {
+    menusToRelease->push_back(std::move(menu));
+    return;
+  }
+  std::vector<std::shared_ptr<Menu>> menus;
+  menusToRelease = &menus;
+  menus.push_back(std::move(menu));
+  while (!menus.empty()) {
+    const auto next = std::move(menus.back());
+    menus.pop_back();
+  }
+  menusToRelease = nullptr;
+}
+
 }  // namespace
 
 struct MenuItem::Implementation {
@@ -42,14 +63,14 @@ struct MenuItem::Implementation {
   }
 
   const Kind kind;
-  interface::Observed<Properties> properties;
+  interface::Observed<MenuItemProperties> properties;
 };
 
 MenuItem::MenuItem(Private, Kind kind, std::string title)
     : implementation_(std::make_unique<Implementation>(kind, std::move(title))) {}
 
 MenuItem::~MenuItem() {
-  interface::dispose(std::move(implementation_->properties.unshared().submenu));
+  release(std::move(implementation_->properties.unshared().submenu));
 }
 
 std::shared_ptr<MenuItem> MenuItem::itemWithTitle(std::string title) {
@@ -67,112 +88,112 @@ MenuItem::Kind MenuItem::kind() const noexcept {
 }
 
 std::string MenuItem::title() const {
-  return implementation_->properties.get(&Properties::title);
+  return implementation_->properties.get(&MenuItemProperties::title);
 }
 void MenuItem::setTitle(std::string title) {
-  implementation_->properties.set(&Properties::title, std::move(title));
+  implementation_->properties.set(&MenuItemProperties::title, std::move(title));
 }
 
 std::optional<AttributedText> MenuItem::attributedTitle() const {
-  return implementation_->properties.get(&Properties::attributedTitle);
+  return implementation_->properties.get(&MenuItemProperties::attributedTitle);
 }
 void MenuItem::setAttributedTitle(std::optional<AttributedText> title) {
-  implementation_->properties.set(&Properties::attributedTitle, std::move(title));
+  implementation_->properties.set(&MenuItemProperties::attributedTitle, std::move(title));
 }
 
 std::optional<std::string> MenuItem::subtitle() const {
-  return implementation_->properties.get(&Properties::subtitle);
+  return implementation_->properties.get(&MenuItemProperties::subtitle);
 }
 void MenuItem::setSubtitle(std::optional<std::string> subtitle) {
-  implementation_->properties.set(&Properties::subtitle, std::move(subtitle));
+  implementation_->properties.set(&MenuItemProperties::subtitle, std::move(subtitle));
 }
 
 std::optional<std::string> MenuItem::toolTip() const {
-  return implementation_->properties.get(&Properties::toolTip);
+  return implementation_->properties.get(&MenuItemProperties::toolTip);
 }
 void MenuItem::setToolTip(std::optional<std::string> toolTip) {
-  implementation_->properties.set(&Properties::toolTip, std::move(toolTip));
+  implementation_->properties.set(&MenuItemProperties::toolTip, std::move(toolTip));
 }
 
 std::string MenuItem::keyEquivalent() const {
-  return implementation_->properties.get(&Properties::keyEquivalent);
+  return implementation_->properties.get(&MenuItemProperties::keyEquivalent);
 }
 void MenuItem::setKeyEquivalent(std::string keyEquivalent) {
-  implementation_->properties.set(&Properties::keyEquivalent, std::move(keyEquivalent));
+  implementation_->properties.set(&MenuItemProperties::keyEquivalent, std::move(keyEquivalent));
 }
 
 std::optional<MenuItemBadge> MenuItem::badge() const {
-  return implementation_->properties.get(&Properties::badge);
+  return implementation_->properties.get(&MenuItemProperties::badge);
 }
 void MenuItem::setBadge(std::optional<MenuItemBadge> badge) {
-  implementation_->properties.set(&Properties::badge, badge);
+  implementation_->properties.set(&MenuItemProperties::badge, badge);
 }
 
 std::shared_ptr<Image> MenuItem::image() const {
-  return implementation_->properties.get(&Properties::image);
+  return implementation_->properties.get(&MenuItemProperties::image);
 }
 void MenuItem::setImage(std::shared_ptr<Image> image) {
-  implementation_->properties.set(&Properties::image, std::move(image));
+  implementation_->properties.set(&MenuItemProperties::image, std::move(image));
 }
 
 bool MenuItem::expectsImage() const {
-  return implementation_->properties.get(&Properties::expectsImage);
+  return implementation_->properties.get(&MenuItemProperties::expectsImage);
 }
 void MenuItem::setExpectsImage(bool expects) {
-  implementation_->properties.set(&Properties::expectsImage, expects);
+  implementation_->properties.set(&MenuItemProperties::expectsImage, expects);
 }
 
 MenuItem::State MenuItem::state() const {
-  return implementation_->properties.get(&Properties::mark);
+  return implementation_->properties.get(&MenuItemProperties::mark);
 }
 void MenuItem::setState(State state) {
-  implementation_->properties.set(&Properties::mark, state);
+  implementation_->properties.set(&MenuItemProperties::mark, state);
 }
 
 bool MenuItem::isEnabled() const {
-  return implementation_->properties.get(&Properties::enabled);
+  return implementation_->properties.get(&MenuItemProperties::enabled);
 }
 void MenuItem::setEnabled(bool enabled) {
-  implementation_->properties.set(&Properties::enabled, enabled);
+  implementation_->properties.set(&MenuItemProperties::enabled, enabled);
 }
 
 MenuAction MenuItem::action() const {
-  return implementation_->properties.get(&Properties::action);
+  return implementation_->properties.get(&MenuItemProperties::action);
 }
 void MenuItem::setAction(MenuAction action) {
-  implementation_->properties.set(&Properties::action, std::move(action));
+  implementation_->properties.set(&MenuItemProperties::action, std::move(action));
 }
 
 std::weak_ptr<void> MenuItem::target() const {
-  return implementation_->properties.get(&Properties::target);
+  return implementation_->properties.get(&MenuItemProperties::target);
 }
 void MenuItem::setTarget(std::weak_ptr<void> target) {
-  implementation_->properties.set(&Properties::target, std::move(target));
+  implementation_->properties.set(&MenuItemProperties::target, std::move(target));
 }
 
 Value MenuItem::representedObject() const {
-  return implementation_->properties.get(&Properties::representedObject);
+  return implementation_->properties.get(&MenuItemProperties::representedObject);
 }
 void MenuItem::setRepresentedObject(Value object) {
-  implementation_->properties.set(&Properties::representedObject, std::move(object));
+  implementation_->properties.set(&MenuItemProperties::representedObject, std::move(object));
 }
 
 std::optional<std::string> MenuItem::identifier() const {
-  return implementation_->properties.get(&Properties::identifier);
+  return implementation_->properties.get(&MenuItemProperties::identifier);
 }
 void MenuItem::setIdentifier(std::optional<std::string> identifier) {
-  implementation_->properties.set(&Properties::identifier, std::move(identifier));
+  implementation_->properties.set(&MenuItemProperties::identifier, std::move(identifier));
 }
 
 std::shared_ptr<Menu> MenuItem::submenu() const {
-  return implementation_->properties.get(&Properties::submenu);
+  return implementation_->properties.get(&MenuItemProperties::submenu);
 }
 void MenuItem::setSubmenu(std::shared_ptr<Menu> submenu) {
-  implementation_->properties.set(&Properties::submenu, std::move(submenu));
+  implementation_->properties.set(&MenuItemProperties::submenu, std::move(submenu));
 }
 
 std::string MenuItem::shownTitle() const {
-  return implementation_->properties.read([](const Properties& properties) {
+  return implementation_->properties.read([](const MenuItemProperties& properties) {
     const auto& attributed = properties.attributedTitle;
     return attributed ? attributed->text() : properties.title;
   });
@@ -180,7 +201,7 @@ std::string MenuItem::shownTitle() const {
 
 bool MenuItem::activate() {
   const auto [enabled, action, target] =
-      implementation_->properties.read([](const Properties& properties) {
+      implementation_->properties.read([](const MenuItemProperties& properties) {
         return std::tuple(properties.enabled, properties.action, properties.target);
       });
   const auto receiver = target.lock();

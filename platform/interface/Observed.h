@@ -3,11 +3,11 @@
 
 #include "platform/core/Observer.h"
 
+#include <local/platform/Mutex.h>
 #include <local/platform/Observation.h>
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -21,14 +21,14 @@ class Observed {
  public:
   template <class T>
   [[nodiscard]] T get(T State::* property) const {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return state_.*property;
   }
 
   // What `reader` makes of the state. It runs under the lock.
   template <class Reader>
   [[nodiscard]] auto read(Reader reader) const {
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     return reader(std::as_const(state_));
   }
 
@@ -42,19 +42,20 @@ class Observed {
   void change(Changer changer) {
     std::vector<std::shared_ptr<Observer>> told;
     {
-      std::lock_guard lock(mutex_);
+      MutexLock lock(mutex_);
       changer(state_);
       told = livingObservers();
     }
     for (const auto& observer : told) observer->tell();
   }
 
-  // The state, for constructors and destructors.
-  [[nodiscard]] State& unshared() noexcept { return state_; }
+  // The state, for constructors and destructors: no other thread knows the object then, so that no
+  // lock is needed.
+  [[nodiscard]] State& unshared() noexcept KVL_NO_THREAD_SAFETY_ANALYSIS { return state_; }
 
   [[nodiscard]] Observation observe(std::function<void()> handler) {
     auto observer = std::make_shared<Observer>(std::move(handler));
-    std::lock_guard lock(mutex_);
+    MutexLock lock(mutex_);
     std::erase_if(observers_, [](const auto& other) { return other.expired(); });
     observers_.push_back(observer);
     return Observation(std::move(observer));
@@ -63,7 +64,7 @@ class Observed {
  private:
   using Observer = core::Observer<>;
 
-  std::vector<std::shared_ptr<Observer>> livingObservers() const {
+  std::vector<std::shared_ptr<Observer>> livingObservers() const KVL_REQUIRES(mutex_) {
     std::vector<std::shared_ptr<Observer>> living;
     for (const auto& weak : observers_) {
       if (auto observer = weak.lock()) living.push_back(std::move(observer));
@@ -71,9 +72,9 @@ class Observed {
     return living;
   }
 
-  mutable std::mutex mutex_;
-  State state_;
-  std::vector<std::weak_ptr<Observer>> observers_;
+  mutable Mutex mutex_;
+  State state_ KVL_GUARDED_BY(mutex_);
+  std::vector<std::weak_ptr<Observer>> observers_ KVL_GUARDED_BY(mutex_);
 };
 
 }  // namespace kvl::interface

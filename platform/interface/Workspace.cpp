@@ -1,3 +1,5 @@
+#include "platform/core/NoDestructor.h"
+
 #include <local/platform/Atomic.h>
 #include <local/platform/Log.h>
 #include <local/platform/URL.h>
@@ -11,14 +13,14 @@
 namespace kvl {
 namespace {
 
-// Never destroyed: threads may still use them while the process exits.
+// Threads may still use them while the process exits.
 Atomic<URLOpener>& presentOpener() {
-  static auto& opener = *new Atomic<URLOpener>;
-  return opener;
+  static NoDestructor<Atomic<URLOpener>> opener;
+  return *opener;
 }
 Atomic<ErrorPresenter>& presentPresenter() {
-  static auto& presenter = *new Atomic<ErrorPresenter>;
-  return presenter;
+  static NoDestructor<Atomic<ErrorPresenter>> presenter;
+  return *presenter;
 }
 
 bool openOnDesktop(const std::string& url) {

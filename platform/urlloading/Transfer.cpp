@@ -206,7 +206,7 @@ void Transfer::unpause() {
 std::string Transfer::host() const {
   const URL& url = *request_.url();
   auto text = std::string(*url.scheme()) + "://" + peerHost() + ":" + std::to_string(portOf(url));
-  std::ranges::transform(text, text.begin(), ascii::lowered);
+  std::ranges::transform(text, text.begin(), ascii::toLower);
   return text;
 }
 

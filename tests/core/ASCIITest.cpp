@@ -33,12 +33,12 @@ TEST(ASCIITest, HexadecimalDigitsHaveTheirValues) {
 }
 
 TEST(ASCIITest, OnlyLettersHaveACase) {
-  EXPECT_EQ(charactersThat([](char c) { return ascii::lowered(c) != c; }),
+  EXPECT_EQ(charactersThat([](char c) { return ascii::toLower(c) != c; }),
             "ABCDEFGHIJKLMNOPQRSTUVWXYZ");
-  EXPECT_EQ(charactersThat([](char c) { return ascii::raised(c) != c; }),
+  EXPECT_EQ(charactersThat([](char c) { return ascii::toUpper(c) != c; }),
             "abcdefghijklmnopqrstuvwxyz");
-  EXPECT_EQ(ascii::lowered('Z'), 'z');
-  EXPECT_EQ(ascii::raised('q'), 'Q');
+  EXPECT_EQ(ascii::toLower('Z'), 'z');
+  EXPECT_EQ(ascii::toUpper('q'), 'Q');
 }
 
 TEST(ASCIITest, ComparesWithoutRegardToCaseWholeTextsOnly) {

@@ -1,15 +1,13 @@
 /// @file
-/// Queues of blocks, delayed blocks and semaphores.
+/// Queues of blocks and of delayed blocks.
 #pragma once
 
 #include <local/platform/Export.h>
+#include <local/platform/Semaphore.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace kvl {
@@ -49,25 +47,5 @@ class KVL_EXPORT DispatchQueue {
 
 /// Whether the calling thread is the process's main thread.
 [[nodiscard]] KVL_EXPORT bool isMainThread() noexcept;
-
-/// A counting semaphore. All operations may be called from any thread.
-class KVL_EXPORT Semaphore {
- public:
-  explicit Semaphore(std::int64_t count = 0) noexcept : count_(count) {}
-  Semaphore(const Semaphore&) = delete;
-  Semaphore& operator=(const Semaphore&) = delete;
-
-  void signal();
-  /// Takes the semaphore if it is free at this moment.
-  [[nodiscard]] bool tryWait();
-  /// Waits at most `limit`; false when the time ran out.
-  [[nodiscard]] bool waitFor(std::chrono::nanoseconds limit);
-  void wait();
-
- private:
-  std::mutex mutex_;
-  std::condition_variable condition_;
-  std::int64_t count_;
-};
 
 }  // namespace kvl

@@ -6,6 +6,7 @@
 #include <local/platform/Date.h>
 #include <local/platform/Export.h>
 #include <local/platform/Object.h>
+#include <local/platform/detail/ValueCell.h>
 
 #include <concepts>
 #include <cstddef>
@@ -57,10 +58,10 @@ class KVL_EXPORT Value {
   Value() noexcept = default;
   Value(std::nullptr_t) noexcept {}
   Value(std::same_as<bool> auto value) noexcept
-      : cell_{headOf(Kind::boolean), {.integer = value}} {}
-  Value(double value) noexcept : cell_{headOf(Kind::real), {.real = value}} {}
+      : cell_{Cell::headOf(Kind::boolean), {.integer = value}} {}
+  Value(double value) noexcept : cell_{Cell::headOf(Kind::real), {.real = value}} {}
   Value(Date value) noexcept
-      : cell_{headOf(Kind::date), {.real = value.secondsSinceReferenceDate()}} {}
+      : cell_{Cell::headOf(Kind::date), {.real = value.secondsSinceReferenceDate()}} {}
   Value(const char* text) : Value(std::string_view(text)) {}
   Value(const std::string& text) : Value(std::string_view(text)) {}
   Value(std::string_view text);
@@ -81,9 +82,9 @@ class KVL_EXPORT Value {
     requires(!std::same_as<T, bool> && !std::same_as<T, char>)
   Value(T value) noexcept {
     if (std::in_range<std::int64_t>(value)) {
-      cell_ = {headOf(Kind::integer), {.integer = static_cast<std::int64_t>(value)}};
+      cell_ = {Cell::headOf(Kind::integer), {.integer = static_cast<std::int64_t>(value)}};
     } else {
-      cell_ = {headOf(Kind::real), {.real = static_cast<double>(value)}};
+      cell_ = {Cell::headOf(Kind::real), {.real = static_cast<double>(value)}};
     }
   }
 
@@ -105,7 +106,7 @@ class KVL_EXPORT Value {
   }
   void swap(Value& other) noexcept { std::swap(cell_, other.cell_); }
 
-  [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(cell_.head & 0xFF); }
+  [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(cell_.kind()); }
   [[nodiscard]] bool isNull() const noexcept { return kind() == Kind::null; }
   /// Booleans are numbers.
   [[nodiscard]] bool isNumber() const noexcept {
@@ -155,22 +156,10 @@ class KVL_EXPORT Value {
   friend class detail::DocumentBuilder;
   friend class detail::ValueAccess;
 
-  union Payload {
-    std::int64_t integer;
-    double real;
-    const void* pointer;
-  };
-  // The kind in the lowest byte of the head; the rest of it belongs to `detail::ValueAccess`.
-  struct Cell {
-    std::uint64_t head;
-    Payload payload;
-  };
+  using Cell = detail::ValueCell;
 
   explicit Value(const Cell& cell) noexcept : cell_(cell) {}
   Value(Kind kind, const detail::Node* adopted) noexcept;
-  static constexpr std::uint64_t headOf(Kind kind) noexcept {
-    return static_cast<std::uint64_t>(kind);
-  }
   [[nodiscard]] bool isObject() const noexcept { return kind() >= Kind::string; }
   // Counts this copy of the object that `other` holds.
   void retain(const Value& other) noexcept;

@@ -3,15 +3,15 @@
 #include "platform/interface/images/Picture.h"
 
 #include <local/platform/Export.h>
+#include <local/platform/Mutex.h>
 
 #include <bit>
 #include <cstring>
-#include <mutex>
 #include <utility>
 
 struct KVLImagePicture {
   kvl::images::PicturePtr picture;
-  std::mutex drawing;
+  kvl::Mutex drawing;
 };
 
 namespace kvl::images {
@@ -42,7 +42,7 @@ void reorder(std::uint8_t* pixels, std::size_t count) {
 }
 
 bool drawScaled(KVLImagePicture& picture, cairo_t* context, double width, double height) {
-  const std::lock_guard lock(picture.drawing);
+  MutexLock lock(picture.drawing);
   const auto size = picture.picture->size();
   cairo_scale(context, width / size.width, height / size.height);
   return picture.picture->draw(context) && cairo_status(context) == CAIRO_STATUS_SUCCESS;

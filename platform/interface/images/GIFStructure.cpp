@@ -5,7 +5,7 @@
 namespace kvl::images {
 namespace {
 
-constexpr std::size_t kSignatureSize = 6;
+constexpr std::size_t kGIFSignatureSize = 6;
 constexpr std::uint32_t kExtension = 0x21;
 constexpr std::uint32_t kImage = 0x2C;
 constexpr std::uint32_t kTrailer = 0x3B;
@@ -25,7 +25,7 @@ bool takeSize(ByteCursor& cursor) {
 }
 
 bool takeScreen(ByteCursor& cursor) {
-  cursor.skip(kSignatureSize);
+  cursor.skip(kGIFSignatureSize);
   const bool decodable = takeSize(cursor);
   const auto flags = cursor.number(1);
   cursor.skip(2);

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::uint32_t kEndOfImage = 0xD9;
 constexpr std::uint32_t kStartOfScan = 0xDA;
-constexpr std::uint32_t kPrefix = 0xFF;
+constexpr std::uint32_t kMarkerPrefix = 0xFF;
 
 bool isRestart(std::uint32_t marker) {
   return marker >= 0xD0 && marker <= 0xD7;
@@ -25,9 +25,9 @@ bool isFrame(std::uint32_t marker) {
   return marker >= 0xC0 && marker <= 0xCF && !otherTables;
 }
 
-class Walk {
+class JPEGWalk {
  public:
-  explicit Walk(Span bytes) : bytes_(bytes), cursor_(bytes, ByteOrder::kBig) {}
+  explicit JPEGWalk(Span bytes) : bytes_(bytes), cursor_(bytes, ByteOrder::kBig) {}
 
   bool reachesTheEnd() {
     cursor_.skip(2);
@@ -41,9 +41,9 @@ class Walk {
 
  private:
   std::uint32_t nextMarker() {
-    if (cursor_.number(1) != kPrefix) cursor_.fail();
-    auto marker = kPrefix;
-    while (marker == kPrefix && !cursor_.failed()) marker = cursor_.number(1);
+    if (cursor_.number(1) != kMarkerPrefix) cursor_.fail();
+    auto marker = kMarkerPrefix;
+    while (marker == kMarkerPrefix && !cursor_.failed()) marker = cursor_.number(1);
     return marker;
   }
 
@@ -70,7 +70,7 @@ class Walk {
   void skipCodedData() {
     auto rest = bytes_.subspan(cursor_.position());
     while (true) {
-      const auto found = std::ranges::find(rest, std::uint8_t{kPrefix});
+      const auto found = std::ranges::find(rest, std::uint8_t{kMarkerPrefix});
       const auto distance = static_cast<std::size_t>(found - rest.begin());
       const auto following = rest.subspan(distance);
       if (following.size() < 2) return cursor_.fail();
@@ -90,7 +90,7 @@ class Walk {
 }  // namespace
 
 bool isWholeJPEG(Span bytes) {
-  return Walk(bytes).reachesTheEnd();
+  return JPEGWalk(bytes).reachesTheEnd();
 }
 
 }  // namespace kvl::images

@@ -1,10 +1,12 @@
+#include "platform/core/NoDestructor.h"
 #include "platform/interface/images/GLibPointers.h"
 #include "platform/interface/images/PDFStructure.h"
 #include "platform/interface/images/Picture.h"
 
+#include <local/platform/Mutex.h>
+
 #include <poppler.h>
 
-#include <mutex>
 #include <utility>
 
 namespace kvl::images {
@@ -15,9 +17,9 @@ using PagePtr = ObjectPtr<PopplerPage>;
 
 // Documents share fonts and settings, and what a page needs cannot be told before it is drawn: one
 // at a time.
-std::mutex& rendering() {
-  static auto& mutex = *new std::mutex;
-  return mutex;
+Mutex& rendering() {
+  static NoDestructor<Mutex> mutex;
+  return *mutex;
 }
 
 class PDFPicture final : public Picture {
@@ -26,7 +28,7 @@ class PDFPicture final : public Picture {
       : document_(std::move(document)), page_(std::move(page)), size_(size) {}
 
   ~PDFPicture() override {
-    const std::lock_guard lock(rendering());
+    MutexLock lock(rendering());
     page_.reset();
     document_.reset();
   }
@@ -34,7 +36,7 @@ class PDFPicture final : public Picture {
   [[nodiscard]] Size size() const override { return size_; }
 
   [[nodiscard]] bool draw(cairo_t* context) override {
-    const std::lock_guard lock(rendering());
+    MutexLock lock(rendering());
     poppler_page_render(page_.get(), context);
     return true;
   }
@@ -56,7 +58,7 @@ DocumentPtr openDocument(Span bytes) {
 
 PicturePtr decodePDF(Span bytes) {
   if (!isModestPDF(bytes)) return nullptr;
-  const std::lock_guard lock(rendering());
+  MutexLock lock(rendering());
   auto document = openDocument(bytes);
   if (!document || poppler_document_get_n_pages(document.get()) < 1) return nullptr;
   PagePtr page(poppler_document_get_page(document.get(), 0));

@@ -1,11 +1,14 @@
 #include "platform/interface/images/PDFStructure.h"
 
 #include "platform/core/ASCII.h"
-#include "platform/interface/images/Inflate.h"
+#include "platform/interface/images/GLibPointers.h"
 #include "platform/interface/images/Limits.h"
+
+#include <gio/gio.h>
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -102,6 +105,37 @@ class Statements {
   std::uint64_t width_ = 1;
   std::uint64_t height_ = 1;
 };
+
+constexpr std::size_t kPieceSize = std::size_t{64} << 10;
+constexpr std::size_t kOverlap = 64;
+
+// Calls `take` with each piece of what `packed` (zlib's format, as far as it goes) unpacks to; a
+// piece begins with the end of the one before, so that nothing short is cut in two. Ends early when
+// `take` returns false, and then returns false too.
+bool inflate(std::string_view packed, const std::function<bool(std::string_view piece)>& take) {
+  const ObjectPtr<GZlibDecompressor> unpacker(
+      g_zlib_decompressor_new(G_ZLIB_COMPRESSOR_FORMAT_ZLIB));
+  std::string piece(kOverlap + kPieceSize, '\0');
+  std::size_t kept = 0;
+  auto result = G_CONVERTER_CONVERTED;
+  while (result == G_CONVERTER_CONVERTED) {
+    std::fill(piece.begin() + static_cast<std::ptrdiff_t>(kept), piece.end(), '\0');
+    gsize taken = 0;
+    gsize made = 0;
+    result = g_converter_convert(G_CONVERTER(unpacker.get()), packed.data(), packed.size(),
+                                 piece.data() + kept, kPieceSize, G_CONVERTER_NO_FLAGS, &taken,
+                                 &made, nullptr);
+    // What came before the fault is in the buffer, but nobody says how much it is.
+    if (result == G_CONVERTER_ERROR) return take(piece);
+    packed.remove_prefix(taken);
+    const std::string_view text(piece.data(), kept + made);
+    if (!take(text)) return false;
+    const auto tail = text.substr(text.size() - std::min(text.size(), kOverlap));
+    kept = tail.size();
+    std::ranges::copy(tail, piece.begin());
+  }
+  return true;
+}
 
 bool streamsAreModest(std::string_view text, Statements& statements) {
   std::size_t unpacked = 0;

@@ -5,8 +5,8 @@
 namespace kvl::images {
 namespace {
 
-constexpr std::size_t kSignatureSize = 8;
-constexpr std::size_t kFrameSize = 12;  // of a chunk: its length, its type and its sum
+constexpr std::size_t kPNGSignatureSize = 8;
+constexpr std::size_t kChunkFrameSize = 12;  // of a chunk: its length, its type and its sum
 
 constexpr std::uint32_t chunkType(const char (&name)[5]) {
   std::uint32_t type = 0;
@@ -21,7 +21,7 @@ bool isEssential(std::uint32_t type) {
 
 bool hasDecodableHeader(Span bytes) {
   ByteCursor header(bytes, ByteOrder::kBig);
-  header.skip(kSignatureSize);
+  header.skip(kPNGSignatureSize);
   const bool isHeader = header.number(4) == 13 && header.number(4) == chunkType("IHDR");
   const auto width = header.number(4);
   const auto height = header.number(4);
@@ -32,17 +32,17 @@ bool hasDecodableHeader(Span bytes) {
 
 bool walkPNG(Span bytes, const std::function<void(Span part)>& essential) {
   if (!hasDecodableHeader(bytes)) return false;
-  essential(bytes.first(kSignatureSize));
+  essential(bytes.first(kPNGSignatureSize));
   ByteCursor cursor(bytes, ByteOrder::kBig);
-  cursor.skip(kSignatureSize);
+  cursor.skip(kPNGSignatureSize);
   while (true) {
     const auto start = cursor.position();
     const auto length = cursor.number(4);
     const auto type = cursor.number(4);
     cursor.skip(length);
-    cursor.skip(kFrameSize - 8);
+    cursor.skip(kChunkFrameSize - 8);
     if (cursor.failed()) return false;
-    if (isEssential(type)) essential(bytes.subspan(start, kFrameSize + length));
+    if (isEssential(type)) essential(bytes.subspan(start, kChunkFrameSize + length));
     if (type == chunkType("IEND")) return true;
   }
 }

@@ -1,18 +1,164 @@
 #include "platform/interface/images/SVGStructure.h"
 
+#include "platform/core/ASCII.h"
 #include "platform/interface/images/Limits.h"
-#include "platform/interface/images/SVGDashes.h"
-#include "platform/interface/images/SVGText.h"
 
 #include <glib.h>
 
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace kvl::images {
 namespace {
+
+constexpr std::array<std::string_view, 6> kLayerProperties{
+    "opacity", "filter", "mask", "clip-path", "mix-blend-mode", "isolation"};
+constexpr std::array<std::string_view, 6> kHarmlessValues{"1",    "1.0",    "100%",
+                                                          "none", "normal", "auto"};
+
+bool isHarmless(std::string_view value) {
+  return std::ranges::count(kHarmlessValues, ascii::trimmed(value)) > 0;
+}
+
+bool endsName(std::string_view text, std::size_t position) {
+  if (position == 0) return true;
+  const char before = text[position - 1];
+  return before != '-' && !ascii::isLetter(before);
+}
+
+// The value that follows a property's name, or more than that.
+std::string_view valueAfter(std::string_view style, std::size_t position) {
+  auto rest = ascii::trimmed(style.substr(position));
+  if (rest.starts_with(':')) rest.remove_prefix(1);
+  return rest.substr(0, rest.find_first_of(";}"));
+}
+
+std::size_t layersOfProperty(std::string_view style, std::string_view property) {
+  std::size_t layers = 0;
+  for (auto found = style.find(property); found != std::string_view::npos;
+       found = style.find(property, found + 1)) {
+    const bool counts =
+        endsName(style, found) && !isHarmless(valueAfter(style, found + property.size()));
+    layers += counts ? 1 : 0;
+  }
+  return layers;
+}
+
+// Whether an attribute or a style sheet may hold another file, be it hidden from a plain search: by
+// blanks, which addresses drop, or by escapes.
+bool mayEmbedFile(std::string_view text) {
+  if (text.find('\\') != std::string_view::npos) return true;
+  std::string dense;
+  for (const char character : text) {
+    if (static_cast<unsigned char>(character) > ' ') dense += ascii::toLower(character);
+  }
+  return dense.find("data:") != std::string::npos;
+}
+
+// Whether the property or attribute makes the renderer draw to a surface of its own.
+bool makesLayer(std::string_view name, std::string_view value) {
+  return std::ranges::count(kLayerProperties, name) > 0 && !isHarmless(value);
+}
+
+// How often style declarations name such a property.
+std::size_t layersInStyle(std::string_view style) {
+  std::string low(style);
+  std::ranges::transform(low, low.begin(), ascii::toLower);
+  std::size_t layers = 0;
+  for (const auto property : kLayerProperties) layers += layersOfProperty(low, property);
+  return layers;
+}
+
+// Whether the XML declaration, without its brackets, leaves the text in UTF-8.
+bool declaresUTF8(std::string_view declaration) {
+  auto at = declaration.find("encoding");
+  if (at == std::string_view::npos) return true;
+  at = declaration.find_first_of("\"'", at);
+  if (at == std::string_view::npos) return false;
+  std::string name(declaration.substr(at + 1, declaration.find(declaration[at], at + 1) - at - 1));
+  std::ranges::transform(name, name.begin(), ascii::toLower);
+  return name == "utf-8" || name == "utf8" || name == "us-ascii";
+}
+
+constexpr double kMaximumDashes = 100'000;
+// A closed curve is longer than the sum of the numbers that place it.
+constexpr double kLengthForNumbers = 8;
+constexpr std::string_view kDashes = "stroke-dasharray";
+constexpr std::array<std::string_view, 5> kWithoutLengths{"id", "class", "fill", "stroke", "href"};
+
+// The sum of all numbers in the text, signs left out.
+double sumOfNumbers(std::string_view text) {
+  double sum = 0;
+  while (!text.empty()) {
+    if (!ascii::isDigit(text.front()) && text.front() != '.') {
+      text.remove_prefix(1);
+      continue;
+    }
+    double number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error == std::errc::result_out_of_range) return HUGE_VAL;
+    sum += number;
+    text.remove_prefix(std::max<std::size_t>(static_cast<std::size_t>(end - text.data()), 1));
+  }
+  return sum;
+}
+
+// Adds up a document's elements. Each dash takes memory, however short it is, and lines may go far
+// outside the drawing: the longest line is estimated from the numbers of its element.
+class DashCosts {
+ public:
+  // An attribute or a style sheet of the element that is looked at now.
+  void take(std::string_view name, std::string_view value);
+  void endOfElement();
+
+  [[nodiscard]] bool areModest() const;
+
+ private:
+  void takeDashes(std::string_view value);
+
+  bool dashed_ = false;
+  bool unknown_ = false;  // lengths that numbers alone do not tell
+  double shortest_ = 1e9;
+  double length_ = 0;
+  double longest_ = 0;
+};
+
+void DashCosts::takeDashes(std::string_view value) {
+  const auto text = value.substr(0, value.find_first_of(";}"));
+  const bool remarked = text.find("/*") != std::string_view::npos;
+  if (!remarked && text.find("none") != std::string_view::npos) return;
+  dashed_ = true;
+  shortest_ = std::min(shortest_, sumOfNumbers(text));
+  unknown_ = unknown_ || remarked || text.find_first_of("%emi") != std::string_view::npos;
+}
+
+void DashCosts::take(std::string_view name, std::string_view value) {
+  if (name.starts_with("xmlns") || std::ranges::count(kWithoutLengths, name) > 0) return;
+  if (name == kDashes) return takeDashes(value);
+  for (auto found = value.find(kDashes); found != std::string_view::npos;
+       found = value.find(kDashes, found + 1)) {
+    takeDashes(value.substr(found + kDashes.size()));
+  }
+  const bool mirrors = name == "d" && value.find_first_of("tT") != std::string_view::npos;
+  unknown_ = unknown_ || mirrors || name == "vector-effect" ||
+             value.find("vector-effect") != std::string_view::npos;
+  length_ += sumOfNumbers(value);
+}
+
+void DashCosts::endOfElement() {
+  longest_ = std::max(longest_, length_);
+  length_ = 0;
+}
+
+bool DashCosts::areModest() const {
+  return !dashed_ || (!unknown_ && longest_ * kLengthForNumbers <= kMaximumDashes * shortest_);
+}
 
 std::string_view localName(std::string_view name) {
   const auto colon = name.rfind(':');

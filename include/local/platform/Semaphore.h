@@ -1,0 +1,34 @@
+/// @file
+/// Semaphores.
+#pragma once
+
+#include <local/platform/Export.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+
+namespace kvl {
+
+/// A counting semaphore. All operations may be called from any thread.
+class KVL_EXPORT Semaphore {
+ public:
+  explicit Semaphore(std::int64_t count = 0);
+  /// A thread that has taken the semaphore may destroy it while the call that signalled returns.
+  ~Semaphore();
+  Semaphore(const Semaphore&) = delete;
+  Semaphore& operator=(const Semaphore&) = delete;
+
+  void signal();
+  /// Takes the semaphore if it is free at this moment.
+  [[nodiscard]] bool tryWait();
+  /// Waits at most `limit`; false when the time ran out.
+  [[nodiscard]] bool waitFor(std::chrono::nanoseconds limit);
+  void wait();
+
+ private:
+  struct Implementation;
+  const std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace kvl
