@@ -1,4 +1,4 @@
-// The memory of a document that was read, and how a reader fills it.
+// The memory of a parsed document, and the builder with which a parser fills it.
 #pragma once
 
 #include "platform/core/ValueAccess.h"
@@ -17,8 +17,8 @@
 
 namespace kvl::detail {
 
-// Stands before the values of a document in one block of memory. The document is counted as one:
-// its own values refer to one another without being counted.
+// The header of a block of memory that holds the values of a document. References are counted for
+// the document as a whole; its own values refer to one another uncounted.
 struct Document {
   explicit Document(Data itsText) noexcept : text(std::move(itsText)) {}
 
@@ -35,8 +35,8 @@ struct Document {
   std::pmr::monotonic_buffer_resource extras{std::pmr::new_delete_resource()};
 };
 
-// Builds a document from the leaves up: the reader keeps what it has read of an open container, and
-// hands it over when the container ends.
+// Builds a document from the leaves up: the parser collects the elements of an open container, and
+// hands them over when the container ends.
 //
 // Usable on one thread. Whatever it hands out lives as long as the builder, and then as long as the
 // value that `finish` gives.
@@ -80,8 +80,8 @@ class DocumentBuilder {
     return content(Value::Kind::array, placed, elements.size());
   }
 
-  // Of equal keys the last one's value counts, in the first one's place. A reader drops them itself
-  // while there are `kUnindexedSize` entries at most.
+  // Of equal keys the last one's value counts, in the first one's place. Up to `kUnindexedSize`
+  // entries, the parser removes duplicates itself.
   Cell dictionary(std::span<PendingEntry> entries) {
     if (entries.size() > kUnindexedSize) return indexedDictionary(entries);
     const void* placed = placeEntries(entries);

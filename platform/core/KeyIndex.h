@@ -11,12 +11,11 @@
 
 namespace kvl::detail {
 
-// Up to here reading the keys one after the other is as quick as an index.
+// Up to this many entries, comparing the keys one by one is as fast as an index.
 inline constexpr std::size_t kUnindexedSize = 16;
 
-// A key's hash in the upper half, its position in the lower. An index of them is ordered by hash,
-// and the keys of one hash by their text: so keys that somebody chose to collide cost no more than
-// a few comparisons each.
+// A key's hash in the upper half, its position in the lower. An index is sorted by hash, and keys
+// of equal hash by their text, so that keys chosen to collide cost only a few comparisons each.
 using IndexedKey = std::uint64_t;
 
 [[nodiscard]] constexpr std::size_t positionIn(IndexedKey key) noexcept {

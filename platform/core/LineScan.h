@@ -1,4 +1,4 @@
-// Finding line ends in text, at the speed at which memory is read.
+// Finds line ends in text, as fast as memory can be read.
 #pragma once
 
 #include <string_view>
@@ -14,10 +14,10 @@ struct ScannedLine {
 // Finds the first line feed (U+000A) of `text`, which has one.
 using LineScan = ScannedLine (*)(std::string_view text);
 
-// The fastest scan that this processor has.
+// The fastest scan that this processor supports.
 [[nodiscard]] LineScan lineScan() noexcept;
 
-// One for every processor.
+// A scan that runs on every processor.
 [[nodiscard]] ScannedLine scanLinePortably(std::string_view text);
 
 }  // namespace kvl::core

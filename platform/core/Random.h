@@ -1,4 +1,4 @@
-// Random numbers that nobody can foresee.
+// Unpredictable random numbers.
 #pragma once
 
 #include <array>

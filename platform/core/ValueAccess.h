@@ -87,7 +87,7 @@ struct Document;
 // A value's head, from the lowest bit: 8 bits kind, 8 bits storage, 16 bits length, 32 bits
 // distance. Storage says what the payload of an object means:
 // - counted: a `Node`.
-// - placed: the value stands in the memory of a document that was read, and is the object itself.
+// - placed: the value stands in the memory of a parsed document, and is the object itself.
 //   The payload is the text of a string, the elements of an array, the entries of a dictionary;
 //   the length their number, unless that is `kLong`: then the payload is a `LongContent`, as it is
 //   for every dictionary that has an index. The distance from the document's header is in multiples

@@ -25,7 +25,7 @@ class Observed {
     return state_.*property;
   }
 
-  // What `reader` makes of the state. It runs under the lock.
+  // What `reader` returns for the state. It runs under the lock.
   template <class Reader>
   [[nodiscard]] auto read(Reader reader) const {
     MutexLock lock(mutex_);

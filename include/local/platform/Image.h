@@ -12,13 +12,13 @@
 
 namespace kvl {
 
-/// @name What an image may be
-/// What exceeds one of these is no image. They are far above what icons need, and keep whatever a
+/// @name Limits of images
+/// Data beyond one of these is refused. They are far above what icons need, and keep whatever a
 /// service sends, broken or hostile, from taking more than 64 MiB.
 /// @{
 /// The longest encoded image, in bytes.
 inline constexpr std::size_t kMaximumImageBytes = std::size_t{16} << 20;
-/// The widest and the highest image: pixels, or points of a drawing (SVG, PDF).
+/// The greatest width and height: in pixels, or in points of a drawing (SVG, PDF).
 inline constexpr std::uint32_t kMaximumImageSide = 16384;
 /// The most pixels that are decoded, such as 2048 x 2048. Checked before any are.
 inline constexpr std::uint64_t kMaximumImagePixels = std::uint64_t{1} << 22;
@@ -50,9 +50,9 @@ class KVL_EXPORT Image {
   /// The image that `data` holds, or null when there is none in it. Any thread, and several at
   /// once.
   ///
-  /// The type is told by the first bytes. Of an animation the first picture is taken, of a PDF the
-  /// first page, whose background is transparent. No image is what ends too early, what breaks one
-  /// of the limits above, and also:
+  /// The first bytes tell the format. Uses the first frame of an animation and the first page of a
+  /// PDF, whose background is transparent. Refuses data that ends too early or exceeds one of the
+  /// limits above, and also:
   ///
   /// - a TIFF that is compressed otherwise than with LZW, Deflate, PackBits or CCITT;
   /// - a TIFF in the layout that is meant for files above 4 GiB;
@@ -66,7 +66,7 @@ class KVL_EXPORT Image {
   /// - a PDF that packs its parts otherwise than with Deflate;
   /// - a PDF whose bitmaps are packed otherwise than with Deflate, JPEG or CCITT.
   ///
-  /// Nothing outside an SVG is ever read: what it refers to there is left out.
+  /// Nothing outside an SVG is ever read: its references to other files are left out.
   [[nodiscard]] static std::shared_ptr<Image> imageWithData(const Data& data);
 
   virtual ~Image();

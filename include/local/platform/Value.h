@@ -36,8 +36,9 @@ class ValueAccess;
 /// dates are held inline, everything else is an object on the heap that is shared by reference, so
 /// copies are cheap and may be used on any thread.
 ///
-/// An object that was made is counted by itself. The objects of a document that was read are
-/// counted together: a value taken out of the document keeps all of it, its text included, alive.
+/// References to an object that code created are counted for that object. The objects of a parsed
+/// document are counted together: a value taken out of the document keeps all of it, its text
+/// included, alive.
 ///
 /// Accessors never convert between kinds: they answer absent for a value of another kind.
 class KVL_EXPORT Value {
