@@ -1,6 +1,8 @@
 #include "platform/dispatch/MainLoop.h"
 #include "tests/support/MainLoop.h"
 
+#include <local/platform/DispatchQueue.h>
+
 #include <gtest/gtest.h>
 
 #include <atomic>
