@@ -2,6 +2,7 @@
 
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Menu.h>
+#include <local/platform/Mutex.h>
 #include <local/platform/SegmentedControl.h>
 
 #include <gtest/gtest.h>
@@ -153,14 +154,14 @@ TEST(MenuObservationTest, HandlersOnTwoThreadsMayBothEndIt) {
   std::atomic<int> inside = 0;
   Semaphore both;
   auto observation = std::make_shared<Observation>();
-  std::mutex mutex;
+  kvl::Mutex mutex;
   *observation = item->observe([&] {
     if (++inside == 2) {
       both.signal();
       both.signal();
     }
     EXPECT_TRUE(both.waitFor(kPatience));
-    std::lock_guard lock(mutex);
+    kvl::MutexLock lock(mutex);
     observation->end();
   });
   {
