@@ -1,6 +1,6 @@
 // Fetches one document and prints, in milliseconds of CLOCK_MONOTONIC: when it had the document,
 // and how long the generation of the key took.
-#include "platform/security/KeyStore.h"
+#include "platform/environment/Environment.h"
 
 #include <local/local.h>
 
@@ -51,8 +51,13 @@ class TimingStore final : public kvl::security::KeyStore {
 int main() {
   kvl::setHostIdentifier("org.example.StartupProbe");
   const auto store = std::make_shared<TimingStore>(kvl::security::defaultKeyStore());
-  kvl::security::setDefaultKeyStore(store);
-  const auto session = KVLSession::sessionWithNotary(KVLNotary::sharedNotary(), {});
+  const auto environment = std::make_shared<kvl::Environment>();
+  environment->keyStore = [store] { return store; };
+  const char* path = std::getenv("korvale_vandrel_notary");
+  const auto notary = std::make_shared<KVLNotary>(
+      path != nullptr && *path != '\0' ? std::optional<std::string>(path) : std::nullopt,
+      environment);
+  const auto session = KVLSession::sessionWithNotary(notary, {}, environment);
   kvl::Semaphore done;
   bool good = false;
   const auto observation = session->observeState([&](KVLSessionState state) {

@@ -1,8 +1,8 @@
 // The notary client: what it asks the notary service, and what it makes of the reply.
+#include "notary/Keychain.h"
 #include "notary/ProcessReferences.h"
 #include "platform/core/NoDestructor.h"
-#include "platform/ipc/ServiceConnection.h"
-#include "platform/security/KeyStore.h"
+#include "platform/environment/Environment.h"
 #include "platform/security/Operations.h"
 
 #include <local/KVLCertificateRequest.h>
@@ -20,7 +20,12 @@ constinit std::string_view NotaryResponseKeyURL = "url";
 constinit std::string_view NotaryResponseKeyAnchor = "anchor";
 constinit std::string_view NotaryResponseKeyCertificate = "certificate";
 
+using EnvironmentRef = std::shared_ptr<const kvl::Environment>;
+
 struct KVLNotary::Implementation {
+  explicit Implementation(EnvironmentRef given) : environment(std::move(given)) {}
+
+  const EnvironmentRef environment;
   kvl::Atomic<std::optional<std::string>> path;
   kvl::Atomic<kvl::KeyRef> publicKey;
   kvl::Atomic<kvl::KeyRef> privateKey;
@@ -35,7 +40,7 @@ constexpr const char* kPathVariable = "korvale_vandrel_notary";
 constexpr const char* kMinimumVariable = "korvale_vandrel_notary_minimum";
 
 // An empty variable counts as unset.
-std::optional<std::string> environment(const char* name) {
+std::optional<std::string> variable(const char* name) {
   const char* value = std::getenv(name);
   if (value == nullptr || *value == '\0') return std::nullopt;
   return std::string(value);
@@ -73,11 +78,12 @@ kvl::CertificateRef clientCertificate(const kvl::Dictionary& reply) {
   return certificate;
 }
 
-kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate) {
+kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate,
+                             kvl::security::KeyStore& store) {
   if (!certificate) return nullptr;
   kvl::IdentityRef identity;
-  const kvl::Status status = kvl::security::SecIdentityCreateWithCertificate(
-      *kvl::security::defaultKeyStore(), certificate, identity);
+  const kvl::Status status =
+      kvl::security::SecIdentityCreateWithCertificate(store, certificate, identity);
   if (status == kvl::kSuccess) return identity;
   kvl::log("client identity error: %@", kvl::Error(kvl::NSPOSIXErrorDomain, status));
   return nullptr;
@@ -86,7 +92,8 @@ kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate) {
 // Calls `completionHandler` with the signature that the reply describes, or with an error.
 void completeWithReply(const std::optional<kvl::Dictionary>& received,
                        const std::optional<kvl::Error>& error,
-                       const KVLNotary::CompletionHandler& completionHandler) {
+                       const KVLNotary::CompletionHandler& completionHandler,
+                       const EnvironmentRef& environment) {
   if (error) return completionHandler(nullptr, error);
   const kvl::Dictionary reply = received.value_or(kvl::Dictionary());
   auto baseURL = KVLNotary::baseURL(reply[NotaryResponseKeyURL]);
@@ -96,10 +103,10 @@ void completeWithReply(const std::optional<kvl::Dictionary>& received,
     return completionHandler(nullptr, std::move(failure));
   }
   auto client = clientCertificate(reply);
-  auto signature = std::make_shared<KVLNotarySignature>();
+  auto signature = std::make_shared<KVLNotarySignature>(environment);
   signature->setBaseURL(std::move(baseURL));
   signature->setAnchor(std::move(anchor));
-  signature->setIdentity(identityFor(client));
+  signature->setIdentity(identityFor(client, *environment->keyStore()));
   signature->setClient(std::move(client));
   kvl::log("%@", signature);
   completionHandler(std::move(signature), std::nullopt);
@@ -110,7 +117,7 @@ void completeWithReply(const std::optional<kvl::Dictionary>& received,
 std::shared_ptr<KVLNotary> KVLNotary::sharedNotary() {
   // Never destroyed: a notary that deletes its keys while the process exits could block the exit.
   static const kvl::NoDestructor<std::shared_ptr<KVLNotary>> shared([] {
-    auto path = environment(kPathVariable);
+    auto path = variable(kPathVariable);
     if (path) kvl::log("notary: %@", *path);
     return notaryWithPath(std::move(path));
   }());
@@ -121,21 +128,27 @@ std::shared_ptr<KVLNotary> KVLNotary::notaryWithPath(std::optional<std::string> 
   return std::make_shared<KVLNotary>(std::move(path));
 }
 
-KVLNotary::KVLNotary() : implementation_(std::make_unique<Implementation>()) {
-  makeKeysAndRequest();
-}
+KVLNotary::KVLNotary() : KVLNotary(std::nullopt) {}
 
-KVLNotary::KVLNotary(std::optional<std::string> path) : KVLNotary() {
+KVLNotary::KVLNotary(std::optional<std::string> path)
+    : KVLNotary(std::move(path), kvl::Environment::process()) {}
+
+KVLNotary::KVLNotary(std::optional<std::string> path, EnvironmentRef environment)
+    : implementation_(std::make_unique<Implementation>(std::move(environment))) {
+  makeKeysAndRequest();
   if (path) setPath(std::move(path));
 }
 
-KVLNotary::KVLNotary(WithoutKeys) : implementation_(std::make_unique<Implementation>()) {
+KVLNotary::KVLNotary(WithoutKeys)
+    : implementation_(std::make_unique<Implementation>(kvl::Environment::process())) {
   implementation_->ownsKeys = false;
 }
 
 KVLNotary::~KVLNotary() {
   if (!implementation_->ownsKeys) return;
-  if (const auto error = deleteKeys()) kvl::log("key deletion error: %@", *error);
+  const auto store = implementation_->environment->keyStore();
+  if (const auto error = kvl::notary::deleteKeys(*store))
+    kvl::log("key deletion error: %@", *error);
 }
 
 void KVLNotary::makeKeysAndRequest() {
@@ -144,10 +157,12 @@ void KVLNotary::makeKeysAndRequest() {
     implementation_->ownsKeys = false;
     return;
   }
-  if (const auto error = deleteKeys()) kvl::log("existing key deletion error: %@", *error);
+  const auto store = implementation_->environment->keyStore();
+  if (const auto error = kvl::notary::deleteKeys(*store))
+    kvl::log("existing key deletion error: %@", *error);
   kvl::KeyRef publicHalf;
   kvl::KeyRef privateHalf;
-  if (const auto error = createKeysPublic(&publicHalf, &privateHalf)) {
+  if (const auto error = kvl::notary::createKeys(*store, &publicHalf, &privateHalf)) {
     return kvl::log("key creation error: %@", *error);
   }
   if (!privateHalf) return kvl::log("failed to create keys");
@@ -161,21 +176,22 @@ void KVLNotary::makeKeysAndRequest() {
 
 void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandler) {
   kvl::Dictionary request;
-  if (environment(kMinimumVariable)) {
+  if (variable(kMinimumVariable)) {
     kvl::log("notary minimum");
   } else if (const auto pem = pemCertificateSigningRequest()) {
     request.set(NotaryRequestKeyCertificateSigningRequest, *pem);
   }
-  sendNotary(path(), request,
-             [handler = std::move(completionHandler)](const std::optional<kvl::Dictionary>& reply,
-                                                      const std::optional<kvl::Error>& error) {
-               completeWithReply(reply, error, handler);
-             });
+  sendNotary(
+      path(), request,
+      [handler = std::move(completionHandler), environment = implementation_->environment](
+          const std::optional<kvl::Dictionary>& reply, const std::optional<kvl::Error>& error) {
+        completeWithReply(reply, error, handler, environment);
+      });
 }
 
 void KVLNotary::sendNotary(const std::optional<std::string>& path, const kvl::Dictionary& request,
                            ReplyHandler reply) {
-  const auto connection = kvl::ipc::makeServiceConnection(kServiceName);
+  const auto connection = implementation_->environment->serviceConnection(kServiceName);
   connection->setInterruptionHandler([] { kvl::log("xpc notary interrupted"); });
   connection->setInvalidationHandler([] { kvl::log("xpc notary invalidated"); });
   start(*connection);
@@ -242,4 +258,17 @@ std::optional<std::string> KVLNotary::pemCertificateSigningRequest() const {
 }
 void KVLNotary::setPemCertificateSigningRequest(std::optional<std::string> request) {
   implementation_->request.set(std::move(request));
+}
+
+kvl::Dictionary KVLNotary::keyQuery() {
+  return kvl::notary::keyQuery();
+}
+
+std::optional<kvl::Error> KVLNotary::createKeysPublic(kvl::KeyRef* publicKey,
+                                                      kvl::KeyRef* privateKey) {
+  return kvl::notary::createKeys(*kvl::Environment::process()->keyStore(), publicKey, privateKey);
+}
+
+std::optional<kvl::Error> KVLNotary::deleteKeys() {
+  return kvl::notary::deleteKeys(*kvl::Environment::process()->keyStore());
 }

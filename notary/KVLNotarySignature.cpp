@@ -1,5 +1,6 @@
 #include "notary/NotarySignatureImplementation.h"
 #include "notary/ProcessReferences.h"
+#include "platform/environment/Environment.h"
 #include "platform/security/Operations.h"
 
 #include <local/KVLNotarySignature.h>
@@ -27,7 +28,11 @@ std::optional<Date> notValidAfterFromValues(const std::optional<Dictionary>& val
 
 }  // namespace kvl::notary
 
-KVLNotarySignature::KVLNotarySignature() : implementation_(std::make_unique<Implementation>()) {}
+KVLNotarySignature::KVLNotarySignature() : KVLNotarySignature(kvl::Environment::process()) {}
+
+KVLNotarySignature::KVLNotarySignature(std::shared_ptr<const kvl::Environment> environment)
+    : implementation_(std::make_unique<Implementation>(std::move(environment))) {}
+
 KVLNotarySignature::~KVLNotarySignature() = default;
 
 std::optional<kvl::URL> KVLNotarySignature::baseURL() const {
@@ -87,7 +92,8 @@ std::string KVLNotarySignature::description() const {
   std::array<char, 512> digits{};
   const auto [last, error] =
       std::to_chars(digits.data(), digits.data() + digits.size(),
-                    end ? end->secondsSince(kvl::Date::now()) : 0.0, std::chars_format::fixed, 2);
+                    end ? end->secondsSince(implementation_->environment->now()) : 0.0,
+                    std::chars_format::fixed, 2);
   const std::string_view remaining(digits.data(), last);
   return kvl::format("notary signature valid until %@ (%.2lf seconds)", end, remaining);
 }

@@ -1,14 +1,14 @@
-// The client's key pair in the key store.
-#include "platform/security/KeyStore.h"
+#include "notary/Keychain.h"
+
 #include "platform/security/Operations.h"
 
-#include <local/KVLNotary.h>
 #include <local/platform/HostApplication.h>
 #include <local/platform/Log.h>
 
+namespace kvl::notary {
 namespace {
 
-using namespace kvl::security;
+using namespace security;
 
 constexpr std::int64_t kKeySizeInBits = 2048;
 constexpr std::string_view kKeyDescription = "Client certificate key";
@@ -16,41 +16,40 @@ constexpr std::string_view kKeyComment =
     "This is safe to delete. A key will be recreated as needed.";
 
 // Without an identifier the tag is empty, which the key store refuses.
-std::string hostIdentifier() {
+std::string keyTag() {
   return kvl::hostIdentifier().value_or(std::string());
 }
 
 }  // namespace
 
-kvl::Dictionary KVLNotary::keyQuery() {
+Dictionary keyQuery() {
   return {{kSecClass, kSecClassKey},
           {kSecAttrKeyType, kSecAttrKeyTypeRSA},
           {kSecAttrKeyClass, kSecAttrKeyClassPrivate},
-          {kSecAttrApplicationTag, kvl::Data::adoptingText(hostIdentifier())}};
+          {kSecAttrApplicationTag, Data::adoptingText(keyTag())}};
 }
 
-std::optional<kvl::Error> KVLNotary::createKeysPublic(kvl::KeyRef* publicKey,
-                                                      kvl::KeyRef* privateKey) {
+std::optional<Error> createKeys(KeyStore& store, KeyRef* publicKey, KeyRef* privateKey) {
   const auto query = keyQuery();
-  const kvl::Dictionary parameters{
-      {kSecAttrKeyType, query[kSecAttrKeyType]},
-      {kSecAttrApplicationTag, query[kSecAttrApplicationTag]},
-      {kSecAttrKeySizeInBits, kKeySizeInBits},
-      {kSecAttrLabel, kvl::format("%@ (%@)", hostIdentifier(), kKeyDescription)},
-      {kSecAttrComment, kKeyComment},
-      {kSecAttrDescription, kKeyDescription}};
-  const kvl::Status status =
-      SecKeyGeneratePair(*defaultKeyStore(), parameters, publicKey, privateKey);
-  if (status == kvl::kSuccess) return std::nullopt;
-  return kvl::Error(kvl::NSOSStatusErrorDomain, status);
+  const Dictionary parameters{{kSecAttrKeyType, query[kSecAttrKeyType]},
+                              {kSecAttrApplicationTag, query[kSecAttrApplicationTag]},
+                              {kSecAttrKeySizeInBits, kKeySizeInBits},
+                              {kSecAttrLabel, format("%@ (%@)", keyTag(), kKeyDescription)},
+                              {kSecAttrComment, kKeyComment},
+                              {kSecAttrDescription, kKeyDescription}};
+  const Status status = SecKeyGeneratePair(store, parameters, publicKey, privateKey);
+  if (status == kSuccess) return std::nullopt;
+  return Error(NSOSStatusErrorDomain, status);
 }
 
-std::optional<kvl::Error> KVLNotary::deleteKeys() {
+std::optional<Error> deleteKeys(KeyStore& store) {
   auto query = keyQuery();
   query.remove(kSecAttrKeyClass);
   query.remove(kSecAttrKeyType);
   query.set(kSecMatchLimit, kSecMatchLimitAll);
-  const kvl::Status status = SecItemDelete(*defaultKeyStore(), query);
-  if (status == kvl::kSuccess || status == kvl::errSecItemNotFound) return std::nullopt;
-  return kvl::Error(kvl::NSOSStatusErrorDomain, status, {{"call", "SecItemDelete"}});
+  const Status status = SecItemDelete(store, query);
+  if (status == kSuccess || status == errSecItemNotFound) return std::nullopt;
+  return Error(NSOSStatusErrorDomain, status, {{"call", "SecItemDelete"}});
 }
+
+}  // namespace kvl::notary

@@ -7,9 +7,15 @@
 #include <local/platform/Mutex.h>
 #include <local/platform/Value.h>
 
+#include <memory>
 #include <optional>
+#include <utility>
 
 struct KVLNotarySignature::Implementation {
+  explicit Implementation(std::shared_ptr<const kvl::Environment> given)
+      : environment(std::move(given)) {}
+
+  const std::shared_ptr<const kvl::Environment> environment;
   kvl::Atomic<std::optional<kvl::URL>> baseURL;
   kvl::Atomic<kvl::CertificateRef> anchor;
   kvl::Atomic<kvl::IdentityRef> identity;

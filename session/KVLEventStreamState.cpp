@@ -1,9 +1,9 @@
 // The event stream's connection.
 #include "eventstream/EventFraming.h"
 #include "eventstream/EventStreamParser.h"
+#include "platform/environment/Environment.h"
 #include "session/Monitors.h"
 #include "session/SessionImplementation.h"
-#include "session/StreamTimeout.h"
 
 #include <local/KVLEventStreamState.h>
 #include <local/KVLSession.h>
@@ -17,7 +17,11 @@
 
 namespace {
 
-kvl::URLRequest requestFor(const kvl::URL& url, const std::optional<std::string>& lastEventID) {
+static_assert(kvl::Environment::Limits().eventStreamSilence ==
+              std::chrono::duration<double>(KVLEventStreamStateTimeoutInterval));
+
+kvl::URLRequest requestFor(const kvl::URL& url, const std::optional<std::string>& lastEventID,
+                           std::chrono::nanoseconds longestSilence) {
   kvl::URLRequest request(url);
   request.headers().set("Accept", "text/event-stream");
   // An identifier that HTTP cannot carry is left out: the stream then starts afresh, which costs
@@ -25,13 +29,17 @@ kvl::URLRequest requestFor(const kvl::URL& url, const std::optional<std::string>
   if (lastEventID && kvl::isSendableHeaderField("Last-Event-ID", *lastEventID)) {
     request.headers().set("Last-Event-ID", *lastEventID);
   }
-  request.setTimeoutInterval(kvl::eventstream::timeoutInterval());
+  request.setTimeoutInterval(longestSilence);
   return request;
 }
 
 }  // namespace
 
 struct KVLEventStreamState::Implementation {
+  explicit Implementation(std::shared_ptr<const kvl::Environment> given)
+      : environment(std::move(given)) {}
+
+  const std::shared_ptr<const kvl::Environment> environment;
   // Recursive, since opening a stream cancels the one before.
   kvl::RecursiveMutex monitor;
   kvl::Atomic<std::shared_ptr<kvl::DataTask>> task;
@@ -54,7 +62,9 @@ StreamSection::~StreamSection() {
 
 }  // namespace kvl::session
 
-KVLEventStreamState::KVLEventStreamState() : implementation_(std::make_unique<Implementation>()) {}
+KVLEventStreamState::KVLEventStreamState() : KVLEventStreamState(kvl::Environment::process()) {}
+KVLEventStreamState::KVLEventStreamState(std::shared_ptr<const kvl::Environment> environment)
+    : implementation_(std::make_unique<Implementation>(std::move(environment))) {}
 KVLEventStreamState::~KVLEventStreamState() = default;
 
 void KVLEventStreamState::streamFromURL(std::string_view url, KVLSession& session) {
@@ -62,7 +72,8 @@ void KVLEventStreamState::streamFromURL(std::string_view url, KVLSession& sessio
   if (implementation_->isOpenAt(url)) return;
   if (task()) cancel();
   if (!implementation_->isUsableSource(url)) return;
-  const auto request = requestFor(*kvl::URL::parse(url), lastEventID());
+  const auto request = requestFor(*kvl::URL::parse(url), lastEventID(),
+                                  implementation_->environment->limits.eventStreamSilence);
   kvl::log("establishing event stream: %@", url);
   kvl::DataTaskHandler none;  // the session itself receives the body
   auto opened = session.implementation_->startTask(

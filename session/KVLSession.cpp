@@ -15,6 +15,7 @@
 
 namespace {
 
+using EnvironmentRef = std::shared_ptr<const kvl::Environment>;
 using kvl::session::DeliveryOrder;
 using kvl::session::SessionSection;
 using kvl::session::StreamSection;
@@ -70,26 +71,40 @@ constexpr std::array<std::int64_t, 8> kNotarisationErrors = {
 KVLSessionDelegate::~KVLSessionDelegate() = default;
 
 KVLSession::Implementation::Implementation(std::shared_ptr<KVLNotary> initialNotary,
-                                           std::weak_ptr<KVLSessionDelegate> initialDelegate)
-    : notary(std::move(initialNotary)),
+                                           std::weak_ptr<KVLSessionDelegate> initialDelegate,
+                                           EnvironmentRef givenEnvironment)
+    : environment(std::move(givenEnvironment)),
+      notary(std::move(initialNotary)),
       delegate(std::move(initialDelegate)),
-      eventStream(std::make_shared<KVLEventStreamState>()),
-      queue(kvl::DispatchQueue::concurrent("korvale.local.session")),
+      eventStream(std::make_shared<KVLEventStreamState>(environment)),
+      queue(environment->concurrentQueue("korvale.local.session")),
       configuration(kvl::URLSessionConfiguration::ephemeral()),
-      observerQueue(kvl::DispatchQueue::serial("korvale.local.session.observers")),
+      observerQueue(environment->serialQueue("korvale.local.session.observers")),
       progress(std::make_shared<kvl::Progress>(connecting(*notary.get()), observerQueue)) {}
 
 std::shared_ptr<KVLSession> KVLSession::sessionWithNotary(
     std::shared_ptr<KVLNotary> notary, std::weak_ptr<KVLSessionDelegate> delegate) {
-  auto session = std::make_shared<KVLSession>(Private{}, std::move(notary), std::move(delegate));
+  return sessionWithNotary(std::move(notary), std::move(delegate), kvl::Environment::process());
+}
+
+std::shared_ptr<KVLSession> KVLSession::sessionWithNotary(
+    std::shared_ptr<KVLNotary> notary, std::weak_ptr<KVLSessionDelegate> delegate,
+    EnvironmentRef environment) {
+  auto session = std::make_shared<KVLSession>(Private{}, std::move(notary), std::move(delegate),
+                                              std::move(environment));
   session->enqueueNotarisation();
   return session;
 }
 
-KVLSession::KVLSession(Private, std::shared_ptr<KVLNotary> notary,
+KVLSession::KVLSession(Private tag, std::shared_ptr<KVLNotary> notary,
                        std::weak_ptr<KVLSessionDelegate> delegate)
+    : KVLSession(tag, std::move(notary), std::move(delegate), kvl::Environment::process()) {}
+
+KVLSession::KVLSession(Private, std::shared_ptr<KVLNotary> notary,
+                       std::weak_ptr<KVLSessionDelegate> delegate, EnvironmentRef environment)
     : implementation_(std::make_unique<Implementation>(
-          notary ? std::move(notary) : std::make_shared<KVLNotary>(), std::move(delegate))) {}
+          notary ? std::move(notary) : std::make_shared<KVLNotary>(std::nullopt, environment),
+          std::move(delegate), environment)) {}
 
 // A running stream would otherwise keep its HTTPS session object, and nobody could end it any more.
 KVLSession::~KVLSession() {
@@ -109,7 +124,7 @@ void KVLSession::disconnectAfterError() {
 std::shared_ptr<kvl::DataTask> KVLSession::request(const kvl::URLRequest& request,
                                                    kvl::DataTaskHandler completionHandler) {
   if (auto task = implementation_->startTask(*this, request, completionHandler)) return task;
-  // Here, since the handler must not meet a lock.
+  // Outside the section: the handler runs with no lock held.
   if (completionHandler) completionHandler(std::nullopt, nullptr, notEstablished());
   return nullptr;
 }

@@ -15,23 +15,17 @@ namespace {
 using kvl::session::SessionSection;
 using kvl::session::StreamSection;
 
-// Seconds until the retry after a recoverable error, after any other outcome without a usable
-// expiry, and after a forced disconnect.
-constexpr std::int64_t kRecoverableDelay = 5;
-constexpr std::int64_t kDefaultDelay = 15;
-constexpr std::int64_t kReconnectionDelay = 1;
-
 // The part of a signature's remaining lifetime after which it is renewed.
 constexpr double kUsedShare = 0.8;
 // A delay is counted in nanoseconds, of which 64 bits hold 292 years.
 constexpr double kLongestDelay = 9.0e9;
 
-// Seconds from `now` until the renewal of a signature that expires then; kDefaultDelay when there
-// is no expiry or it has passed.
-std::int64_t renewalDelay(std::optional<kvl::Date> expires, kvl::Date now) noexcept {
-  const double share = expires ? expires->secondsSince(now) * kUsedShare : 0;
-  if (!(share > 0)) return kDefaultDelay;
-  return static_cast<std::int64_t>(std::min(share, kLongestDelay));
+// Until the renewal of a signature that has `lifetime` seconds left, in whole seconds; none for one
+// that has ended.
+std::optional<std::chrono::seconds> renewalDelay(double lifetime) noexcept {
+  const double share = lifetime * kUsedShare;
+  if (!(share > 0)) return std::nullopt;
+  return std::chrono::seconds(static_cast<std::int64_t>(std::min(share, kLongestDelay)));
 }
 
 // Where the notary is, for the user: its path, else the file that the error names.
@@ -71,15 +65,16 @@ void KVLSession::Implementation::completeNotarisation(
       disestablish(*owner);
     }
   }
-  std::int64_t delay = kDefaultDelay;
+  const auto& limits = environment->limits;
+  auto delay = limits.defaultDelay;
   if (error) {
     kvl::log("notarisation error: %@", *error);
     const bool recoverable = isRecoverableError(error);
-    if (recoverable) delay = kRecoverableDelay;
+    if (recoverable) delay = limits.recoverableDelay;
     owner->setState(recoverable ? KVLSessionStateRecovering : KVLSessionStateDisconnected);
     showFailure(*error, delay);
-  } else if (received) {
-    delay = renewalDelay(received->expires(), kvl::Date::now());
+  } else if (const auto expires = received ? received->expires() : std::nullopt) {
+    delay = renewalDelay(expires->secondsSince(environment->now())).value_or(delay);
   }
   scheduleNotarisation(owner, delay);
 }
@@ -87,7 +82,7 @@ void KVLSession::Implementation::completeNotarisation(
 // The HTTPS session object before is only let go, so that its running tasks may finish.
 void KVLSession::Implementation::establish(KVLSession& owner, const KVLNotarySignature& received,
                                            KVLEventStreamState& stream) {
-  session.set(kvl::URLSession::create(configuration.get(), owner.weak_from_this()));
+  session.set(environment->urlSession(configuration.get(), owner.weak_from_this()));
   owner.setState(KVLSessionStateEstablished);
   progress->update({1, 1, "Established", kvl::format("Notarised for \"%@\"", received.baseURL())});
   stream.streamFromURL(eventSource.get(), owner);
@@ -98,21 +93,21 @@ void KVLSession::Implementation::disestablish(KVLSession& owner) {
   owner.setState(KVLSessionStateDisconnected);
 }
 
-void KVLSession::Implementation::showFailure(const kvl::Error& error, std::int64_t delay) {
-  const std::string retryTime = kvl::formatting::spelledOutDuration(delay);
+void KVLSession::Implementation::showFailure(const kvl::Error& error, std::chrono::seconds delay) {
+  const std::string retryTime = kvl::formatting::spelledOutDuration(delay.count());
   progress->update({1, 0, "Reconnecting\u2026",
                     kvl::format("%@ \u2013 %@\nRetrying every %@", error.localizedFailureReason(),
                                 locationText(*notary.get(), error), retryTime)});
 }
 
 void KVLSession::Implementation::scheduleNotarisation(const std::shared_ptr<KVLSession>& owner,
-                                                      std::int64_t delay) {
-  queue.get()->asyncAfter(std::chrono::seconds(delay), [owner, ticket = renewals.ticket()] {
+                                                      std::chrono::seconds delay) {
+  queue.get()->asyncAfter(delay, [owner, ticket = renewals.ticket()] {
     if (owner->implementation_->renewals.redeem(ticket)) owner->enqueueNotarisation();
   });
 }
 
 void KVLSession::Implementation::reconnect(const std::shared_ptr<KVLSession>& owner) {
   owner->disconnectAfterError();
-  scheduleNotarisation(owner, kReconnectionDelay);
+  scheduleNotarisation(owner, environment->limits.reconnectionDelay);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/dispatch/ObserverList.h"
+#include "platform/environment/Environment.h"
 #include "platform/urlloading/BodyFraming.h"
 #include "session/Monitors.h"
 
@@ -10,6 +11,7 @@
 #include <local/platform/Mutex.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -87,8 +89,10 @@ class DeliveryOrder {
 // timers, which keep that session: `owner`.
 struct KVLSession::Implementation {
   Implementation(std::shared_ptr<KVLNotary> initialNotary,
-                 std::weak_ptr<KVLSessionDelegate> initialDelegate);
+                 std::weak_ptr<KVLSessionDelegate> initialDelegate,
+                 std::shared_ptr<const kvl::Environment> givenEnvironment);
 
+  const std::shared_ptr<const kvl::Environment> environment;
   kvl::Atomic<std::shared_ptr<KVLNotary>> notary;
   kvl::Atomic<std::weak_ptr<KVLSessionDelegate>> delegate;
   kvl::Atomic<std::shared_ptr<KVLNotarySignature>> signature;
@@ -117,8 +121,8 @@ struct KVLSession::Implementation {
   void establish(KVLSession& owner, const KVLNotarySignature& received, KVLEventStreamState& stream)
       KVL_REQUIRES(kvl::session::streamMonitor, kvl::session::sessionMonitor);
   void disestablish(KVLSession& owner) KVL_REQUIRES(kvl::session::sessionMonitor);
-  void showFailure(const kvl::Error& error, std::int64_t delay);
-  void scheduleNotarisation(const std::shared_ptr<KVLSession>& owner, std::int64_t delay);
+  void showFailure(const kvl::Error& error, std::chrono::seconds delay);
+  void scheduleNotarisation(const std::shared_ptr<KVLSession>& owner, std::chrono::seconds delay);
 
   // Disconnects after an error and notarises anew soon.
   void reconnect(const std::shared_ptr<KVLSession>& owner);

@@ -15,9 +15,12 @@
 
 class KVLSession;
 
-namespace kvl::session {
+namespace kvl {
+struct Environment;
+namespace session {
 class StreamSection;
 }
+}  // namespace kvl
 
 /// The longest silence, in seconds, that the stream may keep before it is opened again.
 inline constexpr double KVLEventStreamStateTimeoutInterval = 3600.0;
@@ -29,6 +32,8 @@ inline constexpr double KVLEventStreamStateTimeoutInterval = 3600.0;
 class KVL_EXPORT KVLEventStreamState {
  public:
   KVLEventStreamState();
+  /// With other surroundings than the process's; for the framework itself.
+  KVL_INTERNAL explicit KVLEventStreamState(std::shared_ptr<const kvl::Environment> environment);
   ~KVLEventStreamState();
   KVLEventStreamState(const KVLEventStreamState&) = delete;
   KVLEventStreamState& operator=(const KVLEventStreamState&) = delete;

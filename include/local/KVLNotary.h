@@ -25,6 +25,10 @@ extern KVL_EXPORT std::string_view NotaryResponseKeyAnchor;                    /
 extern KVL_EXPORT std::string_view NotaryResponseKeyCertificate;               ///< "certificate"
 /// @}
 
+namespace kvl {
+struct Environment;
+}
+
 /// A client of the notary service "korvale.vandrel.local.notary".
 ///
 /// Creating one deletes the host application's old key pair from the key store, makes a new one
@@ -60,6 +64,10 @@ class KVL_EXPORT KVLNotary {
 
   /// `initWithPath:`
   explicit KVLNotary(std::optional<std::string> path);
+
+  /// With other surroundings than the process's; for the framework itself.
+  KVL_INTERNAL KVLNotary(std::optional<std::string> path,
+                         std::shared_ptr<const kvl::Environment> environment);
 
   /// Deletes the key pair from the key store.
   virtual ~KVLNotary();

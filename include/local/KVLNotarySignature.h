@@ -12,9 +12,12 @@
 #include <optional>
 #include <string>
 
-namespace kvl::session {
+namespace kvl {
+struct Environment;
+namespace session {
 class SessionSection;
 }
+}  // namespace kvl
 
 /// What one successful notarisation brings: where the service listens, whom to trust, and who the
 /// client is. Properties are atomic: any thread may read and write each of them as a whole.
@@ -24,6 +27,8 @@ class SessionSection;
 class KVL_EXPORT KVLNotarySignature {
  public:
   KVLNotarySignature();
+  /// With other surroundings than the process's; for the framework itself.
+  KVL_INTERNAL explicit KVLNotarySignature(std::shared_ptr<const kvl::Environment> environment);
   ~KVLNotarySignature();
   KVLNotarySignature(const KVLNotarySignature&) = delete;
   KVLNotarySignature& operator=(const KVLNotarySignature&) = delete;

@@ -23,6 +23,10 @@
 
 class KVLSession;
 
+namespace kvl {
+struct Environment;
+}
+
 /// States of a session, with the values that clients see.
 enum KVLSessionState : std::uint64_t {
   /// 0: just created; no notarisation has completed yet. Never entered again.
@@ -82,9 +86,17 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   [[nodiscard]] static std::shared_ptr<KVLSession> sessionWithNotary(
       std::shared_ptr<KVLNotary> notary, std::weak_ptr<KVLSessionDelegate> delegate);
 
+  /// With other surroundings than the process's; for the framework itself.
+  [[nodiscard]] KVL_INTERNAL static std::shared_ptr<KVLSession> sessionWithNotary(
+      std::shared_ptr<KVLNotary> notary, std::weak_ptr<KVLSessionDelegate> delegate,
+      std::shared_ptr<const kvl::Environment> environment);
+
   /// Use `sessionWithNotary`.
   KVLSession(Private, std::shared_ptr<KVLNotary> notary,
              std::weak_ptr<KVLSessionDelegate> delegate);
+  KVL_INTERNAL KVLSession(Private, std::shared_ptr<KVLNotary> notary,
+                          std::weak_ptr<KVLSessionDelegate> delegate,
+                          std::shared_ptr<const kvl::Environment> environment);
   ~KVLSession() override;
 
   /// `enqueueNotarisation` Asks the notary for a signature unless a request is outstanding.

@@ -1,7 +1,3 @@
-#include "platform/core/Clock.h"
-#include "platform/core/NoDestructor.h"
-
-#include <local/platform/Atomic.h>
 #include <local/platform/Date.h>
 
 #include <array>
@@ -14,22 +10,12 @@
 namespace kvl {
 namespace {
 
-Atomic<core::WallClock>& replacedClock() {
-  static NoDestructor<Atomic<core::WallClock>> clock;
-  return *clock;
-}
-
 // Beyond this many seconds from 1970 gmtime_r's year no longer fits.
 constexpr double kPrintableSeconds = 6.7e16;
 
 }  // namespace
 
-void core::setWallClock(WallClock clock) {
-  replacedClock().set(std::move(clock));
-}
-
 Date Date::now() {
-  if (const auto clock = replacedClock().get()) return clock();
   const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
   return since1970(std::chrono::duration<double>(sinceEpoch).count());
 }

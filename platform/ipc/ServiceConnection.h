@@ -47,9 +47,8 @@ inline constexpr std::chrono::seconds kReplyTimeLimit{120};
 using ServiceConnectionFactory =
     std::function<std::shared_ptr<ServiceConnection>(const std::string& serviceName)>;
 
+// A connection over the session bus.
 [[nodiscard]] std::shared_ptr<ServiceConnection> makeServiceConnection(
     const std::string& serviceName);
-// For tests. An empty function restores the real channel.
-void setServiceConnectionFactory(ServiceConnectionFactory factory);
 
 }  // namespace kvl::ipc

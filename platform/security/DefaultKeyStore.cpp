@@ -1,36 +1,17 @@
+#include "platform/core/NoDestructor.h"
 #include "platform/security/KeyStore.h"
 
-#include <mutex>
-
 namespace kvl::security {
-namespace {
 
-struct DefaultStore {
-  std::mutex mutex;
-  std::shared_ptr<KeyStore> store;
-};
-
-// Never destroyed: a host's threads may delete their keys while the process exits.
-DefaultStore& defaultStore() {
-  static auto* const store = new DefaultStore;
-  return *store;
+std::shared_ptr<KeyStore> makeDefaultKeyStore() {
+  return makeFallbackKeyStore(
+      {makeSecretServiceKeyStore(), makeKernelKeyringKeyStore(), makeMemoryKeyStore()});
 }
-
-}  // namespace
 
 std::shared_ptr<KeyStore> defaultKeyStore() {
-  DefaultStore& current = defaultStore();
-  const std::lock_guard lock(current.mutex);
-  if (!current.store)
-    current.store = makeFallbackKeyStore(
-        {makeSecretServiceKeyStore(), makeKernelKeyringKeyStore(), makeMemoryKeyStore()});
-  return current.store;
-}
-
-void setDefaultKeyStore(std::shared_ptr<KeyStore> store) {
-  DefaultStore& current = defaultStore();
-  const std::lock_guard lock(current.mutex);
-  current.store.swap(store);
+  // Never destroyed: a host's threads may delete their keys while the process exits.
+  static const NoDestructor<std::shared_ptr<KeyStore>> store(makeDefaultKeyStore());
+  return *store;
 }
 
 }  // namespace kvl::security

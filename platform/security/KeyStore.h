@@ -66,9 +66,9 @@ inline constexpr std::chrono::seconds kHungStorePause{60};
 // Time that one operation on the default store may take in all.
 inline constexpr std::chrono::seconds kKeyStoreTimeLimit{2};
 
-// The process's store: Secret Service, kernel keyring, process memory, in this order.
+// Secret Service, kernel keyring and process memory, in this order.
+[[nodiscard]] std::shared_ptr<KeyStore> makeDefaultKeyStore();
+// The process's own store of that kind, made on first use and never destroyed.
 [[nodiscard]] std::shared_ptr<KeyStore> defaultKeyStore();
-// For tests. Null restores the default.
-void setDefaultKeyStore(std::shared_ptr<KeyStore> store);
 
 }  // namespace kvl::security

@@ -1,5 +1,5 @@
 // The stream is opened again while the session stays as it is.
-#include "session/StreamTimeout.h"
+#include "platform/environment/Environment.h"
 #include "tests/integration/EventStreamFixture.h"
 #include "tests/support/WaitUntil.h"
 
@@ -10,26 +10,19 @@ namespace {
 using namespace kvltest;
 using namespace std::chrono_literals;
 
-// The longest silence of streams that are opened while this lives.
-class ShortTimeout {
- public:
-  explicit ShortTimeout(std::chrono::nanoseconds interval) {
-    kvl::eventstream::setTimeoutInterval(interval);
-  }
-  ~ShortTimeout() { kvl::eventstream::setTimeoutInterval(before_); }
-  ShortTimeout(const ShortTimeout&) = delete;
-  ShortTimeout& operator=(const ShortTimeout&) = delete;
-
- private:
-  const std::chrono::nanoseconds before_ = kvl::eventstream::timeoutInterval();
-};
-
 class EventStreamReopeningTest : public EventStreamFixture {
  protected:
   void SetUp() override {
     establishOver(Route::direct);
     ASSERT_TRUE(log.waitFor("no event stream source is set", 1, kPatience));
     log.clear();
+  }
+
+  // From now on.
+  void setLongestSilence(std::chrono::nanoseconds silence) {
+    auto environment = std::make_shared<kvl::Environment>();
+    environment->limits.eventStreamSilence = silence;
+    session->setEventStream(std::make_shared<KVLEventStreamState>(environment));
   }
 
   [[nodiscard]] static bool completes(const kvl::DataTask& task) {
@@ -47,7 +40,7 @@ class EventStreamReopeningTest : public EventStreamFixture {
 };
 
 TEST_F(EventStreamReopeningTest, SilentStreamIsOpenedAgainAfterTheLastEvent) {
-  const ShortTimeout timeout(1s);
+  setLongestSilence(1s);
   follow("close=3&then=silence");
   EXPECT_TRUE(recorder->waitForNumber(12));
   EXPECT_TRUE(isUnbroken(recorder->tally(), recorder->tally().last));
@@ -56,7 +49,7 @@ TEST_F(EventStreamReopeningTest, SilentStreamIsOpenedAgainAfterTheLastEvent) {
 }
 
 TEST_F(EventStreamReopeningTest, StreamThatStaysSilentKeepsItsPlace) {
-  const ShortTimeout timeout(200ms);
+  setLongestSilence(200ms);
   follow("last=3&then=silence");
   EXPECT_TRUE(log.waitFor(kOpening, 5, kPatience));
   EXPECT_TRUE(isUnbroken(recorder->tally(), 3));

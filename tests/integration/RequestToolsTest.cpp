@@ -1,5 +1,5 @@
 // Other people's tools read the signing request.
-#include "platform/security/KeyStore.h"
+#include "platform/environment/Environment.h"
 #include "tests/support/PrivateBus.h"
 
 #include <local/KVLNotary.h>
@@ -14,9 +14,10 @@
 namespace {
 
 TEST(RequestToolsTest, OpenSSLVerifiesTheRequest) {
-  kvl::security::setDefaultKeyStore(kvl::security::makeMemoryKeyStore());
   kvl::setHostIdentifier("org.example.RequestToolsTest");
-  const KVLNotary notary;
+  auto environment = std::make_shared<kvl::Environment>();
+  environment->keyStore = kvl::security::makeMemoryKeyStore;
+  const KVLNotary notary(std::nullopt, environment);
   const kvltest::TemporaryDirectory directory;
   const auto file = directory.path() / "request.pem";
   std::ofstream(file) << *notary.pemCertificateSigningRequest();

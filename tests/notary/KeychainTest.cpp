@@ -1,5 +1,7 @@
+#include "notary/Keychain.h"
 #include "platform/security/KeyStore.h"
 #include "platform/security/Operations.h"
+#include "tests/support/PrivateBus.h"
 
 #include <local/KVLNotary.h>
 #include <local/platform/HostApplication.h>
@@ -39,17 +41,22 @@ class KeychainTest : public testing::Test {
  protected:
   KeychainTest() {
     kvl::setHostIdentifier(kIdentifier);
-    setDefaultKeyStore(store);
-    EXPECT_FALSE(KVLNotary::deleteKeys());
+    EXPECT_FALSE(deleteKeys());
   }
-  ~KeychainTest() override {
-    setDefaultKeyStore(nullptr);
-    kvl::setHostIdentifier("");
+  ~KeychainTest() override { kvl::setHostIdentifier(""); }
+
+  [[nodiscard]] std::optional<kvl::Error> createKeys(kvl::KeyRef* publicKey,
+                                                     kvl::KeyRef* privateKey) const {
+    return kvl::notary::createKeys(*store, publicKey, privateKey);
   }
-  [[nodiscard]] std::size_t found(Dictionary query) const {
+  [[nodiscard]] std::optional<kvl::Error> deleteKeys() const {
+    return kvl::notary::deleteKeys(*store);
+  }
+  [[nodiscard]] std::size_t found(const Dictionary& query) const { return found(query, *store); }
+  static std::size_t found(Dictionary query, KeyStore& where) {
     query.set(kSecMatchLimit, kSecMatchLimitAll);
     std::vector<kvl::KeyRef> keys;
-    return SecItemCopyMatching(*store, query, keys) == kvl::kSuccess ? keys.size() : 0;
+    return SecItemCopyMatching(where, query, keys) == kvl::kSuccess ? keys.size() : 0;
   }
   // Matches both halves of the pair.
   static Dictionary anyKeyQuery() {
@@ -76,13 +83,13 @@ TEST_F(KeychainTest, QueryIsNewOnEachCall) {
 }
 
 TEST_F(KeychainTest, DeletingNothingIsNoError) {
-  EXPECT_FALSE(KVLNotary::deleteKeys());
+  EXPECT_FALSE(deleteKeys());
 }
 
 TEST_F(KeychainTest, CreatedKeysAreFoundAndBothHalvesDeleted) {
   kvl::KeyRef publicKey;
   kvl::KeyRef privateKey;
-  ASSERT_FALSE(KVLNotary::createKeysPublic(&publicKey, &privateKey));
+  ASSERT_FALSE(createKeys(&publicKey, &privateKey));
   EXPECT_EQ(publicKey->keyClass(), kvl::Key::Class::publicKey);
   EXPECT_EQ(privateKey->keyClass(), kvl::Key::Class::privateKey);
   EXPECT_EQ(privateKey->sizeInBits(), 2048);
@@ -90,20 +97,20 @@ TEST_F(KeychainTest, CreatedKeysAreFoundAndBothHalvesDeleted) {
   EXPECT_EQ(privateKey.use_count(), 1);
   EXPECT_EQ(found(KVLNotary::keyQuery()), 1U);
   EXPECT_EQ(found(anyKeyQuery()), 2U);
-  ASSERT_FALSE(KVLNotary::deleteKeys());
+  ASSERT_FALSE(deleteKeys());
   EXPECT_EQ(found(KVLNotary::keyQuery()), 0U);
   EXPECT_EQ(found(anyKeyQuery()), 0U);
 }
 
 TEST_F(KeychainTest, SlotsThatAreNotGivenAreNotFilled) {
   kvl::KeyRef privateKey;
-  EXPECT_FALSE(KVLNotary::createKeysPublic(nullptr, &privateKey));
+  EXPECT_FALSE(createKeys(nullptr, &privateKey));
   EXPECT_NE(privateKey, nullptr);
-  EXPECT_FALSE(KVLNotary::createKeysPublic(nullptr, nullptr));
+  EXPECT_FALSE(createKeys(nullptr, nullptr));
 }
 
 TEST_F(KeychainTest, StoredKeysCarryLabelCommentAndDescription) {
-  ASSERT_FALSE(KVLNotary::createKeysPublic(nullptr, nullptr));
+  ASSERT_FALSE(createKeys(nullptr, nullptr));
   EXPECT_EQ(store->last->tag, kIdentifier);
   EXPECT_EQ(store->last->label, "org.example.KeychainTest (Client certificate key)");
   EXPECT_EQ(store->last->comment, "This is safe to delete. A key will be recreated as needed.");
@@ -114,25 +121,35 @@ TEST_F(KeychainTest, FailedCreationLeavesTheSlotsAlone) {
   store->status = -25308;
   kvl::KeyRef publicKey;
   kvl::KeyRef privateKey;
-  EXPECT_EQ(KVLNotary::createKeysPublic(&publicKey, &privateKey),
-            kvl::Error(kvl::NSOSStatusErrorDomain, -25308));
+  EXPECT_EQ(createKeys(&publicKey, &privateKey), kvl::Error(kvl::NSOSStatusErrorDomain, -25308));
   EXPECT_EQ(publicKey, nullptr);
   EXPECT_EQ(privateKey, nullptr);
 }
 
 TEST_F(KeychainTest, FailedDeletionNamesTheCall) {
   store->status = -25308;
-  EXPECT_EQ(KVLNotary::deleteKeys(),
+  EXPECT_EQ(deleteKeys(),
             kvl::Error(kvl::NSOSStatusErrorDomain, -25308, {{"call", "SecItemDelete"}}));
 }
 
 TEST_F(KeychainTest, KeysOfOtherHostsStay) {
-  ASSERT_FALSE(KVLNotary::createKeysPublic(nullptr, nullptr));
+  ASSERT_FALSE(createKeys(nullptr, nullptr));
   kvl::setHostIdentifier("org.example.Other");
   EXPECT_EQ(found(anyKeyQuery()), 0U);
-  EXPECT_FALSE(KVLNotary::deleteKeys());
+  EXPECT_FALSE(deleteKeys());
   kvl::setHostIdentifier(kIdentifier);
   EXPECT_EQ(found(anyKeyQuery()), 2U);
+}
+
+// Those that hosts call.
+TEST_F(KeychainTest, PublicOperationsUseTheProcessesKeyStore) {
+  const kvltest::SessionBusVariable none("");
+  kvl::KeyRef privateKey;
+  ASSERT_FALSE(KVLNotary::createKeysPublic(nullptr, &privateKey));
+  EXPECT_NE(privateKey, nullptr);
+  EXPECT_EQ(found(anyKeyQuery(), *defaultKeyStore()), 2U);
+  EXPECT_FALSE(KVLNotary::deleteKeys());
+  EXPECT_EQ(found(anyKeyQuery(), *defaultKeyStore()), 0U);
 }
 
 }  // namespace

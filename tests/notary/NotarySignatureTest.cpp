@@ -1,5 +1,5 @@
 #include "notary/NotarySignatureImplementation.h"
-#include "platform/core/Clock.h"
+#include "platform/environment/Environment.h"
 #include "platform/security/Operations.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/MadeCertificate.h"
@@ -20,15 +20,15 @@ const Date kNow(8.0e8);
 
 class NotarySignatureTest : public testing::TestWithParam<kvl::SystemVersion> {
  protected:
-  NotarySignatureTest() {
-    kvl::core::setWallClock([] { return kNow; });
-    kvl::setSystemVersion(GetParam());
+  NotarySignatureTest() { kvl::setSystemVersion(GetParam()); }
+  ~NotarySignatureTest() override { kvl::setSystemVersion(kvl::kDefaultSystemVersion); }
+
+  static std::shared_ptr<const kvl::Environment> standingStill() {
+    auto environment = std::make_shared<kvl::Environment>();
+    environment->now = [] { return kNow; };
+    return environment;
   }
-  ~NotarySignatureTest() override {
-    kvl::core::setWallClock(nullptr);
-    kvl::setSystemVersion(kvl::kDefaultSystemVersion);
-  }
-  KVLNotarySignature signature;
+  KVLNotarySignature signature{standingStill()};
 };
 
 INSTANTIATE_TEST_SUITE_P(BothSidesOf15, NotarySignatureTest,

@@ -1,3 +1,5 @@
+#include "platform/core/NoDestructor.h"
+#include "platform/environment/Environment.h"
 #include "platform/ipc/ServiceConnection.h"
 #include "platform/security/KeyStore.h"
 #include "platform/security/OpenSSLAccess.h"
@@ -70,17 +72,12 @@ class NotaryTest : public testing::Test {
  protected:
   NotaryTest() {
     kvl::setHostIdentifier("org.example.NotaryTest");
-    kvl::security::setDefaultKeyStore(kvl::security::makeMemoryKeyStore());
-    kvl::ipc::setServiceConnectionFactory([this](const std::string& name) {
-      serviceName = name;
-      return std::make_shared<ScriptedConnection>(script);
-    });
+    current = this;
     unsetenv("korvale_vandrel_notary_minimum");
   }
   ~NotaryTest() override {
     unsetenv("korvale_vandrel_notary_minimum");
-    kvl::ipc::setServiceConnectionFactory(nullptr);
-    kvl::security::setDefaultKeyStore(nullptr);
+    current = nullptr;
     kvl::setHostIdentifier("");
     kvl::setSystemVersion(kvl::kDefaultSystemVersion);
   }
@@ -101,8 +98,21 @@ class NotaryTest : public testing::Test {
 
   // One notary for all tests that need no fresh one: making keys takes time.
   static std::shared_ptr<KVLNotary> shared() {
-    static const auto& notary = *new auto(KVLNotary::notaryWithPath(std::nullopt));
-    return notary;
+    static const kvl::NoDestructor<std::shared_ptr<KVLNotary>> notary(
+        std::make_shared<KVLNotary>(std::nullopt, surroundings()));
+    return *notary;
+  }
+
+  // Keys in memory, and connections that follow the script of the running test.
+  static std::shared_ptr<const kvl::Environment> surroundings(
+      std::shared_ptr<kvl::security::KeyStore> store = kvl::security::makeMemoryKeyStore()) {
+    auto environment = std::make_shared<kvl::Environment>();
+    environment->keyStore = [store = std::move(store)] { return store; };
+    environment->serviceConnection = [](const std::string& name) {
+      current->serviceName = name;
+      return std::make_shared<ScriptedConnection>(current->script);
+    };
+    return environment;
   }
 
   // A certificate for the notary's own key, so that an identity can be made.
@@ -115,15 +125,17 @@ class NotaryTest : public testing::Test {
     return kvl::security::makeCertificate(certificate)->pem();
   }
 
+  static inline NotaryTest* current = nullptr;
   Script script;
   std::string serviceName;
+  const std::shared_ptr<const kvl::Environment> environment = surroundings();
   const kvltest::LogCapture log;
 };
 
 const Array kURLs{"https://127.0.0.1:4321/"};
 
 TEST_F(NotaryTest, MakesKeysAndRequestAtItsCreation) {
-  const KVLNotary notary;
+  const KVLNotary notary(std::nullopt, environment);
   ASSERT_NE(notary.privateKey(), nullptr);
   ASSERT_NE(notary.publicKey(), nullptr);
   EXPECT_EQ(notary.path(), std::nullopt);
@@ -136,19 +148,19 @@ TEST_F(NotaryTest, MakesKeysAndRequestAtItsCreation) {
 TEST_F(NotaryTest, DestructionDeletesTheKeysButKeepsTheReferences) {
   std::weak_ptr<const kvl::Key> watch;
   {
-    const KVLNotary notary;
+    const KVLNotary notary(std::nullopt, environment);
     watch = notary.privateKey();
   }
   EXPECT_FALSE(watch.expired());
   std::vector<kvl::security::StoredKey> keys;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  (void)kvl::security::defaultKeyStore()->find("org.example.NotaryTest", keys, deadline);
+  (void)environment->keyStore()->find("org.example.NotaryTest", keys, deadline);
   EXPECT_TRUE(keys.empty());
 }
 
 TEST_F(NotaryTest, HostWithoutAnIdentifierGetsALogLineAndNoKeys) {
   kvl::setHostIdentifier("");
-  KVLNotary notary;
+  KVLNotary notary(std::nullopt, environment);
   EXPECT_EQ(notary.privateKey(), nullptr);
   EXPECT_EQ(notary.pemCertificateSigningRequest(), std::nullopt);
   EXPECT_EQ(log.count("no host identifier"), 1U);
@@ -176,9 +188,8 @@ class RefusingStore final : public kvl::security::KeyStore {
 };
 
 TEST_F(NotaryTest, KeyStoreFailuresAreLoggedAndCostTheKeys) {
-  kvl::security::setDefaultKeyStore(std::make_shared<RefusingStore>());
   {
-    const KVLNotary notary;
+    const KVLNotary notary(std::nullopt, surroundings(std::make_shared<RefusingStore>()));
     EXPECT_EQ(notary.privateKey(), nullptr);
     EXPECT_EQ(notary.pemCertificateSigningRequest(), std::nullopt);
   }
@@ -292,7 +303,7 @@ TEST_F(NotaryTest, ReplyWithoutURLsSaysNull) {
 }
 
 TEST_F(NotaryTest, GoodReplyMakesAWholeSignature) {
-  KVLNotary fresh;
+  KVLNotary fresh(std::nullopt, environment);
   const auto anchor = kvltest::certificateEnding(kvl::Date::now().adding(5000));
   script.reply =
       Dictionary{{"url", kURLs}, {"anchor", anchor->pem()}, {"certificate", certificateFor(fresh)}};
@@ -306,7 +317,7 @@ TEST_F(NotaryTest, GoodReplyMakesAWholeSignature) {
 }
 
 TEST_F(NotaryTest, EmptyAnchorGivesASignatureWithoutAnchorButWithIdentity) {
-  KVLNotary fresh;
+  KVLNotary fresh(std::nullopt, environment);
   script.reply = Dictionary{{"url", kURLs}, {"anchor", ""}, {"certificate", certificateFor(fresh)}};
   const auto signature = notarise(fresh).signature;
   ASSERT_NE(signature, nullptr);
@@ -375,7 +386,7 @@ TEST_F(NotaryTest, KeysOfRequestAndReplyAreWritable) {
 
 TEST_F(NotaryTest, NotaryMayBeDestroyedInsideItsOwnHandler) {
   script.reply = Dictionary{{"url", kURLs}};
-  auto notary = KVLNotary::notaryWithPath("p");
+  auto notary = std::make_shared<KVLNotary>("p", environment);
   auto* raw = notary.get();
   bool called = false;
   raw->notariseWithCompletionHandler([&](auto&&...) {
@@ -388,8 +399,12 @@ TEST_F(NotaryTest, NotaryMayBeDestroyedInsideItsOwnHandler) {
 // Runs in a process of its own, since the shared notary is made once.
 void showSharedNotary(const char* path) {
   path != nullptr ? setenv("korvale_vandrel_notary", path, 1) : unsetenv("korvale_vandrel_notary");
-  kvl::setLogSink(
-      [](std::string_view line) { fprintf(stderr, "%s\n", std::string(line).c_str()); });
+  // Without an identifier it makes no keys, which would go to the process's key store.
+  kvl::setHostIdentifier("");
+  kvl::setLogSink([](std::string_view line) {
+    if (line.starts_with("no host identifier")) return;
+    fprintf(stderr, "%s\n", std::string(line).c_str());
+  });
   const auto notary = KVLNotary::sharedNotary();
   if (notary != KVLNotary::sharedNotary()) _exit(1);
   fprintf(stderr, "path=%s.\n", kvl::describe(notary->path()).c_str());

@@ -12,24 +12,16 @@ TEST(DefaultKeyStoreTest, IsOneForTheProcess) {
   EXPECT_EQ(defaultKeyStore(), defaultKeyStore());
 }
 
-TEST(DefaultKeyStoreTest, CanBeReplacedAndRestored) {
-  const std::shared_ptr<KeyStore> other = makeMemoryKeyStore();
-  setDefaultKeyStore(other);
-  EXPECT_EQ(defaultKeyStore(), other);
-  setDefaultKeyStore(nullptr);
-  EXPECT_NE(defaultKeyStore(), other);
-}
-
 TEST(DefaultKeyStoreTest, WorksWithoutABusAtOnce) {
   const kvltest::SessionBusVariable none("");
   kvltest::LogCapture log;
   const std::string tag = kvltest::uniqueTag();
+  const std::shared_ptr<KeyStore> store = makeDefaultKeyStore();
   const Deadline deadline = soon(kKeyStoreTimeLimit);
-  EXPECT_EQ(defaultKeyStore()->add(kvltest::storedKey(tag), deadline), kSuccess);
-  EXPECT_EQ(defaultKeyStore()->remove(tag, std::nullopt, deadline), kSuccess);
+  EXPECT_EQ(store->add(kvltest::storedKey(tag), deadline), kSuccess);
+  EXPECT_EQ(store->remove(tag, std::nullopt, deadline), kSuccess);
   EXPECT_LT(std::chrono::steady_clock::now(), deadline);
   EXPECT_EQ(log.lines().size(), 1U);
-  setDefaultKeyStore(nullptr);
 }
 
 TEST(DefaultKeyStoreTest, PrefersTheSecretService) {
@@ -38,12 +30,11 @@ TEST(DefaultKeyStoreTest, PrefersTheSecretService) {
   const kvltest::SessionBusVariable variable(bus.address());
   kvltest::LogCapture log;
   const std::string tag = kvltest::uniqueTag();
-  ASSERT_EQ(defaultKeyStore()->add(kvltest::storedKey(tag), soon()), kSuccess);
+  ASSERT_EQ(makeDefaultKeyStore()->add(kvltest::storedKey(tag), soon()), kSuccess);
   std::vector<StoredKey> keys;
   ASSERT_EQ(makeSecretServiceKeyStore()->find(tag, keys, soon()), kSuccess);
   EXPECT_EQ(keys.size(), 1U);
   EXPECT_TRUE(log.lines().empty());
-  setDefaultKeyStore(nullptr);
 }
 
 }  // namespace

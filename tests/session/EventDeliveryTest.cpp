@@ -59,8 +59,7 @@ class SlowDelegate final : public KVLSessionDelegate {
 class EventDeliveryTest : public SessionFixture {
  protected:
   void SetUp() override {
-    session = KVLSession::sessionWithNotary(notary, slow);
-    session->setQueue(queue);
+    session = KVLSession::sessionWithNotary(notary, slow, surroundings());
     establish();
     session->setEventStreamSource("events");
   }

@@ -1,6 +1,7 @@
 // A session with a notary, a queue and an HTTPS session object that the test drives.
 #pragma once
 
+#include "platform/environment/Environment.h"
 #include "tests/support/DrivenQueue.h"
 #include "tests/support/FakeNotary.h"
 #include "tests/support/FakeURLSession.h"
@@ -62,9 +63,14 @@ class SessionFixture : public testing::Test {
     }
   }
 
-  void create() {
-    session = KVLSession::sessionWithNotary(notary, recorder);
-    session->setQueue(queue);
+  void create() { session = KVLSession::sessionWithNotary(notary, recorder, surroundings()); }
+
+  // The test's queue and clock.
+  [[nodiscard]] std::shared_ptr<const kvl::Environment> surroundings() const {
+    auto environment = std::make_shared<kvl::Environment>();
+    environment->now = [queue = queue] { return queue->wallTime(); };
+    environment->concurrentQueue = [queue = queue](const std::string&) { return queue; };
+    return environment;
   }
 
   // Establishes the session and puts the fake HTTPS session object in place.

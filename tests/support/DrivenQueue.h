@@ -1,8 +1,6 @@
 // A queue whose time stands still until the test moves it.
 #pragma once
 
-#include "platform/core/Clock.h"
-
 #include <local/platform/Date.h>
 #include <local/platform/DispatchQueue.h>
 
@@ -15,16 +13,11 @@
 
 namespace kvltest {
 
-// While it lives, it also drives the wall clock: both move together. Blocks run inside the calls
-// of the test, on the test's thread.
+// It has a wall clock that moves with it, for the test to hand in. Blocks run inside the calls of
+// the test, on the test's thread.
 class DrivenQueue final : public kvl::DispatchQueue {
  public:
   using Nanoseconds = std::chrono::nanoseconds;
-
-  DrivenQueue() {
-    kvl::core::setWallClock([this] { return wallTime(); });
-  }
-  ~DrivenQueue() override { kvl::core::setWallClock(nullptr); }
 
   void async(Block block) override { asyncAfter(Nanoseconds::zero(), std::move(block)); }
 

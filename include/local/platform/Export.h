@@ -4,6 +4,9 @@
 
 #if defined(__GNUC__)
 #define KVL_EXPORT __attribute__((visibility("default")))
+/// A member of an exported class that is the framework's own.
+#define KVL_INTERNAL __attribute__((visibility("hidden")))
 #else
 #define KVL_EXPORT
+#define KVL_INTERNAL
 #endif

@@ -1,0 +1,49 @@
+// What the framework's parts get from outside: clock, key store, notary transport, HTTPS session
+// objects, queues and limits.
+#pragma once
+
+#include "platform/ipc/ServiceConnection.h"
+#include "platform/security/KeyStore.h"
+
+#include <local/platform/Date.h>
+#include <local/platform/DispatchQueue.h>
+#include <local/platform/URLSession.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace kvl {
+
+// Handed to notaries and sessions when they are made, and by them to what they make; constant from
+// then on. Hosts get the process's own. A test makes one, replaces members, and needs no setter for
+// the whole process. The functions may be called from any thread.
+struct Environment {
+  using QueueFactory = std::function<std::shared_ptr<DispatchQueue>(std::string label)>;
+  using URLSessionFactory = std::function<std::shared_ptr<URLSession>(
+      URLSessionConfiguration, std::weak_ptr<URLSessionDelegate>)>;
+
+  struct Limits {
+    // The longest silence that an event stream may keep before it is opened again.
+    std::chrono::nanoseconds eventStreamSilence = std::chrono::hours(1);
+    // Until the next notarisation: after a recoverable error, after any other outcome without a
+    // usable expiry, and after a forced disconnect.
+    std::chrono::seconds recoverableDelay{5};
+    std::chrono::seconds defaultDelay{15};
+    std::chrono::seconds reconnectionDelay{1};
+  };
+
+  // The process's own: all members as they stand here. Never destroyed.
+  [[nodiscard]] static const std::shared_ptr<const Environment>& process();
+
+  std::function<Date()> now = Date::now;
+  std::function<std::shared_ptr<security::KeyStore>()> keyStore = security::defaultKeyStore;
+  ipc::ServiceConnectionFactory serviceConnection = ipc::makeServiceConnection;
+  URLSessionFactory urlSession = URLSession::create;
+  QueueFactory serialQueue = DispatchQueue::serial;
+  QueueFactory concurrentQueue = DispatchQueue::concurrent;
+  Limits limits;
+};
+
+}  // namespace kvl
