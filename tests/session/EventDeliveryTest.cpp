@@ -1,8 +1,9 @@
 // Events reach the delegate in order and one batch at a time, whatever queues they come on.
 #include "tests/session/SessionFixture.h"
 
-#include <condition_variable>
-#include <mutex>
+#include <local/platform/Mutex.h>
+
+#include <chrono>
 
 namespace {
 
@@ -13,47 +14,49 @@ class SlowDelegate final : public KVLSessionDelegate {
  public:
   void eventStream(KVLSession& /*session*/,
                    const std::vector<std::shared_ptr<KVLEvent>>& events) override {
-    std::unique_lock lock(mutex_);
+    kvl::MutexLock lock(mutex_);
     ++running_;
     overlapped_ = overlapped_ || running_ > 1;
     for (const auto& event : events) identifiers_.push_back(event->identifier().value_or("none"));
-    changed_.notify_all();
-    changed_.wait(lock, [this] { return allowed_ > 0; });
+    changed_.notifyAll();
+    while (allowed_ == 0) changed_.wait(lock);
     --allowed_;
     --running_;
   }
 
   void letOneGo() {
-    std::lock_guard lock(mutex_);
+    kvl::MutexLock lock(mutex_);
     ++allowed_;
-    changed_.notify_all();
+    changed_.notifyAll();
   }
   void waitForCalls(std::size_t count) {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return identifiers_.size() >= count; });
+    kvl::MutexLock lock(mutex_);
+    while (identifiers_.size() < count) changed_.wait(lock);
   }
   // Gives a call that must not come some time to come.
   [[nodiscard]] bool isCalledAgainSoon(std::size_t count) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(50),
-                             [&] { return identifiers_.size() >= count; });
+    kvl::MutexLock lock(mutex_);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    while (identifiers_.size() < count && changed_.waitUntil(lock, deadline)) {
+    }
+    return identifiers_.size() >= count;
   }
   [[nodiscard]] std::vector<std::string> identifiers() {
-    std::lock_guard lock(mutex_);
+    kvl::MutexLock lock(mutex_);
     return identifiers_;
   }
   [[nodiscard]] bool overlapped() {
-    std::lock_guard lock(mutex_);
+    kvl::MutexLock lock(mutex_);
     return overlapped_;
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<std::string> identifiers_;
-  int running_ = 0;
-  int allowed_ = 0;
-  bool overlapped_ = false;
+  kvl::Mutex mutex_;
+  kvl::Condition changed_;
+  std::vector<std::string> identifiers_ KVL_GUARDED_BY(mutex_);
+  int running_ KVL_GUARDED_BY(mutex_) = 0;
+  int allowed_ KVL_GUARDED_BY(mutex_) = 0;
+  bool overlapped_ KVL_GUARDED_BY(mutex_) = false;
 };
 
 class EventDeliveryTest : public SessionFixture {

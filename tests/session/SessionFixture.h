@@ -65,11 +65,12 @@ class SessionFixture : public testing::Test {
 
   void create() { session = KVLSession::sessionWithNotary(notary, recorder, surroundings()); }
 
-  // The test's queue and clock.
+  // The test's queue and clock, and HTTPS session objects that send nothing.
   [[nodiscard]] std::shared_ptr<const kvl::Environment> surroundings() const {
     auto environment = std::make_shared<kvl::Environment>();
     environment->now = [queue = queue] { return queue->wallTime(); };
     environment->concurrentQueue = [queue = queue](const std::string&) { return queue; };
+    environment->urlSession = [](auto&&...) { return std::make_shared<FakeURLSession>(); };
     return environment;
   }
 
