@@ -1,4 +1,8 @@
+// Certificates: what they tell of themselves, their encodings, and what can be done with them apart
+// from trusting them.
 #include "platform/security/OpenSSLAccess.h"
+#include "platform/security/Operations.h"
+#include "platform/security/PEMSequence.h"
 
 #include <local/platform/Log.h>
 #include <local/platform/Security.h>
@@ -12,25 +16,11 @@ namespace security {
 
 struct CertificateMaterial {
   OpenSSLPtr<X509> certificate;
+
+  static const CertificateMaterial& of(const Certificate& owner) noexcept {
+    return *owner.material_;
+  }
 };
-
-X509* nativeCertificate(const Certificate& certificate) noexcept {
-  return certificate.material().certificate.get();
-}
-
-CertificateRef makeCertificate(X509* adopted) {
-  OpenSSLPtr<X509> certificate(adopted);
-  return std::make_shared<const Certificate>(
-      std::unique_ptr<const CertificateMaterial>(new CertificateMaterial{std::move(certificate)}));
-}
-
-CertificateRef decodeCertificate(std::span<const std::uint8_t> der) {
-  const ErrorQueueMark mark;
-  const unsigned char* next = der.data();
-  OpenSSLPtr<X509> certificate(d2i_X509(nullptr, &next, static_cast<long>(der.size())));
-  if (!certificate || next != der.data() + der.size()) return nullptr;
-  return makeCertificate(certificate.release());
-}
 
 namespace {
 
@@ -107,4 +97,64 @@ std::string Certificate::description() const {
                 notValidAfter());
 }
 
+namespace security {
+namespace {
+
+// The second label is an old form of the first (RFC 7468, section 5.1).
+bool isCertificate(const PEMBlock& block) {
+  return block.label == "CERTIFICATE" || block.label == "X509 CERTIFICATE";
+}
+
+CertificateRef decodeBlock(const PEMBlock& block) {
+  if (!block.complete) return nullptr;
+  const std::optional<Bytes> der = decodeBase64(block.body);
+  return der ? decodeCertificate(*der) : nullptr;
+}
+
+}  // namespace
+
+X509* nativeCertificate(const Certificate& certificate) noexcept {
+  return CertificateMaterial::of(certificate).certificate.get();
+}
+
+CertificateRef makeCertificate(X509* adopted) {
+  OpenSSLPtr<X509> certificate(adopted);
+  return std::make_shared<const Certificate>(
+      std::unique_ptr<const CertificateMaterial>(new CertificateMaterial{std::move(certificate)}));
+}
+
+CertificateRef decodeCertificate(std::span<const std::uint8_t> der) {
+  const ErrorQueueMark mark;
+  const unsigned char* next = der.data();
+  OpenSSLPtr<X509> certificate(d2i_X509(nullptr, &next, static_cast<long>(der.size())));
+  if (!certificate || next != der.data() + der.size()) return nullptr;
+  return makeCertificate(certificate.release());
+}
+
+Status SecItemImportCertificates(std::string_view pem, std::vector<CertificateRef>& certificates) {
+  keepOpenSSLUntilTheEnd();
+  const std::vector<PEMBlock> blocks = splitPEM(pem);
+  if (blocks.empty()) return errSecUnknownFormat;
+  std::vector<CertificateRef> decoded;
+  for (const PEMBlock& block : blocks) {
+    if (!isCertificate(block)) continue;
+    decoded.push_back(decodeBlock(block));
+    if (!decoded.back()) return errSecDecode;
+  }
+  certificates = std::move(decoded);
+  return kSuccess;
+}
+
+std::optional<Dictionary> SecCertificateCopyValues(const Certificate& certificate,
+                                                   std::string_view key) {
+  Dictionary values;
+  if (key != kSecOIDX509V1ValidityNotAfter) return values;
+  const std::optional<Date> end = certificate.notValidAfter();
+  if (!end) return std::nullopt;
+  const Dictionary entry{{kSecPropertyKeyValue, end->secondsSinceReferenceDate()}};
+  values.set(kSecOIDX509V1ValidityNotAfter, entry);
+  return values;
+}
+
+}  // namespace security
 }  // namespace kvl

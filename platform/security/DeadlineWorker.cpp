@@ -11,17 +11,17 @@ struct DeadlineWorker::Task {
   Job job;
   ObjectPtr<GCancellable> cancellable{g_cancellable_new()};
   Status status = errSecNotAvailable;
-  bool ended = false;
+  bool ended = false;  // guarded by the worker's mutex
 };
 
 DeadlineWorker::~DeadlineWorker() {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     ending_ = true;
     waiting_.clear();
     if (current_) g_cancellable_cancel(current_->cancellable.get());
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   if (thread_.joinable()) thread_.join();
 }
 
@@ -39,16 +39,19 @@ bool DeadlineWorker::ensureThread() {
 Status DeadlineWorker::run(Job job, Deadline deadline) {
   const auto task = std::make_shared<Task>();
   task->job = std::move(job);
-  std::unique_lock lock(mutex_);
-  waiting_.push_back(task);
-  if (!ensureThread()) {
+  {
+    MutexLock lock(mutex_);
+    waiting_.push_back(task);
+    if (!ensureThread()) {
+      std::erase(waiting_, task);
+      return errSecNotAvailable;
+    }
+    changed_.notifyAll();
+    while (!task->ended && changed_.waitUntil(lock, deadline)) {
+    }
+    if (task->ended) return task->status;
     std::erase(waiting_, task);
-    return errSecNotAvailable;
   }
-  changed_.notify_all();
-  if (changed_.wait_until(lock, deadline, [&] { return task->ended; })) return task->status;
-  std::erase(waiting_, task);
-  lock.unlock();
   g_cancellable_cancel(task->cancellable.get());
   return errSecNotAvailable;
 }
@@ -56,9 +59,9 @@ Status DeadlineWorker::run(Job job, Deadline deadline) {
 void DeadlineWorker::serve() {
   const GLibPtr<GMainContext> context(g_main_context_new());
   g_main_context_push_thread_default(context.get());
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   while (true) {
-    changed_.wait(lock, [&] { return ending_ || !waiting_.empty(); });
+    while (!ending_ && waiting_.empty()) changed_.wait(lock);
     if (ending_) break;
     current_ = std::move(waiting_.front());
     waiting_.pop_front();
@@ -71,7 +74,7 @@ void DeadlineWorker::serve() {
     lock.lock();
     current_.reset();
     task->ended = true;
-    changed_.notify_all();
+    changed_.notifyAll();
   }
   lock.unlock();
   g_main_context_pop_thread_default(context.get());

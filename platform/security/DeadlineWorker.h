@@ -3,12 +3,12 @@
 
 #include "platform/security/KeyStore.h"
 
+#include <local/platform/Mutex.h>
+
 #include <gio/gio.h>
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 namespace kvl::security {
@@ -33,17 +33,16 @@ class DeadlineWorker {
  private:
   struct Task;
 
-  // With the lock held.
-  [[nodiscard]] bool ensureThread();
+  [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
   void serve();
   void perform(Task& task);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::shared_ptr<Task>> waiting_;
-  std::shared_ptr<Task> current_;
-  bool ending_ = false;
-  std::thread thread_;
+  Mutex mutex_;
+  Condition changed_;
+  std::deque<std::shared_ptr<Task>> waiting_ KVL_GUARDED_BY(mutex_);
+  std::shared_ptr<Task> current_ KVL_GUARDED_BY(mutex_);
+  bool ending_ KVL_GUARDED_BY(mutex_) = false;
+  std::thread thread_ KVL_GUARDED_BY(mutex_);
 };
 
 }  // namespace kvl::security

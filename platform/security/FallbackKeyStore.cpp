@@ -1,21 +1,15 @@
 #include "platform/security/KeyStore.h"
 
 #include <local/platform/Log.h>
+#include <local/platform/Mutex.h>
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 namespace kvl::security {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// A store of the chain and how it did.
-struct Link {
-  std::shared_ptr<KeyStore> store;
-  Deadline pausedUntil = Deadline::min();
-};
 
 // Answers that the store itself stands behind; after any other one the next store is asked.
 bool isAnswer(Status status) {
@@ -30,15 +24,13 @@ Deadline shareOf(Deadline deadline, Clock::time_point now, bool isLast) {
 class FallbackKeyStore final : public KeyStore {
  public:
   FallbackKeyStore(std::vector<std::shared_ptr<KeyStore>> stores, std::chrono::milliseconds pause)
-      : pause_(pause) {
-    for (std::shared_ptr<KeyStore>& store : stores) links_.push_back({std::move(store)});
-  }
+      : pause_(pause), stores_(std::move(stores)), pausedUntil_(stores_.size(), Deadline::min()) {}
 
   std::string_view name() const noexcept override { return "key store"; }
 
   Status add(const StoredKey& key, Deadline deadline) override {
     Status status = errSecNotAvailable;
-    for (std::size_t i = 0; i < links_.size(); ++i) {
+    for (std::size_t i = 0; i < stores_.size(); ++i) {
       const Status answer =
           ask(i, deadline, [&](KeyStore& store, Deadline share) { return store.add(key, share); });
       if (answer == kSuccess) noteChoice(i);
@@ -74,7 +66,7 @@ class FallbackKeyStore final : public KeyStore {
   template <class Question>
   Status askAll(Deadline deadline, Question question) {
     Status best = errSecNotAvailable;
-    for (std::size_t i = 0; i < links_.size(); ++i) {
+    for (std::size_t i = 0; i < stores_.size(); ++i) {
       const Status answer = ask(i, deadline, question);
       if (best != kSuccess && isAnswer(answer)) best = answer;
     }
@@ -85,37 +77,38 @@ class FallbackKeyStore final : public KeyStore {
   Status ask(std::size_t index, Deadline deadline, Question question) {
     const Clock::time_point start = Clock::now();
     if (isPaused(index, start)) return errSecNotAvailable;
-    const Deadline share = shareOf(deadline, start, index + 1 == links_.size());
-    const Status answer = question(*links_[index].store, share);
+    const Deadline share = shareOf(deadline, start, index + 1 == stores_.size());
+    const Status answer = question(*stores_[index], share);
     if (answer == errSecNotAvailable && Clock::now() >= share) pause(index);
     return answer;
   }
 
   bool isPaused(std::size_t index, Clock::time_point now) {
-    const std::lock_guard lock(mutex_);
-    return now < links_[index].pausedUntil;
+    const MutexLock lock(mutex_);
+    return now < pausedUntil_[index];
   }
 
   void pause(std::size_t index) {
     {
-      const std::lock_guard lock(mutex_);
-      links_[index].pausedUntil = Clock::now() + pause_;
+      const MutexLock lock(mutex_);
+      pausedUntil_[index] = Clock::now() + pause_;
     }
-    log("key store: %@ does not answer", links_[index].store->name());
+    log("key store: %@ does not answer", stores_[index]->name());
   }
 
   void noteChoice(std::size_t index) {
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       if (std::exchange(chosen_, index) == index) return;
     }
-    log("key store: keys are kept in the %@", links_[index].store->name());
+    log("key store: keys are kept in the %@", stores_[index]->name());
   }
 
   const std::chrono::milliseconds pause_;
-  std::mutex mutex_;
-  std::vector<Link> links_;  // the stores are constant, the times are protected by mutex_
-  std::size_t chosen_ = 0;   // protected by mutex_
+  const std::vector<std::shared_ptr<KeyStore>> stores_;
+  Mutex mutex_;
+  std::vector<Deadline> pausedUntil_ KVL_GUARDED_BY(mutex_);  // of each store
+  std::size_t chosen_ KVL_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace

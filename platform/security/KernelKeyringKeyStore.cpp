@@ -1,13 +1,13 @@
 #include "platform/security/KernelKeyring.h"
 #include "platform/security/KeyPayload.h"
 #include "platform/security/KeyStore.h"
-#include "platform/security/StoredKeyRules.h"
+
+#include <local/platform/Mutex.h>
 
 #include <openssl/rand.h>
 
 #include <array>
 #include <cerrno>
-#include <mutex>
 
 namespace kvl::security {
 namespace {
@@ -132,7 +132,7 @@ class KernelKeyringKeyStore final : public KeyStore {
 
   Status add(const StoredKey& key, Deadline) override {
     if (const Status status = checkStorable(key); status != kSuccess) return status;
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     const Status status = statusOf(addPayload(ringName(key.tag), encodePayload(key)));
     if (status == errSecItemNotFound) return errSecNotAvailable;
     return status;
@@ -142,7 +142,7 @@ class KernelKeyringKeyStore final : public KeyStore {
               Deadline) override {
     std::vector<StoredKey> found;
     if (!tag || isUsableTag(*tag)) {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       std::vector<Serial> rings;
       if (const int error = findRings(tag, rings)) return statusOf(error);
       for (const Serial ring : rings) readRing(ring, found);
@@ -153,14 +153,14 @@ class KernelKeyringKeyStore final : public KeyStore {
 
   Status remove(std::string_view tag, std::optional<Key::Class> keyClass, Deadline) override {
     if (!isUsableTag(tag)) return errSecItemNotFound;
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     Serial ring = 0;
     const int error = kernel::findRing(ringName(tag), kernel::userKeyring(), ring);
     return error == 0 ? removeFrom(ring, keyClass) : statusOf(error);
   }
 
  private:
-  std::mutex mutex_;
+  Mutex mutex_;  // held for a whole operation: this process's own threads never interfere
 };
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "platform/security/KeyPayload.h"
 
-#include "platform/security/StoredKeyRules.h"
+#include "platform/security/KeyStore.h"
 
 #include <algorithm>
 #include <array>

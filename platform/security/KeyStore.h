@@ -27,6 +27,18 @@ struct StoredKey {
   WipedBytes encoded;
 };
 
+// Longest tag, label, comment and description in bytes, and longest encoding of a key. An RSA key
+// of 4096 bits needs 2.4 KB; the kernel keyring holds 32 KB in all.
+inline constexpr std::size_t kMaximumTextSize = 1024;
+inline constexpr std::size_t kMaximumKeySize = 16384;
+
+// What every store accepts, so that all behave alike: kSuccess; errSecParam for an empty tag, an
+// empty key, or a text that is not UTF-8 or holds NUL; errSecDataTooLarge beyond the sizes above.
+[[nodiscard]] Status checkStorable(const StoredKey& key);
+
+// Whether any key may be stored under this tag.
+[[nodiscard]] bool isUsableTag(std::string_view tag);
+
 using Deadline = std::chrono::steady_clock::time_point;
 
 // Thread-safe. Every call returns by its deadline, with errSecNotAvailable when the store did not
@@ -36,8 +48,8 @@ class KeyStore {
   virtual ~KeyStore() = default;
   // A short name for the log, such as "Secret Service".
   [[nodiscard]] virtual std::string_view name() const noexcept = 0;
-  // Never replaces a key. errSecParam: an empty tag or key, or a text that is not UTF-8 or holds
-  // NUL; errSecDataTooLarge: more than the store takes.
+  // Never replaces a key. Refuses what `checkStorable` refuses; errSecDataTooLarge also when the
+  // store is full.
   [[nodiscard]] virtual Status add(const StoredKey& key, Deadline deadline) = 0;
   // All keys of the tag, or of every tag that this framework stored when absent. None is a success
   // too; on failure `keys` stays as it was.

@@ -1,19 +1,19 @@
+#include "platform/core/NoDestructor.h"
 #include "platform/security/KeyStore.h"
-#include "platform/security/StoredKeyRules.h"
 
-#include <mutex>
+#include <local/platform/Mutex.h>
 
 namespace kvl::security {
 namespace {
 
-// The process's keys. Never destroyed: the last threads of a process may still use it.
+// The process's keys, which its last threads may still use while it exits.
 struct MemoryKeys {
-  std::mutex mutex;
-  std::vector<StoredKey> keys;
+  Mutex mutex;
+  std::vector<StoredKey> keys KVL_GUARDED_BY(mutex);
 };
 
 MemoryKeys& memoryKeys() {
-  static auto* const keys = new MemoryKeys;
+  static NoDestructor<MemoryKeys> keys;
   return *keys;
 }
 
@@ -23,7 +23,7 @@ class MemoryKeyStore final : public KeyStore {
 
   Status add(const StoredKey& key, Deadline) override {
     if (const Status status = checkStorable(key); status != kSuccess) return status;
-    const std::lock_guard lock(memory_.mutex);
+    const MutexLock lock(memory_.mutex);
     memory_.keys.push_back(key);
     return kSuccess;
   }
@@ -31,7 +31,7 @@ class MemoryKeyStore final : public KeyStore {
   Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
               Deadline) override {
     std::vector<StoredKey> found;
-    const std::lock_guard lock(memory_.mutex);
+    const MutexLock lock(memory_.mutex);
     for (const StoredKey& key : memory_.keys)
       if (!tag || key.tag == *tag) found.push_back(key);
     keys = std::move(found);
@@ -39,7 +39,7 @@ class MemoryKeyStore final : public KeyStore {
   }
 
   Status remove(std::string_view tag, std::optional<Key::Class> keyClass, Deadline) override {
-    const std::lock_guard lock(memory_.mutex);
+    const MutexLock lock(memory_.mutex);
     const auto removed = std::erase_if(memory_.keys, [&](const StoredKey& key) {
       return key.tag == tag && (!keyClass || key.keyClass == *keyClass);
     });

@@ -1,5 +1,7 @@
-// The OpenSSL objects inside keys and certificates, for the code that speaks TLS.
+// The OpenSSL objects inside keys and certificates, their encodings, and owners for such objects.
 #pragma once
+
+#include "platform/security/WipedBytes.h"
 
 #include <local/platform/Security.h>
 
@@ -51,6 +53,12 @@ void keepOpenSSLUntilTheEnd() noexcept;
 // Take over one reference. @pre the pointer is not null.
 [[nodiscard]] KeyRef makeKey(EVP_PKEY* adopted, Key::Class keyClass);
 [[nodiscard]] CertificateRef makeCertificate(X509* adopted);
+
+// A private key as PKCS#8 (RFC 5958), a public one as SubjectPublicKeyInfo (RFC 5280), both DER.
+// Empty when the key cannot be encoded.
+[[nodiscard]] WipedBytes encodeKey(const Key& key);
+// Null when the bytes are not exactly one key of that class.
+[[nodiscard]] KeyRef decodeKey(std::span<const std::uint8_t> bytes, Key::Class keyClass);
 
 // Null when the bytes are not exactly one DER certificate.
 [[nodiscard]] CertificateRef decodeCertificate(std::span<const std::uint8_t> der);

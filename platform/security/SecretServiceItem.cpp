@@ -1,6 +1,6 @@
 #include "platform/security/SecretServiceItem.h"
 
-#include "platform/security/StoredKeyRules.h"
+#include "platform/security/KeyStore.h"
 
 #include <cstring>
 

@@ -1,19 +1,79 @@
+// The evaluation of trust in a server: its chain is verified up to an anchor, its certificate is
+// compared with the host, and the faults found are judged.
 #include "platform/security/TrustEvaluation.h"
 
-#include "platform/security/HostCheck.h"
 #include "platform/security/OpenSSLAccess.h"
-#include "platform/security/TrustVerdict.h"
 
 #include <openssl/x509v3.h>
 
 #include <algorithm>
 
 namespace kvl {
-
-Trust::~Trust() = default;
-
 namespace security {
 namespace {
+
+struct AddressDeleter {
+  void operator()(ASN1_OCTET_STRING* address) const noexcept { ASN1_OCTET_STRING_free(address); }
+};
+
+bool isAddress(const std::string& host) {
+  return std::unique_ptr<ASN1_OCTET_STRING, AddressDeleter>(a2i_IPADDRESS(host.c_str())) != nullptr;
+}
+
+// Alternative names only: a common name is no host name (RFC 9525, 2).
+constexpr unsigned int kNameRules =
+    X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT;
+
+bool namesHost(const Certificate& certificate, const std::string& host) {
+  // OpenSSL takes no length for "measure it yourself", and an empty name matches nothing anyway.
+  return !host.empty() && X509_check_host(nativeCertificate(certificate), host.data(), host.size(),
+                                          kNameRules, nullptr) == 1;
+}
+
+// 0 when the certificate names the host, else X509_V_ERR_HOSTNAME_MISMATCH or, for an address,
+// X509_V_ERR_IP_ADDRESS_MISMATCH. `host` comes without brackets; a final dot does not count.
+int checkHost(const Certificate& certificate, std::string host) {
+  const ErrorQueueMark mark;
+  if (isAddress(host)) {
+    const bool matches = X509_check_ip_asc(nativeCertificate(certificate), host.c_str(), 0) == 1;
+    return matches ? X509_V_OK : X509_V_ERR_IP_ADDRESS_MISMATCH;
+  }
+  if (host.ends_with('.')) host.pop_back();
+  return namesHost(certificate, host) ? X509_V_OK : X509_V_ERR_HOSTNAME_MISMATCH;
+}
+
+// In the order of precedence.
+enum class Severity { fatal, chain, host };
+
+Severity severityOf(int error) {
+  switch (error) {
+    case X509_V_ERR_HOSTNAME_MISMATCH:
+    case X509_V_ERR_IP_ADDRESS_MISMATCH:
+      return Severity::host;
+    case X509_V_ERR_CERT_NOT_YET_VALID:
+    case X509_V_ERR_CERT_HAS_EXPIRED:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
+    case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
+    case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
+      return Severity::chain;
+    default:
+      return Severity::fatal;
+  }
+}
+
+TrustVerdict verdictOn(const TrustFault& fault) {
+  switch (severityOf(fault.error)) {
+    case Severity::fatal:
+      return {TrustResult::fatalFailure, fault.error, fault};
+    case Severity::chain:
+      return {TrustResult::recoverableFailure, fault.error, fault};
+    case Severity::host:
+      break;
+  }
+  return {TrustResult::recoverableFailure, CSSMERR_APPLETP_HOSTNAME_MISMATCH, fault};
+}
 
 using CertificateStack = OpenSSLPtr<STACK_OF(X509)>;
 
@@ -139,6 +199,14 @@ class ChainTrust final : public ServerTrust {
 
 }  // namespace
 
+TrustVerdict judge(const std::vector<TrustFault>& faults) {
+  if (faults.empty()) return {TrustResult::unspecified, 0, {}};
+  return verdictOn(
+      *std::min_element(faults.begin(), faults.end(), [](const TrustFault& a, const TrustFault& b) {
+        return severityOf(a.error) < severityOf(b.error);
+      }));
+}
+
 std::shared_ptr<ServerTrust> makeServerTrust(const std::vector<Data>& chain, std::string host) {
   std::vector<CertificateRef> certificates;
   for (const Data& der : chain) {
@@ -150,6 +218,8 @@ std::shared_ptr<ServerTrust> makeServerTrust(const std::vector<Data>& chain, std
 }
 
 }  // namespace security
+
+Trust::~Trust() = default;
 
 TrustRef Trust::trustForServer(const std::vector<Data>& certificates, std::string host) {
   return security::makeServerTrust(certificates, std::move(host));

@@ -1,4 +1,3 @@
-#include "platform/security/KeyEncoding.h"
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 #include "tests/security/CertificateFactory.h"

@@ -1,4 +1,4 @@
-#include "platform/security/TrustVerdict.h"
+#include "platform/security/TrustEvaluation.h"
 
 #include <gtest/gtest.h>
 

@@ -42,9 +42,9 @@ class KVL_EXPORT Key {
   [[nodiscard]] Class keyClass() const noexcept;
   [[nodiscard]] Type type() const noexcept;
   [[nodiscard]] int sizeInBits() const noexcept;
-  [[nodiscard]] const security::KeyMaterial& material() const noexcept { return *material_; }
 
  private:
+  friend struct security::KeyMaterial;
   std::unique_ptr<const security::KeyMaterial> material_;
 };
 using KeyRef = std::shared_ptr<const Key>;
@@ -72,11 +72,9 @@ class KVL_EXPORT Certificate {
   [[nodiscard]] std::string pem() const;
   /// One line for logs: subject, issuer and expiry.
   [[nodiscard]] std::string description() const;
-  [[nodiscard]] const security::CertificateMaterial& material() const noexcept {
-    return *material_;
-  }
 
  private:
+  friend struct security::CertificateMaterial;
   std::unique_ptr<const security::CertificateMaterial> material_;
 };
 using CertificateRef = std::shared_ptr<const Certificate>;

@@ -1,4 +1,7 @@
-#include "platform/security/StoredKeyRules.h"
+// What all key stores accept, and the store of the process.
+#include "platform/security/KeyStore.h"
+
+#include "platform/core/NoDestructor.h"
 
 #include <glib.h>
 
@@ -24,6 +27,17 @@ Status checkStorable(const StoredKey& key) {
 
 bool isUsableTag(std::string_view tag) {
   return !tag.empty() && tag.size() <= kMaximumTextSize && isUTF8(tag);
+}
+
+std::shared_ptr<KeyStore> makeDefaultKeyStore() {
+  return makeFallbackKeyStore(
+      {makeSecretServiceKeyStore(), makeKernelKeyringKeyStore(), makeMemoryKeyStore()});
+}
+
+std::shared_ptr<KeyStore> defaultKeyStore() {
+  // Never destroyed: a host's threads may delete their keys while the process exits.
+  static const NoDestructor<std::shared_ptr<KeyStore>> store(makeDefaultKeyStore());
+  return *store;
 }
 
 }  // namespace kvl::security
