@@ -51,8 +51,8 @@ void ReplyThread::Timer::Cancel::operator()(GSource* source) const noexcept {
 }
 
 ReplyThread& ReplyThread::shared() {
-  static ReplyThread& thread = *new ReplyThread;
-  return thread;
+  static NoDestructor<ReplyThread> thread;
+  return *thread;
 }
 
 ReplyThread::ReplyThread() : context_(g_main_context_new()), wakeUp_(makeWakeUpSource()) {
@@ -82,7 +82,7 @@ void ReplyThread::run() {
 
 void ReplyThread::post(Block block) {
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     blocks_.push_back(std::move(block));
   }
   g_source_set_ready_time(wakeUp_, 0);
@@ -91,7 +91,7 @@ void ReplyThread::post(Block block) {
 void ReplyThread::runPostedBlocks() {
   std::deque<Block> blocks;
   {
-    std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     blocks.swap(blocks_);
   }
   while (!blocks.empty()) {

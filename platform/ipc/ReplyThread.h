@@ -1,11 +1,14 @@
 // The thread on which every handler of the notary's channel runs.
 #pragma once
 
+#include "platform/core/NoDestructor.h"
+
+#include <local/platform/Mutex.h>
+
 #include <chrono>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 typedef struct _GMainContext GMainContext;
 typedef struct _GSource GSource;
@@ -44,6 +47,8 @@ class ReplyThread {
   void post(Block block);
 
  private:
+  friend class NoDestructor<ReplyThread>;
+
   ReplyThread();
   ~ReplyThread() = delete;
 
@@ -52,8 +57,8 @@ class ReplyThread {
 
   GMainContext* const context_;
   GSource* const wakeUp_;
-  std::mutex mutex_;
-  std::deque<Block> blocks_;  // protected by mutex_
+  Mutex mutex_;
+  std::deque<Block> blocks_ KVL_GUARDED_BY(mutex_);
 };
 
 }  // namespace kvl::ipc

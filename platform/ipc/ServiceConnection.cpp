@@ -1,11 +1,11 @@
 #include "platform/ipc/ServiceConnection.h"
 
-#include "platform/ipc/BusServiceConnection.h"
+#include "platform/ipc/BusTransport.h"
 
 namespace kvl::ipc {
 
 std::shared_ptr<ServiceConnection> makeServiceConnection(const std::string& serviceName) {
-  return std::make_shared<BusServiceConnection>(serviceName);
+  return makeBusConnection(serviceName);
 }
 
 }  // namespace kvl::ipc

@@ -1,6 +1,6 @@
 #include "tests/devservice/ProgramFixture.h"
 
-#include "platform/ipc/BusServiceConnection.h"
+#include "platform/ipc/BusTransport.h"
 #include "tests/devservice/MadeRequest.h"
 #include "tests/support/FolderWait.h"
 
@@ -75,10 +75,10 @@ std::string ProgramFixture::serviceURL() const {
 
 std::shared_ptr<CallRecorder> ProgramFixture::call(const std::optional<std::string>& path,
                                                    const kvl::Dictionary& request) {
-  kvl::ipc::BusServiceConnection connection(kNotaryName);
+  const auto connection = kvl::ipc::makeBusConnection(kNotaryName);
   auto recorder = CallRecorder::create();
-  connection.activate();
-  recorder->send(connection, path, request);
+  connection->activate();
+  recorder->send(*connection, path, request);
   recorder->waitForEnd();
   return recorder;
 }

@@ -15,7 +15,7 @@ namespace {
 
 using kvl::Dictionary;
 using kvl::Error;
-using kvl::ipc::BusServiceConnection;
+using kvl::ipc::ServiceConnection;
 using testing::ElementsAre;
 
 const Dictionary kHang{{"act", "hang"}};
@@ -33,7 +33,7 @@ TEST_F(ConnectionLifetimeTest, ConnectionClosesItselfInsideItsReplyHandler) {
     connection->suspend();
     connection->invalidate();
   });
-  const std::weak_ptr<BusServiceConnection> weak = std::exchange(connection, nullptr);
+  const std::weak_ptr<ServiceConnection> weak = std::exchange(connection, nullptr);
   ASSERT_TRUE(recorder->waitForEvents(2));
   EXPECT_THAT(recorder->events(), ElementsAre("reply", "invalidation"));
   // Settled once a later call has gone through: the handlers, which held the connection, are gone.
@@ -50,7 +50,7 @@ TEST_F(ConnectionLifetimeTest, ConnectionClosesItselfInsideItsErrorHandler) {
     connection->suspend();
     connection->invalidate();
   });
-  const std::weak_ptr<BusServiceConnection> weak = std::exchange(connection, nullptr);
+  const std::weak_ptr<ServiceConnection> weak = std::exchange(connection, nullptr);
   ASSERT_TRUE(recorder->waitForEvents(2));
   (void)callAndWait({});
   EXPECT_THAT(recorder->events(), ElementsAre("error", "invalidation"));
@@ -177,7 +177,7 @@ TEST_F(ConnectionLifetimeTest, ConnectionIsDroppedInsideItsOwnHandlers) {
     auto connection = makeConnection();
     connection->activate();
     // The only reference is the one that the handler drops while it runs.
-    auto holder = std::make_shared<std::shared_ptr<BusServiceConnection>>(connection);
+    auto holder = std::make_shared<std::shared_ptr<ServiceConnection>>(connection);
     recorder->send(*connection, std::nullopt, request, [holder] { holder->reset(); });
     connection.reset();
     recorder->waitForEnd();

@@ -2,7 +2,7 @@
 
 namespace kvltest {
 
-using kvl::ipc::BusServiceConnection;
+using kvl::ipc::ServiceConnection;
 
 void NotaryBusFixture::startNotary() {
   notary_ = ChildProcess({KVL_FAKE_NOTARY},
@@ -15,9 +15,8 @@ void NotaryBusFixture::makeNotaryActivatable(const std::string& command) {
   bus_.addService(kNotaryName, command);
 }
 
-std::shared_ptr<BusServiceConnection> NotaryBusFixture::makeConnection(
-    kvl::ipc::BusOptions options) {
-  return std::make_shared<BusServiceConnection>(kNotaryName, options);
+std::shared_ptr<ServiceConnection> NotaryBusFixture::makeConnection(kvl::ipc::BusOptions options) {
+  return kvl::ipc::makeBusConnection(kNotaryName, options);
 }
 
 std::shared_ptr<CallRecorder> NotaryBusFixture::callAndWait(const kvl::Dictionary& request,

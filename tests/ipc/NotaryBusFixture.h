@@ -1,7 +1,7 @@
 // A private session bus on which the channel's tests run, with a notary that obeys its requests.
 #pragma once
 
-#include "platform/ipc/BusServiceConnection.h"
+#include "platform/ipc/BusTransport.h"
 #include "tests/ipc/CallRecorder.h"
 #include "tests/support/PrivateBus.h"
 
@@ -21,7 +21,7 @@ class NotaryBusFixture : public testing::Test {
   // Has the bus start the notary when it is called.
   void makeNotaryActivatable(const std::string& command = KVL_FAKE_NOTARY);
 
-  [[nodiscard]] static std::shared_ptr<kvl::ipc::BusServiceConnection> makeConnection(
+  [[nodiscard]] static std::shared_ptr<kvl::ipc::ServiceConnection> makeConnection(
       kvl::ipc::BusOptions options = {});
   // Sends over a connection of its own, waits for the end and lets go of the connection.
   [[nodiscard]] static std::shared_ptr<CallRecorder> callAndWait(

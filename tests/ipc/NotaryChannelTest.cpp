@@ -157,7 +157,7 @@ TEST_F(NotaryChannelTest, OwnerOfAnotherUserNeverSeesTheRequest) {
 }
 
 TEST_F(NotaryChannelTest, NameWithoutTheObjectIsNoNotary) {
-  const auto connection = std::make_shared<kvl::ipc::BusServiceConnection>("org.freedesktop.DBus");
+  const auto connection = kvl::ipc::makeBusConnection("org.freedesktop.DBus");
   const auto recorder = CallRecorder::create();
   connection->activate();
   recorder->send(*connection, std::nullopt, {});

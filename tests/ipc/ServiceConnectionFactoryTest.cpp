@@ -1,4 +1,4 @@
-#include "platform/ipc/BusServiceConnection.h"
+#include "platform/ipc/CallConnection.h"
 #include "platform/ipc/ServiceConnection.h"
 
 #include <gtest/gtest.h>
@@ -6,11 +6,11 @@
 namespace kvltest {
 namespace {
 
-using kvl::ipc::BusServiceConnection;
+using kvl::ipc::CallConnection;
 using kvl::ipc::makeServiceConnection;
 
 TEST(ServiceConnectionFactoryTest, MakesTheRealChannel) {
-  EXPECT_NE(dynamic_cast<BusServiceConnection*>(makeServiceConnection("a.b").get()), nullptr);
+  EXPECT_NE(dynamic_cast<CallConnection*>(makeServiceConnection("a.b").get()), nullptr);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "platform/ipc/ValueVariant.h"
+#include "platform/ipc/NotaryMessage.h"
 
 #include <gtest/gtest.h>
 
