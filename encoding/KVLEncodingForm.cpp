@@ -17,7 +17,8 @@ namespace {
 using kvl::DataTaskHandler;
 
 // To the handler, or to the log without one.
-void fail(const kvl::Error& error, const DataTaskHandler& handler, std::string_view logPattern) {
+void reportFailure(const kvl::Error& error, const DataTaskHandler& handler,
+                   std::string_view logPattern) {
   if (handler) {
     handler(std::nullopt, nullptr, error);
   } else {
@@ -28,7 +29,7 @@ void fail(const kvl::Error& error, const DataTaskHandler& handler, std::string_v
 void openAction(const kvl::String& action, const DataTaskHandler& handler) {
   if (kvl::openURL(action)) return;
   const kvl::Error error(KVLEncoding::KVLEncodingErrorDomain, 400, {{"error opening URL", action}});
-  fail(error, handler, "error performing action: %@");
+  reportFailure(error, handler, "error performing action: %@");
 }
 
 std::string upperCased(std::string_view method) {
@@ -38,8 +39,9 @@ std::string upperCased(std::string_view method) {
 }
 
 // The handler of a caller that gave none.
-void reportAnswer(const std::optional<kvl::Data>& /*body*/, const kvl::URLResponseRef& response,
-                  const std::optional<kvl::Error>& error) {
+void reportUnheardAnswer(const std::optional<kvl::Data>& /*body*/,
+                         const kvl::URLResponseRef& response,
+                         const std::optional<kvl::Error>& error) {
   if (error) {
     kvl::log("action error: %@", error);
     if (kvl::isMainThread()) kvl::presentError(*error);
@@ -75,11 +77,11 @@ void KVLEncoding::submitForm(DictionaryOrNone form,
   kvl::URLRequest request(action.text());
   const auto inputs = inputsOf(formWithAdditionalInputs(form, additionalInputs));
   if (const auto error = KVLExtensions::setHTTPBodyWithInputs(request, inputs))
-    return fail(*error, completionHandler, "error encoding inputs: %@");
+    return reportFailure(*error, completionHandler, "error encoding inputs: %@");
   setHeaderToAcceptRoot(request);
   const auto method = stringFromDictionary(form, "method");
   if (method && !method->empty()) request.setMethod(upperCased(*method));
-  if (!completionHandler) completionHandler = reportAnswer;
+  if (!completionHandler) completionHandler = reportUnheardAnswer;
   session.request(request, std::move(completionHandler));
 }
 

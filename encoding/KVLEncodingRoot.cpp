@@ -34,8 +34,8 @@ void reportUnencodable(const kvl::Error& error, const RootHandler& handler) {
   kvl::log("error encoding root: %@", error);
 }
 
-void reportAnswer(const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
-                  const std::optional<kvl::Error>& error, const RootHandler& handler) {
+void deliverRoot(const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
+                 const std::optional<kvl::Error>& error, const RootHandler& handler) {
   if (error) return handler(std::nullopt, response, error);
   if (!body) return handler(std::nullopt, response, std::nullopt);
   std::optional<kvl::Error> decodingError;
@@ -62,7 +62,7 @@ void KVLEncoding::submit(const kvl::Value& root, const RelativePath& relativePat
                   [handler = std::move(completionHandler)](const std::optional<kvl::Data>& body,
                                                            const kvl::URLResponseRef& response,
                                                            const std::optional<kvl::Error>& error) {
-                    if (handler) return reportAnswer(body, response, error, handler);
+                    if (handler) return deliverRoot(body, response, error, handler);
                     logAnswer(response, error);
                   });
 }

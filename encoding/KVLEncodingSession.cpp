@@ -1,11 +1,18 @@
-// Documents; ImageFetch.cpp has the images.
-#include "encoding/UnheardError.h"
+// Documents and images from the session: each fetch once with a handler and once waiting for it.
+#include "encoding/ContentTypeRole.h"
 #include "encoding/Waiting.h"
 
 #include <local/KVLEncodingSession.h>
+#include <local/KVLExtensionsImage.h>
 #include <local/platform/Log.h>
 
 namespace {
+
+// Stands in for a handler that the caller did not give.
+constexpr auto kLogError = [](const auto& /*result*/, const auto& /*response*/,
+                              const std::optional<kvl::Error>& error) {
+  if (error) kvl::log("request error: %@", error);
+};
 
 // On the main queue, unless the transfer itself failed.
 void deliverDocument(const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
@@ -31,11 +38,26 @@ kvl::Error wrongDocumentError(const std::optional<kvl::Value>& document, std::st
           {{kvl::NSLocalizedDescriptionKey, description}, {"URL", relativePath.text()}}};
 }
 
+bool asksForTemplate(const kvl::URLResponseRef& response) {
+  if (!response) return false;
+  const auto contentType = kvl::encoding::contentTypeOf(*response);
+  return contentType && kvl::encoding::hasTemplateRole(*contentType);
+}
+
+std::shared_ptr<kvl::Image> makeImage(const std::optional<kvl::Data>& body,
+                                      const kvl::URLResponseRef& response, kvl::Size size) {
+  auto image = body ? kvl::Image::imageWithData(*body) : nullptr;
+  if (!image) return nullptr;
+  if (size.width > 0 && size.height > 0) KVLExtensions::scaleImage(*image, size);
+  if (asksForTemplate(response)) image->setTemplate(true);
+  return image;
+}
+
 }  // namespace
 
 void KVLEncoding::jsonFromSession(KVLSession& session, const RelativePath& relativePath,
                                   DocumentHandler completionHandler) {
-  if (!completionHandler) completionHandler = kvl::encoding::kLogUnheardError;
+  if (!completionHandler) completionHandler = kLogError;
   kvl::URLRequest request(relativePath.text());
   setHeaderToAcceptRoot(request);
   session.request(request, [handler = std::move(completionHandler)](
@@ -60,4 +82,32 @@ void KVLEncoding::detail::reportWrongDocument(const std::optional<kvl::Value>& d
                                               const RelativePath& relativePath) {
   kvl::log("request error: %@",
            error ? *error : wrongDocumentError(document, required, relativePath));
+}
+
+void KVLEncoding::imageFromSession(KVLSession& session, const RelativePath& relativePath,
+                                   kvl::Size size, ImageHandler completionHandler) {
+  if (!completionHandler) completionHandler = kLogError;
+  kvl::URLRequest request(relativePath.text());
+  request.headers().set("Accept", "application/pdf;q=0.9,image/*;q=0.8");
+  session.request(request, [size, handler = std::move(completionHandler)](
+                               const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
+                               std::optional<kvl::Error> error) mutable {
+    auto image = makeImage(body, response, size);
+    kvl::DispatchQueue::main()->async([handler = std::move(handler), image = std::move(image),
+                                       response = std::move(response),
+                                       error = std::move(error)]() mutable {
+      handler(std::move(image), std::move(response), std::move(error));
+    });
+  });
+}
+
+std::shared_ptr<kvl::Image> KVLEncoding::imageFromSession(KVLSession& session,
+                                                          const RelativePath& relativePath,
+                                                          kvl::Size size, const WaitReason&,
+                                                          std::optional<kvl::Error>* error) {
+  return kvl::encoding::waitForFetch<std::shared_ptr<kvl::Image>>(
+      [&](ImageHandler handler) {
+        imageFromSession(session, relativePath, size, std::move(handler));
+      },
+      WaitReason("image from session/" + relativePath.text()), kvl::encoding::kLongestWait, error);
 }

@@ -1,12 +1,21 @@
+// Makes the body of a form request: first a part of each input, then all parts in one buffer, with
+// a boundary that occurs in none of them.
 #include "encoding/MultipartBody.h"
 
-#include "encoding/BoundarySearch.h"
-#include "encoding/MultipartPart.h"
+#include "encoding/Boundary.h"
 #include "platform/core/LargeMemory.h"
 
+#include <local/KVLEncoding.h>
 #include <local/KVLExtensions.h>
+#include <local/KVLExtensionsDateFormatter.h>
+#include <local/KVLInputFile.h>
+#include <local/platform/Data.h>
+#include <local/platform/Log.h>
 
+#include <algorithm>
 #include <cassert>
+#include <cstddef>
+#include <memory>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -14,7 +23,127 @@
 namespace kvl::encoding {
 namespace {
 
+using KVLExtensions::KVLExtensionsContentTypeOctetStream;
+
 constexpr std::string_view kHyphens = "--";
+
+// The bytes of one part are those of `head` and then those of `content`.
+struct MultipartPart {
+  std::string head;          // the header lines and the empty line
+  std::string_view content;  // what the input holds, or `file`
+  Data file;                 // kept here because the input's may be replaced meanwhile
+
+  [[nodiscard]] std::size_t size() const noexcept { return head.size() + content.size(); }
+};
+
+Error makeError(std::int64_t code, const Dictionary& userInfo) {
+  return {KVLExtensions::KVLExtensionsErrorDomain, code, userInfo};
+}
+
+Error missingName() {
+  return makeError(404, {{"missing value", "name"}});
+}
+
+Error malformedName(const String& name) {
+  return makeError(400, {{"malformed name", "contains double quote"}, {"name", name}});
+}
+
+// The type is that of the name, not of the value.
+Error unsupportedType(const String& name) {
+  return makeError(400, {{"unsupported type", "value"}, {"type", Value(name).typeName()}});
+}
+
+Error noBoundary() {
+  return makeError(400, {{"watchdog", "unable to derive unique boundary"}});
+}
+
+std::string disposition(std::string_view name) {
+  return format("Content-Disposition: form-data; name=\"%@\"", name);
+}
+
+std::string contentType(std::string_view type) {
+  return format("\nContent-Type: %@", type);
+}
+
+// A file as its properties were when its part was made.
+MultipartPart filePart(std::string_view name, const KVLInputFile& file) {
+  MultipartPart part;
+  part.head = disposition(name);
+  if (auto filename = file.filename().value_or(""); !filename.empty()) {
+    std::ranges::replace(filename, '"', '-');
+    part.head += format("; filename=\"%@\"", filename);
+  }
+  const auto type = file.contentType().value_or("");
+  part.head += contentType(type.empty() ? KVLExtensionsContentTypeOctetStream : type);
+  part.head += "\n\n";
+  part.file = file.data().value_or(Data());
+  part.content = part.file.text();
+  return part;
+}
+
+// Of a value that the inputs hold.
+MultipartPart dataPart(std::string_view name, const Value& value) {
+  const auto type = contentType(KVLExtensionsContentTypeOctetStream);
+  return {disposition(name) + type + "\n\n", value.data()->text(), {}};
+}
+
+MultipartPart textPart(std::string_view name, std::string_view content) {
+  return {disposition(name) + contentType("text/plain;charset=UTF-8") + "\n\n", content, {}};
+}
+
+// A text made for the part stands with its head.
+MultipartPart writtenPart(std::string_view name, std::string_view text) {
+  auto part = textPart(name, {});
+  part.head += text;
+  return part;
+}
+
+// None for a value that cannot be sent.
+std::optional<MultipartPart> partOf(std::string_view name, const Value* value) {
+  if (value == nullptr) return MultipartPart{disposition(name) + "\n\n", {}, {}};
+  if (const auto text = value->string()) return textPart(name, *text);
+  if (const auto number = value->as<Number>()) return writtenPart(name, number->description());
+  if (const auto date = value->date())
+    return writtenPart(name, KVLExtensions::rfc3339().stringFromDate(*date));
+  if (value->kind() == Value::Kind::data) return dataPart(name, *value);
+  if (const auto file = std::dynamic_pointer_cast<KVLInputFile>(value->object()))
+    return filePart(name, *file);
+  return std::nullopt;
+}
+
+std::optional<MultipartPart> makePart(const Value& element, std::optional<Error>* error) {
+  const auto input = element.dictionary();
+  const auto name = KVLEncoding::stringFromDictionary(input, "name");
+  if (!name) {
+    storeError(error, missingName());
+    return std::nullopt;
+  }
+  if (name->text().find('"') != std::string_view::npos) {
+    storeError(error, malformedName(*name));
+    return std::nullopt;
+  }
+  const Value* value = input->find("value");
+  auto part = partOf(*name, value);
+  if (!part) {
+    log("unsupported named value type in HTTP body encoding: %@ = %@", *name, *value);
+    storeError(error, unsupportedType(*name));
+  }
+  return part;
+}
+
+// One part per input, in order, or the error of the first input that cannot be sent. The parts
+// refer to the inputs.
+std::optional<std::vector<MultipartPart>> multipartParts(const Array& inputs,
+                                                         std::optional<Error>* error) {
+  std::vector<MultipartPart> parts;
+  parts.reserve(inputs.size());
+  for (const auto& input : inputs) {
+    auto part = makePart(input, error);
+    if (!part) return std::nullopt;
+    parts.push_back(*std::move(part));
+  }
+  return parts;
+}
 
 // The body in its one buffer. Copying whole parts and searching the copy afterwards costs less than
 // going over both in blocks that fit the processor's cache.
@@ -98,12 +227,6 @@ std::optional<MultipartBody> assemble(const std::vector<MultipartPart>& parts,
   return MultipartBody{std::move(boundary), std::move(assembly).take()};
 }
 
-Error noBoundary() {
-  return {KVLExtensions::KVLExtensionsErrorDomain,
-          400,
-          {{"watchdog", "unable to derive unique boundary"}}};
-}
-
 void setBody(URLRequest& request, MultipartBody body) {
   auto& headers = request.headers();
   headers.set("Content-Type", "multipart/form-data; boundary=" + body.boundary);
@@ -113,15 +236,6 @@ void setBody(URLRequest& request, MultipartBody body) {
 }
 
 }  // namespace
-
-std::string drawBoundary(const core::ByteSource& random) {
-  constexpr std::string_view kCharacters =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-  std::string boundary;
-  while (boundary.size() < kBoundaryLength)
-    boundary += kCharacters[core::uniformDraw(kCharacters.size(), random)];
-  return boundary;
-}
 
 std::optional<Error> writeMultipartBody(URLRequest& request, const Array& inputs,
                                         const BoundarySource& source) {

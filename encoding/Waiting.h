@@ -4,10 +4,10 @@
 #include <local/KVLEncodingSession.h>
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Error.h>
+#include <local/platform/Mutex.h>
 
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -28,22 +28,22 @@ class ResultSlot {
  public:
   void fill(Result result) {
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       result_ = std::move(result);
     }
     filled_.signal();
   }
 
   [[nodiscard]] Result take() {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     return std::exchange(result_, {});
   }
 
   [[nodiscard]] Semaphore& filled() noexcept { return filled_; }
 
  private:
-  std::mutex mutex_;
-  Result result_;
+  Mutex mutex_;
+  Result result_ KVL_GUARDED_BY(mutex_);
   Semaphore filled_;
 };
 

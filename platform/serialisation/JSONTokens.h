@@ -2,19 +2,54 @@
 #pragma once
 
 #include "platform/core/Document.h"
-#include "platform/serialisation/JSONStack.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace simdjson::internal {
 class dom_parser_implementation;
 }
 
 namespace kvl::serialisation {
+
+// A stack that keeps its memory. For plain elements: quicker to push to than a vector, whose bounds
+// the compiler has to reload.
+template <class T>
+  requires std::is_trivially_copyable_v<T>
+class JSONStack {
+ public:
+  [[nodiscard]] std::size_t size() const noexcept { return size_; }
+  [[nodiscard]] std::size_t memory() const noexcept { return capacity_ * sizeof(T); }
+  [[nodiscard]] std::span<T> from(std::size_t first) noexcept {
+    return {memory_.get() + first, size_ - first};
+  }
+  void push(const T& element) {
+    if (size_ == capacity_) grow();
+    memory_[size_++] = element;
+  }
+  void shrink(std::size_t size) noexcept { size_ = size; }
+
+ private:
+  static constexpr std::size_t kSmallestCapacity = 64;
+
+  [[gnu::noinline]] void grow() {
+    const std::size_t capacity = std::max(kSmallestCapacity, capacity_ * 2);
+    auto grown = std::make_unique_for_overwrite<T[]>(capacity);
+    std::copy_n(memory_.get(), size_, grown.get());
+    memory_ = std::move(grown);
+    capacity_ = capacity;
+  }
+
+  std::unique_ptr<T[]> memory_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
 
 // Memory that a reader works in, which the next reader of the process may have.
 class JSONWorkspace {

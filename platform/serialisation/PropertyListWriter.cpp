@@ -109,9 +109,10 @@ char32_t takeCharacter(std::string_view& text) {
   return character;
 }
 
-class Writer {
+// Writes the objects, the table of their offsets and the trailer.
+class PropertyListEncoder {
  public:
-  explicit Writer(const PropertyListObjects& objects)
+  explicit PropertyListEncoder(const PropertyListObjects& objects)
       : objects_(objects), referenceSize_(sizeOf(objects.all().size() - 1)) {
     append(kHeader);
     std::vector<std::size_t> offsets;
@@ -239,7 +240,7 @@ std::optional<Data> binaryPropertyListFromValue(const Value& value, std::optiona
     return std::nullopt;
   }
   storeError(error, std::nullopt);
-  return Writer(PropertyListObjects(value)).take();
+  return PropertyListEncoder(PropertyListObjects(value)).take();
 }
 
 }  // namespace kvl

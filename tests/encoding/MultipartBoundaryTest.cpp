@@ -1,4 +1,4 @@
-#include "encoding/BoundarySearch.h"
+#include "encoding/Boundary.h"
 #include "encoding/MultipartBody.h"
 #include "tests/encoding/MultipartSupport.h"
 

@@ -39,7 +39,7 @@ OWNERS = (
     (r'KVLSession\.h|KVLEventStreamState\.h', 'session'),
     (r'KVLEvent\.h', 'eventstream'),
     (r'KVLNotary|KVLCertificateRequest\.h', 'notary'),
-    (r'KVLEncodingMenus\.h|KVLEncodingLocale\.h|KVLExtensionsImage\.h', 'presentation'),
+    (r'KVLEncodingMenus\.h|KVLEncodingLocale\.h', 'presentation'),
     (r'KVLConstants\.h', 'core'),
     (r'KVL', 'encoding'),
 )

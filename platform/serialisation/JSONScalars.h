@@ -1,10 +1,12 @@
-// Numbers in JSON text.
+// Numbers and escaped strings in JSON text.
 #pragma once
 
 #include "platform/core/ASCII.h"
 
 #include <cstdint>
 #include <limits>
+#include <string>
+#include <string_view>
 
 namespace kvl::serialisation {
 
@@ -52,5 +54,9 @@ class JSONNumberReader {
   double real_ = 0;
   const char* end_ = nullptr;
 };
+
+// Appends what stands between the quotes of a string, without its escapes. False for a malformed
+// escape, and for half of a surrogate pair.
+[[nodiscard]] bool appendUnescaped(std::string& text, std::string_view escaped);
 
 }  // namespace kvl::serialisation

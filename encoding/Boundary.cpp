@@ -1,4 +1,4 @@
-#include "encoding/BoundarySearch.h"
+#include "encoding/Boundary.h"
 
 #include <string.h>
 
@@ -32,6 +32,15 @@ bool mayBeginIn(std::string_view window, std::string_view text) noexcept {
 }
 
 }  // namespace
+
+std::string drawBoundary(const core::ByteSource& random) {
+  constexpr std::string_view kCharacters =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  std::string boundary;
+  while (boundary.size() < kBoundaryLength)
+    boundary += kCharacters[core::uniformDraw(kCharacters.size(), random)];
+  return boundary;
+}
 
 bool occursIn(std::string_view bytes, std::string_view text) noexcept {
   const std::size_t span = kWindow + text.size() - 1;
