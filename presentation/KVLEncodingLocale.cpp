@@ -112,4 +112,8 @@ std::string stringWithLocales(std::string_view text, const kvl::Value& locales) 
   return result;
 }
 
+std::string duration(std::int64_t seconds) {
+  return kvl::formatting::spelledOutDuration(seconds);
+}
+
 }  // namespace KVLEncoding

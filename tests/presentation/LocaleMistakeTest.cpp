@@ -17,7 +17,7 @@ using KVLEncoding::stringWithLocales;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr const char* kAfternoon = "2024-05-01T14:34:56Z";
+constexpr const char* kValidDate = "2024-05-01T14:34:56Z";
 
 class LocaleMistakeTest : public testing::Test {
  protected:
@@ -78,7 +78,7 @@ TEST_F(LocaleMistakeTest, DateTypesWithoutADate) {
 
 TEST_F(LocaleMistakeTest, DurationWithADate) {
   const Dictionary entry{
-      {"find", "%D"}, {"type", "duration"}, {"date", kAfternoon}, {"seconds", 5}};
+      {"find", "%D"}, {"type", "duration"}, {"date", kValidDate}, {"seconds", 5}};
   EXPECT_THAT(linesOf(entry),
               ElementsAre("unknown or misconfigured locale type: duration in "
                           R"({find = "%D"; type = duration; date = 2024-05-01T14:34:56Z; )"
@@ -86,7 +86,7 @@ TEST_F(LocaleMistakeTest, DurationWithADate) {
 }
 
 TEST_F(LocaleMistakeTest, TypesNobodyKnows) {
-  EXPECT_THAT(linesOf(Dictionary{{"find", "%D"}, {"type", "Date"}, {"date", kAfternoon}}),
+  EXPECT_THAT(linesOf(Dictionary{{"find", "%D"}, {"type", "Date"}, {"date", kValidDate}}),
               ElementsAre("unknown or misconfigured locale type: Date in "
                           R"({find = "%D"; type = Date; date = 2024-05-01T14:34:56Z})"));
   EXPECT_THAT(linesOf(Dictionary{{"find", "%D"}, {"type", "week"}}),
@@ -104,7 +104,7 @@ TEST_F(LocaleMistakeTest, ATextThatEntriesMultiplyStaysShort) {
 TEST_F(LocaleMistakeTest, NoType) {
   EXPECT_THAT(linesOf(Dictionary{{"find", "%D"}}),
               ElementsAre(R"(unknown or misconfigured locale type:  in {find = "%D"})"));
-  EXPECT_THAT(linesOf(Dictionary{{"find", "%D"}, {"date", kAfternoon}}),
+  EXPECT_THAT(linesOf(Dictionary{{"find", "%D"}, {"date", kValidDate}}),
               ElementsAre("unknown or misconfigured locale type:  in "
                           R"({find = "%D"; date = 2024-05-01T14:34:56Z})"));
 }
@@ -149,7 +149,7 @@ TEST_F(LocaleSecondsTest, SecondsThatAreNoNumberAreZeroAndReported) {
 TEST_F(LocaleSecondsTest, SecondsBesideADateAreReadWithoutUse) {
   const auto entry = [](const Value& seconds) {
     return Array{
-        Dictionary{{"find", "%T"}, {"type", "time"}, {"date", kAfternoon}, {"seconds", seconds}}};
+        Dictionary{{"find", "%T"}, {"type", "time"}, {"date", kValidDate}, {"seconds", seconds}}};
   };
   EXPECT_EQ(stringWithLocales("%T", entry(3600)), "16:34");
   EXPECT_THAT(log.lines(), IsEmpty());

@@ -18,7 +18,7 @@ using kvl::Dictionary;
 using kvl::String;
 using kvl::Value;
 
-Value read(std::string_view text) {
+Value readDocument(std::string_view text) {
   return *kvl::valueFromJSON(Data::fromText(text), nullptr);
 }
 
@@ -43,7 +43,7 @@ std::string manyEntries(int count) {
 }
 
 TEST(JSONDocumentTest, AStoredObjectIsTheSameEveryTimeItIsTakenOut) {
-  const Value document = read(R"({"s":"text","e":"","a":[],"d":{},"n":[1.5],"x":"esc\n"})");
+  const Value document = readDocument(R"({"s":"text","e":"","a":[],"d":{},"n":[1.5],"x":"esc\n"})");
   const Dictionary dictionary = *document.dictionary();
   for (const auto& [key, value] : dictionary) {
     const Value& first = dictionary[key];
@@ -52,14 +52,14 @@ TEST(JSONDocumentTest, AStoredObjectIsTheSameEveryTimeItIsTakenOut) {
     EXPECT_TRUE(first.isSameObject(value)) << key;
     EXPECT_TRUE(value.isSameObject(first)) << key;
     EXPECT_FALSE(first.isSameObject(document)) << key;
-    EXPECT_FALSE(first.isSameObject(read(first.description()))) << key;
+    EXPECT_FALSE(first.isSameObject(readDocument(first.description()))) << key;
   }
   EXPECT_FALSE(dictionary["a"].isSameObject(dictionary["n"]));
   EXPECT_FALSE(dictionary["s"].isSameObject(dictionary["e"]));
 }
 
 TEST(JSONDocumentTest, StringsArraysAndDictionariesAreTheStoredObjects) {
-  const Value document = read(R"(["text",[],{"a":{}}])");
+  const Value document = readDocument(R"(["text",[],{"a":{}}])");
   const Array array = *document.as<Array>();
   EXPECT_TRUE(Value(array).isSameObject(document));
   EXPECT_TRUE(Value(*array[0].as<String>()).isSameObject(array[0]));
@@ -69,7 +69,7 @@ TEST(JSONDocumentTest, StringsArraysAndDictionariesAreTheStoredObjects) {
 }
 
 TEST(JSONDocumentTest, EqualObjectsOfOneDocumentAreDifferentOnes) {
-  const Array array = *read(R"(["a","a",[],[],{},{},"",""])").array();
+  const Array array = *readDocument(R"(["a","a",[],[],{},{},"",""])").array();
   for (std::size_t i = 0; i < array.size(); i += 2) {
     EXPECT_EQ(array[i], array[i + 1]);
     EXPECT_FALSE(array[i].isSameObject(array[i + 1]));
@@ -120,7 +120,7 @@ TEST(JSONDocumentTest, ATopLevelStringIsAnObjectOfItsDocument) {
 }
 
 TEST(JSONDocumentTest, ChangingACopyLeavesTheDocumentAsItWas) {
-  const Value document = read(R"({"a":[1],"b":{"c":"d"}})");
+  const Value document = readDocument(R"({"a":[1],"b":{"c":"d"}})");
   Dictionary dictionary = *document.dictionary();
   dictionary.set("a", 2);
   dictionary.set("new", 3);
@@ -129,7 +129,7 @@ TEST(JSONDocumentTest, ChangingACopyLeavesTheDocumentAsItWas) {
   Array array = *(*document.dictionary())["a"].array();
   array.append("more");
   EXPECT_EQ(array, (Array{1, "more"}));
-  EXPECT_EQ(document, read(R"({"a":[1],"b":{"c":"d"}})"));
+  EXPECT_EQ(document, readDocument(R"({"a":[1],"b":{"c":"d"}})"));
 }
 
 TEST(JSONDocumentTest, AChangedCopyKeepsWhatItStillRefersTo) {
@@ -143,16 +143,16 @@ TEST(JSONDocumentTest, AChangedCopyKeepsWhatItStillRefersTo) {
 }
 
 TEST(JSONDocumentTest, AKeyOfTheDictionaryItselfMayBeGivenToChangeIt) {
-  Dictionary set = *read(R"({"a":1})").dictionary();
+  Dictionary set = *readDocument(R"({"a":1})").dictionary();
   set.set(set.begin()->first, 2);
   EXPECT_EQ(set, (Dictionary{{"a", 2}}));
-  Dictionary removed = *read(R"({"a":1,"b":2})").dictionary();
+  Dictionary removed = *readDocument(R"({"a":1,"b":2})").dictionary();
   removed.remove(removed.begin()->first);
   EXPECT_EQ(removed, (Dictionary{{"b", 2}}));
 }
 
 TEST(JSONDocumentTest, ReadAndMadeValuesMix) {
-  const Value document = read(R"({"a":["text",{"b":1}]})");
+  const Value document = readDocument(R"({"a":["text",{"b":1}]})");
   const Value mixed = Dictionary{{"read", document}, {"made", Array{document, 1}}};
   EXPECT_EQ(mixed.description(),
             "{read = {a = (text, {b = 1})}; made = ({a = (text, {b = 1})}, 1)}");
@@ -164,7 +164,7 @@ TEST(JSONDocumentTest, ReadAndMadeValuesMix) {
 
 TEST(JSONDocumentTest, FindsEveryKeyOnBothSidesOfTheIndexedSize) {
   for (const int count : {1, 15, 16, 17, 18, 100, 20'000}) {
-    const Dictionary dictionary = *read(manyEntries(count)).dictionary();
+    const Dictionary dictionary = *readDocument(manyEntries(count)).dictionary();
     ASSERT_EQ(dictionary.size(), static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
       ASSERT_EQ(dictionary["key" + std::to_string(i)], Value(Array{i}));
@@ -178,7 +178,7 @@ TEST(JSONDocumentTest, FindsKeysOfEveryLength) {
   std::string text = "{";
   for (std::size_t size = 0; size <= 15; ++size)
     text += (size > 0 ? ",\"" : "\"") + longest.substr(0, size * 2) + "\":" + std::to_string(size);
-  const Dictionary dictionary = *read(text + "}").dictionary();
+  const Dictionary dictionary = *readDocument(text + "}").dictionary();
   ASSERT_EQ(dictionary.size(), 16U);
   for (std::size_t size = 0; size <= 15; ++size) {
     const std::string key = longest.substr(0, size * 2);
@@ -194,7 +194,7 @@ TEST(JSONDocumentTest, FindsKeysOfEveryLength) {
 }
 
 TEST(JSONDocumentTest, ALargeDictionaryCanBeChangedKeyByKey) {
-  Dictionary dictionary = *read(manyEntries(2000)).dictionary();
+  Dictionary dictionary = *readDocument(manyEntries(2000)).dictionary();
   for (int i = 0; i < 2000; i += 2) dictionary.set("key" + std::to_string(i), i);
   for (int i = 1; i < 2000; i += 2) dictionary.remove("key" + std::to_string(i));
   EXPECT_EQ(dictionary.size(), 1000U);
@@ -205,11 +205,11 @@ TEST(JSONDocumentTest, ALargeDictionaryCanBeChangedKeyByKey) {
 TEST(JSONDocumentTest, HoldsStringsAndContainersOfAnySize) {
   for (const std::size_t size : {65'534U, 65'535U, 65'536U, 200'000U}) {
     const std::string string(size, 's');
-    EXPECT_EQ(read("[\"" + string + "\"]").array()->begin()->string(), string);
-    EXPECT_EQ(read("[\"" + string + "\\n\"]").array()->begin()->string(), string + "\n");
+    EXPECT_EQ(readDocument("[\"" + string + "\"]").array()->begin()->string(), string);
+    EXPECT_EQ(readDocument("[\"" + string + "\\n\"]").array()->begin()->string(), string + "\n");
     std::string text = "[[0";
     for (std::size_t i = 1; i < size; ++i) text += ",1";
-    const Array array = *read(text + "]]").array();
+    const Array array = *readDocument(text + "]]").array();
     ASSERT_EQ(array[0].array()->size(), size);
     EXPECT_EQ((*array[0].array())[size - 1], Value(1));
   }
@@ -255,7 +255,8 @@ TEST(JSONDocumentTest, ManyThreadsReadDocumentsAtOnce) {
     threads.emplace_back([i] {
       for (int round = 0; round < 100; ++round) {
         const int count = 1 + (round * 37 + i) % 300;
-        ASSERT_EQ(read(manyEntries(count)).dictionary()->size(), static_cast<std::size_t>(count));
+        ASSERT_EQ(readDocument(manyEntries(count)).dictionary()->size(),
+                  static_cast<std::size_t>(count));
       }
     });
   }

@@ -14,7 +14,7 @@ using kvltest::RandomDocument;
 
 constexpr unsigned kDocuments = 300;
 
-std::string written(const Value& value) {
+std::string compactText(const Value& value) {
   const auto text = kvl::JSONFromValue(value, nullptr);
   return text ? std::string(text->text()) : "nothing";
 }
@@ -23,18 +23,18 @@ TEST(JSONPropertyTest, WhatIsWrittenReadsBackAsTheSame) {
   for (unsigned seed = 0; seed < kDocuments; ++seed) {
     const Value value = RandomDocument(seed).next();
     ASSERT_TRUE(kvl::isValidJSONObject(value));
-    const std::string text = written(value);
+    const std::string text = compactText(value);
     const auto read = kvl::valueFromJSON(kvl::Data::fromText(text), nullptr);
     ASSERT_EQ(read, value) << text;
     // The order of keys and the sign of zero, too, which equality does not see.
-    ASSERT_EQ(written(*read), text);
+    ASSERT_EQ(compactText(*read), text);
   }
 }
 
 TEST(JSONPropertyTest, WhatIsWrittenAnotherReaderReadsAsTheSame) {
   for (unsigned seed = 0; seed < kDocuments; ++seed) {
     const Value value = RandomDocument(seed).next();
-    ASSERT_EQ(kvltest::oracleValue(written(value)).value, value);
+    ASSERT_EQ(kvltest::oracleValue(compactText(value)).value, value);
   }
 }
 
@@ -80,7 +80,7 @@ class Mutation {
 
 TEST(JSONPropertyTest, AgreesWithAnotherReaderOnDamagedTexts) {
   for (unsigned seed = 0; seed < 20 * kDocuments; ++seed) {
-    const std::string text = written(RandomDocument(seed % kDocuments).next());
+    const std::string text = compactText(RandomDocument(seed % kDocuments).next());
     ASSERT_EQ(differenceFromOracle(Mutation(seed).of(text.substr(0, 400))), "");
   }
 }

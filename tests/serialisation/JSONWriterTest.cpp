@@ -23,7 +23,7 @@ std::string written(const Value& value) {
   return text ? std::string(text->text()) : "nothing";
 }
 
-class Thing final : public kvl::Object {
+class HostObject final : public kvl::Object {
   [[nodiscard]] std::string_view typeName() const noexcept override { return "Thing"; }
 };
 
@@ -42,7 +42,7 @@ struct Refused {
 std::vector<Refused> refusedValues() {
   constexpr std::string_view kinds = "a value is of a kind that JSON does not have";
   constexpr std::string_view top = "only an array or a dictionary can be a document";
-  const Value thing(std::make_shared<Thing>());
+  const Value thing(std::make_shared<HostObject>());
   return {
       {Value(), top},
       {true, top},

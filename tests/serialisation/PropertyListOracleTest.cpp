@@ -36,7 +36,7 @@ class RandomValues {
   ValueMaker::Range range_;
 };
 
-kvl::Data written(const Value& value) {
+kvl::Data propertyListOf(const Value& value) {
   std::optional<kvl::Error> error;
   const auto data = kvl::binaryPropertyListFromValue(value, &error);
   EXPECT_TRUE(data) << error->description();
@@ -106,7 +106,7 @@ std::string notation(const Value& value) {
 std::vector<std::string> linesOfPlistlib(const std::vector<Value>& values) {
   const kvltest::TemporaryDirectory folder;
   for (std::size_t i = 0; i < values.size(); ++i) {
-    const auto data = written(values[i]);
+    const auto data = propertyListOf(values[i]);
     std::ofstream(folder.path() / (std::to_string(i) + ".plist"), std::ios::binary) << data.text();
   }
   const auto output = folder.path() / "output";
@@ -249,7 +249,7 @@ TEST(PropertyListOracleTest, LibplistReadsTheSame) {
   RandomValues random(ValueMaker::Range::portable);
   for (int round = 0; round < 3000; ++round) {
     const Value value = random.next();
-    const auto data = written(value);
+    const auto data = propertyListOf(value);
     plist_t node = nullptr;
     plist_from_bin(reinterpret_cast<const char*>(data.data()),
                    static_cast<std::uint32_t>(data.size()), &node);
