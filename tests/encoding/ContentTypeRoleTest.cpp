@@ -13,13 +13,13 @@ using kvl::encoding::contentTypeParameters;
 using kvl::encoding::hasTemplateRole;
 using Parameters = kvl::encoding::ContentTypeParameters;
 
-struct Case {
+struct RoleCase {
   std::string_view text;
   Parameters parameters;
 };
 
 TEST(ContentTypeParametersTest, FollowTheTable) {
-  const Case table[] = {
+  const RoleCase table[] = {
       {"image/png; role=template", {{"role", "template"}}},
       {"image/png;role=template", {{"role", "template"}}},
       // A value runs to a comma, not to a semicolon.
