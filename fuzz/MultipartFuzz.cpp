@@ -1,4 +1,5 @@
 // Any inputs, with boundaries that may occur in them: the body reads back as the same parts.
+#include "encoding/Boundary.h"
 #include "encoding/MultipartBody.h"
 
 #include <local/KVLInputFile.h>
