@@ -37,7 +37,7 @@ struct Environment {
   // The process's own: all members as they stand here. Never destroyed.
   [[nodiscard]] static const std::shared_ptr<const Environment>& process();
 
-  std::function<Date()> now = Date::now;
+  std::function<Date()> now = [] { return Date::now(); };
   std::function<std::shared_ptr<security::KeyStore>()> keyStore = security::defaultKeyStore;
   ipc::ServiceConnectionFactory serviceConnection = ipc::makeServiceConnection;
   URLSessionFactory urlSession = URLSession::create;

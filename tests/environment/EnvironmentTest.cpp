@@ -1,5 +1,5 @@
 #include "platform/environment/Environment.h"
-#include "platform/ipc/BusServiceConnection.h"
+#include "platform/ipc/CallConnection.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ TEST(EnvironmentTest, TheProcessesOwnHasTheRealParts) {
   EXPECT_GT(own.now(), kvl::Date(7e8));
   EXPECT_EQ(own.keyStore(), kvl::security::defaultKeyStore());
   const auto connection = own.serviceConnection("a.b");
-  EXPECT_NE(dynamic_cast<kvl::ipc::BusServiceConnection*>(connection.get()), nullptr);
+  EXPECT_NE(dynamic_cast<kvl::ipc::CallConnection*>(connection.get()), nullptr);
   EXPECT_EQ(own.serialQueue("s")->label(), "s");
   EXPECT_EQ(own.concurrentQueue("c")->label(), "c");
   EXPECT_NE(own.urlSession({}, {}), nullptr);
