@@ -10,23 +10,23 @@ namespace {
 constexpr const char* kStreamHead =
     "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nConnection: close\r\n\r\n";
 
-// Something that happens once.
-class Happening {
+// Raised once, and stays so.
+class Signal {
  public:
-  void happen() {
+  void raise() {
     const MutexLock lock(mutex_);
-    happened_ = true;
+    raised_ = true;
     changed_.notifyAll();
   }
   void wait() {
     MutexLock lock(mutex_);
-    while (!happened_) changed_.wait(lock);
+    while (!raised_) changed_.wait(lock);
   }
 
  private:
   Mutex mutex_;
   Condition changed_;
-  bool happened_ KVL_GUARDED_BY(mutex_) = false;
+  bool raised_ KVL_GUARDED_BY(mutex_) = false;
 };
 
 // Records streams only, and can be slow to answer challenges for "localhost".
@@ -45,11 +45,11 @@ class StreamDelegate final : public RecordingDelegate {
     answer = [this, &of, challenge, handler = std::move(handler)]() mutable {
       RecordingDelegate::didReceiveChallenge(of, challenge, std::move(handler));
     };
-    challenged.happen();
+    challenged.raise();
   }
 
   std::function<void()> answer;
-  Happening challenged;
+  Signal challenged;
 };
 
 class EventStreamLoadingTest : public URLSessionTest {
@@ -101,14 +101,14 @@ TEST_F(EventStreamLoadingTest, TheEndOfAStreamLosesNothingBesideABusyTransfer) {
 TEST_F(EventStreamLoadingTest, WhatHasArrivedTogetherIsJoined) {
   constexpr int kWrites = 1000;
   const std::string event = "event: a\ndata: " + std::string(40, 'x') + "\n\n";
-  Happening loaderIsBusy;
-  Happening written;
+  Signal loaderIsBusy;
+  Signal written;
   const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
     static_cast<void>(client.readRequest());
     client.write(std::string(kStreamHead) + "event: first\n\n");
     loaderIsBusy.wait();
     for (int i = 0; i < kWrites; ++i) client.write(event);
-    written.happen();
+    written.raise();
     static_cast<void>(client.readRequest());
   });
   const TestTLSServer other({.identity = &server()}, answering(httpResponse("hello")));
@@ -117,7 +117,7 @@ TEST_F(EventStreamLoadingTest, WhatHasArrivedTogetherIsJoined) {
   OutcomeBox box;
   loader->dataTask(URLRequest(other.url("localhost")), box.handler())->resume();
   streams->challenged.wait();
-  loaderIsBusy.happen();
+  loaderIsBusy.raise();
   written.wait();
   streams->answer();
   std::string all;
@@ -132,7 +132,7 @@ TEST_F(EventStreamLoadingTest, WhatHasArrivedTogetherIsJoined) {
 }
 
 TEST_F(EventStreamLoadingTest, WhatComesApartStaysApart) {
-  Happening first;
+  Signal first;
   const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
     static_cast<void>(client.readRequest());
     client.write(std::string(kStreamHead) + "event: a\n");
@@ -141,7 +141,7 @@ TEST_F(EventStreamLoadingTest, WhatComesApartStaysApart) {
   });
   const auto stream = openStream(peer);
   streams->waitForBytes(1);
-  first.happen();
+  first.raise();
   EXPECT_FALSE(streams->waitForCompletion());
   EXPECT_EQ(streams->chunks(), (std::vector<std::string>{"event: a\n", "data: b\n\n"}));
 }
