@@ -4,17 +4,17 @@
 // how a host notices a service that goes away.
 
 #include <local/local.h>
+#include <local/platform/Mutex.h>
 
 #include <iostream>
-#include <mutex>
 #include <string>
 
 namespace {
 
 // Handlers run on queues of the framework's, so lines must not mix.
 void say(const std::string& line) {
-  static std::mutex mutex;
-  const std::lock_guard lock(mutex);
+  static kvl::Mutex mutex;
+  const kvl::MutexLock lock(mutex);
   std::cout << line << std::endl;
 }
 

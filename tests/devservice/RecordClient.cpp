@@ -15,7 +15,7 @@
 namespace kvltest {
 namespace {
 
-constexpr timeval kPatience{60, 0};
+constexpr timeval kReadTimeout{60, 0};
 constexpr std::size_t kLargestRecord = 16 * 1024;
 constexpr std::string_view kLineEnd = "\r\n";
 
@@ -31,7 +31,7 @@ int connectTo(std::uint16_t port) {
   address.sin_port = htons(port);
   const int isPrompt = 1;
   setsockopt(client, IPPROTO_TCP, TCP_NODELAY, &isPrompt, sizeof isPrompt);
-  setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
+  setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &kReadTimeout, sizeof kReadTimeout);
   if (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     close(client);
     throw std::runtime_error("the service cannot be reached");

@@ -16,14 +16,7 @@ using namespace kvltest;
 using KVLEncoding::RelativePath;
 using KVLEncoding::WaitReason;
 
-class DocumentsTest : public LocalService {
- protected:
-  void SetUp() override {
-    offerNotary();
-    startService();
-    establish();
-  }
-};
+class DocumentsTest : public EstablishedService {};
 
 TEST_F(DocumentsTest, DocumentsComeWithEveryStatus) {
   for (const int status : {200, 201, 400, 401, 403, 404, 422, 500, 503}) {

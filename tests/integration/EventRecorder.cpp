@@ -33,18 +33,18 @@ std::size_t sizeOnTheWire(std::string_view name, std::string_view identifier,
 }  // namespace
 
 void EventRecorder::setHook(Hook hook) {
-  std::unique_lock lock(mutex_);
+  kvl::MutexLock lock(mutex_);
   hook_ = std::move(hook);
-  changed_.wait(lock, [this] { return hooksRunning_ == 0; });
+  while (hooksRunning_ != 0) changed_.wait(lock);
 }
 
 Tally EventRecorder::tally() const {
-  const std::lock_guard lock(mutex_);
+  const kvl::MutexLock lock(mutex_);
   return tally_;
 }
 
 std::vector<SeenEvent> EventRecorder::events() const {
-  const std::lock_guard lock(mutex_);
+  const kvl::MutexLock lock(mutex_);
   return seen_;
 }
 
@@ -56,18 +56,19 @@ bool EventRecorder::waitForCount(std::int64_t count) {
   return waitUntil([count](const Tally& tally) { return tally.count >= count; });
 }
 
-// The condition is looked at where events come in, so that nobody wakes up for each batch.
-bool EventRecorder::waitUntil(const Condition& condition) {
-  std::unique_lock lock(mutex_);
-  awaited_ = condition;
-  const auto met = [&] { return condition(tally_); };
+// The test is made where events come in, so that nobody wakes up for each batch.
+bool EventRecorder::waitUntil(const Test& isMet) {
+  kvl::MutexLock lock(mutex_);
+  awaited_ = isMet;
   std::int64_t before = -1;
-  while (!met() && tally_.count > before) {
+  while (!isMet(tally_) && tally_.count > before) {
     before = tally_.count;
-    changed_.wait_for(lock, kLongestSilence, met);
+    const auto end = std::chrono::steady_clock::now() + kLongestSilence;
+    while (!isMet(tally_) && changed_.waitUntil(lock, end)) {
+    }
   }
   awaited_ = nullptr;
-  return met();
+  return isMet(tally_);
 }
 
 void EventRecorder::eventStream(KVLSession& session,
@@ -75,11 +76,11 @@ void EventRecorder::eventStream(KVLSession& session,
   Hook hook;
   Tally now;
   {
-    const std::lock_guard lock(mutex_);
+    const kvl::MutexLock lock(mutex_);
     ++tally_.batches;
     if (events.empty()) ++tally_.damaged;
     for (const auto& event : events) record(*event);
-    if (awaited_ && awaited_(tally_)) changed_.notify_all();
+    if (awaited_ && awaited_(tally_)) changed_.notifyAll();
     hook = hook_;
     now = tally_;
     if (hook) ++hooksRunning_;
@@ -89,8 +90,8 @@ void EventRecorder::eventStream(KVLSession& session,
 
 void EventRecorder::run(const Hook& hook, KVLSession& session, const Tally& tally) {
   hook(session, tally);
-  const std::lock_guard lock(mutex_);
-  if (--hooksRunning_ == 0) changed_.notify_all();
+  const kvl::MutexLock lock(mutex_);
+  if (--hooksRunning_ == 0) changed_.notifyAll();
 }
 
 void EventRecorder::record(const KVLEvent& event) {

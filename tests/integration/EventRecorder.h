@@ -2,13 +2,12 @@
 #pragma once
 
 #include <local/KVLSession.h>
+#include <local/platform/Mutex.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -63,22 +62,21 @@ class EventRecorder final : public KVLSessionDelegate {
   static constexpr std::size_t kKeptData = 64;
 
  private:
-  using Condition = std::function<bool(const Tally&)>;
+  using Test = std::function<bool(const Tally&)>;
 
   void run(const Hook& hook, KVLSession& session, const Tally& tally);
-  [[nodiscard]] bool waitUntil(const Condition& condition);
-  void record(const KVLEvent& event);
+  [[nodiscard]] bool waitUntil(const Test& isMet);
+  void record(const KVLEvent& event) KVL_REQUIRES(mutex_);
   [[nodiscard]] std::int64_t numberOf(const KVLEvent& event) const;
 
   std::size_t eventSize_ = 0;
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  // Protected by mutex_.
-  Tally tally_;
-  std::vector<SeenEvent> seen_;
-  Hook hook_;
-  int hooksRunning_ = 0;
-  Condition awaited_;
+  mutable kvl::Mutex mutex_;
+  kvl::Condition changed_;
+  Tally tally_ KVL_GUARDED_BY(mutex_);
+  std::vector<SeenEvent> seen_ KVL_GUARDED_BY(mutex_);
+  Hook hook_ KVL_GUARDED_BY(mutex_);
+  int hooksRunning_ KVL_GUARDED_BY(mutex_) = 0;
+  Test awaited_ KVL_GUARDED_BY(mutex_);
 };
 
 // A hook that is there, and touches what the test has declared before it, as long as this lives.

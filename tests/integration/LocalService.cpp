@@ -22,25 +22,42 @@ std::string quoted(const std::filesystem::path& path) {
 
 }  // namespace
 
-LocalService::LocalService() {
-  std::filesystem::create_directory(stateDirectory());
-  std::filesystem::permissions(stateDirectory(), std::filesystem::perms::owner_all);
+World::World() {
+  const auto state = bus.directory() / kStateFolder;
+  std::filesystem::create_directory(state);
+  std::filesystem::permissions(state, std::filesystem::perms::owner_all);
   // The kernel's keyring is shared with whoever else runs these tests at the same time.
   kvl::setHostIdentifier("org.example.IntegrationTest-" + std::to_string(getpid()));
   bus.startKeyring();
 }
 
-LocalService::~LocalService() {
-  if (HasFailure()) {
-    for (const auto& line : log.lines()) std::fprintf(stderr, "log: %s\n", line.c_str());
-  }
+World::~World() {
   states.reset();
   if (session) {
-    silenceNotary();
+    session->setNotary(std::make_shared<SilentNotary>());
     session->disconnectAfterError();
   }
   (void)KVLNotary::deleteKeys();
   kvl::setHostIdentifier("");
+}
+
+LocalService::~LocalService() {
+  if (!HasFailure()) return;
+  world_->isSpoiled = true;
+  for (const auto& line : log.lines()) std::fprintf(stderr, "log: %s\n", line.c_str());
+}
+
+std::shared_ptr<World> EstablishedService::sharedWorld() {
+  if (shared_ && shared_->world->isSpoiled) shared_.reset();
+  if (!shared_) shared_ = std::make_unique<Shared>();
+  return shared_->world;
+}
+
+void EstablishedService::SetUp() {
+  if (session) return;
+  offerNotary();
+  startService();
+  establish();
 }
 
 void LocalService::offerNotary(const std::string& options) {
@@ -54,31 +71,35 @@ void LocalService::startService(const std::vector<std::string>& options) {
   std::filesystem::remove(stateDirectory() / "service.url");
   std::vector<std::string> arguments{KVL_DEVSERVICE, "--state", stateDirectory().string()};
   arguments.insert(arguments.end(), options.begin(), options.end());
-  serviceLogFile_ = bus.directory() / ("service-" + std::to_string(++serviceStarts_) + ".log");
-  service_ = ChildProcess(arguments, environmentWith({}), serviceLogFile_);
+  world_->serviceLogFile =
+      bus.directory() / ("service-" + std::to_string(++world_->serviceStarts) + ".log");
+  world_->service = ChildProcess(arguments, environmentWith({}), world_->serviceLogFile);
   const auto url = stateDirectory() / "service.url";
-  if (!waitForFolder(stateDirectory(), service_, [&] { return std::filesystem::exists(url); })) {
+  if (!waitForFolder(stateDirectory(), world_->service,
+                     [&] { return std::filesystem::exists(url); })) {
     throw std::runtime_error("the service did not start: " + serviceLog());
   }
 }
 
 void LocalService::stopService() {
-  service_.kill();
+  world_->isSpoiled = true;
+  world_->service.kill();
 }
 
 void LocalService::endService() {
-  service_.signal(SIGTERM);
-  service_.wait();
+  world_->isSpoiled = true;
+  world_->service.signal(SIGTERM);
+  world_->service.wait();
 }
 
 std::string LocalService::serviceLog() const {
   std::ostringstream text;
-  text << std::ifstream(serviceLogFile_).rdbuf();
+  text << std::ifstream(world_->serviceLogFile).rdbuf();
   return text.str();
 }
 
 bool LocalService::waitForServiceLog(std::string_view part) const {
-  return waitForFolder(bus.directory(), service_,
+  return waitForFolder(bus.directory(), world_->service,
                        [&] { return serviceLog().find(part) != std::string::npos; });
 }
 

@@ -6,24 +6,25 @@
 #include "tests/support/PrivateBus.h"
 
 #include <local/KVLSession.h>
+#include <local/platform/Mutex.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kvltest {
 
 inline constexpr std::chrono::seconds kPatience{60};
+inline constexpr const char* kStateFolder = "state";
 inline constexpr std::string_view kNotaryName = "korvale.vandrel.local.notary";
 
 // What one request brought.
@@ -46,34 +47,61 @@ class StateWatcher {
  public:
   explicit StateWatcher(const KVLSession& session)
       : observation_(session.observeState([this](KVLSessionState state) {
-          const std::lock_guard lock(mutex_);
+          const kvl::MutexLock lock(mutex_);
           seen_.push_back(state);
-          changed_.notify_all();
+          changed_.notifyAll();
         })) {}
 
   // Waits until `state` has been entered `times` times since the watcher was made.
   [[nodiscard]] bool waitFor(KVLSessionState state, std::size_t times = 1) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, kPatience, [&] {
-      return static_cast<std::size_t>(std::ranges::count(seen_, state)) >= times;
-    });
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    kvl::MutexLock lock(mutex_);
+    while (countOf(state) < times) {
+      if (!changed_.waitUntil(lock, end)) return countOf(state) >= times;
+    }
+    return true;
   }
   // How often `state` has been entered so far, as far as it has been told.
   [[nodiscard]] std::size_t count(KVLSessionState state) {
-    const std::lock_guard lock(mutex_);
-    return static_cast<std::size_t>(std::ranges::count(seen_, state));
+    const kvl::MutexLock lock(mutex_);
+    return countOf(state);
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<KVLSessionState> seen_;
+  std::size_t countOf(KVLSessionState state) const KVL_REQUIRES(mutex_) {
+    return static_cast<std::size_t>(std::ranges::count(seen_, state));
+  }
+
+  kvl::Mutex mutex_;
+  kvl::Condition changed_;
+  std::vector<KVLSessionState> seen_ KVL_GUARDED_BY(mutex_);
   kvl::Observation observation_;
+};
+
+// A private bus with a key store, what runs on it, and a session.
+struct World {
+  World();
+  // Nothing that the session still does reaches another world.
+  ~World();
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  PrivateBus bus;
+  const SessionBusVariable busVariable{bus.address()};
+  std::shared_ptr<KVLSession> session;
+  std::unique_ptr<StateWatcher> states;
+  ChildProcess service;
+  std::filesystem::path serviceLogFile;
+  int serviceStarts = 0;
+  // Whether it is no longer as the next test expects it.
+  bool isSpoiled = false;
 };
 
 class LocalService : public testing::Test {
  protected:
-  LocalService();
+  // In a world of its own, or in that one.
+  LocalService() : LocalService(std::make_shared<World>()) {}
+  explicit LocalService(std::shared_ptr<World> world) : world_(std::move(world)) {}
   ~LocalService() override;
 
   // Makes the notary activatable with these options.
@@ -84,7 +112,7 @@ class LocalService : public testing::Test {
   void stopService();
   // Asks it to end, and waits for that.
   void endService();
-  [[nodiscard]] pid_t serviceId() const { return service_.id(); }
+  [[nodiscard]] pid_t serviceId() const { return world_->service.id(); }
   // What the running service, or the last one, has written.
   [[nodiscard]] std::string serviceLog() const;
   [[nodiscard]] bool waitForServiceLog(std::string_view part) const;
@@ -102,18 +130,39 @@ class LocalService : public testing::Test {
   // From now on nobody answers the session: once disconnected, it stays so.
   void silenceNotary();
 
-  [[nodiscard]] std::filesystem::path stateDirectory() const { return bus.directory() / "state"; }
+  [[nodiscard]] std::filesystem::path stateDirectory() const {
+    return bus.directory() / kStateFolder;
+  }
 
   LogCapture log;
-  PrivateBus bus;
-  const SessionBusVariable busVariable{bus.address()};
-  std::shared_ptr<KVLSession> session;
-  std::unique_ptr<StateWatcher> states;
 
  private:
-  ChildProcess service_;
-  std::filesystem::path serviceLogFile_;
-  int serviceStarts_ = 0;
+  const std::shared_ptr<World> world_;
+
+ protected:
+  PrivateBus& bus = world_->bus;
+  std::shared_ptr<KVLSession>& session = world_->session;
+  std::unique_ptr<StateWatcher>& states = world_->states;
+};
+
+// An established session that the tests of a suite share. One that stops the service, or fails, is
+// the last that sees it.
+class EstablishedService : public LocalService {
+ public:
+  static void TearDownTestSuite() { shared_.reset(); }
+
+ protected:
+  EstablishedService() : LocalService(sharedWorld()) {}
+  void SetUp() override;
+
+ private:
+  struct Shared {
+    LogCapture log;  // of what is said between two tests
+    std::shared_ptr<World> world = std::make_shared<World>();
+  };
+  static std::shared_ptr<World> sharedWorld();
+
+  static inline std::unique_ptr<Shared> shared_;
 };
 
 }  // namespace kvltest

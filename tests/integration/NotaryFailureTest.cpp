@@ -2,6 +2,7 @@
 #include "tests/integration/LocalService.h"
 
 #include <local/platform/DispatchQueue.h>
+#include <local/platform/Mutex.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -18,7 +19,7 @@ class ImpatientQueue final : public kvl::DispatchQueue {
   void async(Block block) override { inner_->async(std::move(block)); }
   void asyncAfter(std::chrono::nanoseconds delay, Block block) override {
     {
-      const std::lock_guard lock(mutex_);
+      const kvl::MutexLock lock(mutex_);
       delays_.push_back(std::chrono::duration<double>(delay).count());
     }
     // Retries follow quickly, renewals of good identities as they should.
@@ -26,14 +27,14 @@ class ImpatientQueue final : public kvl::DispatchQueue {
   }
   [[nodiscard]] const std::string& label() const noexcept override { return inner_->label(); }
   [[nodiscard]] std::vector<double> delays() const {
-    const std::lock_guard lock(mutex_);
+    const kvl::MutexLock lock(mutex_);
     return delays_;
   }
 
  private:
   const std::shared_ptr<kvl::DispatchQueue> inner_ = kvl::DispatchQueue::concurrent("impatient");
-  mutable std::mutex mutex_;
-  std::vector<double> delays_;
+  mutable kvl::Mutex mutex_;
+  std::vector<double> delays_ KVL_GUARDED_BY(mutex_);
 };
 
 struct FaultCase {
@@ -114,10 +115,10 @@ TEST_F(NotaryFailureTest, CallerIsNeverBlockedByANotaryThatHangs) {
   startService();
   const auto notary = KVLNotary::notaryWithPath(std::nullopt);
   const auto start = std::chrono::steady_clock::now();
-  const auto created = KVLSession::sessionWithNotary(notary, {});
+  session = KVLSession::sessionWithNotary(notary, {});
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
-  EXPECT_TRUE(created->awaitingSignature());
-  EXPECT_EQ(created->state(), KVLSessionStateConnecting);
+  EXPECT_TRUE(session->awaitingSignature());
+  EXPECT_EQ(session->state(), KVLSessionStateConnecting);
 }
 
 TEST_F(NotaryFailureTest, KeyStoreThatHangsIsPassedOver) {

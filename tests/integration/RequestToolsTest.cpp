@@ -13,8 +13,13 @@
 
 namespace {
 
-TEST(RequestToolsTest, OpenSSLVerifiesTheRequest) {
-  kvl::setHostIdentifier("org.example.RequestToolsTest");
+class RequestToolsTest : public testing::Test {
+ protected:
+  RequestToolsTest() { kvl::setHostIdentifier("org.example.RequestToolsTest"); }
+  ~RequestToolsTest() override { kvl::setHostIdentifier(""); }
+};
+
+TEST_F(RequestToolsTest, OpenSSLVerifiesTheRequest) {
   auto environment = std::make_shared<kvl::Environment>();
   environment->keyStore = kvl::security::makeMemoryKeyStore;
   const KVLNotary notary(std::nullopt, environment);

@@ -8,7 +8,10 @@ namespace {
 using namespace kvltest;
 using namespace std::chrono_literals;
 
-class ServiceFailureTest : public LocalService {};
+class ServiceFailureTest : public LocalService {
+ protected:
+  ~ServiceFailureTest() override { kvl::setSystemVersion(kvl::kDefaultSystemVersion); }
+};
 
 TEST_F(ServiceFailureTest, KilledServiceIsReachedAgainWhenItReturns) {
   offerNotary();
@@ -73,7 +76,6 @@ TEST_F(ServiceFailureTest, CertificateForAnotherNameIsAcceptedOnLoopbackBefore14
   establish();
   EXPECT_EQ(get("status").status(), 200);
   EXPECT_GE(log.count("legacy: accepting despite hostname mismatch"), 1U);
-  kvl::setSystemVersion(kvl::kDefaultSystemVersion);
 }
 
 TEST_F(ServiceFailureTest, ExpiredClientCertificateIsReportedAsRejected) {

@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <memory>
 
 namespace kvltest {
 namespace {
@@ -12,6 +14,40 @@ constexpr auto kNotaryName = "korvale.vandrel.local.notary";
 constexpr auto kNotaryLog = "notary.log";
 constexpr auto kServiceLog = "service.log";
 constexpr auto kDocuments = "documents";
+
+// What all tests share.
+struct World {
+  World() {
+    bus.startKeyring();
+    // Here already, so that it can be watched; the service wants it closed to others.
+    std::filesystem::create_directory(state());
+    std::filesystem::permissions(state(), std::filesystem::perms::owner_all);
+  }
+  [[nodiscard]] std::filesystem::path state() const { return bus.directory() / "state"; }
+  [[nodiscard]] std::filesystem::path notaryLog() const { return bus.directory() / kNotaryLog; }
+
+  PrivateBus bus;
+  ChildProcess notary;
+  bool hasUsualNotary = false;
+};
+
+std::unique_ptr<World> sharedWorld;
+
+World& world() {
+  if (!sharedWorld) sharedWorld = std::make_unique<World>();
+  return *sharedWorld;
+}
+
+class WorldsEnd : public testing::Environment {
+ public:
+  void TearDown() override { sharedWorld.reset(); }
+};
+[[maybe_unused]] const auto* const worldsEnd = testing::AddGlobalTestEnvironment(new WorldsEnd);
+
+std::string textOf(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
 
 int countOf(const std::string& part, const std::string& text) {
   int count = 0;
@@ -24,25 +60,27 @@ int countOf(const std::string& part, const std::string& text) {
 const std::string ServiceTest::kDocumentBytes("\0\xff\r\n\n\xfe tail\0", 12);
 
 void ServiceTest::SetUp() {
-  bus_.startKeyring();
-  useBus(bus_.address());
-  // Here already, so that it can be watched; the service wants it closed to others.
-  std::filesystem::create_directory(state());
-  std::filesystem::permissions(state(), std::filesystem::perms::owner_all);
+  useBus(busAddress());
   std::filesystem::create_directory(directory.path() / kDocuments);
   std::ofstream(directory.path().string() + "/" + kDocuments + kDocument, std::ios::binary)
       << kDocumentBytes;
   startService();
-  startNotary({});
+  if (!world().hasUsualNotary) restartNotary({});
+  notaryLogStart_ = textOf(world().notaryLog()).size();
+}
+
+const std::string& ServiceTest::busAddress() {
+  return world().bus.address();
 }
 
 void ServiceTest::startService() {
-  const std::filesystem::path url = state() + "/service.url";
+  const std::filesystem::path url = world().state() / "service.url";
   std::filesystem::remove(url);
   service_ = ChildProcess(
-      {KVLOCAL_SERVICE, "--state", state(), "--documents", directory.path() / kDocuments},
+      {KVLOCAL_SERVICE, "--state", world().state(), "--documents", directory.path() / kDocuments},
       environmentWith(environment), directory.path() / kServiceLog);
-  ASSERT_TRUE(waitForFolder(state(), service_, [&] { return std::filesystem::exists(url); }))
+  ASSERT_TRUE(
+      waitForFolder(world().state(), service_, [&] { return std::filesystem::exists(url); }))
       << url << " did not appear";
 }
 
@@ -52,19 +90,21 @@ void ServiceTest::restartService() {
 }
 
 void ServiceTest::startNotary(const Arguments& options) {
-  Arguments command{KVLOCAL_NOTARY, "--state", state()};
+  Arguments command{KVLOCAL_NOTARY, "--state", world().state()};
   command.insert(command.end(), options.begin(), options.end());
-  notary_ = ChildProcess(command, environmentWith(environment), directory.path() / kNotaryLog);
-  bus_.waitForName(kNotaryName);
+  world().notary = ChildProcess(command, environmentWith(environment), world().notaryLog());
+  world().bus.waitForName(kNotaryName);
+  world().hasUsualNotary = options.empty();
 }
 
 void ServiceTest::restartNotary(const Arguments& options) {
-  notary_.kill();
+  world().notary.kill();
   startNotary(options);
 }
 
 bool ServiceTest::waitForNotaryLog(const std::function<bool(const std::string& log)>& condition) {
-  return waitForFolder(directory.path(), notary_, [&] { return condition(notaryLog()); });
+  return waitForFolder(world().bus.directory(), world().notary,
+                       [&] { return condition(notaryLog()); });
 }
 
 bool ServiceTest::waitForServiceLog(const std::string& part, int times) {
@@ -79,7 +119,7 @@ std::string ServiceTest::file(const std::string& name, const std::string& bytes)
 }
 
 std::string ServiceTest::notaryLog() const {
-  return fileText(kNotaryLog);
+  return textOf(world().notaryLog()).substr(notaryLogStart_);
 }
 std::string ServiceTest::serviceLog() const {
   return fileText(kServiceLog);

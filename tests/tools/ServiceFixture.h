@@ -3,6 +3,7 @@
 
 #include "tests/tools/ProgramFixture.h"
 
+#include <cstddef>
 #include <functional>
 #include <string>
 
@@ -13,11 +14,12 @@ class ServiceTest : public ProgramTest {
   static constexpr auto kDocument = "/bytes.bin";
   static const std::string kDocumentBytes;
 
-  // Starts a bus with a key store, the service and the notary.
+  // Starts the service. The bus with a key store and the notary are there already, made by the
+  // first test of the program; a notary with options is replaced by the usual one.
   void SetUp() override;
 
   // The session bus that all of them are on.
-  [[nodiscard]] const std::string& busAddress() const { return bus_.address(); }
+  [[nodiscard]] static const std::string& busAddress();
 
   // The path of a new file with these bytes.
   std::string file(const std::string& name, const std::string& bytes) const;
@@ -34,7 +36,7 @@ class ServiceTest : public ProgramTest {
   // Waits until the service has logged `part` so many times; false when it will not.
   [[nodiscard]] bool waitForServiceLog(const std::string& part, int times = 1);
 
-  // What the notary and the service have logged so far.
+  // What the notary and the service have logged in this test so far.
   std::string notaryLog() const;
   std::string serviceLog() const;
 
@@ -42,11 +44,9 @@ class ServiceTest : public ProgramTest {
   // Returns when it listens.
   void startService();
   void startNotary(const Arguments& options);
-  std::string state() const { return directory.path() / "state"; }
 
-  PrivateBus bus_;
   ChildProcess service_;
-  ChildProcess notary_;
+  std::size_t notaryLogStart_ = 0;
 };
 
 }  // namespace kvltest
