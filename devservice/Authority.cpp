@@ -75,7 +75,7 @@ constexpr const char* kCertificateFile = "ca.pem";
 constexpr const char* kKeyFile = "ca.key";
 constexpr std::chrono::hours kAuthorityLifetime{24 * 365 * 10};
 
-// Wipes a text when it goes.
+// A text that is wiped from memory when it is destroyed.
 class SecretText {
  public:
   explicit SecretText(std::string text) : text_(std::move(text)) {}

@@ -43,7 +43,7 @@ struct CertificateContent {
 [[nodiscard]] CertificatePtr certificateFromPem(std::string_view pem);
 [[nodiscard]] KeyPtr keyFromPem(std::string_view pem);
 
-// The first of OpenSSL's queued errors, as text; empties the queue.
+// The oldest of OpenSSL's queued errors as text; the queue is empty afterwards.
 [[nodiscard]] std::string takeOpenSSLError();
 
 // The authority's certificate is the anchor that clients get; its key never leaves the state

@@ -146,7 +146,7 @@ std::string descriptionOf(const httplib::Request& request, const std::string& bo
   return document.text();
 }
 
-// Of a file the name and the size, of a long text the size.
+// The name and size of a file, the size of a long text, and any other text itself.
 std::string valueOf(const FormPart& part) {
   const std::string size = std::to_string(part.content.size()) + " bytes";
   if (part.filename) return printable(*part.filename) + ", " + size;

@@ -10,10 +10,10 @@ namespace devservice {
 namespace {
 
 constexpr std::ptrdiff_t kMostKept = 1000;
-// No service has told so many; adding to more could overflow.
+// No feed has numbered so many events; a client that claims more could make the sum overflow.
 constexpr std::int64_t kMostTold = std::int64_t{1} << 53;
 
-// 0 for what is no number of an event.
+// 0 for a text that is not the number of an event.
 std::int64_t eventNumber(std::string_view text) {
   const std::int64_t number = wholeNumber(text).value_or(0);
   return number >= 0 && number <= kMostTold ? number : 0;

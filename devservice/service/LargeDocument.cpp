@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::string_view kEnd = "]}";
 
-// All are equally long. The blank in place of a comma keeps the last one so too.
+// All records are equally long: the last one has a blank in place of the comma.
 void appendRecord(std::string& text, std::size_t number, bool isLast) {
   const std::size_t end = text.size() + LargeDocument::kRecordSize;
   const std::string digits = std::to_string(number);

@@ -238,7 +238,7 @@ void events(ServiceState& state, const httplib::Request& request, httplib::Respo
 }
 
 constexpr std::int64_t kLongestInterval = 600'000;
-// How soon a follower hears of something.
+// How long a follower waits at most for something new.
 constexpr std::chrono::milliseconds kLook{40};
 
 // Returns when the client left or the service ends.

@@ -1,3 +1,5 @@
+// Answers on demand: late, in pieces, large, redirected, broken off or with any status.
+
 #include "devservice/Log.h"
 #include "devservice/service/EventScript.h"
 #include "devservice/service/Json.h"

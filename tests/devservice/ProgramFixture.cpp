@@ -18,10 +18,6 @@ namespace {
 
 constexpr const char* kNotaryName = "korvale.vandrel.local.notary";
 
-void writeFile(const std::filesystem::path& path, std::string_view text) {
-  std::ofstream(path) << text;
-}
-
 std::string textOf(const kvl::Dictionary& reply, std::string_view key) {
   return std::string(reply[key].string().value_or(""));
 }
@@ -95,9 +91,9 @@ kvl::Dictionary ProgramFixture::replyOf(const CallRecorder& recorder) {
 
 void ProgramFixture::obtainIdentity() {
   const kvl::Dictionary reply = replyOf(*notarise("/a/host"));
-  writeFile(bus_.directory() / "anchor.pem", textOf(reply, "anchor"));
-  writeFile(bus_.directory() / "client.pem", textOf(reply, "certificate"));
-  writeFile(bus_.directory() / "client.key", keyText(key_.get()));
+  std::ofstream(bus_.directory() / "anchor.pem") << textOf(reply, "anchor");
+  std::ofstream(bus_.directory() / "client.pem") << textOf(reply, "certificate");
+  std::ofstream(bus_.directory() / "client.key") << keyText(key_.get());
 }
 
 CommandResult ProgramFixture::get(const std::string& path, const std::string& options) const {

@@ -31,7 +31,7 @@ bool goes(const std::weak_ptr<Object>& object) {
 
 class EventStreamLifetimeTest : public EventStreamFixture {
  protected:
-  // A session that nobody but the test keeps alive.
+  // Establishes a session that only the test keeps alive.
   void establishMortal() {
     startService();
     offerNotary();
@@ -44,7 +44,7 @@ class EventStreamLifetimeTest : public EventStreamFixture {
     ASSERT_TRUE(states->waitFor(KVLSessionStateEstablished));
   }
 
-  // Lets go of what the test keeps.
+  // Releases what the test holds of the session.
   [[nodiscard]] std::weak_ptr<KVLSession> releaseSession() {
     states.reset();
     return std::exchange(session, nullptr);

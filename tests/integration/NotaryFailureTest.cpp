@@ -12,8 +12,7 @@ namespace {
 using namespace kvltest;
 using namespace std::chrono_literals;
 
-// Passes blocks on at once and writes down the delays that were asked for, so that the tests need
-// not sit through them; what the delays are is checked, not waited for.
+// Runs delayed blocks at once and records the delays, so that the tests check them without waiting.
 class ImpatientQueue final : public kvl::DispatchQueue {
  public:
   void async(Block block) override { inner_->async(std::move(block)); }
@@ -22,7 +21,7 @@ class ImpatientQueue final : public kvl::DispatchQueue {
       const kvl::MutexLock lock(mutex_);
       delays_.push_back(std::chrono::duration<double>(delay).count());
     }
-    // Retries follow quickly, renewals of good identities as they should.
+    // Retries follow quickly; the renewal of a good identity keeps its delay.
     inner_->asyncAfter(delay > 60s ? delay : 50ms, std::move(block));
   }
   [[nodiscard]] const std::string& label() const noexcept override { return inner_->label(); }

@@ -46,7 +46,7 @@ std::string clientText(const kvl::CertificateRef& client) {
          field("serial", client->serialNumber());
 }
 
-// A parser's and a library's own text tell more than domain and code.
+// The text of the parser or library that failed says more than domain and code.
 std::optional<std::string> reasonOf(const kvl::Error& error) {
   if (auto reason = error.localizedFailureReason()) return reason;
   const auto text = error.userInfo()[kvl::NSDebugDescriptionErrorKey].string();

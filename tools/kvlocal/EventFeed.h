@@ -22,14 +22,14 @@ namespace kvlocal {
 // An object with the properties "event", "data" and "id"; absent ones are left out.
 [[nodiscard]] std::string jsonEventLine(const KVLEvent& event);
 
-// Lets lines wait until they are printed, in the order in which their events came. When as much
-// waits as may, `add` blocks, which holds the service back.
+// A queue of lines to be printed, in the order in which their events came. `add` blocks when the
+// queue is full, which holds the service back.
 class EventFeed final : public KVLSessionDelegate {
  public:
   // A line feed belongs to the line.
   using Format = std::function<std::string(const KVLEvent&)>;
 
-  // One more batch is let in as long as fewer bytes than this wait.
+  // The queue takes one more batch as long as fewer bytes than this wait in it.
   static constexpr std::size_t kMostWaitingBytes = std::size_t{1} << 20;
 
   EventFeed(std::shared_ptr<Rendezvous> rendezvous, Format format);

@@ -71,7 +71,7 @@ Rendezvous::Limit earlier(Rendezvous::Limit a, Rendezvous::Limit b) {
   return a && b ? std::min(a, b) : std::max(a, b);
 }
 
-// The answer's head tells more than that time passes.
+// Once the answer's head is there, it tells how much is to come.
 std::string phaseOf(const Exchange::Task& task) {
   const auto response = task ? task->response() : nullptr;
   if (!response) return "waiting for the answer";

@@ -1,3 +1,5 @@
+// The command form, which submits a form that the command line describes.
+
 #include "tools/kvlocal/Arguments.h"
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Exchange.h"
@@ -94,7 +96,7 @@ Inputs inputsOf(const CLI::App& parser, const CLI::Option* texts, const CLI::Opt
   return inputs;
 }
 
-// One value each time, so that what follows is not taken for another.
+// One value for each option, so that the word that follows is not taken for another value.
 CLI::Option* declareInputs(CLI::App& parser, const char* name, std::vector<std::string>& values,
                            const char* help) {
   return parser.add_option(name, values, help)->allow_extra_args(false);

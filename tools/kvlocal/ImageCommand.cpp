@@ -1,3 +1,5 @@
+// The command image, which fetches an image, tells its size and keeps it.
+
 #include "tools/kvlocal/Arguments.h"
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Describe.h"

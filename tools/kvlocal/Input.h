@@ -17,8 +17,8 @@ namespace kvlocal {
 // Names standard input in place of a file.
 inline constexpr std::string_view kStandardInput = "-";
 
-// Reads the whole of a file, of standard input for its name. `ok`, `interrupted`, or `usage` after
-// it has said why the file cannot be read.
+// Reads a whole file, or standard input when `path` is kStandardInput. `ok`, `interrupted`, or
+// `usage` after it has said why the file cannot be read.
 [[nodiscard]] ExitCode readInput(const std::string& path,
                                  const std::shared_ptr<Rendezvous>& rendezvous, kvl::Data& data);
 

@@ -1,3 +1,5 @@
+// The command menu, which draws a menu of the service or submits the form of one of its items.
+
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Exchange.h"
 #include "tools/kvlocal/JSON.h"

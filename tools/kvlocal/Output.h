@@ -41,7 +41,7 @@ inline constexpr const char* kExitCodesHelp =
 // Says that standard output cannot be written, and why as errno has it. `output`.
 [[nodiscard]] ExitCode giveUpOutput(int error);
 
-// Makes or replaces a file. `ok`, or `output` after it has said why that failed.
+// Creates or replaces a file. `ok`, or `output` after it has said why that failed.
 [[nodiscard]] ExitCode writeFile(const std::string& path, std::string_view bytes);
 
 // Writes "kvlocal: " and the message to standard error.

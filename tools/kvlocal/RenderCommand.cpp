@@ -1,3 +1,6 @@
+// The command render, which shows dates, times and durations in the user's locale. It needs neither
+// notary nor service.
+
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Input.h"
 #include "tools/kvlocal/JSON.h"
@@ -24,7 +27,7 @@ ExitCode runRender(const Context& context, const RenderOptions& options) {
   std::optional<kvl::Value> locales;
   const ExitCode read = readDocument(options.locales, context.rendezvous, locales);
   if (read != ExitCode::ok) return read;
-  // Rendering tells mistakes nowhere but in the log.
+  // Rendering reports mistakes in the log only.
   kvl::setLogSink(complain);
   return show(KVLEncoding::stringWithLocales(options.text, locales.value_or(kvl::Value())),
               context.settings.json);

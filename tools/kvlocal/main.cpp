@@ -133,7 +133,8 @@ Runners declareCommands(CLI::App& parser) {
 }
 
 int run(const Runner& runner, const Settings& settings) {
-  // A reader that goes away is an error of writing, so that the keys are removed all the same.
+  // Without a signal, a reader that goes away is an error of writing, and the keys are still
+  // removed.
   signal(SIGPIPE, SIG_IGN);
   routeLog(settings.verbose);
   kvl::setHostIdentifier(settings.identifier);
