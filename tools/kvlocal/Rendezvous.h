@@ -27,7 +27,7 @@ class Rendezvous {
 
   // Waits until `isMet`, which is called with the lock held. A met condition goes before all else.
   template <class IsMet>
-  [[nodiscard]] Result wait(Limit limit, IsMet isMet) {
+  [[nodiscard]] Result wait(Limit limit, const IsMet& isMet) {
     kvl::MutexLock lock(mutex_);
     while (!isMet() && !interrupted_) {
       if (!limit) {
