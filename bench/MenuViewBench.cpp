@@ -1,6 +1,6 @@
 // Opening a menu of a thousand items, beside a plain menu of a thousand titles in the same run.
 #include "bench/Measurement.h"
-#include "qt/MenuContents.h"
+#include "qt/menu/MenuContents.h"
 
 #include <local/platform/Menu.h>
 #include <local/qt/MenuView.h>

@@ -1,5 +1,7 @@
-// Texts of others, made fit to be shown.
+// Texts from outside as Qt shows them.
 #pragma once
+
+#include "platform/interface/binding/ShownText.h"
 
 #include <QString>
 #include <functional>
@@ -8,18 +10,17 @@
 namespace kvl::qt {
 
 // The longest text that is shown, in UTF-16 code units. What is longer ends with an ellipsis.
-inline constexpr qsizetype kLongestText = 1000;
+inline constexpr qsizetype kLongestText = interface::kLongestShownText;
 
-// One line: line feeds, tabs and other control characters are spaces. Cut before anything looks at
-// all of it. Any thread.
+// One line: line feeds, tabs and other control characters are spaces. Any thread.
 [[nodiscard]] QString lineOf(std::string_view text);
 
 // The same with its line feeds.
 [[nodiscard]] QString linesOf(std::string_view text);
 
-// `text` with a sign that is not seen wherever a word may be broken since it is longer than
+// `text` with an invisible character (U+200B) wherever a word may be broken since it is longer than
 // `longest` code units; none inside a character. `begins` tells where words begin. Whoever copies
-// the text copies the signs, too.
+// the text copies the invisible characters, too.
 [[nodiscard]] QString withBreaks(const QString& text, qsizetype longest,
                                  const std::function<bool(qsizetype index)>& begins);
 

@@ -1,4 +1,4 @@
-#include "qt/MenuAccessibility.h"
+#include "qt/menu/MenuAccessibility.h"
 #include "tests/qt/MenuScene.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
-#include "qt/Contrast.h"
-#include "qt/MenuColours.h"
+#include "qt/controls/Painting.h"
+#include "qt/menu/MenuPainter.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
-#include "qt/MenuEntry.h"
 #include "qt/PlainText.h"
+#include "qt/menu/MenuEntry.h"
 #include "tests/qt/MenuScene.h"
 #include "tests/support/PlainImage.h"
 

@@ -1,4 +1,4 @@
-#include "qt/MenuIcons.h"
+#include "qt/menu/MenuIcons.h"
 #include "tests/qt/DrawnImage.h"
 #include "tests/qt/MenuScene.h"
 #include "tests/support/WaitUntil.h"

@@ -1,4 +1,4 @@
-#include "qt/MenuLayout.h"
+#include "qt/menu/MenuLayout.h"
 #include "tests/support/QtApplication.h"
 
 #include <gmock/gmock.h>
@@ -9,11 +9,11 @@
 namespace {
 
 using kvl::MenuItem;
+using kvl::qt::EntryLayout;
+using kvl::qt::layoutOf;
 using kvl::qt::MenuColumns;
 using kvl::qt::MenuEntry;
 using kvl::qt::MenuMetrics;
-using kvl::qt::MenuRow;
-using kvl::qt::rowOf;
 using kvl::qt::sizeOf;
 using testing::Ge;
 using testing::Gt;
@@ -40,12 +40,12 @@ class MenuLayoutTest : public testing::Test {
     const QSize size = sizeOf(entry, columns, metrics, kWidest);
     return {30, 200, size.width() + columns.shortcutWidth, size.height()};
   }
-  [[nodiscard]] MenuRow row(const MenuEntry& entry,
-                            Qt::LayoutDirection direction = Qt::LeftToRight) const {
-    return rowOf(entry, columns, metrics, placeOf(entry), direction);
+  [[nodiscard]] EntryLayout row(const MenuEntry& entry,
+                                Qt::LayoutDirection direction = Qt::LeftToRight) const {
+    return layoutOf(entry, columns, metrics, placeOf(entry), direction);
   }
 
-  static std::array<QRect, 7> partsOf(const MenuRow& row) {
+  static std::array<QRect, 7> partsOf(const EntryLayout& row) {
     return {row.mark, row.icon, row.title, row.subtitle, row.badge, row.shortcut, row.arrow};
   }
 
@@ -56,7 +56,7 @@ class MenuLayoutTest : public testing::Test {
 };
 
 TEST_F(MenuLayoutTest, PartsGoFromMarkToArrow) {
-  const MenuRow parts = row(full);
+  const EntryLayout parts = row(full);
   EXPECT_LT(parts.mark.right(), parts.icon.left());
   EXPECT_LT(parts.icon.right(), parts.title.left());
   EXPECT_LT(parts.title.right(), parts.badge.left());
@@ -65,7 +65,7 @@ TEST_F(MenuLayoutTest, PartsGoFromMarkToArrow) {
 }
 
 TEST_F(MenuLayoutTest, TheSecondLineIsBelowTheTitle) {
-  const MenuRow parts = row(full);
+  const EntryLayout parts = row(full);
   EXPECT_EQ(parts.subtitle.left(), parts.title.left());
   EXPECT_EQ(parts.subtitle.top(), parts.title.bottom() + 1);
 }
@@ -82,7 +82,7 @@ TEST_F(MenuLayoutTest, NoPartsOverlapOrLeaveTheRow) {
 }
 
 TEST_F(MenuLayoutTest, TextsThatFitAreNotCut) {
-  const MenuRow parts = row(full);
+  const EntryLayout parts = row(full);
   EXPECT_THAT(parts.title.width(), Ge(metrics.text.horizontalAdvance(full.title)));
   EXPECT_THAT(parts.subtitle.width(), Ge(metrics.small.horizontalAdvance(full.subtitle)));
   EXPECT_THAT(parts.badge.width(), Ge(metrics.small.horizontalAdvance(full.badge)));
@@ -103,7 +103,7 @@ TEST_F(MenuLayoutTest, RightToLeftIsTheMirrorImage) {
 TEST_F(MenuLayoutTest, WhatAnEntryHasNotHasNoPlace) {
   MenuEntry plain;
   plain.title = QStringLiteral("Quit");
-  const MenuRow parts = row(plain);
+  const EntryLayout parts = row(plain);
   for (const QRect& part :
        {parts.mark, parts.icon, parts.subtitle, parts.badge, parts.shortcut, parts.arrow})
     EXPECT_TRUE(part.isEmpty());
@@ -159,7 +159,7 @@ TEST_F(MenuLayoutTest, LongTextsAreCutAtTheWidestMenu) {
 }
 
 TEST_F(MenuLayoutTest, WhereThereIsNoRoomNothingHasANegativeSize) {
-  const MenuRow parts = rowOf(full, columns, metrics, QRect(0, 0, 20, 5), Qt::RightToLeft);
+  const EntryLayout parts = layoutOf(full, columns, metrics, QRect(0, 0, 20, 5), Qt::RightToLeft);
   for (const QRect& part : partsOf(parts)) {
     EXPECT_THAT(part.width(), Ge(0));
     EXPECT_THAT(part.height(), Ge(0));
@@ -170,7 +170,7 @@ TEST_F(MenuLayoutTest, ASectionHeaderIsBoldSmallPrintWithMoreRoomAbove) {
   MenuEntry header;
   header.kind = MenuItem::Kind::sectionHeader;
   header.title = QStringLiteral("Updates");
-  const MenuRow parts = row(header);
+  const EntryLayout parts = row(header);
   EXPECT_TRUE(metrics.titleFont(header).bold());
   EXPECT_LT(metrics.titleFont(header).pointSizeF(), metrics.font.pointSizeF());
   EXPECT_GT(parts.title.top() - placeOf(header).top(),

@@ -1,17 +1,13 @@
-#include "qt/MenuRows.h"
 #include "tests/qt/MenuScene.h"
 
 #include <gmock/gmock.h>
 
 #include <QMainWindow>
 #include <QMenuBar>
-#include <map>
-#include <string>
 #include <vector>
 
 namespace {
 
-using kvl::qt::MenuItems;
 using kvl::qt::MenuView;
 using kvltest::click;
 using kvltest::eventually;
@@ -81,33 +77,6 @@ TEST_F(MenuMoveTest, ItemsThatMovedKeepTheirMarks) {
     action->trigger();
     EXPECT_TRUE(action->isChecked());
   }
-}
-
-// Which of the items are moved when they change their places from "before" to "after".
-std::string movedBetween(const std::string& before, const std::string& after) {
-  std::map<char, MenuItemRef> items;
-  for (const char name : before + after) items.try_emplace(name, MenuItem::itemWithTitle("x"));
-  std::vector<const MenuItem*> shown;
-  for (const char name : before) shown.push_back(items[name].get());
-  MenuItems wanted;
-  for (const char name : after) wanted.push_back(items[name]);
-  const auto rows = kvl::qt::matchedRows(shown, wanted).rows;
-  std::string moved;
-  for (std::size_t i = 0; i < rows.size(); ++i)
-    if (rows[i].moved) moved += after[i];
-  return moved;
-}
-
-TEST(MenuRowsTest, AsFewAsPossibleAreMoved) {
-  EXPECT_EQ(movedBetween("abcde", "abcde"), "");
-  EXPECT_EQ(movedBetween("abcde", "eabcd"), "e");
-  EXPECT_EQ(movedBetween("abcde", "bcdea"), "a");
-  EXPECT_EQ(movedBetween("abcde", "xdayb"), "d");
-  EXPECT_EQ(movedBetween("ab", "ba").size(), 1U);
-  EXPECT_EQ(movedBetween("abcd", "dcba").size(), 3U);
-  EXPECT_EQ(movedBetween("aba", "aab").size(), 1U);
-  EXPECT_EQ(movedBetween("", "abc"), "");
-  EXPECT_EQ(movedBetween("abc", ""), "");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "qt/MenuShortcut.h"
+#include "qt/menu/MenuEntry.h"
 #include "tests/qt/MenuScene.h"
 
 #include <gmock/gmock.h>

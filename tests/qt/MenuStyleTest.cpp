@@ -1,7 +1,7 @@
-#include "qt/MenuContents.h"
-#include "qt/MenuIcons.h"
-#include "qt/MenuLayout.h"
-#include "qt/MenuStyle.h"
+#include "qt/menu/MenuContents.h"
+#include "qt/menu/MenuIcons.h"
+#include "qt/menu/MenuLayout.h"
+#include "qt/menu/MenuStyle.h"
 #include "tests/qt/DrawnImage.h"
 #include "tests/qt/MenuScene.h"
 #include "tests/qt/PictureMenu.h"
@@ -18,10 +18,10 @@
 
 namespace {
 
+using kvl::qt::EntryLayout;
 using kvl::qt::MenuContents;
 using kvl::qt::MenuEntry;
 using kvl::qt::MenuMetrics;
-using kvl::qt::MenuRow;
 using kvl::qt::MenuStyle;
 using kvl::qt::MenuView;
 using kvltest::DrawnImage;
@@ -36,13 +36,13 @@ using testing::Le;
 using testing::Lt;
 
 // The parts of a row of an open menu.
-MenuRow rowIn(const MenuView& view, QAction* action) {
+EntryLayout rowIn(const MenuView& view, QAction* action) {
   const auto* contents = MenuContents::of(&view);
-  return rowOf(*contents->entry(action), contents->columns(), MenuMetrics(view.font()),
-               view.actionGeometry(action), view.layoutDirection());
+  return layoutOf(*contents->entry(action), contents->columns(), MenuMetrics(view.font()),
+                  view.actionGeometry(action), view.layoutDirection());
 }
 
-std::array<QRect, 7> partsOf(const MenuRow& row) {
+std::array<QRect, 7> partsOf(const EntryLayout& row) {
   return {row.mark, row.icon, row.title, row.subtitle, row.badge, row.shortcut, row.arrow};
 }
 
@@ -70,7 +70,7 @@ TEST_P(MenuStylesTest, EveryTextHasItsPlaceInEveryRow) {
   for (QAction* action : view.actions()) {
     const MenuEntry* entry = MenuContents::of(&view)->entry(action);
     if (entry->kind == MenuItem::Kind::separator) continue;
-    const MenuRow row = rowIn(view, action);
+    const EntryLayout row = rowIn(view, action);
     const auto name = entry->title.toStdString();
     EXPECT_THAT(row.title.width(), Ge(metrics.titleMetrics(*entry).horizontalAdvance(entry->title)))
         << name;

@@ -1,4 +1,4 @@
-#include "qt/MenuContents.h"
+#include "qt/menu/MenuContents.h"
 #include "tests/qt/MenuScene.h"
 #include "tests/support/PlainImage.h"
 #include "tests/support/Sanitized.h"

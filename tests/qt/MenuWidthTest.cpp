@@ -1,5 +1,5 @@
-#include "qt/MenuContents.h"
-#include "qt/MenuLayout.h"
+#include "qt/menu/MenuContents.h"
+#include "qt/menu/MenuLayout.h"
 #include "tests/qt/MenuScene.h"
 
 #include <gmock/gmock.h>
@@ -35,8 +35,8 @@ void expectShownInFull(MenuView& view, const QFont& font) {
   const auto* contents = MenuContents::of(&view);
   auto* const action = view.actions().at(0);
   const auto& entry = *contents->entry(action);
-  const auto row = rowOf(entry, contents->columns(), metrics, view.actionGeometry(action),
-                         view.layoutDirection());
+  const auto row = layoutOf(entry, contents->columns(), metrics, view.actionGeometry(action),
+                            view.layoutDirection());
   EXPECT_EQ(shownIn(row.shortcut, entry.shortcut, metrics.text, 0), entry.shortcut);
   EXPECT_EQ(shownIn(row.badge, entry.badge, metrics.small, metrics.badgeMargin), entry.badge);
   EXPECT_GE(row.title.width(), metrics.text.horizontalAdvance(entry.title));

@@ -1,6 +1,6 @@
 #include "tests/qt/PictureMenu.h"
 
-#include "qt/MenuContents.h"
+#include "qt/menu/MenuContents.h"
 
 #include <local/KVLEncodingMenus.h>
 
