@@ -2,9 +2,7 @@
 
 #include "examples/qthost/DocumentView.h"
 #include "examples/qthost/FormDialog.h"
-#include "examples/qthost/Host.h"
 #include "examples/qthost/MainWindow.h"
-#include "examples/qthost/Picture.h"
 #include "examples/qthost/Texts.h"
 
 #include <local/platform/Log.h>
@@ -14,10 +12,13 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QList>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPainter>
 #include <QSocketNotifier>
 #include <QTimer>
+#include <QWidget>
 #include <array>
 #include <chrono>
 #include <iostream>
@@ -30,6 +31,31 @@ constexpr std::chrono::milliseconds kPictureDelay{300};
 
 void say(const QString& what, const QString& text) {
   std::cout << kvl::qt::utf8(what) << ": " << kvl::qt::utf8(text) << std::endl;
+}
+
+bool belongsTo(const QWidget* widget, const QWidget& window) {
+  for (; widget != nullptr; widget = widget->parentWidget())
+    if (widget == &window) return true;
+  return false;
+}
+
+// The window comes first, dialogs next, menus last.
+constexpr int kLayers = 3;
+
+int layerOf(const QWidget* widget, const QWidget& window) {
+  if (widget == &window) return 0;
+  return widget->windowType() == Qt::Popup ? 2 : 1;
+}
+
+QList<QWidget*> shownWith(const QWidget& window) {
+  QList<QWidget*> shown;
+  for (int layer = 0; layer < kLayers; ++layer) {
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+      const bool isShown = widget->isVisible() && belongsTo(widget, window);
+      if (isShown && layerOf(widget, window) == layer) shown.append(widget);
+    }
+  }
+  return shown;
 }
 
 }  // namespace
@@ -111,6 +137,25 @@ void Console::tellEvents(const EventInbox::Events& events) {
     say("event", kvl::qt::qString(kvl::format("%@, id %@, data %@", event->event(),
                                               event->identifier(), event->data())));
   }
+}
+
+QPixmap pictureOf(QWidget& window) {
+  const QList<QWidget*> shown = shownWith(window);
+  QRect place = window.frameGeometry();
+  for (const QWidget* widget : shown) place |= widget->frameGeometry();
+  const qreal scale = window.devicePixelRatioF();
+  QPixmap picture(place.size() * scale);
+  picture.setDevicePixelRatio(scale);
+  picture.fill(Qt::transparent);
+  QPainter painter(&picture);
+  painter.setPen(window.palette().color(QPalette::Dark));
+  for (QWidget* widget : shown) {
+    const QRect at = widget->frameGeometry().translated(-place.topLeft());
+    painter.drawPixmap(at.topLeft(), widget->grab());
+    // Without a window manager nothing else tells a dialog from what is below.
+    if (layerOf(widget, window) == 1) painter.drawRect(at.adjusted(0, 0, -1, -1));
+  }
+  return picture;
 }
 
 }  // namespace qthost

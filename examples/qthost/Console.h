@@ -1,15 +1,17 @@
 // The host as a script sees it.
 #pragma once
 
-#include "examples/qthost/EventInbox.h"
+#include "examples/qthost/Host.h"
 
 #include <QByteArray>
 #include <QObject>
+#include <QPixmap>
 #include <QString>
+
+class QWidget;
 
 namespace qthost {
 
-class Host;
 class MainWindow;
 
 // Tells on standard output what the window shows, and does what lines of standard input say:
@@ -42,5 +44,9 @@ class Console : public QObject {
   MainWindow& window_;
   QByteArray input_;
 };
+
+// The window with the dialogs and menus that it has open, each where it is on the screen. Whatever
+// else is on the screen is not in the picture. GUI thread.
+[[nodiscard]] QPixmap pictureOf(QWidget& window);
 
 }  // namespace qthost

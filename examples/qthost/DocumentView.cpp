@@ -2,7 +2,6 @@
 
 #include "examples/qthost/DocumentTree.h"
 #include "examples/qthost/GuiThread.h"
-#include "examples/qthost/Notice.h"
 
 #include <local/KVLEncodingSession.h>
 #include <local/qt/Conversions.h>

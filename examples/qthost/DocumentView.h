@@ -13,7 +13,6 @@ class QLineEdit;
 namespace qthost {
 
 class DocumentTree;
-class Notice;
 
 // A path to type, and the document there. What goes wrong is told in place, and the document that
 // was shown stays.

@@ -1,6 +1,5 @@
 #include "examples/qthost/EventLog.h"
 
-#include "examples/qthost/TechnicalText.h"
 #include "examples/qthost/Texts.h"
 
 #include <QHeaderView>

@@ -1,7 +1,7 @@
 // The events of the service, a line each.
 #pragma once
 
-#include "examples/qthost/EventInbox.h"
+#include "examples/qthost/Host.h"
 
 #include <QTreeWidget>
 

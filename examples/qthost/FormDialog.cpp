@@ -1,24 +1,93 @@
 #include "examples/qthost/FormDialog.h"
 
 #include "examples/qthost/DocumentTree.h"
-#include "examples/qthost/FieldArea.h"
 #include "examples/qthost/FormField.h"
 #include "examples/qthost/GuiThread.h"
-#include "examples/qthost/Notice.h"
+#include "examples/qthost/Texts.h"
 
 #include <local/KVLEncodingForm.h>
 
+#include <QFormLayout>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QPushButton>
 #include <QScreen>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QTimer>
+#include <algorithm>
+#include <utility>
 
 namespace qthost {
 namespace {
 
 constexpr int kUsualWidth = 440;
 
+constexpr int kLongestLabel = 60;
+constexpr int kLeastHeight = 60;
+
+// Where the keyboard stops in a field, which may be made of several widgets.
+QList<QWidget*> stopsIn(QWidget* field) {
+  if (field->focusPolicy() & Qt::TabFocus) return {field};
+  QList<QWidget*> stops;
+  for (auto* part : field->findChildren<QWidget*>())
+    if (part->focusPolicy() & Qt::TabFocus && part->focusProxy() == nullptr) stops.append(part);
+  return stops;
+}
+
 }  // namespace
+
+// Labels and fields in rows. It wants the room that all need, but no more than half of the screen,
+// and scrolls where there is less.
+class FieldArea : public QScrollArea {
+ public:
+  explicit FieldArea(QWidget* parent = nullptr);
+
+  // Appends a row; the keyboard reaches it after the one above.
+  void addRow(const QString& label, QWidget* field);
+
+  [[nodiscard]] QSize sizeHint() const override;
+  [[nodiscard]] QSize minimumSizeHint() const override;
+
+ private:
+  [[nodiscard]] QSize bounded(QSize size) const;
+
+  QFormLayout* const rows_;
+  QWidget* last_;
+};
+
+FieldArea::FieldArea(QWidget* parent)
+    : QScrollArea(parent), rows_(new QFormLayout(new QWidget)), last_(this) {
+  rows_->setContentsMargins(0, 0, 0, 0);
+  setWidget(rows_->parentWidget());
+  setWidgetResizable(true);
+  setFrameShape(QFrame::NoFrame);
+  setFocusPolicy(Qt::NoFocus);
+}
+
+void FieldArea::addRow(const QString& label, QWidget* field) {
+  auto* words = new QLabel;
+  words->setTextFormat(Qt::PlainText);
+  words->setText(withoutMnemonic(lineOf(label.toStdString(), kLongestLabel)));
+  words->setBuddy(field);
+  rows_->addRow(words, field);
+  for (auto* stop : stopsIn(field)) QWidget::setTabOrder(std::exchange(last_, stop), stop);
+  updateGeometry();
+}
+
+QSize FieldArea::sizeHint() const {
+  return bounded(widget()->sizeHint());
+}
+
+QSize FieldArea::minimumSizeHint() const {
+  const QSize least = widget()->minimumSizeHint();
+  return bounded({least.width() + verticalScrollBar()->sizeHint().width(),
+                  std::min(least.height(), kLeastHeight)});
+}
+
+QSize FieldArea::bounded(QSize size) const {
+  return size.boundedTo(screen()->availableSize() / 2);
+}
 
 FormDialog::FormDialog(Host& host, const QString& title, const kvl::Dictionary& form,
                        KVLEncoding::RelativePath path, QWidget* parent)

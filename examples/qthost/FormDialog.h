@@ -19,7 +19,6 @@ class DocumentTree;
 class FieldArea;
 class FileField;
 class FormField;
-class Notice;
 
 // A field for each input of a form, files to be added, and what the service answers.
 class FormDialog : public QDialog {

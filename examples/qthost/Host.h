@@ -1,16 +1,44 @@
 // The session with the service, as the windows see it.
 #pragma once
 
-#include "examples/qthost/EventInbox.h"
-#include "examples/qthost/IconSource.h"
-
 #include <local/KVLSession.h>
+#include <local/platform/Mutex.h>
 
 #include <QObject>
 #include <QString>
+#include <cstddef>
+#include <deque>
+#include <functional>
 #include <memory>
+#include <vector>
+
+class KVLEncodingImageSource;
 
 namespace qthost {
+
+// Receives a session's events on the framework's queue. However fast they come, the GUI thread is
+// called once for many, and no more than the latest are kept for it.
+class EventInbox : public KVLSessionDelegate {
+ public:
+  using Events = std::deque<std::shared_ptr<KVLEvent>>;
+
+  static constexpr std::size_t kMostKept = 1000;
+
+  // `arrived` is called on the framework's queue when there is something to take and nothing was.
+  explicit EventInbox(std::function<void()> arrived);
+
+  void eventStream(KVLSession& session,
+                   const std::vector<std::shared_ptr<KVLEvent>>& events) override;
+  void add(const std::vector<std::shared_ptr<KVLEvent>>& events);
+
+  // What has come since the last time. Any thread.
+  [[nodiscard]] Events take();
+
+ private:
+  const std::function<void()> arrived_;
+  kvl::Mutex mutex_;
+  Events events_ KVL_GUARDED_BY(mutex_);
+};
 
 // Owns the session and tells on the GUI thread what it tells on its own queues. All windows share
 // one, which outlives them.
@@ -23,7 +51,8 @@ class Host : public QObject {
   ~Host() override;
 
   [[nodiscard]] KVLSession& session() const { return *session_; }
-  [[nodiscard]] const std::shared_ptr<IconSource>& icons() const { return icons_; }
+  // Where menus have their icons from.
+  [[nodiscard]] const std::shared_ptr<KVLEncodingImageSource>& icons() const { return icons_; }
 
   // The state that was told last.
   [[nodiscard]] KVLSessionState state() const { return state_; }
@@ -40,7 +69,7 @@ class Host : public QObject {
 
   const std::shared_ptr<EventInbox> inbox_;  // the session holds it weakly
   const std::shared_ptr<KVLSession> session_;
-  const std::shared_ptr<IconSource> icons_;
+  const std::shared_ptr<KVLEncodingImageSource> icons_;
   KVLSessionState state_ = KVLSessionStateConnecting;
   kvl::Observation states_;
   kvl::Observation progress_;

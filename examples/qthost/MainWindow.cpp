@@ -1,8 +1,6 @@
 #include "examples/qthost/MainWindow.h"
 
-#include "examples/qthost/BarMenus.h"
 #include "examples/qthost/DocumentView.h"
-#include "examples/qthost/Ellipses.h"
 #include "examples/qthost/EventLog.h"
 #include "examples/qthost/FormDialog.h"
 #include "examples/qthost/GuiThread.h"

@@ -12,6 +12,10 @@ class QAction;
 class QLabel;
 class QToolButton;
 
+namespace kvl {
+class Dictionary;
+class MenuItem;
+}  // namespace kvl
 namespace kvl::qt {
 class MenuView;
 class ProgressView;

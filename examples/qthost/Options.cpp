@@ -1,9 +1,19 @@
 #include "examples/qthost/Options.h"
 
+#include <QApplication>
 #include <QCommandLineParser>
-#include <QCoreApplication>
+#include <QStyleFactory>
 
 namespace qthost {
+namespace {
+
+constexpr QRgb kWindow = 0xff2d2d2d;
+constexpr QRgb kBase = 0xff1e1e1e;
+constexpr QRgb kText = 0xfff0f0f0;
+constexpr QRgb kFaintText = 0xff808080;
+constexpr QRgb kHighlight = 0xff2a6fc9;
+
+}  // namespace
 
 Options readOptions(const QCoreApplication& application) {
   Options options;
@@ -28,6 +38,27 @@ Options readOptions(const QCoreApplication& application) {
   options.isRightToLeft = parser.isSet(rightToLeft);
   options.traces = parser.isSet(trace);
   return options;
+}
+
+void setLook(const Options& options) {
+  if (options.isRightToLeft) QApplication::setLayoutDirection(Qt::RightToLeft);
+  if (!options.isDark) return;
+  QApplication::setStyle(QStyleFactory::create("fusion"));
+  QApplication::setPalette(darkPalette());
+}
+
+QPalette darkPalette() {
+  QPalette palette{QColor(kWindow)};
+  palette.setColor(QPalette::Base, QColor(kBase));
+  palette.setColor(QPalette::AlternateBase, QColor(kBase).lighter(120));
+  palette.setColor(QPalette::PlaceholderText, QColor(kFaintText));
+  palette.setColor(QPalette::Highlight, QColor(kHighlight));
+  palette.setColor(QPalette::HighlightedText, QColor(kText));
+  for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+    palette.setColor(role, QColor(kText));
+    palette.setColor(QPalette::Disabled, role, QColor(kFaintText));
+  }
+  return palette;
 }
 
 }  // namespace qthost

@@ -1,6 +1,7 @@
-// What the command line says.
+// What the command line says, and the look that it asks for.
 #pragma once
 
+#include <QPalette>
 #include <QString>
 
 class QCoreApplication;
@@ -18,5 +19,11 @@ struct Options {
 
 // Ends the program for --help and for what is wrong.
 [[nodiscard]] Options readOptions(const QCoreApplication& application);
+
+// Direction and colours of all windows. Before the first of them.
+void setLook(const Options& options);
+
+// Light text on a dark ground.
+[[nodiscard]] QPalette darkPalette();
 
 }  // namespace qthost

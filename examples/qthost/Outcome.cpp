@@ -2,7 +2,18 @@
 
 #include <local/qt/Conversions.h>
 
+#include <QPalette>
+
 namespace qthost {
+namespace {
+
+// Dark on light and light on dark.
+QColor errorColor(const QPalette& palette) {
+  const bool isDark = palette.color(QPalette::Window).lightness() < 128;
+  return isDark ? QColor(0xff, 0x8a, 0x80) : QColor(0xb0, 0x1c, 0x1c);
+}
+
+}  // namespace
 
 Outcome outcomeOf(const kvl::URLResponseRef& response, const std::optional<kvl::Error>& error) {
   const int status = response ? response->httpStatusCode.value_or(0) : 0;
@@ -11,6 +22,26 @@ Outcome outcomeOf(const kvl::URLResponseRef& response, const std::optional<kvl::
   if (status == 0) return {true, {}};
   const QString reason = kvl::qt::qString(kvl::localizedStringForStatusCode(status));
   return {!isRefused, QStringLiteral("%1 %2").arg(QString::number(status), reason)};
+}
+
+Notice::Notice(QWidget* parent) : QLabel(parent) {
+  setTextFormat(Qt::PlainText);
+  setWordWrap(true);
+  setTextInteractionFlags(Qt::TextSelectableByMouse);
+  hide();
+}
+
+void Notice::showOutcome(const QString& text) {
+  setPalette({});
+  setText(text);
+  setVisible(!text.isEmpty());
+}
+
+void Notice::showError(const QString& text) {
+  showOutcome(text);
+  QPalette colors;  // nothing of it counts but what is set here
+  colors.setColor(QPalette::WindowText, errorColor(palette()));
+  setPalette(colors);
 }
 
 }  // namespace qthost

@@ -1,9 +1,10 @@
-// What came of a request, in words.
+// What came of a request, in words, and where the user reads it.
 #pragma once
 
 #include <local/platform/Error.h>
 #include <local/platform/URLRequest.h>
 
+#include <QLabel>
 #include <QString>
 #include <optional>
 
@@ -17,5 +18,16 @@ struct Outcome {
 // A status of 300 and more says more than the error of what came with it.
 [[nodiscard]] Outcome outcomeOf(const kvl::URLResponseRef& response,
                                 const std::optional<kvl::Error>& error);
+
+// A line of text that takes no place while there is nothing to say.
+class Notice : public QLabel {
+  Q_OBJECT
+
+ public:
+  explicit Notice(QWidget* parent = nullptr);
+
+  void showOutcome(const QString& text);
+  void showError(const QString& text);
+};
 
 }  // namespace qthost

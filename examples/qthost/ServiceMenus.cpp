@@ -1,11 +1,12 @@
 #include "examples/qthost/ServiceMenus.h"
 
-#include "examples/qthost/Ellipses.h"
 #include "examples/qthost/GuiThread.h"
+#include "examples/qthost/Texts.h"
 
 #include <local/KVLEncodingSession.h>
 #include <local/qt/Conversions.h>
 
+#include <QCoreApplication>
 #include <algorithm>
 
 namespace qthost {
@@ -13,6 +14,32 @@ namespace {
 
 constexpr std::chrono::milliseconds kFirstDelay{1000};
 constexpr std::chrono::milliseconds kLongestDelay{60'000};
+
+// The title with "&" before its first letter that is not taken, which then is.
+QString withMnemonic(const QString& title, QString& taken) {
+  QString result;
+  bool isFound = false;
+  for (const QChar letter : title) {
+    const bool isMnemonic = !isFound && letter.isLetter() && !taken.contains(letter.toLower());
+    if (isMnemonic) taken += letter.toLower();
+    if (isMnemonic || letter == u'&') result += u'&';
+    isFound = isFound || isMnemonic;
+    result += letter;
+  }
+  return result;
+}
+
+bool hasSubmenu(const std::shared_ptr<kvl::MenuItem>& item) {
+  return item->submenu() != nullptr;
+}
+
+kvl::Value withEllipsis(kvl::Dictionary description) {
+  const auto form = KVLEncoding::dictionaryFromDictionary(description, "form");
+  if (const auto items = KVLEncoding::arrayFromDictionary(description, "subitems"))
+    description.set("subitems", withEllipses(*items));
+  return *KVLEncoding::menuItemWithEllipsis(
+      description, [&](const auto& /*identifier*/) { return form && asks(*form); });
+}
 
 }  // namespace
 
@@ -81,6 +108,33 @@ std::shared_ptr<kvl::Menu> ServiceMenus::menuOf(const kvl::Value& descriptions) 
   if (const auto array = descriptions.array())
     KVLEncoding::addMenuItems(withEllipses(*array), *menu, host_.icons(), action_, target_);
   return menu;
+}
+
+std::vector<BarMenu> barMenus(const std::shared_ptr<kvl::Menu>& menu, QString taken) {
+  const auto items = menu->items();
+  if (items.empty()) return {};
+  if (!std::ranges::all_of(items, hasSubmenu))
+    return {{withMnemonic(QCoreApplication::translate("BarMenus", "Service"), taken), menu}};
+  std::vector<BarMenu> menus;
+  for (const auto& item : items)
+    menus.push_back({withMnemonic(lineOf(item->title()), taken), item->submenu()});
+  return menus;
+}
+
+kvl::Array withEllipses(const kvl::Array& descriptions) {
+  kvl::Array result;
+  for (const kvl::Value& description : descriptions) {
+    const auto dictionary = description.dictionary();
+    result.append(dictionary ? withEllipsis(*dictionary) : description);
+  }
+  return result;
+}
+
+bool asks(const kvl::Dictionary& form) {
+  const auto inputs = KVLEncoding::arrayFromDictionary(form, "inputs", kvl::Array());
+  const auto action = KVLEncoding::stringFromDictionary(form, "action", kvl::String());
+  const bool isForBrowser = action->text().starts_with("https://");
+  return !inputs->empty() && !isForBrowser;
 }
 
 }  // namespace qthost

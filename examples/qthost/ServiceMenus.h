@@ -1,16 +1,20 @@
-// The menus that the service describes.
+// The menus that the service describes, and how they come into a menu bar.
 #pragma once
 
 #include "examples/qthost/Host.h"
 #include "examples/qthost/Outcome.h"
 
 #include <local/KVLEncodingMenus.h>
+#include <local/platform/Menu.h>
+#include <local/platform/Value.h>
 
 #include <QObject>
 #include <QString>
 #include <QTimer>
 #include <chrono>
 #include <memory>
+#include <optional>
+#include <vector>
 
 namespace qthost {
 
@@ -56,5 +60,21 @@ class ServiceMenus : public QObject {
   std::shared_ptr<kvl::Menu> status_;
   std::shared_ptr<kvl::Menu> segments_;
 };
+
+struct BarMenu {
+  QString title;  // as a menu bar takes it, with a mnemonic
+  std::shared_ptr<kvl::Menu> menu;
+};
+
+// The menus of a bar: the sub-menus of the items. Where an item has none, they all are in one menu.
+// `taken` are the letters that other menus have as mnemonics.
+[[nodiscard]] std::vector<BarMenu> barMenus(const std::shared_ptr<kvl::Menu>& menu, QString taken);
+
+// Whether a form has inputs, and is not for a browser to open.
+[[nodiscard]] bool asks(const kvl::Dictionary& form);
+
+// The descriptions with an ellipsis after the text of every item whose form asks, in sub-menus as
+// well.
+[[nodiscard]] kvl::Array withEllipses(const kvl::Array& descriptions);
 
 }  // namespace qthost

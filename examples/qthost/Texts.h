@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QString>
+#include <QStyledItemDelegate>
 #include <string_view>
 
 namespace qthost {
@@ -18,5 +19,16 @@ inline constexpr qsizetype kLongestLine = 500;
 
 // What the user reads of a text with marks of mnemonics.
 [[nodiscard]] QString readText(const QString& text);
+
+// Shows cells of a view whose text is code: from left to right, whatever the user's language is.
+class TechnicalText : public QStyledItemDelegate {
+  Q_OBJECT
+
+ public:
+  using QStyledItemDelegate::QStyledItemDelegate;
+
+ protected:
+  void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override;
+};
 
 }  // namespace qthost

@@ -4,29 +4,16 @@
 #include "examples/qthost/Host.h"
 #include "examples/qthost/MainWindow.h"
 #include "examples/qthost/Options.h"
-#include "examples/qthost/Palettes.h"
 
 #include <local/platform/HostApplication.h>
 #include <local/qt/Integration.h>
 
 #include <QApplication>
-#include <QStyleFactory>
-
-namespace {
-
-void setLook(const qthost::Options& options) {
-  if (options.isRightToLeft) QApplication::setLayoutDirection(Qt::RightToLeft);
-  if (!options.isDark) return;
-  QApplication::setStyle(QStyleFactory::create("fusion"));
-  QApplication::setPalette(qthost::darkPalette());
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   QApplication application(argc, argv);
   const qthost::Options options = qthost::readOptions(application);
-  setLook(options);
+  qthost::setLook(options);
   kvl::setHostIdentifier("korvale.vandrel.example.qthost");
   const kvl::qt::Integration integration;
   qthost::Host host(options.events);

@@ -43,7 +43,7 @@ QString badgeWords(const MenuItemBadge& badge) {
 
 using KeyKind = interface::Key::Kind;
 
-constexpr std::pair<KeyKind, int> kKeys[] = {
+constexpr std::pair<KeyKind, int> kQtKeys[] = {
     {KeyKind::backspace, Qt::Key_Backspace},
     {KeyKind::backTab, int{Qt::SHIFT} | int{Qt::Key_Backtab}},
     {KeyKind::deleteForward, Qt::Key_Delete},
@@ -88,8 +88,8 @@ std::optional<int> typedKey(char32_t character) {
 std::optional<int> qtKey(const interface::Key& key) {
   if (key.kind == KeyKind::character) return typedKey(key.character);
   if (key.kind == KeyKind::function) return Qt::Key_F1 + key.number - 1;
-  const auto* found = std::ranges::find(kKeys, key.kind, &std::pair<KeyKind, int>::first);
-  return found != std::end(kKeys) ? std::optional(found->second) : std::nullopt;
+  const auto* found = std::ranges::find(kQtKeys, key.kind, &std::pair<KeyKind, int>::first);
+  return found != std::end(kQtKeys) ? std::optional(found->second) : std::nullopt;
 }
 
 // An attributed title may hold the second line, too.

@@ -2,7 +2,7 @@
 #include "examples/qthost/DocumentView.h"
 #include "examples/qthost/FormDialog.h"
 #include "examples/qthost/FormField.h"
-#include "examples/qthost/Notice.h"
+#include "examples/qthost/Outcome.h"
 #include "tests/qt/host/HostFixture.h"
 
 #include <gmock/gmock.h>

@@ -1,11 +1,9 @@
 // The parts of the host that need no service.
-#include "examples/qthost/BarMenus.h"
 #include "examples/qthost/DocumentTree.h"
-#include "examples/qthost/Ellipses.h"
-#include "examples/qthost/EventInbox.h"
 #include "examples/qthost/FormField.h"
-#include "examples/qthost/Notice.h"
+#include "examples/qthost/Host.h"
 #include "examples/qthost/Outcome.h"
+#include "examples/qthost/ServiceMenus.h"
 #include "examples/qthost/StateDot.h"
 #include "tests/support/QtApplication.h"
 

@@ -1,8 +1,8 @@
 // The host as it is shown, compared with the pictures in docs/images. With KVL_WRITE_PICTURES=1 in
 // the environment the tests write those pictures instead: look at each before it is kept.
+#include "examples/qthost/Console.h"
 #include "examples/qthost/FormDialog.h"
-#include "examples/qthost/Palettes.h"
-#include "examples/qthost/Picture.h"
+#include "examples/qthost/Options.h"
 #include "tests/qt/host/HostFixture.h"
 #include "tests/support/PictureComparison.h"
 

@@ -1,8 +1,8 @@
 // Texts that the host has from others, wherever it shows them.
-#include "examples/qthost/BarMenus.h"
 #include "examples/qthost/DocumentTree.h"
 #include "examples/qthost/EventLog.h"
 #include "examples/qthost/FormField.h"
+#include "examples/qthost/ServiceMenus.h"
 #include "examples/qthost/Texts.h"
 #include "tests/support/QtApplication.h"
 

@@ -1,7 +1,7 @@
 #include "examples/qthost/DocumentTree.h"
 #include "examples/qthost/DocumentView.h"
 #include "examples/qthost/EventLog.h"
-#include "examples/qthost/Notice.h"
+#include "examples/qthost/Outcome.h"
 #include "tests/qt/host/HostFixture.h"
 
 #include <gmock/gmock.h>
