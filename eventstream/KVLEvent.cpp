@@ -7,9 +7,9 @@
 
 struct KVLEvent::Properties {
   Properties() = default;
-  Properties(TextView itsEvent, TextView itsData, TextView itsIdentifier)
+  Properties(const TextView& itsEvent, const TextView& itsData, const TextView& itsIdentifier)
       : event(itsEvent), data(itsData), identifier(itsIdentifier) {}
-  Properties(TextView itsEvent, SharedData itsData, TextView itsIdentifier)
+  Properties(const TextView& itsEvent, SharedData itsData, const TextView& itsIdentifier)
       : event(itsEvent), sharedData(std::move(itsData.bytes)), identifier(itsIdentifier) {}
 
   [[nodiscard]] Text get(Text Properties::* property) const {
@@ -41,10 +41,10 @@ KVLEvent::KVLEvent() {
   static_assert(sizeof(Properties) <= kSize && alignof(Properties) <= alignof(KVLEvent));
   ::new (static_cast<void*>(storage_)) Properties();
 }
-KVLEvent::KVLEvent(TextView event, TextView data, TextView identifier) {
+KVLEvent::KVLEvent(const TextView& event, const TextView& data, const TextView& identifier) {
   ::new (static_cast<void*>(storage_)) Properties(event, data, identifier);
 }
-KVLEvent::KVLEvent(TextView event, SharedData data, TextView identifier) {
+KVLEvent::KVLEvent(const TextView& event, SharedData data, const TextView& identifier) {
   ::new (static_cast<void*>(storage_)) Properties(event, std::move(data), identifier);
 }
 KVLEvent::~KVLEvent() {

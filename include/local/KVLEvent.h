@@ -27,9 +27,9 @@ class KVL_EXPORT KVLEvent {
   /// An event without properties.
   KVLEvent();
   /// An event with copies of these texts.
-  KVLEvent(TextView event, TextView data, TextView identifier);
+  KVLEvent(const TextView& event, const TextView& data, const TextView& identifier);
   /// An event that shares its data instead of copying it.
-  KVLEvent(TextView event, SharedData data, TextView identifier);
+  KVLEvent(const TextView& event, SharedData data, const TextView& identifier);
   KVLEvent(const KVLEvent&) = delete;
   KVLEvent& operator=(const KVLEvent&) = delete;
   ~KVLEvent();

@@ -1,3 +1,5 @@
+#include "tests/dispatch/Patience.h"
+
 #include <local/platform/DispatchQueue.h>
 
 #include <glib.h>
@@ -17,8 +19,6 @@ using namespace std::chrono_literals;
 using kvl::DispatchQueue;
 using kvl::Semaphore;
 using Clock = std::chrono::steady_clock;
-
-constexpr auto kPatience = 20s;
 
 TEST(DispatchQueueTest, KeepsItsLabel) {
   EXPECT_EQ(DispatchQueue::concurrent("korvale.local.session")->label(), "korvale.local.session");

@@ -1,3 +1,5 @@
+#include "tests/dispatch/Patience.h"
+
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Progress.h>
 
@@ -15,8 +17,6 @@ using kvl::Observation;
 using kvl::Progress;
 using kvl::ProgressState;
 using kvl::Semaphore;
-
-constexpr auto kPatience = 20s;
 
 ProgressState numbered(int number) {
   return {100, number, "step", std::to_string(number)};
