@@ -8,14 +8,14 @@
 
 namespace kvl {
 
-/// What a piece of text is set in. A toolkit binding knows the font.
+/// The font of a piece of text. A toolkit binding maps it to an actual font.
 enum class FontRole : std::uint8_t {
   menu,       ///< the menu font at its standard size
   menuSmall,  ///< the menu font at the size of small print
 };
 
-/// What a piece of text is drawn in. A toolkit binding knows the colour, which may differ from one
-/// theme to the next and on a highlighted item.
+/// The colour of a piece of text. A toolkit binding maps it to an actual colour, which may depend
+/// on the theme and on whether the item is highlighted.
 enum class ColourRole : std::uint8_t {
   label,           ///< as text usually is
   secondaryLabel,  ///< less prominent
@@ -29,7 +29,7 @@ struct TextRun {
   friend bool operator==(const TextRun&, const TextRun&) = default;
 };
 
-/// Pieces of text, one behind the other; a line feed begins a new line.
+/// Pieces of text in order; a line feed begins a new line.
 struct AttributedText {
   std::vector<TextRun> runs;
 

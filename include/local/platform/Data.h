@@ -14,7 +14,7 @@
 
 namespace kvl {
 
-/// A growable byte buffer, for whoever is still writing bytes.
+/// A growable byte buffer.
 using Bytes = std::vector<std::uint8_t>;
 
 /// An immutable run of bytes. Copying shares the bytes; a copy may be used on any thread.

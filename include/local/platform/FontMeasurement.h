@@ -1,5 +1,5 @@
 /// @file
-/// How large text is. The framework draws none: the toolkit that does tells it.
+/// Sizes of text. The framework draws no text itself, so a toolkit binding measures for it.
 #pragma once
 
 #include <local/platform/Export.h>

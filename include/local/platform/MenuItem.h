@@ -21,7 +21,7 @@ class Menu;
 
 /// A badge at the end of a menu item.
 struct MenuItemBadge {
-  /// How many updates it announces. A toolkit binding finds the words.
+  /// The number of updates it announces. A toolkit binding words it.
   std::int64_t updates = 0;
 
   /// A badge that shows `count` updates.
@@ -112,11 +112,11 @@ class KVL_EXPORT MenuItem : public std::enable_shared_from_this<MenuItem> {
   /// @{
   [[nodiscard]] MenuAction action() const;
   void setAction(MenuAction action);
-  /// Whom the action is for, held weakly. An action whose target is gone is not sent; one that
-  /// never had a target is.
+  /// The object that the action is for, held weakly. An action whose target is gone is not sent;
+  /// one that never had a target is.
   [[nodiscard]] std::weak_ptr<void> target() const;
   void setTarget(std::weak_ptr<void> target);
-  /// What the item stands for; null for nothing.
+  /// The object that the item represents; null for none.
   [[nodiscard]] Value representedObject() const;
   void setRepresentedObject(Value object);
   [[nodiscard]] std::optional<std::string> identifier() const;

@@ -13,7 +13,7 @@
 
 namespace kvl {
 
-/// What a progress record says at one moment.
+/// The state of a progress record at one moment.
 struct ProgressState {
   std::int64_t totalUnitCount = 0;
   std::int64_t completedUnitCount = 0;
