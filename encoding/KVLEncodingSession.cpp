@@ -1,4 +1,5 @@
-// Documents and images from the session: each fetch once with a handler and once waiting for it.
+// Fetches documents and images through a session, with a completion handler or waiting for the
+// result.
 #include "encoding/ContentTypeRole.h"
 #include "encoding/Waiting.h"
 

@@ -1,5 +1,5 @@
-// Makes the body of a form request: first a part of each input, then all parts in one buffer, with
-// a boundary that occurs in none of them.
+// Makes the body of a form request: a part for each input, then all parts in one buffer, separated
+// by a boundary that occurs in none of them.
 #include "encoding/MultipartBody.h"
 
 #include "encoding/Boundary.h"
@@ -81,7 +81,7 @@ MultipartPart filePart(std::string_view name, const KVLInputFile& file) {
   return part;
 }
 
-// Of a value that the inputs hold.
+// Its content refers to the data, which the inputs keep alive.
 MultipartPart dataPart(std::string_view name, const Value& value) {
   const auto type = contentType(KVLExtensionsContentTypeOctetStream);
   return {disposition(name) + type + "\n\n", value.data()->text(), {}};
@@ -91,7 +91,7 @@ MultipartPart textPart(std::string_view name, std::string_view content) {
   return {disposition(name) + contentType("text/plain;charset=UTF-8") + "\n\n", content, {}};
 }
 
-// A text made for the part stands with its head.
+// The text exists only for this part, so it is kept in the head.
 MultipartPart writtenPart(std::string_view name, std::string_view text) {
   auto part = textPart(name, {});
   part.head += text;

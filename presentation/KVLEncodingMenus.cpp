@@ -1,5 +1,4 @@
-// Menus from their descriptions: single items, items with their sub-menus, and whole menus in menus
-// and segmented controls.
+// Builds menus from their descriptions, and segmented controls from menus.
 #include <local/KVLEncodingLocale.h>
 #include <local/KVLEncodingMenus.h>
 #include <local/platform/FontMeasurement.h>

@@ -30,9 +30,10 @@ constexpr int kHourEnd = 24;
 constexpr int kMinuteEnd = 60;
 constexpr int kSecondEnd = 60;
 
-constexpr sys_seconds kReference = sys_days(year_month_day(std::chrono::year(2001) / 1 / 1));
-constexpr sys_seconds kFirst = sys_days(year_month_day(std::chrono::year(0) / 1 / 1));
-constexpr sys_seconds kEnd = sys_days(year_month_day(std::chrono::year(kLastYear + 1) / 1 / 1));
+constexpr sys_seconds kReferenceSecond = sys_days(year_month_day(std::chrono::year(2001) / 1 / 1));
+constexpr sys_seconds kYear0 = sys_days(year_month_day(std::chrono::year(0) / 1 / 1));
+constexpr sys_seconds kYear10000 =
+    sys_days(year_month_day(std::chrono::year(kLastYear + 1) / 1 / 1));
 
 // Whole seconds, and how many nanoseconds later: 0 to 999,999,999.
 struct Instant {
@@ -45,7 +46,7 @@ struct Instant {
 // no multiple of 10^-9 comes so close to one that rounding it first could move it onto or across.
 Date dateOf(const Instant& instant) {
   constexpr std::int64_t kExactSeconds = std::int64_t{1} << 22;
-  const std::int64_t whole = (instant.second - kReference).count();
+  const std::int64_t whole = (instant.second - kReferenceSecond).count();
   if (std::abs(whole) < kExactSeconds) {
     return Date(static_cast<double>(whole * kNanosecondsPerSecond + instant.nanoseconds) /
                 static_cast<double>(kNanosecondsPerSecond));
@@ -148,7 +149,7 @@ minutes scanOffset(Scanner& scanner) {
 
 Instant wholeSecondsOf(Date date) {
   const double whole = std::floor(date.secondsSinceReferenceDate());
-  return {kReference + seconds(static_cast<std::int64_t>(whole)), 0};
+  return {kReferenceSecond + seconds(static_cast<std::int64_t>(whole)), 0};
 }
 
 // The digits of the shortest decimal number that reads back as `number`, cut toward zero to whole
@@ -174,9 +175,9 @@ struct ShortestDecimal {
 Instant nanosecondsOf(Date date) {
   const double number = date.secondsSinceReferenceDate();
   const ShortestDecimal decimal(std::fabs(number));
-  if (number >= 0) return {kReference + seconds(decimal.whole), decimal.nanoseconds};
+  if (number >= 0) return {kReferenceSecond + seconds(decimal.whole), decimal.nanoseconds};
   const std::int64_t before = decimal.nanoseconds + (decimal.cut ? 1 : 0);
-  const auto second = kReference - seconds(decimal.whole);
+  const auto second = kReferenceSecond - seconds(decimal.whole);
   if (before == 0) return {second, 0};
   return {second - seconds(1), kNanosecondsPerSecond - before};
 }
@@ -208,8 +209,8 @@ void appendTime(std::string& text, seconds time) {
 }
 
 std::string textFromDate(Date date, SecondFraction fraction) {
-  static const Date first = dateOf({kFirst});
-  static const Date end = dateOf({kEnd});
+  static const Date first = dateOf({kYear0});
+  static const Date end = dateOf({kYear10000});
   if (!(date >= first && date < end)) return {};
   const bool precise = fraction == SecondFraction::nanoseconds;
   const Instant instant = precise ? nanosecondsOf(date) : wholeSecondsOf(date);

@@ -108,7 +108,7 @@ class UpdateCounter {
 
 using CounterRef = std::shared_ptr<const UpdateCounter>;
 
-// The counters of the locales used of late: making one takes a hundred times what using it does.
+// The counters of recently used locales: making one takes a hundred times as long as using it.
 class KnownCounters {
  public:
   CounterRef counterFor(std::string locales) {

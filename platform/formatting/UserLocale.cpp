@@ -18,8 +18,8 @@ constexpr const char* kCLocale = "en_US_POSIX";
 // Far beyond the last year of RFC 3339, far below what a `time_t` holds.
 constexpr double kLastSecond = 1e15;
 
-// Looking whether /etc/localtime has changed takes longer than formatting a date.
-constexpr std::chrono::nanoseconds kLookingInterval = std::chrono::seconds(1);
+// Checking whether /etc/localtime has changed takes longer than formatting a date.
+constexpr std::chrono::nanoseconds kZoneCheckInterval = std::chrono::seconds(1);
 constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::min() / 2;
 
 std::int64_t coarseNow() noexcept {
@@ -28,14 +28,14 @@ std::int64_t coarseNow() noexcept {
   return std::chrono::nanoseconds(std::chrono::seconds(now.tv_sec)).count() + now.tv_nsec;
 }
 
-// localtime_r alone would stay with the first zone that it met.
-void lookAtZone() {
-  static std::atomic<std::int64_t> lookedAtFile = kNever;
+// localtime_r alone would keep the zone that it read first.
+void refreshTimeZone() {
+  static std::atomic<std::int64_t> fileCheckedAt = kNever;
   const bool isFile = std::getenv("TZ") == nullptr;
   const auto now = coarseNow();
-  if (isFile && now - lookedAtFile.load() < kLookingInterval.count()) return;
+  if (isFile && now - fileCheckedAt.load() < kZoneCheckInterval.count()) return;
   tzset();
-  lookedAtFile = isFile ? now : kNever;
+  fileCheckedAt = isFile ? now : kNever;
 }
 
 // The value of the first variable that has one.
@@ -68,7 +68,7 @@ std::string userMessageLocales() {
 std::optional<Date> userWallClock(Date date) {
   const double second = std::floor(date.secondsSince1970());
   if (!(std::abs(second) <= kLastSecond)) return std::nullopt;
-  lookAtZone();
+  refreshTimeZone();
   const auto time = static_cast<time_t>(second);
   tm fields{};
   if (localtime_r(&time, &fields) == nullptr) return std::nullopt;

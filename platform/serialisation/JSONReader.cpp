@@ -1,4 +1,4 @@
-// Reads JSON: the tokens, which `JSONWorkspace` finds, become a document.
+// Reads JSON: builds a document from the tokens that `JSONWorkspace` finds.
 #include "platform/serialisation/JSONReader.h"
 
 #include "platform/serialisation/JSONScalars.h"
@@ -38,7 +38,7 @@ std::uint64_t signature(std::string_view key) noexcept {
   return std::uint64_t{1} << ((key.size() * 7 + first * 5U + last * 3U) & 63);
 }
 
-// Builds a document from the tokens of its text. Used once.
+// Builds a document from the tokens of its text. Made by `parseText` for one document.
 class JSONParser {
  public:
   // `tokens` are those of `text`, at least one, in the workspace. The text is a part of `owner`,

@@ -15,7 +15,7 @@ const char* skipDigits(const char* next) noexcept {
 }
 
 // Whether the number at `begin`, of which `exponent` is the part behind the `e`, is smaller than 1.
-// It is known to be no real, so that it is much smaller or much larger.
+// No double can hold it, so it is either tiny or huge.
 bool isSmall(const char* begin, const char* end) noexcept {
   const char* const exponent =
       std::find_if(begin, end, [](char c) { return c == 'e' || c == 'E'; });

@@ -51,7 +51,7 @@ class JSONStack {
   std::size_t capacity_ = 0;
 };
 
-// Memory that a reader works in, which the next reader of the process may have.
+// The working memory of a reader. The process keeps one for its next reader.
 class JSONWorkspace {
  public:
   // The workspace that an earlier reader left, or a new one.

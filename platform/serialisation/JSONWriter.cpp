@@ -1,4 +1,4 @@
-// Writes JSON: a check of what it can hold, text that grows, and the values' way into it.
+// Writes JSON: checks whether JSON can hold a value, and writes it to a buffer that grows.
 #include "platform/serialisation/JSONWriter.h"
 
 #include "platform/core/LargeMemory.h"

@@ -9,7 +9,7 @@ namespace kvl::serialisation {
 namespace {
 
 constexpr std::size_t kFewestSlots = 64;
-// Leaves that nobody chose never come near it.
+// Bounds the cost of collisions made on purpose; other documents never come near it.
 constexpr std::size_t kLongestSearch = 128;
 
 std::size_t hashOf(const PropertyListLeaf& leaf) {

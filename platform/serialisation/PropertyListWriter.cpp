@@ -13,7 +13,7 @@ using serialisation::PropertyListLeaf;
 using serialisation::PropertyListObject;
 using serialisation::PropertyListObjects;
 
-constexpr std::size_t kDeepest = 512;
+constexpr std::size_t kMaximumDepth = 512;
 
 constexpr std::string_view kHeader = "bplist00";
 constexpr std::size_t kUnusedTrailerBytes = 6;
@@ -58,7 +58,7 @@ std::string_view obstacleInDictionary(const Dictionary& dictionary, std::size_t 
 }
 
 std::string_view obstacleInContainer(const Value& value, std::size_t depth) {
-  if (depth > kDeepest) return "arrays and dictionaries more than 512 deep";
+  if (depth > kMaximumDepth) return "arrays and dictionaries more than 512 deep";
   if (const auto array = value.array()) return obstacleInArray(*array, depth);
   return obstacleInDictionary(*value.dictionary(), depth);
 }
