@@ -16,7 +16,7 @@ namespace kvlbench {
 namespace {
 
 constexpr int kRounds = 200;
-constexpr double kMoment = 1714574096000;  // 2024-05-01T14:34:56Z
+constexpr double kMillisecondsSince1970 = 1714574096000;  // 2024-05-01T14:34:56Z
 
 std::string utf8(const icu::UnicodeString& text) {
   std::string result;
@@ -26,8 +26,8 @@ std::string utf8(const icu::UnicodeString& text) {
 // What a host would write by hand: formatters that it keeps, a zone that it never looks up again.
 class KeptFormatters {
  public:
-  [[nodiscard]] std::string date() const { return written(*date_, kMoment); }
-  [[nodiscard]] std::string time() const { return written(*time_, kMoment); }
+  [[nodiscard]] std::string date() const { return written(*date_, kMillisecondsSince1970); }
+  [[nodiscard]] std::string time() const { return written(*time_, kMillisecondsSince1970); }
 
   [[nodiscard]] std::string duration() const {
     UErrorCode status = U_ZERO_ERROR;
@@ -55,10 +55,10 @@ class KeptFormatters {
   const icu::MeasureFormat duration_{locale_, UMEASFMT_WIDTH_WIDE, status_};
 };
 
-const kvl::Dictionary kDate{
+const kvl::Dictionary kDateEntry{
     {"find", "%D"}, {"type", "date time"}, {"date", "2024-05-01T14:34:56Z"}};
-const kvl::Dictionary kTime{{"find", "%T"}, {"type", "time"}, {"seconds", 52496}};
-const kvl::Dictionary kDuration{{"find", "%L"}, {"type", "duration"}, {"seconds", 3725}};
+const kvl::Dictionary kTimeEntry{{"find", "%T"}, {"type", "time"}, {"seconds", 52496}};
+const kvl::Dictionary kDurationEntry{{"find", "%L"}, {"type", "duration"}, {"seconds", 3725}};
 
 template <class Work>
 double timeOf(Work work) {
@@ -83,25 +83,25 @@ void dateTimeAndDuration(benchmark::State& state) {
   const KeptFormatters kept;
   render(
       state, [&] { return kept.date() + kept.time() + kept.duration(); },
-      "Saved %D, opens %T, again in %L", kvl::Array{kDate, kTime, kDuration});
+      "Saved %D, opens %T, again in %L", kvl::Array{kDateEntry, kTimeEntry, kDurationEntry});
 }
 BENCHMARK(dateTimeAndDuration)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void dateAlone(benchmark::State& state) {
   const KeptFormatters kept;
-  render(state, [&] { return kept.date(); }, "Saved %D", kvl::Array{kDate});
+  render(state, [&] { return kept.date(); }, "Saved %D", kvl::Array{kDateEntry});
 }
 BENCHMARK(dateAlone)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void timeAlone(benchmark::State& state) {
   const KeptFormatters kept;
-  render(state, [&] { return kept.time(); }, "Opens %T", kvl::Array{kTime});
+  render(state, [&] { return kept.time(); }, "Opens %T", kvl::Array{kTimeEntry});
 }
 BENCHMARK(timeAlone)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 void durationAlone(benchmark::State& state) {
   const KeptFormatters kept;
-  render(state, [&] { return kept.duration(); }, "Again in %L", kvl::Array{kDuration});
+  render(state, [&] { return kept.duration(); }, "Again in %L", kvl::Array{kDurationEntry});
 }
 BENCHMARK(durationAlone)->UseManualTime()->Unit(benchmark::kMillisecond);
 
