@@ -23,9 +23,12 @@ constinit std::string_view NotaryResponseKeyCertificate = "certificate";
 using EnvironmentRef = std::shared_ptr<const kvl::Environment>;
 
 struct KVLNotary::Implementation {
-  explicit Implementation(EnvironmentRef given) : environment(std::move(given)) {}
+  explicit Implementation(EnvironmentRef given)
+      : environment(std::move(given)),
+        lookups(environment->concurrentQueue("korvale.local.notary")) {}
 
   const EnvironmentRef environment;
+  const std::shared_ptr<kvl::DispatchQueue> lookups;  // of identities, which may block
   kvl::Atomic<std::optional<std::string>> path;
   kvl::Atomic<kvl::KeyRef> publicKey;
   kvl::Atomic<kvl::KeyRef> privateKey;
@@ -59,6 +62,32 @@ void close(kvl::ipc::ServiceConnection& connection) {
   connection.invalidate();
 }
 
+using ConnectionRef = std::shared_ptr<kvl::ipc::ServiceConnection>;
+// Runs on the reply thread. The connection is to be closed once the outcome has been dealt with.
+using EndHandler = std::function<void(std::optional<kvl::Dictionary>, std::optional<kvl::Error>,
+                                      const ConnectionRef&)>;
+
+// Sends over a connection of its own.
+void exchange(const kvl::Environment& environment, const std::optional<std::string>& path,
+              const kvl::Dictionary& request, EndHandler ended) {
+  const ConnectionRef connection = environment.serviceConnection(kServiceName);
+  connection->setInterruptionHandler([] { kvl::log("xpc notary interrupted"); });
+  connection->setInvalidationHandler([] { kvl::log("xpc notary invalidated"); });
+  start(*connection);
+  // Both handlers share the caller's; the connection lets go of them once one has run.
+  const auto shared = std::make_shared<const EndHandler>(std::move(ended));
+  connection->sendNotary(
+      path, request,
+      [connection, shared](const kvl::Error& error) {
+        kvl::log("xpc error: %@", error);
+        (*shared)(std::nullopt, error, connection);
+      },
+      [connection, shared](std::optional<kvl::Dictionary> dictionary,
+                           std::optional<kvl::Error> error) {
+        (*shared)(std::move(dictionary), std::move(error), connection);
+      });
+}
+
 // Reported in the POSIX domain, so that the session counts it as recoverable.
 constexpr std::int64_t kNoUsableURL = -1002;
 
@@ -80,7 +109,6 @@ kvl::CertificateRef clientCertificate(const kvl::Dictionary& reply) {
 
 kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate,
                              kvl::security::KeyStore& store) {
-  if (!certificate) return nullptr;
   kvl::IdentityRef identity;
   const kvl::Status status =
       kvl::security::SecIdentityCreateWithCertificate(store, certificate, identity);
@@ -89,11 +117,20 @@ kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate,
   return nullptr;
 }
 
-// Calls `completionHandler` with the signature that the reply describes, or with an error.
+void completeWith(const std::shared_ptr<KVLNotarySignature>& signature,
+                  const KVLNotary::CompletionHandler& completionHandler) {
+  kvl::log("%@", signature);
+  completionHandler(signature, std::nullopt);
+}
+
+// Calls `completionHandler`, on the reply thread, with the signature that the reply describes or
+// with an error. The key store may take its time to find the identity, so it is asked elsewhere:
+// meanwhile the reply thread serves other connections.
 void completeWithReply(const std::optional<kvl::Dictionary>& received,
                        const std::optional<kvl::Error>& error,
                        const KVLNotary::CompletionHandler& completionHandler,
-                       const EnvironmentRef& environment) {
+                       const EnvironmentRef& environment, kvl::DispatchQueue& lookups,
+                       const ConnectionRef& connection) {
   if (error) return completionHandler(nullptr, error);
   const kvl::Dictionary reply = received.value_or(kvl::Dictionary());
   auto baseURL = KVLNotary::baseURL(reply[NotaryResponseKeyURL]);
@@ -106,10 +143,15 @@ void completeWithReply(const std::optional<kvl::Dictionary>& received,
   auto signature = std::make_shared<KVLNotarySignature>(environment);
   signature->setBaseURL(std::move(baseURL));
   signature->setAnchor(std::move(anchor));
-  signature->setIdentity(identityFor(client, *environment->keyStore()));
-  signature->setClient(std::move(client));
-  kvl::log("%@", signature);
-  completionHandler(std::move(signature), std::nullopt);
+  if (!client) return completeWith(signature, completionHandler);
+  lookups.async([=] {
+    const auto identity = identityFor(client, *environment->keyStore());
+    connection->post([=] {
+      signature->setIdentity(identity);
+      signature->setClient(client);
+      completeWith(signature, completionHandler);
+    });
+  });
 }
 
 }  // namespace
@@ -181,32 +223,26 @@ void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandle
   } else if (const auto pem = pemCertificateSigningRequest()) {
     request.set(NotaryRequestKeyCertificateSigningRequest, *pem);
   }
-  sendNotary(
-      path(), request,
-      [handler = std::move(completionHandler), environment = implementation_->environment](
-          const std::optional<kvl::Dictionary>& reply, const std::optional<kvl::Error>& error) {
-        completeWithReply(reply, error, handler, environment);
-      });
+  exchange(*implementation_->environment, path(), request,
+           [handler = std::move(completionHandler), environment = implementation_->environment,
+            lookups = implementation_->lookups](const std::optional<kvl::Dictionary>& reply,
+                                                const std::optional<kvl::Error>& error,
+                                                const ConnectionRef& connection) {
+             const auto complete = [handler, connection](auto&&... result) {
+               handler(std::forward<decltype(result)>(result)...);
+               close(*connection);
+             };
+             completeWithReply(reply, error, complete, environment, *lookups, connection);
+           });
 }
 
 void KVLNotary::sendNotary(const std::optional<std::string>& path, const kvl::Dictionary& request,
                            ReplyHandler reply) {
-  const auto connection = implementation_->environment->serviceConnection(kServiceName);
-  connection->setInterruptionHandler([] { kvl::log("xpc notary interrupted"); });
-  connection->setInvalidationHandler([] { kvl::log("xpc notary invalidated"); });
-  start(*connection);
-  // Both handlers share the caller's; the connection lets go of them once one has run.
-  const auto shared = std::make_shared<const ReplyHandler>(std::move(reply));
-  connection->sendNotary(
-      path, request,
-      [connection, shared](const kvl::Error& error) {
-        kvl::log("xpc error: %@", error);
-        (*shared)(std::nullopt, error);
-        close(*connection);
-      },
-      [connection, shared](std::optional<kvl::Dictionary> dictionary,
-                           std::optional<kvl::Error> error) {
-        (*shared)(std::move(dictionary), std::move(error));
+  exchange(
+      *implementation_->environment, path, request,
+      [reply = std::move(reply)](std::optional<kvl::Dictionary> dictionary,
+                                 std::optional<kvl::Error> error, const ConnectionRef& connection) {
+        reply(std::move(dictionary), std::move(error));
         close(*connection);
       });
 }

@@ -5,13 +5,6 @@
 #include <utility>
 
 namespace kvl::ipc {
-namespace {
-
-void post(ReplyThread::Block block) {
-  ReplyThread::shared().post(std::move(block));
-}
-
-}  // namespace
 
 CallConnection::CallConnection(const std::string& serviceName,
                                std::shared_ptr<CallTransport> transport,
@@ -58,6 +51,10 @@ void CallConnection::suspend() {
 
 void CallConnection::invalidate() {
   post([call = call_] { call->invalidate(); });
+}
+
+void CallConnection::post(Handler block) {
+  ReplyThread::shared().post(std::move(block));
 }
 
 }  // namespace kvl::ipc

@@ -29,6 +29,7 @@ class CallConnection final : public ServiceConnection {
                   ErrorHandler errorHandler, ReplyHandler replyHandler) override;
   void suspend() override;
   void invalidate() override;
+  void post(Handler block) override;
 
  private:
   // Constant; only the reply thread looks inside.

@@ -39,6 +39,9 @@ class ServiceConnection {
   virtual void suspend() = 0;
   // Closes the connection. A call still outstanding ends with 4099.
   virtual void invalidate() = 0;
+  // Runs `block` on the reply thread: for handlers that hand blocking work to another thread, which
+  // would hold up the replies of all connections, and finish here.
+  virtual void post(Handler block) = 0;
 };
 
 // A notary that takes the call and never answers is given up after this time.

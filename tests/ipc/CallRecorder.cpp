@@ -8,7 +8,7 @@
 namespace kvltest {
 namespace {
 
-constexpr std::chrono::seconds kPatience{60};
+constexpr std::chrono::seconds kCallPatience{60};
 
 template <class T>
 T copied(std::mutex& mutex, const T& value) {
@@ -57,12 +57,12 @@ void CallRecorder::send(kvl::ipc::ServiceConnection& connection,
 
 void CallRecorder::waitForEnd() {
   std::unique_lock lock(mutex_);
-  ASSERT_TRUE(changed_.wait_for(lock, kPatience, [&] { return ended_; }));
+  ASSERT_TRUE(changed_.wait_for(lock, kCallPatience, [&] { return ended_; }));
 }
 
 bool CallRecorder::waitForEvents(std::size_t count) {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, kPatience, [&] { return events_.size() >= count; });
+  return changed_.wait_for(lock, kCallPatience, [&] { return events_.size() >= count; });
 }
 
 std::vector<std::string> CallRecorder::events() const {

@@ -55,11 +55,40 @@ class ScriptedConnection final : public kvl::ipc::ServiceConnection {
     script_.steps.emplace_back("invalidate");
     invalidated_();
   }
+  void post(Handler block) override { block(); }
 
  private:
   Script& script_;
   Handler interrupted_;
   Handler invalidated_;
+};
+
+// Runs its blocks when it is told to.
+class HeldQueue final : public kvl::DispatchQueue {
+ public:
+  void async(Block block) override { blocks_.push_back(std::move(block)); }
+  void asyncAfter(std::chrono::nanoseconds, Block block) override { async(std::move(block)); }
+  [[nodiscard]] const std::string& label() const noexcept override { return label_; }
+
+  [[nodiscard]] std::size_t waiting() const { return blocks_.size(); }
+  void run() {
+    for (const Block& block : std::exchange(blocks_, {})) block();
+  }
+
+ private:
+  std::vector<Block> blocks_;
+  const std::string label_ = "held";
+};
+
+// Runs its blocks at once, so that a notarisation ends before it returns.
+class ImmediateQueue final : public kvl::DispatchQueue {
+ public:
+  void async(Block block) override { block(); }
+  void asyncAfter(std::chrono::nanoseconds, Block block) override { block(); }
+  [[nodiscard]] const std::string& label() const noexcept override { return label_; }
+
+ private:
+  const std::string label_ = "immediate";
 };
 
 struct Outcome {
@@ -105,8 +134,10 @@ class NotaryTest : public testing::Test {
 
   // Keys in memory, and connections that follow the script of the running test.
   static std::shared_ptr<const kvl::Environment> surroundings(
-      std::shared_ptr<kvl::security::KeyStore> store = kvl::security::makeMemoryKeyStore()) {
+      std::shared_ptr<kvl::security::KeyStore> store = kvl::security::makeMemoryKeyStore(),
+      std::shared_ptr<kvl::DispatchQueue> lookups = std::make_shared<ImmediateQueue>()) {
     auto environment = std::make_shared<kvl::Environment>();
+    environment->concurrentQueue = [lookups = std::move(lookups)](auto&&) { return lookups; };
     environment->keyStore = [store = std::move(store)] { return store; };
     environment->serviceConnection = [](const std::string& name) {
       current->serviceName = name;
@@ -314,6 +345,25 @@ TEST_F(NotaryTest, GoodReplyMakesAWholeSignature) {
   ASSERT_NE(signature->identity(), nullptr);
   EXPECT_EQ(signature->identity()->certificate(), signature->client());
   EXPECT_EQ(log.count("notary signature valid until"), 1U);
+}
+
+TEST_F(NotaryTest, LookupOfAnIdentityHoldsUpNoOtherReply) {
+  const auto lookups = std::make_shared<HeldQueue>();
+  KVLNotary fresh(std::nullopt, surroundings(kvl::security::makeMemoryKeyStore(), lookups));
+  script.reply = Dictionary{{"url", kURLs}, {"certificate", certificateFor(fresh)}};
+  std::shared_ptr<KVLNotarySignature> signature;
+  fresh.notariseWithCompletionHandler(
+      [&](std::shared_ptr<KVLNotarySignature> made, auto&&) { signature = std::move(made); });
+  EXPECT_EQ(lookups->waiting(), 1U);
+  EXPECT_EQ(signature, nullptr);
+  EXPECT_EQ(script.steps, (std::vector<std::string>{"activate"}));
+  script.reply = Dictionary{{"url", kURLs}};
+  EXPECT_NE(notarise(fresh).signature, nullptr);
+  lookups->run();
+  ASSERT_NE(signature, nullptr);
+  EXPECT_NE(signature->identity(), nullptr);
+  EXPECT_EQ(script.steps, (std::vector<std::string>{"activate", "activate", "suspend", "invalidate",
+                                                    "suspend", "invalidate"}));
 }
 
 TEST_F(NotaryTest, EmptyAnchorGivesASignatureWithoutAnchorButWithIdentity) {
