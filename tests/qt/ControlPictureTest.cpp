@@ -1,6 +1,7 @@
 // Segmented controls and progress as they are shown, compared with the pictures in docs/images.
 // With KVL_WRITE_PICTURES=1 in the environment the tests write those pictures instead: look at each
 // before it is kept.
+#include "tests/qt/Patience.h"
 #include "tests/support/PictureComparison.h"
 #include "tests/support/QtApplication.h"
 
@@ -15,10 +16,9 @@ namespace {
 
 using kvl::qt::ProgressView;
 using kvl::qt::SegmentedControlView;
+using kvltest::kPatience;
 using kvltest::QtApplication;
 
-// In milliseconds.
-constexpr int kPatience = 60'000;
 constexpr int kTimeToDraw = 2'000;
 
 constexpr std::string_view kStar =

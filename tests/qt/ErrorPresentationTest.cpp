@@ -1,3 +1,4 @@
+#include "tests/qt/Patience.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/QtApplication.h"
 
@@ -20,12 +21,11 @@ namespace {
 using kvl::Error;
 using kvl::presentError;
 using kvl::qt::Integration;
+using kvltest::kPatience;
 using kvltest::LogCapture;
 using kvltest::QtApplication;
 using testing::HasSubstr;
 using testing::Not;
-
-constexpr int kPatience = 60'000;
 
 Error errorOf(const std::string& description, const std::string& reason = {}) {
   kvl::Dictionary userInfo{{std::string(kvl::NSLocalizedDescriptionKey), description}};

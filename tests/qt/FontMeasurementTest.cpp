@@ -1,6 +1,5 @@
 #include "tests/support/QtApplication.h"
 
-#include <local/KVLEncodingMenus.h>
 #include <local/platform/FontMeasurement.h>
 #include <local/qt/Integration.h>
 
@@ -31,12 +30,6 @@ TEST(FontMeasurementTest, MeasuresInTheFontOfMenuBars) {
   QApplication::setFont(large(), "QMenuBar");
   const Integration integration;
   EXPECT_DOUBLE_EQ(menuBarTextHeight("A"), heightOf(large()));
-}
-
-TEST(FontMeasurementTest, IconsInMenusAreAsHighAsTheFont) {
-  const QtApplication application;
-  const Integration integration;
-  EXPECT_DOUBLE_EQ(KVLEncoding::menuIconSize().height, heightOf(QApplication::font("QMenuBar")));
 }
 
 TEST(FontMeasurementTest, FollowsTheFontsOfTheApplication) {

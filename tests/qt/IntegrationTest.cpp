@@ -1,3 +1,4 @@
+#include "tests/qt/Patience.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/QtApplication.h"
 
@@ -22,9 +23,8 @@ namespace {
 using namespace std::chrono_literals;
 using kvl::DispatchQueue;
 using kvl::qt::Integration;
+using kvltest::kPatience;
 using kvltest::QtApplication;
-
-constexpr int kPatience = 60'000;
 
 // An application whose event loop knows nothing of GLib.
 class ApplicationWithoutGLib {

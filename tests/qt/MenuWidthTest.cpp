@@ -57,7 +57,7 @@ TEST_P(MenuWidthTest, KeysAndBadgesAreShownInFull) {
   }
 }
 
-std::string nameOf(const testing::TestParamInfo<MenuWidthTest::ParamType>& look) {
+std::string nameOfLook(const testing::TestParamInfo<MenuWidthTest::ParamType>& look) {
   std::string name = std::string("Scale") + std::get<0>(look.param);
   std::ranges::replace(name, '.', '_');
   return name + (std::get<1>(look.param) ? "RightToLeft" : "");
@@ -65,6 +65,6 @@ std::string nameOf(const testing::TestParamInfo<MenuWidthTest::ParamType>& look)
 
 INSTANTIATE_TEST_SUITE_P(Looks, MenuWidthTest,
                          testing::Combine(testing::Values("1", "1.5", "2"), testing::Bool()),
-                         nameOf);
+                         nameOfLook);
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tests/qt/PictureMenu.h"
 
 #include "qt/menu/MenuContents.h"
+#include "tests/qt/Patience.h"
 
 #include <local/KVLEncodingMenus.h>
 
@@ -23,7 +24,6 @@ using kvl::Dictionary;
 using kvl::qt::MenuView;
 
 constexpr int kMargin = 12;
-constexpr int kPatience = 60'000;  // milliseconds
 
 constexpr std::string_view kGear =
     R"(<svg xmlns="http://www.w3.org/2000/svg" width="16" height="16">

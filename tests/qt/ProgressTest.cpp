@@ -1,3 +1,4 @@
+#include "tests/qt/Patience.h"
 #include "tests/support/QtApplication.h"
 
 #include <local/platform/DispatchQueue.h>
@@ -21,10 +22,9 @@ namespace {
 using kvl::Progress;
 using kvl::ProgressState;
 using kvl::qt::ProgressView;
+using kvltest::kPatience;
 using kvltest::QtApplication;
 using testing::HasSubstr;
-
-constexpr int kPatience = 60'000;  // milliseconds
 
 std::shared_ptr<Progress> recordOf(ProgressState state) {
   return std::make_shared<Progress>(std::move(state));

@@ -17,9 +17,6 @@
 
 namespace kvltest {
 
-// How long something may take on a machine with other things to do, in milliseconds.
-inline constexpr int kPatience = 60'000;
-
 // The buttons of the segments, in their order.
 inline std::vector<QToolButton*> buttonsOf(const kvl::qt::SegmentedControlView& view) {
   std::vector<QToolButton*> buttons;

@@ -1,4 +1,5 @@
 // Mouse, keys, screen readers and the ends of things.
+#include "tests/qt/Patience.h"
 #include "tests/qt/SegmentRow.h"
 #include "tests/support/QtApplication.h"
 

@@ -1,3 +1,4 @@
+#include "tests/qt/Patience.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/QtApplication.h"
 
@@ -18,12 +19,11 @@
 namespace {
 
 using kvl::qt::Integration;
+using kvltest::kPatience;
 using kvltest::LogCapture;
 using kvltest::QtApplication;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr int kPatience = 60'000;
 
 constexpr std::array kHandledSchemes{"http", "https", "file", "mailto"};
 
