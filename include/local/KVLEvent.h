@@ -52,8 +52,8 @@ class KVL_EXPORT KVLEvent {
 
  private:
   struct Properties;
-  [[nodiscard]] Properties& properties() noexcept;
-  [[nodiscard]] const Properties& properties() const noexcept;
+  [[nodiscard]] KVL_INTERNAL Properties& properties() noexcept;
+  [[nodiscard]] KVL_INTERNAL const Properties& properties() const noexcept;
 
   // Holds the properties. Within the event, because a stream makes hundreds of thousands a second.
   static constexpr std::size_t kSize = 200;
