@@ -50,7 +50,7 @@ class TimingStore final : public kvl::security::KeyStore {
 
 int main() {
   kvl::setHostIdentifier("org.example.StartupProbe");
-  const auto store = std::make_shared<TimingStore>(kvl::security::defaultKeyStore());
+  auto store = std::make_shared<TimingStore>(kvl::security::defaultKeyStore());
   const auto environment = std::make_shared<kvl::Environment>();
   environment->keyStore = [store] { return store; };
   const char* path = std::getenv("korvale_vandrel_notary");

@@ -32,7 +32,7 @@ constexpr double kLineShare = 0.25;
 // The keys that the row understands; a button by itself would take them for something else.
 bool isForRow(int key) {
   constexpr std::array kRowKeys{Qt::Key_Left, Qt::Key_Right, Qt::Key_Up,     Qt::Key_Down,
-                             Qt::Key_Home, Qt::Key_End,   Qt::Key_Return, Qt::Key_Enter};
+                                Qt::Key_Home, Qt::Key_End,   Qt::Key_Return, Qt::Key_Enter};
   return std::ranges::find(kRowKeys, key) != kRowKeys.end();
 }
 

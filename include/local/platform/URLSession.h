@@ -37,8 +37,8 @@ struct URLSessionConfiguration {
   /// `NSURLErrorDataLengthExceedsMaximum`. It bounds what a small compressed answer can unfold to.
   std::size_t maximumBodySize = std::size_t{1} << 30;
   /// Bytes of one task's body that may wait for the delegate before the sender is held back. Of a
-  /// `KVLSession`'s event stream, one event that has not arrived completely may be held besides; one
-  /// of more than 64 MiB may be cut.
+  /// `KVLSession`'s event stream, one event that has not arrived completely may be held besides;
+  /// one of more than 64 MiB may be cut.
   std::size_t deliveryBufferSize = std::size_t{4} << 20;
 
   /// `ephemeralSessionConfiguration`: the defaults above; cookies live in the session object's
