@@ -56,6 +56,7 @@ class KVL_EXPORT KVLEvent {
   [[nodiscard]] KVL_INTERNAL const Properties& properties() const noexcept;
 
   // Holds the properties. Within the event, because a stream makes hundreds of thousands a second.
-  static constexpr std::size_t kSize = 200;
+  // With room for the larger mutexes of other processors.
+  static constexpr std::size_t kSize = 28 * sizeof(void*);
   alignas(void*) std::byte storage_[kSize];
 };

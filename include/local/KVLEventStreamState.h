@@ -66,6 +66,8 @@ class KVL_EXPORT KVLEventStreamState {
 
   /// `task` The stream's task, or null.
   [[nodiscard]] std::shared_ptr<kvl::DataTask> task() const;
+  /// A task of the host's own brings its body in the pieces in which it was read: only a task that
+  /// this object has opened keeps the pieces of an event together.
   void setTask(std::shared_ptr<kvl::DataTask> task);
   /// `data` The bytes after the last line end; absent before the first chunk and after `cancel`.
   [[nodiscard]] std::optional<kvl::Data> data() const;

@@ -7,11 +7,11 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
 
 namespace {
 
-// Seconds that one test may take; no limit without the variable, as under a debugger.
+// Seconds that one test, and the setting up of one suite, may take; no limit without the variable,
+// as under a debugger.
 constexpr const char* kLimitVariable = "KVL_TEST_SECONDS";
 
 std::array<char, 512> message{};
@@ -22,21 +22,33 @@ void giveUp(int /*signal*/) {
   std::abort();
 }
 
-// A program runs many tests in one process. One that hangs ends it, and is named.
+// A program runs many tests in one process. What hangs ends it, and is named.
 class TimeLimit : public testing::EmptyTestEventListener {
  public:
   explicit TimeLimit(unsigned seconds) : seconds_(seconds) { std::signal(SIGALRM, giveUp); }
 
+  void OnEnvironmentsSetUpStart(const testing::UnitTest& /*all*/) override {
+    begin("the program's environment", "");
+  }
+  void OnTestSuiteStart(const testing::TestSuite& suite) override { begin(suite.name(), ""); }
   void OnTestStart(const testing::TestInfo& test) override {
+    begin(test.test_suite_name(), test.name());
+  }
+  void OnTestEnd(const testing::TestInfo& test) override { begin(test.test_suite_name(), ""); }
+  void OnEnvironmentsTearDownStart(const testing::UnitTest& /*all*/) override {
+    begin("the program's environment", "");
+  }
+  void OnTestProgramEnd(const testing::UnitTest& /*all*/) override { alarm(0); }
+
+ private:
+  void begin(const char* suite, const char* test) const {
     const auto size =
-        std::snprintf(message.data(), message.size(), "\nThis test took longer than %u s: %s.%s\n",
-                      seconds_, test.test_suite_name(), test.name());
+        std::snprintf(message.data(), message.size(), "\nThis test took longer than %u s: %s%s%s\n",
+                      seconds_, suite, *test == '\0' ? "" : ".", test);
     messageSize = std::min(static_cast<std::size_t>(size), message.size() - 1);
     alarm(seconds_);
   }
-  void OnTestEnd(const testing::TestInfo& /*test*/) override { alarm(0); }
 
- private:
   const unsigned seconds_;
 };
 

@@ -22,7 +22,8 @@ ALLOWED = {
     'session': PLATFORM + ('notary', 'eventstream'),
     'encoding': PLATFORM + ('session',),
     'presentation': PLATFORM + ('encoding',),
-    # Libraries and programs on top; beyond the public headers, what the table says.
+    # Libraries and programs on top: all public headers, which nobody else may include as a whole, and
+    # what the table says besides.
     'qt': ('public', 'core', 'interface'),
     'tools': ('public',),
     'devservice': ('public', 'core', 'security', 'ipc'),
@@ -52,14 +53,19 @@ def room_of(path):
     return parts[0] if parts[0] in ALLOWED else None
 
 
-def target_of(line):
-    """The folder that an include line points to, or None."""
-    match = re.match(r'\s*#\s*include\s+(?:"([^"]+)"|<local/([^>]+)>)', line)
+def target_of(name, line):
+    """The folder that an include line of the file `name` points to, or None."""
+    match = re.match(r'\s*#\s*include\s*[<"]([^>"]+)[>"]', line)
     if not match:
         return None
-    if match[1]:
-        return room_of(match[1])
-    return next((owner for pattern, owner in OWNERS if re.match(pattern, match[2])), None)
+    path = match[1]
+    beside = os.path.normpath(os.path.join(os.path.dirname(name), path))
+    if path.startswith('local/'):
+        header = path.removeprefix('local/')
+        return next((owner for pattern, owner in OWNERS if re.match(pattern, header)), 'everything')
+    if path.startswith('.') or os.path.isfile(beside):
+        return room_of(beside)
+    return room_of(path)
 
 
 def listed():
@@ -76,10 +82,10 @@ def wrong_arrows(names):
         allowed = ALLOWED[room]
         with open(name, encoding='utf-8') as file:
             for number, line in enumerate(file, 1):
-                target = target_of(line)
+                target = target_of(name, line)
                 if target is None or target == room or target in allowed:
                     continue
-                if 'public' in allowed and '<local/' in line:
+                if 'public' in allowed and 'local/' in line:
                     continue
                 yield f'   {name}:{number}: {room} may not use {target}: {line.strip()}'
 

@@ -66,6 +66,10 @@ run_test() {
   rm -rf "$results"
   section "Tests ($preset)"
   ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j2 "${rest[@]}" || status=$?
-  [ ! -d "$results" ] || section "Tests in these programs: $(count_tests "$results")"
+  [ -d "$results" ] || return $status
+  local totals
+  totals=$(count_tests "$results")
+  section "Tests in these programs: $totals"
+  [[ -z ${GTEST_FILTER:-} || $totals != '0 passed, 0 failed'* ]] || die "no test matches '$GTEST_FILTER'"
   return $status
 }
