@@ -173,6 +173,8 @@ TEST_F(ServiceCallTest, NothingIsSentBeforeTheStart) {
   call->start();
   call->start();
   EXPECT_EQ(transport->sent, 1);
+  transport->answer(kReply);
+  EXPECT_THAT(events, ElementsAre("reply"));
 }
 
 TEST_F(ServiceCallTest, InvalidatedBeforeTheStartItNeverReachesTheTransport) {
