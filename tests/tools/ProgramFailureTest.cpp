@@ -96,6 +96,18 @@ TEST_F(FailureTest, LogLinesAppearOnlyWhenAskedFor) {
   EXPECT_THAT(run({"status", "--verbose"}).errors, HasSubstr("kvlocal: notarisation error: "));
 }
 
+// Both come from other threads.
+TEST_F(FailureTest, LogLinesAndStatesComeBeforeTheEnd) {
+  constexpr int kRuns = 5;
+  for (int i = 0; i < kRuns; ++i) {
+    const std::string told = run({"--verbose", "events", "/events"}).errors;
+    const std::size_t end = told.find(kUnreachable);
+    ASSERT_NE(end, std::string::npos) << told;
+    EXPECT_LT(told.find("kvlocal: notarisation error: "), end) << told;
+    EXPECT_LT(told.find("kvlocal: the session is disconnected\n"), end) << told;
+  }
+}
+
 TEST_F(FailureTest, SigningRequestNeedsNoNotary) {
   const Outcome outcome = run({"csr"});
   EXPECT_EQ(outcome.exitCode, 0);

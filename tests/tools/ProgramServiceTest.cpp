@@ -63,6 +63,20 @@ TEST_F(ServiceTest, ATextThatIsNoURLIsARequestThatFails) {
   EXPECT_EQ(run({"get", "not a url"}).exitCode, 4);
 }
 
+TEST_F(ServiceTest, AFailureThatMayPassIsToldToTheLastStateBeforeTheEnd) {
+  constexpr int kRuns = 5;
+  restartNotary({"--fault", "error"});
+  for (int i = 0; i < kRuns; ++i) {
+    const Outcome outcome = run({"--verbose", "events", "/events"});
+    EXPECT_EQ(outcome.exitCode, 3);
+    const std::string& told = outcome.errors;
+    const std::size_t end = told.find("kvlocal: the notary service gave no identity: ");
+    ASSERT_NE(end, std::string::npos) << told;
+    EXPECT_LT(told.find("kvlocal: notarisation error: "), end) << told;
+    EXPECT_LT(told.find("kvlocal: the session is recovering\n"), end) << told;
+  }
+}
+
 TEST_F(ServiceTest, WatchShowsTheIdentity) {
   const Outcome outcome = runUntil("\nanchor", {"watch", "--for", "60"});
   EXPECT_EQ(outcome.exitCode, 0) << outcome.errors;

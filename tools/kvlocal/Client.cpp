@@ -14,7 +14,8 @@ constexpr auto kPathVariable = "korvale_vandrel_notary";
 
 // A session shows its notary's errors only as progress texts; this notary keeps the last one. It
 // is recorded before the session learns of it, so whoever sees the state change finds it. A failure
-// is told after the session has dealt with it, when all that it logs has been logged.
+// is told after the session has dealt with it: all that it logs has been logged, and the states
+// that it leads to wait to be told.
 class RecordingNotary final : public KVLNotary {
  public:
   using Record = std::shared_ptr<kvl::Atomic<std::optional<kvl::Error>>>;
@@ -72,13 +73,25 @@ Client::~Client() {
 }
 
 ExitCode Client::establish() {
+  using Result = Rendezvous::Result;
   const auto limit = std::chrono::steady_clock::now() + context_.settings.limit();
   bool established = false;
-  const auto result = context_.rendezvous->wait(limit, [&] {
-    established = seen_->established;
-    return established || (!context_.settings.retries() && seen_->failed);
-  });
-  if (result == Rendezvous::Result::interrupted) return ExitCode::interrupted;
+  const auto waitUntil = [&](const bool& hasFailed) {
+    return context_.rendezvous->wait(limit, [&] {
+      established = seen_->established;
+      return established || (!context_.settings.retries() && hasFailed);
+    });
+  };
+  Result result = waitUntil(seen_->failed);
+  if (result == Result::met && !established) {
+    // Observers are told in turn, so this one is told when all others know where the failure led.
+    const auto last =
+        session_->observeState([rendezvous = context_.rendezvous, seen = seen_](KVLSessionState) {
+          rendezvous->change([&] { seen->failureTold = true; });
+        });
+    result = waitUntil(seen_->failureTold);
+  }
+  if (result == Result::interrupted) return ExitCode::interrupted;
   return established ? ExitCode::ok : ExitCode::notEstablished;
 }
 

@@ -26,6 +26,7 @@ class Client {
 
   // Waits until the session has been established, or until it is clear that it will not be in time.
   // `ok`, even if the session has been lost again meanwhile, `notEstablished` or `interrupted`.
+  // After a failure all that it logs has been logged and the session's observers know its state.
   [[nodiscard]] ExitCode establish();
 
   // Why the last notarisation failed; absent when it has not.
@@ -38,7 +39,8 @@ class Client {
   // What has happened so far, protected by the rendezvous.
   struct Seen {
     bool established = false;
-    bool failed = false;  // the session has dealt with a notarisation that failed
+    bool failed = false;       // the session has dealt with a notarisation that failed
+    bool failureTold = false;  // and its observers have been told the state that this led to
   };
 
   using ErrorRecord = kvl::Atomic<std::optional<kvl::Error>>;
