@@ -1,7 +1,7 @@
 #include "notary/Keychain.h"
 #include "platform/security/KeyStore.h"
 #include "platform/security/Operations.h"
-#include "tests/support/PrivateBus.h"
+#include "tests/notary/OwnKeys.h"
 
 #include <local/KVLNotary.h>
 #include <local/platform/HostApplication.h>
@@ -143,7 +143,7 @@ TEST_F(KeychainTest, KeysOfOtherHostsStay) {
 
 // Those that hosts call.
 TEST_F(KeychainTest, PublicOperationsUseTheProcessesKeyStore) {
-  const kvltest::SessionBusVariable none("");
+  const kvltest::OwnKeys own{std::string(kIdentifier)};
   kvl::KeyRef privateKey;
   ASSERT_FALSE(KVLNotary::createKeysPublic(nullptr, &privateKey));
   EXPECT_NE(privateKey, nullptr);
