@@ -75,6 +75,8 @@ struct BusMethod {
   const char* replyType;
 };
 
+// A connection of its own to the session bus; the process's shared one is left alone because it
+// may end the process when the bus goes away. Neither the address nor the connecting blocks.
 void connectToSessionBus(GCancellable* cancellable, Connected then) {
   constexpr auto flags =
       static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
@@ -83,6 +85,7 @@ void connectToSessionBus(GCancellable* cancellable, Connected then) {
                                     connected, new Connected(std::move(then)));
 }
 
+// Calls without starting a service and without a time limit: `cancellable` ends the waiting.
 void callMethod(GDBusConnection* bus, const BusMethod& method, GVariant* arguments,
                 GCancellable* cancellable, Answered then) {
   g_dbus_connection_call(bus, method.destination.c_str(), method.object.c_str(),

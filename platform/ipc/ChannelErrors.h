@@ -26,7 +26,8 @@ class ChannelErrors {
   // 4101: one side sent what the other cannot read.
   [[nodiscard]] Error replyOfWrongShape(std::string_view debugText = {}) const;
   [[nodiscard]] Error requestNotCarried() const;
-  // NSPOSIXErrorDomain 60.
+  // NSPOSIXErrorDomain 60: a time limit has passed, the channel's own or one of the bus or of the
+  // service.
   [[nodiscard]] Error timedOut(std::string_view debugText = {}) const;
 
  private:
