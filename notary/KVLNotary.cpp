@@ -23,12 +23,9 @@ constinit std::string_view NotaryResponseKeyCertificate = "certificate";
 using EnvironmentRef = std::shared_ptr<const kvl::Environment>;
 
 struct KVLNotary::Implementation {
-  explicit Implementation(EnvironmentRef given)
-      : environment(std::move(given)),
-        lookups(environment->concurrentQueue("korvale.local.notary")) {}
+  explicit Implementation(EnvironmentRef given) : environment(std::move(given)) {}
 
   const EnvironmentRef environment;
-  const std::shared_ptr<kvl::DispatchQueue> lookups;  // of identities, which may block
   kvl::Atomic<std::optional<std::string>> path;
   kvl::Atomic<kvl::KeyRef> publicKey;
   kvl::Atomic<kvl::KeyRef> privateKey;
@@ -117,41 +114,69 @@ kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate,
   return nullptr;
 }
 
-void completeWith(const std::shared_ptr<KVLNotarySignature>& signature,
-                  const KVLNotary::CompletionHandler& completionHandler) {
-  kvl::log("%@", signature);
-  completionHandler(signature, std::nullopt);
+// The host's handler and the connection that is closed after it. Moved from step to step, never
+// copied: whatever the host's handler holds must go on the reply thread.
+class Completion {
+ public:
+  Completion(KVLNotary::CompletionHandler handler, ConnectionRef connection)
+      : handler_(std::move(handler)), connection_(std::move(connection)) {}
+
+  // Both on the reply thread, and one of them once.
+  void succeed(const std::shared_ptr<KVLNotarySignature>& signature) {
+    kvl::log("%@", signature);
+    end(signature, std::nullopt);
+  }
+  void fail(std::optional<kvl::Error> error) { end(nullptr, std::move(error)); }
+
+  [[nodiscard]] kvl::ipc::ServiceConnection& connection() const { return *connection_; }
+
+ private:
+  void end(const std::shared_ptr<KVLNotarySignature>& signature, std::optional<kvl::Error> error) {
+    handler_(signature, std::move(error));
+    close(*connection_);
+  }
+
+  KVLNotary::CompletionHandler handler_;
+  ConnectionRef connection_;
+};
+
+// Completes, on the reply thread, with `signature` and the identity of its certificate. The key
+// store may take its time to find it, so it is asked on the lookup thread: meanwhile the reply
+// thread serves other connections. Everything is moved along, so that the lookup thread holds
+// nothing any more once the reply thread goes on.
+void completeAfterLookup(std::shared_ptr<KVLNotarySignature> signature, kvl::CertificateRef client,
+                         Completion completion, const EnvironmentRef& environment) {
+  environment->lookupQueue()->async([signature = std::move(signature), client = std::move(client),
+                                     completion = std::move(completion), environment]() mutable {
+    auto identity = identityFor(client, *environment->keyStore());
+    auto& connection = completion.connection();
+    connection.post([signature = std::move(signature), client = std::move(client),
+                     completion = std::move(completion), identity = std::move(identity)]() mutable {
+      signature->setIdentity(std::move(identity));
+      signature->setClient(std::move(client));
+      completion.succeed(signature);
+    });
+  });
 }
 
-// Calls `completionHandler`, on the reply thread, with the signature that the reply describes or
-// with an error. The key store may take its time to find the identity, so it is asked elsewhere:
-// meanwhile the reply thread serves other connections.
+// Completes, on the reply thread, with the signature that the reply describes or with an error.
 void completeWithReply(const std::optional<kvl::Dictionary>& received,
-                       const std::optional<kvl::Error>& error,
-                       const KVLNotary::CompletionHandler& completionHandler,
-                       const EnvironmentRef& environment, kvl::DispatchQueue& lookups,
-                       const ConnectionRef& connection) {
-  if (error) return completionHandler(nullptr, error);
+                       const std::optional<kvl::Error>& error, Completion completion,
+                       const EnvironmentRef& environment) {
+  if (error) return completion.fail(error);
   const kvl::Dictionary reply = received.value_or(kvl::Dictionary());
   auto baseURL = KVLNotary::baseURL(reply[NotaryResponseKeyURL]);
-  if (!baseURL) return completionHandler(nullptr, noUsableURL(reply));
+  if (!baseURL) return completion.fail(noUsableURL(reply));
   kvl::CertificateRef anchor;
   if (auto failure = KVLNotary::decode(reply[NotaryResponseKeyAnchor].string(), &anchor)) {
-    return completionHandler(nullptr, std::move(failure));
+    return completion.fail(std::move(failure));
   }
   auto client = clientCertificate(reply);
   auto signature = std::make_shared<KVLNotarySignature>(environment);
   signature->setBaseURL(std::move(baseURL));
   signature->setAnchor(std::move(anchor));
-  if (!client) return completeWith(signature, completionHandler);
-  lookups.async([=] {
-    const auto identity = identityFor(client, *environment->keyStore());
-    connection->post([=] {
-      signature->setIdentity(identity);
-      signature->setClient(client);
-      completeWith(signature, completionHandler);
-    });
-  });
+  if (!client) return completion.succeed(signature);
+  completeAfterLookup(std::move(signature), std::move(client), std::move(completion), environment);
 }
 
 }  // namespace
@@ -224,15 +249,11 @@ void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandle
     request.set(NotaryRequestKeyCertificateSigningRequest, *pem);
   }
   exchange(*implementation_->environment, path(), request,
-           [handler = std::move(completionHandler), environment = implementation_->environment,
-            lookups = implementation_->lookups](const std::optional<kvl::Dictionary>& reply,
-                                                const std::optional<kvl::Error>& error,
-                                                const ConnectionRef& connection) {
-             const auto complete = [handler, connection](auto&&... result) {
-               handler(std::forward<decltype(result)>(result)...);
-               close(*connection);
-             };
-             completeWithReply(reply, error, complete, environment, *lookups, connection);
+           [handler = std::move(completionHandler), environment = implementation_->environment](
+               const std::optional<kvl::Dictionary>& reply, const std::optional<kvl::Error>& error,
+               const ConnectionRef& connection) mutable {
+             completeWithReply(reply, error, Completion(std::move(handler), connection),
+                               environment);
            });
 }
 

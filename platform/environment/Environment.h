@@ -36,6 +36,8 @@ struct Environment {
 
   // The process's own: all members as they stand here. Never destroyed.
   [[nodiscard]] static const std::shared_ptr<const Environment>& process();
+  // The process's one queue for lookups: serial, on a thread of its own that starts with the first.
+  [[nodiscard]] static std::shared_ptr<DispatchQueue> processLookupQueue();
 
   std::function<Date()> now = [] { return Date::now(); };
   std::function<std::shared_ptr<security::KeyStore>()> keyStore = security::defaultKeyStore;
@@ -43,6 +45,9 @@ struct Environment {
   URLSessionFactory urlSession = URLSession::create;
   QueueFactory serialQueue = DispatchQueue::serial;
   QueueFactory concurrentQueue = DispatchQueue::concurrent;
+  // Where notaries look for identities in the key store, which may block: neither the worker
+  // threads nor the reply thread wait for it. Asked for when there is something to look for.
+  std::function<std::shared_ptr<DispatchQueue>()> lookupQueue = processLookupQueue;
   Limits limits;
 };
 

@@ -40,7 +40,8 @@ class ServiceConnection {
   // Closes the connection. A call still outstanding ends with 4099.
   virtual void invalidate() = 0;
   // Runs `block` on the reply thread: for handlers that hand blocking work to another thread, which
-  // would hold up the replies of all connections, and finish here.
+  // would hold up the replies of all connections, and finish here. `block` may hold the last
+  // reference to the connection, so nothing of it is touched once `block` has been handed over.
   virtual void post(Handler block) = 0;
 };
 

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -67,6 +68,24 @@ TEST_F(ConnectionLifetimeTest, HandlersRunOnOneThreadThatIsNotTheCallers) {
   EXPECT_NE(threads.front(), std::this_thread::get_id());
   EXPECT_EQ(std::count(threads.begin(), threads.end(), threads.front()),
             static_cast<std::ptrdiff_t>(threads.size()));
+}
+
+TEST_F(ConnectionLifetimeTest, PostedBlocksRunOnTheThreadOfTheHandlers) {
+  const auto threads = callAndWait({})->threads();
+  ASSERT_FALSE(threads.empty());
+  const auto connection = kvl::ipc::makeServiceConnection(kNotaryName);
+  std::promise<std::thread::id> ran;
+  connection->post([&] { ran.set_value(std::this_thread::get_id()); });
+  EXPECT_EQ(ran.get_future().get(), threads.front());
+}
+
+TEST_F(ConnectionLifetimeTest, PostedBlockMayHoldTheLastReference) {
+  auto connection = makeConnection();
+  const std::weak_ptr<ServiceConnection> weak = connection;
+  ServiceConnection& posting = *connection;
+  posting.post([connection = std::move(connection)] { connection->invalidate(); });
+  (void)callAndWait({});
+  EXPECT_TRUE(weak.expired());
 }
 
 TEST_F(ConnectionLifetimeTest, InvalidatingEndsTheOutstandingCall) {

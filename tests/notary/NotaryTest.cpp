@@ -1,18 +1,7 @@
-#include "platform/core/NoDestructor.h"
-#include "platform/environment/Environment.h"
-#include "platform/ipc/ServiceConnection.h"
-#include "platform/security/KeyStore.h"
-#include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
+#include "tests/notary/NotaryFixture.h"
 #include "tests/notary/OwnKeys.h"
-#include "tests/support/LogCapture.h"
 #include "tests/support/MadeCertificate.h"
-
-#include <local/KVLNotary.h>
-#include <local/platform/HostApplication.h>
-#include <local/platform/SystemVersion.h>
-
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -23,149 +12,9 @@ using kvl::Array;
 using kvl::Dictionary;
 using kvl::Error;
 using kvl::Value;
+using kvltest::kURLs;
 
-// What the notary did with its connection, and what the test answers.
-struct Script {
-  std::vector<std::string> steps;
-  std::optional<std::string> path;
-  Dictionary request;
-  std::optional<Error> channelError;
-  std::optional<Dictionary> reply;
-  std::optional<Error> serviceError;
-  int connections = 0;
-};
-
-class ScriptedConnection final : public kvl::ipc::ServiceConnection {
- public:
-  explicit ScriptedConnection(Script& script) : script_(script) { ++script_.connections; }
-  void setInterruptionHandler(Handler handler) override { interrupted_ = std::move(handler); }
-  void setInvalidationHandler(Handler handler) override { invalidated_ = std::move(handler); }
-  void activate() override { script_.steps.emplace_back("activate"); }
-  void resume() override { script_.steps.emplace_back("resume"); }
-  void sendNotary(const std::optional<std::string>& path, const Dictionary& request,
-                  ErrorHandler errorHandler, ReplyHandler replyHandler) override {
-    script_.path = path;
-    script_.request = request;
-    if (script_.channelError) {
-      interrupted_();
-      return errorHandler(*script_.channelError);
-    }
-    replyHandler(script_.reply, script_.serviceError);
-  }
-  void suspend() override { script_.steps.emplace_back("suspend"); }
-  void invalidate() override {
-    script_.steps.emplace_back("invalidate");
-    invalidated_();
-  }
-  void post(Handler block) override { block(); }
-
- private:
-  Script& script_;
-  Handler interrupted_;
-  Handler invalidated_;
-};
-
-// Runs its blocks when it is told to.
-class HeldQueue final : public kvl::DispatchQueue {
- public:
-  void async(Block block) override { blocks_.push_back(std::move(block)); }
-  void asyncAfter(std::chrono::nanoseconds, Block block) override { async(std::move(block)); }
-  [[nodiscard]] const std::string& label() const noexcept override { return label_; }
-
-  [[nodiscard]] std::size_t waiting() const { return blocks_.size(); }
-  void run() {
-    for (const Block& block : std::exchange(blocks_, {})) block();
-  }
-
- private:
-  std::vector<Block> blocks_;
-  const std::string label_ = "held";
-};
-
-// Runs its blocks at once, so that a notarisation ends before it returns.
-class ImmediateQueue final : public kvl::DispatchQueue {
- public:
-  void async(Block block) override { block(); }
-  void asyncAfter(std::chrono::nanoseconds, Block block) override { block(); }
-  [[nodiscard]] const std::string& label() const noexcept override { return label_; }
-
- private:
-  const std::string label_ = "immediate";
-};
-
-struct Outcome {
-  int calls = 0;
-  std::shared_ptr<KVLNotarySignature> signature;
-  std::optional<Error> error;
-};
-
-class NotaryTest : public testing::Test {
- protected:
-  NotaryTest() {
-    kvl::setHostIdentifier("org.example.NotaryTest");
-    current = this;
-    unsetenv("korvale_vandrel_notary_minimum");
-  }
-  ~NotaryTest() override {
-    unsetenv("korvale_vandrel_notary_minimum");
-    current = nullptr;
-    kvl::setHostIdentifier("");
-    kvl::setSystemVersion(kvl::kDefaultSystemVersion);
-  }
-
-  Outcome notarise(KVLNotary& notary) {
-    Outcome outcome;
-    notary.notariseWithCompletionHandler(
-        [&](std::shared_ptr<KVLNotarySignature> signature, std::optional<Error> error) {
-          ++outcome.calls;
-          outcome.signature = std::move(signature);
-          outcome.error = std::move(error);
-        });
-    EXPECT_EQ(outcome.calls, 1);
-    EXPECT_NE(outcome.signature != nullptr, outcome.error.has_value());
-    return outcome;
-  }
-  Outcome notarise() { return notarise(*shared()); }
-
-  // One notary for all tests that need no fresh one: making keys takes time.
-  static std::shared_ptr<KVLNotary> shared() {
-    static const kvl::NoDestructor<std::shared_ptr<KVLNotary>> notary(
-        std::make_shared<KVLNotary>(std::nullopt, surroundings()));
-    return *notary;
-  }
-
-  // Keys in memory, and connections that follow the script of the running test.
-  static std::shared_ptr<const kvl::Environment> surroundings(
-      std::shared_ptr<kvl::security::KeyStore> store = kvl::security::makeMemoryKeyStore(),
-      std::shared_ptr<kvl::DispatchQueue> lookups = std::make_shared<ImmediateQueue>()) {
-    auto environment = std::make_shared<kvl::Environment>();
-    environment->concurrentQueue = [lookups = std::move(lookups)](auto&&) { return lookups; };
-    environment->keyStore = [store = std::move(store)] { return store; };
-    environment->serviceConnection = [](const std::string& name) {
-      current->serviceName = name;
-      return std::make_shared<ScriptedConnection>(current->script);
-    };
-    return environment;
-  }
-
-  // A certificate for the notary's own key, so that an identity can be made.
-  static std::string certificateFor(const KVLNotary& notary) {
-    X509* certificate = X509_new();
-    ASN1_TIME_set(X509_getm_notBefore(certificate), 0);
-    X509_gmtime_adj(X509_getm_notAfter(certificate), 1000);
-    X509_set_pubkey(certificate, kvl::security::nativeKey(*notary.publicKey()));
-    X509_sign(certificate, kvl::security::nativeKey(*notary.privateKey()), EVP_sha256());
-    return kvl::security::makeCertificate(certificate)->pem();
-  }
-
-  static inline NotaryTest* current = nullptr;
-  Script script;
-  std::string serviceName;
-  const std::shared_ptr<const kvl::Environment> environment = surroundings();
-  const kvltest::LogCapture log;
-};
-
-const Array kURLs{"https://127.0.0.1:4321/"};
+class NotaryTest : public kvltest::NotaryFixture {};
 
 TEST_F(NotaryTest, MakesKeysAndRequestAtItsCreation) {
   const KVLNotary notary(std::nullopt, environment);
@@ -347,25 +196,6 @@ TEST_F(NotaryTest, GoodReplyMakesAWholeSignature) {
   ASSERT_NE(signature->identity(), nullptr);
   EXPECT_EQ(signature->identity()->certificate(), signature->client());
   EXPECT_EQ(log.count("notary signature valid until"), 1U);
-}
-
-TEST_F(NotaryTest, LookupOfAnIdentityHoldsUpNoOtherReply) {
-  const auto lookups = std::make_shared<HeldQueue>();
-  KVLNotary fresh(std::nullopt, surroundings(kvl::security::makeMemoryKeyStore(), lookups));
-  script.reply = Dictionary{{"url", kURLs}, {"certificate", certificateFor(fresh)}};
-  std::shared_ptr<KVLNotarySignature> signature;
-  fresh.notariseWithCompletionHandler(
-      [&](std::shared_ptr<KVLNotarySignature> made, auto&&) { signature = std::move(made); });
-  EXPECT_EQ(lookups->waiting(), 1U);
-  EXPECT_EQ(signature, nullptr);
-  EXPECT_EQ(script.steps, (std::vector<std::string>{"activate"}));
-  script.reply = Dictionary{{"url", kURLs}};
-  EXPECT_NE(notarise(fresh).signature, nullptr);
-  lookups->run();
-  ASSERT_NE(signature, nullptr);
-  EXPECT_NE(signature->identity(), nullptr);
-  EXPECT_EQ(script.steps, (std::vector<std::string>{"activate", "activate", "suspend", "invalidate",
-                                                    "suspend", "invalidate"}));
 }
 
 TEST_F(NotaryTest, EmptyAnchorGivesASignatureWithoutAnchorButWithIdentity) {
