@@ -186,8 +186,8 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   /// Copied into every new HTTPS session object.
   [[nodiscard]] kvl::URLSessionConfiguration configuration() const;
   void setConfiguration(kvl::URLSessionConfiguration configuration);
-  /// With tasks of a class of the host's own, the event stream brings its body in the pieces in which
-  /// the host hands it over.
+  /// With tasks of a class of the host's own, the event stream brings its body in the pieces in
+  /// which the host hands it over.
   [[nodiscard]] std::shared_ptr<kvl::URLSession> session() const;
   void setSession(std::shared_ptr<kvl::URLSession> session);
   /// @}

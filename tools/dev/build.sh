@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 run_build() {
-  local preset rest
+  local preset=debug rest
   parse_preset "$@"
   configure_and_build "$preset" "${rest[@]}"
 }

@@ -40,9 +40,9 @@ install_packages() {
   apt-get -o DPkg::Lock::Timeout=120 install -y -qq --no-install-recommends "${missing[@]}"
 }
 
-# Takes "--preset P" off the arguments: sets the variables `preset` and `rest` of the caller.
+# Takes "--preset P" off the arguments: sets the variables `preset`, which the caller has set to the
+# default, and `rest`.
 parse_preset() {
-  preset=debug
   rest=()
   while [ $# -gt 0 ]; do
     case $1 in

@@ -57,7 +57,7 @@ count_tests() {
 }
 
 run_test() {
-  local preset rest results status=0
+  local preset=unity rest results status=0
   parse_preset "$@"
   parse_filter
   configure_and_build "$preset"
