@@ -87,7 +87,7 @@ TEST_F(NotaryLookupTest, LookupThreadKeepsNothingOnceTheHandlerHasRun) {
   std::weak_ptr<KVLNotarySignature> signature;
   fresh.notariseWithCompletionHandler(
       [&signature, recorder = std::make_shared<DestructionRecorder>(destroyedOn)](
-          std::shared_ptr<KVLNotarySignature> made, auto&&) { signature = std::move(made); });
+          std::shared_ptr<KVLNotarySignature> made, auto&&) { signature = made; });
   const auto stillHeld = runLookupsOnTheirThread();
   EXPECT_EQ(stillHeld.size(), 1U);
   EXPECT_FALSE(destroyedOn);

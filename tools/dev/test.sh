@@ -18,6 +18,8 @@ sanitizer_environment() {
       ;;
     tsan)
       TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:ignore_noninstrumented_modules=1:$(suppression_option tsan)
+      # Without it, the sanitizer would say so in the error output of programs that tests look at.
+      command -v llvm-symbolizer-19 >/dev/null || TSAN_OPTIONS+=:external_symbolizer_path=
       export TSAN_OPTIONS
       ;;
   esac
