@@ -136,12 +136,19 @@ TEST_F(ConnectionLifetimeTest, NothingIsSentBeforeTheStart) {
   EXPECT_EQ((*recorder->reply())["requests"].integer(), 2);
 }
 
+// On the reply thread, where no answer can come between the two.
+void sendAndSuspend(ServiceConnection& connection, CallRecorder& recorder) {
+  connection.post([&connection, &recorder] {
+    connection.activate();
+    recorder.send(connection, std::nullopt, {});
+    connection.suspend();
+  });
+}
+
 TEST_F(ConnectionLifetimeTest, SuspendedConnectionHoldsItsAnswerBack) {
   const auto connection = makeConnection();
   const auto recorder = CallRecorder::create();
-  connection->activate();
-  recorder->send(*connection, std::nullopt, {});
-  connection->suspend();
+  sendAndSuspend(*connection, *recorder);
   waitForOneOtherRequest();
   EXPECT_TRUE(recorder->events().empty());
   connection->resume();
@@ -152,9 +159,7 @@ TEST_F(ConnectionLifetimeTest, SuspendedConnectionHoldsItsAnswerBack) {
 TEST_F(ConnectionLifetimeTest, SuspendedConnectionCanBeInvalidated) {
   const auto connection = makeConnection();
   const auto recorder = CallRecorder::create();
-  connection->activate();
-  recorder->send(*connection, std::nullopt, {});
-  connection->suspend();
+  sendAndSuspend(*connection, *recorder);
   waitForOneOtherRequest();
   connection->invalidate();
   ASSERT_TRUE(recorder->waitForEvents(2));
