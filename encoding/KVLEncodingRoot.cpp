@@ -69,6 +69,7 @@ void KVLEncoding::submit(const kvl::Value& root, const RelativePath& relativePat
 
 void KVLEncoding::setHeaderToAcceptRoot(kvl::URLRequest& request) {
   request.headers().set("Accept", "application/json");
+  request.setContentKind(kvl::ContentKind::document);
 }
 
 std::optional<kvl::Value> KVLEncoding::rootFromResponse(const kvl::URLResponseRef&,

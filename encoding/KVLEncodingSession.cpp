@@ -90,6 +90,7 @@ void KVLEncoding::imageFromSession(KVLSession& session, const RelativePath& rela
   if (!completionHandler) completionHandler = kLogError;
   kvl::URLRequest request(relativePath.text());
   request.headers().set("Accept", "application/pdf;q=0.9,image/*;q=0.8");
+  request.setContentKind(kvl::ContentKind::image);
   session.request(request, [size, handler = std::move(completionHandler)](
                                const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
                                std::optional<kvl::Error> error) mutable {

@@ -24,6 +24,7 @@ kvl::URLRequest requestFor(const kvl::URL& url, const std::optional<std::string>
                            std::chrono::nanoseconds longestSilence) {
   kvl::URLRequest request(url);
   request.headers().set("Accept", "text/event-stream");
+  request.setContentKind(kvl::ContentKind::eventStream);
   // An identifier that HTTP cannot carry is left out: the stream then starts afresh, which costs
   // repeated events rather than the stream.
   if (lastEventID && kvl::isSendableHeaderField("Last-Event-ID", *lastEventID)) {

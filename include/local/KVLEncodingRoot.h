@@ -48,6 +48,7 @@ KVL_EXPORT void submit(const kvl::Value& root, const RelativePath& relativePath,
                        KVLSession& session, RootHandler completionHandler = nullptr);
 
 /// `setHeaderToAcceptRoot:` Sets the field "Accept" to "application/json", replacing what is there.
+/// The answer may then be as large as the session's configuration allows documents to be.
 KVL_EXPORT void setHeaderToAcceptRoot(kvl::URLRequest& request);
 
 /// `rootFromResponse:withBody:error:` Decodes a body as JSON (RFC 8259), a bare string, number or

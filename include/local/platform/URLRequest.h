@@ -47,6 +47,15 @@ class KVL_EXPORT HeaderFields {
 [[nodiscard]] KVL_EXPORT bool isSendableHeaderField(std::string_view name,
                                                     std::string_view value) noexcept;
 
+/// What a request's answer is meant for, which says how large it may be
+/// (`URLSessionConfiguration`).
+enum class ContentKind {
+  data,         ///< anything
+  document,     ///< decoded as a whole
+  image,        ///< decoded as a picture
+  eventStream,  ///< read as it arrives; no content encoding is offered or accepted
+};
+
 /// An HTTP request. A plain value: copies are independent.
 class KVL_EXPORT URLRequest {
  public:
@@ -88,6 +97,10 @@ class KVL_EXPORT URLRequest {
   }
   void setTimeoutInterval(std::chrono::nanoseconds interval) { timeoutInterval_ = interval; }
 
+  /// `ContentKind::data` by default.
+  [[nodiscard]] ContentKind contentKind() const noexcept { return contentKind_; }
+  void setContentKind(ContentKind kind) noexcept { contentKind_ = kind; }
+
  private:
   std::optional<URL> url_;
   std::string invalidURLText_;
@@ -95,6 +108,7 @@ class KVL_EXPORT URLRequest {
   HeaderFields headers_;
   std::optional<Data> body_;
   std::optional<std::chrono::nanoseconds> timeoutInterval_;
+  ContentKind contentKind_ = ContentKind::data;
 };
 
 /// A response's head. Immutable once handed out.

@@ -33,9 +33,34 @@ struct URLSessionConfiguration {
   bool allowsHTTP2 = true;
   /// Redirects followed before a request fails with `NSURLErrorHTTPTooManyRedirects`.
   int maximumRedirects = 20;
-  /// Bytes of a body that is handed over in one piece; a larger one fails with
-  /// `NSURLErrorDataLengthExceedsMaximum`. It bounds what a small compressed answer can unfold to.
-  std::size_t maximumBodySize = std::size_t{1} << 30;
+  /// The longest time from a task's start to its end, redirects included, after which it fails with
+  /// `NSURLErrorTimedOut`; without limit by default. Event streams, which have no end, are left
+  /// out.
+  std::chrono::nanoseconds timeoutIntervalForResource = std::chrono::nanoseconds::max();
+  /// Whether `http://` addresses are loaded, in clear text. Otherwise a request for one fails with
+  /// `NSURLErrorAppTransportSecurityRequiresSecureConnection`, and nothing reaches the wire. A
+  /// redirect from https to http is never followed: it is the answer itself.
+  bool allowsInsecureHTTPLoads = false;
+
+  /// @name Longest bodies
+  /// In bytes after any content encoding was taken off, so that they bound what a small compressed
+  /// answer can unfold to. Which one holds says the request's `contentKind`. A larger body fails
+  /// with `NSURLErrorDataLengthExceedsMaximum` as soon as that shows. A body that goes to the
+  /// delegate piece by piece has none.
+  /// @{
+  std::size_t maximumBodySize = std::size_t{1} << 30;  ///< of any kind
+  std::size_t maximumDocumentBytes = std::size_t{64} << 20;
+  std::size_t maximumImageBytes = std::size_t{16} << 20;
+  /// @}
+  /// Values that a decoded document may hold, each key, element and container counting as one. A
+  /// small text can stand for many: memory goes with their number.
+  std::size_t maximumDocumentCells = std::size_t{8} << 20;
+  /// Bytes of one line of an event stream; what a longer one loses is documented at
+  /// `KVLEventStreamState`.
+  std::size_t maximumEventLineBytes = std::size_t{64} << 20;
+  /// Bytes of all header fields and trailers of one answer, interim answers included; a longer head
+  /// fails with `NSURLErrorDataLengthExceedsMaximum`.
+  std::size_t maximumHeaderBytes = std::size_t{256} << 10;
   /// Bytes of one task's body that may wait for the delegate before the sender is held back. Of a
   /// `KVLSession`'s event stream, one event that has not arrived completely may be held besides;
   /// one of more than 64 MiB may be cut.
