@@ -1,3 +1,4 @@
+#include "encoding/AnswerBody.h"
 #include "encoding/FailedStatus.h"
 #include "platform/serialisation/JSONReader.h"
 #include "platform/serialisation/JSONWriter.h"
@@ -35,11 +36,12 @@ void reportUnencodable(const kvl::Error& error, const RootHandler& handler) {
 }
 
 void deliverRoot(const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
-                 const std::optional<kvl::Error>& error, const RootHandler& handler) {
+                 const std::optional<kvl::Error>& error, std::size_t maximumCells,
+                 const RootHandler& handler) {
   if (error) return handler(std::nullopt, response, error);
-  if (!body) return handler(std::nullopt, response, std::nullopt);
+  if (kvl::encoding::isWithoutBody(body)) return handler(std::nullopt, response, std::nullopt);
   std::optional<kvl::Error> decodingError;
-  auto root = KVLEncoding::rootFromResponse(response, body, &decodingError);
+  auto root = kvl::encoding::rootFromBody(body, maximumCells, &decodingError);
   handler(std::move(root), response, std::move(decodingError));
 }
 
@@ -59,10 +61,11 @@ void KVLEncoding::submit(const kvl::Value& root, const RelativePath& relativePat
     return reportUnencodable(*error, completionHandler);
   }
   session.request(request,
-                  [handler = std::move(completionHandler)](const std::optional<kvl::Data>& body,
-                                                           const kvl::URLResponseRef& response,
-                                                           const std::optional<kvl::Error>& error) {
-                    if (handler) return deliverRoot(body, response, error, handler);
+                  [handler = std::move(completionHandler),
+                   maximumCells = kvl::encoding::maximumCellsOf(session)](
+                      const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
+                      const std::optional<kvl::Error>& error) {
+                    if (handler) return deliverRoot(body, response, error, maximumCells, handler);
                     logAnswer(response, error);
                   });
 }
@@ -75,10 +78,17 @@ void KVLEncoding::setHeaderToAcceptRoot(kvl::URLRequest& request) {
 std::optional<kvl::Value> KVLEncoding::rootFromResponse(const kvl::URLResponseRef&,
                                                         const std::optional<kvl::Data>& body,
                                                         std::optional<kvl::Error>* error) {
+  const auto usual = kvl::URLSessionConfiguration::ephemeral();
+  return kvl::encoding::rootFromBody(body, usual.maximumDocumentCells, error);
+}
+
+std::optional<kvl::Value> kvl::encoding::rootFromBody(const std::optional<Data>& body,
+                                                      std::size_t maximumCells,
+                                                      std::optional<Error>* error) {
   std::optional<kvl::Value> root;
   std::optional<kvl::Error> failure;
   if (body) {
-    root = kvl::valueFromJSON(*body, &failure);
+    root = kvl::valueFromJSON(*body, &failure, maximumCells);
   } else {
     failure = kvl::Error(kJSONErrorDomain, 1, {{kReasonKey, "nil"}});
   }

@@ -1,5 +1,6 @@
 // Fetches documents and images through a session, with a completion handler or waiting for the
 // result.
+#include "encoding/AnswerBody.h"
 #include "encoding/ContentTypeRole.h"
 #include "encoding/Waiting.h"
 
@@ -17,10 +18,12 @@ constexpr auto kLogError = [](const auto& /*result*/, const auto& /*response*/,
 
 // On the main queue, unless the transfer itself failed.
 void deliverDocument(const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
-                     std::optional<kvl::Error> error, KVLEncoding::DocumentHandler handler) {
+                     std::optional<kvl::Error> error, std::size_t maximumCells,
+                     KVLEncoding::DocumentHandler handler) {
   if (error) return handler(std::nullopt, std::move(response), std::move(error));
   std::optional<kvl::Error> decodingError;
-  auto document = KVLEncoding::rootFromResponse(response, body, &decodingError);
+  auto document = kvl::encoding::rootFromBody(
+      kvl::encoding::isWithoutBody(body) ? std::nullopt : body, maximumCells, &decodingError);
   kvl::DispatchQueue::main()->async([handler = std::move(handler), document = std::move(document),
                                      response = std::move(response),
                                      decodingError = std::move(decodingError)]() mutable {
@@ -61,10 +64,11 @@ void KVLEncoding::jsonFromSession(KVLSession& session, const RelativePath& relat
   if (!completionHandler) completionHandler = kLogError;
   kvl::URLRequest request(relativePath.text());
   setHeaderToAcceptRoot(request);
-  session.request(request, [handler = std::move(completionHandler)](
+  session.request(request, [handler = std::move(completionHandler),
+                            maximumCells = kvl::encoding::maximumCellsOf(session)](
                                const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
                                std::optional<kvl::Error> error) mutable {
-    deliverDocument(body, std::move(response), std::move(error), std::move(handler));
+    deliverDocument(body, std::move(response), std::move(error), maximumCells, std::move(handler));
   });
 }
 

@@ -6,6 +6,8 @@
 #include <local/KVLExtensionsDateFormatter.h>
 #include <local/platform/Log.h>
 
+#include <string.h>
+
 #include <optional>
 
 namespace KVLEncoding {
@@ -56,12 +58,21 @@ std::optional<std::string> renderEntry(const kvl::Dictionary& entry) {
   return value;
 }
 
+// Where the token stands in the text at or behind `from`. `std::string::find` compares from each
+// place anew, so that a text and a token of the service's choice cost the product of their lengths.
+std::size_t findToken(std::string_view text, std::string_view token, std::size_t from) noexcept {
+  const void* found = memmem(text.data() + from, text.size() - from, token.data(), token.size());
+  if (found == nullptr) return std::string_view::npos;
+  return static_cast<std::size_t>(static_cast<const char*>(found) - text.data());
+}
+
 // How many there were. What was put in is not searched again.
 std::size_t replaceAll(std::string& text, std::string_view token, std::string_view value) {
   std::string result;
   std::size_t count = 0;
   std::size_t rest = 0;
-  for (auto at = text.find(token); at != std::string::npos; at = text.find(token, rest)) {
+  for (auto at = findToken(text, token, 0); at != std::string_view::npos;
+       at = findToken(text, token, rest)) {
     result.append(text, rest, at - rest).append(value);
     rest = at + token.size();
     ++count;
@@ -74,8 +85,8 @@ std::size_t replaceAll(std::string& text, std::string_view token, std::string_vi
 bool wouldBeTooLong(const std::string& text, std::string_view token, std::string_view value) {
   if (value.size() <= token.size()) return false;
   std::size_t length = text.size();
-  for (auto at = text.find(token); at != std::string::npos;
-       at = text.find(token, at + token.size())) {
+  for (auto at = findToken(text, token, 0); at != std::string_view::npos;
+       at = findToken(text, token, at + token.size())) {
     length += value.size() - token.size();
     if (length > kLongestText) return true;
   }

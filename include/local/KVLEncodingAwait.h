@@ -43,6 +43,10 @@
 /// outcome is dropped without touching the coroutine. As with every coroutine, nobody may destroy
 /// it while another thread makes it go on. Where it goes on on one thread only, as images and
 /// everything `onMainQueue` do on the main thread, that thread may destroy it at any time.
+///
+/// **g++ 12** compiles no braced list within an expression that awaits ("array used as
+/// initializer", corrected in g++ 13), be the list a `kvl::Dictionary`, a `kvl::Array` or any
+/// other. Name it before; see `submit`.
 namespace KVLEncoding::awaitable {
 
 /// @name Outcomes, each part possibly none as for the completion handlers
@@ -187,6 +191,12 @@ class [[nodiscard]] Operation {
 };
 
 /// `submit:relativePath:session:completionHandler:` as `KVLEncoding::submit`.
+///
+/// ```
+/// const kvl::Dictionary root{{"name", "value"}};  // g++ 12 takes no braces below
+/// const auto [answer, response, error] =
+///     co_await KVLEncoding::awaitable::submit(root, path, session);
+/// ```
 inline Operation<RootResult> submit(const kvl::Value& root, const RelativePath& relativePath,
                                     KVLSession& session) {
   return Operation<RootResult>(

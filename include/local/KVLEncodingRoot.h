@@ -41,9 +41,10 @@ using RootHandler = std::function<void(std::optional<kvl::Value> root, kvl::URLR
 ///
 /// @param completionHandler called at once on the caller's thread when the root cannot be encoded
 ///   or the session is not established, else on the HTTPS session object's serial queue. A body
-///   that cannot be decoded brings none, the response and the decoder's error; no body and a body
-///   of `null` bring none and no error. Without a handler, failures and every status of 300 and
-///   more are written to the log.
+///   that cannot be decoded, or that holds more values than the session's configuration allows,
+///   brings none, the response and the decoder's error; an answer without a body, as with status
+///   204, and a body of `null` bring none and no error. Without a handler, failures and every
+///   status of 300 and more are written to the log.
 KVL_EXPORT void submit(const kvl::Value& root, const RelativePath& relativePath,
                        KVLSession& session, RootHandler completionHandler = nullptr);
 
@@ -55,7 +56,9 @@ KVL_EXPORT void setHeaderToAcceptRoot(kvl::URLRequest& request);
 /// boolean included. The response is not examined.
 ///
 /// @param error receives none, or: "korvale.vandrel.encoding.json", 1, for no body; the JSON
-///   parser's `NSCocoaErrorDomain`, 3840, with the reason and the position.
+///   parser's `NSCocoaErrorDomain`, 3840, with the reason and the position. A body of no bytes is
+///   one that cannot be parsed, and one of more than 8 Mi values (the usual
+///   `maximumDocumentCells`) is given up.
 /// @return none for an error and for the document `null`. Any thread.
 [[nodiscard]] KVL_EXPORT std::optional<kvl::Value> rootFromResponse(
     const kvl::URLResponseRef& response, const std::optional<kvl::Data>& body,

@@ -60,10 +60,12 @@ using ImageHandler =
 /// `jsonFromSession:withRelativePath:completionHandler:` Fetches a document.
 ///
 /// @param completionHandler called on the main queue with the document (none for a body that is
-///   `null` or cannot be decoded), the response and the decoding error. An error of the transfer
-///   comes at once on the thread on which the request completed: the HTTPS session object's queue,
-///   or the caller's thread when the session is not established. The status code is not judged.
-///   Without a handler errors are written to the log as "request error: %@".
+///   `null` or cannot be decoded), the response and the decoding error. An answer without a body,
+///   as with status 204, is the error "korvale.vandrel.encoding.json", 1; a document of more values
+///   than the session's configuration allows is `NSCocoaErrorDomain`, 3840. An error of the
+///   transfer comes at once on the thread on which the request completed: the HTTPS session
+///   object's queue, or the caller's thread when the session is not established. The status code is
+///   not judged. Without a handler errors are written to the log as "request error: %@".
 KVL_EXPORT void jsonFromSession(KVLSession& session, const RelativePath& relativePath,
                                 DocumentHandler completionHandler);
 

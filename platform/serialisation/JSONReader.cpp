@@ -308,10 +308,24 @@ bool needsCopy(std::string_view text, std::span<const std::uint32_t> tokens) {
   return first != '[' && first != '{' && first != '"';
 }
 
-std::optional<Value> parseText(const Data& owner, std::string_view text, JSONWorkspace& workspace,
-                               std::string& problem) {
+// Whether the tokens stand for more than `maximum` keys and values.
+bool areTooMany(std::string_view text, std::span<const std::uint32_t> tokens, std::size_t maximum) {
+  if (tokens.size() <= maximum) return false;
+  const auto begin = [text](std::uint32_t token) {
+    const char first = text[token];
+    return first != ',' && first != ':' && first != ']' && first != '}';
+  };
+  return static_cast<std::size_t>(std::ranges::count_if(tokens, begin)) > maximum;
+}
+
+std::optional<Value> parseText(const Data& owner, std::string_view text, std::size_t maximumCells,
+                               JSONWorkspace& workspace, std::string& problem) {
   const auto tokens = workspace.tokensOf(text, problem);
   if (tokens.empty()) return std::nullopt;
+  if (areTooMany(text, tokens, maximumCells)) {
+    problem = "the document holds more than " + std::to_string(maximumCells) + " values";
+    return std::nullopt;
+  }
   std::string copy;
   if (needsCopy(text, tokens)) text = copy = text;
   JSONParser parser(owner, text, tokens, workspace);
@@ -323,7 +337,8 @@ std::optional<Value> parseText(const Data& owner, std::string_view text, JSONWor
   return value;
 }
 
-std::optional<Value> readDocument(const Data& owner, std::string& problem) {
+std::optional<Value> readDocument(const Data& owner, std::size_t maximumCells,
+                                  std::string& problem) {
   std::string_view text = owner.text();
   if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
   if (text.size() > kMaximumJSONSize) {
@@ -331,7 +346,7 @@ std::optional<Value> readDocument(const Data& owner, std::string& problem) {
     return std::nullopt;
   }
   auto workspace = JSONWorkspace::take();
-  auto value = parseText(owner, text, *workspace, problem);
+  auto value = parseText(owner, text, maximumCells, *workspace, problem);
   JSONWorkspace::leave(std::move(workspace));
   return value;
 }
@@ -344,10 +359,11 @@ std::optional<Value> unreadable(std::string_view problem, std::optional<Error>* 
 
 }  // namespace
 
-std::optional<Value> valueFromJSON(const Data& text, std::optional<Error>* error) {
+std::optional<Value> valueFromJSON(const Data& text, std::optional<Error>* error,
+                                   std::size_t maximumCells) {
   std::string problem;
   try {
-    if (auto value = readDocument(text, problem)) {
+    if (auto value = readDocument(text, maximumCells, problem)) {
       storeError(error, std::nullopt);
       return value;
     }

@@ -5,6 +5,7 @@
 #include <local/platform/Value.h>
 
 #include <cstddef>
+#include <limits>
 #include <optional>
 
 namespace kvl {
@@ -25,8 +26,14 @@ inline constexpr std::size_t kMaximumJSONSize = std::size_t{256} << 20;
 // The values refer to the bytes of `text` and keep them alive, so that reading copies only strings
 // that have escapes.
 //
+// `maximumCells` is how many values it may hold, each key, element and container counting as one:
+// one that is given by two bytes takes sixteen of memory and more. A text with more of them is
+// given up before any is made.
+//
 // Without a document, the error of `NSCocoaErrorDomain` is `NSPropertyListReadCorruptError`, and
 // its `NSDebugDescriptionErrorKey` says what is wrong, and at which byte if that is known.
-[[nodiscard]] std::optional<Value> valueFromJSON(const Data& text, std::optional<Error>* error);
+[[nodiscard]] std::optional<Value> valueFromJSON(
+    const Data& text, std::optional<Error>* error,
+    std::size_t maximumCells = std::numeric_limits<std::size_t>::max());
 
 }  // namespace kvl

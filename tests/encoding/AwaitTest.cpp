@@ -176,6 +176,50 @@ TEST_F(AwaitTest, SubmissionGoesOnWhereTheRequestCompleted) {
   EXPECT_EQ(KVLExtensions::statusCode(*arrival.result.response), 404);
 }
 
+// What the header tells users of g++ 12 to write.
+Task submitANamedRoot(KVLSession& session, Arrival<awaitable::RootResult>& arrival) {
+  const kvl::Dictionary root{{"name", "value"}};
+  arrival.note(co_await KVLEncoding::awaitable::submit(root, RelativePath("a"), session));
+}
+
+TEST_F(AwaitTest, ARootThatHasANameCompilesEverywhere) {
+  Arrival<awaitable::RootResult> arrival;
+  const auto coroutine = submitANamedRoot(*session, arrival);
+  EXPECT_EQ(sent().body()->text(), R"({"name":"value"})");
+  answer("[2]");
+  EXPECT_EQ(arrival.result.root, kvl::Value(kvl::Array{2}));
+}
+
+#if defined(__clang__) || __GNUC__ > 12
+Task submitALiteral(KVLSession& session, Arrival<awaitable::RootResult>& arrival) {
+  arrival.note(co_await KVLEncoding::awaitable::submit(
+      kvl::Dictionary{{"name", "value"}, {"list", kvl::Array{1}}}, RelativePath("a"), session));
+}
+
+TEST_F(AwaitTest, ALiteralRootLivesUntilItIsSent) {
+  Arrival<awaitable::RootResult> arrival;
+  const auto coroutine = submitALiteral(*session, arrival);
+  EXPECT_EQ(sent().body()->text(), R"({"name":"value","list":[1]})");
+  answer("[2]");
+  EXPECT_EQ(arrival.result.root, kvl::Value(kvl::Array{2}));
+}
+#endif
+
+TEST_F(AwaitTest, AnswerWithoutABodyIsNothingToASubmissionAndAnErrorToAFetch) {
+  Arrival<awaitable::RootResult> arrival;
+  const auto submission =
+      await([&] { return awaitable::submit(kvl::Array{1}, RelativePath("a"), *session); }, arrival);
+  answer("", 204);
+  EXPECT_EQ(arrival.result.root, std::nullopt);
+  EXPECT_EQ(KVLExtensions::statusCode(*arrival.result.response), 204);
+  EXPECT_EQ(arrival.result.error, std::nullopt);
+  const auto coroutine = awaitDocument();
+  answer("", 204);
+  runPendingMainBlocks();
+  ASSERT_TRUE(documentArrival.result.error);
+  EXPECT_TRUE(documentArrival.result.error->is("korvale.vandrel.encoding.json", 1));
+}
+
 TEST_F(AwaitTest, SubmissionThatCannotBeEncodedGoesOnAtOnce) {
   Arrival<awaitable::RootResult> arrival;
   const auto coroutine =

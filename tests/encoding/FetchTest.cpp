@@ -61,11 +61,25 @@ TEST_F(DocumentFetchTest, DecodingErrorArrivesOnTheMainQueue) {
 }
 
 TEST_F(DocumentFetchTest, AnswerWithoutABodyIsADecodingError) {
+  for (const auto& body : {std::optional<kvl::Data>(), std::optional(kvl::Data())}) {
+    outcome = {};
+    fetch();
+    task().complete(body, responseWith(204), std::nullopt);
+    runPendingMainBlocks();
+    ASSERT_TRUE(outcome.error);
+    EXPECT_TRUE(outcome.error->is("korvale.vandrel.encoding.json", 1))
+        << kvl::describe(outcome.error);
+  }
+}
+
+TEST_F(DocumentFetchTest, DocumentHoldsNoMoreValuesThanTheConfigurationAllows) {
+  loader->settings.maximumDocumentCells = 3;
   fetch();
-  task().complete(std::nullopt, responseWith(204), std::nullopt);
+  answer("[1,2,3]");
   runPendingMainBlocks();
+  EXPECT_EQ(outcome.result, std::nullopt);
   ASSERT_TRUE(outcome.error);
-  EXPECT_TRUE(outcome.error->is("korvale.vandrel.encoding.json", 1));
+  EXPECT_TRUE(outcome.error->is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError));
 }
 
 TEST_F(DocumentFetchTest, NullIsNoDocumentAndNoError) {

@@ -116,13 +116,28 @@ TEST_F(SubmitTest, NothingIsTriedAgain) {
 }
 
 TEST_F(SubmitTest, HandsOverAnAnswerWithoutABody) {
+  for (const auto& body : {std::optional<kvl::Data>(), std::optional(kvl::Data())}) {
+    outcome = {};
+    submit(kvl::Array());
+    const auto response = responseWith(204);
+    task().complete(body, response, std::nullopt);
+    EXPECT_EQ(outcome.calls, 1);
+    EXPECT_EQ(outcome.result, std::nullopt);
+    EXPECT_EQ(outcome.response, response);
+    EXPECT_EQ(outcome.error, std::nullopt) << kvl::describe(outcome.error);
+  }
+}
+
+TEST_F(SubmitTest, AnswerHoldsNoMoreValuesThanTheConfigurationAllows) {
+  loader->settings.maximumDocumentCells = 3;
   submit(kvl::Array());
-  const auto response = responseWith(204);
-  task().complete(std::nullopt, response, std::nullopt);
-  EXPECT_EQ(outcome.calls, 1);
+  answer("[1,2]");
+  EXPECT_EQ(outcome.result, (kvl::Array{1, 2}));
+  submit(kvl::Array());
+  answer("[1,2,3]");
   EXPECT_EQ(outcome.result, std::nullopt);
-  EXPECT_EQ(outcome.response, response);
-  EXPECT_EQ(outcome.error, std::nullopt);
+  ASSERT_TRUE(outcome.error);
+  EXPECT_TRUE(outcome.error->is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError));
 }
 
 TEST_F(SubmitTest, DecodesTheBodyWhateverTheStatus) {
@@ -271,6 +286,18 @@ TEST(RootFromResponseTest, EmptyBodyIsTheParsersError) {
   ASSERT_TRUE(error);
   EXPECT_TRUE(error->is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError));
   EXPECT_EQ(decoded(""), std::nullopt);
+}
+
+TEST(RootFromResponseTest, HoldsNoMoreValuesThanConfigurationsAllowUsually) {
+  const auto most = kvl::URLSessionConfiguration::ephemeral().maximumDocumentCells;
+  std::string text(2 * most + 1, '0');
+  for (std::size_t i = 2; i < text.size(); i += 2) text[i] = ',';
+  text.front() = '[';
+  text.back() = ']';
+  std::optional<kvl::Error> error;
+  EXPECT_FALSE(KVLEncoding::rootFromResponse(nullptr, kvl::Data::fromText(text), &error));
+  ASSERT_TRUE(error);
+  EXPECT_TRUE(error->is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError));
 }
 
 TEST(RootFromResponseTest, DoesNotLookAtTheResponse) {

@@ -101,6 +101,16 @@ TEST_F(DocumentsSubmissionTest, AnswersOfEveryStatusAreDecoded) {
   EXPECT_TRUE(rubbish.error);
 }
 
+TEST_F(DocumentsSubmissionTest, AnAnswerWithoutABodyIsNoFailure) {
+  for (const int status : {200, 204}) {
+    const auto reply =
+        submit(*session, kvl::Dictionary{}, "code?body=&status=" + std::to_string(status));
+    EXPECT_FALSE(reply.document);
+    EXPECT_EQ(reply.status(), status);
+    EXPECT_FALSE(reply.error) << kvl::describe(reply.error);
+  }
+}
+
 TEST_F(DocumentsSubmissionTest, RedirectionsKeepTheDocumentWhereTheStatusSaysSo) {
   const auto kept = submit(*session, kvl::Array{1}, "redirect?to=/echo&status=307");
   EXPECT_EQ(kept["method"], kvl::Value("POST"));

@@ -55,10 +55,13 @@ TEST_F(DocumentsTest, WhatIsNotJSONIsTheParsersError) {
 }
 
 TEST_F(DocumentsTest, AnEmptyBodyIsNoDocument) {
-  const auto reply = fetch(*session, "code?status=200&body=");
-  EXPECT_FALSE(reply.document);
-  EXPECT_EQ(reply.status(), 200);
-  EXPECT_TRUE(reply.error);
+  for (const int status : {200, 204}) {
+    const auto reply = fetch(*session, "code?body=&status=" + std::to_string(status));
+    EXPECT_FALSE(reply.document);
+    EXPECT_EQ(reply.status(), status);
+    ASSERT_TRUE(reply.error);
+    EXPECT_TRUE(reply.error->is("korvale.vandrel.encoding.json", 1)) << kvl::describe(reply.error);
+  }
 }
 
 TEST_F(DocumentsTest, RedirectionsLeadToTheDocument) {

@@ -182,6 +182,22 @@ TEST_F(LocaleTest, TokensAreSearchedByteForByte) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+// Comparing from each place anew takes the product of both lengths, which is hours here.
+TEST_F(LocaleTest, SearchTakesTimeForTheTextOnceWhateverTheToken) {
+  const std::string run(std::size_t{16} << 20, 'a');
+  const std::string token = std::string(run.size() / 2, 'a') + 'b';
+  const Array entries{Dictionary{{"find", token}, {"type", "time"}, {"seconds", 3600}}};
+  EXPECT_EQ(stringWithLocales(run, entries), run);
+  EXPECT_EQ(stringWithLocales(run + token, entries), run + "01:00");
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(LocaleTest, TokensThatEndWithTheirBeginningAreFoundFromTheLeft) {
+  EXPECT_EQ(rendered("ababab", {{"find", "abab"}, {"type", "time"}}), "00:00ab");
+  EXPECT_EQ(rendered("aabaab", {{"find", "aab"}, {"type", "time"}}), "00:0000:00");
+  EXPECT_EQ(rendered("aaab", {{"find", "aab"}, {"type", "time"}}), "a00:00");
+}
+
 TEST_F(LocaleTest, ATokenThatDoesNotOccurIsNotReported) {
   EXPECT_EQ(rendered("nothing", {{"find", "%T"}, {"type", "time"}}), "nothing");
   EXPECT_EQ(rendered("", {{"find", "%T"}, {"type", "time"}}), "");

@@ -336,4 +336,31 @@ TEST(JSONReaderTest, ReadsTextsLargerThanItsMemoryAgainAndAgain) {
   }
 }
 
+// How many values a text may hold at least, by trying.
+std::size_t cellsOf(std::string_view text) {
+  std::size_t cells = 0;
+  while (!kvl::valueFromJSON(Data::fromText(text), nullptr, cells)) ++cells;
+  return cells;
+}
+
+TEST(JSONReaderTest, KeysElementsAndContainersCountAsOneValueEach) {
+  EXPECT_EQ(cellsOf("1"), 1U);
+  EXPECT_EQ(cellsOf("\"[,:\""), 1U);
+  EXPECT_EQ(cellsOf("[]"), 1U);
+  EXPECT_EQ(cellsOf("[1, \"a\", null]"), 4U);
+  EXPECT_EQ(cellsOf("[[], {}, [[]]]"), 5U);
+  EXPECT_EQ(cellsOf(R"({"a": 1, "b": {"c": []}})"), 7U);
+}
+
+TEST(JSONReaderTest, MoreValuesThanAllowedAreAnErrorBeforeAnyIsMade) {
+  std::optional<Error> error;
+  EXPECT_FALSE(kvl::valueFromJSON(Data::fromText("[1,2]"), &error, 2));
+  ASSERT_TRUE(error);
+  EXPECT_TRUE(error->is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError));
+  EXPECT_EQ(error->userInfo()[kvl::NSDebugDescriptionErrorKey].string(),
+            "the document holds more than 2 values");
+  EXPECT_TRUE(kvl::valueFromJSON(Data::fromText("[1,2]"), &error, 3));
+  EXPECT_FALSE(error);
+}
+
 }  // namespace

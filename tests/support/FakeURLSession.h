@@ -63,7 +63,7 @@ class FakeURLSession final : public kvl::URLSession {
   void finishTasksAndInvalidate() override { ++invalidations; }
   void invalidateAndCancel() override {}
   [[nodiscard]] const kvl::URLSessionConfiguration& configuration() const noexcept override {
-    return configuration_;
+    return settings;
   }
 
   [[nodiscard]] std::vector<std::shared_ptr<FakeDataTask>> tasks() const {
@@ -79,11 +79,12 @@ class FakeURLSession final : public kvl::URLSession {
   }
 
   std::atomic<int> invalidations = 0;
+  // Set before anybody asks.
+  kvl::URLSessionConfiguration settings;
 
  private:
   mutable std::mutex mutex_;
   std::vector<std::shared_ptr<FakeDataTask>> tasks_;
-  const kvl::URLSessionConfiguration configuration_;
 };
 
 }  // namespace kvltest
