@@ -3,6 +3,7 @@
 #include "notary/ProcessReferences.h"
 #include "platform/core/NoDestructor.h"
 #include "platform/environment/Environment.h"
+#include "platform/security/HeldKey.h"
 #include "platform/security/Operations.h"
 
 #include <local/KVLCertificateRequest.h>
@@ -28,7 +29,9 @@ struct KVLNotary::Implementation {
   const EnvironmentRef environment;
   kvl::Atomic<std::optional<std::string>> path;
   kvl::Atomic<kvl::KeyRef> publicKey;
-  kvl::Atomic<kvl::KeyRef> privateKey;
+  // Held, so that identities can be made with it while the notary lives, whoever deletes its entry
+  // in the key store and whether or not that store answers.
+  kvl::security::HeldKey privateKey;
   kvl::Atomic<std::optional<std::string>> request;
   bool ownsKeys = true;
 };
@@ -107,8 +110,8 @@ kvl::CertificateRef clientCertificate(const kvl::Dictionary& reply) {
 kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate,
                              kvl::security::KeyStore& store) {
   kvl::IdentityRef identity;
-  const kvl::Status status =
-      kvl::security::SecIdentityCreateWithCertificate(store, certificate, identity);
+  const kvl::Status status = kvl::security::SecIdentityCreateWithCertificate(
+      store, certificate, identity, kvl::hostIdentifier());
   if (status == kvl::kSuccess) return identity;
   kvl::log("client identity error: %@", kvl::Error(kvl::NSPOSIXErrorDomain, status));
   return nullptr;
@@ -212,6 +215,7 @@ KVLNotary::KVLNotary(WithoutKeys)
 }
 
 KVLNotary::~KVLNotary() {
+  implementation_->privateKey.set(nullptr);
   if (!implementation_->ownsKeys) return;
   const auto store = implementation_->environment->keyStore();
   if (const auto error = kvl::notary::deleteKeys(*store))

@@ -33,7 +33,10 @@ struct Environment;
 ///
 /// Creating one deletes the host application's old key pair from the key store, makes a new one
 /// and builds the certificate signing request; destroying it deletes the pair. Two notaries of one
-/// host application, in one process or in two, therefore take each other's keys away.
+/// host application, in one process or in two, therefore delete each other's entries in the key
+/// store. That costs neither of them its identity: as long as a notary lives, the private key that
+/// it holds is found for a certificate, whatever has become of the entry and whether or not the
+/// store answers.
 ///
 /// Two environment variables steer it. `korvale_vandrel_notary`, read when the shared notary is
 /// made, is that notary's `path`. `korvale_vandrel_notary_minimum`, read at every notarisation,
@@ -106,6 +109,8 @@ class KVL_EXPORT KVLNotary {
   void setPath(std::optional<std::string> path);
   [[nodiscard]] kvl::KeyRef publicKey() const;
   void setPublicKey(kvl::KeyRef key);
+  /// `privateKey` Identities are made with it while the notary lives; a key that is replaced counts
+  /// no more unless the key store has it.
   [[nodiscard]] kvl::KeyRef privateKey() const;
   void setPrivateKey(kvl::KeyRef key);
   /// `pemCertificateSigningRequest` Absent when keys or request could not be made.

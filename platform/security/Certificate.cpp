@@ -1,5 +1,7 @@
 // Certificates: what they tell of themselves, their encodings, and what can be done with them apart
 // from trusting them.
+#include "platform/core/NoDestructor.h"
+#include "platform/security/EqualObjects.h"
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 #include "platform/security/PEMSequence.h"
@@ -14,8 +16,10 @@
 namespace kvl {
 namespace security {
 
+// No more than the encoding: OpenSSL's parsed form takes ten times as much memory, and many
+// certificates are kept until the process ends.
 struct CertificateMaterial {
-  OpenSSLPtr<X509> certificate;
+  Data der;
 
   static const CertificateMaterial& of(const Certificate& owner) noexcept {
     return *owner.material_;
@@ -56,39 +60,44 @@ Certificate::Certificate(std::unique_ptr<const security::CertificateMaterial> ma
 Certificate::~Certificate() = default;
 
 std::string Certificate::subject() const {
-  return security::textOf(X509_get_subject_name(material_->certificate.get()));
+  const auto parsed = security::nativeCertificate(*this);
+  return parsed ? security::textOf(X509_get_subject_name(parsed.get())) : std::string();
 }
 
 std::string Certificate::issuer() const {
-  return security::textOf(X509_get_issuer_name(material_->certificate.get()));
+  const auto parsed = security::nativeCertificate(*this);
+  return parsed ? security::textOf(X509_get_issuer_name(parsed.get())) : std::string();
 }
 
 std::string Certificate::serialNumber() const {
   using security::OpenSSLPtr;
-  const ASN1_INTEGER* serial = X509_get0_serialNumber(material_->certificate.get());
-  const OpenSSLPtr<BIGNUM> number(ASN1_INTEGER_to_BN(serial, nullptr));
+  const auto parsed = security::nativeCertificate(*this);
+  const ASN1_INTEGER* serial = parsed ? X509_get0_serialNumber(parsed.get()) : nullptr;
+  const OpenSSLPtr<BIGNUM> number(serial ? ASN1_INTEGER_to_BN(serial, nullptr) : nullptr);
   const OpenSSLPtr<char> text(number ? BN_bn2hex(number.get()) : nullptr);
   return text ? text.get() : std::string();
 }
 
 std::optional<Date> Certificate::notValidAfter() const {
-  return security::dateOf(X509_get0_notAfter(material_->certificate.get()));
+  const auto parsed = security::nativeCertificate(*this);
+  return parsed ? security::dateOf(X509_get0_notAfter(parsed.get())) : std::nullopt;
 }
 
 std::optional<Date> Certificate::notValidBefore() const {
-  return security::dateOf(X509_get0_notBefore(material_->certificate.get()));
+  const auto parsed = security::nativeCertificate(*this);
+  return parsed ? security::dateOf(X509_get0_notBefore(parsed.get())) : std::nullopt;
 }
 
 Data Certificate::encoded() const {
-  unsigned char* buffer = nullptr;
-  const int size = i2d_X509(material_->certificate.get(), &buffer);
-  const security::OpenSSLPtr<unsigned char> owner(buffer);
-  return size > 0 ? Data(Bytes(buffer, buffer + size)) : Data();
+  return material_->der;
 }
 
 std::string Certificate::pem() const {
+  const Data& der = material_->der;
   const security::OpenSSLPtr<BIO> bio(BIO_new(BIO_s_mem()));
-  if (!bio || PEM_write_bio_X509(bio.get(), material_->certificate.get()) != 1) return {};
+  if (!bio ||
+      PEM_write_bio(bio.get(), PEM_STRING_X509, "", der.data(), static_cast<long>(der.size())) <= 0)
+    return {};
   return security::textOf(bio.get());
 }
 
@@ -111,24 +120,60 @@ CertificateRef decodeBlock(const PEMBlock& block) {
   return der ? decodeCertificate(*der) : nullptr;
 }
 
-}  // namespace
-
-X509* nativeCertificate(const Certificate& certificate) noexcept {
-  return CertificateMaterial::of(certificate).certificate.get();
-}
-
-CertificateRef makeCertificate(X509* adopted) {
-  OpenSSLPtr<X509> certificate(adopted);
-  return std::make_shared<const Certificate>(
-      std::unique_ptr<const CertificateMaterial>(new CertificateMaterial{std::move(certificate)}));
-}
-
-CertificateRef decodeCertificate(std::span<const std::uint8_t> der) {
+// Null when the bytes are not exactly one certificate.
+OpenSSLPtr<X509> parse(std::span<const std::uint8_t> der) {
   const ErrorQueueMark mark;
   const unsigned char* next = der.data();
   OpenSSLPtr<X509> certificate(d2i_X509(nullptr, &next, static_cast<long>(der.size())));
-  if (!certificate || next != der.data() + der.size()) return nullptr;
-  return makeCertificate(certificate.release());
+  return next == der.data() + der.size() ? std::move(certificate) : nullptr;
+}
+
+Data encode(X509* certificate) {
+  const ErrorQueueMark mark;
+  unsigned char* buffer = nullptr;
+  const int size = i2d_X509(certificate, &buffer);
+  const OpenSSLPtr<unsigned char> owner(buffer);
+  return size > 0 ? Data(Bytes(buffer, buffer + size)) : Data();
+}
+
+// By their encodings.
+EqualObjects<std::string_view, Certificate>& certificates() {
+  static NoDestructor<EqualObjects<std::string_view, Certificate>> all;
+  return *all;
+}
+
+}  // namespace
+
+OpenSSLPtr<X509> nativeCertificate(const Certificate& certificate) noexcept {
+  return parse(CertificateMaterial::of(certificate).der.bytes());
+}
+
+OpenSSLPtr<STACK_OF(X509)> nativeCertificates(const std::vector<CertificateRef>& certificates) {
+  OpenSSLPtr<STACK_OF(X509)> stack(sk_X509_new_null());
+  for (const CertificateRef& certificate : certificates) {
+    if (!certificate) continue;
+    OpenSSLPtr<X509> native = nativeCertificate(*certificate);
+    if (!native || sk_X509_push(stack.get(), native.get()) <= 0) return nullptr;
+    static_cast<void>(native.release());
+  }
+  return stack;
+}
+
+CertificateRef makeCertificate(X509* adopted) {
+  const OpenSSLPtr<X509> owner(adopted);
+  Data der = encode(adopted);
+  if (der.empty()) return nullptr;
+  const std::string_view name = der.text();  // stays where it is when `der` moves
+  std::unique_ptr<const CertificateMaterial> material(new CertificateMaterial{std::move(der)});
+  return certificates().unify(name, std::make_unique<const Certificate>(std::move(material)));
+}
+
+CertificateRef decodeCertificate(std::span<const std::uint8_t> der) {
+  // What is known need not be parsed again.
+  const std::string_view name(reinterpret_cast<const char*>(der.data()), der.size());
+  if (auto known = certificates().find(name)) return known;
+  OpenSSLPtr<X509> certificate = parse(der);
+  return certificate ? makeCertificate(certificate.release()) : nullptr;
 }
 
 Status SecItemImportCertificates(std::string_view pem, std::vector<CertificateRef>& certificates) {

@@ -1,4 +1,6 @@
 // Keys: what they tell of themselves, their encodings, and what can be done with one in hand.
+#include "platform/core/NoDestructor.h"
+#include "platform/security/EqualObjects.h"
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 
@@ -85,6 +87,12 @@ std::optional<Data> signDigest(EVP_PKEY* key, std::span<const std::uint8_t> dige
   return Data(std::move(signature));
 }
 
+// By the digests of their encodings, in which the halves of a pair differ.
+EqualObjects<Bytes, Key>& keys() {
+  static NoDestructor<EqualObjects<Bytes, Key>> all;
+  return *all;
+}
+
 bool isRSA(const KeyRef& key, Key::Class keyClass) {
   return key && key->keyClass() == keyClass && key->type() == Key::Type::rsa;
 }
@@ -97,8 +105,11 @@ EVP_PKEY* nativeKey(const Key& key) noexcept {
 
 KeyRef makeKey(EVP_PKEY* adopted, Key::Class keyClass) {
   OpenSSLPtr<EVP_PKEY> key(adopted);
-  return std::make_shared<const Key>(
-      std::unique_ptr<const KeyMaterial>(new KeyMaterial{std::move(key), keyClass}));
+  std::unique_ptr<const KeyMaterial> material(new KeyMaterial{std::move(key), keyClass});
+  auto made = std::make_unique<const Key>(std::move(material));
+  const WipedBytes encoding = encodeKey(*made);
+  if (encoding.empty()) return made;
+  return keys().unify(sha256(encoding), std::move(made));
 }
 
 WipedBytes encodeKey(const Key& key) {

@@ -1,4 +1,7 @@
 // The operations on keys in a key store, and the dictionaries that tell them what to do.
+#include "platform/core/NoDestructor.h"
+#include "platform/security/EqualObjects.h"
+#include "platform/security/HeldKey.h"
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 
@@ -8,6 +11,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace kvl::security {
 namespace {
@@ -130,11 +134,50 @@ Status storePair(KeyStore& store, const KeyPair& pair, const KeyPairParameters& 
   return status;
 }
 
-bool belongTogether(const Certificate& certificate, const Key& privateKey) {
-  const ErrorQueueMark mark;
-  const EVP_PKEY* certified = X509_get0_pubkey(nativeCertificate(certificate));
-  return certified != nullptr && EVP_PKEY_eq(certified, nativeKey(privateKey)) == 1;
+// Identities by their parts, which live at least as long.
+using IdentityParts = std::pair<const Certificate*, const Key*>;
+
+EqualObjects<IdentityParts, Identity>& identities() {
+  static NoDestructor<EqualObjects<IdentityParts, Identity>> all;
+  return *all;
 }
+
+IdentityRef makeIdentity(const CertificateRef& certificate, const KeyRef& key) {
+  return identities().unify({certificate.get(), key.get()},
+                            std::make_unique<const Identity>(certificate, key));
+}
+
+// Finds the private key that a certificate was issued for.
+class CertifiedKey {
+ public:
+  explicit CertifiedKey(const Certificate& certificate)
+      : certificate_(nativeCertificate(certificate)),
+        publicKey_(certificate_ ? X509_get0_pubkey(certificate_.get()) : nullptr) {}
+
+  [[nodiscard]] KeyRef among(const std::vector<KeyRef>& keys) const {
+    const auto found = std::ranges::find_if(keys, [this](const KeyRef& key) { return fits(key); });
+    return found == keys.end() ? nullptr : *found;
+  }
+
+  // Decodes no more keys than it must.
+  [[nodiscard]] KeyRef among(const std::vector<StoredKey>& stored) const {
+    for (const StoredKey& entry : stored) {
+      if (entry.keyClass != Key::Class::privateKey) continue;
+      if (KeyRef key = decodeKey(entry.encoded, Key::Class::privateKey); fits(key)) return key;
+    }
+    return nullptr;
+  }
+
+ private:
+  [[nodiscard]] bool fits(const KeyRef& key) const {
+    return key && key->keyClass() == Key::Class::privateKey && publicKey_ != nullptr &&
+           EVP_PKEY_eq(publicKey_, nativeKey(*key)) == 1;
+  }
+
+  const ErrorQueueMark mark_;
+  const OpenSSLPtr<X509> certificate_;
+  const EVP_PKEY* const publicKey_;
+};
 
 }  // namespace
 
@@ -176,19 +219,27 @@ Status SecItemCopyMatching(KeyStore& store, const Dictionary& query, std::vector
 }
 
 Status SecIdentityCreateWithCertificate(KeyStore& store, const CertificateRef& certificate,
-                                        IdentityRef& identity) {
+                                        IdentityRef& identity,
+                                        std::optional<std::string_view> firstTag) {
   if (!certificate) return errSecParam;
-  std::vector<StoredKey> stored;
-  const Status status = store.find(std::nullopt, stored, operationDeadline());
+  const CertifiedKey certified(*certificate);
+  KeyRef key = certified.among(heldKeys());
+  const Deadline deadline = operationDeadline();
+  const auto search = [&](std::optional<std::string_view> tag) {
+    std::vector<StoredKey> stored;
+    const Status status = store.find(tag, stored, deadline);
+    if (status == kSuccess) key = certified.among(stored);
+    return status;
+  };
+  Status status = kSuccess;
+  if (!key && firstTag) status = search(firstTag);
+  // Everybody's keys only when nothing else helps: reading them takes time, and most of them are
+  // none of this program's business.
+  if (!key && status == kSuccess) status = search(std::nullopt);
   if (status != kSuccess) return status;
-  for (const StoredKey& entry : stored) {
-    if (entry.keyClass != Key::Class::privateKey) continue;
-    KeyRef key = decodeKey(entry.encoded, Key::Class::privateKey);
-    if (!key || !belongTogether(*certificate, *key)) continue;
-    identity = std::make_shared<const Identity>(certificate, std::move(key));
-    return kSuccess;
-  }
-  return errSecItemNotFound;
+  if (!key) return errSecItemNotFound;
+  identity = makeIdentity(certificate, key);
+  return kSuccess;
 }
 
 }  // namespace kvl::security

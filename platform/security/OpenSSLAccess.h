@@ -16,6 +16,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace kvl::security {
 
@@ -46,12 +47,20 @@ using OpenSSLPtr = std::unique_ptr<T, OpenSSLDeleter>;
 // works when nobody else in the process was first; called before every first use here.
 void keepOpenSSLUntilTheEnd() noexcept;
 
-// Borrowed: valid while the object lives.
+// Borrowed: valid while the key lives.
 [[nodiscard]] EVP_PKEY* nativeKey(const Key& key) noexcept;
-[[nodiscard]] X509* nativeCertificate(const Certificate& certificate) noexcept;
+// Parsed anew by each call. Null only when memory runs out.
+[[nodiscard]] OpenSSLPtr<X509> nativeCertificate(const Certificate& certificate) noexcept;
+// In their order, without those that are null. Null only when memory runs out.
+[[nodiscard]] OpenSSLPtr<STACK_OF(X509)> nativeCertificates(
+    const std::vector<CertificateRef>& certificates);
+
+// All that make or decode: as long as somebody holds a key or certificate, an equal one, by its
+// encoding, is the same object.
 
 // Take over one reference. @pre the pointer is not null.
 [[nodiscard]] KeyRef makeKey(EVP_PKEY* adopted, Key::Class keyClass);
+// Null when it cannot be encoded.
 [[nodiscard]] CertificateRef makeCertificate(X509* adopted);
 
 // A private key as PKCS#8 (RFC 5958), a public one as SubjectPublicKeyInfo (RFC 5280), both DER.

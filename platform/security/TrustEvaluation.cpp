@@ -24,22 +24,24 @@ bool isAddress(const std::string& host) {
 constexpr unsigned int kNameRules =
     X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT;
 
-bool namesHost(const Certificate& certificate, const std::string& host) {
+bool namesHost(X509* certificate, const std::string& host) {
   // OpenSSL takes no length for "measure it yourself", and an empty name matches nothing anyway.
-  return !host.empty() && X509_check_host(nativeCertificate(certificate), host.data(), host.size(),
-                                          kNameRules, nullptr) == 1;
+  return !host.empty() &&
+         X509_check_host(certificate, host.data(), host.size(), kNameRules, nullptr) == 1;
 }
 
 // 0 when the certificate names the host, else X509_V_ERR_HOSTNAME_MISMATCH or, for an address,
 // X509_V_ERR_IP_ADDRESS_MISMATCH. `host` comes without brackets; a final dot does not count.
 int checkHost(const Certificate& certificate, std::string host) {
   const ErrorQueueMark mark;
+  const OpenSSLPtr<X509> parsed = nativeCertificate(certificate);
+  if (!parsed) return X509_V_ERR_OUT_OF_MEM;
   if (isAddress(host)) {
-    const bool matches = X509_check_ip_asc(nativeCertificate(certificate), host.c_str(), 0) == 1;
+    const bool matches = X509_check_ip_asc(parsed.get(), host.c_str(), 0) == 1;
     return matches ? X509_V_OK : X509_V_ERR_IP_ADDRESS_MISMATCH;
   }
   if (host.ends_with('.')) host.pop_back();
-  return namesHost(certificate, host) ? X509_V_OK : X509_V_ERR_HOSTNAME_MISMATCH;
+  return namesHost(parsed.get(), host) ? X509_V_OK : X509_V_ERR_HOSTNAME_MISMATCH;
 }
 
 // In the order of precedence.
@@ -81,25 +83,16 @@ using CertificateStack = OpenSSLPtr<STACK_OF(X509)>;
 // and no SHA-1.
 constexpr int kSecurityLevel = 2;
 
-CertificateStack stackOf(const std::vector<CertificateRef>& certificates) {
-  CertificateStack stack(sk_X509_new_null());
-  for (const CertificateRef& certificate : certificates) {
-    X509* native = nativeCertificate(*certificate);
-    if (sk_X509_push(stack.get(), native) > 0) X509_up_ref(native);
-  }
-  return stack;
-}
-
 // One run of OpenSSL's chain verification that does not stop at the first fault.
 class Verification {
  public:
   Verification(const std::vector<CertificateRef>& chain, const std::vector<CertificateRef>& anchors)
-      : chain_(stackOf(chain)), anchors_(stackOf(anchors)) {}
+      : chain_(nativeCertificates(chain)), anchors_(nativeCertificates(anchors)) {}
 
   // Absent when the verification could not be carried out.
   std::optional<std::vector<TrustFault>> run() {
     const ErrorQueueMark mark;
-    if (!store_ || !context_ || !prepare()) return std::nullopt;
+    if (!chain_ || !anchors_ || !store_ || !context_ || !prepare()) return std::nullopt;
     const bool verified = X509_verify_cert(context_.get()) == 1;
     // The callback forgives every fault, so a failure without one is no verdict.
     if (!verified && faults_.empty()) return std::nullopt;

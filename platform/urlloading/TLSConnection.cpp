@@ -48,13 +48,11 @@ bool usesTrust(const ChallengeAnswer& answer, const TrustRef& trust) {
 bool useIdentity(SSL* ssl, const Credential& credential) {
   const Identity& identity = *credential.identity();
   if (!identity.certificate() || !identity.privateKey()) return false;
-  const std::unique_ptr<STACK_OF(X509), void (*)(STACK_OF(X509)*)> extra(
-      sk_X509_new_null(), [](STACK_OF(X509) * stack) { sk_X509_free(stack); });
-  for (const CertificateRef& certificate : credential.certificates()) {
-    if (certificate) sk_X509_push(extra.get(), security::nativeCertificate(*certificate));
-  }
-  return SSL_use_cert_and_key(ssl, security::nativeCertificate(*identity.certificate()),
-                              security::nativeKey(*identity.privateKey()), extra.get(), 1) == 1;
+  const auto certificate = security::nativeCertificate(*identity.certificate());
+  const auto extra = security::nativeCertificates(credential.certificates());
+  return certificate && extra &&
+         SSL_use_cert_and_key(ssl, certificate.get(), security::nativeKey(*identity.privateKey()),
+                              extra.get(), 1) == 1;
 }
 
 }  // namespace

@@ -166,8 +166,9 @@ class NotaryFixture : public testing::Test {
   }
 
   // A certificate for the notary's own key, so that an identity can be made.
-  static std::string certificateFor(const KVLNotary& notary) {
+  static std::string certificateFor(const KVLNotary& notary, long serialNumber = 0) {
     X509* certificate = X509_new();
+    ASN1_INTEGER_set(X509_get_serialNumber(certificate), serialNumber);
     ASN1_TIME_set(X509_getm_notBefore(certificate), 0);
     X509_gmtime_adj(X509_getm_notAfter(certificate), 1000);
     X509_set_pubkey(certificate, kvl::security::nativeKey(*notary.publicKey()));

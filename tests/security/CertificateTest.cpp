@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 namespace kvl::security {
 namespace {
 
@@ -59,9 +62,51 @@ TEST(CertificateTest, TextAndBytesLeadBackToTheSameCertificate) {
   const CertificateRef certificate = issue({}).reference();
   const CertificateRef again = decodeCertificate(certificate->encoded().bytes());
   ASSERT_TRUE(again);
-  EXPECT_EQ(X509_cmp(nativeCertificate(*certificate), nativeCertificate(*again)), 0);
+  EXPECT_EQ(X509_cmp(nativeCertificate(*certificate).get(), nativeCertificate(*again).get()), 0);
   EXPECT_TRUE(certificate->pem().starts_with("-----BEGIN CERTIFICATE-----\n"));
   EXPECT_TRUE(certificate->pem().ends_with("\n-----END CERTIFICATE-----\n"));
+}
+
+TEST(CertificateTest, EqualCertificatesAreOneObject) {
+  const CertificateRef certificate = issue({}).reference();
+  EXPECT_EQ(decodeCertificate(certificate->encoded().bytes()), certificate);
+  std::vector<CertificateRef> imported;
+  ASSERT_EQ(SecItemImportCertificates(certificate->pem() + certificate->pem(), imported), kSuccess);
+  EXPECT_EQ(imported, (std::vector{certificate, certificate}));
+  EXPECT_NE(issue({}).reference(), certificate);
+}
+
+TEST(CertificateTest, NobodyKeepsACertificateThatNobodyHolds) {
+  CertificateRef certificate = issue({}).reference();
+  const Data der = certificate->encoded();
+  const std::weak_ptr<const Certificate> watch = certificate;
+  certificate.reset();
+  EXPECT_TRUE(watch.expired());
+  certificate = decodeCertificate(der.bytes());
+  ASSERT_TRUE(certificate);
+  EXPECT_EQ(certificate->encoded(), der);
+}
+
+TEST(CertificateTest, EncodingIsHandedOutWithoutACopy) {
+  const CertificateRef certificate = issue({}).reference();
+  EXPECT_EQ(certificate->encoded().data(), certificate->encoded().data());
+}
+
+TEST(CertificateTest, ManyThreadsGetOneObject) {
+  const Data der = issue({}).der();
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 500;
+  std::atomic<int> different = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i)
+    threads.emplace_back([&] {
+      for (int round = 0; round < kRounds; ++round) {
+        const CertificateRef one = decodeCertificate(der.bytes());
+        if (!one || one != decodeCertificate(der.bytes())) ++different;
+      }
+    });
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(different, 0);
 }
 
 TEST(CertificateTest, BytesAfterACertificateAreRefused) {

@@ -1,3 +1,4 @@
+#include "platform/security/HeldKey.h"
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 #include "tests/security/CertificateFactory.h"
@@ -172,6 +173,97 @@ TEST_F(KeyStoreOperationsTest, IdentityJoinsTheCertificateToItsStoredKey) {
   EXPECT_EQ(identity->certificate(), certificate);
   EXPECT_EQ(EVP_PKEY_eq(nativeKey(*identity->privateKey()), nativeKey(*privateKey)), 1);
   EXPECT_EQ(identity->privateKey()->keyClass(), Key::Class::privateKey);
+}
+
+CertificateRef certificateOf(const Key& key) {
+  EVP_PKEY_up_ref(nativeKey(key));
+  return kvltest::issue({}, nullptr, OpenSSLPtr<EVP_PKEY>(nativeKey(key))).reference();
+}
+
+TEST_F(KeyStoreOperationsTest, OnePairOfCertificateAndKeyIsOneIdentity) {
+  KeyRef privateKey;
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, &privateKey), kSuccess);
+  const CertificateRef certificate = certificateOf(*privateKey);
+  IdentityRef first;
+  IdentityRef second;
+  ASSERT_EQ(SecIdentityCreateWithCertificate(*store_, certificate, first), kSuccess);
+  ASSERT_EQ(SecIdentityCreateWithCertificate(*store_, certificate, second), kSuccess);
+  EXPECT_EQ(first, second);
+  EXPECT_EQ(first->privateKey(), privateKey);
+  ASSERT_EQ(SecIdentityCreateWithCertificate(*store_, certificateOf(*privateKey), second),
+            kSuccess);
+  EXPECT_NE(first, second);
+}
+
+TEST_F(KeyStoreOperationsTest, StoreIsNotAskedForAKeyThatIsHeld) {
+  KeyRef privateKey;
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, &privateKey), kSuccess);
+  const CertificateRef certificate = certificateOf(*privateKey);
+  kvltest::ScriptedStore store("scripted");
+  IdentityRef identity;
+  {
+    HeldKey other;
+    HeldKey place;
+    place.set(privateKey);
+    EXPECT_EQ(place.get(), privateKey);
+    ASSERT_EQ(SecIdentityCreateWithCertificate(store, certificate, identity), kSuccess);
+    EXPECT_EQ(identity->privateKey(), privateKey);
+    place.set(nullptr);
+    EXPECT_EQ(SecIdentityCreateWithCertificate(store, certificate, identity), errSecNotAvailable);
+    place.set(privateKey);
+  }
+  EXPECT_EQ(SecIdentityCreateWithCertificate(store, certificate, identity), errSecNotAvailable);
+  EXPECT_EQ(store.calls, 2);
+}
+
+TEST_F(KeyStoreOperationsTest, PublicKeyThatIsHeldMakesNoIdentity) {
+  KeyRef publicKey;
+  KeyRef privateKey;
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), &publicKey, &privateKey), kSuccess);
+  ASSERT_EQ(SecItemDelete(*store_, query()), kSuccess);
+  HeldKey place;
+  place.set(publicKey);
+  IdentityRef identity;
+  EXPECT_EQ(SecIdentityCreateWithCertificate(*store_, certificateOf(*privateKey), identity),
+            errSecItemNotFound);
+}
+
+// Notes which tags were asked for.
+class AskedStore final : public KeyStore {
+ public:
+  [[nodiscard]] std::string_view name() const noexcept override { return "asked"; }
+  [[nodiscard]] Status add(const StoredKey& key, Deadline deadline) override {
+    return inner->add(key, deadline);
+  }
+  [[nodiscard]] Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
+                            Deadline deadline) override {
+    asked.emplace_back(tag);
+    return inner->find(tag, keys, deadline);
+  }
+  [[nodiscard]] Status remove(std::string_view tag, std::optional<Key::Class> keyClass,
+                              Deadline deadline) override {
+    return inner->remove(tag, keyClass, deadline);
+  }
+
+  const std::shared_ptr<KeyStore> inner = makeMemoryKeyStore();
+  std::vector<std::optional<std::string>> asked;
+};
+
+TEST_F(KeyStoreOperationsTest, KeysOfOtherTagsAreReadOnlyWhenThoseOfTheFirstDoNotFit) {
+  AskedStore store;
+  KeyRef privateKey;
+  ASSERT_EQ(SecKeyGeneratePair(store, pairParameters(), nullptr, &privateKey), kSuccess);
+  const CertificateRef certificate = certificateOf(*privateKey);
+  IdentityRef identity;
+  EXPECT_EQ(SecIdentityCreateWithCertificate(store, certificate, identity, kTag), kSuccess);
+  EXPECT_THAT(store.asked, testing::ElementsAre(kTag));
+  store.asked.clear();
+  EXPECT_EQ(SecIdentityCreateWithCertificate(store, certificate, identity, "another.tag"),
+            kSuccess);
+  EXPECT_THAT(store.asked, testing::ElementsAre("another.tag", std::nullopt));
+  store.asked.clear();
+  EXPECT_EQ(SecIdentityCreateWithCertificate(store, certificate, identity), kSuccess);
+  EXPECT_THAT(store.asked, testing::ElementsAre(std::nullopt));
 }
 
 TEST_F(KeyStoreOperationsTest, NoIdentityWithoutTheKey) {

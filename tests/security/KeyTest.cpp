@@ -120,6 +120,19 @@ TEST_F(KeyTest, EncodedKeysComeBack) {
   }
 }
 
+TEST_F(KeyTest, EqualKeysAreOneObject) {
+  EXPECT_EQ(decodeKey(encodeKey(*privateKey()), Key::Class::privateKey), privateKey());
+  const KeyRef publicHalf = publicKey();
+  EXPECT_EQ(decodeKey(encodeKey(*publicHalf), Key::Class::publicKey), publicHalf);
+  EXPECT_NE(publicHalf, privateKey());
+  EXPECT_NE(ellipticPrivateKey(), ellipticPrivateKey());
+}
+
+TEST_F(KeyTest, NobodyKeepsAKeyThatNobodyHolds) {
+  const std::weak_ptr<const Key> watch = ellipticPrivateKey();
+  EXPECT_TRUE(watch.expired());
+}
+
 TEST_F(KeyTest, APublicEncodingHoldsNoPrivateNumbers) {
   EXPECT_EQ(encodeKey(*publicKey()).size(), 294U);
 }

@@ -14,8 +14,7 @@
 
 namespace kvlocal {
 
-// The identifier under which the program keeps its keys. Two programs that run at once under one
-// identifier take each other's keys away.
+// The identifier under which the program keeps its keys.
 inline constexpr const char* kDefaultIdentifier = "korvale.vandrel.kvlocal";
 
 // How long the first answer of a notary may take when the user sets no limit.

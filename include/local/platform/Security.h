@@ -26,7 +26,7 @@ struct CertificateMaterial;
 }  // namespace security
 
 /// A public or private key. Immutable; usable on any thread. The memory of a private key is wiped
-/// when its last reference goes.
+/// when its last reference goes. Equal keys that exist at the same time are one object.
 class KVL_EXPORT Key {
  public:
   enum class Class : std::uint8_t { publicKey, privateKey };
@@ -49,7 +49,9 @@ class KVL_EXPORT Key {
 };
 using KeyRef = std::shared_ptr<const Key>;
 
-/// An X.509 certificate (RFC 5280). Immutable; usable on any thread.
+/// An X.509 certificate (RFC 5280). Immutable; usable on any thread. It keeps its encoding only,
+/// which the accessors read anew each time; equal certificates that exist at the same time are one
+/// object.
 class KVL_EXPORT Certificate {
  public:
   /// For the security implementation only.

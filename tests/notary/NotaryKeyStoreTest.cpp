@@ -1,0 +1,188 @@
+// A notary keeps its identity, whatever becomes of its entry in the key store.
+#include "notary/ProcessReferences.h"
+#include "platform/security/Operations.h"
+#include "tests/notary/NotaryFixture.h"
+#include "tests/support/MadeCertificate.h"
+#include "tests/support/PrivateBus.h"
+
+#include <malloc.h>
+
+namespace kvltest {
+namespace {
+
+using kvl::Dictionary;
+using kvl::security::KeyStore;
+
+class NotaryKeyStoreTest : public NotaryFixture {
+ protected:
+  // The identity that the next notarisation brings.
+  kvl::IdentityRef renewed(KVLNotary& notary) {
+    script.reply = Dictionary{{"url", kURLs}, {"certificate", certificateFor(notary)}};
+    const auto signature = notarise(notary).signature;
+    return signature ? signature->identity() : nullptr;
+  }
+
+  static kvl::Status deleteKeys(KeyStore& store) {
+    auto query = KVLNotary::keyQuery();
+    query.remove(kvl::security::kSecAttrKeyClass);
+    return kvl::security::SecItemDelete(store, query);
+  }
+  static kvl::Status find(KeyStore& store) {
+    std::vector<kvl::KeyRef> keys;
+    return kvl::security::SecItemCopyMatching(store, KVLNotary::keyQuery(), keys);
+  }
+};
+
+TEST_F(NotaryKeyStoreTest, IdentityHasTheNotarysOwnKey) {
+  KVLNotary notary(std::nullopt, environment);
+  const auto identity = renewed(notary);
+  ASSERT_NE(identity, nullptr);
+  EXPECT_EQ(identity->privateKey(), notary.privateKey());
+}
+
+TEST_F(NotaryKeyStoreTest, SecondNotaryTakesTheEntryButNotTheIdentity) {
+  KVLNotary first(std::nullopt, environment);
+  {
+    KVLNotary second(std::nullopt, environment);
+    EXPECT_NE(renewed(first), nullptr);
+    EXPECT_NE(renewed(second), nullptr);
+    EXPECT_NE(first.privateKey(), second.privateKey());
+  }
+  EXPECT_EQ(find(*environment->keyStore()), kvl::errSecItemNotFound);
+  EXPECT_NE(renewed(first), nullptr);
+}
+
+TEST_F(NotaryKeyStoreTest, QueriesAndDeletionsSpeakOfTheStore) {
+  KVLNotary notary(std::nullopt, environment);
+  const auto store = environment->keyStore();
+  EXPECT_EQ(find(*store), kvl::kSuccess);
+  EXPECT_EQ(deleteKeys(*store), kvl::kSuccess);
+  EXPECT_EQ(find(*store), kvl::errSecItemNotFound);
+  EXPECT_EQ(deleteKeys(*store), kvl::errSecItemNotFound);
+  EXPECT_NE(renewed(notary), nullptr);
+}
+
+TEST_F(NotaryKeyStoreTest, KeyOfADestroyedNotaryIsFoundNoMore) {
+  auto notary = std::make_unique<KVLNotary>(std::nullopt, environment);
+  const auto privateKey = notary->privateKey();
+  const auto reply = Dictionary{{"url", kURLs}, {"certificate", certificateFor(*notary)}};
+  notary.reset();
+  script.reply = reply;
+  EXPECT_EQ(notarise().signature->identity(), nullptr);
+  EXPECT_EQ(log.count("client identity error: Error Domain=NSPOSIXErrorDomain Code=-25300"), 1U);
+}
+
+TEST_F(NotaryKeyStoreTest, NotaryCountsWithTheKeysThatItWasGiven) {
+  KVLNotary notary(std::nullopt, environment);
+  const auto before = Dictionary{{"url", kURLs}, {"certificate", certificateFor(notary)}};
+  kvl::KeyRef publicKey;
+  kvl::KeyRef privateKey;
+  {
+    const KVLNotary other(std::nullopt, environment);
+    publicKey = other.publicKey();
+    privateKey = other.privateKey();
+  }
+  notary.setPublicKey(publicKey);
+  notary.setPrivateKey(privateKey);
+  const auto identity = renewed(notary);
+  ASSERT_NE(identity, nullptr);
+  EXPECT_EQ(identity->privateKey(), privateKey);
+  script.reply = before;
+  EXPECT_EQ(notarise(notary).signature->identity(), nullptr);
+}
+
+TEST_F(NotaryKeyStoreTest, RenewalsWithOneKeyKeepWhatTheyKeepOnce) {
+  KVLNotary notary(std::nullopt, environment);
+  const auto anchor = kvltest::certificateEnding(kvl::Date::now().adding(5000));
+  script.reply = Dictionary{
+      {"url", kURLs}, {"anchor", anchor->pem()}, {"certificate", certificateFor(notary)}};
+  constexpr int kRenewals = 2'500;
+  constexpr std::size_t kLimit = std::size_t{1} << 18;
+  const auto sink = kvl::setLogSink([](std::string_view) {});
+  notarise(notary);
+  const std::size_t kept = kvl::notary::keptObjectCount();
+  const std::size_t before = mallinfo2().uordblks;
+  for (int i = 0; i < kRenewals; ++i) {
+    notarise(notary);
+    script.steps.clear();
+  }
+  const std::size_t after = mallinfo2().uordblks;
+  kvl::setLogSink(sink);
+  EXPECT_EQ(kvl::notary::keptObjectCount(), kept);
+  EXPECT_LT(after, before + kLimit);
+}
+
+TEST_F(NotaryKeyStoreTest, NewCertificateKeepsLittleMoreThanItsEncoding) {
+  const KVLNotary notary(std::nullopt, environment);
+  constexpr int kCertificates = 300;
+  constexpr std::size_t kOverhead = 1024;
+  std::vector<std::string> texts;
+  std::size_t encodings = 0;
+  for (int i = 0; i < kCertificates; ++i) {
+    texts.push_back(certificateFor(notary, i));
+    kvl::CertificateRef certificate;
+    ASSERT_FALSE(KVLNotary::decode(texts.back(), &certificate));
+    encodings += certificate->encoded().size();
+  }
+  const auto sink = kvl::setLogSink([](std::string_view) {});
+  notarise();
+  const std::size_t before = mallinfo2().uordblks;
+  for (const std::string& text : texts) {
+    script.reply = Dictionary{{"url", kURLs}, {"certificate", text}};
+    EXPECT_NE(notarise().signature->identity(), nullptr);
+    script.steps.clear();
+  }
+  const std::size_t after = mallinfo2().uordblks;
+  kvl::setLogSink(sink);
+  EXPECT_LT(after - before, encodings + kCertificates * kOverhead);
+}
+
+struct Mishap {
+  const char* name;
+  void (*happen)(PrivateBus& bus);
+};
+
+class KeyStoreMishapTest : public NotaryKeyStoreTest, public testing::WithParamInterface<Mishap> {
+ protected:
+  KeyStoreMishapTest() { bus.startKeyring(); }
+
+  PrivateBus bus;
+  const SessionBusVariable variable{bus.address()};
+};
+
+void lockCollection(PrivateBus& bus) {
+  ChildProcess lock(
+      {"gdbus", "call", "--address", bus.address(), "--dest", "org.freedesktop.secrets",
+       "--object-path", "/org/freedesktop/secrets", "--method",
+       "org.freedesktop.Secret.Service.Lock", "['/org/freedesktop/secrets/collection/session']"},
+      environmentWith({}), bus.directory() / "lock.log");
+  EXPECT_EQ(lock.wait(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Mishaps, KeyStoreMishapTest,
+    testing::Values(Mishap{"Restarted",
+                           [](PrivateBus& bus) {
+                             bus.killKeyring();
+                             bus.startKeyring();
+                           }},
+                    Mishap{"Gone", [](PrivateBus& bus) { bus.killKeyring(); }},
+                    Mishap{"Hung", [](PrivateBus& bus) { bus.freezeKeyring(); }},
+                    Mishap{"Locked", &lockCollection},
+                    Mishap{"WithoutItsBus", [](PrivateBus& bus) { bus.stop(); }}),
+    [](const auto& test) { return test.param.name; });
+
+TEST_P(KeyStoreMishapTest, RenewalBringsTheIdentityAtOnce) {
+  const auto store = kvl::security::makeSecretServiceKeyStore();
+  auto notary = std::make_unique<KVLNotary>(std::nullopt, surroundings(store));
+  ASSERT_EQ(find(*store), kvl::kSuccess);
+  GetParam().happen(bus);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_NE(renewed(*notary), nullptr);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, kvl::security::kKeyStoreTimeLimit);
+  EXPECT_EQ(log.count("client identity error"), 0U);
+  bus.thawKeyring();
+}
+
+}  // namespace
+}  // namespace kvltest
