@@ -26,6 +26,10 @@ constexpr std::array kDescriptions = {
     Description{NSURLErrorHTTPTooManyRedirects, "The server redirected the request too often."},
     Description{NSURLErrorBadServerResponse, "The server's response is not valid."},
     Description{NSURLErrorCannotDecodeContentData, "The server's response cannot be decoded."},
+    Description{NSURLErrorAppTransportSecurityRequiresSecureConnection,
+                "The address is not secure, and only secure connections are allowed."},
+    Description{NSURLErrorDataLengthExceedsMaximum,
+                "The server's response is larger than allowed."},
     Description{NSURLErrorSecureConnectionFailed,
                 "A secure connection to the server could not be made."},
     Description{NSURLErrorServerCertificateHasBadDate, "The server's certificate has expired."},
@@ -89,7 +93,12 @@ std::optional<std::int64_t> classifyPlainCause(CURLcode code) {
 }  // namespace
 
 Error makeURLError(std::int64_t code, std::string_view urlText, std::string_view debugText) {
-  Dictionary userInfo = {{NSLocalizedDescriptionKey, Value(descriptionOf(code))},
+  return makeDescribedURLError(code, descriptionOf(code), urlText, debugText);
+}
+
+Error makeDescribedURLError(std::int64_t code, std::string_view description,
+                            std::string_view urlText, std::string_view debugText) {
+  Dictionary userInfo = {{NSLocalizedDescriptionKey, Value(description)},
                          {NSURLErrorFailingURLStringErrorKey, Value(urlText)}};
   if (!debugText.empty()) userInfo.set(NSDebugDescriptionErrorKey, Value(debugText));
   return Error(NSURLErrorDomain, code, userInfo);

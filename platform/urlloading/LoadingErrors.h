@@ -18,6 +18,11 @@ namespace kvl::urlloading {
 [[nodiscard]] Error makeURLError(std::int64_t code, std::string_view urlText,
                                  std::string_view debugText = {});
 
+// The same with a description of its own.
+[[nodiscard]] Error makeDescribedURLError(std::int64_t code, std::string_view description,
+                                          std::string_view urlText,
+                                          std::string_view debugText = {});
+
 // A request that cannot be sent as it stands: EINVAL in NSPOSIXErrorDomain.
 [[nodiscard]] Error makeInvalidRequestError(std::string_view description, std::string_view urlText);
 

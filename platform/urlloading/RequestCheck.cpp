@@ -15,10 +15,13 @@ URLRequest withAdditionalHeaders(URLRequest request, const HeaderFields& additio
   return request;
 }
 
-std::optional<Error> requestFault(const URLRequest& request) {
+std::optional<Error> requestFault(const URLRequest& request,
+                                  const URLSessionConfiguration& configuration) {
   const auto text = request.urlText();
   if (!request.url()) return makeURLError(NSURLErrorBadURL, text);
   if (!isLoadable(*request.url())) return makeURLError(NSURLErrorUnsupportedURL, text);
+  if (!configuration.allowsInsecureHTTPLoads && !isSecure(*request.url()))
+    return makeURLError(NSURLErrorAppTransportSecurityRequiresSecureConnection, text);
   if (!isToken(request.method()))
     return makeInvalidRequestError("The request's method is not valid.", text);
   const auto& headers = request.headers();

@@ -3,6 +3,7 @@
 
 #include <local/platform/Error.h>
 #include <local/platform/URLRequest.h>
+#include <local/platform/URLSession.h>
 
 #include <optional>
 #include <string_view>
@@ -13,7 +14,8 @@ namespace kvl::urlloading {
 [[nodiscard]] URLRequest withAdditionalHeaders(URLRequest request, const HeaderFields& additional);
 
 // Why the request cannot be sent, or absent when it can.
-[[nodiscard]] std::optional<Error> requestFault(const URLRequest& request);
+[[nodiscard]] std::optional<Error> requestFault(const URLRequest& request,
+                                                const URLSessionConfiguration& configuration);
 
 // Whether `text` is a token (RFC 9110, 5.6.2).
 [[nodiscard]] bool isToken(std::string_view text) noexcept;

@@ -5,6 +5,7 @@
 #include "platform/urlloading/RequestCheck.h"
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <new>
 #include <string_view>
@@ -15,6 +16,7 @@ namespace {
 
 constexpr std::uint16_t kHTTPPort = 80;
 constexpr std::uint16_t kHTTPSPort = 443;
+constexpr int kNotModified = 304;
 constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
 // The I/O thread waits for the answer, however long the request itself may be silent.
 constexpr std::chrono::seconds kLongestChallenge{60};
@@ -28,6 +30,41 @@ const SSL* sslOf(CURL* easy) {
 
 std::uint16_t portOf(const URL& url) {
   return url.port().value_or(isSecure(url) ? kHTTPSPort : kHTTPPort);
+}
+
+SteadyTime after(SteadyTime start, std::chrono::nanoseconds interval) {
+  return interval >= SteadyTime::max() - start ? SteadyTime::max() : start + interval;
+}
+
+std::size_t maximumBody(ContentKind kind, const URLSessionConfiguration& configuration) {
+  const std::size_t ofAnyKind = configuration.maximumBodySize;
+  switch (kind) {
+    case ContentKind::document:
+      return std::min(configuration.maximumDocumentBytes, ofAnyKind);
+    case ContentKind::image:
+      return std::min(configuration.maximumImageBytes, ofAnyKind);
+    case ContentKind::data:
+    case ContentKind::eventStream:
+      break;
+  }
+  return ofAnyKind;
+}
+
+SteadyTime endOf(ContentKind kind, const URLSessionConfiguration& configuration) {
+  if (kind == ContentKind::eventStream) return SteadyTime::max();
+  return after(std::chrono::steady_clock::now(), configuration.timeoutIntervalForResource);
+}
+
+// Whether the body's bytes are not those of the content. An answer may have an encoding although
+// none was offered.
+bool isEncoded(const HeaderFields& fields) {
+  return std::ranges::any_of(fields, [](const HeaderFields::Field& field) {
+    const std::string_view value = ascii::trimmed(field.second);
+    if (ascii::equalIgnoringCase(field.first, "Content-Encoding"))
+      return !value.empty() && !ascii::equalIgnoringCase(value, "identity");
+    return ascii::equalIgnoringCase(field.first, "Transfer-Encoding") &&
+           !ascii::equalIgnoringCase(value, "chunked");
+  });
 }
 
 // Whether the connection speaks HTTP/2 (RFC 9113, 3.2).
@@ -47,7 +84,9 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
       cookies_(cookies),
       originalURL_(*request.url()),
       request_(std::move(request)),
-      body_(task_->takeFraming()) {}
+      body_(task_->takeFraming()),
+      maximumBody_(maximumBody(request_.contentKind(), configuration)),
+      end_(endOf(request_.contentKind(), configuration)) {}
 
 Transfer::~Transfer() {
   if (connection_ && ownsHandshake_) connection_->detach();
@@ -59,13 +98,15 @@ CURLcode Transfer::prepare() {
   if (!easy_) return CURLE_OUT_OF_MEMORY;
   deadlineSuspended_ = false;
   discarded_ = 0;
+  headerBytes_ = 0;
+  sent_ = false;
   adopt(nullptr);
   head_ = {};
   errorText_.fill('\0');
   uploaded_ = 0;
   noteActivity();
   OptionSetter options(easy_.get());
-  applyCommonOptions(options, cookies_);
+  applyCommonOptions(options, cookies_, configuration_);
   applyRequest(options, request_, fields_, configuration_.allowsHTTP2);
   // A connection on which the identity is withheld serves nothing else, and the other way round.
   if (!isSameHost(*request_.url(), originalURL_)) applyOwnConnection(options);
@@ -108,6 +149,7 @@ CURLcode Transfer::onTLSContext(CURL*, void* context, void* transfer) {
 int Transfer::onConnected(void* transfer, char*, char*, int, int) {
   auto* self = static_cast<Transfer*>(transfer);
   self->noteActivity();
+  self->sent_ = true;
   self->responded_ = false;
   const SSL* ssl = sslOf(self->easy());
   self->connectionKind_ = ssl != nullptr && multiplexes(*ssl);
@@ -122,20 +164,41 @@ std::size_t Transfer::onHeaderLine(char* text, std::size_t, std::size_t size, vo
   self->responded_ = true;
   if (self->connection_) self->connection_->markAnswered();
   try {
-    if (self->head_.take({text, size})) self->finishHead();
+    return self->takeHeaderLine({text, size}) ? size : 0;
   } catch (const std::bad_alloc&) {
     return 0;
   }
-  return size;
+}
+
+bool Transfer::takeHeaderLine(std::string_view line) {
+  headerBytes_ += line.size();
+  if (headerBytes_ > configuration_.maximumHeaderBytes) refusal_ = Refusal::headTooLarge;
+  if (refusal_ == Refusal::none && head_.take(line)) finishHead();
+  return refusal_ == Refusal::none || refusal_ == Refusal::tooManyRedirects;
 }
 
 void Transfer::finishHead() {
   redirect_ = redirectedRequest(request_, head_.status(), head_.fields());
-  tooManyRedirects_ = redirect_ && redirects_ >= configuration_.maximumRedirects;
-  if (redirect_) return;
+  if (redirect_) {
+    if (redirects_ >= configuration_.maximumRedirects) refusal_ = Refusal::tooManyRedirects;
+    return;
+  }
   response_ = std::make_shared<const URLResponse>(
       URLResponse{*request_.url(), head_.status(), head_.fields(), head_.version()});
   task_->setResponse(response_);
+  if (task_->wantsBodyInOnePiece() && announcesMoreThan(maximumBody_)) {
+    refusal_ = Refusal::bodyTooLarge;
+  } else if (request_.contentKind() == ContentKind::eventStream && isEncoded(head_.fields())) {
+    refusal_ = Refusal::encoded;
+  }
+}
+
+bool Transfer::announcesMoreThan(std::size_t limit) const {
+  if (request_.method() == "HEAD" || head_.status() == kNotModified) return false;
+  const auto length = head_.fields().find("Content-Length");
+  std::uint64_t bytes = 0;
+  if (length) std::from_chars(length->data(), length->data() + length->size(), bytes);
+  return bytes > limit;
 }
 
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
@@ -156,14 +219,14 @@ std::size_t Transfer::discard(std::size_t size) {
 }
 
 std::size_t Transfer::takeBody(const char* bytes, std::size_t size) {
-  if (!task_->wantsBodyInOnePiece() && !task_->takesDelivery()) {
+  if (task_->wantsBodyInOnePiece()) {
+    if (size > maximumBody_ - std::min(body_.size(), maximumBody_)) {
+      refusal_ = Refusal::bodyTooLarge;
+      return 0;
+    }
+  } else if (!task_->takesDelivery(body_.isCollecting() ? 0 : body_.size())) {
     paused_ = true;
     return CURL_WRITEFUNC_PAUSE;
-  }
-  if (size >
-      configuration_.maximumBodySize - std::min(body_.size(), configuration_.maximumBodySize)) {
-    bodyTooLarge_ = task_->wantsBodyInOnePiece();
-    if (bodyTooLarge_) return 0;
   }
   body_.append({bytes, size}, lastActivity_);
   return size;
@@ -216,11 +279,13 @@ bool Transfer::mayMultiplex() const {
 }
 
 SteadyTime Transfer::deadline() const {
+  return std::min(idleDeadline(), end_);
+}
+
+SteadyTime Transfer::idleDeadline() const {
   if (paused_ || deadlineSuspended_) return SteadyTime::max();
-  const std::chrono::nanoseconds interval =
-      request_.timeoutInterval().value_or(configuration_.timeoutIntervalForRequest);
-  return interval >= SteadyTime::max() - lastActivity_ ? SteadyTime::max()
-                                                       : lastActivity_ + interval;
+  return after(lastActivity_,
+               request_.timeoutInterval().value_or(configuration_.timeoutIntervalForRequest));
 }
 
 std::chrono::steady_clock::duration Transfer::takeTimeInChallenges() {
@@ -228,7 +293,7 @@ std::chrono::steady_clock::duration Transfer::takeTimeInChallenges() {
 }
 
 bool Transfer::follow() {
-  if (!redirect_ || tooManyRedirects_ || task_->isCancelled()) return false;
+  if (!redirect_ || refusal_ != Refusal::none || task_->isCancelled()) return false;
   request_ = *std::exchange(redirect_, std::nullopt);
   ++redirects_;
   return true;
@@ -238,15 +303,32 @@ TaskOutcome Transfer::outcome(CURLcode code) {
   const std::string text(request_.urlText());
   if (task_->isCancelled())
     return {std::nullopt, response_, makeURLError(NSURLErrorCancelled, text)};
-  if (tooManyRedirects_)
-    return {std::nullopt, nullptr, makeURLError(NSURLErrorHTTPTooManyRedirects, text)};
-  if (bodyTooLarge_) {
-    return {std::nullopt, response_, makeURLError(NSURLErrorDataLengthExceedsMaximum, text)};
-  }
+  // libcurl says so of a line that is longer than it takes.
+  if (code == CURLE_OUT_OF_MEMORY && sent_ && !head_.isComplete()) refusal_ = Refusal::headTooLarge;
+  if (refusal_ != Refusal::none) return {std::nullopt, response_, refusalError(text)};
   if (code != CURLE_OK) return {std::nullopt, response_, failure(code)};
   if (!response_) return {std::nullopt, nullptr, makeURLError(NSURLErrorBadServerResponse, text)};
   if (!task_->wantsBodyInOnePiece()) return {std::nullopt, response_, std::nullopt};
   return {Data(body_.take(body_.size())), response_, std::nullopt};
+}
+
+Error Transfer::refusalError(std::string_view urlText) const {
+  switch (refusal_) {
+    case Refusal::headTooLarge:
+      return makeDescribedURLError(NSURLErrorDataLengthExceedsMaximum,
+                                   "The header fields of the server's response are larger than "
+                                   "allowed.",
+                                   urlText);
+    case Refusal::bodyTooLarge:
+      return makeURLError(NSURLErrorDataLengthExceedsMaximum, urlText);
+    case Refusal::encoded:
+      return makeDescribedURLError(NSURLErrorCannotDecodeContentData,
+                                   "The event stream has a content encoding.", urlText);
+    case Refusal::tooManyRedirects:
+    case Refusal::none:
+      break;
+  }
+  return makeURLError(NSURLErrorHTTPTooManyRedirects, urlText);
 }
 
 TaskOutcome Transfer::timedOut() const {

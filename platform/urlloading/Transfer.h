@@ -92,12 +92,16 @@ class Transfer final : private ChallengeSource {
 
   void installCallbacks(OptionSetter& options);
   void adopt(std::shared_ptr<TLSConnection> connection);
+  // False when the answer is broken off.
+  [[nodiscard]] bool takeHeaderLine(std::string_view line);
   void finishHead();
+  [[nodiscard]] bool announcesMoreThan(std::size_t limit) const;
   [[nodiscard]] std::size_t discard(std::size_t size);
   [[nodiscard]] std::size_t takeBody(const char* bytes, std::size_t size);
   void handOver(std::size_t count);
   [[nodiscard]] Error failure(CURLcode code) const;
   [[nodiscard]] std::string debugText(CURLcode code) const;
+  [[nodiscard]] SteadyTime idleDeadline() const;
   void noteActivity() { lastActivity_ = std::chrono::steady_clock::now(); }
 
   const std::shared_ptr<DataTaskObject> task_;
@@ -119,13 +123,21 @@ class Transfer final : private ChallengeSource {
   std::size_t discarded_ = 0;
   std::optional<URLRequest> redirect_;
   int redirects_ = 0;
-  bool tooManyRedirects_ = false;
-  bool bodyTooLarge_ = false;
+  // Of the present exchange, trailers and interim answers included.
+  std::size_t headerBytes_ = 0;
+  bool sent_ = false;
+
+  // Why this transfer broke the exchange off.
+  enum class Refusal { none, tooManyRedirects, headTooLarge, bodyTooLarge, encoded };
+  [[nodiscard]] Error refusalError(std::string_view urlText) const;
+  Refusal refusal_ = Refusal::none;
 
   bool paused_ = false;
   bool deadlineSuspended_ = false;
   std::optional<bool> connectionKind_;
   curl_off_t uploaded_ = 0;
+  const std::size_t maximumBody_;
+  const SteadyTime end_;
   SteadyTime lastActivity_ = std::chrono::steady_clock::now();
   std::chrono::steady_clock::duration timeInChallenges_{};
   std::array<char, CURL_ERROR_SIZE> errorText_{};

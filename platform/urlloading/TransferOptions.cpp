@@ -12,7 +12,6 @@ namespace {
 constexpr long kNoConnectTimeoutMilliseconds = std::numeric_limits<int>::max();
 // libcurl 7.88 spins when a slow reader takes a large body over HTTP/2.
 constexpr std::size_t kLargestHTTP2Body = std::size_t{1} << 20;
-constexpr const char* kLoadedProtocols = "http,https";
 
 // The message's framing is the loader's business, and cookies go through libcurl's own list.
 bool isSetElsewhere(std::string_view name) {
@@ -34,11 +33,17 @@ std::string fieldLine(const HeaderFields::Field& field) {
                                               : field.first + ": " + field.second;
 }
 
-HeaderList makeFields(const HeaderFields& headers) {
+HeaderList makeFields(const URLRequest& request) {
   HeaderList list;
+  const HeaderFields& headers = request.headers();
+  const bool takesNoEncoding = request.contentKind() == ContentKind::eventStream;
   for (const auto& field : headers) {
-    if (!isSetElsewhere(field.first)) append(list, fieldLine(field));
+    if (isSetElsewhere(field.first)) continue;
+    if (takesNoEncoding && ascii::equalIgnoringCase(field.first, "Accept-Encoding")) continue;
+    append(list, fieldLine(field));
   }
+  // Without the field a server may choose any encoding.
+  if (takesNoEncoding) append(list, "Accept-Encoding: identity");
   for (const char* unwanted : {"Expect", "Content-Type"}) {
     if (!headers.find(unwanted)) append(list, std::string(unwanted) + ":");
   }
@@ -88,21 +93,24 @@ bool offersHTTP2(const URLRequest& request) {
   return !request.body() || request.body()->size() <= kLargestHTTP2Body;
 }
 
-void applyCommonOptions(OptionSetter& options, CURLSH* cookies) {
+void applyCommonOptions(OptionSetter& options, CURLSH* cookies,
+                        const URLSessionConfiguration& configuration) {
   applyIndependence(options);
   applyTLS(options);
-  options.set(CURLOPT_PROTOCOLS_STR, kLoadedProtocols);
+  options.set(CURLOPT_PROTOCOLS_STR,
+              configuration.allowsInsecureHTTPLoads ? "http,https" : "https");
   options.set(CURLOPT_FOLLOWLOCATION, 0L);
   options.set(CURLOPT_PATH_AS_IS, 1L);
   options.set(CURLOPT_CONNECTTIMEOUT_MS, kNoConnectTimeoutMilliseconds);
-  options.set(CURLOPT_ACCEPT_ENCODING, "");
   options.set(CURLOPT_SHARE, cookies);
   options.set(CURLOPT_COOKIEFILE, "");
 }
 
 void applyRequest(OptionSetter& options, const URLRequest& request, HeaderList& fields,
                   bool allowsHTTP2) {
-  fields = makeFields(request.headers());
+  fields = makeFields(request);
+  options.set(CURLOPT_ACCEPT_ENCODING,
+              request.contentKind() == ContentKind::eventStream ? nullptr : "");
   options.set(CURLOPT_URL, request.url()->absoluteString().c_str());
   options.set(CURLOPT_HTTPHEADER, fields.get());
   if (const auto cookie = request.headers().find("Cookie"))

@@ -34,7 +34,8 @@ class OptionSetter {
 
 // What every transfer has in common: nothing of the environment steers it, nothing is remembered
 // outside `cookies`, and trust is decided by the TLS context's own callback.
-void applyCommonOptions(OptionSetter& options, CURLSH* cookies);
+void applyCommonOptions(OptionSetter& options, CURLSH* cookies,
+                        const URLSessionConfiguration& configuration);
 
 // Whether the request may go over HTTP/2 where that is allowed.
 [[nodiscard]] bool offersHTTP2(const URLRequest& request);

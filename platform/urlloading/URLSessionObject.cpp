@@ -73,9 +73,9 @@ void URLSessionObject::invalidateAndCancel() {
   for (const auto& task : engine_->runningTasks()) task->cancel();
 }
 
-bool DeliveryWindow::isOpen() {
+bool DeliveryWindow::isOpen(std::size_t collected) {
   const MutexLock lock(mutex_);
-  held_ = waiting_ > limit_;
+  held_ = waiting_ + collected > limit_;
   return !held_;
 }
 
@@ -136,7 +136,7 @@ std::optional<Error> DataTaskObject::start() {
   const URLRequest request =
       withAdditionalHeaders(request_, held->configuration().additionalHeaders);
   if (held->engine().isInvalidated()) return makeURLError(NSURLErrorCancelled, request_.urlText());
-  if (auto fault = requestFault(request)) return fault;
+  if (auto fault = requestFault(request, held->configuration())) return fault;
   return held->engine().start(shared_from_this(), request);
 }
 

@@ -52,8 +52,9 @@ class DeliveryWindow {
  public:
   explicit DeliveryWindow(std::size_t limit) noexcept : limit_(limit) {}
 
-  // Whether there is room. Without, the sender is held back until `release` says so.
-  [[nodiscard]] bool isOpen();
+  // Whether there is room beside `collected` bytes that are about to be added. Without, the sender
+  // is held back until `release` says so.
+  [[nodiscard]] bool isOpen(std::size_t collected);
   // Adds `count` bytes, however many wait already.
   void add(std::size_t count);
   // Takes `count` bytes away. True when a held sender may go on: once, at half of the limit.
@@ -100,8 +101,8 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   [[nodiscard]] bool isCancelled() const { return state() == State::canceling; }
   [[nodiscard]] bool wantsBodyInOnePiece() const noexcept { return hasHandler_; }
   void setResponse(URLResponseRef response) { response_.set(std::move(response)); }
-  // Whether more may be collected for the delegate now.
-  [[nodiscard]] bool takesDelivery() { return window_.isOpen(); }
+  // Whether more may be collected for the delegate now, beside `collected` bytes.
+  [[nodiscard]] bool takesDelivery(std::size_t collected) { return window_.isOpen(collected); }
   // Hands over a piece of the body.
   void deliver(Data data);
   // Ends the task; the first call counts.

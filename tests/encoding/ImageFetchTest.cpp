@@ -43,6 +43,7 @@ TEST_F(ImageFetchTest, AsksForImages) {
   EXPECT_EQ(sent().method(), "GET");
   EXPECT_EQ(sent().urlText(), "https://127.0.0.1:4321/base/icons/a");
   EXPECT_EQ(sentHeader("Accept"), "application/pdf;q=0.9,image/*;q=0.8");
+  EXPECT_EQ(sent().contentKind(), kvl::ContentKind::image);
 }
 
 TEST_F(ImageFetchTest, ImageArrivesOnTheMainQueue) {

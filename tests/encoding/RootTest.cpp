@@ -251,6 +251,7 @@ TEST(AcceptRootTest, ReplacesWhatIsThere) {
   KVLEncoding::setHeaderToAcceptRoot(request);
   EXPECT_EQ(request.headers().size(), 1U);
   EXPECT_EQ(request.headers().find("Accept"), "application/json");
+  EXPECT_EQ(request.contentKind(), kvl::ContentKind::document);
 }
 
 std::optional<kvl::Value> decoded(std::string_view body) {

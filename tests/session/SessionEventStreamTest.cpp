@@ -53,6 +53,7 @@ TEST_F(SessionEventStreamTest, RequestAsksForEventsWithTheLongTimeOut) {
   EXPECT_EQ(request.method(), "GET");
   EXPECT_EQ(request.headers().find("Accept"), "text/event-stream");
   EXPECT_EQ(request.headers().find("Last-Event-ID"), std::nullopt);
+  EXPECT_EQ(request.contentKind(), kvl::ContentKind::eventStream);
   EXPECT_EQ(request.timeoutInterval(), 3600s);
   EXPECT_EQ(KVLEventStreamStateTimeoutInterval, 3600.0);
   EXPECT_FALSE(streamTask()->hasHandler());

@@ -15,7 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 using Source = BodyFraming::Source;
 using Time = BodyFraming::Time;
-using testing::ElementsAre;
+using ::testing::ElementsAre;
 
 constexpr Time kStart{1h};
 

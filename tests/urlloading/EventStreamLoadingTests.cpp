@@ -63,6 +63,7 @@ class EventStreamLoadingTest : public URLSessionTest {
                                                      std::string_view path = "/") const {
     URLRequest request(peer.url("127.0.0.1", path));
     request.headers().set("Accept", "text/event-stream");
+    request.setContentKind(ContentKind::eventStream);
     auto task = loader->dataTask(request);
     urlloading::setBodyFraming(*task, std::make_unique<eventstream::EventFraming>());
     task->resume();

@@ -229,7 +229,7 @@ TEST_F(FailureTest, AnAnswerThatDoesNotComeIsARefusal) {
     ChallengeHandler kept;
   };
   const auto silent = std::make_shared<Silent>();
-  const auto other = URLSession::create({}, silent);
+  const auto other = URLSession::create(anyPeers(), silent);
   const TestTLSServer peer({.identity = &server()}, answering(httpResponse("hello")));
   URLRequest request(peer.url("127.0.0.1"));
   request.setTimeoutInterval(std::chrono::seconds(2));

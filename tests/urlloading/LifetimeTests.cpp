@@ -34,7 +34,7 @@ class LifetimeTest : public URLSessionTest {
 };
 
 TEST_F(LifetimeTest, IdentifiersCountUpOverAllSessionObjects) {
-  const auto other = URLSession::create({}, delegate);
+  const auto other = URLSession::create(anyPeers(), delegate);
   const auto first = session->dataTask(request);
   const auto second = other->dataTask(request);
   EXPECT_GE(first->taskIdentifier(), 1U);
@@ -93,7 +93,7 @@ TEST_F(LifetimeTest, CancellingEndsTheWaitForAChallenge) {
     std::shared_ptr<DataTask> task;
   };
   const auto cancelling = std::make_shared<Cancelling>();
-  const auto other = URLSession::create({}, cancelling);
+  const auto other = URLSession::create(anyPeers(), cancelling);
   OutcomeBox box;
   cancelling->task = other->dataTask(request, box.handler());
   cancelling->task->resume();
@@ -109,7 +109,8 @@ TEST_F(LifetimeTest, ASessionObjectThatIsLetGoFinishesItsTasks) {
 
 TEST_F(LifetimeTest, ASessionObjectMayGoInsideItsOwnCompletion) {
   for (int round = 0; round < 20; ++round) {
-    auto other = std::make_shared<std::shared_ptr<URLSession>>(URLSession::create({}, delegate));
+    auto other =
+        std::make_shared<std::shared_ptr<URLSession>>(URLSession::create(anyPeers(), delegate));
     std::promise<void> done;
     (*other)
         ->dataTask(request,

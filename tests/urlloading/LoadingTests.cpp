@@ -72,7 +72,7 @@ TEST_F(LoadingTest, AHeadRequestHasNoBody) {
 }
 
 TEST_F(LoadingTest, AdditionalFieldsGiveWayToTheRequestsOwn) {
-  URLSessionConfiguration configuration;
+  auto configuration = anyPeers();
   configuration.additionalHeaders.set("X-A", "common");
   configuration.additionalHeaders.set("X-B", "common");
   const auto other = URLSession::create(configuration, delegate);
@@ -97,7 +97,7 @@ TEST_F(LoadingTest, CookiesStayInTheirSessionObject) {
   static_cast<void>(load(*session, URLRequest(peer.url("127.0.0.1"))));
   EXPECT_NE(load(*session, URLRequest(peer.url("127.0.0.1"))).text().find("Cookie: a=b"),
             std::string::npos);
-  const auto other = URLSession::create({}, delegate);
+  const auto other = URLSession::create(anyPeers(), delegate);
   EXPECT_EQ(load(*other, URLRequest(peer.url("127.0.0.1"))).text().find("Cookie"),
             std::string::npos);
 }
@@ -138,7 +138,7 @@ TEST_F(LoadingTest, ASlowDelegateHoldsTheSenderBackAndLosesNothing) {
     client.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kSize) + "\r\n\r\n");
     for (; sent < kSize; sent += 16384) client.write(std::string_view(body).substr(sent, 16384));
   });
-  URLSessionConfiguration configuration;
+  auto configuration = anyPeers();
   configuration.deliveryBufferSize = 64U << 10;
   configuration.timeoutIntervalForRequest = std::chrono::milliseconds(1500);
   const auto other = URLSession::create(configuration, delegate);

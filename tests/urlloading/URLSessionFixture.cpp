@@ -145,6 +145,12 @@ const TestIdentity& URLSessionTest::server() {
   return *made;
 }
 
+URLSessionConfiguration URLSessionTest::anyPeers() {
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.allowsInsecureHTTPLoads = true;
+  return configuration;
+}
+
 CredentialRef URLSessionTest::credentialOf(const TestIdentity& identity) {
   return std::make_shared<const Credential>(identity.identity(), std::vector<CertificateRef>{},
                                             Credential::Persistence::none);

@@ -88,9 +88,11 @@ class URLSessionTest : public ::testing::Test {
   [[nodiscard]] static CredentialRef credentialOf(const TestIdentity& identity);
   [[nodiscard]] static std::shared_ptr<RecordingDelegate> makeDelegate(bool withIdentity = true);
 
+  // Peers without an identity speak HTTP in clear text.
+  [[nodiscard]] static URLSessionConfiguration anyPeers();
+
   std::shared_ptr<RecordingDelegate> delegate = makeDelegate();
-  std::shared_ptr<URLSession> session =
-      URLSession::create(URLSessionConfiguration::ephemeral(), delegate);
+  std::shared_ptr<URLSession> session = URLSession::create(anyPeers(), delegate);
 };
 
 }  // namespace kvl::testing

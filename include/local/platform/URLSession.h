@@ -60,7 +60,7 @@ struct URLSessionConfiguration {
   std::size_t maximumEventLineBytes = std::size_t{64} << 20;
   /// Bytes of all header fields and trailers of one answer, interim answers included; a longer head
   /// fails with `NSURLErrorDataLengthExceedsMaximum`.
-  std::size_t maximumHeaderBytes = std::size_t{256} << 10;
+  std::size_t maximumHeaderBytes = std::size_t{64} << 10;
   /// Bytes of one task's body that may wait for the delegate before the sender is held back. Of a
   /// `KVLSession`'s event stream, one event that has not arrived completely may be held besides;
   /// one of more than 64 MiB may be cut.
