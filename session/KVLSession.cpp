@@ -140,11 +140,11 @@ std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
   std::shared_ptr<kvl::DataTask> task;
   if (completionHandler) {
     task = currentSession->dataTask(
-        copy, [keeper = owner.shared_from_this(), url = std::string(copy.urlText()),
-               handler = std::move(completionHandler)](std::optional<kvl::Data> data,
-                                                       kvl::URLResponseRef response,
-                                                       std::optional<kvl::Error> error) {
-          keeper->implementation_->completeRequest(keeper, url, error);
+        copy, [keeper = owner.shared_from_this(), carrier = std::weak_ptr(currentSession),
+               url = std::string(copy.urlText()), handler = std::move(completionHandler)](
+                  std::optional<kvl::Data> data, kvl::URLResponseRef response,
+                  std::optional<kvl::Error> error) {
+          keeper->implementation_->completeRequest(keeper, carrier, url, error);
           handler(std::move(data), std::move(response), std::move(error));
         });
   } else {
@@ -156,13 +156,22 @@ std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
 }
 
 void KVLSession::Implementation::completeRequest(const std::shared_ptr<KVLSession>& owner,
+                                                 const std::weak_ptr<kvl::URLSession>& carrier,
                                                  const std::string& url,
                                                  const std::optional<kvl::Error>& error) {
   if (!error) return;
   kvl::log("error from request: %@", url);
   if (!isNotarisationError(error)) return;
+  // No notarisation completes meanwhile and puts another HTTPS session object in its place.
+  const StreamSection section(eventStream.get());
+  if (isReplaced(carrier.lock().get())) return;
   kvl::log("notarisation error from request; enqueuing reconnection");
   reconnect(owner);
+}
+
+bool KVLSession::Implementation::isReplaced(const kvl::URLSession* carrier) const {
+  const auto current = session.get();
+  return current && current.get() != carrier;
 }
 
 void KVLSession::setEventStreamSource(const std::string& source) {
@@ -191,23 +200,42 @@ void KVLSession::didReceiveData(kvl::URLSession& /*session*/,
   if (const auto receiver = delegate()) receiver->eventStream(*this, events);
 }
 
-void KVLSession::didCompleteWithError(kvl::URLSession& /*session*/,
+void KVLSession::didCompleteWithError(kvl::URLSession& session,
                                       const std::shared_ptr<kvl::DataTask>& task,
                                       const std::optional<kvl::Error>& error) {
+  auto& self = *implementation_;
   const auto stream = eventStream();
   const StreamSection section(stream);
   if (!stream->isEqualToTask(*task)) return;
-  if (restartsStream(error)) {
-    queue()->async([session = shared_from_this(), stream, task] {
-      const StreamSection reopening(stream);
-      // Somebody may have opened another stream in the meantime.
-      if (!stream->isEqualToTask(*task)) return;
-      stream->streamFromURL(task->originalRequest().urlText(), *session);
-    });
-    return;
-  }
+  if (restartsStream(error)) return self.reopenLater(shared_from_this(), stream, task);
   logEnd(error);
-  implementation_->reconnect(shared_from_this());
+  // A stream that a renewal has left alone: only the identity before is refused.
+  if (isNotarisationError(error) && self.isReplaced(&session)) {
+    return self.reopenLater(shared_from_this(), stream, task);
+  }
+  self.reconnect(shared_from_this());
+}
+
+void KVLSession::Implementation::reopenLater(const std::shared_ptr<KVLSession>& owner,
+                                             const std::shared_ptr<KVLEventStreamState>& stream,
+                                             const std::shared_ptr<kvl::DataTask>& task) {
+  queue.get()->async(
+      [owner, stream, task] { owner->implementation_->reopen(owner, stream, *task); });
+}
+
+void KVLSession::Implementation::reopen(const std::shared_ptr<KVLSession>& owner,
+                                        const std::shared_ptr<KVLEventStreamState>& stream,
+                                        const kvl::DataTask& task) {
+  const StreamSection section(stream);
+  // Somebody may have opened another stream in the meantime.
+  if (!stream->isEqualToTask(task)) return;
+  const auto current = session.get();
+  if (current && current->isInvalidated()) {
+    // Every stream would end there as this one has, at once and for ever.
+    kvl::log("HTTPS session object is invalidated; enqueuing reconnection");
+    return reconnect(owner);
+  }
+  stream->streamFromURL(task.originalRequest().urlText(), *owner);
 }
 
 bool KVLSession::isRecoverableError(const std::optional<kvl::Error>& error) {

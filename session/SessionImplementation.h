@@ -131,6 +131,16 @@ struct KVLSession::Implementation {
   [[nodiscard]] std::shared_ptr<kvl::DataTask> startTask(
       KVLSession& owner, const kvl::URLRequest& request, kvl::DataTaskHandler& completionHandler,
       std::unique_ptr<kvl::urlloading::BodyFraming> framing = nullptr);
-  void completeRequest(const std::shared_ptr<KVLSession>& owner, const std::string& url,
+  void completeRequest(const std::shared_ptr<KVLSession>& owner,
+                       const std::weak_ptr<kvl::URLSession>& carrier, const std::string& url,
                        const std::optional<kvl::Error>& error);
+  // Whether there is an HTTPS session object, and it is another one than `carrier`: what fails
+  // there says nothing about the present identity.
+  [[nodiscard]] bool isReplaced(const kvl::URLSession* carrier) const;
+  // Opens the stream again whose task has ended, from the session's queue.
+  void reopenLater(const std::shared_ptr<KVLSession>& owner,
+                   const std::shared_ptr<KVLEventStreamState>& stream,
+                   const std::shared_ptr<kvl::DataTask>& task);
+  void reopen(const std::shared_ptr<KVLSession>& owner,
+              const std::shared_ptr<KVLEventStreamState>& stream, const kvl::DataTask& task);
 };

@@ -27,6 +27,12 @@ inline constexpr double KVLEventStreamStateTimeoutInterval = 3600.0;
 
 /// The state of a session's event stream. Closed without a task; open while the task runs.
 ///
+/// **Its end.** A stream that was silent for too long, or whose task somebody cancelled, is opened
+/// again at once. After any other end the session disconnects and notarises 1 s later, also when
+/// the service has ended the answer in good order. That holds for a stream that a renewal left
+/// alone too; only where such a one ends with a notarisation error, which tells of the identity
+/// before, it is opened again with the new one.
+///
 /// Opening, cancelling and recognising the task hold the object's own recursive monitor. Whoever
 /// needs both this monitor and the session's takes this one first.
 class KVL_EXPORT KVLEventStreamState {

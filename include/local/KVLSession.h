@@ -115,9 +115,10 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   ///
   /// Otherwise the handler runs once, on the HTTPS session object's serial queue. An error is
   /// logged and handed over unchanged; nothing is retried. After a notarisation error the session
-  /// disconnects and notarises again 1 s later. Further errors: `NSURLErrorBadURL` for a text that
-  /// is no URL (spaces and control characters included) and `NSPOSIXErrorDomain` 22 for a header
-  /// field that HTTP forbids; nothing is sent then.
+  /// disconnects and notarises again 1 s later, unless another HTTPS session object has taken the
+  /// place of the one that carried the request: its identity has not been refused. Further errors:
+  /// `NSURLErrorBadURL` for a text that is no URL (spaces and control characters included) and
+  /// `NSPOSIXErrorDomain` 22 for a header field that HTTP forbids; nothing is sent then.
   ///
   /// @return the started task, or null when not established. Without a handler its data and
   ///   completion go to this object's own delegate operations.
@@ -187,7 +188,9 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   [[nodiscard]] kvl::URLSessionConfiguration configuration() const;
   void setConfiguration(kvl::URLSessionConfiguration configuration);
   /// With tasks of a class of the host's own, the event stream brings its body in the pieces in
-  /// which the host hands it over.
+  /// which the host hands it over. One that the host invalidates serves no request until the next
+  /// notarisation brings another one; where it carried the event stream, the session disconnects
+  /// and notarises 1 s later.
   [[nodiscard]] std::shared_ptr<kvl::URLSession> session() const;
   void setSession(std::shared_ptr<kvl::URLSession> session);
   /// @}

@@ -9,6 +9,9 @@
 namespace kvl {
 
 URLSession::~URLSession() = default;
+bool URLSession::isInvalidated() const {
+  return false;
+}
 DataTask::~DataTask() = default;
 URLSessionDelegate::~URLSessionDelegate() = default;
 
@@ -71,6 +74,10 @@ void URLSessionObject::finishTasksAndInvalidate() {
 void URLSessionObject::invalidateAndCancel() {
   engine_->invalidate();
   for (const auto& task : engine_->runningTasks()) task->cancel();
+}
+
+bool URLSessionObject::isInvalidated() const {
+  return engine_->isInvalidated();
 }
 
 bool DeliveryWindow::isOpen(std::size_t collected) {

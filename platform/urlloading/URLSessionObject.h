@@ -34,6 +34,7 @@ class URLSessionObject final : public URLSession,
   void finishTasksAndInvalidate() override;
   void invalidateAndCancel() override;
   const URLSessionConfiguration& configuration() const noexcept override { return configuration_; }
+  bool isInvalidated() const override;
 
   [[nodiscard]] Engine& engine() noexcept { return *engine_; }
   [[nodiscard]] DispatchQueue& queue() noexcept { return *queue_; }

@@ -73,7 +73,18 @@ TEST_F(EventStreamReopeningTest, CancelledStreamStaysClosed) {
   EXPECT_TRUE(isUnbroken(tally, tally.last));
 }
 
-// Somebody else cancels the task, such as an HTTPS session object that is invalidated.
+TEST_F(EventStreamReopeningTest, StreamOfAnInvalidatedObjectComesBackWithTheNextIdentity) {
+  follow("interval=1");
+  ASSERT_TRUE(recorder->waitForNumber(20));
+  session->session()->invalidateAndCancel();
+  ASSERT_TRUE(states->waitFor(KVLSessionStateEstablished, 2));
+  EXPECT_TRUE(recorder->waitForNumber(recorder->tally().last + 20));
+  const auto tally = recorder->tally();
+  EXPECT_TRUE(isUnbroken(tally, tally.last));
+  EXPECT_EQ(streamsOpened(), 2U);
+}
+
+// Somebody else cancels the task.
 TEST_F(EventStreamReopeningTest, StreamWhoseTaskIsCancelledIsOpenedAgain) {
   follow("interval=1");
   for (std::int64_t round = 1; round <= 5; ++round) {

@@ -252,6 +252,60 @@ TEST_F(SessionEventStreamTest, RenewalLeavesAnAbsoluteSourceThatRunsAlone) {
   EXPECT_EQ(streamTask(), first);
 }
 
+TEST_F(SessionEventStreamTest, StreamThatARenewalLeftAloneTellsOfTheIdentityBefore) {
+  open("https://127.0.0.1:4321/base/events");
+  const auto first = streamTask();
+  queue->advance(800s);
+  const auto renewed = signatureEnding(queue->wallTime().adding(1000));
+  notary->answer(renewed);
+  ASSERT_EQ(streamTask(), first);
+  complete(notarisationError());
+  EXPECT_EQ(log.count("event stream closed with unexpected network error"), 1U);
+  queue->runDue();
+  EXPECT_EQ(session->state(), KVLSessionStateEstablished);
+  EXPECT_EQ(session->signature(), renewed);
+  EXPECT_NE(streamTask(), nullptr);
+  EXPECT_NE(streamTask(), first);
+}
+
+TEST_F(SessionEventStreamTest, StreamThatARenewalLeftAloneDisconnectsWhenItEndsOtherwise) {
+  for (const auto& error :
+       {std::optional<kvl::Error>(), std::optional(kvl::Error(kvl::NSURLErrorDomain, -1005))}) {
+    open("https://127.0.0.1:4321/base/events");
+    queue->advance(800s);
+    notary->answer(signatureEnding(queue->wallTime().adding(1000)));
+    complete(error);
+    EXPECT_EQ(session->state(), KVLSessionStateDisconnected);
+    letGoOfTheSession();
+  }
+}
+
+TEST_F(SessionEventStreamTest, OnAnInvalidatedHTTPSSessionObjectNothingIsOpenedAgainAndAgain) {
+  open();
+  const auto opened = log.count("establishing event stream");
+  loader->invalidateAndCancel();
+  complete(kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorCancelled));
+  EXPECT_EQ(session->state(), KVLSessionStateEstablished);
+  (void)queue->takeDelays();
+  queue->runDue();
+  EXPECT_EQ(session->state(), KVLSessionStateDisconnected);
+  EXPECT_EQ(session->session(), nullptr);
+  EXPECT_EQ(log.count("establishing event stream"), opened);
+  EXPECT_EQ(queue->takeDelays(), std::vector{1.0});
+  queue->advance(1s);
+  EXPECT_EQ(notary->calls(), 2U);
+}
+
+TEST_F(SessionEventStreamTest, AnotherHTTPSSessionObjectMayTakeTheInvalidatedOnesPlace) {
+  open();
+  loader->invalidateAndCancel();
+  complete(kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorCancelled));
+  session->setSession(std::make_shared<FakeURLSession>());
+  queue->runDue();
+  EXPECT_EQ(session->state(), KVLSessionStateEstablished);
+  EXPECT_EQ(streamTask()->state(), kvl::DataTask::State::running);
+}
+
 TEST_F(SessionEventStreamTest, CancelKeepsTheIdentifierAndForgetsTheRest) {
   open();
   receive("event: a\nid: 1\n\nrest");

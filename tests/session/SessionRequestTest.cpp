@@ -158,6 +158,43 @@ TEST_F(SessionRequestTest, NotarisationErrorDisconnectsBeforeTheCallerHears) {
   EXPECT_EQ(notary->calls(), 2U);
 }
 
+TEST_F(SessionRequestTest, NotarisationErrorFromBeforeARenewalLeavesTheNewIdentityAlone) {
+  create();
+  establish();
+  Outcome outcome;
+  session->request(kvl::URLRequest("a"), outcome.handler());
+  queue->advance(800s);
+  const auto renewed = signatureEnding(queue->wallTime().adding(1000));
+  notary->answer(renewed);
+  const auto current = session->session();
+  (void)queue->takeDelays();
+  loader->tasks().back()->fail(notarisationError());
+  EXPECT_EQ(outcome.error, notarisationError());
+  EXPECT_EQ(log.lines().back(), "error from request: https://127.0.0.1:4321/base/a");
+  EXPECT_EQ(session->state(), KVLSessionStateEstablished);
+  EXPECT_EQ(session->signature(), renewed);
+  EXPECT_EQ(session->session(), current);
+  EXPECT_TRUE(queue->takeDelays().empty());
+}
+
+TEST_F(SessionRequestTest, RequestsThatFailTogetherEachDisconnectUntilThereIsANewIdentity) {
+  create();
+  establish();
+  for (int i = 0; i < 3; ++i) session->request(kvl::URLRequest("a"), [](auto&&...) {});
+  const auto tasks = loader->tasks();
+  (void)queue->takeDelays();
+  tasks[0]->fail(notarisationError());
+  tasks[1]->fail(notarisationError());
+  EXPECT_EQ(queue->takeDelays(), (std::vector{1.0, 1.0}));
+  EXPECT_EQ(log.count("notarisation error from request; enqueuing reconnection"), 2U);
+  queue->advance(1s);
+  establish();
+  session->setSession(std::make_shared<FakeURLSession>());
+  tasks[2]->fail(notarisationError());
+  EXPECT_EQ(log.count("notarisation error from request; enqueuing reconnection"), 2U);
+  EXPECT_EQ(session->state(), KVLSessionStateEstablished);
+}
+
 TEST_F(SessionRequestTest, HandlerMayUseTheSessionAgain) {
   create();
   establish();

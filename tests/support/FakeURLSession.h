@@ -61,7 +61,8 @@ class FakeURLSession final : public kvl::URLSession {
     return task;
   }
   void finishTasksAndInvalidate() override { ++invalidations; }
-  void invalidateAndCancel() override {}
+  void invalidateAndCancel() override { ++invalidations; }
+  [[nodiscard]] bool isInvalidated() const override { return invalidations > 0; }
   [[nodiscard]] const kvl::URLSessionConfiguration& configuration() const noexcept override {
     return settings;
   }

@@ -154,6 +154,10 @@ class KVL_EXPORT URLSession {
   virtual void invalidateAndCancel() = 0;
 
   [[nodiscard]] virtual const URLSessionConfiguration& configuration() const noexcept = 0;
+
+  /// Whether new tasks are refused. A class of the host's own that invalidates says so here, or a
+  /// `KVLSession` goes on opening its event stream on it; false unless overridden.
+  [[nodiscard]] virtual bool isInvalidated() const;
 };
 
 }  // namespace kvl
