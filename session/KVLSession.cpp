@@ -78,6 +78,7 @@ KVLSession::Implementation::Implementation(std::shared_ptr<KVLNotary> initialNot
       delegate(std::move(initialDelegate)),
       eventStream(std::make_shared<KVLEventStreamState>(environment)),
       queue(environment->concurrentQueue("korvale.local.session")),
+      frameworkQueue(environment->frameworkQueue("korvale.local.session")),
       configuration(kvl::URLSessionConfiguration::ephemeral()),
       observerQueue(environment->serialQueue("korvale.local.session.observers")),
       progress(std::make_shared<kvl::Progress>(connecting(*notary.get()), observerQueue)) {}
@@ -219,7 +220,7 @@ void KVLSession::didCompleteWithError(kvl::URLSession& session,
 void KVLSession::Implementation::reopenLater(const std::shared_ptr<KVLSession>& owner,
                                              const std::shared_ptr<KVLEventStreamState>& stream,
                                              const std::shared_ptr<kvl::DataTask>& task) {
-  queue.get()->async(
+  timerQueue()->async(
       [owner, stream, task] { owner->implementation_->reopen(owner, stream, *task); });
 }
 

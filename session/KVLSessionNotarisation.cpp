@@ -100,9 +100,14 @@ void KVLSession::Implementation::showFailure(const kvl::Error& error, std::chron
                                 locationText(*notary.get(), error), retryTime)});
 }
 
+std::shared_ptr<kvl::DispatchQueue> KVLSession::Implementation::timerQueue() const {
+  auto current = queue.get();
+  return current == firstQueue ? frameworkQueue : current;
+}
+
 void KVLSession::Implementation::scheduleNotarisation(const std::shared_ptr<KVLSession>& owner,
                                                       std::chrono::seconds delay) {
-  queue.get()->asyncAfter(delay, [owner, ticket = renewals.ticket()] {
+  timerQueue()->asyncAfter(delay, [owner, ticket = renewals.ticket()] {
     if (owner->implementation_->renewals.redeem(ticket)) owner->enqueueNotarisation();
   });
 }

@@ -100,6 +100,10 @@ struct KVLSession::Implementation {
   kvl::Atomic<std::shared_ptr<KVLEventStreamState>> eventStream;
   kvl::Atomic<std::string> eventSource;
   kvl::Atomic<std::shared_ptr<kvl::DispatchQueue>> queue;
+  // Hosts may use `queue`, too, and block it; unless they have replaced it, the session's own
+  // blocks run beside it.
+  const std::shared_ptr<kvl::DispatchQueue> firstQueue = queue.get();
+  const std::shared_ptr<kvl::DispatchQueue> frameworkQueue;
   kvl::Atomic<kvl::URLSessionConfiguration> configuration;
   kvl::Atomic<std::shared_ptr<kvl::URLSession>> session;
   // States and progress are told in the order in which they change.
@@ -122,6 +126,7 @@ struct KVLSession::Implementation {
       KVL_REQUIRES(kvl::session::streamMonitor, kvl::session::sessionMonitor);
   void disestablish(KVLSession& owner) KVL_REQUIRES(kvl::session::sessionMonitor);
   void showFailure(const kvl::Error& error, std::chrono::seconds delay);
+  [[nodiscard]] std::shared_ptr<kvl::DispatchQueue> timerQueue() const;
   void scheduleNotarisation(const std::shared_ptr<KVLSession>& owner, std::chrono::seconds delay);
 
   // Disconnects after an error and notarises anew soon.

@@ -1,12 +1,23 @@
 #include "platform/dispatch/MainLoop.h"
 
+#include "platform/core/NoDestructor.h"
+#include "platform/core/Threads.h"
+#include "platform/dispatch/Timers.h"
+
+#include <local/platform/Log.h>
+#include <local/platform/Mutex.h>
+
 #include <glib.h>
 
 #include <atomic>
 #include <chrono>
+#include <deque>
+#include <utility>
 
 namespace kvl::dispatch {
 namespace {
+
+using Block = DispatchQueue::Block;
 
 // How long to wait before looking again whether the thread that owns the context has let go of it.
 constexpr std::chrono::milliseconds kOwnerPause{50};
@@ -23,12 +34,70 @@ struct CountedWaiter {
   CountedWaiter& operator=(const CountedWaiter&) = delete;
 };
 
+// GLib makes the default context with its first use, and ends the process when no descriptor is
+// left for that.
+bool ensureMainContext() {
+  static std::atomic<bool> exists = false;
+  if (exists) return true;
+  if (!core::hasSpareDescriptors()) return false;
+  g_main_context_default();
+  exists = true;
+  return true;
+}
+
+// An idle source, because g_main_context_invoke would run the block at once on the main thread. An
+// exception of the block must not pass through GLib: it ends the process here.
+void attach(Block block) {
+  GSource* source = g_idle_source_new();
+  g_source_set_priority(source, G_PRIORITY_DEFAULT);
+  g_source_set_callback(
+      source,
+      [](gpointer data) noexcept -> gboolean {
+        (*static_cast<Block*>(data))();
+        return G_SOURCE_REMOVE;
+      },
+      new Block(std::move(block)),
+      [](gpointer data) noexcept { delete static_cast<Block*>(data); });
+  g_source_attach(source, nullptr);
+  g_source_unref(source);
+}
+
+// The blocks that came before there was a context.
+class EarlyBlocks {
+ public:
+  void add(Block block) {
+    const MutexLock lock(mutex_);
+    if (blocks_.empty() && ensureMainContext()) return attach(std::move(block));
+    blocks_.push_back(std::move(block));
+    if (blocks_.size() > 1) return;
+    log("the main queue waits: no descriptor is left");
+    attachLater();
+  }
+
+ private:
+  void attachLater() {
+    fireAfter(core::kUntilNextTry, [this] {
+      const MutexLock lock(mutex_);
+      if (!ensureMainContext()) return attachLater();
+      for (Block& block : std::exchange(blocks_, {})) attach(std::move(block));
+    });
+  }
+
+  Mutex mutex_;
+  std::deque<Block> blocks_ KVL_GUARDED_BY(mutex_);
+};
+
 }  // namespace
+
+void postToMainLoop(Block block) {
+  static NoDestructor<EarlyBlocks> early;
+  early->add(std::move(block));
+}
 
 void serveMainLoopUntilFree(Semaphore& semaphore) {
   const CountedWaiter counted;
   while (!semaphore.tryWait()) {
-    if (g_main_context_acquire(nullptr) != FALSE) {
+    if (ensureMainContext() && g_main_context_acquire(nullptr) != FALSE) {
       g_main_context_iteration(nullptr, TRUE);
       g_main_context_release(nullptr);
     } else if (semaphore.waitFor(kOwnerPause)) {

@@ -1,9 +1,14 @@
-// Serving the main run loop from inside a call.
+// The main run loop: GLib's default main context.
 #pragma once
 
+#include <local/platform/DispatchQueue.h>
 #include <local/platform/Semaphore.h>
 
 namespace kvl::dispatch {
+
+// Has `block` run where the context is iterated, after all blocks posted before it. From any
+// thread. While the process lacks the descriptors that the context needs to be made, blocks wait.
+void postToMainLoop(DispatchQueue::Block block);
 
 // Serves GLib's default main context on the calling thread until `semaphore` is free, and takes it;
 // a semaphore that is free at once is taken without serving anything. Sleeps while there is nothing

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/core/Observer.h"
+#include "platform/core/ProcessExit.h"
 
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Mutex.h>
@@ -30,7 +31,10 @@ class ObserverList {
     MutexLock lock(mutex_);
     std::erase_if(observers_, [](const auto& other) { return other.expired(); });
     observers_.push_back(observer);
-    queue_->async([observer, present = std::move(present)] { observer->tell(present); });
+    queue_->async([observer, present = std::move(present)] {
+      const core::ThreadWork work;
+      observer->tell(present);
+    });
     return Observation(std::move(observer));
   }
 
@@ -39,6 +43,7 @@ class ObserverList {
     for (const auto& weak : observers_) {
       if (weak.expired()) continue;
       queue_->async([weak, state] {
+        const core::ThreadWork work;
         if (const auto observer = weak.lock()) observer->tell(state);
       });
     }

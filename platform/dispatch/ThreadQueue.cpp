@@ -1,18 +1,17 @@
 #include "platform/dispatch/ThreadQueue.h"
 
-#include "platform/core/BlockedSignals.h"
-#include "platform/core/NoDestructor.h"
+#include "platform/core/ProcessExit.h"
+#include "platform/core/Threads.h"
+#include "platform/dispatch/Timers.h"
 
 #include <local/platform/Mutex.h>
 
-#include <pthread.h>
-
+#include <chrono>
 #include <cstddef>
 #include <deque>
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 
 namespace kvl {
@@ -26,12 +25,12 @@ class WaitingBlocks : public std::enable_shared_from_this<WaitingBlocks> {
  public:
   using Block = DispatchQueue::Block;
 
-  // Throws, with nothing changed, when the first block's thread cannot be started.
-  void add(const std::string& label, Block block) {
+  explicit WaitingBlocks(const std::string& label) : name_(label.substr(0, kLongestThreadName)) {}
+
+  void add(Block block) {
     const MutexLock lock(mutex_);
-    if (!started_) startThread(label.substr(0, kLongestThreadName));
-    started_ = true;
     blocks_.push_back(std::move(block));
+    if (!std::exchange(started_, true)) startThread();
     changed_.notifyOne();
   }
 
@@ -43,13 +42,19 @@ class WaitingBlocks : public std::enable_shared_from_this<WaitingBlocks> {
   }
 
  private:
-  void startThread(const std::string& name) {
-    const core::BlockedSignals inherited;
-    std::thread([self = shared_from_this(), name] {
-      pthread_setname_np(pthread_self(), name.c_str());
+  void startThread() {
+    const bool started =
+        core::startThread(name_.c_str(), [self = shared_from_this()] { self->serve(); });
+    if (started) return;
+    dispatch::fireAfter(core::kUntilNextTry, [self = shared_from_this()] { self->startThread(); });
+  }
+
+  void serve() {
+    while (auto block = takeNext()) {
+      const core::ThreadWork work;
       // What a block holds goes with it, before the next one runs.
-      while (const auto block = self->takeNext()) (*block)();
-    }).detach();
+      (*std::exchange(block, std::nullopt))();
+    }
   }
 
   // Waits for a block; nothing when there will be none.
@@ -62,6 +67,7 @@ class WaitingBlocks : public std::enable_shared_from_this<WaitingBlocks> {
     return next;
   }
 
+  const std::string name_;
   Mutex mutex_;
   Condition changed_;
   std::deque<Block> blocks_ KVL_GUARDED_BY(mutex_);
@@ -69,23 +75,16 @@ class WaitingBlocks : public std::enable_shared_from_this<WaitingBlocks> {
   bool closed_ KVL_GUARDED_BY(mutex_) = false;
 };
 
-// Where the delayed blocks of all these queues fall due. It is serial, so that none overtakes one
-// that was due before it; the blocks themselves do not run there.
-DispatchQueue& dueQueue() {
-  static const NoDestructor<std::shared_ptr<DispatchQueue>> queue(
-      DispatchQueue::serial("korvale.local.due"));
-  return **queue;
-}
-
 class ThreadQueue final : public DispatchQueue, public std::enable_shared_from_this<ThreadQueue> {
  public:
-  explicit ThreadQueue(std::string label) : label_(std::move(label)) {}
+  explicit ThreadQueue(std::string label)
+      : label_(std::move(label)), waiting_(std::make_shared<WaitingBlocks>(label_)) {}
   ~ThreadQueue() override { waiting_->close(); }
 
-  void async(Block block) override { waiting_->add(label_, std::move(block)); }
+  void async(Block block) override { waiting_->add(std::move(block)); }
 
   void asyncAfter(std::chrono::nanoseconds delay, Block block) override {
-    dueQueue().asyncAfter(delay, [self = shared_from_this(), block = std::move(block)]() mutable {
+    dispatch::fireAfter(delay, [self = shared_from_this(), block = std::move(block)]() mutable {
       self->async(std::move(block));
     });
   }
@@ -94,7 +93,7 @@ class ThreadQueue final : public DispatchQueue, public std::enable_shared_from_t
 
  private:
   const std::string label_;
-  const std::shared_ptr<WaitingBlocks> waiting_ = std::make_shared<WaitingBlocks>();
+  const std::shared_ptr<WaitingBlocks> waiting_;
 };
 
 }  // namespace

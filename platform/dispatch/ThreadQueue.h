@@ -8,11 +8,11 @@
 
 namespace kvl {
 
-// Runs one block at a time, in the order in which they were handed over, whatever the worker
-// threads do, and keeps none of them busy. The thread bears the label's first 15 characters as its
-// name, starts with the first block, waits for more without waking up, and ends, unjoined, once the
-// queue has been let go of and its last block has run. `asyncAfter` counts its delay with the
-// process's timer, which is served by the worker threads.
+// For the framework's own blocks. Runs one at a time, in the order in which they were handed over,
+// whatever the worker threads do, and keeps none of them busy. The thread bears the label's first
+// 15 characters as its name, starts with the first block, as soon as the system has a thread to
+// give, waits for more without waking up, and ends, unjoined, once the queue has been let go of and
+// its last block has run. It stands still once the process exits.
 [[nodiscard]] std::shared_ptr<DispatchQueue> threadQueue(std::string label);
 
 }  // namespace kvl

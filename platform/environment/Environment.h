@@ -2,8 +2,10 @@
 // objects, queues and limits.
 #pragma once
 
+#include "platform/dispatch/Lanes.h"
 #include "platform/ipc/ServiceConnection.h"
 #include "platform/security/KeyStore.h"
+#include "platform/urlloading/FrameworkSession.h"
 
 #include <local/platform/Date.h>
 #include <local/platform/DispatchQueue.h>
@@ -42,9 +44,11 @@ struct Environment {
   std::function<Date()> now = [] { return Date::now(); };
   std::function<std::shared_ptr<security::KeyStore>()> keyStore = security::defaultKeyStore;
   ipc::ServiceConnectionFactory serviceConnection = ipc::makeServiceConnection;
-  URLSessionFactory urlSession = URLSession::create;
+  URLSessionFactory urlSession = urlloading::createForFramework;
   QueueFactory serialQueue = DispatchQueue::serial;
   QueueFactory concurrentQueue = DispatchQueue::concurrent;
+  // For the framework's own timers, which nothing that a host does may hold up.
+  QueueFactory frameworkQueue = dispatch::laneQueue;
   // Where notaries look for identities in the key store, which may block: neither the worker
   // threads nor the reply thread wait for it. Asked for when there is something to look for.
   std::function<std::shared_ptr<DispatchQueue>()> lookupQueue = processLookupQueue;

@@ -1,6 +1,9 @@
 #include "platform/urlloading/URLSessionObject.h"
 
+#include "platform/core/ProcessExit.h"
+#include "platform/dispatch/Lanes.h"
 #include "platform/urlloading/Engine.h"
+#include "platform/urlloading/FrameworkSession.h"
 #include "platform/urlloading/LoadingErrors.h"
 #include "platform/urlloading/RequestCheck.h"
 
@@ -46,11 +49,19 @@ std::uint64_t nextIdentifier() {
 
 }  // namespace
 
+std::shared_ptr<URLSession> createForFramework(URLSessionConfiguration configuration,
+                                               std::weak_ptr<URLSessionDelegate> delegate) {
+  return std::make_shared<URLSessionObject>(std::move(configuration), std::move(delegate),
+                                            dispatch::laneQueue(kQueueLabel));
+}
+
 URLSessionObject::URLSessionObject(URLSessionConfiguration configuration,
-                                   std::weak_ptr<URLSessionDelegate> delegate)
+                                   std::weak_ptr<URLSessionDelegate> delegate,
+                                   std::shared_ptr<DispatchQueue> challengeQueue)
     : configuration_(std::move(configuration)),
       delegate_(std::move(delegate)),
       queue_(DispatchQueue::serial(kQueueLabel)),
+      challengeQueue_(challengeQueue ? std::move(challengeQueue) : queue_),
       engine_(std::make_shared<Engine>(configuration_)) {}
 
 URLSessionObject::~URLSessionObject() {
@@ -173,6 +184,7 @@ void DataTaskObject::deliver(Data data) {
   window_.add(data.size());
   auto& queue = held->queue();
   queue.async([self = shared_from_this(), held = std::move(held), data = std::move(data)] {
+    const core::ThreadWork work;
     self->handOver(*held, data);
   });
 }
@@ -189,6 +201,7 @@ void DataTaskObject::complete(TaskOutcome outcome) {
   const auto held = session();
   if (!held) return;
   held->queue().async([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
+    const core::ThreadWork work;
     self->finish(std::move(outcome));
   });
 }
@@ -235,12 +248,14 @@ ChallengeAnswer DataTaskObject::ask(ProtectionSpace space,
   const auto held = session();
   const auto gate = std::make_shared<ChallengeGate>(std::move(trust));
   if (!held || !openGate(gate)) return {};
-  held->queue().async([held, handler = gate->handler(), challenge = Challenge{std::move(space)}] {
-    if (const auto delegate = held->delegate())
-      delegate->didReceiveChallenge(*held, challenge, handler);
-    else
-      handler(ChallengeDisposition::rejectProtectionSpace, nullptr);
-  });
+  held->challengeQueue().async(
+      [held, handler = gate->handler(), challenge = Challenge{std::move(space)}] {
+        const core::ThreadWork work;
+        if (const auto delegate = held->delegate())
+          delegate->didReceiveChallenge(*held, challenge, handler);
+        else
+          handler(ChallengeDisposition::rejectProtectionSpace, nullptr);
+      });
   ChallengeAnswer answer = gate->wait(deadline);
   const MutexLock lock(mutex_);
   gate_.reset();

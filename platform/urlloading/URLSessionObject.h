@@ -24,8 +24,10 @@ class Engine;
 class URLSessionObject final : public URLSession,
                                public std::enable_shared_from_this<URLSessionObject> {
  public:
+  // Challenges are put to the delegate on `challengeQueue`: null for the one of all other calls.
   URLSessionObject(URLSessionConfiguration configuration,
-                   std::weak_ptr<URLSessionDelegate> delegate);
+                   std::weak_ptr<URLSessionDelegate> delegate,
+                   std::shared_ptr<DispatchQueue> challengeQueue = nullptr);
   ~URLSessionObject() override;
 
   std::shared_ptr<DataTask> dataTask(const URLRequest& request) override;
@@ -38,12 +40,14 @@ class URLSessionObject final : public URLSession,
 
   [[nodiscard]] Engine& engine() noexcept { return *engine_; }
   [[nodiscard]] DispatchQueue& queue() noexcept { return *queue_; }
+  [[nodiscard]] DispatchQueue& challengeQueue() noexcept { return *challengeQueue_; }
   [[nodiscard]] std::shared_ptr<URLSessionDelegate> delegate() const { return delegate_.lock(); }
 
  private:
   const URLSessionConfiguration configuration_;
   const std::weak_ptr<URLSessionDelegate> delegate_;
   const std::shared_ptr<DispatchQueue> queue_;
+  const std::shared_ptr<DispatchQueue> challengeQueue_;
   const std::shared_ptr<Engine> engine_;
 };
 

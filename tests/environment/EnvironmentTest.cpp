@@ -19,6 +19,7 @@ TEST(EnvironmentTest, TheProcessesOwnHasTheRealParts) {
   EXPECT_NE(dynamic_cast<kvl::ipc::CallConnection*>(connection.get()), nullptr);
   EXPECT_EQ(own.serialQueue("s")->label(), "s");
   EXPECT_EQ(own.concurrentQueue("c")->label(), "c");
+  EXPECT_EQ(own.frameworkQueue("f")->label(), "f");
   EXPECT_EQ(own.lookupQueue()->label(), "korvale.lookup");
   EXPECT_EQ(own.lookupQueue(), Environment().lookupQueue());
   EXPECT_NE(own.urlSession({}, {}), nullptr);

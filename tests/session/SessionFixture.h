@@ -70,6 +70,7 @@ class SessionFixture : public testing::Test {
     auto environment = std::make_shared<kvl::Environment>();
     environment->now = [queue = queue] { return queue->wallTime(); };
     environment->concurrentQueue = [queue = queue](const std::string&) { return queue; };
+    environment->frameworkQueue = environment->concurrentQueue;
     environment->urlSession = [](auto&&...) { return std::make_shared<FakeURLSession>(); };
     return environment;
   }

@@ -15,6 +15,17 @@ namespace kvl {
 /// Runs blocks. A queue that somebody holds or that has blocks left to run stays alive; letting go
 /// of the last reference never waits and never drops a block.
 ///
+/// Blocks may wait, for another block too: while some of the process's worker threads sleep in
+/// theirs, further threads start, up to 512 in all, and end when they have been idle for some
+/// seconds. The framework's own timers and answers need none of them. When the system has no thread
+/// to give, blocks wait for those there are, and for the next attempt.
+///
+/// An exception that leaves a block ends the process. Handing a block over throws nothing but
+/// `std::bad_alloc`.
+///
+/// While the process exits, blocks go on running until it is gone; the framework delivers nothing
+/// any more.
+///
 /// Abstract, so that a host or a test can supply a queue of its own.
 class KVL_EXPORT DispatchQueue {
  public:
