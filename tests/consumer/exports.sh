@@ -7,7 +7,8 @@ library=$1 prefixes=$2
 shift 2
 
 exported=$(nm --dynamic --defined-only --demangle "$library" | cut -d ' ' -f 3-)
-own="^((typeinfo( name)?|vtable|VTT|guard variable|non-virtual thunk) (for|to) )?($prefixes)"
+# Of an instance of a template the name begins with the result.
+own="^(std::optional<kvl::[A-Za-z]+> )?((typeinfo( name)?|vtable|VTT|guard variable|non-virtual thunk) (for|to) )?($prefixes)"
 foreign=$(grep -vE "$own" <<<"$exported" || true)
 if [ -n "$foreign" ]; then
   printf 'exported, but not the framework'\''s own:\n%s\n' "$foreign"
