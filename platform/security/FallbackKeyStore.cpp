@@ -16,6 +16,18 @@ bool isAnswer(Status status) {
   return status == kSuccess || status == errSecItemNotFound || status == errSecParam;
 }
 
+// What one store said to a question.
+struct Answer {
+  Status status = errSecNotAvailable;
+  bool isOverdue = false;  // it used up its time
+
+  // The store may still hold what it was asked to delete. One that is not there at all holds
+  // nothing.
+  [[nodiscard]] bool isFailure() const {
+    return isOverdue || (!isAnswer(status) && status != errSecNotAvailable);
+  }
+};
+
 // A store that has others after it leaves them a quarter of the time that remains.
 Deadline shareOf(Deadline deadline, Clock::time_point now, bool isLast) {
   return isLast ? deadline : now + (deadline - now) / 4 * 3;
@@ -31,8 +43,9 @@ class FallbackKeyStore final : public KeyStore {
   Status add(const StoredKey& key, Deadline deadline) override {
     Status status = errSecNotAvailable;
     for (std::size_t i = 0; i < stores_.size(); ++i) {
-      const Status answer =
-          ask(i, deadline, [&](KeyStore& store, Deadline share) { return store.add(key, share); });
+      const Status answer = ask(i, deadline, [&](KeyStore& store, Deadline share) {
+                              return store.add(key, share);
+                            }).status;
       if (answer == kSuccess) noteChoice(i);
       if (isAnswer(answer)) return answer;
       status = answer;
@@ -44,43 +57,49 @@ class FallbackKeyStore final : public KeyStore {
   Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
               Deadline deadline) override {
     std::vector<StoredKey> all;
-    const Status status = askAll(deadline, [&](KeyStore& store, Deadline share) {
-      std::vector<StoredKey> found;
-      const Status answer = store.find(tag, found, share);
-      if (answer == kSuccess) std::ranges::move(found, std::back_inserter(all));
-      return answer;
-    });
-    if (status == kSuccess) keys = std::move(all);
-    return status;
-  }
-
-  Status remove(std::string_view tag, std::optional<Key::Class> keyClass,
-                Deadline deadline) override {
-    return askAll(deadline, [&](KeyStore& store, Deadline share) {
-      return store.remove(tag, keyClass, share);
-    });
-  }
-
- private:
-  // The best answer: one success is success, one answer of any kind is an answer.
-  template <class Question>
-  Status askAll(Deadline deadline, Question question) {
     Status best = errSecNotAvailable;
     for (std::size_t i = 0; i < stores_.size(); ++i) {
-      const Status answer = ask(i, deadline, question);
-      if (best != kSuccess && isAnswer(answer)) best = answer;
+      std::vector<StoredKey> found;
+      const Answer answer = ask(i, deadline, [&](KeyStore& store, Deadline share) {
+        return store.find(tag, found, share);
+      });
+      best = better(best, answer.status);
+      std::ranges::move(found, std::back_inserter(all));
     }
+    if (best == kSuccess) keys = std::move(all);
     return best;
   }
 
+  // No store's failure is hidden by what the others say.
+  Status remove(std::string_view tag, std::optional<Key::Class> keyClass,
+                Deadline deadline) override {
+    Status best = errSecNotAvailable;
+    std::optional<Status> failure;
+    for (std::size_t i = 0; i < stores_.size(); ++i) {
+      const Answer answer = ask(i, deadline, [&](KeyStore& store, Deadline share) {
+        return store.remove(tag, keyClass, share);
+      });
+      if (answer.isFailure() && !failure) failure = answer.status;
+      best = better(best, answer.status);
+    }
+    return failure.value_or(best);
+  }
+
+ private:
+  // One success is success, one answer of any kind is an answer.
+  static Status better(Status best, Status next) {
+    return best != kSuccess && isAnswer(next) ? next : best;
+  }
+
   template <class Question>
-  Status ask(std::size_t index, Deadline deadline, Question question) {
+  Answer ask(std::size_t index, Deadline deadline, Question question) {
     const Clock::time_point start = Clock::now();
-    if (isPaused(index, start)) return errSecNotAvailable;
+    if (isPaused(index, start)) return {};
     const Deadline share = shareOf(deadline, start, index + 1 == stores_.size());
-    const Status answer = question(*stores_[index], share);
-    if (answer == errSecNotAvailable && Clock::now() >= share) pause(index);
-    return answer;
+    const Status status = question(*stores_[index], share);
+    const bool isOverdue = status == errSecNotAvailable && Clock::now() >= share;
+    if (isOverdue) pause(index);
+    return {status, isOverdue};
   }
 
   bool isPaused(std::size_t index, Clock::time_point now) {

@@ -11,6 +11,7 @@ struct GLibDeleter {
   void operator()(GError* error) const noexcept { g_error_free(error); }
   void operator()(GHashTable* table) const noexcept { g_hash_table_unref(table); }
   void operator()(GMainContext* context) const noexcept { g_main_context_unref(context); }
+  void operator()(GVariant* value) const noexcept { g_variant_unref(value); }
   void operator()(char* text) const noexcept { g_free(text); }
 };
 template <class T>

@@ -36,6 +36,10 @@ Serial userKeyring() noexcept {
   return KEY_SPEC_USER_KEYRING;
 }
 
+Serial threadKeyring() noexcept {
+  return KEY_SPEC_THREAD_KEYRING;
+}
+
 int makeRing(const std::string& description, Serial parent, Serial& ring) {
   return makeEntry("keyring", description, {}, parent, ring);
 }
@@ -91,10 +95,22 @@ std::optional<WipedBytes> read(Serial key) {
   }
 }
 
+int link(Serial key, Serial parent) {
+  return keyctl_link(key, parent) < 0 ? errno : 0;
+}
+
+int unlink(Serial key, Serial parent) {
+  return keyctl_unlink(key, parent) < 0 ? errno : 0;
+}
+
+void revoke(Serial key) noexcept {
+  keyctl_revoke(key);
+}
+
 int destroy(Serial key, Serial parent) {
   // In this order nobody finds a keyring that can no longer take keys.
-  if (keyctl_unlink(key, parent) < 0) return errno;
-  keyctl_revoke(key);
+  if (const int error = unlink(key, parent)) return error;
+  revoke(key);
   return 0;
 }
 

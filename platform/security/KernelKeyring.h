@@ -15,8 +15,9 @@ namespace kvl::security::kernel {
 // A key or keyring.
 using Serial = std::int32_t;
 
-// The keyring that all processes of this user share.
+// The keyring that all processes of this user share, and the calling thread's own.
 [[nodiscard]] Serial userKeyring() noexcept;
+[[nodiscard]] Serial threadKeyring() noexcept;
 
 struct Description {
   std::string type;    // "keyring" or "user"
@@ -42,8 +43,14 @@ struct Description {
 [[nodiscard]] std::optional<Description> describe(Serial key);
 [[nodiscard]] std::optional<WipedBytes> read(Serial key);
 
-// Takes it out of `parent` and makes it unusable for whoever still holds it; the kernel wipes a
-// key's payload then.
+// What is in no keyring any more goes, unless a thread's own keyring holds it for a while.
+[[nodiscard]] int link(Serial key, Serial parent);
+[[nodiscard]] int unlink(Serial key, Serial parent);
+
+// Makes it unusable for whoever still holds it; the kernel wipes a key's payload then.
+void revoke(Serial key) noexcept;
+
+// Takes it out of `parent` and revokes it.
 [[nodiscard]] int destroy(Serial key, Serial parent);
 
 }  // namespace kvl::security::kernel

@@ -1,6 +1,7 @@
 #include "platform/security/KernelKeyring.h"
 #include "platform/security/KeyPayload.h"
 #include "platform/security/KeyStore.h"
+#include "platform/security/ProcessMarks.h"
 
 #include <local/platform/Mutex.h>
 
@@ -24,17 +25,28 @@ std::string ringName(std::string_view tag) {
   return std::string(kRingPrefix) + std::string(tag);
 }
 
-// Keys in one ring must differ in description, or the later would replace the earlier.
+// Keys in one ring must differ in description, or the later would replace the earlier. Behind a
+// random part stands who made the key: that can be read without the key.
+constexpr std::string_view kKeyPrefix = "key-";
+constexpr std::size_t kRandomBytes = 16;
+
 std::string uniqueName() {
   constexpr std::string_view kDigits = "0123456789abcdef";
-  std::array<unsigned char, 16> random{};
+  std::array<unsigned char, kRandomBytes> random{};
   RAND_bytes(random.data(), static_cast<int>(random.size()));
-  std::string name = "key-";
+  std::string name(kKeyPrefix);
   for (const unsigned char byte : random) {
     name.push_back(kDigits[byte >> 4]);
     name.push_back(kDigits[byte & 15]);
   }
+  if (const std::optional<std::string> maker = ProcessMarks().own()) name += "-" + *maker;
   return name;
+}
+
+// Empty when it is not told.
+std::string_view makerIn(std::string_view name) {
+  constexpr std::size_t kStart = kKeyPrefix.size() + 2 * kRandomBytes + 1;
+  return name.starts_with(kKeyPrefix) && name.size() > kStart ? name.substr(kStart) : "";
 }
 
 // Whether the key or ring was not there, or another process removed it meanwhile.
@@ -42,6 +54,7 @@ bool isGone(int error) {
   return error == ENOKEY || error == EKEYREVOKED || error == EKEYEXPIRED || error == ENOENT;
 }
 
+// Of the user keyring: whoever may not use it has no such store.
 Status statusOf(int error) {
   if (error == 0) return kSuccess;
   if (isGone(error)) return errSecItemNotFound;
@@ -110,19 +123,64 @@ bool isOfClass(Serial entry, Key::Class keyClass) {
   return key && key->keyClass == keyClass;
 }
 
-// Destroys what matches; what nobody can read goes with the whole ring.
-Status removeFrom(Serial ring, std::optional<Key::Class> keyClass) {
-  std::vector<Serial> entries;
-  if (const int error = kernel::list(ring, entries)) return statusOf(error);
-  std::size_t removed = 0;
-  for (const Serial entry : entries)
-    if ((!keyClass || isOfClass(entry, *keyClass)) && kernel::destroy(entry, ring) == 0) ++removed;
-  if (removed == entries.size()) {
-    const int error = kernel::destroy(ring, kernel::userKeyring());
-    if (error != 0 && !isGone(error)) return errSecNotAvailable;
+// Of a ring that is there.
+Status failureOf(int error) {
+  return isGone(error) ? errSecItemNotFound : errSecInternalComponent;
+}
+
+// Another process may be putting a key into the ring: what is found there once nobody can find the
+// ring any more moves to the ring that takes its place.
+void removeEmptyRing(const std::string& name, Serial ring) {
+  if (kernel::link(ring, kernel::threadKeyring()) != 0) return;
+  std::vector<Serial> late;
+  if (kernel::unlink(ring, kernel::userKeyring()) == 0 && kernel::list(ring, late) == 0) {
+    Serial current = 0;
+    for (const Serial entry : late)
+      if (findOrMakeRing(name, current) == 0) (void)kernel::link(entry, current);
+    kernel::revoke(ring);
   }
-  if (removed == 0) return errSecItemNotFound;
-  return kSuccess;
+  (void)kernel::unlink(ring, kernel::threadKeyring());
+}
+
+// Destroys what matches, what nobody can read included unless a class is given. Goes on after a
+// failure.
+Status removeFrom(const std::string& name, Serial ring, std::optional<Key::Class> keyClass) {
+  std::vector<Serial> entries;
+  if (const int error = kernel::list(ring, entries)) return failureOf(error);
+  Status result = errSecItemNotFound;
+  int failure = 0;
+  bool isEmpty = true;
+  for (const Serial entry : entries) {
+    const bool matches = !keyClass || isOfClass(entry, *keyClass);
+    const int error = matches ? kernel::destroy(entry, ring) : 0;
+    if (matches && error == 0) result = kSuccess;
+    if (error != 0 && !isGone(error)) failure = error;
+    if (!matches || failure != 0) isEmpty = false;
+  }
+  if (isEmpty) removeEmptyRing(name, ring);
+  return failure == 0 ? result : failureOf(failure);
+}
+
+void removeLeftOversIn(Serial ring, const ProcessMarks& marks) {
+  std::vector<Serial> entries;
+  const std::optional<kernel::Description> itself = kernel::describe(ring);
+  if (!itself || kernel::list(ring, entries) != 0) return;
+  std::size_t left = entries.size();
+  for (const Serial entry : entries) {
+    const std::optional<kernel::Description> key = kernel::describe(entry);
+    const bool isLeftOver = key && marks.isOfEndedProcess(makerIn(key->text));
+    if (isLeftOver && kernel::destroy(entry, ring) == 0) --left;
+  }
+  if (left == 0) removeEmptyRing(itself->text, ring);
+}
+
+// The keyring is small, so what programs left behind that ended without deleting it makes way for
+// others.
+void removeLeftOvers() {
+  std::vector<Serial> rings;
+  if (findRings(std::nullopt, rings) != 0) return;
+  const ProcessMarks marks;
+  for (const Serial ring : rings) removeLeftOversIn(ring, marks);
 }
 
 // The system calls never wait, so the deadlines play no part.
@@ -133,6 +191,7 @@ class KernelKeyringKeyStore final : public KeyStore {
   Status add(const StoredKey& key, Deadline) override {
     if (const Status status = checkStorable(key); status != kSuccess) return status;
     const MutexLock lock(mutex_);
+    removeLeftOvers();
     const Status status = statusOf(addPayload(ringName(key.tag), encodePayload(key)));
     if (status == errSecItemNotFound) return errSecNotAvailable;
     return status;
@@ -155,8 +214,9 @@ class KernelKeyringKeyStore final : public KeyStore {
     if (!isUsableTag(tag)) return errSecItemNotFound;
     const MutexLock lock(mutex_);
     Serial ring = 0;
-    const int error = kernel::findRing(ringName(tag), kernel::userKeyring(), ring);
-    return error == 0 ? removeFrom(ring, keyClass) : statusOf(error);
+    const std::string name = ringName(tag);
+    const int error = kernel::findRing(name, kernel::userKeyring(), ring);
+    return error == 0 ? removeFrom(name, ring, keyClass) : statusOf(error);
   }
 
  private:

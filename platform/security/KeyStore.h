@@ -42,7 +42,9 @@ inline constexpr std::size_t kMaximumKeySize = 16384;
 using Deadline = std::chrono::steady_clock::time_point;
 
 // Thread-safe. Every call returns by its deadline, with errSecNotAvailable when the store did not
-// answer in time or cannot be reached at all. Nothing of a key is ever logged.
+// answer in time, is not there or cannot take part. A store that is there and fails answers
+// errSecInteractionNotAllowed when it is locked, else errSecInternalComponent. Nobody is ever asked
+// to unlock or allow anything. Nothing of a key is ever logged.
 class KeyStore {
  public:
   virtual ~KeyStore() = default;
@@ -56,6 +58,7 @@ class KeyStore {
   [[nodiscard]] virtual Status find(std::optional<std::string_view> tag,
                                     std::vector<StoredKey>& keys, Deadline deadline) = 0;
   // Deletes the keys of the tag, narrowed to one class when given. errSecItemNotFound: none there.
+  // A failure may have left any of them.
   [[nodiscard]] virtual Status remove(std::string_view tag, std::optional<Key::Class> keyClass,
                                       Deadline deadline) = 0;
 };
@@ -69,8 +72,10 @@ inline constexpr std::chrono::seconds kHungStorePause{60};
 
 // Keeps keys in the first of `stores` that takes them; the choice is logged when it is not the
 // first store, and again whenever it changes. Finding and removing reach all stores that are
-// available, since keys are spread when one was away for a while. The call's deadline is shared by
-// all stores: one that hangs uses up at most three quarters of the time that is left.
+// available, since keys are spread when one was away for a while. Removing fails when it failed, or
+// found no end in time, in any of them; a store that is not there or left alone counts as empty.
+// The call's deadline is shared by all stores: one that hangs uses up at most three quarters of the
+// time that is left.
 [[nodiscard]] std::shared_ptr<KeyStore> makeFallbackKeyStore(
     std::vector<std::shared_ptr<KeyStore>> stores,
     std::chrono::milliseconds pause = kHungStorePause);

@@ -7,15 +7,13 @@
 namespace kvl::security {
 namespace {
 
-constexpr auto kLabelProperty = "org.freedesktop.Secret.Item.Label";
-constexpr auto kAttributesProperty = "org.freedesktop.Secret.Item.Attributes";
-
 constexpr auto kSchemaName = "korvale.vandrel.local.key";
 constexpr auto kSchemaAttribute = "xdg:schema";
 constexpr auto kTagAttribute = "tag";
 constexpr auto kClassAttribute = "class";
 constexpr auto kCommentAttribute = "comment";
 constexpr auto kDescriptionAttribute = "description";
+constexpr auto kMakerAttribute = "maker";
 
 constexpr auto kPrivateClass = "private";
 constexpr auto kPublicClass = "public";
@@ -26,22 +24,26 @@ const char* classText(Key::Class keyClass) {
   return keyClass == Key::Class::privateKey ? kPrivateClass : kPublicClass;
 }
 
-GVariant* attributesVariant(const StoredKey& key) {
+// A null value counts as absent.
+void add(GVariantBuilder& attributes, const char* name, const char* value) {
+  if (value != nullptr) g_variant_builder_add(&attributes, "{ss}", name, value);
+}
+
+GVariant* attributesOf(const StoredKey& key, const std::optional<std::string>& maker) {
   GVariantBuilder builder;
   g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
-  const std::pair<const char*, const char*> attributes[] = {
-      {kSchemaAttribute, kSchemaName},
-      {kTagAttribute, key.tag.c_str()},
-      {kClassAttribute, classText(key.keyClass)},
-      {kCommentAttribute, key.comment.c_str()},
-      {kDescriptionAttribute, key.description.c_str()}};
-  for (const auto& [name, value] : attributes) g_variant_builder_add(&builder, "{ss}", name, value);
+  add(builder, kSchemaAttribute, kSchemaName);
+  add(builder, kTagAttribute, key.tag.c_str());
+  add(builder, kClassAttribute, classText(key.keyClass));
+  add(builder, kCommentAttribute, key.comment.c_str());
+  add(builder, kDescriptionAttribute, key.description.c_str());
+  add(builder, kMakerAttribute, maker ? maker->c_str() : nullptr);
   return g_variant_builder_end(&builder);
 }
 
-std::string attribute(GHashTable* attributes, const char* name) {
-  const auto* value = static_cast<const char*>(g_hash_table_lookup(attributes, name));
-  return value == nullptr ? std::string() : value;
+std::string attribute(GVariant* attributes, const char* name) {
+  const char* value = nullptr;
+  return g_variant_lookup(attributes, name, "&s", &value) != FALSE ? value : std::string();
 }
 
 // A copy of key bytes that knows its size, so that whoever frees it last can wipe it.
@@ -65,41 +67,24 @@ class SizedBlock {
 
 }  // namespace
 
-const SecretSchema& itemSchema() {
-  static const SecretSchema schema = [] {
-    SecretSchema made{};
-    made.name = kSchemaName;
-    made.flags = SECRET_SCHEMA_NONE;
-    std::size_t next = 0;
-    for (const char* name :
-         {kTagAttribute, kClassAttribute, kCommentAttribute, kDescriptionAttribute})
-      made.attributes[next++] = {name, SECRET_SCHEMA_ATTRIBUTE_STRING};
-    return made;
-  }();
-  return schema;
+GLibPtr<GVariant> matchingAttributes(std::optional<std::string_view> tag,
+                                     std::optional<Key::Class> keyClass) {
+  GVariantBuilder builder;
+  g_variant_builder_init(&builder, G_VARIANT_TYPE("a{ss}"));
+  add(builder, kSchemaAttribute, kSchemaName);
+  if (tag) add(builder, kTagAttribute, std::string(*tag).c_str());
+  if (keyClass) add(builder, kClassAttribute, classText(*keyClass));
+  return GLibPtr<GVariant>(g_variant_ref_sink(g_variant_builder_end(&builder)));
 }
 
-GLibPtr<GHashTable> matchingAttributes(std::optional<std::string_view> tag,
-                                       std::optional<Key::Class> keyClass) {
-  GLibPtr<GHashTable> attributes(g_hash_table_new_full(g_str_hash, g_str_equal, nullptr, g_free));
-  const auto set = [&](const char* name, std::string_view value) {
-    g_hash_table_replace(attributes.get(), const_cast<char*>(name),
-                         g_strndup(value.data(), value.size()));
-  };
-  if (tag) set(kTagAttribute, *tag);
-  if (keyClass) set(kClassAttribute, classText(*keyClass));
-  return attributes;
-}
-
-GLibPtr<GHashTable> itemProperties(const StoredKey& key) {
-  const auto release = [](gpointer variant) { g_variant_unref(static_cast<GVariant*>(variant)); };
-  GLibPtr<GHashTable> properties(g_hash_table_new_full(g_str_hash, g_str_equal, nullptr, release));
-  const auto set = [&](const char* name, GVariant* value) {
-    g_hash_table_replace(properties.get(), const_cast<char*>(name), g_variant_ref_sink(value));
-  };
-  set(kLabelProperty, g_variant_new_string(key.label.c_str()));
-  set(kAttributesProperty, attributesVariant(key));
-  return properties;
+GLibPtr<GVariant> itemProperties(const StoredKey& key, const std::optional<std::string>& maker) {
+  GVariantBuilder builder;
+  g_variant_builder_init(&builder, G_VARIANT_TYPE("a{sv}"));
+  g_variant_builder_add(&builder, "{sv}", "org.freedesktop.Secret.Item.Label",
+                        g_variant_new_string(key.label.c_str()));
+  g_variant_builder_add(&builder, "{sv}", "org.freedesktop.Secret.Item.Attributes",
+                        attributesOf(key, maker));
+  return GLibPtr<GVariant>(g_variant_ref_sink(g_variant_builder_end(&builder)));
 }
 
 ValuePtr itemValue(const StoredKey& key) {
@@ -109,23 +94,28 @@ ValuePtr itemValue(const StoredKey& key) {
                             isPrivate ? kPrivateContent : kPublicContent, &SizedBlock::destroy));
 }
 
-std::optional<StoredKey> keyOfItem(SecretItem* item) {
-  const ValuePtr value(secret_item_get_secret(item));
-  const GLibPtr<GHashTable> attributes(secret_item_get_attributes(item));
-  const GLibPtr<char> label(secret_item_get_label(item));
-  if (!value || !attributes) return std::nullopt;
+std::optional<StoredKey> keyOfItem(GVariant* properties, SecretValue* value) {
+  const GLibPtr<GVariant> attributes(
+      g_variant_lookup_value(properties, "Attributes", G_VARIANT_TYPE("a{ss}")));
+  const char* label = nullptr;
+  g_variant_lookup(properties, "Label", "&s", &label);
+  if (!attributes) return std::nullopt;
   const std::string keyClass = attribute(attributes.get(), kClassAttribute);
   if (keyClass != kPrivateClass && keyClass != kPublicClass) return std::nullopt;
   gsize size = 0;
-  const char* bytes = secret_value_get(value.get(), &size);
+  const char* bytes = secret_value_get(value, &size);
   StoredKey key{attribute(attributes.get(), kTagAttribute),
                 keyClass == kPrivateClass ? Key::Class::privateKey : Key::Class::publicKey,
-                label ? label.get() : "",
+                label == nullptr ? "" : label,
                 attribute(attributes.get(), kCommentAttribute),
                 attribute(attributes.get(), kDescriptionAttribute),
                 WipedBytes(bytes, bytes + size)};
   if (checkStorable(key) != kSuccess) return std::nullopt;
   return key;
+}
+
+std::string makerOfItem(GVariant* attributes) {
+  return attribute(attributes, kMakerAttribute);
 }
 
 }  // namespace kvl::security

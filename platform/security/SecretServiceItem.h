@@ -13,20 +13,24 @@ struct ValueDeleter {
 };
 using ValuePtr = std::unique_ptr<SecretValue, ValueDeleter>;
 
-// What all items of this framework have in common.
-[[nodiscard]] const SecretSchema& itemSchema();
+// The attributes (a{ss}) that all items of this framework have, or those of `tag` and `keyClass`
+// when given.
+[[nodiscard]] GLibPtr<GVariant> matchingAttributes(std::optional<std::string_view> tag,
+                                                   std::optional<Key::Class> keyClass);
 
-// The attributes (texts by text) that the keys of `tag` and `keyClass` have, each if given.
-[[nodiscard]] GLibPtr<GHashTable> matchingAttributes(std::optional<std::string_view> tag,
-                                                     std::optional<Key::Class> keyClass);
-
-// The item's D-Bus properties (variants by name): its label and all its attributes.
-[[nodiscard]] GLibPtr<GHashTable> itemProperties(const StoredKey& key);
+// What an item is made of (a{sv}): its label and all its attributes, among them, if given, the mark
+// of the process that makes it.
+[[nodiscard]] GLibPtr<GVariant> itemProperties(const StoredKey& key,
+                                               const std::optional<std::string>& maker);
 
 // The key's encoding; the copy is wiped with the last reference.
 [[nodiscard]] ValuePtr itemValue(const StoredKey& key);
 
-// Absent for an item without a secret, and for what others filed under the schema in another shape.
-[[nodiscard]] std::optional<StoredKey> keyOfItem(SecretItem* item);
+// From an item's properties (a{sv}) and secret. Absent for what others filed among this framework's
+// items in another shape.
+[[nodiscard]] std::optional<StoredKey> keyOfItem(GVariant* properties, SecretValue* value);
+
+// The mark among an item's attributes (a{ss}), empty when there is none.
+[[nodiscard]] std::string makerOfItem(GVariant* attributes);
 
 }  // namespace kvl::security

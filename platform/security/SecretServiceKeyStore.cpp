@@ -6,9 +6,16 @@
 #include "platform/security/DeadlineWorker.h"
 #include "platform/security/GLibPointers.h"
 #include "platform/security/KeyStore.h"
+#include "platform/security/ProcessMarks.h"
 #include "platform/security/SecretServiceItem.h"
 
+#include <local/platform/Mutex.h>
+
 #include <libsecret/secret.h>
+
+#include <algorithm>
+#include <atomic>
+#include <span>
 
 namespace kvl::security {
 namespace {
@@ -54,9 +61,35 @@ ObjectPtr<SecretService> openSecretService(GDBusConnection* connection, GCancell
                      SECRET_SERVICE_OPEN_SESSION, nullptr)));
 }
 
+constexpr auto kBusName = "org.freedesktop.secrets";
+constexpr auto kServicePath = "/org/freedesktop/secrets";
+constexpr auto kServiceInterface = "org.freedesktop.Secret.Service";
+constexpr auto kCollectionInterface = "org.freedesktop.Secret.Collection";
+constexpr auto kItemInterface = "org.freedesktop.Secret.Item";
+constexpr auto kPromptInterface = "org.freedesktop.Secret.Prompt";
+constexpr auto kPropertiesInterface = "org.freedesktop.DBus.Properties";
+// The path that stands for none.
+constexpr std::string_view kNoPath = "/";
+
+// Errors that say, before the service has answered anything, that there is none for this process.
+constexpr std::string_view kAbsenceErrors[] = {
+    "org.freedesktop.DBus.Error.ServiceUnknown",   "org.freedesktop.DBus.Error.NameHasNoOwner",
+    "org.freedesktop.DBus.Error.NoServer",         "org.freedesktop.DBus.Error.Disconnected",
+    "org.freedesktop.DBus.Error.AccessDenied",     "org.freedesktop.DBus.Error.UnknownObject",
+    "org.freedesktop.DBus.Error.UnknownInterface", "org.freedesktop.DBus.Error.UnknownMethod"};
+constexpr std::string_view kActivationErrors = "org.freedesktop.DBus.Error.Spawn.";
+// Errors that say that another process removed the item.
+constexpr std::string_view kVanishedErrors[] = {"org.freedesktop.Secret.Error.NoSuchObject",
+                                                "org.freedesktop.DBus.Error.UnknownObject",
+                                                "org.freedesktop.DBus.Error.UnknownMethod"};
+constexpr std::string_view kLockedError = "org.freedesktop.Secret.Error.IsLocked";
+
 // One visit: a connection that is used for one operation on the key store and closed with it. So a
 // service or bus that went away in between does no harm, and no signals have to be taken in while
 // nothing happens.
+//
+// Nothing is made that would ask the user, and nobody is ever asked: what the service wants to ask
+// about counts as locked.
 class SecretServiceSession {
  public:
   // `cancellable` is borrowed and ends every call that follows.
@@ -65,48 +98,45 @@ class SecretServiceSession {
   SecretServiceSession(const SecretServiceSession&) = delete;
   SecretServiceSession& operator=(const SecretServiceSession&) = delete;
 
-  // First of all. errSecNotAvailable: no bus, nobody who owns or can be activated for the name.
+  // First of all. errSecNotAvailable: no bus. So answers every operation when nobody owns the name
+  // or can be activated for it.
   [[nodiscard]] Status open();
+  // errSecNotAvailable also without a session collection or without encryption.
   [[nodiscard]] Status add(const StoredKey& key);
   // Adds what it finds to `keys`.
   [[nodiscard]] Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys);
+  // Goes on after a failure, which it then tells.
   [[nodiscard]] Status remove(std::string_view tag, std::optional<Key::Class> keyClass);
+  // Deletes, whatever their tag, the keys of processes that ended without deleting them.
+  void removeLeftOvers();
 
  private:
-  struct StringsDeleter {
-    void operator()(char** texts) const noexcept { g_strfreev(texts); }
-  };
-  using Paths = std::unique_ptr<char*, StringsDeleter>;
+  using Variant = GLibPtr<GVariant>;
 
-  [[nodiscard]] GLibPtr<char> collectionPath();
-  [[nodiscard]] bool search(GHashTable* attributes, std::vector<std::string>& paths);
-  [[nodiscard]] bool unlock(const char* path);
-  [[nodiscard]] ObjectPtr<SecretItem> loadItem(const char* path);
-  [[nodiscard]] bool removeItem(const char* path);
-  [[nodiscard]] bool isVanished() const;
-  [[nodiscard]] bool isLocked() const;
+  [[nodiscard]] Variant call(const char* path, const char* interface, const char* method,
+                             GVariant* arguments, const char* replyType);
+  [[nodiscard]] Variant search(GVariant* attributes);
+  [[nodiscard]] Status unlock(const char* path);
+  template <class Attempt>
+  [[nodiscard]] Variant unlocking(const char* path, Attempt attempt);
+  [[nodiscard]] Status decline(GVariant* reply, gsize promptIndex);
+  [[nodiscard]] Status openTransport();
+  [[nodiscard]] Variant secretOf(const char* path);
+  [[nodiscard]] Status load(const char* path, std::vector<StoredKey>& keys);
+  [[nodiscard]] Status removeItem(const char* path);
+  [[nodiscard]] std::string makerOf(const char* path);
+  [[nodiscard]] bool failedWith(std::span<const std::string_view> errors) const;
+  [[nodiscard]] bool isLocked() const { return wantsToAsk_ || failedWith({&kLockedError, 1}); }
+  [[nodiscard]] bool isVanished() const { return failedWith(kVanishedErrors); }
   [[nodiscard]] Status status() const;
 
   GCancellable* const cancellable_;
   ErrorSlot error_;
+  bool hasAnswered_ = false;
+  bool wantsToAsk_ = false;  // the last reply
   ObjectPtr<GDBusConnection> connection_;
-  ObjectPtr<SecretService> service_;
+  ObjectPtr<SecretService> service_;  // for the transport of secrets
 };
-
-constexpr auto kCollectionLabelProperty = "org.freedesktop.Secret.Collection.Label";
-constexpr auto kCollectionLabel = "Session";
-
-void append(char** paths, std::vector<std::string>& list) {
-  for (char** path = paths; path != nullptr && *path != nullptr; ++path) list.emplace_back(*path);
-}
-
-GLibPtr<GHashTable> collectionProperties() {
-  const auto release = [](gpointer variant) { g_variant_unref(static_cast<GVariant*>(variant)); };
-  GLibPtr<GHashTable> properties(g_hash_table_new_full(g_str_hash, g_str_equal, nullptr, release));
-  g_hash_table_replace(properties.get(), const_cast<char*>(kCollectionLabelProperty),
-                       g_variant_ref_sink(g_variant_new_string(kCollectionLabel)));
-  return properties;
-}
 
 SecretServiceSession::~SecretServiceSession() {
   service_.reset();
@@ -116,114 +146,194 @@ SecretServiceSession::~SecretServiceSession() {
 
 Status SecretServiceSession::open() {
   connection_ = connectPrivately(cancellable_, error_.out());
-  if (!connection_) return errSecNotAvailable;
-  service_ = openSecretService(connection_.get(), cancellable_, error_.out());
-  return service_ ? kSuccess : status();
+  return connection_ ? kSuccess : static_cast<Status>(errSecNotAvailable);
 }
 
+// Takes over floating arguments. Null after an error; the cancellable is the only limit of time.
+SecretServiceSession::Variant SecretServiceSession::call(const char* path, const char* interface,
+                                                         const char* method, GVariant* arguments,
+                                                         const char* replyType) {
+  wantsToAsk_ = false;
+  Variant reply(g_dbus_connection_call_sync(
+      connection_.get(), kBusName, path, interface, method, arguments, G_VARIANT_TYPE(replyType),
+      G_DBUS_CALL_FLAGS_NONE, G_MAXINT, cancellable_, error_.out()));
+  if (reply) hasAnswered_ = true;
+  return reply;
+}
+
+// The session collection is kept in memory only and needs no prompt. It is never made where there
+// is none: that brings up a dialog, which outlives the host.
 Status SecretServiceSession::add(const StoredKey& key) {
-  const GLibPtr<char> collection = collectionPath();
-  if (!collection || !unlock(collection.get())) return status();
-  const GLibPtr<GHashTable> properties = itemProperties(key);
-  const ValuePtr value = itemValue(key);
-  const GLibPtr<char> path(secret_service_create_item_dbus_path_sync(
-      service_.get(), collection.get(), properties.get(), value.get(), SECRET_ITEM_CREATE_NONE,
-      cancellable_, error_.out()));
-  return path ? kSuccess : status();
-}
-
-// The collection that the service keeps in memory only and that needs no prompt. Some providers
-// have none until somebody makes it.
-GLibPtr<char> SecretServiceSession::collectionPath() {
-  GLibPtr<char> path(secret_service_read_alias_dbus_path_sync(
-      service_.get(), SECRET_COLLECTION_SESSION, cancellable_, error_.out()));
-  if (path || error_.get() != nullptr) return path;
-  const GLibPtr<GHashTable> properties = collectionProperties();
-  return GLibPtr<char>(secret_service_create_collection_dbus_path_sync(
-      service_.get(), properties.get(), SECRET_COLLECTION_SESSION, SECRET_COLLECTION_CREATE_NONE,
-      cancellable_, error_.out()));
+  const Variant alias = call(kServicePath, kServiceInterface, "ReadAlias",
+                             g_variant_new("(s)", SECRET_COLLECTION_SESSION), "(o)");
+  if (!alias) return status();
+  const char* collection = nullptr;
+  g_variant_get(alias.get(), "(&o)", &collection);
+  if (collection == kNoPath) return errSecNotAvailable;
+  if (const Status unlocked = unlock(collection); unlocked != kSuccess) return unlocked;
+  if (const Status opened = openTransport(); opened != kSuccess) return opened;
+  const Variant properties = itemProperties(key, ProcessMarks().own());
+  const Variant secret(
+      g_variant_take_ref(secret_service_encode_dbus_secret(service_.get(), itemValue(key).get())));
+  const Variant made =
+      call(collection, kCollectionInterface, "CreateItem",
+           g_variant_new("(@a{sv}@(oayays)b)", properties.get(), secret.get(), FALSE), "(oo)");
+  return made ? decline(made.get(), 1) : status();
 }
 
 Status SecretServiceSession::find(std::optional<std::string_view> tag,
                                   std::vector<StoredKey>& keys) {
-  std::vector<std::string> paths;
-  if (!search(matchingAttributes(tag, std::nullopt).get(), paths)) return status();
-  for (const std::string& path : paths) {
-    const ObjectPtr<SecretItem> item = loadItem(path.c_str());
-    if (!item && !isVanished()) return status();
-    std::optional<StoredKey> key = item ? keyOfItem(item.get()) : std::nullopt;
-    if (key) keys.push_back(std::move(*key));
-  }
+  const Variant paths = search(matchingAttributes(tag, std::nullopt).get());
+  if (!paths) return status();
+  GVariantIter iterator;
+  g_variant_iter_init(&iterator, paths.get());
+  const char* path = nullptr;
+  while (g_variant_iter_next(&iterator, "&o", &path) != FALSE)
+    if (const Status loaded = load(path, keys); loaded != kSuccess) return loaded;
   return kSuccess;
 }
 
 Status SecretServiceSession::remove(std::string_view tag, std::optional<Key::Class> keyClass) {
-  std::vector<std::string> paths;
-  if (!search(matchingAttributes(tag, keyClass).get(), paths)) return status();
+  const Variant paths = search(matchingAttributes(tag, keyClass).get());
+  if (!paths) return status();
   Status result = errSecItemNotFound;
-  for (const std::string& path : paths) {
-    if (removeItem(path.c_str())) {
+  Status failure = kSuccess;
+  GVariantIter iterator;
+  g_variant_iter_init(&iterator, paths.get());
+  const char* path = nullptr;
+  while (g_variant_iter_next(&iterator, "&o", &path) != FALSE) {
+    const Status removed = removeItem(path);
+    if (removed == kSuccess) {
       result = kSuccess;
-    } else if (!isVanished()) {
-      return status();
+    } else if (removed != errSecItemNotFound && failure == kSuccess) {
+      failure = removed;
     }
   }
-  return result;
+  return failure == kSuccess ? result : failure;
 }
 
-bool SecretServiceSession::search(GHashTable* attributes, std::vector<std::string>& paths) {
-  char** unlocked = nullptr;
-  char** locked = nullptr;
-  const bool answered = secret_service_search_for_dbus_paths_sync(
-      service_.get(), &itemSchema(), attributes, cancellable_, &unlocked, &locked, error_.out());
-  const Paths unlockedOwner(unlocked);
-  const Paths lockedOwner(locked);
-  append(unlocked, paths);
-  append(locked, paths);
-  return answered;
+void SecretServiceSession::removeLeftOvers() {
+  const Variant paths = search(matchingAttributes(std::nullopt, std::nullopt).get());
+  if (!paths) return;
+  const ProcessMarks marks;
+  GVariantIter iterator;
+  g_variant_iter_init(&iterator, paths.get());
+  const char* path = nullptr;
+  while (g_variant_iter_next(&iterator, "&o", &path) != FALSE)
+    if (marks.isOfEndedProcess(makerOf(path))) static_cast<void>(removeItem(path));
+}
+
+std::string SecretServiceSession::makerOf(const char* path) {
+  const Variant reply = call(path, kPropertiesInterface, "Get",
+                             g_variant_new("(ss)", kItemInterface, "Attributes"), "(v)");
+  if (!reply) return {};
+  const Variant boxed(g_variant_get_child_value(reply.get(), 0));
+  const Variant attributes(g_variant_get_variant(boxed.get()));
+  if (g_variant_is_of_type(attributes.get(), G_VARIANT_TYPE("a{ss}")) == FALSE) return {};
+  return makerOfItem(attributes.get());
+}
+
+// The paths (ao) of all items with these attributes, locked or not; null after an error.
+SecretServiceSession::Variant SecretServiceSession::search(GVariant* attributes) {
+  const Variant found = call(kServicePath, kServiceInterface, "SearchItems",
+                             g_variant_new("(@a{ss})", attributes), "(aoao)");
+  if (!found) return nullptr;
+  GVariantBuilder all;
+  g_variant_builder_init(&all, G_VARIANT_TYPE("ao"));
+  for (const gsize list : {0U, 1U}) {
+    const Variant paths(g_variant_get_child_value(found.get(), list));
+    for (gsize i = 0; i < g_variant_n_children(paths.get()); ++i)
+      g_variant_builder_add_value(&all, Variant(g_variant_get_child_value(paths.get(), i)).get());
+  }
+  return Variant(g_variant_ref_sink(g_variant_builder_end(&all)));
 }
 
 // Asked whatever the service says about the object: its word on that is not to be relied on.
-bool SecretServiceSession::unlock(const char* path) {
+Status SecretServiceSession::unlock(const char* path) {
   const char* paths[] = {path, nullptr};
-  return secret_service_unlock_dbus_paths_sync(service_.get(), paths, cancellable_, nullptr,
-                                               error_.out()) >= 0;
+  const Variant unlocked =
+      call(kServicePath, kServiceInterface, "Unlock", g_variant_new("(^ao)", paths), "(aoo)");
+  return unlocked ? decline(unlocked.get(), 1) : status();
 }
 
-// With its secret, unless it stays locked.
-ObjectPtr<SecretItem> SecretServiceSession::loadItem(const char* path) {
-  ObjectPtr<SecretItem> item(secret_item_new_for_dbus_path_sync(
-      service_.get(), path, SECRET_ITEM_LOAD_SECRET, cancellable_, error_.out()));
-  if (!item || ValuePtr(secret_item_get_secret(item.get()))) return item;
-  const bool loaded =
-      unlock(path) && secret_item_load_secret_sync(item.get(), cancellable_, error_.out());
-  return loaded || isLocked() ? std::move(item) : nullptr;
+// What `attempt` brings, or brings once the object is unlocked.
+template <class Attempt>
+SecretServiceSession::Variant SecretServiceSession::unlocking(const char* path, Attempt attempt) {
+  Variant reply = attempt();
+  if (!reply && isLocked() && unlock(path) == kSuccess) reply = attempt();
+  return reply;
 }
 
-bool SecretServiceSession::removeItem(const char* path) {
-  const auto attempt = [&] {
-    return secret_service_delete_item_dbus_path_sync(service_.get(), path, cancellable_,
-                                                     error_.out()) != FALSE;
-  };
-  return attempt() || (isLocked() && unlock(path) && attempt());
+// Success when the reply holds no prompt there.
+Status SecretServiceSession::decline(GVariant* reply, gsize promptIndex) {
+  const char* prompt = nullptr;
+  g_variant_get_child(reply, promptIndex, "&o", &prompt);
+  if (prompt == kNoPath) return kSuccess;
+  g_dbus_connection_call(connection_.get(), kBusName, prompt, kPromptInterface, "Dismiss", nullptr,
+                         nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, -1, nullptr, nullptr, nullptr);
+  g_dbus_connection_flush_sync(connection_.get(), cancellable_, nullptr);
+  wantsToAsk_ = true;
+  return errSecInteractionNotAllowed;
 }
 
-// Another process removed the item.
-bool SecretServiceSession::isVanished() const {
-  const GError* error = error_.get();
-  return g_error_matches(error, SECRET_ERROR, SECRET_ERROR_NO_SUCH_OBJECT) ||
-         g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_OBJECT) ||
-         g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_UNKNOWN_METHOD);
+// Once for a visit. In clear text, which libsecret would settle for, no key goes over the bus:
+// whoever records its messages would have the key, and the next store needs no bus.
+Status SecretServiceSession::openTransport() {
+  if (!service_) service_ = openSecretService(connection_.get(), cancellable_, error_.out());
+  if (!service_) return status();
+  const char* algorithm = secret_service_get_session_algorithms(service_.get());
+  if (algorithm == nullptr || std::string_view(algorithm) == "plain") return errSecNotAvailable;
+  return kSuccess;
 }
 
-bool SecretServiceSession::isLocked() const {
-  return g_error_matches(error_.get(), SECRET_ERROR, SECRET_ERROR_IS_LOCKED);
+SecretServiceSession::Variant SecretServiceSession::secretOf(const char* path) {
+  const char* session = secret_service_get_session_dbus_path(service_.get());
+  return call(path, kItemInterface, "GetSecret", g_variant_new("(o)", session), "((oayays))");
 }
 
+// Success without a key for an item that is gone, stays locked or has another shape.
+Status SecretServiceSession::load(const char* path, std::vector<StoredKey>& keys) {
+  if (const Status opened = openTransport(); opened != kSuccess) return opened;
+  const Variant secret = unlocking(path, [&] { return secretOf(path); });
+  Variant properties;
+  if (secret)
+    properties =
+        call(path, kPropertiesInterface, "GetAll", g_variant_new("(s)", kItemInterface), "(a{sv})");
+  if (!properties) return isVanished() || isLocked() ? kSuccess : status();
+  const Variant content(g_variant_get_child_value(secret.get(), 0));
+  const ValuePtr value(secret_service_decode_dbus_secret(service_.get(), content.get()));
+  if (!value) return kSuccess;
+  std::optional<StoredKey> key =
+      keyOfItem(Variant(g_variant_get_child_value(properties.get(), 0)).get(), value.get());
+  if (key) keys.push_back(std::move(*key));
+  return kSuccess;
+}
+
+// errSecItemNotFound: another process removed it.
+Status SecretServiceSession::removeItem(const char* path) {
+  const Variant removed =
+      unlocking(path, [&] { return call(path, kItemInterface, "Delete", nullptr, "(o)"); });
+  if (removed) return decline(removed.get(), 0);
+  return isVanished() ? static_cast<Status>(errSecItemNotFound) : status();
+}
+
+bool SecretServiceSession::failedWith(std::span<const std::string_view> errors) const {
+  if (error_.get() == nullptr) return false;
+  const GLibPtr<char> name(g_dbus_error_get_remote_error(error_.get()));
+  return name && std::ranges::find(errors, name.get()) != errors.end();
+}
+
+// What the failure of the last call means.
 Status SecretServiceSession::status() const {
   if (isLocked()) return errSecInteractionNotAllowed;
-  return errSecNotAvailable;
+  if (hasAnswered_) return errSecInternalComponent;
+  const GLibPtr<char> name(g_dbus_error_get_remote_error(error_.get()));
+  const bool isAbsent = !name || failedWith(kAbsenceErrors) ||
+                        std::string_view(name.get()).starts_with(kActivationErrors);
+  return isAbsent ? errSecNotAvailable : errSecInternalComponent;
 }
+
+constexpr std::chrono::minutes kTidyingPause{1};
 
 class SecretServiceKeyStore final : public KeyStore {
  public:
@@ -231,7 +341,17 @@ class SecretServiceKeyStore final : public KeyStore {
 
   Status add(const StoredKey& key, Deadline deadline) override {
     if (const Status status = checkStorable(key); status != kSuccess) return status;
-    return visit([key](SecretServiceSession& session) { return session.add(key); }, deadline);
+    // Read after a failure too: the key stays where it is when only the tidying takes too long.
+    const auto isAdded = std::make_shared<std::atomic<bool>>(false);
+    const Status status = visit(
+        [key, isAdded, tidies = isTimeToTidy()](SecretServiceSession& session) {
+          const Status added = session.add(key);
+          *isAdded = added == kSuccess;
+          if (*isAdded && tidies) session.removeLeftOvers();
+          return added;
+        },
+        deadline);
+    return *isAdded ? kSuccess : status;
   }
 
   Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
@@ -270,6 +390,17 @@ class SecretServiceKeyStore final : public KeyStore {
         deadline);
   }
 
+  // With the first key and then now and then, since it takes a call for each key of any program.
+  bool isTimeToTidy() {
+    const Deadline now = std::chrono::steady_clock::now();
+    const MutexLock lock(mutex_);
+    if (now < tidyAgain_) return false;
+    tidyAgain_ = now + kTidyingPause;
+    return true;
+  }
+
+  Mutex mutex_;
+  Deadline tidyAgain_ KVL_GUARDED_BY(mutex_) = Deadline::min();
   DeadlineWorker worker_;
 };
 

@@ -159,12 +159,36 @@ TEST_P(FallbackRemovalTest, RemovesFromAllStoresAndGivesTheBestAnswer) {
 
 INSTANTIATE_TEST_SUITE_P(
     Answers, FallbackRemovalTest,
-    testing::Values(RemovalCase{0, 0, 0}, RemovalCase{0, errSecItemNotFound, 0},
-                    RemovalCase{errSecItemNotFound, 0, 0}, RemovalCase{errSecNotAvailable, 0, 0},
-                    RemovalCase{0, errSecNotAvailable, 0},
-                    RemovalCase{errSecNotAvailable, errSecItemNotFound, errSecItemNotFound},
-                    RemovalCase{errSecItemNotFound, errSecNotAvailable, errSecItemNotFound},
-                    RemovalCase{errSecNotAvailable, errSecNotAvailable, errSecNotAvailable}));
+    testing::Values(
+        RemovalCase{0, 0, 0}, RemovalCase{0, errSecItemNotFound, 0},
+        RemovalCase{errSecItemNotFound, 0, 0}, RemovalCase{errSecNotAvailable, 0, 0},
+        RemovalCase{0, errSecNotAvailable, 0},
+        RemovalCase{errSecNotAvailable, errSecItemNotFound, errSecItemNotFound},
+        RemovalCase{errSecItemNotFound, errSecNotAvailable, errSecItemNotFound},
+        RemovalCase{errSecNotAvailable, errSecNotAvailable, errSecNotAvailable},
+        RemovalCase{errSecInteractionNotAllowed, errSecItemNotFound, errSecInteractionNotAllowed},
+        RemovalCase{errSecInteractionNotAllowed, 0, errSecInteractionNotAllowed},
+        RemovalCase{0, errSecInternalComponent, errSecInternalComponent},
+        RemovalCase{errSecNotAvailable, errSecInternalComponent, errSecInternalComponent},
+        RemovalCase{errSecInteractionNotAllowed, errSecInternalComponent,
+                    errSecInteractionNotAllowed}));
+
+TEST(FallbackRemovalInTimeTest, AStoreThatHangsMayHaveKeptTheKeys) {
+  const auto first = std::make_shared<ScriptedStore>("first");
+  Deadline given{};
+  const auto second = std::make_shared<ScriptedStore>("second");
+  first->onRemove = [&](auto, auto) -> Status {
+    std::this_thread::sleep_until(given);
+    return errSecNotAvailable;
+  };
+  second->onRemove = [](auto, auto) { return static_cast<Status>(errSecItemNotFound); };
+  const kvltest::LogCapture log;
+  const auto chain = makeFallbackKeyStore({first, second});
+  given = soon(std::chrono::milliseconds(50));
+  EXPECT_EQ(chain->remove("tag", std::nullopt, given), errSecNotAvailable);
+  // Left alone now, it counts as empty.
+  EXPECT_EQ(chain->remove("tag", std::nullopt, soon()), errSecItemNotFound);
+}
 
 }  // namespace
 }  // namespace kvl::security

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 #include <keyutils.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -94,6 +97,134 @@ TEST_F(KernelKeyringTest, ProcessesWithAnotherSessionSeeTheKeys) {
     found.set_value(find().size());
   }).join();
   EXPECT_EQ(found.get_future().get(), 1U);
+}
+
+TEST_F(KernelKeyringTest, ADeletionThatFailsIsToldWhateverOtherStoresSay) {
+  ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
+  constexpr key_perm_t kReadOnly = KEY_USR_VIEW | KEY_USR_READ | KEY_USR_SEARCH | KEY_USR_SETATTR;
+  ASSERT_EQ(keyctl_setperm(ring(), kReadOnly), 0);
+  const auto chain = makeFallbackKeyStore({store_, makeMemoryKeyStore()});
+  EXPECT_EQ(chain->remove(tag_, std::nullopt, soon()), errSecInternalComponent);
+  ASSERT_EQ(keyctl_setperm(ring(), kReadOnly | KEY_USR_WRITE), 0);
+  EXPECT_EQ(chain->remove(tag_, std::nullopt, soon()), kSuccess);
+}
+
+// Gives up root's own, large quota; everybody else has a plain user's already. For this thread
+// only.
+void becomePlainUser() {
+  constexpr uid_t kPlainUser = 54322;
+  if (geteuid() == 0) syscall(SYS_setresuid, kPlainUser, kPlainUser, kPlainUser);
+}
+
+template <class Operation>
+auto asPlainUser(Operation operation) {
+  return std::async(std::launch::async,
+                    [&] {
+                      becomePlainUser();
+                      return operation();
+                    })
+      .get();
+}
+
+Status addPair(const std::string& tag) {
+  const auto store = makeKernelKeyringKeyStore();
+  const Status status = store->add(storedKey(tag, Key::Class::publicKey), soon());
+  return status == kSuccess ? store->add(storedKey(tag), soon()) : status;
+}
+
+Status removePair(const std::string& tag) {
+  return makeKernelKeyringKeyStore()->remove(tag, std::nullopt, soon());
+}
+
+std::size_t keysOf(const std::string& tag) {
+  std::vector<StoredKey> keys;
+  EXPECT_EQ(makeKernelKeyringKeyStore()->find(tag, keys, soon()), kSuccess);
+  return keys.size();
+}
+
+bool hasRing(const std::string& tag) {
+  kernel::Serial ring = 0;
+  return kernel::findRing("korvale.vandrel.local.keys:" + tag, kernel::userKeyring(), ring) == 0;
+}
+
+// A program of a plain user that adds a pair and then lives until it is killed, so that it deletes
+// nothing.
+class Program {
+ public:
+  explicit Program(const std::string& tag) {
+    int ends[2];
+    if (pipe(ends) != 0) return;
+    id_ = fork();
+    if (id_ == 0) {
+      becomePlainUser();
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      const Status status = addPair(tag);
+      (void)!write(ends[1], &status, sizeof status);
+      while (true) pause();
+    }
+    (void)!read(ends[0], &status_, sizeof status_);
+    close(ends[0]);
+    close(ends[1]);
+  }
+  ~Program() {
+    if (id_ <= 0) return;
+    kill();
+    waitpid(id_, nullptr, 0);
+  }
+  Program(const Program&) = delete;
+  Program& operator=(const Program&) = delete;
+
+  Status status() const { return status_; }
+  // Returns when it has ended, though its number is still taken.
+  void kill() const {
+    siginfo_t end{};
+    ::kill(id_, SIGKILL);
+    waitid(P_PID, static_cast<id_t>(id_), &end, WEXITED | WNOWAIT);
+  }
+
+ private:
+  pid_t id_ = 0;
+  Status status_ = errSecInternalComponent;
+};
+
+TEST_F(KernelKeyringTest, WhatEndedProgramsLeftBehindMakesWay) {
+  const std::string living = kvltest::uniqueTag();
+  const Program other(living);
+  ASSERT_EQ(other.status(), kSuccess);
+  std::vector<std::string> ended;
+  for (int i = 0; i < 40; ++i) {
+    ended.push_back(kvltest::uniqueTag());
+    const Program program(ended.back());
+    EXPECT_EQ(program.status(), kSuccess) << i;
+    EXPECT_EQ(asPlainUser([&] { return keysOf(ended.back()); }), 2U);
+  }
+  EXPECT_EQ(asPlainUser([&] { return addPair(tag_); }), kSuccess);
+  EXPECT_EQ(asPlainUser([&] { return keysOf(tag_); }), 2U);
+  EXPECT_EQ(asPlainUser([&] { return keysOf(living); }), 2U);
+  for (const std::string& tag : ended) EXPECT_FALSE(asPlainUser([&] { return hasRing(tag); }));
+  EXPECT_EQ(asPlainUser([&] { return removePair(living); }), kSuccess);
+  EXPECT_EQ(asPlainUser([&] { return removePair(tag_); }), kSuccess);
+}
+
+TEST_F(KernelKeyringTest, AProgramThatNobodyWaitedForHasEnded) {
+  const std::string ended = kvltest::uniqueTag();
+  const Program program(ended);
+  ASSERT_EQ(program.status(), kSuccess);
+  program.kill();
+  EXPECT_EQ(asPlainUser([&] { return addPair(tag_); }), kSuccess);
+  EXPECT_EQ(asPlainUser([&] { return keysOf(ended); }), 0U);
+  EXPECT_EQ(asPlainUser([&] { return removePair(tag_); }), kSuccess);
+}
+
+TEST_F(KernelKeyringTest, WhatNobodyIsKnownToHaveMadeStays) {
+  ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
+  const WipedBytes payload = encodePayload(storedKey(tag_));
+  const std::string old = "key-00112233445566778899aabbccddeeff";
+  const std::string elsewhere = old + "-1.0123456789abcdef.1.1";
+  for (const std::string& name : {old, elsewhere, old + "-2.what.ever", std::string("other")})
+    ASSERT_EQ(kernel::makeKey(name, payload, ring()), 0);
+  ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
+  EXPECT_EQ(find().size(), 6U);
 }
 
 TEST_F(KernelKeyringTest, AFullQuotaIsToldAndOtherStoresGoOn) {

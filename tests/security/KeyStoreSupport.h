@@ -2,11 +2,15 @@
 #pragma once
 
 #include "platform/security/KeyStore.h"
+#include "platform/security/ProcessMarks.h"
 
 #include <local/platform/Log.h>
 
+#include <sched.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <functional>
 #include <mutex>
@@ -29,6 +33,30 @@ inline kvl::security::StoredKey storedKey(const std::string& tag,
                                           std::uint8_t filling = 1) {
   return {tag,         keyClass,        "a label",
           "a comment", "a description", kvl::security::WipedBytes(1200, filling)};
+}
+
+// The mark of a child process, which has ended.
+inline std::string markOfEndedProcess(bool inNamespaceOfItsOwn = false) {
+  int ends[2];
+  if (pipe(ends) != 0) return {};
+  const pid_t child = fork();
+  if (child == 0) {
+    // Only the child's own children are in the new namespace.
+    if (inNamespaceOfItsOwn && (unshare(CLONE_NEWPID) != 0 || fork() != 0)) {
+      close(ends[1]);
+      wait(nullptr);
+      _exit(0);
+    }
+    const std::string mark = kvl::security::ProcessMarks().own().value_or("none");
+    (void)!write(ends[1], mark.data(), mark.size());
+    _exit(0);
+  }
+  close(ends[1]);
+  std::array<char, 200> text{};
+  const ssize_t size = read(ends[0], text.data(), text.size());
+  close(ends[0]);
+  waitpid(child, nullptr, 0);
+  return {text.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
 }
 
 // Collects the log's lines.

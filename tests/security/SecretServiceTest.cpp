@@ -163,6 +163,19 @@ TEST_F(SecretServiceTest, PassesOverItemsOfAnotherShape) {
   EXPECT_EQ(keys.size(), 1U);
 }
 
+TEST_F(SecretServiceTest, ItemsSayWhoMadeThemAndGoWhenTheirMakerHasEnded) {
+  bus_.startKeyring();
+  const std::string command =
+      "printf x | secret-tool store --label=x -c session xdg:schema "
+      "korvale.vandrel.local.key tag other class private maker ";
+  ASSERT_EQ(std::system((command + kvltest::markOfEndedProcess()).c_str()), 0);
+  ASSERT_EQ(store_->add(key_, soon()), kSuccess);
+  BusClient client(bus_.address());
+  const auto paths = itemPaths(client);
+  ASSERT_EQ(paths.size(), 1U);
+  EXPECT_THAT(attributesOf(client, paths[0]), Contains(Pair("maker", *ProcessMarks().own())));
+}
+
 TEST_F(SecretServiceTest, IsNotAvailableWhenNobodyOwnsTheName) {
   std::vector<StoredKey> keys;
   EXPECT_EQ(store_->add(key_, soon()), errSecNotAvailable);
