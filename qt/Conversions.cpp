@@ -1,5 +1,8 @@
 #include <local/qt/Conversions.h>
 
+#include <QChar>
+#include <QGuiApplication>
+#include <algorithm>
 #include <memory>
 
 namespace kvl::qt {
@@ -26,6 +29,50 @@ QString withoutLoneSurrogates(QString text) {
   return text;
 }
 
+constexpr QChar kFirstStrongIsolate(0x2068);
+constexpr QChar kEndOfIsolate(0x2069);
+
+bool opensIsolate(QChar character) {
+  constexpr QChar kLeftToRightIsolate(0x2066);
+  return character >= kLeftToRightIsolate && character <= kFirstStrongIsolate;
+}
+
+// Whether the letters, and whatever else sets a direction, all run from left to right.
+bool isLeftToRight(const QString& text) {
+  return std::ranges::none_of(text.toUcs4(), [](char32_t character) {
+    switch (QChar::direction(character)) {
+      case QChar::DirL:
+      case QChar::DirEN:
+      case QChar::DirES:
+      case QChar::DirET:
+      case QChar::DirCS:
+      case QChar::DirNSM:
+      case QChar::DirBN:
+      case QChar::DirB:
+      case QChar::DirS:
+      case QChar::DirWS:
+      case QChar::DirON:
+        return false;
+      default:
+        return true;
+    }
+  });
+}
+
+// An end without a beginning would end what the text stands in.
+QString withBalancedIsolates(const QString& text) {
+  QString balanced;
+  balanced.reserve(text.size());
+  qsizetype open = 0;
+  for (const QChar character : text) {
+    if (character == kEndOfIsolate && open == 0) continue;
+    if (opensIsolate(character)) ++open;
+    if (character == kEndOfIsolate) --open;
+    balanced += character;
+  }
+  return balanced + QString(open, kEndOfIsolate);
+}
+
 }  // namespace
 
 QString qString(std::string_view text) {
@@ -36,6 +83,11 @@ std::string utf8(const QString& text) {
   const QByteArray bytes = (text.isValidUtf16() ? text : withoutLoneSurrogates(text)).toUtf8();
   std::string result(bytes.constData(), static_cast<std::size_t>(bytes.size()));
   return result;
+}
+
+QString isolated(const QString& text) {
+  if (text.isEmpty() || (isLeftToRight(text) && !QGuiApplication::isRightToLeft())) return text;
+  return kFirstStrongIsolate + withBalancedIsolates(text) + kEndOfIsolate;
 }
 
 QImage qImage(const Bitmap& bitmap, double devicePixelRatio) {

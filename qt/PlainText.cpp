@@ -27,6 +27,16 @@ QString linesOf(std::string_view text) {
   return qString(interface::shownLines(text));
 }
 
+QString withoutMnemonic(const QString& text) {
+  QString plain;
+  plain.reserve(text.size());
+  for (qsizetype i = 0; i < text.size(); ++i) {
+    if (text[i] == QLatin1Char('&')) ++i;
+    if (i < text.size()) plain.append(text[i]);
+  }
+  return plain;
+}
+
 QString withBreaks(const QString& text, qsizetype longest,
                    const std::function<bool(qsizetype)>& begins) {
   QString broken;

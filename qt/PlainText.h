@@ -18,6 +18,9 @@ inline constexpr qsizetype kLongestText = interface::kLongestShownText;
 // The same with its line feeds.
 [[nodiscard]] QString linesOf(std::string_view text);
 
+// The text of an action or the title of a menu as it is read, without its mnemonic.
+[[nodiscard]] QString withoutMnemonic(const QString& text);
+
 // `text` with an invisible character (U+200B) wherever a word may be broken since it is longer than
 // `longest` code units; none inside a character. `begins` tells where words begin. Whoever copies
 // the text copies the invisible characters, too.

@@ -15,6 +15,9 @@ namespace kvl::qt {
 
 // What text needs to be read by most people.
 inline constexpr double kReadableContrast = 4.5;
+// With less than this a theme's own colours are left: down to here it is the theme that decides, as
+// it does in everything else that the application shows.
+inline constexpr double kLeastThemeContrast = 2;
 
 // The contrast of two opaque colours, from 1 for equal ones to 21 for black and white: the ratio of
 // their relative luminances, as the accessibility guidelines for the web define it.

@@ -1,6 +1,9 @@
 #include "qt/menu/MenuAccessibility.h"
 
+#include "qt/PlainText.h"
 #include "qt/menu/MenuContents.h"
+
+#include <local/qt/Conversions.h>
 
 #include <QAccessible>
 #include <QAccessibleWidget>
@@ -14,17 +17,6 @@
 
 namespace kvl::qt {
 namespace {
-
-// The text of an action or the title of a menu as it is read, without its mnemonic.
-QString withoutMnemonic(const QString& text) {
-  QString plain;
-  plain.reserve(text.size());
-  for (qsizetype i = 0; i < text.size(); ++i) {
-    if (text[i] == QLatin1Char('&')) ++i;
-    if (i < text.size()) plain.append(text[i]);
-  }
-  return plain;
-}
 
 QString hostText(const QAction& action, QAccessible::Text kind) {
   QString name = withoutMnemonic(action.text());
@@ -343,7 +335,7 @@ void installMenuAccessibility() {
 }
 
 QString spokenName(const MenuEntry& entry) {
-  QStringList words{entry.title, entry.subtitle, entry.badge};
+  QStringList words{isolated(entry.title), isolated(entry.subtitle), isolated(entry.badge)};
   words.removeAll(QString());
   return words.join(QLatin1String(", "));
 }

@@ -29,9 +29,11 @@ QString nameOf(const QLocale& locale) {
   return tag.section(QLatin1Char('-'), 1, 1).size() == kScript ? tag : locale.name();
 }
 
-// Empty for the language of the user's messages.
+// Empty for the language of the user's messages. Without any language of theirs people still read
+// numbers, which the C locale writes for programs.
 std::string localeOfHost() {
   const QLocale locale;
+  if (locale.language() == QLocale::C) return "en";
   return locale == QLocale::system() ? std::string() : nameOf(locale).toStdString();
 }
 

@@ -1,5 +1,6 @@
 #include "qt/menu/MenuIcons.h"
 
+#include "platform/core/NoDestructor.h"
 #include "qt/GuiThread.h"
 
 #include <local/KVLEncodingMenus.h>
@@ -10,8 +11,9 @@
 #include <QEvent>
 #include <QObject>
 #include <algorithm>
-#include <array>
+#include <chrono>
 #include <cmath>
+#include <deque>
 #include <iterator>
 #include <list>
 #include <utility>
@@ -84,19 +86,70 @@ Size comparable(Size size) {
   return {number(size.width), number(size.height)};
 }
 
-// Queues of their own, and few: slow drawings leave workers for everything else.
-DispatchQueue& nextQueue() {
-  static const std::array queues{DispatchQueue::serial("local.icons.1"),
-                                 DispatchQueue::serial("local.icons.2")};
-  static std::size_t next = 0;
-  return *queues[next++ % queues.size()];
-}
+// Runs drawings on worker threads, a few at a time, so that they leave the processor to everything
+// else. One that takes long gives its place to the next. Any thread.
+class Studio {
+ public:
+  using Block = DispatchQueue::Block;
+
+  static Studio& shared() {
+    static NoDestructor<Studio> studio;
+    return *studio;
+  }
+
+  void draw(Block drawing) {
+    const MutexLock lock(mutex_);
+    waiting_.push_back(std::move(drawing));
+    begin();
+  }
+
+ private:
+  static constexpr int kPlaces = 2;
+  static constexpr std::chrono::milliseconds kLong{100};
+
+  struct Stay {
+    bool hasPlace = true;
+  };
+
+  void begin() KVL_REQUIRES(mutex_) {
+    for (; !waiting_.empty() && taken_ < kPlaces && running_ < MenuIcons::kMostDrawings;
+         waiting_.pop_front()) {
+      ++taken_;
+      ++running_;
+      const auto stay = std::make_shared<Stay>();
+      queue_->async([this, stay, drawing = std::move(waiting_.front())] {
+        drawing();
+        end(*stay);
+      });
+      queue_->asyncAfter(kLong, [this, stay] { leavePlace(*stay); });
+    }
+  }
+
+  void end(Stay& stay) {
+    const MutexLock lock(mutex_);
+    --running_;
+    if (std::exchange(stay.hasPlace, false)) --taken_;
+    begin();
+  }
+
+  void leavePlace(Stay& stay) {
+    const MutexLock lock(mutex_);
+    if (std::exchange(stay.hasPlace, false)) --taken_;
+    begin();
+  }
+
+  const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::concurrent("local.icons");
+  Mutex mutex_;
+  std::deque<Block> waiting_ KVL_GUARDED_BY(mutex_);
+  int taken_ KVL_GUARDED_BY(mutex_) = 0;    // of the places
+  int running_ KVL_GUARDED_BY(mutex_) = 0;  // with a place or without
+};
 
 // Nobody draws what nobody waits for any more.
 void start(const std::shared_ptr<Picture>& picture, std::shared_ptr<Image> image,
            std::shared_ptr<Tray> tray) {
   const double scale = picture->scale * shrinking(picture->size);
-  nextQueue().async(
+  Studio::shared().draw(
       [waiting = std::weak_ptr(picture), image = std::move(image), tray = std::move(tray), scale] {
         if (!waiting.expired()) tray->put({waiting, image, image->rasterised(scale)});
       });

@@ -19,6 +19,10 @@ class MenuIcons {
   // rows of any screen, or rows would take one another's pictures for ever.
   static constexpr std::size_t kMostPictures = 512;
 
+  // How many images are drawn at the same time at most, in all menus: usually two, and more while
+  // some take long.
+  static constexpr int kMostDrawings = 8;
+
   // Is told, once the event loop runs, that the picture of an image has come. It does not destroy
   // the icons.
   using Arrival = std::function<void(const std::shared_ptr<Image>& image)>;

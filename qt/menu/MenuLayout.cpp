@@ -58,6 +58,11 @@ int badgeWidth(const MenuEntry& entry, const MenuMetrics& metrics) {
   return textWidth(entry.badge, metrics.small) + 2 * metrics.badgeMargin;
 }
 
+// Badges stand in one column, also those of entries without a shortcut.
+bool hasShortcutColumn(const MenuEntry& entry, const MenuColumns& columns) {
+  return !entry.shortcut.isEmpty() || (!entry.badge.isEmpty() && columns.shortcutWidth > 0);
+}
+
 int heightOf(const MenuEntry& entry, const MenuMetrics& metrics) {
   int height = metrics.titleMetrics(entry).height();
   if (!entry.subtitle.isEmpty()) height += metrics.small.height();
@@ -99,10 +104,11 @@ class LayoutBuilder {
   void layTrailing(const MenuColumns& columns) {
     right_ -= metrics_.arrow;
     if (entry_.hasSubmenu) layout_.arrow = centred(right_, metrics_.arrow, metrics_.arrow, whole_);
-    if (!entry_.shortcut.isEmpty()) {
+    if (hasShortcutColumn(entry_, columns)) {
       const int width = columns.shortcutWidth + kSlack;
       right_ -= width;
-      layout_.shortcut = centred(right_, width, metrics_.text.height(), whole_);
+      if (!entry_.shortcut.isEmpty())
+        layout_.shortcut = centred(right_, width, metrics_.text.height(), whole_);
       right_ -= metrics_.wideGap;
     }
     if (const int width = badgeWidth(entry_, metrics_)) {
@@ -171,7 +177,7 @@ QSize sizeOf(const MenuEntry& entry, const MenuColumns& columns, const MenuMetri
                        textWidth(entry.subtitle, metrics.small));
   width += leadingWidth(columns, metrics) + trailingWidth(metrics);
   if (!entry.badge.isEmpty()) width += metrics.wideGap + badgeWidth(entry, metrics);
-  if (!entry.shortcut.isEmpty()) width += metrics.wideGap + kSlack;
+  if (hasShortcutColumn(entry, columns)) width += metrics.wideGap + kSlack;
   return {std::min(width, widest - columns.shortcutWidth), heightOf(entry, metrics)};
 }
 

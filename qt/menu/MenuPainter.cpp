@@ -31,10 +31,10 @@ QColor textOn(const QStyleOptionMenuItem& option, const QColor& background) {
   const QPalette& palette = option.palette;
   const QColor text = palette.color(QPalette::Text);
   if (!(option.state & QStyle::State_Enabled)) return text;
-  const QColor windowText = palette.color(QPalette::WindowText);
-  if (option.state & QStyle::State_Selected)
-    return readableOn(background, {palette.color(QPalette::HighlightedText), text, windowText});
-  return readableOn(background, {text, windowText});
+  const bool selected = option.state & QStyle::State_Selected;
+  const QColor themes = selected ? palette.color(QPalette::HighlightedText) : text;
+  if (contrast(themes, background) >= kLeastThemeContrast) return themes;
+  return readableOn(background, {text, palette.color(QPalette::WindowText)});
 }
 
 // Line width by side of the mark.

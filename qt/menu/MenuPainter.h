@@ -25,7 +25,8 @@ struct MenuColours {
 };
 
 // The colours of an entry in the state that the option tells: enabled or not, highlighted or not.
-// The palette's colours where they can be read on the background, else others that can.
+// The palette's colours where the background leaves them a contrast of 2:1, else others that can be
+// read.
 [[nodiscard]] MenuColours coloursOf(const QStyleOptionMenuItem& option, const QColor& background);
 
 // The colour that `style` paints under such an entry, whatever its idea of a highlight is. Paints

@@ -19,10 +19,17 @@ QStyle& applicationStyle() {
 
 constexpr int kWidestWithoutScreen = 1000;
 
-// Half of the screen: there is room for a sub-menu beside the menu.
-int widestMenu(const QWidget& menu) {
+// The screen without the menu's frame: a text is cut only where no menu could show more of it.
+int widestEntry(const QStyleOption& option, const QWidget& menu) {
   const QScreen* screen = menu.screen();
-  return screen ? screen->availableGeometry().width() / 2 : kWidestWithoutScreen;
+  if (!screen) return kWidestWithoutScreen;
+  const auto metric = [&](QStyle::PixelMetric which) {
+    return applicationStyle().pixelMetric(which, &option, &menu);
+  };
+  const QMargins margins = menu.contentsMargins();
+  const int frame = margins.left() + margins.right() +
+                    2 * (metric(QStyle::PM_MenuPanelWidth) + metric(QStyle::PM_MenuHMargin));
+  return screen->availableGeometry().width() - frame;
 }
 
 // Above the first entry and below the last.
@@ -96,7 +103,8 @@ QSize MenuStyle::sizeFromContents(ContentsType type, const QStyleOption* option,
   if (const MenuEntry* entry = entryToShow(contents)) {
     QSize& kept = contents->currentSize();
     if (!kept.isValid())
-      kept = sizeOf(*entry, contents->columns(), painter_.metrics(row->font), widestMenu(*widget));
+      kept = sizeOf(*entry, contents->columns(), painter_.metrics(row->font),
+                    widestEntry(*option, *widget));
     return kept;
   }
   return applicationStyle().sizeFromContents(type, option, size, widget);

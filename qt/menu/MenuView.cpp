@@ -6,6 +6,7 @@
 
 #include <QCoreApplication>
 #include <QHelpEvent>
+#include <QKeyEvent>
 #include <utility>
 
 namespace kvl::qt {
@@ -74,6 +75,9 @@ bool MenuView::event(QEvent* event) {
     case QEvent::LanguageChange:
     case QEvent::LocaleChange:
       implementation_->refreshAll();
+      break;
+    case QEvent::KeyPress:
+      if (implementation_->goToInitial(static_cast<const QKeyEvent&>(*event))) return true;
       break;
     case QEvent::ToolTip:
       if (implementation_->showWholeText(static_cast<const QHelpEvent&>(*event))) return true;

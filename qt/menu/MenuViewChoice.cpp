@@ -1,10 +1,14 @@
-// What the user chooses in menu views: how the choice is sent, and which action has keys that
-// several have.
+// What the user chooses in menu views: how the choice is sent, which action has keys that several
+// have, and which one a letter leads to.
+#include "qt/PlainText.h"
 #include "qt/menu/MenuViewImplementation.h"
 
+#include <QKeyEvent>
 #include <QMenuBar>
 #include <QPointer>
+#include <QStyle>
 #include <QThread>
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -23,6 +27,29 @@ std::vector<const MenuView*> viewsBeside(const MenuView& view) {
     return views;
   }
   return {&view};
+}
+
+// The first letter or digit, without accents and in one case; 0 where there is none.
+char32_t initialOf(const QString& text) {
+  const auto characters = text.toUcs4();
+  const auto first = std::ranges::find_if(
+      characters, [](char32_t character) { return QChar::isLetterOrNumber(character); });
+  if (first == characters.end()) return 0;
+  const char32_t letter = *first;
+  const auto parts =
+      QString::fromUcs4(&letter, 1).normalized(QString::NormalizationForm_KD).toUcs4();
+  return QChar::toCaseFolded(char32_t{parts.front()});
+}
+
+// 0 for keys that type something else, or are pressed for a shortcut.
+char32_t typedInitial(const QKeyEvent& key) {
+  const auto modifiers =
+      key.modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier);
+  return modifiers ? 0 : initialOf(key.text());
+}
+
+bool hasMnemonic(const QAction& action, const QString& letter) {
+  return QKeySequence::mnemonic(action.text()) == QKeySequence(QLatin1String("Alt+") + letter);
 }
 
 }  // namespace
@@ -61,6 +88,47 @@ void MenuView::Implementation::send(const Chosen& items) {
     Q_EMIT view->itemChosen(item);
     if (!view) return;
   }
+}
+
+// An action of the host's that has the letter as its mnemonic goes first.
+bool MenuView::Implementation::goToInitial(const QKeyEvent& key) {
+  const auto initial = typedInitial(key);
+  if (initial == 0) return false;
+  const auto actions = view_.actions();
+  const auto count = actions.size();
+  for (const auto* action : actions)
+    if (hasMnemonic(*action, key.text())) return false;
+  const auto from = actions.indexOf(view_.activeAction()) + 1;
+  for (qsizetype i = 0; i < count; ++i) {
+    auto* const action = actions.at((from + i) % count);
+    if (!mayBeActive(*action) || initialOf(readTitle(*action)) != initial) continue;
+    highlight(*action);
+    return true;
+  }
+  return false;
+}
+
+bool MenuView::Implementation::mayBeActive(const QAction& action) const {
+  if (!action.isVisible() || action.isSeparator()) return false;
+  return action.isEnabled() ||
+         view_.style()->styleHint(QStyle::SH_Menu_AllowActiveAndDisabled, nullptr, &view_) != 0;
+}
+
+QString MenuView::Implementation::readTitle(const QAction& action) const {
+  const auto* shown = entry(&action);
+  return shown ? shown->title : withoutMnemonic(action.text());
+}
+
+// A menu opens the sub-menu of an action that it is told to highlight, unless that is disabled; and
+// the next letter would go there.
+void MenuView::Implementation::highlight(QAction& action) {
+  if (auto* own = ownAction(&action); own && own->submenu() && !own->menu())
+    makeSubview(static_cast<MenuItemAction&>(action));
+  const QPointer<QMenu> below = action.menu();
+  const bool opens = below && below->isEnabled();
+  if (opens) below->setAttribute(Qt::WA_Disabled);
+  view_.setActiveAction(&action);
+  if (below && opens) below->setAttribute(Qt::WA_Disabled, false);
 }
 
 const MenuView* MenuView::Implementation::viewAbove(const MenuView& view) {

@@ -145,9 +145,7 @@ bool MenuView::Implementation::update(MenuItemAction& action) {
 // Nobody highlights an action that is not enabled, nor opens what is below.
 void MenuView::Implementation::stopUsing(MenuItemAction& action) {
   if (auto* subview = action.menu(); subview && subview->isVisible()) subview->close();
-  const bool mayBeActive =
-      view_.style()->styleHint(QStyle::SH_Menu_AllowActiveAndDisabled, nullptr, &view_) != 0;
-  if (view_.activeAction() == &action && !mayBeActive) view_.setActiveAction(nullptr);
+  if (view_.activeAction() == &action && !mayBeActive(action)) view_.setActiveAction(nullptr);
 }
 
 // The menu itself asks for pictures as it paints.

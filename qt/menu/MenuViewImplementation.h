@@ -15,6 +15,7 @@
 #include <vector>
 
 class QHelpEvent;
+class QKeyEvent;
 
 namespace kvl::interface {
 struct MenuDifference;
@@ -51,6 +52,9 @@ class MenuView::Implementation final : public MenuContents {
   // Lets the menu handle `event`, then sends what the user has chosen with it. The view may be gone
   // afterwards.
   [[nodiscard]] bool handle(QEvent& event);
+  // Highlights the next row whose title begins with the letter that was typed; false when there is
+  // none.
+  [[nodiscard]] bool goToInitial(const QKeyEvent& key);
   // Says in full what the entry at `place` shows cut short; false when there is no such entry.
   [[nodiscard]] bool showWholeText(const QHelpEvent& place) const;
   // What entries are measured with is another.
@@ -103,6 +107,10 @@ class MenuView::Implementation final : public MenuContents {
 
   void choose(MenuItemAction& action);
   void send(const Chosen& items);
+
+  [[nodiscard]] bool mayBeActive(const QAction& action) const;
+  [[nodiscard]] QString readTitle(const QAction& action) const;
+  void highlight(QAction& action);
 
   // Null for a view that is not in another one.
   [[nodiscard]] static const MenuView* viewAbove(const MenuView& view);

@@ -3,6 +3,8 @@
 #include "qt/menu/MenuLayout.h"
 #include "qt/menu/MenuViewImplementation.h"
 
+#include <local/qt/Conversions.h>
+
 #include <QActionEvent>
 #include <QApplication>
 #include <QHelpEvent>
@@ -149,7 +151,7 @@ bool MenuView::Implementation::showWholeText(const QHelpEvent& place) const {
   const auto room = view_.actionGeometry(action).width() - columns().shortcutWidth;
   const auto whole = sizeOf(*shown, columns(), MenuMetrics(view_.font()), QWIDGETSIZE_MAX);
   if (whole.width() <= room) return false;
-  const auto lines = QStringList{shown->title, shown->subtitle};
+  const auto lines = QStringList{isolated(shown->title), isolated(shown->subtitle)};
   QToolTip::showText(place.globalPos(), wrapped(lines.join(QLatin1Char('\n')).trimmed()), &view_);
   return true;
 }

@@ -1,3 +1,5 @@
+#include "tests/support/QtApplication.h"
+
 #include <local/qt/Conversions.h>
 
 #include <gmock/gmock.h>
@@ -7,6 +9,7 @@
 
 namespace {
 
+using kvl::qt::isolated;
 using kvl::qt::qImage;
 using kvl::qt::qString;
 using kvl::qt::utf8;
@@ -18,6 +21,30 @@ kvl::Bitmap bitmapOf(std::uint32_t width, std::uint32_t height, kvl::Data pixels
 TEST(ConversionsTest, TextComesBackAsItWas) {
   const std::string text = "Grüße, 日本 \xF0\x9F\x98\x80";
   EXPECT_EQ(utf8(qString(text)), text);
+}
+
+QString betweenIsolates(const QString& text) {
+  return QChar(0x2068) + text + QChar(0x2069);
+}
+
+TEST(ConversionsTest, TextThatRunsOrTurnsLeftwardsIsIsolated) {
+  for (const char* text : {"שלום", "تحديث (3)", "a \u202e b", "a \u200f", "\u0661"})
+    EXPECT_EQ(isolated(qString(text)), betweenIsolates(qString(text))) << text;
+  for (const char* text : {"", "Install now", "C++ (3)", "日本語 100%", "e\u0301"})
+    EXPECT_EQ(isolated(qString(text)), qString(text)) << text;
+}
+
+TEST(ConversionsTest, AnIsolatedTextCannotEndItsIsolation) {
+  EXPECT_EQ(isolated(qString("ש\u2069\u2069a")), betweenIsolates(qString("שa")));
+  EXPECT_EQ(isolated(qString("\u2067ש\u2069a")), betweenIsolates(qString("\u2067ש\u2069a")));
+  EXPECT_EQ(isolated(qString("\u2066\u2067ש")),
+            betweenIsolates(qString("\u2066\u2067ש\u2069\u2069")));
+}
+
+TEST(ConversionsTest, WhereTheApplicationRunsLeftwardsEveryTextIsIsolated) {
+  const kvltest::QtApplication application({.rightToLeft = true});
+  EXPECT_EQ(isolated(qString("C++")), betweenIsolates(qString("C++")));
+  EXPECT_EQ(isolated(QString()), QString());
 }
 
 TEST(ConversionsTest, TextMayHoldNulCharacters) {

@@ -42,6 +42,13 @@ TEST(MenuSpeechTest, TitleSecondLineAndBadgeAreSaidInThisOrder) {
   EXPECT_EQ(spokenName(entry).toStdString(), "Install now, found on May 1, 3 updates");
 }
 
+TEST(MenuSpeechTest, TheDirectionOfATitleEndsWithIt) {
+  kvl::qt::MenuEntry entry;
+  entry.title = QStringLiteral("התקן \u202e(1)");
+  entry.subtitle = QStringLiteral("found on May 1");
+  EXPECT_EQ(spokenName(entry), QStringLiteral("\u2068התקן \u202e(1)\u2069, found on May 1"));
+}
+
 class MenuAccessibilityTest : public testing::Test {
  protected:
   // The interface of the only item, which is open.

@@ -5,6 +5,7 @@
 
 #include <QPalette>
 #include <QStyleOption>
+#include <algorithm>
 #include <vector>
 
 namespace {
@@ -92,19 +93,34 @@ TEST_F(MenuColoursTest, ThePalettesTextIsTakenWhereItCanBeRead) {
   EXPECT_EQ(coloursOf(option, Qt::darkBlue).text, QColor(Qt::white));
 }
 
+TEST_F(MenuColoursTest, TheThemeDecidesDownToAContrastOfTwo) {
+  const QColor lightBlue(0x3d, 0xae, 0xe9);
+  ASSERT_THAT(contrast(Qt::white, lightBlue), AllOf(Ge(2), Lt(kReadableContrast)));
+  option.palette.setColor(QPalette::Text, QColor(0x83, 0x94, 0x96));
+  EXPECT_EQ(coloursOf(option, Qt::white).text, QColor(0x83, 0x94, 0x96));
+  option.state |= QStyle::State_Selected;
+  EXPECT_EQ(coloursOf(option, lightBlue).text, QColor(Qt::white));
+  EXPECT_EQ(coloursOf(option, lightBlue).secondary, QColor(Qt::white));
+}
+
 TEST_F(MenuColoursTest, OnALightHighlightTheTextIsDark) {
   option.state |= QStyle::State_Selected;
   EXPECT_EQ(coloursOf(option, Qt::yellow).text, QColor(Qt::black));
 }
 
+// As well as the theme has it where that is not too little, and never worse than that.
 TEST_F(MenuColoursTest, EverythingOfAnEntryCanBeReadOnEveryBackground) {
+  const auto& palette = option.palette;
   for (const auto state : {QStyle::State_None, QStyle::State_Selected})
     for (const QColor& background : someColours()) {
       option.state = QStyle::State_Enabled | state;
       const auto colours = coloursOf(option, background);
-      EXPECT_THAT(contrast(colours.text, background), Ge(kReadableContrast));
-      EXPECT_THAT(contrast(colours.secondary, background), Ge(kReadableContrast));
-      EXPECT_THAT(contrast(colours.text, colours.badge), Ge(kReadableContrast))
+      const double themes =
+          contrast(palette.color(state ? QPalette::HighlightedText : QPalette::Text), background);
+      const double least = themes < 2 ? kReadableContrast : std::min(themes, kReadableContrast);
+      EXPECT_THAT(contrast(colours.text, background), Ge(least));
+      EXPECT_THAT(contrast(colours.secondary, background), Ge(least));
+      EXPECT_THAT(contrast(colours.text, colours.badge), Ge(least))
           << background.name().toStdString();
       EXPECT_NE(colours.badge, background);
     }

@@ -113,6 +113,23 @@ TEST_F(MenuBadgeTest, ABadgeIsInWords) {
   EXPECT_EQ(entryOf(*item).badge, QStringLiteral("3 updates"));
 }
 
+TEST_F(MenuBadgeTest, TheNumberOfABadgeIsGrouped) {
+  const auto item = MenuItem::itemWithTitle("Inbox");
+  item->setBadge(kvl::MenuItemBadge::updatesWithCount(1234567));
+  EXPECT_EQ(entryOf(*item).badge, QStringLiteral("1,234,567 updates"));
+  QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+  EXPECT_EQ(entryOf(*item).badge, QStringLiteral("1.234.567 Aktualisierungen"));
+}
+
+TEST_F(MenuBadgeTest, TheNumberOfABadgeIsGroupedWhereNoLanguageIsSet) {
+  const auto item = MenuItem::itemWithTitle("Inbox");
+  item->setBadge(kvl::MenuItemBadge::updatesWithCount(1234567));
+  QLocale::setDefault(QLocale::c());
+  EXPECT_EQ(entryOf(*item).badge, QStringLiteral("1,234,567 updates"));
+  QLocale::setDefault(QLocale::system());
+  EXPECT_EQ(entryOf(*item).badge, QStringLiteral("1,234,567 updates"));
+}
+
 TEST_F(MenuBadgeTest, ABadgeSpeaksTheLanguageThatTheHostHasSet) {
   const auto item = MenuItem::itemWithTitle("Inbox");
   item->setBadge(kvl::MenuItemBadge::updatesWithCount(3));

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include <limits>
+#include <list>
 #include <vector>
 
 namespace {
@@ -111,6 +112,16 @@ TEST_F(MenuIconsTest, ASlowDrawingDoesNotHoldUpTheNext) {
   EXPECT_TRUE(icons->picture(slow, 1).isNull());
 }
 
+TEST_F(MenuIconsTest, TwoSlowDrawingsDoNotHoldUpTheRest) {
+  const auto slow = std::make_shared<DrawnImage>();
+  const auto other = std::make_shared<DrawnImage>();
+  const DrawnImage::Held held(*slow);
+  const DrawnImage::Held alsoHeld(*other);
+  for (const auto& image : {slow, other}) (void)icons->picture(image, 1);
+  for (int i = 0; i < 20; ++i) EXPECT_FALSE(drawn(std::make_shared<DrawnImage>()).isNull());
+  for (const auto& image : {slow, other}) EXPECT_TRUE(icons->picture(image, 1).isNull());
+}
+
 TEST_F(MenuIconsTest, TheIconsMayGoAwayWhileTheyAreDrawn) {
   const auto image = std::make_shared<DrawnImage>();
   {
@@ -139,13 +150,14 @@ TEST_F(MenuIconsTest, TheApplicationMayGoAwayWhileTheyAreDrawn) {
 }
 
 TEST_F(MenuIconsTest, NobodyDrawsWhatNobodyWaitsFor) {
-  const auto slow = std::make_shared<DrawnImage>();
-  const auto other = std::make_shared<DrawnImage>();
   const auto late = std::make_shared<DrawnImage>();
   {
-    const DrawnImage::Held held(*slow);
-    const DrawnImage::Held alsoHeld(*other);
-    for (const auto& image : {slow, other, late}) (void)icons->picture(image, 1);
+    // However long they take, no more are drawn at a time.
+    std::vector<std::shared_ptr<DrawnImage>> images(MenuIcons::kMostDrawings);
+    std::list<DrawnImage::Held> held;
+    for (auto& image : images) held.emplace_back(*(image = std::make_shared<DrawnImage>()));
+    for (const auto& image : images) (void)icons->picture(image, 1);
+    (void)icons->picture(late, 1);
     icons.reset();
   }
   EXPECT_TRUE(isAlone(late));

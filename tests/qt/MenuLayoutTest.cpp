@@ -115,6 +115,36 @@ TEST_F(MenuLayoutTest, TitlesOfOneMenuStartAtOnePlace) {
   EXPECT_EQ(row(plain).title.left(), row(full).title.left());
 }
 
+TEST_F(MenuLayoutTest, BadgesStandInOneColumnWhetherThereIsAShortcutOrNot) {
+  MenuEntry other;
+  other.title = QStringLiteral("Look for updates");
+  other.badge = QStringLiteral("12,345 updates");
+  const QRect place(30, 200, kWidest, placeOf(full).height());
+  for (const auto direction : {Qt::LeftToRight, Qt::RightToLeft}) {
+    const auto badge = [&](const MenuEntry& entry) {
+      return layoutOf(entry, columns, metrics, place, direction).badge;
+    };
+    const bool leftwards = direction == Qt::RightToLeft;
+    EXPECT_EQ(leftwards ? badge(other).left() : badge(other).right(),
+              leftwards ? badge(full).left() : badge(full).right());
+  }
+}
+
+TEST_F(MenuLayoutTest, ABadgeInFrontOfAnEmptyColumnCutsNothing) {
+  full.shortcut.clear();
+  const EntryLayout parts = row(full);
+  EXPECT_THAT(parts.title.width(), Ge(metrics.text.horizontalAdvance(full.title)));
+  EXPECT_THAT(parts.subtitle.width(), Ge(metrics.small.horizontalAdvance(full.subtitle)));
+  EXPECT_THAT(parts.badge.width(), Ge(metrics.small.horizontalAdvance(full.badge)));
+  EXPECT_LT(parts.title.right(), parts.badge.left());
+}
+
+TEST_F(MenuLayoutTest, WithoutShortcutsBadgesAreAtTheArrows) {
+  full.shortcut.clear();
+  columns.shortcutWidth = 0;
+  EXPECT_EQ(row(full).badge.right() + 1, row(full).arrow.left());
+}
+
 TEST_F(MenuLayoutTest, WithoutMarksAndIconsTitlesStartAtTheEdge) {
   columns.marks = columns.icons = false;
   MenuEntry plain;

@@ -152,10 +152,37 @@ TEST_F(MenuStyleTest, AMenuOfAThousandItemsScrollsInOneColumn) {
   EXPECT_THAT(large.height(), Le(large.screen()->geometry().height()));
 }
 
-TEST_F(MenuStyleTest, AMenuIsAtMostHalfAsWideAsTheScreen) {
+TEST_F(MenuStyleTest, AMenuIsAtMostAsWideAsTheScreen) {
   MenuView view(menuWithTitles({std::string(5000, 'w')}));
   ASSERT_TRUE(open(view));
-  EXPECT_THAT(view.width(), Le(view.screen()->geometry().width() / 2 + 20));
+  const QRect screen = view.screen()->availableGeometry();
+  EXPECT_THAT(view.width(), Le(screen.width()));
+  EXPECT_THAT(view.width(), Ge(screen.width() - view.fontMetrics().averageCharWidth()));
+  EXPECT_TRUE(screen.contains(view.geometry()));
+}
+
+TEST_F(MenuStyleTest, ASecondLineIsNotCutWhileTheScreenHasRoom) {
+  const auto item = MenuItem::itemWithTitle("Install now");
+  MenuView view(menuOf({item}));
+  const MenuMetrics metrics(view.font());
+  const int wanted = view.screen()->availableGeometry().width() * 9 / 10;
+  QString line = QStringLiteral("found");
+  while (metrics.small.horizontalAdvance(line) < wanted) line += QStringLiteral(" on May 1");
+  item->setSubtitle(line.toStdString());
+  ASSERT_TRUE(open(view));
+  EXPECT_THAT(rowIn(view, view.actions().at(0)).subtitle.width(),
+              Ge(metrics.small.horizontalAdvance(line)));
+  EXPECT_TRUE(view.screen()->availableGeometry().contains(view.geometry()));
+}
+
+TEST_F(MenuStyleTest, TheSubmenuOfAWideMenuIsOnTheScreen) {
+  const auto item = kvltest::itemWithSubmenu(std::string(5000, 'w'), menuWithTitles({"Below"}));
+  MenuView view(menuOf({item}));
+  ASSERT_TRUE(open(view));
+  view.setActiveAction(view.actions().at(0));
+  const auto* below = view.actions().at(0)->menu();
+  ASSERT_TRUE(eventually([&] { return below->isVisible(); }));
+  EXPECT_TRUE(view.screen()->availableGeometry().contains(below->geometry()));
 }
 
 TEST_F(MenuStyleTest, FollowsTheApplicationsStyle) {
@@ -293,6 +320,15 @@ TEST_F(MenuIconColourTest, ATemplateHasTheColourOfTheText) {
   EXPECT_EQ(iconColour(), text(QPalette::Active, QPalette::Text));
   view.setActiveAction(view.actions().at(0));
   EXPECT_EQ(iconColour(), text(QPalette::Active, QPalette::HighlightedText));
+}
+
+TEST_F(MenuIconColourTest, AHighlightedTemplateIsWhiteWhereTheThemesTextIs) {
+  QPalette palette = QApplication::palette();
+  palette.setColor(QPalette::Highlight, QColor(0x3d, 0xae, 0xe9));
+  QApplication::setPalette(palette);
+  show(true);
+  view.setActiveAction(view.actions().at(0));
+  EXPECT_EQ(iconColour(), QColor(Qt::white));
 }
 
 TEST_F(MenuIconColourTest, ATemplateOfADisabledItemHasTheColourOfItsText) {

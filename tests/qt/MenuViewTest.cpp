@@ -381,6 +381,17 @@ TEST_F(MenuViewTest, ATitleThatIsCutShortIsSaidInFull) {
   EXPECT_TRUE(pointAt(cut).contains(QString::fromStdString(longTitle)));
 }
 
+TEST_F(MenuViewTest, TheLinesOfATitleThatIsCutShortKeepTheirDirections) {
+  const auto item = MenuItem::itemWithTitle("א" + std::string(600, 'w'));
+  item->setSubtitle("second (line)");
+  MenuView view(menuOf({item}));
+  ASSERT_TRUE(open(view));
+  const QPoint place = view.actionGeometry(view.actions().at(0)).center();
+  QHelpEvent help(QEvent::ToolTip, place, view.mapToGlobal(place));
+  QCoreApplication::sendEvent(&view, &help);
+  EXPECT_TRUE(QToolTip::text().contains(QStringLiteral("w\u2069\nsecond (line)")));
+}
+
 TEST_F(MenuViewTest, WhatChangedShowsWhenTheMenuOpensAtOnce) {
   const auto menu = menuWithTitles({"Open"});
   MenuView view(menu);

@@ -40,6 +40,13 @@ class MenuContents;
 /// chosen, in the order in which a menu bar shows them. When an action of the host's own has the
 /// same key, either of the two may be chosen.
 ///
+/// A letter or digit that is typed while the menu is open highlights the next item whose title
+/// begins with it, whichever its case and accents are, and chooses nothing. Mnemonics of actions of
+/// the host's own come first.
+///
+/// A menu is as wide as its texts need, up to the width of the screen. The highlighted item has the
+/// colours of the theme, unless their contrast is below 2:1.
+///
 /// Of any text the first 1,000 characters are shown, in a line where there is one line. A title
 /// that does not fit is cut short; the tool tip of an item that has none says it in full.
 ///

@@ -13,7 +13,8 @@ class QEvent;
 namespace kvl::qt {
 
 /// Shows a `kvl::Progress` and follows it: its two texts and a bar. It is made for a status bar and
-/// is one line high. Texts that are too long are elided; the tool tip has all of them.
+/// is one line high. Texts that are too long are elided; the tool tip has all of them. What a
+/// record says to be absent, "(null)", is not shown.
 ///
 /// The bar is hidden when all units are completed, and when there is nothing to show: no total and
 /// no text. It is busy, without a share, while the total is unknown (0 or less) and while a record
