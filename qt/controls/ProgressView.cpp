@@ -4,6 +4,8 @@
 #include "qt/controls/Painting.h"
 #include "qt/controls/WidgetTeardown.h"
 
+#include <local/platform/Log.h>
+#include <local/qt/Conversions.h>
 #include <local/qt/ProgressView.h>
 
 #include <QEvent>
@@ -11,6 +13,7 @@
 #include <QHelpEvent>
 #include <QPainter>
 #include <QProgressBar>
+#include <QStringList>
 #include <QStyle>
 #include <QToolTip>
 #include <algorithm>
@@ -25,6 +28,7 @@ constexpr int kBarWidth = 120;
 constexpr int kBarHeight = 8;
 // Counts of bytes are larger than bars can count: they count in parts of a thousand.
 constexpr int kParts = 1000;
+constexpr QLatin1Char kLineFeed('\n');
 
 // A record of one unit knows no shares: it only tells whether it is done.
 bool isShareKnown(const ProgressState& state) {
@@ -41,6 +45,25 @@ bool hasWords(const ProgressState& state) {
 
 bool isRunning(const ProgressState& state) {
   return !isFinished(state) && (state.totalUnitCount > 0 || hasWords(state));
+}
+
+// Of a text for people. What is absent prints as a text of its own in a record, which is left out
+// together with the dash before or after it.
+QStringList shownLines(std::string_view text) {
+  static const QString kDash = QStringLiteral(" \u2013 ");
+  QStringList lines;
+  for (const QString& line : linesOf(text).split(kLineFeed)) {
+    QStringList parts = line.split(kDash);
+    const auto absent = parts.removeAll(qString(kNullText));
+    if (absent == 0 || !parts.isEmpty()) lines.append(parts.join(kDash));
+  }
+  return lines;
+}
+
+QString toolTipOf(const QStringList& lines) {
+  QStringList parts;
+  for (const QString& line : lines) parts.append(isolated(line));
+  return wrapped(parts.join(kLineFeed).trimmed());
 }
 
 void showShare(QProgressBar& bar, const ProgressState& state) {
@@ -187,12 +210,12 @@ void ProgressView::Implementation::refresh() {
 }
 
 void ProgressView::Implementation::showWords(const ProgressState& state) {
+  const QStringList additions = shownLines(state.localizedAdditionalDescription);
   const auto description = lineOf(state.localizedDescription);
-  const auto addition = lineOf(state.localizedAdditionalDescription);
+  const auto addition = additions.join(QLatin1Char(' '));
   description_->setText(description);
   addition_->setText(addition);
-  const auto all = state.localizedDescription + "\n" + state.localizedAdditionalDescription;
-  toolTip_ = wrapped(linesOf(all).trimmed());
+  toolTip_ = toolTipOf(shownLines(state.localizedDescription) + additions);
   for (QWidget* widget : {static_cast<QWidget*>(&view_), static_cast<QWidget*>(bar_)}) {
     widget->setAccessibleName(description);
     widget->setAccessibleDescription(addition);

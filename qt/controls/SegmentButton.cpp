@@ -80,7 +80,6 @@ void paintImage(QPainter& painter, const QRect& box, QSizeF placed, const QImage
 }  // namespace
 
 SegmentButton::SegmentButton(QWidget* parent) : QToolButton(parent) {
-  setPopupMode(InstantPopup);
   setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
   setAttribute(Qt::WA_Hover);
 }
@@ -107,6 +106,8 @@ void SegmentButton::displayWords(const Segment& segment) {
 }
 
 void SegmentButton::displayMenu(const std::shared_ptr<Menu>& menu) {
+  // Buttons that open a menu at once cannot be pressed by screen readers, even without one.
+  setPopupMode(menu ? InstantPopup : DelayedPopup);
   if (menuView_ != nullptr && menu) {
     if (menuView_->menu() != menu) menuView_->setMenu(menu);
   } else if (menu) {

@@ -12,6 +12,7 @@
 #include <QKeyEvent>
 #include <QPointer>
 #include <QString>
+#include <QStyle>
 #include <algorithm>
 #include <utility>
 #include <vector>
@@ -24,6 +25,40 @@ constexpr int kWidestMinimum = 160;
 
 constexpr auto kModifiersThatMatter =
     Qt::ShiftModifier | Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier;
+
+// One beside the other. Where there is less room than all wish, the widest give way first: none is
+// cut while another one is wider.
+class SegmentLayout final : public QHBoxLayout {
+ public:
+  using QHBoxLayout::QHBoxLayout;
+
+  void setGeometry(const QRect& rect) override {
+    if (rect.width() >= sizeHint().width()) return QHBoxLayout::setGeometry(rect);
+    QLayout::setGeometry(rect);
+    const auto direction = parentWidget()->layoutDirection();
+    int left = rect.left();
+    for (int i = 0; const int width : sharesOf(rect.width())) {
+      const QRect place(left, rect.top(), width, rect.height());
+      itemAt(i++)->setGeometry(QStyle::visualRect(direction, rect, place));
+      left += width;
+    }
+  }
+
+ private:
+  // In the order of the items.
+  [[nodiscard]] std::vector<int> sharesOf(int room) const {
+    std::vector<std::pair<int, std::size_t>> wishes;
+    for (int i = 0; i < count(); ++i)
+      wishes.emplace_back(itemAt(i)->sizeHint().width(), wishes.size());
+    std::ranges::sort(wishes);
+    std::vector<int> shares(wishes.size());
+    for (auto waiting = static_cast<int>(wishes.size()); const auto& [wish, item] : wishes) {
+      shares[item] = std::min(wish, room / waiting--);
+      room -= shares[item];
+    }
+    return shares;
+  }
+};
 
 QAccessibleInterface* groupInterface(const QString&, QObject* object) {
   auto* view = qobject_cast<SegmentedControlView*>(object);
@@ -93,7 +128,7 @@ class SegmentedControlView::Implementation {
 };
 
 void SegmentedControlView::Implementation::addLayout() {
-  layout_ = new QHBoxLayout(&view_);
+  layout_ = new SegmentLayout(&view_);
   layout_->setContentsMargins(0, 0, 0, 0);
   layout_->setSpacing(0);
   layout_->setSizeConstraint(QLayout::SetNoConstraint);

@@ -162,6 +162,40 @@ TEST(ProgressViewTest, TheToolTipHasAllOfTheTextsAndNoMarkup) {
   EXPECT_THAT(shownToolTip(view), HasSubstr("&lt;b&gt;Reconnecting&lt;/b&gt;\nLost\nRetrying"));
 }
 
+TEST(ProgressViewTest, WhatIsAbsentIsInTheRecordAndNotOnTheScreen) {
+  const QtApplication application;
+  const struct {
+    const char* record;
+    const char* shown;
+  } cases[] = {
+      {"Lost – (null)\nRetrying every 3 seconds", "Lost\nRetrying every 3 seconds"},
+      {"(null) – /run/notary\nRetrying", "/run/notary\nRetrying"},
+      {"(null) – (null)\nRetrying", "Retrying"},
+      {"Lost – /run/notary\nRetrying", "Lost – /run/notary\nRetrying"},
+      {"Notarised (null)", "Notarised (null)"},
+      {"(null)", ""},
+  };
+  for (const auto& [record, shown] : cases) {
+    const auto progress = recordOf({1, 0, "Reconnecting…", record});
+    ProgressView view(progress);
+    view.show();
+    const auto line = QString::fromUtf8(shown).replace(QLatin1Char('\n'), QLatin1Char(' '));
+    EXPECT_EQ(view.accessibleDescription(), line);
+    EXPECT_EQ(barOf(view).accessibleDescription(), line);
+    const auto toolTip = std::string("Reconnecting…\n") + shown;
+    EXPECT_THAT(shownToolTip(view),
+                HasSubstr(">" + toolTip.substr(0, toolTip.find_last_not_of('\n') + 1) + "<"));
+    EXPECT_EQ(progress->state().localizedAdditionalDescription, record);
+  }
+}
+
+TEST(ProgressViewTest, TheToolTipsLinesKeepTheirDirections) {
+  const QtApplication application;
+  ProgressView view(recordOf({1, 0, "מתחבר (2)", "Lost (1)"}));
+  view.show();
+  EXPECT_THAT(shownToolTip(view), HasSubstr("\u2068מתחבר (2)\u2069\nLost (1)"));
+}
+
 TEST(ProgressViewTest, IsOneLineHighWhateverTheTexts) {
   const QtApplication application;
   const ProgressView plain(recordOf({1, 0, "Connecting", "more"}));

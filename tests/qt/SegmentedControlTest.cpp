@@ -160,6 +160,54 @@ TEST(SegmentedControlTest, AThousandSegmentsFitIntoAnyWindow) {
   EXPECT_LT(row.view->minimumSizeHint().width(), 400);
 }
 
+std::vector<int> widthsOf(const SegmentRow& row) {
+  std::vector<int> widths;
+  for (const auto* button : kvltest::buttonsOf(*row.view)) widths.push_back(button->width());
+  return widths;
+}
+
+// Gives the row so much less than it wishes.
+void narrow(const SegmentRow& row, int less) {
+  row.view->setFixedWidth(row.view->sizeHint().width() - less);
+  row.settle();
+}
+
+TEST(SegmentedControlTest, WhereThereIsLittleRoomTheWidestGivesWayFirst) {
+  const QtApplication application;
+  const SegmentRow row(
+      {{.label = "OK"}, {.label = "Synchronise everything at once"}, {.label = "Pause"}});
+  const auto wishes = widthsOf(row);
+  narrow(row, 60);
+  EXPECT_THAT(widthsOf(row), ElementsAre(wishes[0], wishes[1] - 60, wishes[2]));
+}
+
+TEST(SegmentedControlTest, SegmentsShareWhatIsLeftEvenly) {
+  for (const bool rightToLeft : {false, true}) {
+    const QtApplication application({.rightToLeft = rightToLeft});
+    const SegmentRow row({{.label = std::string(20, 'x')},
+                          {.label = "i"},
+                          {.label = std::string(30, 'x')},
+                          {.label = std::string(25, 'x')}});
+    const int small = row.button(1).width();
+    row.view->setFixedWidth(small + 3 * 50);
+    row.settle();
+    EXPECT_THAT(widthsOf(row), ElementsAre(50, small, 50, 50));
+    const auto& first = row.button(rightToLeft ? 3 : 0);
+    EXPECT_EQ(first.x(), 0);
+    EXPECT_EQ(row.button(rightToLeft ? 2 : 1).x(), 50);
+  }
+}
+
+TEST(SegmentedControlTest, SegmentsWithMoreRoomAgainAreAsWideAsTheyWish) {
+  const QtApplication application;
+  const SegmentRow row({{.label = "OK"}, {.label = "Synchronise everything at once"}});
+  const auto wishes = widthsOf(row);
+  narrow(row, 60);
+  row.view->setFixedWidth(row.view->sizeHint().width());
+  row.settle();
+  EXPECT_EQ(widthsOf(row), wishes);
+}
+
 TEST(SegmentedControlTest, RunsFromRightToLeftWhereTheDesktopDoes) {
   const QtApplication application({.locale = "he_IL.UTF-8", .rightToLeft = true});
   const SegmentRow row({{.label = "One"}, {.label = "Two"}});

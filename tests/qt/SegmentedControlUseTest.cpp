@@ -287,6 +287,35 @@ TEST(SegmentedControlUseTest, ScreenReadersFindAGroupOfButtons) {
   EXPECT_FALSE(group->child(0)->state().hasPopup);
 }
 
+QAccessibleActionInterface* actionsOf(const SegmentRow& row, std::size_t index) {
+  return QAccessible::queryAccessibleInterface(&row.button(index))->actionInterface();
+}
+
+TEST(SegmentedControlUseTest, ScreenReadersPressASegmentWithoutAMenu) {
+  const QtApplication application;
+  const ChoosingRow row({{.label = "One"}, {.label = "Two"}});
+  const auto press = QAccessibleActionInterface::pressAction();
+  ASSERT_THAT(actionsOf(row, 1)->actionNames(), testing::Contains(press));
+  actionsOf(row, 1)->doAction(press);
+  EXPECT_TRUE(QTest::qWaitFor([&] { return !row.chosen.empty(); }, kPatience));
+  EXPECT_THAT(row.chosen, ElementsAre(1));
+}
+
+TEST(SegmentedControlUseTest, WhatScreenReadersDoFollowsTheMenuOfASegment) {
+  const QtApplication application;
+  const SegmentRow row({{.label = "Sort"}});
+  const auto show = QAccessibleActionInterface::showMenuAction();
+  const auto press = QAccessibleActionInterface::pressAction();
+  row.control->setSegment(0, {.label = "Sort", .menu = menuWith("Newest first")});
+  row.settle();
+  EXPECT_THAT(actionsOf(row, 0)->actionNames(), testing::Contains(show));
+  EXPECT_THAT(actionsOf(row, 0)->actionNames(), testing::Not(testing::Contains(press)));
+  row.control->setSegment(0, {.label = "Sort"});
+  row.settle();
+  EXPECT_THAT(actionsOf(row, 0)->actionNames(), testing::Contains(press));
+  EXPECT_THAT(actionsOf(row, 0)->actionNames(), testing::Not(testing::Contains(show)));
+}
+
 TEST(SegmentedControlUseTest, ScreenReadersAreToldTheToolTipAsItStands) {
   const QtApplication application;
   const SegmentRow row({{.label = "Sort", .toolTip = "Newest first & foremost\nor last"},
