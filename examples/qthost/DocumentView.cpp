@@ -34,16 +34,24 @@ DocumentView::DocumentView(Host& host, const QString& path, QWidget* parent)
   layout->addWidget(tree_);
   connect(button, &QPushButton::clicked, this, [this] { fetch(path_->text()); });
   connect(path_, &QLineEdit::returnPressed, this, [this] { fetch(path_->text()); });
-  connect(&host, &Host::stateChanged, this, &DocumentView::fetchFirst);
-  fetchFirst();
+  connect(&host, &Host::stateChanged, this, &DocumentView::fetchWhereDue);
+  fetchWhereDue();
 }
 
-void DocumentView::fetchFirst() {
-  if (fetches_ == 0 && host_.isEstablished() && !path_->text().isEmpty()) fetch(path_->text());
+// The first document; and what could not be had without the session, so that no error outlives its
+// cause.
+void DocumentView::fetchWhereDue() {
+  if (!host_.isEstablished()) return;
+  if (!failed_.isEmpty()) return request(failed_);
+  if (fetches_ == 0 && !path_->text().isEmpty()) request(path_->text());
 }
 
 void DocumentView::fetch(const QString& path) {
   path_->setText(path);
+  request(path);
+}
+
+void DocumentView::request(const QString& path) {
   // An error may come on another thread, and the window may be gone by then.
   KVLEncoding::jsonFromSession(
       host_.session(), KVLEncoding::RelativePath(kvl::qt::utf8(path)),
@@ -60,6 +68,7 @@ void DocumentView::fetch(const QString& path) {
 void DocumentView::take(int number, const Answer& answer) {
   if (number != fetches_) return;
   const auto& [path, document, outcome] = answer;
+  failed_ = outcome.isGood ? QString() : path;
   if (document && outcome.isGood) tree_->setDocument(*document);
   if (outcome.isGood) {
     notice_->showOutcome({});

@@ -15,7 +15,7 @@ namespace qthost {
 class DocumentTree;
 
 // A path to type, and the document there. What goes wrong is told in place, and the document that
-// was shown stays.
+// was shown stays. It is tried again when the session is established anew.
 class DocumentView : public QWidget {
   Q_OBJECT
 
@@ -36,7 +36,8 @@ class DocumentView : public QWidget {
     Outcome outcome;
   };
 
-  void fetchFirst();
+  void fetchWhereDue();
+  void request(const QString& path);
   void take(int number, const Answer& answer);
 
   Host& host_;
@@ -44,6 +45,7 @@ class DocumentView : public QWidget {
   Notice* const notice_;
   DocumentTree* const tree_;
   int fetches_ = 0;  // only the last one is shown
+  QString failed_;   // the path of the document that is missing; empty for none
 };
 
 }  // namespace qthost

@@ -82,22 +82,28 @@ kvl::Dictionary withText(kvl::Dictionary input) {
 
 constexpr qint64 kMebibyte = 1 << 20;
 
+// In the head of a form's part a name with a line end would begin another line of the head.
+bool hasLineEnd(const QString& name) {
+  return name.contains(u'\n') || name.contains(u'\r');
+}
+
 // The contents; none and a fault when they cannot be had. Pipes and devices may never end.
 std::optional<QByteArray> contentsOf(const QString& path, QString& fault) {
   const QFileInfo info(path);
   QFile file(path);
-  if (info.exists() && !info.isFile()) {
-    fault = FileField::tr("%1: This is no file.").arg(path);
+  if (hasLineEnd(info.fileName())) {
+    fault = FileField::tr("There is a line end in the name of the file.");
+  } else if (info.exists() && !info.isFile()) {
+    fault = FileField::tr("This is no file.");
   } else if (!file.open(QIODevice::ReadOnly)) {
-    fault = FileField::tr("%1: %2").arg(path, file.errorString());
+    fault = file.errorString();
   } else {
     auto contents = file.read(FileField::kMostBytes + 1);
     if (contents.size() > FileField::kMostBytes)
-      fault = FileField::tr("%1: The file is larger than %2 MiB.")
-                  .arg(path)
-                  .arg(FileField::kMostBytes / kMebibyte);
+      fault =
+          FileField::tr("The file is larger than %1 MiB.").arg(FileField::kMostBytes / kMebibyte);
     else if (file.error() != QFileDevice::NoError)
-      fault = FileField::tr("%1: %2").arg(path, file.errorString());
+      fault = file.errorString();
     else
       return contents;
   }
@@ -144,7 +150,7 @@ FileField::FileField(const kvl::Dictionary& input, QWidget* parent)
   setContent(path_);
   auto* chooser = new QPushButton(tr("Choose…"));
   chooser->setAutoDefault(false);
-  chooser->setAccessibleName(tr("Choose a file: %1").arg(label()));
+  chooser->setAccessibleName(tr("Choose a file: %1").arg(kvl::qt::isolated(label())));
   connect(chooser, &QPushButton::clicked, this, &FileField::choose);
   layout()->addWidget(chooser);
 }
@@ -163,8 +169,13 @@ void FileField::choose() {
 
 std::optional<kvl::Dictionary> FileField::input(QString& fault) const {
   if (path_->text().isEmpty()) return std::nullopt;
-  const auto contents = contentsOf(path_->text(), fault);
-  if (!contents) return std::nullopt;
+  QString reason;
+  const auto contents = contentsOf(path_->text(), reason);
+  if (!contents) {
+    const QString path = lineOf(kvl::qt::utf8(path_->text()));
+    fault = tr("%1: %2").arg(kvl::qt::isolated(path), reason);
+    return std::nullopt;
+  }
   const QFileInfo info(path_->text());
   const QString type = QMimeDatabase().mimeTypeForFile(info).name();
   return withValue(

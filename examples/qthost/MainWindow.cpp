@@ -49,7 +49,8 @@ MainWindow::MainWindow(Host& host, const Options& options, QWidget* parent)
   resize(kUsualSize);
   connect(menus_, &ServiceMenus::changed, this, &MainWindow::showMenus);
   connect(menus_, &ServiceMenus::chosen, this, &MainWindow::choose);
-  connect(menus_, &ServiceMenus::failed, this, [this](const auto& why) { tell(tr("Menus"), why); });
+  connect(menus_, &ServiceMenus::failed, this, &MainWindow::tellFault);
+  connect(menus_, &ServiceMenus::fetched, this, &MainWindow::forgetFault);
   connect(&host, &Host::stateChanged, this, &MainWindow::showAvailability);
   connect(&host, &Host::stateChanged, this, &MainWindow::showProgress);
   connect(&host, &Host::progressChanged, this, &MainWindow::showProgress);
@@ -189,7 +190,18 @@ void MainWindow::submitAtOnce(const QString& title, const kvl::Dictionary& form)
 }
 
 void MainWindow::tell(const QString& title, const QString& outcome) {
-  statusBar()->showMessage(tr("%1: %2").arg(title, outcome), kMessageTime);
+  const QString message = tr("%1: %2").arg(kvl::qt::isolated(title), kvl::qt::isolated(outcome));
+  statusBar()->showMessage(message, kMessageTime);
+}
+
+void MainWindow::tellFault(const QString& why) {
+  tell(tr("Menus"), why);
+  fault_ = statusBar()->currentMessage();
+}
+
+void MainWindow::forgetFault() {
+  if (!fault_.isEmpty() && statusBar()->currentMessage() == fault_) statusBar()->clearMessage();
+  fault_.clear();
 }
 
 }  // namespace qthost

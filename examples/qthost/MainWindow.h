@@ -61,6 +61,9 @@ class MainWindow : public QMainWindow {
   void openDialog(const QString& title, const kvl::Dictionary& form);
   void submitAtOnce(const QString& title, const kvl::Dictionary& form);
   void tell(const QString& title, const QString& outcome);
+  // Why there are no menus, until there are.
+  void tellFault(const QString& why);
+  void forgetFault();
 
   Host& host_;
   const Options options_;
@@ -73,6 +76,7 @@ class MainWindow : public QMainWindow {
   QLabel* const stateText_;
   DocumentView* document_ = nullptr;
   EventLog* events_ = nullptr;
+  QString fault_;  // of the menus, as it was told last
   std::vector<kvl::qt::MenuView*> barMenus_;
 };
 

@@ -34,6 +34,8 @@ Notice::Notice(QWidget* parent) : QLabel(parent) {
 void Notice::showOutcome(const QString& text) {
   setPalette({});
   setText(text);
+  const bool isAtRight = isRightToLeft() || text.isRightToLeft();
+  setAlignment((isAtRight ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignAbsolute | Qt::AlignVCenter);
   setVisible(!text.isEmpty());
 }
 

@@ -19,7 +19,8 @@ struct Outcome {
 [[nodiscard]] Outcome outcomeOf(const kvl::URLResponseRef& response,
                                 const std::optional<kvl::Error>& error);
 
-// A line of text that takes no place while there is nothing to say.
+// A line of text that takes no place while there is nothing to say. It stands at the right where it
+// runs from right to left, or all of the window does.
 class Notice : public QLabel {
   Q_OBJECT
 

@@ -84,6 +84,7 @@ void ServiceMenus::take(const std::optional<kvl::Value>& document, const Outcome
   const auto menus = document ? document->dictionary() : std::nullopt;
   if (!menus) return fail(tr("The service has no menus there."));
   delay_ = kFirstDelay;
+  Q_EMIT fetched();
   // A menu that is open stays as it is when nothing has changed.
   if (document == document_) return;
   document_ = document;

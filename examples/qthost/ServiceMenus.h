@@ -35,6 +35,8 @@ class ServiceMenus : public QObject {
   [[nodiscard]] const std::shared_ptr<kvl::Menu>& segments() const { return segments_; }
 
  Q_SIGNALS:
+  // The service has answered with menus. They may be others than before: `changed` comes next then.
+  void fetched();
   void changed();
   void failed(const QString& why);
   // The user has chosen an item with a form, which is the item's represented object.

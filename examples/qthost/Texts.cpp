@@ -45,8 +45,10 @@ QString readText(const QString& text) {
 void TechnicalText::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const {
   QStyledItemDelegate::initStyleOption(option, index);
   const bool isMirrored = option->direction == Qt::RightToLeft;
-  option->displayAlignment = (isMirrored ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter;
-  option->direction = Qt::LeftToRight;
+  const bool isLeftwards = option->text.isRightToLeft();
+  option->displayAlignment = (isMirrored || isLeftwards ? Qt::AlignRight : Qt::AlignLeft) |
+                             Qt::AlignAbsolute | Qt::AlignVCenter;
+  option->direction = isLeftwards ? Qt::RightToLeft : Qt::LeftToRight;
 }
 
 }  // namespace qthost

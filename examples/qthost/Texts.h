@@ -20,7 +20,8 @@ inline constexpr qsizetype kLongestLine = 500;
 // What the user reads of a text with marks of mnemonics.
 [[nodiscard]] QString readText(const QString& text);
 
-// Shows cells of a view whose text is code: from left to right, whatever the user's language is.
+// Shows cells of a view whose text is a service's: each as its own letters run, at the side where
+// it begins. Code runs from left to right, whatever the user's language is.
 class TechnicalText : public QStyledItemDelegate {
   Q_OBJECT
 

@@ -151,8 +151,13 @@ TEST_F(HostMenuTest, MenusThatCannotBeHadAreAskedForAgain) {
   const auto& window = openWindow({.menu = "/mine"});
   ASSERT_TRUE(
       eventually([&] { return window.statusBar()->currentMessage() == "Menus: 404 Not Found"; }));
+  // What is told as the menus come.
+  std::optional<QString> message;
+  QObject::connect(&window, &qthost::MainWindow::menusShown, &window,
+                   [&] { message = window.statusBar()->currentMessage(); });
   document("mine.json", menuWith("First & last"));
   EXPECT_TRUE(eventually([&] { return barMenu(window, "First & last") != nullptr; }));
+  EXPECT_EQ(message, QString());
 }
 
 TEST_F(HostMenuTest, AnAnswerThatIsARefusalLeavesTheMenus) {

@@ -2,13 +2,15 @@
 #include "examples/qthost/DocumentTree.h"
 #include "examples/qthost/EventLog.h"
 #include "examples/qthost/FormField.h"
+#include "examples/qthost/Outcome.h"
 #include "examples/qthost/ServiceMenus.h"
 #include "examples/qthost/Texts.h"
 #include "tests/support/QtApplication.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <QDir>
 #include <QFile>
 #include <QHeaderView>
 #include <QLineEdit>
@@ -64,6 +66,54 @@ TEST(HostTextsTest, CellsOfTheLogAreShortLines) {
   }
 }
 
+// The middle of what is painted, from 0 at the left to 1 at the right.
+double middleOf(const QImage& image) {
+  int left = image.width();
+  int right = 0;
+  for (int x = 0; x < image.width(); ++x)
+    for (int y = 0; y < image.height(); ++y)
+      if (image.pixelColor(x, y).lightness() < 128) {
+        left = std::min(left, x);
+        right = std::max(right, x);
+      }
+  EXPECT_LT(left, right);
+  return (left + right) / 2.0 / image.width();
+}
+
+// The only cell of a document.
+QImage cellWith(const std::string& text) {
+  qthost::DocumentTree tree;
+  tree.setAlternatingRowColors(false);
+  tree.setDocument(kvl::Value(text));
+  tree.resize(600, 100);
+  tree.show();
+  const QRect row = tree.visualItemRect(tree.topLevelItem(0));
+  const QRect cell(tree.columnViewportPosition(1), row.y(), tree.columnWidth(1), row.height());
+  return tree.viewport()->grab(cell.adjusted(1, 1, -1, -1)).toImage();
+}
+
+QImage noticeWith(const char* text) {
+  qthost::Notice notice;
+  notice.showOutcome(QString::fromUtf8(text));
+  notice.resize(600, 30);
+  return notice.grab().toImage();
+}
+
+TEST(HostTextsTest, AnAnswerStandsAtTheSideWhereItBegins) {
+  const kvltest::QtApplication application;
+  for (const QImage& image : {cellWith("answer"), noticeWith("answer")})
+    EXPECT_LT(middleOf(image), 0.4);
+  for (const QImage& image : {cellWith("תשובה"), noticeWith("תשובה")})
+    EXPECT_GT(middleOf(image), 0.6);
+}
+
+TEST(HostTextsTest, FromRightToLeftEveryAnswerStandsAtTheRight) {
+  const kvltest::QtApplication application({.rightToLeft = true});
+  for (const char* text : {"answer", "תשובה"})
+    for (const QImage& image : {cellWith(text), noticeWith(text)})
+      EXPECT_GT(middleOf(image), 0.6) << text;
+}
+
 class HostFileTest : public testing::Test {
  protected:
   // What is wrong with a file, without its path in front.
@@ -90,6 +140,26 @@ TEST_F(HostFileTest, PipesAndFoldersAreNotRead) {
   EXPECT_EQ(faultOf("pipe"), "This is no file.");
   EXPECT_EQ(faultOf("."), "This is no file.");
   EXPECT_EQ(faultOf("none"), "No such file or directory");
+}
+
+TEST_F(HostFileTest, AFileWhoseNameHasALineEndIsNotSent) {
+  for (const char* name : {"two\nlines", "two\rlines", "two\r\nlines", "\nlines"}) {
+    QFile file(path(name));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    EXPECT_THAT(faultOf(name).toStdString(),
+                testing::EndsWith("lines: There is a line end in the name of the file."));
+  }
+}
+
+TEST_F(HostFileTest, AFolderMayHaveALineEndInItsName) {
+  ASSERT_TRUE(QDir(path("")).mkpath("two\nlines"));
+  QFile file(path("two\nlines/name"));
+  ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+  EXPECT_EQ(faultOf("two\nlines/name"), "");
+}
+
+TEST_F(HostFileTest, APathIsToldAsItIs) {
+  EXPECT_EQ(faultOf("100%2 %1"), "No such file or directory");
 }
 
 TEST_F(HostFileTest, AFileThatIsTooLargeIsNotSent) {

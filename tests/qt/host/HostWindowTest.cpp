@@ -92,6 +92,20 @@ TEST_F(HostWindowTest, ItSurvivesTheServicesRestart) {
     EXPECT_EQ(numbers[i], static_cast<int>(i) + 1) << "in place of " << i + 1;
 }
 
+TEST_F(HostWindowTest, AnErrorGoesWhenTheServiceIsBack) {
+  auto& window = openCompleteWindow();
+  killService();
+  ASSERT_TRUE(eventually([&] { return !host().isEstablished(); }));
+  window.documentView()->fetch("/desktop");
+  ASSERT_TRUE(eventually([&] { return noticeOf(window)->isVisible(); }));
+  auto* path = window.documentView()->findChild<QLineEdit*>();
+  path->setText("/nothing/here");  // and not sent
+  restartService();
+  EXPECT_TRUE(eventually([&] { return showsDocumentWith(window, "Documents"); }));
+  EXPECT_FALSE(noticeOf(window)->isVisible());
+  EXPECT_EQ(path->text(), "/nothing/here");
+}
+
 TEST_F(HostWindowTest, AWindowGoesAwayWhileRequestsArePending) {
   auto& stays = openCompleteWindow();
   auto& window = openWindow({.document = "/slow?ms=300"});
