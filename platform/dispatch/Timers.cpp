@@ -70,7 +70,17 @@ class TimerService {
   // Waits until something is due.
   std::vector<std::function<void()>> takeDue() {
     MutexLock lock(mutex_);
-    while (due_.empty() || due_.begin()->first > bootTime()) sleep(lock);
+    while (due_.empty() || due_.begin()->first > bootTime()) {
+      if (!hasDescriptor()) {
+        doze(lock);
+        continue;
+      }
+      if (!due_.empty()) wake();
+      const int descriptor = descriptor_;
+      lock.unlock();
+      awaitExpiration(descriptor);
+      lock.lock();
+    }
     std::vector<std::function<void()>> taken;
     const auto now = bootTime();
     while (!due_.empty() && due_.begin()->first <= now) {
@@ -80,15 +90,14 @@ class TimerService {
     return taken;
   }
 
-  void sleep(MutexLock& lock) KVL_REQUIRES(mutex_) {
+  [[nodiscard]] bool hasDescriptor() KVL_REQUIRES(mutex_) {
     if (descriptor_ < 0) descriptor_ = timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC);
-    if (descriptor_ < 0) return doze(lock);
-    if (!due_.empty()) wake();
-    const int descriptor = descriptor_;
-    lock.unlock();
+    return descriptor_ >= 0;
+  }
+
+  static void awaitExpiration(int descriptor) {
     std::uint64_t expirations = 0;
     [[maybe_unused]] const auto count = read(descriptor, &expirations, sizeof expirations);
-    lock.lock();
   }
 
   void doze(MutexLock& lock) KVL_REQUIRES(mutex_) {
