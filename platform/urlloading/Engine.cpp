@@ -212,7 +212,7 @@ void Engine::perform(Transfer& transfer) {
 
 void Engine::stop(std::uint64_t identifier) {
   const auto found = transfers_.find(identifier);
-  if (found != transfers_.end()) end(*found->second, found->second->outcome(CURLE_OK));
+  if (found != transfers_.end()) breakOff(*found->second, found->second->outcome(CURLE_OK));
 }
 
 void Engine::step() {
@@ -270,7 +270,11 @@ void Engine::finishExchanges() {
 }
 
 void Engine::finishExchange(Transfer& transfer, CURLcode code) {
-  if (!transfer.follow()) return end(transfer, transfer.outcome(code));
+  const auto connection = code == CURLE_OK ? nullptr : transfer.connection();
+  if (!transfer.follow()) {
+    end(transfer, transfer.outcome(code));
+    return flush(connection);
+  }
   curl_multi_remove_handle(multi_.get(), transfer.easy());
   slots_.release(transfer.task().taskIdentifier());
   launch(transfer);
@@ -282,7 +286,26 @@ void Engine::expireIdle() {
   for (const auto& [identifier, transfer] : transfers_) {
     if (transfer->deadline() <= now) expired.push_back(transfer.get());
   }
-  for (Transfer* transfer : expired) end(*transfer, transfer->timedOut());
+  for (Transfer* transfer : expired) breakOff(*transfer, transfer->timedOut());
+}
+
+void Engine::breakOff(Transfer& transfer, TaskOutcome outcome) {
+  const auto connection = transfer.connection();
+  transfer.closeConnectionWithExchange();
+  end(transfer, std::move(outcome));
+  flush(connection);
+}
+
+// libcurl keeps the reset of a stream until the next one writes on its connection.
+void Engine::flush(const std::shared_ptr<TLSConnection>& connection) {
+  if (!connection) return;
+  Transfer* chosen = nullptr;
+  for (const auto& [identifier, transfer] : transfers_) {
+    if (transfer->connection() != connection) continue;
+    chosen = transfer.get();
+    if (chosen->mayFlushConnection()) break;
+  }
+  if (chosen != nullptr) chosen->flushConnection();
 }
 
 void Engine::end(Transfer& transfer, TaskOutcome outcome) {

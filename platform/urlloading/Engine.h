@@ -90,7 +90,11 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   void finishExchanges();
   void finishExchange(Transfer& transfer, CURLcode code);
   void expireIdle();
+  // Ends an exchange before its time, so that the server hears of it.
+  void breakOff(Transfer& transfer, TaskOutcome outcome);
   void end(Transfer& transfer, TaskOutcome outcome);
+  // Sends what waits on the connection if anybody still uses it.
+  void flush(const std::shared_ptr<TLSConnection>& connection);
   [[nodiscard]] int pollMilliseconds() const;
   void tearDown();
 

@@ -1,5 +1,6 @@
 #include "platform/urlloading/LoadingErrors.h"
 
+#include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
@@ -66,6 +67,26 @@ std::int64_t classifyVerdict(int verifyError) {
   }
 }
 
+bool isAboutCertificates(int alert) {
+  switch (alert) {
+    case SSL_AD_BAD_CERTIFICATE:
+    case SSL_AD_UNSUPPORTED_CERTIFICATE:
+    case SSL_AD_CERTIFICATE_REVOKED:
+    case SSL_AD_CERTIFICATE_EXPIRED:
+    case SSL_AD_CERTIFICATE_UNKNOWN:
+    case SSL_AD_UNKNOWN_CA:
+    case SSL_AD_ACCESS_DENIED:
+    case TLS13_AD_CERTIFICATE_REQUIRED:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::int64_t codeOf(Undecided reason) {
+  return reason == Undecided::timedOut ? NSURLErrorTimedOut : NSURLErrorNetworkConnectionLost;
+}
+
 // The codes that name their cause whatever the connection was doing.
 std::optional<std::int64_t> classifyPlainCause(CURLcode code) {
   switch (code) {
@@ -88,6 +109,23 @@ std::optional<std::int64_t> classifyPlainCause(CURLcode code) {
     default:
       return std::nullopt;
   }
+}
+
+// Whether the server refused the client's certificate, or that there was none. What comes from a
+// server that has gone on since has another cause, unless it says that it is about the certificate:
+// some look at it only after the handshake.
+bool refusedIdentity(const TLSFacts& tls) {
+  if (!tls.certificateRequested || tls.answered) return false;
+  return !tls.accepted || (tls.alert && isAboutCertificates(*tls.alert));
+}
+
+// Whether the handshake failed only because its session object closed meanwhile. That says nothing
+// about anybody's certificate.
+bool cutOffByClosing(const FailureFacts& facts) {
+  if (!facts.closing || facts.tls->answered) return false;
+  const bool isRefusedUnseen = facts.tls->refusedVerdict == X509_V_OK;
+  const bool lacksIdentity = facts.tls->certificateRequested && !facts.tls->certificateOffered;
+  return isRefusedUnseen || (lacksIdentity && !facts.tls->refusedVerdict);
 }
 
 }  // namespace
@@ -115,9 +153,11 @@ Error makeSystemError(int number, std::string_view urlText) {
 }
 
 std::int64_t classify(const FailureFacts& facts) noexcept {
+  if (facts.tls && facts.tls->undecided) return codeOf(*facts.tls->undecided);
+  if (facts.tls && cutOffByClosing(facts)) return NSURLErrorNetworkConnectionLost;
   if (facts.tls && facts.tls->refusedVerdict) return classifyVerdict(*facts.tls->refusedVerdict);
   if (const auto cause = classifyPlainCause(facts.code)) return *cause;
-  if (facts.tls && facts.tls->certificateRequested && !facts.responded) {
+  if (facts.tls && refusedIdentity(*facts.tls)) {
     return facts.tls->certificateOffered ? NSURLErrorClientCertificateRejected
                                          : NSURLErrorClientCertificateRequired;
   }

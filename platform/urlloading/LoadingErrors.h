@@ -34,8 +34,8 @@ struct FailureFacts {
   CURLcode code = CURLE_OK;
   // The TLS connection that it used last; absent without one.
   std::optional<TLSFacts> tls;
-  // Whether anything of a response has come over that connection.
-  bool responded = false;
+  // Whether the session object is closing, so that its delegate has nothing left to judge by.
+  bool closing = false;
 };
 
 // The code in NSURLErrorDomain. libcurl's code alone does not tell: under TLS 1.3 a client

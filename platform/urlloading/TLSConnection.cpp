@@ -2,10 +2,13 @@
 
 #include "platform/security/OpenSSLAccess.h"
 
+#include <netinet/in.h>
 #include <openssl/err.h>
 #include <openssl/x509.h>
+#include <poll.h>
+#include <sys/socket.h>
 
-#include <vector>
+#include <algorithm>
 
 namespace kvl::urlloading {
 namespace {
@@ -38,6 +41,15 @@ std::vector<Data> sentChain(X509_STORE_CTX* store) {
   STACK_OF(X509)* sent = X509_STORE_CTX_get0_untrusted(store);
   for (int i = 0; i < sk_X509_num(sent); ++i) chain.push_back(encoded(sk_X509_value(sent, i)));
   return chain;
+}
+
+// The port of one end of a connection; 0 when there is none.
+int portOf(int socket, int (*nameOf)(int, sockaddr*, socklen_t*)) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  if (nameOf(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
+  // Both families have it in the same place.
+  return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
 bool usesTrust(const ChallengeAnswer& answer, const TrustRef& trust) {
@@ -91,7 +103,7 @@ ChallengeAnswer ChallengeGate::wait(SteadyTime deadline) {
       break;
     }
   }
-  if (!answer_) answer_.emplace();
+  if (!answer_) answer_.emplace().undecided = Undecided::timedOut;
   return *answer_;
 }
 
@@ -106,6 +118,8 @@ std::shared_ptr<TLSConnection> TLSConnection::attach(SSL_CTX* context, Challenge
   // Not the client_cert_cb: that one cannot supply the certificates that go with the identity.
   SSL_CTX_set_cert_cb(context, &TLSConnection::selectCertificate, connection.get());
   SSL_CTX_set_info_callback(context, &TLSConnection::noteEvent);
+  SSL_CTX_set_msg_callback(context, &TLSConnection::noteMessage);
+  SSL_CTX_set_msg_callback_arg(context, connection.get());
   // libcurl writes the session's secrets to the file that SSLKEYLOGFILE names unless told here.
   SSL_CTX_set_keylog_callback(context, nullptr);
   return connection;
@@ -115,6 +129,22 @@ std::shared_ptr<TLSConnection> TLSConnection::of(const SSL* ssl) {
   const auto* slot =
       static_cast<ConnectionSlot*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), slotIndex()));
   return slot == nullptr ? nullptr : *slot;
+}
+
+void TLSConnection::chooseSocket(const std::vector<int>& sockets, int remotePort,
+                                 int localPort) noexcept {
+  const auto found = std::ranges::find_if(sockets, [&](int socket) {
+    return portOf(socket, getpeername) == remotePort && portOf(socket, getsockname) == localPort;
+  });
+  socket_ = found == sockets.end() ? -1 : *found;
+}
+
+bool TLSConnection::hasEnded(bool isShared) const noexcept {
+  if (socket_ < 0) return false;
+  pollfd state{socket_, POLLIN | POLLRDHUP, 0};
+  if (poll(&state, 1, 0) <= 0) return false;
+  // Whatever comes where no answer is due, it is not for the next request.
+  return !isShared || (state.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
 }
 
 int TLSConnection::verify(X509_STORE_CTX* store, void* connection) {
@@ -131,7 +161,8 @@ int TLSConnection::verifyChain(X509_STORE_CTX* store) {
       return 1;
     }
   }
-  facts_.refusedVerdict = answer.verifyError;
+  facts_.undecided = answer.undecided;
+  if (!answer.undecided) facts_.refusedVerdict = answer.verifyError;
   // The number becomes the alert that the server is told and the text that libcurl reports.
   X509_STORE_CTX_set_error(store, answer.verifyError != X509_V_OK
                                       ? answer.verifyError
@@ -140,18 +171,20 @@ int TLSConnection::verifyChain(X509_STORE_CTX* store) {
 }
 
 int TLSConnection::selectCertificate(SSL* ssl, void* connection) {
-  static_cast<TLSConnection*>(connection)->presentIdentity(ssl);
-  return 1;
+  return static_cast<TLSConnection*>(connection)->presentIdentity(ssl) ? 1 : 0;
 }
 
-void TLSConnection::presentIdentity(SSL* ssl) {
+bool TLSConnection::presentIdentity(SSL* ssl) {
   facts_.certificateRequested = true;
-  if (source_ == nullptr) return;
+  if (source_ == nullptr) return true;
   const ChallengeAnswer answer = source_->askClientCertificate();
-  if (answer.disposition != ChallengeDisposition::useCredential) return;
-  if (!answer.credential || !answer.credential->identity()) return;
+  facts_.undecided = answer.undecided;
+  if (answer.undecided) return false;
+  if (answer.disposition != ChallengeDisposition::useCredential) return true;
+  if (!answer.credential || !answer.credential->identity()) return true;
   const security::ErrorQueueMark mark;
   facts_.certificateOffered = useIdentity(ssl, *answer.credential);
+  return true;
 }
 
 void TLSConnection::noteEvent(const SSL* ssl, int where, int value) {
@@ -159,10 +192,23 @@ void TLSConnection::noteEvent(const SSL* ssl, int where, int value) {
       static_cast<ConnectionSlot*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), slotIndex()));
   if (slot == nullptr) return;
   TLSFacts& facts = (*slot)->facts_;
-  if ((where & SSL_CB_HANDSHAKE_DONE) != 0) facts.handshakeDone = true;
+  if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
+    facts.handshakeDone = true;
+    facts.accepted = facts.accepted || SSL_version(ssl) < TLS1_3_VERSION;
+  }
   const bool isFatalAlert = (where & SSL_CB_READ_ALERT) == SSL_CB_READ_ALERT &&
                             value >> kAlertLevelShift == SSL3_AL_FATAL;
   if (isFatalAlert) facts.alert = value & kAlertCodeMask;
+}
+
+void TLSConnection::noteMessage(int isSent, int version, int contentType, const void* bytes,
+                                std::size_t size, SSL* /*ssl*/, void* connection) {
+  if (isSent != 0 || version != TLS1_3_VERSION || size == 0) return;
+  const auto first = *static_cast<const unsigned char*>(bytes);
+  const bool isTicket = contentType == SSL3_RT_HANDSHAKE && first == SSL3_MT_NEWSESSION_TICKET;
+  const bool isData =
+      contentType == SSL3_RT_INNER_CONTENT_TYPE && first == SSL3_RT_APPLICATION_DATA;
+  if (isTicket || isData) static_cast<TLSConnection*>(connection)->facts_.accepted = true;
 }
 
 }  // namespace kvl::urlloading

@@ -12,16 +12,24 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kvl::urlloading {
 
 using SteadyTime = std::chrono::steady_clock::time_point;
+
+// Why a challenge ended although nobody decided about the certificates.
+enum class Undecided {
+  timedOut,  // no answer came in time
+  closing    // the session object is closing, and its delegate has nothing left to judge by
+};
 
 struct ChallengeAnswer {
   ChallengeDisposition disposition = ChallengeDisposition::rejectProtectionSpace;
   CredentialRef credential;
   // What the trust's evaluation had found when the answer came; 0 for a client certificate.
   int verifyError = 0;
+  std::optional<Undecided> undecided = std::nullopt;
 };
 
 // Where a connection waits for the answer to one challenge. Thread-safe.
@@ -36,7 +44,7 @@ class ChallengeGate : public std::enable_shared_from_this<ChallengeGate> {
   // Ends the wait with a refusal unless an answer came before.
   void abort();
 
-  // Waits for the answer; a refusal when none came by the deadline.
+  // Waits for the answer; undecided when none came by the deadline.
   [[nodiscard]] ChallengeAnswer wait(SteadyTime deadline);
 
  private:
@@ -66,9 +74,15 @@ struct TLSFacts {
   // Set when the server was refused: the X509_V_ERR_* number, 0 when the evaluation had found no
   // fault or was not made.
   std::optional<int> refusedVerdict;
+  // Set when the handshake was given up because a challenge was not decided.
+  std::optional<Undecided> undecided;
   bool certificateRequested = false;
   bool certificateOffered = false;
-  // Whether a response has come over this connection, so that the server took the certificate.
+  // Whether the server went on after it had seen the client's certificate, or that there is none.
+  // Under TLS 1.2 it ends the handshake only then. Under TLS 1.3 the client ends it, and what shows
+  // is whatever the server sends next: a session ticket or any of the application's bytes.
+  bool accepted = false;
+  // Whether a response has come over this connection.
   bool answered = false;
   // The last fatal alert that the server sent.
   std::optional<int> alert;
@@ -90,17 +104,26 @@ class TLSConnection {
   // From here on every question is answered with a refusal.
   void detach() noexcept { source_ = nullptr; }
   void markAnswered() noexcept { facts_.answered = true; }
+  // The connection's socket is the one of these that is connected from and to these ports.
+  void chooseSocket(const std::vector<int>& sockets, int remotePort, int localPort) noexcept;
+  // Whether the server has ended a connection on which nothing is under way, or, `isShared`, on
+  // which others are. libcurl takes the announcement of the end for a sign of life.
+  [[nodiscard]] bool hasEnded(bool isShared) const noexcept;
   [[nodiscard]] const TLSFacts& facts() const noexcept { return facts_; }
 
  private:
   static int verify(X509_STORE_CTX* store, void* connection);
   static int selectCertificate(SSL* ssl, void* connection);
   static void noteEvent(const SSL* ssl, int where, int value);
+  static void noteMessage(int isSent, int version, int contentType, const void* bytes,
+                          std::size_t size, SSL* ssl, void* connection);
 
   [[nodiscard]] int verifyChain(X509_STORE_CTX* store);
-  void presentIdentity(SSL* ssl);
+  // False when the handshake is to be given up.
+  [[nodiscard]] bool presentIdentity(SSL* ssl);
 
   ChallengeSource* source_;
+  int socket_ = -1;  // -1: not known
   TLSFacts facts_;
 };
 

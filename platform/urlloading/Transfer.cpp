@@ -75,6 +75,12 @@ bool multiplexes(const SSL& ssl) {
   return std::string_view(reinterpret_cast<const char*>(name), length) == "h2";
 }
 
+// What it means that no second connection could be made for a request that has gone out.
+CURLcode failureAfterSending(CURLcode code) {
+  return code == CURLE_COULDNT_CONNECT || code == CURLE_COULDNT_RESOLVE_HOST ? CURLE_RECV_ERROR
+                                                                             : code;
+}
+
 }  // namespace
 
 Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
@@ -99,17 +105,21 @@ CURLcode Transfer::prepare() {
   deadlineSuspended_ = false;
   discarded_ = 0;
   headerBytes_ = 0;
-  sent_ = false;
   adopt(nullptr);
   head_ = {};
   errorText_.fill('\0');
   uploaded_ = 0;
+  sockets_.clear();
+  sent_ = false;
+  resendingRefused_ = false;
   noteActivity();
   OptionSetter options(easy_.get());
   applyCommonOptions(options, cookies_, configuration_);
   applyRequest(options, request_, fields_, configuration_.allowsHTTP2);
   // A connection on which the identity is withheld serves nothing else, and the other way round.
   if (!isSameHost(*request_.url(), originalURL_)) applyOwnConnection(options);
+  // Several idle connections may have ended, and one that others use is not given up at once.
+  if (endedConnections_ > 1) options.set(CURLOPT_FRESH_CONNECT, 1L);
   installCallbacks(options);
   return options.result();
 }
@@ -121,6 +131,8 @@ void Transfer::installCallbacks(OptionSetter& options) {
   options.set(CURLOPT_HEADERDATA, this);
   options.set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
   options.set(CURLOPT_WRITEDATA, this);
+  options.set(CURLOPT_SOCKOPTFUNCTION, &Transfer::onSocket);
+  options.set(CURLOPT_SOCKOPTDATA, this);
   options.set(CURLOPT_PREREQFUNCTION, &Transfer::onConnected);
   options.set(CURLOPT_PREREQDATA, this);
   options.set(CURLOPT_SSL_CTX_FUNCTION, &Transfer::onTLSContext);
@@ -135,7 +147,6 @@ void Transfer::adopt(std::shared_ptr<TLSConnection> connection) {
   if (connection_ && ownsHandshake_) connection_->detach();
   connection_ = std::move(connection);
   ownsHandshake_ = false;
-  responded_ = false;
 }
 
 CURLcode Transfer::onTLSContext(CURL*, void* context, void* transfer) {
@@ -145,29 +156,56 @@ CURLcode Transfer::onTLSContext(CURL*, void* context, void* transfer) {
   return self->connection_ ? CURLE_OK : CURLE_OUT_OF_MEMORY;
 }
 
+// libcurl connects again after sending when the connection ended without an answer. Whether the
+// server has taken the request is not known then, and a request is sent once.
+int Transfer::onSocket(void* transfer, curl_socket_t socket, curlsocktype) {
+  auto* self = static_cast<Transfer*>(transfer);
+  self->resendingRefused_ = self->sent_;
+  if (self->sent_) return CURL_SOCKOPT_ERROR;
+  try {
+    self->sockets_.push_back(socket);
+  } catch (const std::bad_alloc&) {
+    return CURL_SOCKOPT_ERROR;
+  }
+  return CURL_SOCKOPT_OK;
+}
+
 // Called before each request, on new, reused and shared connections alike.
-int Transfer::onConnected(void* transfer, char*, char*, int, int) {
+int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int localPort) {
   auto* self = static_cast<Transfer*>(transfer);
   self->noteActivity();
-  self->sent_ = true;
-  self->responded_ = false;
+  if (self->sent_) {
+    self->resendingRefused_ = true;
+    return CURL_PREREQFUNC_ABORT;
+  }
   const SSL* ssl = sslOf(self->easy());
-  self->connectionKind_ = ssl != nullptr && multiplexes(*ssl);
+  const bool isShared = ssl != nullptr && multiplexes(*ssl);
   auto connection = ssl == nullptr ? nullptr : TLSConnection::of(ssl);
   if (connection != self->connection_) self->adopt(std::move(connection));
+  if (self->connection_ && self->ownsHandshake_) {
+    self->connection_->chooseSocket(self->sockets_, remotePort, localPort);
+  } else if (self->connection_ && self->connection_->hasEnded(isShared)) {
+    self->foundEnded_ = true;
+    self->closeConnectionWithExchange();
+    return CURL_PREREQFUNC_ABORT;
+  }
+  self->connectionKind_ = isShared;
+  self->sent_ = true;
   return CURL_PREREQFUNC_OK;
 }
 
 std::size_t Transfer::onHeaderLine(char* text, std::size_t, std::size_t size, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
   self->noteActivity();
-  self->responded_ = true;
   if (self->connection_) self->connection_->markAnswered();
+  bool taken = false;
   try {
-    return self->takeHeaderLine({text, size}) ? size : 0;
+    taken = self->takeHeaderLine({text, size});
   } catch (const std::bad_alloc&) {
-    return 0;
+    taken = false;
   }
+  if (!taken) self->closeConnectionWithExchange();
+  return taken ? size : 0;
 }
 
 bool Transfer::takeHeaderLine(std::string_view line) {
@@ -204,12 +242,15 @@ bool Transfer::announcesMoreThan(std::size_t limit) const {
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
   self->noteActivity();
+  std::size_t taken = 0;
   // No exception may pass through libcurl.
   try {
-    return self->redirect_ ? self->discard(size) : self->takeBody(bytes, size);
+    taken = self->redirect_ ? self->discard(size) : self->takeBody(bytes, size);
   } catch (const std::bad_alloc&) {
-    return 0;
+    taken = 0;
   }
+  if (taken == 0) self->closeConnectionWithExchange();
+  return taken;
 }
 
 // Nobody reads the text of a redirect; one without an end is broken off.
@@ -266,6 +307,16 @@ void Transfer::unpause() {
   curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
 }
 
+// Setting the pause that is there already would do nothing: only a change has libcurl look.
+void Transfer::flushConnection() {
+  if (!std::exchange(paused_, false)) curl_easy_pause(easy_.get(), CURLPAUSE_RECV);
+  curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
+}
+
+void Transfer::closeConnectionWithExchange() {
+  if (easy_) curl_easy_setopt(easy_.get(), CURLOPT_FORBID_REUSE, 1L);
+}
+
 std::string Transfer::host() const {
   const URL& url = *request_.url();
   auto text = std::string(*url.scheme()) + "://" + peerHost() + ":" + std::to_string(portOf(url));
@@ -293,9 +344,14 @@ std::chrono::steady_clock::duration Transfer::takeTimeInChallenges() {
 }
 
 bool Transfer::follow() {
+  if (std::exchange(foundEnded_, false) && !task_->isCancelled()) {
+    ++endedConnections_;
+    return true;
+  }
   if (!redirect_ || refusal_ != Refusal::none || task_->isCancelled()) return false;
   request_ = *std::exchange(redirect_, std::nullopt);
   ++redirects_;
+  endedConnections_ = 0;
   return true;
 }
 
@@ -336,15 +392,13 @@ TaskOutcome Transfer::timedOut() const {
 }
 
 Error Transfer::failure(CURLcode code) const {
-  FailureFacts facts{code, std::nullopt, responded_};
-  if (connection_) {
-    facts.tls = connection_->facts();
-    facts.responded = responded_ || facts.tls->answered;
-  }
+  FailureFacts facts{sent_ ? failureAfterSending(code) : code, std::nullopt, task_->isClosing()};
+  if (connection_) facts.tls = connection_->facts();
   return makeURLError(classify(facts), request_.urlText(), debugText(code));
 }
 
 std::string Transfer::debugText(CURLcode code) const {
+  if (resendingRefused_) return "The connection ended without an answer.";
   std::string text = errorText_.front() != '\0' ? errorText_.data() : curl_easy_strerror(code);
   if (connection_ && connection_->facts().alert)
     text += " (TLS alert " + std::to_string(*connection_->facts().alert) + ")";

@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace kvl::urlloading {
 
@@ -51,7 +52,8 @@ class Transfer final : private ChallengeSource {
   void suspendDeadlineUntilPrepared() { deadlineSuspended_ = easy_ == nullptr; }
   // Sets the easy handle up for the present request. @pre it is in no multi handle.
   [[nodiscard]] CURLcode prepare();
-  // Takes what libcurl says when the exchange ended. True when a redirect follows: prepare again.
+  // Takes what libcurl says when the exchange ended. True when the next one follows, after a
+  // redirect or because the connection had ended before the request went out: prepare again.
   [[nodiscard]] bool follow();
   // What the exchange came to.
   [[nodiscard]] TaskOutcome outcome(CURLcode code);
@@ -70,6 +72,14 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] SteadyTime nextFlush() const;
   // Lets a held-back sender go on.
   void unpause();
+  // The connection that the exchange uses; null without TLS, or before there is one.
+  [[nodiscard]] const std::shared_ptr<TLSConnection>& connection() const { return connection_; }
+  // Whether the exchange can have its connection send what waits to be sent.
+  [[nodiscard]] bool mayFlushConnection() const noexcept { return !paused_; }
+  void flushConnection();
+  // What is broken off over HTTP/2 leaves a reset behind that nobody would send. With the
+  // connection, unless others use it, the end itself reaches the server.
+  void closeConnectionWithExchange();
 
   // When the exchange has been silent for too long.
   [[nodiscard]] SteadyTime deadline() const;
@@ -81,7 +91,8 @@ class Transfer final : private ChallengeSource {
   static std::size_t onHeaderLine(char* text, std::size_t, std::size_t size, void* transfer);
   static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* transfer);
   static int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded);
-  static int onConnected(void* transfer, char*, char*, int, int);
+  static int onSocket(void* transfer, curl_socket_t socket, curlsocktype);
+  static int onConnected(void* transfer, char*, char*, int remotePort, int localPort);
   static CURLcode onTLSContext(CURL*, void* context, void* transfer);
 
   std::string peerHost() const override;
@@ -114,7 +125,15 @@ class Transfer final : private ChallengeSource {
   std::shared_ptr<TLSConnection> connection_;
   // Whether this transfer opened `connection_`.
   bool ownsHandshake_ = false;
-  bool responded_ = false;
+  // The sockets of the attempts to connect, of which one became the connection's.
+  std::vector<curl_socket_t> sockets_;
+  // Whether the present request has gone out.
+  bool sent_ = false;
+  // Whether libcurl was about to send it again.
+  bool resendingRefused_ = false;
+  // Whether the connection turned out to have ended before anything was sent on it, and how often.
+  bool foundEnded_ = false;
+  int endedConnections_ = 0;
 
   ResponseHead head_;
   URLResponseRef response_;
@@ -125,7 +144,6 @@ class Transfer final : private ChallengeSource {
   int redirects_ = 0;
   // Of the present exchange, trailers and interim answers included.
   std::size_t headerBytes_ = 0;
-  bool sent_ = false;
 
   // Why this transfer broke the exchange off.
   enum class Refusal { none, tooManyRedirects, headTooLarge, bodyTooLarge, encoded };

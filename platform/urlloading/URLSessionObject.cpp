@@ -129,6 +129,11 @@ std::shared_ptr<URLSessionObject> DataTaskObject::session() const {
   return session_;
 }
 
+bool DataTaskObject::isClosing() const {
+  const auto held = session();
+  return held && held->engine().isInvalidated();
+}
+
 void DataTaskObject::setFraming(std::unique_ptr<BodyFraming> framing) {
   const MutexLock lock(mutex_);
   if (!hasHandler_) framing_ = std::move(framing);
@@ -257,6 +262,9 @@ ChallengeAnswer DataTaskObject::ask(ProtectionSpace space,
           handler(ChallengeDisposition::rejectProtectionSpace, nullptr);
       });
   ChallengeAnswer answer = gate->wait(deadline);
+  const bool isRefusedUnseen =
+      answer.disposition != ChallengeDisposition::useCredential && answer.verifyError == 0;
+  if (isRefusedUnseen && !answer.undecided && isClosing()) answer.undecided = Undecided::closing;
   const MutexLock lock(mutex_);
   gate_.reset();
   return answer;

@@ -104,6 +104,8 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   // The framing of the task's body; the first call takes it.
   [[nodiscard]] std::unique_ptr<BodyFraming> takeFraming();
   [[nodiscard]] bool isCancelled() const { return state() == State::canceling; }
+  // Whether the session object takes no new tasks any more.
+  [[nodiscard]] bool isClosing() const;
   [[nodiscard]] bool wantsBodyInOnePiece() const noexcept { return hasHandler_; }
   void setResponse(URLResponseRef response) { response_.set(std::move(response)); }
   // Whether more may be collected for the delegate now, beside `collected` bytes.

@@ -16,6 +16,19 @@ namespace {
 
 constexpr int kBacklog = 512;
 
+int selectProtocol(SSL*, const unsigned char** chosen, unsigned char* size,
+                   const unsigned char* offered, unsigned int offeredSize, void* protocol) {
+  const auto& wanted = *static_cast<const std::string*>(protocol);
+  for (unsigned int at = 0; at < offeredSize; at += 1U + offered[at]) {
+    *chosen = offered + at + 1;
+    *size = offered[at];
+    if (std::string_view(reinterpret_cast<const char*>(*chosen), *size) == wanted)
+      return SSL_TLSEXT_ERR_OK;
+  }
+  return SSL_TLSEXT_ERR_NOACK;
+}
+
+// `options` must outlive the context.
 SSL_CTX* makeContext(const TestServerOptions& options) {
   SSL_CTX* context = SSL_CTX_new(TLS_server_method());
   SSL_CTX_set_security_level(context, 0);
@@ -26,6 +39,10 @@ SSL_CTX* makeContext(const TestServerOptions& options) {
   for (const TestIdentity* extra : options.extraChain)
     SSL_CTX_add1_chain_cert(context, extra->certificate.get());
   SSL_CTX_set_mode(context, SSL_MODE_NO_AUTO_CHAIN);
+  SSL_CTX_set_num_tickets(context, static_cast<std::size_t>(options.tickets));
+  if (!options.protocol.empty())
+    SSL_CTX_set_alpn_select_cb(context, selectProtocol,
+                               const_cast<std::string*>(&options.protocol));
   if (options.clientAuthority != nullptr) {
     X509_STORE_add_cert(SSL_CTX_get_cert_store(context),
                         options.clientAuthority->certificate.get());
@@ -81,6 +98,18 @@ std::string TestPeer::readRequest() {
   return request;
 }
 
+std::string TestPeer::read(std::size_t count) {
+  std::string bytes(count, '\0');
+  std::size_t filled = 0;
+  while (filled < count) {
+    const std::size_t got = receive(bytes.data() + filled, count - filled);
+    if (got == 0) break;
+    filled += got;
+  }
+  bytes.resize(filled);
+  return bytes;
+}
+
 bool TestPeer::write(std::string_view bytes) {
   if (ssl_ != nullptr) return SSL_write(ssl_, bytes.data(), static_cast<int>(bytes.size())) > 0;
   return send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL) > 0;
@@ -89,6 +118,10 @@ bool TestPeer::write(std::string_view bytes) {
 void TestPeer::reset() {
   const linger abrupt{1, 0};
   setsockopt(socket_, SOL_SOCKET, SO_LINGER, &abrupt, sizeof(abrupt));
+  closeWithoutNotice();
+}
+
+void TestPeer::closeWithoutNotice() {
   if (ssl_ != nullptr) SSL_set_quiet_shutdown(ssl_, 1);
 }
 
@@ -120,6 +153,10 @@ TestTLSServer::~TestTLSServer() {
   SSL_CTX_free(context_);
 }
 
+void TestTLSServer::stopListening() {
+  shutdown(listener_, SHUT_RDWR);
+}
+
 void TestTLSServer::accept() {
   for (;;) {
     const int accepted = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
@@ -146,6 +183,7 @@ void TestTLSServer::serve(int accepted) {
   std::lock_guard lock(mutex_);
   std::erase(sockets_, accepted);
   close(accepted);
+  ++ended_;
 }
 
 std::string TestTLSServer::url(std::string_view host, std::string_view path) const {

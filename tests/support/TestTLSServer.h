@@ -24,10 +24,14 @@ class TestPeer {
 
   // The next request: its head and, by Content-Length, its body. Empty at the end.
   [[nodiscard]] std::string readRequest();
+  // The next `count` bytes; fewer at the end.
+  [[nodiscard]] std::string read(std::size_t count);
   // One TLS record (or several for more than 16 KiB). False when the client is gone.
   bool write(std::string_view bytes);
   // Ends with a TCP reset.
   void reset();
+  // Ends without the notice that TLS asks for.
+  void closeWithoutNotice();
   // The subject of the client's certificate, empty without one.
   [[nodiscard]] std::string clientSubject() const;
 
@@ -45,6 +49,10 @@ struct TestServerOptions {
   const TestIdentity* clientAuthority = nullptr;
   // Closes accepted connections at once, before TLS.
   bool dropsConnections = false;
+  // What is chosen of the protocols that the client offers (ALPN); empty: none.
+  std::string protocol = {};
+  // Session tickets under TLS 1.3.
+  int tickets = 2;
 };
 
 // Listens on a port of its own on 127.0.0.1. Ends every connection when destroyed.
@@ -59,7 +67,11 @@ class TestTLSServer {
 
   [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
   [[nodiscard]] std::string url(std::string_view host, std::string_view path = "/") const;
+  // Refuses connections from now on.
+  void stopListening();
   [[nodiscard]] int connections() const noexcept { return connections_; }
+  // How many of them have ended, sockets closed.
+  [[nodiscard]] int ended() const noexcept { return ended_; }
 
  private:
   void accept();
@@ -71,6 +83,7 @@ class TestTLSServer {
   int listener_ = -1;
   std::uint16_t port_ = 0;
   std::atomic<int> connections_ = 0;
+  std::atomic<int> ended_ = 0;
   std::mutex mutex_;
   std::vector<int> sockets_;
   std::vector<std::thread> threads_;

@@ -221,19 +221,34 @@ TEST_F(FailureTest, SilenceLongerThanTheIntervalTimesOut) {
   EXPECT_GE(elapsed, std::chrono::milliseconds(100));
 }
 
-TEST_F(FailureTest, AnAnswerThatDoesNotComeIsARefusal) {
-  struct Silent : URLSessionDelegate {
-    void didReceiveChallenge(URLSession&, const Challenge&, ChallengeHandler handler) override {
+// Keeps the challenges of one method for ever.
+struct SilentDelegate : RecordingDelegate {
+  void didReceiveChallenge(URLSession& of, const Challenge& challenge,
+                           ChallengeHandler handler) override {
+    if (challenge.protectionSpace.authenticationMethod == silentAbout) {
       kept = std::move(handler);
+    } else {
+      RecordingDelegate::didReceiveChallenge(of, challenge, std::move(handler));
     }
-    ChallengeHandler kept;
-  };
-  const auto silent = std::make_shared<Silent>();
-  const auto other = URLSession::create(anyPeers(), silent);
-  const TestTLSServer peer({.identity = &server()}, answering(httpResponse("hello")));
-  URLRequest request(peer.url("127.0.0.1"));
-  request.setTimeoutInterval(std::chrono::seconds(2));
-  EXPECT_EQ(load(*other, request).code(), NSURLErrorServerCertificateUntrusted);
+  }
+  std::string_view silentAbout;
+  ChallengeHandler kept;
+};
+
+TEST_F(FailureTest, AnAnswerThatDoesNotComeIsATimeOut) {
+  const TestTLSServer peer({.identity = &server(), .clientAuthority = &root()},
+                           answering(httpResponse("hello")));
+  for (const auto method :
+       {NSURLAuthenticationMethodServerTrust, NSURLAuthenticationMethodClientCertificate}) {
+    const auto silent = std::make_shared<SilentDelegate>();
+    silent->anchor = root().certificateRef();
+    silent->silentAbout = method;
+    const auto other = URLSession::create({}, silent);
+    URLRequest request(peer.url("127.0.0.1"));
+    request.setTimeoutInterval(std::chrono::seconds(2));
+    EXPECT_EQ(load(*other, request).code(), NSURLErrorTimedOut) << method;
+    EXPECT_TRUE(silent->kept) << method;
+  }
 }
 
 }  // namespace

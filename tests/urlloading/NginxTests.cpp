@@ -33,6 +33,7 @@ class NginxTest : public URLSessionTest, public ::testing::WithParamInterface<co
            " ssl_client_certificate clients.pem; ssl_verify_client on; ssl_protocols " +
            GetParam() +
            ";\nlocation /who { return 200 \"$ssl_client_s_dn $server_protocol $ssl_protocol\"; } "
+           "location /silent { return 444; } "
            "}\n";
   }
 
@@ -76,6 +77,14 @@ TEST_P(NginxTest, AMissingClientCertificateStaysAnHTTPAnswer) {
   const Outcome outcome = load(*session, URLRequest(url("/who")));
   ASSERT_TRUE(outcome.response);
   EXPECT_EQ(outcome.response->httpStatusCode, 400);
+}
+
+TEST_P(NginxTest, AConnectionThatItClosesWithoutAnAnswerIsNoRefusal) {
+  EXPECT_EQ(load(*session, URLRequest(url("/silent"))).code(), NSURLErrorNetworkConnectionLost);
+  URLSessionConfiguration configuration;
+  configuration.allowsHTTP2 = false;
+  const auto other = URLSession::create(configuration, delegate);
+  EXPECT_EQ(load(*other, URLRequest(url("/silent"))).code(), NSURLErrorNetworkConnectionLost);
 }
 
 TEST_P(NginxTest, ManyRequestsShareOneConnection) {

@@ -80,8 +80,10 @@ class KVL_EXPORT URLSessionDelegate {
   /// `URLSession:didReceiveChallenge:completionHandler:` for every new TLS connection: once for the
   /// server's trust, and once for the client certificate when the server asks for one. Default
   /// handling of both is refusal. The connection waits for the answer, and so do the session
-  /// object's other transfers; an answer that does not come within the request's idle time-out
-  /// counts as refusal.
+  /// object's other transfers; an answer that does not come within the request's idle time-out,
+  /// within a minute at the latest, ends the request with `NSURLErrorTimedOut`. A refusal without
+  /// an evaluation by a session object that has been invalidated meanwhile ends it with
+  /// `NSURLErrorNetworkConnectionLost`, since it says nothing about the server's certificate.
   virtual void didReceiveChallenge(URLSession& session, const Challenge& challenge,
                                    ChallengeHandler completionHandler);
 
