@@ -50,8 +50,9 @@ class KeyStore {
   virtual ~KeyStore() = default;
   // A short name for the log, such as "Secret Service".
   [[nodiscard]] virtual std::string_view name() const noexcept = 0;
-  // Never replaces a key. Refuses what `checkStorable` refuses; errSecDataTooLarge also when the
-  // store is full.
+  // Never replaces a key. A store that outlives processes deletes at this occasion keys that were
+  // left behind by processes that have ended, of any tag. Refuses what `checkStorable` refuses;
+  // errSecDataTooLarge also when the store is full.
   [[nodiscard]] virtual Status add(const StoredKey& key, Deadline deadline) = 0;
   // All keys of the tag, or of every tag that this framework stored when absent. None is a success
   // too; on failure `keys` stays as it was.

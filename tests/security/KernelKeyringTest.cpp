@@ -206,6 +206,18 @@ TEST_F(KernelKeyringTest, WhatEndedProgramsLeftBehindMakesWay) {
   EXPECT_EQ(asPlainUser([&] { return removePair(tag_); }), kSuccess);
 }
 
+TEST_F(KernelKeyringTest, AFullKeyringHasRoomOnceItsProgramsHaveEnded) {
+  std::vector<std::unique_ptr<Program>> programs;
+  do {
+    programs.push_back(std::make_unique<Program>(kvltest::uniqueTag()));
+  } while (programs.back()->status() == kSuccess && programs.size() < 40);
+  EXPECT_GT(programs.size(), 2U);
+  if (geteuid() == 0) EXPECT_EQ(programs.back()->status(), errSecDataTooLarge);
+  programs.clear();
+  EXPECT_EQ(asPlainUser([&] { return addPair(tag_); }), kSuccess);
+  EXPECT_EQ(asPlainUser([&] { return removePair(tag_); }), kSuccess);
+}
+
 TEST_F(KernelKeyringTest, AProgramThatNobodyWaitedForHasEnded) {
   const std::string ended = kvltest::uniqueTag();
   const Program program(ended);
