@@ -42,6 +42,7 @@
 #include <local/platform/Mutex.h>
 #include <local/platform/Object.h>
 #include <local/platform/Observation.h>
+#include <local/platform/PrintableText.h>
 #include <local/platform/Progress.h>
 #include <local/platform/Security.h>
 #include <local/platform/SegmentedControl.h>

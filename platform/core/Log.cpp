@@ -2,6 +2,7 @@
 
 #include <local/platform/Log.h>
 #include <local/platform/Mutex.h>
+#include <local/platform/PrintableText.h>
 
 #include <glib.h>
 #include <syslog.h>
@@ -43,7 +44,7 @@ bool writeToSyslog(const std::string& line) {
   return true;
 }
 
-// Writes one line, which holds no control bytes, to the log of the operating system.
+// Writes one line, which is printable, to the log of the operating system.
 void writeToSystemLog(const std::string& line) {
   const bool taken = writeToJournal(line) || writeToSyslog(line);
   if (!taken || isatty(STDERR_FILENO) != 0) {
@@ -52,28 +53,15 @@ void writeToSystemLog(const std::string& line) {
   }
 }
 
-void appendEscaped(std::string& text, unsigned char byte) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  if (byte == '\n') {
-    text += "\\n";
-  } else if (byte == '\r') {
-    text += "\\r";
-  } else if (byte == '\t') {
-    text += "\\t";
-  } else {
-    text += "\\x";
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
-  }
-}
-
-std::string escapingControls(std::string_view line) {
+// A sink keeps the line as it is, but as one line.
+std::string inOneLine(std::string_view line) {
   std::string text;
   text.reserve(line.size());
   for (const char character : line) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte < 0x20 || byte == 0x7f) {
-      appendEscaped(text, byte);
+    if (character == '\n') {
+      text += "\\n";
+    } else if (character == '\r') {
+      text += "\\r";
     } else {
       text += character;
     }
@@ -98,13 +86,12 @@ LogSink setLogSink(LogSink sink) {
 }
 
 void logLine(std::string_view line) {
-  const auto text = escapingControls(line);
   SinkHolder& holder = sinkHolder();
   MutexLock lock(holder.mutex);
   if (holder.sink) {
-    holder.sink(text);
+    holder.sink(inOneLine(line));
   } else {
-    writeToSystemLog(text);
+    writeToSystemLog(printable(line));
   }
 }
 

@@ -1,8 +1,10 @@
 #include "tests/support/LogCapture.h"
+#include "tests/support/PseudoTerminal.h"
 
 #include <local/platform/Log.h>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -29,9 +31,17 @@ TEST(LogTest, LeavesOtherPercentSignsAlone) {
 
 TEST(LogTest, OneDiagnosticIsOneLine) {
   const kvltest::LogCapture log;
-  kvl::log("a\nb\rc\td %@", std::string_view("\x01\x7f", 2));
+  kvl::log("a\nb\rc%@", "\r\n");
   ASSERT_EQ(log.lines().size(), 1U);
-  EXPECT_EQ(log.lines()[0], "a\\nb\\rc\\td \\x01\\x7f");
+  EXPECT_EQ(log.lines()[0], "a\\nb\\rc\\r\\n");
+}
+
+constexpr std::string_view kSteering = "a\tb\x1b[2J\x7f\xc2\x85\u202e\u2066\u061c\xff\\n\u2026";
+
+TEST(LogTest, ASinkGetsEverythingElseAsItIs) {
+  const kvltest::LogCapture log;
+  kvl::log("%@", kSteering);
+  EXPECT_EQ(log.lines().at(0), kSteering);
 }
 
 TEST(LogTest, KeepsTextOutsideASCII) {
@@ -60,6 +70,18 @@ TEST(LogTest, WritesToTheSystemLogWithoutASink) {
   kvl::logLine("a line for the system");
   const auto text = testing::internal::GetCapturedStderr();
   EXPECT_TRUE(text.empty() || text == "a line for the system\n") << text;
+}
+
+// The pseudo-terminal always gets the line, the system's log or not.
+TEST(LogTest, ATerminalIsGivenNothingThatSteersIt) {
+  const kvltest::PseudoTerminal terminal;
+  const int errors = dup(STDERR_FILENO);
+  dup2(terminal.end(), STDERR_FILENO);
+  kvl::logLine(kSteering);
+  dup2(errors, STDERR_FILENO);
+  close(errors);
+  EXPECT_EQ(terminal.readLine(),
+            "a\\tb\\x1b[2J\\x7f\\u{85}\\u{202e}\\u{2066}\\u{61c}\\xff\\n\u2026");
 }
 
 }  // namespace

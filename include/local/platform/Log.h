@@ -17,7 +17,9 @@
 
 namespace kvl {
 
-/// Receives one finished line, without a line end. Called from any thread, one call at a time;
+/// Receives one finished line, without a line end: line feeds and carriage returns in it stand as
+/// `\n` and `\r`, all else is as the service, the notary or a library wrote it. Use
+/// `kvl::printable` before you show it on a terminal. Called from any thread, one call at a time;
 /// it must not call the framework, wait for a thread that does, or write to the log itself: the
 /// framework may hold locks while it logs. Hand the line over to somebody else for all of that.
 using LogSink = std::function<void(std::string_view line)>;
@@ -26,11 +28,12 @@ using LogSink = std::function<void(std::string_view line)>;
 /// system log. A host calls it to collect the framework's lines in its own log.
 ///
 /// The system log is the journal when it takes the line, else `syslog(3)` when its socket exists,
-/// else standard error; a line also goes to standard error when that is a terminal.
+/// else standard error; a line also goes to standard error when that is a terminal. It gets lines
+/// as `kvl::printable` makes them.
 KVL_EXPORT LogSink setLogSink(LogSink sink);
 
-/// Writes one line. Line feeds and other control bytes are escaped, so that one diagnostic is one
-/// line. Never blocks on anything but the sink.
+/// Writes one line: line ends are escaped, so that one diagnostic is one line. Never blocks on
+/// anything but the sink.
 KVL_EXPORT void logLine(std::string_view line);
 
 /// @name Text of a value as the log shows it. What is absent prints as `(null)`.
