@@ -47,6 +47,22 @@ TEST(ErrorTest, FailureReasonOfCodesWithoutASystemTextNamesTheCode) {
             "Unknown error 9223372036854775807");
 }
 
+TEST(ErrorTest, StatusesOfSecurityServicesAreToldInWords) {
+  for (const auto code :
+       {kvl::fnfErr, kvl::errSecParam, kvl::errSecNotAvailable, kvl::errSecDuplicateItem,
+        kvl::errSecItemNotFound, kvl::errSecDataTooLarge, kvl::errSecInteractionNotAllowed,
+        kvl::errSecDecode, kvl::errSecUnknownFormat, kvl::errSecInternalComponent,
+        kvl::errSecInvalidKeyRef}) {
+    const std::string number = std::to_string(code);
+    for (const auto domain : {kvl::NSPOSIXErrorDomain, kvl::NSOSStatusErrorDomain})
+      EXPECT_EQ(Error(domain, code).localizedDescription().find(number), std::string::npos) << code;
+  }
+  EXPECT_EQ(Error(kvl::NSPOSIXErrorDomain, kvl::errSecItemNotFound).localizedFailureReason(),
+            "The key store does not hold this item.");
+  EXPECT_EQ(Error(kvl::NSOSStatusErrorDomain, kvl::errSecItemNotFound).localizedFailureReason(),
+            std::nullopt);
+}
+
 TEST(ErrorTest, OtherDomainsHaveNoFailureReasonOfTheirOwn) {
   EXPECT_EQ(Error(kvl::NSURLErrorDomain, -1).localizedFailureReason(), std::nullopt);
 }

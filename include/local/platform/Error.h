@@ -112,11 +112,13 @@ class KVL_EXPORT Error {
   [[nodiscard]] bool is(std::string_view domain, std::int64_t code) const noexcept;
 
   /// What went wrong, for a person: the user information's `NSLocalizedDescriptionKey`, else a
-  /// sentence made of the failure reason, else one that names domain and code.
+  /// sentence made of the failure reason, or of a text for the code of `NSOSStatusErrorDomain`,
+  /// else one that names domain and code.
   [[nodiscard]] std::string localizedDescription() const;
 
   /// Why it went wrong: the user information's `NSLocalizedFailureReasonErrorKey`; without it, in
-  /// `NSPOSIXErrorDomain`, the system's text for the code (`strerror_r(3)`); else absent.
+  /// `NSPOSIXErrorDomain`, the system's text for the code (`strerror_r(3)`), or a text of the
+  /// framework for a code of `NSOSStatusErrorDomain`; else absent.
   [[nodiscard]] std::optional<std::string> localizedFailureReason() const;
 
   /// One line for the log: domain, code, description and user information.
