@@ -1,3 +1,5 @@
+#include "encoding/FileContent.h"
+
 #include <local/KVLExtensions.h>
 #include <local/KVLInputFile.h>
 #include <local/platform/Log.h>
@@ -24,7 +26,17 @@ KVLInputFile::KVLInputFile(Private, std::optional<std::string> filename,
                            std::optional<std::string> contentType, std::optional<kvl::Data> data)
     : filename_(std::move(filename)),
       contentType_(octetStreamUnlessSet(std::move(contentType))),
-      data_(std::move(data)) {}
+      content_(Content{std::move(data), nullptr}) {}
+
+std::shared_ptr<KVLInputFile> KVLInputFile::newWithDescriptor(
+    std::optional<std::string> filename, std::optional<std::string> contentType, int descriptor,
+    std::optional<kvl::Error>* error) {
+  auto content = kvl::encoding::FileContent::make(descriptor, error);
+  if (!content) return nullptr;
+  auto file = newWithFilename(std::move(filename), std::move(contentType), std::nullopt);
+  file->content_.set({std::nullopt, std::move(content)});
+  return file;
+}
 
 KVLInputFile::~KVLInputFile() = default;
 
@@ -43,10 +55,19 @@ void KVLInputFile::setContentType(std::optional<std::string> contentType) {
 }
 
 std::optional<kvl::Data> KVLInputFile::data() const {
-  return data_.get();
+  const Content content = content_.get();
+  if (!content.file) return content.data;
+  std::string text;
+  text.reserve(content.file->size());
+  if (content.file->appendTo(text)) return std::nullopt;
+  return kvl::Data::adoptingText(std::move(text));
 }
 void KVLInputFile::setData(std::optional<kvl::Data> data) {
-  data_.set(std::move(data));
+  content_.set({std::move(data), nullptr});
+}
+
+std::shared_ptr<const kvl::encoding::FileContent> KVLInputFile::fileContent() const {
+  return content_.get().file;
 }
 
 std::string_view KVLInputFile::typeName() const noexcept {
@@ -54,8 +75,9 @@ std::string_view KVLInputFile::typeName() const noexcept {
 }
 
 std::string KVLInputFile::description() const {
-  const auto content = data();
+  const Content content = content_.get();
   std::optional<std::string> size;
-  if (content) size = std::to_string(content->size()) + " bytes";
+  if (content.file) size = std::to_string(content.file->size()) + " bytes";
+  if (content.data) size = std::to_string(content.data->size()) + " bytes";
   return kvl::format("<%@ %@, %@, %@>", typeName(), filename(), contentType(), size);
 }

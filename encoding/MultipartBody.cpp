@@ -3,6 +3,7 @@
 #include "encoding/MultipartBody.h"
 
 #include "encoding/Boundary.h"
+#include "encoding/FileContent.h"
 #include "platform/core/LargeMemory.h"
 
 #include <local/KVLEncoding.h>
@@ -27,13 +28,16 @@ using KVLExtensions::KVLExtensionsContentTypeOctetStream;
 
 constexpr std::string_view kHyphens = "--";
 
-// The bytes of one part are those of `head` and then those of `content`.
+// The bytes of one part are those of `head`, those of `content` and those of `openFile`.
 struct MultipartPart {
   std::string head;          // the header lines and the empty line
   std::string_view content;  // what the input holds, or `file`
   Data file;                 // kept here because the input's may be replaced meanwhile
+  std::shared_ptr<const FileContent> openFile;
 
-  [[nodiscard]] std::size_t size() const noexcept { return head.size() + content.size(); }
+  [[nodiscard]] std::size_t size() const noexcept {
+    return head.size() + content.size() + (openFile ? openFile->size() : 0);
+  }
 };
 
 Error makeError(std::int64_t code, const Dictionary& userInfo) {
@@ -76,6 +80,8 @@ MultipartPart filePart(std::string_view name, const KVLInputFile& file) {
   const auto type = file.contentType().value_or("");
   part.head += contentType(type.empty() ? KVLExtensionsContentTypeOctetStream : type);
   part.head += "\n\n";
+  part.openFile = file.fileContent();
+  if (part.openFile) return part;
   part.file = file.data().value_or(Data());
   part.content = part.file.text();
   return part;
@@ -84,11 +90,11 @@ MultipartPart filePart(std::string_view name, const KVLInputFile& file) {
 // Its content refers to the data, which the inputs keep alive.
 MultipartPart dataPart(std::string_view name, const Value& value) {
   const auto type = contentType(KVLExtensionsContentTypeOctetStream);
-  return {disposition(name) + type + "\n\n", value.data()->text(), {}};
+  return {disposition(name) + type + "\n\n", value.data()->text(), {}, {}};
 }
 
 MultipartPart textPart(std::string_view name, std::string_view content) {
-  return {disposition(name) + contentType("text/plain;charset=UTF-8") + "\n\n", content, {}};
+  return {disposition(name) + contentType("text/plain;charset=UTF-8") + "\n\n", content, {}, {}};
 }
 
 // The text exists only for this part, so it is kept in the head.
@@ -100,7 +106,7 @@ MultipartPart writtenPart(std::string_view name, std::string_view text) {
 
 // None for a value that cannot be sent.
 std::optional<MultipartPart> partOf(std::string_view name, const Value* value) {
-  if (value == nullptr) return MultipartPart{disposition(name) + "\n\n", {}, {}};
+  if (value == nullptr) return MultipartPart{disposition(name) + "\n\n", {}, {}, {}};
   if (const auto text = value->string()) return textPart(name, *text);
   if (const auto number = value->as<Number>()) return writtenPart(name, number->description());
   if (const auto date = value->date())
@@ -149,18 +155,23 @@ std::optional<std::vector<MultipartPart>> multipartParts(const Array& inputs,
 // going over both in blocks that fit the processor's cache.
 class Assembly {
  public:
-  Assembly(const std::vector<MultipartPart>& parts, std::string_view boundary) {
+  // Once. An error when an open file cannot be read.
+  [[nodiscard]] std::optional<Error> fill(const std::vector<MultipartPart>& parts,
+                                          std::string_view boundary) {
     reserve(parts);
     appendBoundary(boundary);
     for (const auto& part : parts) {
       body_ += '\n';
       body_ += part.head;
       body_ += part.content;
+      if (part.openFile)
+        if (auto error = part.openFile->appendTo(body_)) return error;
       body_ += '\n';
       appendBoundary(boundary);
     }
     body_ += kHyphens;
     body_ += '\n';
+    return std::nullopt;
   }
 
   void replaceBoundary(std::string_view boundary) {
@@ -212,18 +223,26 @@ std::string drawnFrom(const BoundarySource& source) {
   return boundary;
 }
 
-// None when every boundary that may be taken occurs in some part.
+// None with an error when every boundary that may be taken occurs in some part, or when an open
+// file cannot be read.
 std::optional<MultipartBody> assemble(const std::vector<MultipartPart>& parts,
-                                      const BoundarySource& source) {
+                                      const BoundarySource& source, std::optional<Error>* error) {
   auto boundary = drawnFrom(source);
-  Assembly assembly(parts, boundary);
+  Assembly assembly;
+  if (auto fault = assembly.fill(parts, boundary)) {
+    storeError(error, std::move(fault));
+    return std::nullopt;
+  }
   int drawn = 1;
   while (assembly.boundaryOccurs() && drawn < kBoundaryDraws) {
     boundary = drawnFrom(source);
     assembly.replaceBoundary(boundary);
     ++drawn;
   }
-  if (drawn == kBoundaryDraws) return std::nullopt;
+  if (drawn == kBoundaryDraws) {
+    storeError(error, noBoundary());
+    return std::nullopt;
+  }
   return MultipartBody{std::move(boundary), std::move(assembly).take()};
 }
 
@@ -243,8 +262,8 @@ std::optional<Error> writeMultipartBody(URLRequest& request, const Array& inputs
   std::optional<Error> error;
   const auto parts = multipartParts(inputs, &error);
   if (!parts) return error;
-  auto body = assemble(*parts, source);
-  if (!body) return noBoundary();
+  auto body = assemble(*parts, source, &error);
+  if (!body) return error;
   setBody(request, *std::move(body));
   return std::nullopt;
 }

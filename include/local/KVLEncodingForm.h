@@ -14,6 +14,11 @@
 /// A form is a dictionary with, all optional, "action" (a web address that begins with "https://",
 /// or a URL of the service), "method" (an HTTP method in any case) and "inputs" (see
 /// `KVLExtensions::setHTTPBodyWithInputs`).
+///
+/// Inputs are sent in the service's own dialect, which escapes nothing: a line feed in an input's
+/// name, in a file's name or in its media type ends that line of the part's head, and what follows
+/// it is a line of the head of its own, or, after an empty one, the beginning of the content.
+/// Refuse such names where they come from: in what users type and in what a file system lists.
 namespace KVLEncoding {
 
 /// `form:withAdditionalInputs:` A copy of the form with the additional inputs after its own. The

@@ -31,7 +31,8 @@ namespace KVLExtensions {
 ///
 /// @return none, or an error in `KVLExtensionsErrorDomain`: 404 for an input without a name; 400
 ///   for a name with a double quote, for a value of another type (null included), and when no
-///   boundary could be found that occurs in no part. On an error, and for no inputs at all, the
+///   boundary could be found that occurs in no part; or the error with which an open file could not
+///   be read (see `KVLInputFile::newWithDescriptor`). On an error, and for no inputs at all, the
 ///   request is left as it was. Any thread.
 [[nodiscard]] KVL_EXPORT std::optional<kvl::Error> setHTTPBodyWithInputs(
     kvl::URLRequest& request, const std::optional<kvl::Array>& inputs);

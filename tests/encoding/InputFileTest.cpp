@@ -1,13 +1,21 @@
+#include "tests/support/Pipe.h"
+
+#include <local/KVLExtensionsURLRequest.h>
 #include <local/KVLInputFile.h>
 #include <local/platform/Value.h>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 
 namespace {
+
+using namespace std::string_literals;
 
 TEST(InputFileTest, KeepsWhatItWasMadeOf) {
   const auto file = KVLInputFile::newWithFilename("a.txt", "text/x-a", kvl::Data::fromText("abc"));
@@ -50,6 +58,75 @@ TEST(InputFileTest, SharesItsDataWithWhoGaveIt) {
   const auto data = kvl::Data::fromText("abc");
   const auto file = KVLInputFile::newWithFilename("a", "t/t", data);
   EXPECT_EQ(file->data()->data(), data.data());
+}
+
+// The open file that holds these bytes.
+class OpenFile {
+ public:
+  explicit OpenFile(std::string_view bytes) : descriptor_(memfd_create("file", MFD_CLOEXEC)) {
+    EXPECT_EQ(pwrite(descriptor_, bytes.data(), bytes.size(), 0),
+              static_cast<ssize_t>(bytes.size()));
+  }
+  ~OpenFile() { close(descriptor_); }
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  [[nodiscard]] int descriptor() const { return descriptor_; }
+
+ private:
+  const int descriptor_;
+};
+
+std::optional<kvl::Error> bodyOf(const std::shared_ptr<KVLInputFile>& file, std::string& body) {
+  kvl::URLRequest request("a");
+  const kvl::Array inputs{kvl::Dictionary{{"name", "f"}, {"value", file}}};
+  auto error = KVLExtensions::setHTTPBodyWithInputs(request, inputs);
+  if (request.body()) body = request.body()->text();
+  return error;
+}
+
+TEST(InputFileTest, AnOpenFileIsReadWhenItIsNeeded) {
+  const auto open = std::make_unique<OpenFile>("-abc\0def"s);
+  ASSERT_EQ(lseek(open->descriptor(), 1, SEEK_SET), 1);
+  const auto file = KVLInputFile::newWithDescriptor("a.txt", "text/x-a", open->descriptor());
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(file->description(), "<KVLInputFile a.txt, text/x-a, 7 bytes>");
+  ASSERT_EQ(pwrite(open->descriptor(), "B", 1, 2), 1);
+  EXPECT_EQ(file->data()->text(), "aBc\0def"s);
+  std::string body;
+  EXPECT_EQ(bodyOf(file, body), std::nullopt);
+  EXPECT_NE(body.find("filename=\"a.txt\"\nContent-Type: text/x-a\n\naBc\0def\n--"s),
+            std::string::npos);
+  EXPECT_EQ(lseek(open->descriptor(), 0, SEEK_CUR), 1);
+}
+
+TEST(InputFileTest, AnOpenFileMayBeClosedByWhoOpenedIt) {
+  auto open = std::make_unique<OpenFile>("abc");
+  const auto file = KVLInputFile::newWithDescriptor("a", std::nullopt, open->descriptor());
+  open.reset();
+  EXPECT_EQ(file->data(), kvl::Data::fromText("abc"));
+  file->setData(kvl::Data::fromText("other"));
+  EXPECT_EQ(file->data(), kvl::Data::fromText("other"));
+}
+
+TEST(InputFileTest, AFormWhoseOpenFileHasBecomeShorterIsNotMade) {
+  const OpenFile open("abc");
+  const auto file = KVLInputFile::newWithDescriptor("a", std::nullopt, open.descriptor());
+  ASSERT_EQ(ftruncate(open.descriptor(), 1), 0);
+  std::string body;
+  const auto error = bodyOf(file, body);
+  ASSERT_TRUE(error);
+  EXPECT_TRUE(error->is(kvl::NSCocoaErrorDomain, kvl::NSFileReadUnknownError));
+  EXPECT_EQ(body, "");
+  EXPECT_EQ(file->data(), std::nullopt);
+}
+
+TEST(InputFileTest, OnlyRegularFilesCanBeReadLater) {
+  const kvltest::Pipe pipe;
+  for (const int descriptor : {pipe.writeEnd(), -1}) {
+    std::optional<kvl::Error> error;
+    EXPECT_EQ(KVLInputFile::newWithDescriptor("a", "b", descriptor, &error), nullptr);
+    EXPECT_EQ(error->domain(), kvl::NSPOSIXErrorDomain);
+  }
 }
 
 TEST(InputFileTest, StandsInAValueAsTheSameObject) {
