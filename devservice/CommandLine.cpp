@@ -1,9 +1,17 @@
 #include "devservice/CommandLine.h"
 
+#include "devservice/Log.h"
 #include "devservice/StateDirectory.h"
 
+#include <local/platform/PrintableText.h>
+
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <map>
+#include <sstream>
+#include <string_view>
 
 namespace devservice {
 namespace {
@@ -57,12 +65,30 @@ void addDuration(CLI::App& app, const std::string& name, Duration& duration,
       ->default_str(std::to_string(duration.count()));
 }
 
+bool write(std::FILE* file, std::string_view text) {
+  return std::fwrite(text.data(), 1, text.size(), file) == text.size() && std::fflush(file) == 0;
+}
+
+// Writes help, or what is wrong; the status with which to exit.
+int finish(const CLI::App& app, const CLI::ParseError& error) {
+  std::ostringstream help;
+  std::ostringstream faults;
+  const int status = app.exit(error, help, faults);
+  if (!write(stdout, help.str())) {
+    log(std::string("standard output cannot be written: ") + std::strerror(errno));
+    return 1;
+  }
+  std::istringstream lines(faults.str());
+  for (std::string line; std::getline(lines, line);) write(stderr, kvl::printable(line) + '\n');
+  return status;
+}
+
 template <class Options>
 std::variant<Options, int> parse(CLI::App& app, Options& options, int count, char** arguments) {
   try {
     app.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error);
+    return finish(app, error);
   }
   return options;
 }
@@ -80,8 +106,12 @@ std::variant<NotaryOptions, int> parseNotaryOptions(int count, char** arguments)
   app.add_option("--url", options.urls,
                  "URL to hand out, may be repeated (default: what service.url says)");
   addDuration(app, "--delay", options.delay, "Milliseconds to wait before each answer");
-  app.add_option("--fault", options.fault, "What to do wrong")
-      ->transform(CLI::CheckedTransformer(kFaults));
+  std::vector<std::string> faults;
+  for (const auto& [name, fault] : kFaults) faults.push_back(name);
+  app.add_option_function<std::string>(
+         "--fault", [&options](const std::string& name) { options.fault = kFaults.at(name); },
+         "What to do wrong")
+      ->check(CLI::IsMember(faults));
   app.add_option("--fault-count", options.faultCount, "Do so for the first N requests only");
   return parse(app, options, count, arguments);
 }

@@ -1,8 +1,9 @@
 #include "devservice/Log.h"
 
+#include <local/platform/PrintableText.h>
+
 #include <time.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -37,10 +38,7 @@ void setLogName(std::string_view name) {
 }
 
 void log(std::string_view text) {
-  std::string line = timestamp() + " " + logName() + ": " + std::string(text);
-  std::replace_if(
-      line.begin(), line.end(), [](unsigned char byte) { return byte < ' ' || byte == 0x7f; }, '?');
-  line += '\n';
+  const std::string line = timestamp() + " " + logName() + ": " + kvl::printable(text) + '\n';
   std::fwrite(line.data(), 1, line.size(), stderr);  // one write, hence one whole line
 }
 

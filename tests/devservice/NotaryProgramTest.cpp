@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 
@@ -41,6 +42,27 @@ TEST_F(NotaryProgramTest, CertificateChainsToTheAnchor) {
 TEST_F(NotaryProgramTest, HandsOutTheURLsThatItWasGiven) {
   startNotary({"--url", "http://a/", "--url", "https://b/"});
   EXPECT_EQ(replyOf(*notarise())["url"], Value(Array{"http://a/", "https://b/"}));
+}
+
+TEST_F(NotaryProgramTest, HelpAndMistakesAreText) {
+  for (const std::string arguments : {" --help", " --fault dance", " --dance"}) {
+    const CommandResult result = runCommand(KVL_DEVNOTARY + arguments);
+    EXPECT_THAT(result.output, HasSubstr("--help"));
+    EXPECT_TRUE(std::ranges::all_of(result.output, [](unsigned char byte) {
+      return byte == '\n' || (byte >= ' ' && byte != 0x7f);
+    })) << result.output;
+  }
+  EXPECT_THAT(runCommand(KVL_DEVNOTARY " --help").output, HasSubstr("bad-anchor"));
+}
+
+TEST_F(NotaryProgramTest, HelpThatCannotBeWrittenIsAFailure) {
+  for (const std::string program : {KVL_DEVNOTARY, KVL_DEVSERVICE})
+    EXPECT_NE(runCommand(program + " --help >/dev/full").status, 0) << program;
+}
+
+TEST_F(NotaryProgramTest, WhatIsWrongIsShownWithoutSteeringTheTerminal) {
+  EXPECT_THAT(runCommand(KVL_DEVNOTARY " \"$(printf 'a\\033[2J\\342\\200\\256')\"").output,
+              HasSubstr(R"(a\x1b[2J\u{202e})"));
 }
 
 TEST_F(NotaryProgramTest, WithoutAServiceItSaysSo) {
