@@ -55,6 +55,7 @@ TEST(FormInputTest, TypeAndFileNameComeInAnyOrder) {
 
 TEST(FormInputTest, OtherSemicolonsBelongToWhereTheyStand) {
   EXPECT_EQ(fileOf("f=@a;b").path, "a;b");
+  EXPECT_EQ(fileOf("f=@a;=b;c d=e").path, "a;=b;c d=e");
   EXPECT_EQ(fileOf("f=@a;type=text/plain;charset=UTF-8").contentType, "text/plain;charset=UTF-8");
 }
 
@@ -95,6 +96,12 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"a\"=@b", "double quote"},
                     Fault{"a=@b;type=c\nd", "a content type holds a control character"},
                     Fault{"a=@b;filename=c\rd", "a file name holds a control character"},
+                    Fault{"a=@b\nc", "send it under another one: ;filename=NAME"},
+                    Fault{"a=@b;Type=c/d", "\"Type\" is no parameter of a file"},
+                    Fault{"a=@b;file-name=c;type=d/e", "\"file-name\" is no parameter of a file"},
+                    Fault{"a=@b;filename=c;typ=d/e", "\"typ\" is no parameter of a file"},
+                    Fault{"a=@b;type=c/d;filename=e;type=f/g", "one type, and two are given"},
+                    Fault{"a=@b;filename=c;filename=d", "one filename, and two are given"},
                     Fault{"a=@b\xff", "a file name is not UTF-8"}));
 
 TEST(ImageSizeTest, IsTwoNumbersAbove0) {

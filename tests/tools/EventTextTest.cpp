@@ -57,8 +57,20 @@ INSTANTIATE_TEST_SUITE_P(
                         "\u2027|\u2028|\u2029|\u202E|\u202F",
                         "\u2027|\\0342\\0200\\0250|\\0342\\0200\\0251|\\0342\\0200\\0256|\u202F"},
                     Escape{"\u2065|\u2066|\u2069|\u206A",
-                           "\u2065|\\0342\\0201\\0246|\\0342\\0201\\0251|\u206A"},
+                           "\u2065|\\0342\\0201\\0246|\\0342\\0201\\0251|\\0342\\0201\\0252"},
+                    Escape{"\u061C\u200E\u200D", "\\0330\\0234\\0342\\0200\\0216\u200D"},
                     Escape{"a\xFF\xC3z\xC3", R"(a\0377\0303z\0303)"}));
+
+TEST(WrappedTextTest, BreaksAtSpacesBelowTheSecondColumn) {
+  EXPECT_EQ(wrapped("  -a    one two three", 16), "  -a    one two\n        three");
+  EXPECT_EQ(wrapped("one two three\n\n  x  y\n", 9), "one two\n  three\n\n  x  y\n");
+  EXPECT_EQ(wrapped("a b", 80), "a b");
+}
+
+TEST(WrappedTextTest, BreaksWordsThatAreTooLong) {
+  EXPECT_EQ(wrapped("  0123456789012345", 10), "  01234567\n    890123\n    45");
+  EXPECT_EQ(wrapped("ab 0123456789012345", 10), "ab\n  01234567\n  89012345");
+}
 
 struct Line {
   KVLEvent::Text name, data, identifier;

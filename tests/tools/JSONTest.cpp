@@ -26,7 +26,7 @@ TEST(JSONTest, WritesEveryKindOfValue) {
   };
   EXPECT_EQ(jsonText(value),
             R"({"null":null,"truth":true,"integer":-9223372036854775808,"real":0.1,)"
-            R"("date":"1970-01-01 00:00:00 +0000","text":"a","data":"a3Zs","array":[1,[],{}]})");
+            R"("date":"1970-01-01T00:00:00Z","text":"a","data":"a3Zs","array":[1,[],{}]})");
 }
 
 TEST(JSONTest, RealsThatJSONCannotHoldAreNull) {
@@ -48,18 +48,21 @@ TEST_P(JSONTextTest, IsEscapedIntoValidUTF8) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, JSONTextTest,
-    testing::Values(
-        TextCase{"", R"("")"}, TextCase{R"(say "a\b")", R"("say \"a\\b\"")"},
-        TextCase{"\n\r\t", R"("\n\r\t")"}, TextCase{"\0\x1f\x7f"sv, R"("\u0000\u001f\u007f")"},
-        TextCase{"\u00e4 \u20ac \U0001F600", "\"\u00e4 \u20ac \U0001F600\""},
-        TextCase{"\xc2\x80|\xc2\x85|\xc2\x9f|\xc2\xa0", "\"\\u0080|\\u0085|\\u009f|\xc2\xa0\""},
-        TextCase{"\u2027|\u2028|\u2029|\u202a|\u202e|\u202f",
-                 "\"\u2027|\\u2028|\\u2029|\\u202a|\\u202e|\u202f\""},
-        TextCase{"\u2065|\u2066|\u2069|\u206a", "\"\u2065|\\u2066|\\u2069|\u206a\""},
-        TextCase{"a\xff", "\"a\uFFFD\""}, TextCase{"\xc0\xaf", "\"\uFFFD\uFFFD\""},  // overlong
-        TextCase{"\xed\xa0\x80", "\"\uFFFD\uFFFD\uFFFD\""},                          // a surrogate
-        TextCase{"\xf4\x90\x80\x80", "\"\uFFFD\uFFFD\uFFFD\uFFFD\""},  // beyond the end
-        TextCase{"\xe2\x82", "\"\uFFFD\uFFFD\""}));                    // cut off
+    testing::Values(TextCase{"", R"("")"}, TextCase{R"(say "a\b")", R"("say \"a\\b\"")"},
+                    TextCase{"\n\r\t", R"("\n\r\t")"},
+                    TextCase{"\0\x1f\x7f"sv, R"("\u0000\u001f\u007f")"},
+                    TextCase{"\u00e4 \u20ac \U0001F600", "\"\u00e4 \u20ac \U0001F600\""},
+                    TextCase{"\xc2\x80|\xc2\x85|\xc2\x9f|\xc2\xa0",
+                             "\"\\u0080|\\u0085|\\u009f|\xc2\xa0\""},
+                    TextCase{"\u2027|\u2028|\u2029|\u202a|\u202e|\u202f",
+                             "\"\u2027|\\u2028|\\u2029|\\u202a|\\u202e|\u202f\""},
+                    TextCase{"\u2065|\u2066|\u2069|\u206a", "\"\u2065|\\u2066|\\u2069|\\u206a\""},
+                    TextCase{"\u200b|\u200d|\u200f|\ufeff", "\"\\u200b|\u200d|\\u200f|\\ufeff\""},
+                    TextCase{"\U000e0041", R"("\udb40\udc41")"}, TextCase{"a\xff", "\"a\uFFFD\""},
+                    TextCase{"\xc0\xaf", "\"\uFFFD\uFFFD\""},                      // overlong
+                    TextCase{"\xed\xa0\x80", "\"\uFFFD\uFFFD\uFFFD\""},            // a surrogate
+                    TextCase{"\xf4\x90\x80\x80", "\"\uFFFD\uFFFD\uFFFD\uFFFD\""},  // beyond the end
+                    TextCase{"\xe2\x82", "\"\uFFFD\uFFFD\""}));                    // cut off
 
 TEST(JSONTest, KeysAreEscapedToo) {
   EXPECT_EQ(jsonText(kvl::Dictionary{{"a\"\n", 1}}), R"({"a\"\n":1})");

@@ -255,15 +255,6 @@ class SlowReaderTest : public EventsTest {
   }
 };
 
-// A line of /proc/PID/status in bytes.
-std::int64_t memoryOf(const ChildProcess& process, const std::string& name) {
-  std::ifstream file("/proc/" + std::to_string(process.id()) + "/status");
-  for (std::string line; std::getline(file, line);)
-    if (line.starts_with(name + ":")) return std::stoll(line.substr(name.size() + 1)) * 1024;
-  ADD_FAILURE() << "no " << name;
-  return 0;
-}
-
 // The processor time that a process has taken so far.
 std::chrono::nanoseconds workOf(const ChildProcess& process) {
   std::chrono::nanoseconds sum{0};

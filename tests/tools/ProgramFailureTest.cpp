@@ -61,6 +61,34 @@ TEST_F(FailureTest, WhateverIsSentNeedsAnIdentity) {
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "image"));
 }
 
+TEST_F(FailureTest, EveryCommandTellsTheErrorAsJSON) {
+  std::ofstream(directory.path() / "document") << "{}";
+  for (const Arguments& command :
+       {Arguments{"get", "/"}, Arguments{"submit", "/", "--data", directory.path() / "document"},
+        Arguments{"form", "/"}, Arguments{"image", "/"}, Arguments{"menu", "/"},
+        Arguments{"events", "/"}}) {
+    Arguments arguments = command;
+    arguments.emplace_back("--json");
+    const Outcome outcome = run(arguments);
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_THAT(outcome.output,
+                StartsWith(R"({"error":{"domain":"NSCocoaErrorDomain","code":4099,)"))
+        << command.front();
+    EXPECT_THAT(outcome.output, testing::EndsWith("}}\n"));
+  }
+}
+
+TEST_F(FailureTest, ATimeoutThatPassesIsToldAsJSON) {
+  EXPECT_THAT(run({"get", "/", "--timeout", "0", "--json"}).output,
+              StartsWith(R"({"error":{"domain":)"));
+}
+
+TEST_F(FailureTest, AnErrorIsToldOnce) {
+  const std::string errors = run({"status"}).errors;
+  EXPECT_EQ(errors.find("cannot be reached"), errors.rfind("cannot be reached")) << errors;
+  EXPECT_EQ(errors.find("4099"), errors.rfind("4099")) << errors;
+}
+
 TEST_F(FailureTest, FilesThatCannotBeSentAreNamedBeforeAnythingIsAsked) {
   std::ofstream(directory.path() / "broken") << "{\"a\":";
   const Outcome broken = run({"submit", "/", "--data", directory.path() / "broken"});
@@ -115,11 +143,14 @@ TEST_F(FailureTest, SigningRequestNeedsNoNotary) {
   EXPECT_THAT(outcome.output, testing::EndsWith("\n-----END CERTIFICATE REQUEST-----\n"));
 }
 
-TEST_F(FailureTest, SigningRequestWithoutAnIdentifierCannotBeMade) {
-  const Outcome outcome = run({"csr", "--identifier", ""});
+TEST_F(FailureTest, SigningRequestWithoutKeysCannotBeMade) {
+  const std::string tooLongForKeyStores(1025, 'a');
+  const Outcome outcome = run({"csr", "--identifier", tooLongForKeyStores});
   EXPECT_EQ(outcome.exitCode, 5);
   EXPECT_THAT(outcome.output, IsEmpty());
   EXPECT_THAT(outcome.errors, HasSubstr("no signing request"));
+  EXPECT_THAT(run({"csr", "--json", "--identifier", tooLongForKeyStores}).output,
+              StartsWith(R"({"error":{"domain":"kvlocal","code":5,)"));
 }
 
 TEST_F(FailureTest, OutputThatCannotBeWrittenIsAnErrorOfItsOwn) {

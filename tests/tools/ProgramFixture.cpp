@@ -98,6 +98,14 @@ int RunningProgram::wait() {
   return exitCodeOf(process_.wait());
 }
 
+std::int64_t memoryOf(const ChildProcess& process, const std::string& name) {
+  std::ifstream file("/proc/" + std::to_string(process.id()) + "/status");
+  for (std::string line; std::getline(file, line);)
+    if (line.starts_with(name + ":")) return std::stoll(line.substr(name.size() + 1)) * 1024;
+  ADD_FAILURE() << "no " << name;
+  return 0;
+}
+
 void ProgramTest::useBus(const std::string& address) {
   environment.front() = "DBUS_SESSION_BUS_ADDRESS=" + address;
 }
@@ -124,6 +132,12 @@ Outcome ProgramTest::runInto(const std::string& path, const Arguments& arguments
   return {exitCodeOf(program.wait()), {}, errors()};
 }
 
+Outcome ProgramTest::runOn(PseudoTerminal& terminal, const Arguments& arguments) {
+  ChildProcess program = start(arguments, terminal.end());
+  const std::string output = terminal.readAll();
+  return {exitCodeOf(program.wait()), output, errors()};
+}
+
 Outcome ProgramTest::runInShell(const std::string& script) {
   ChildProcess shell({"sh", "-c", script, KVLOCAL_PROGRAM}, environmentWith(environment),
                      directory.path() / kErrorsFile);
@@ -140,6 +154,13 @@ Outcome ProgramTest::runUntil(const std::string& text, const Arguments& argument
 
 RunningProgram ProgramTest::launch(const Arguments& arguments) {
   return RunningProgram([&](int output) { return start(arguments, output); });
+}
+
+RunningProgram ProgramTest::launchInShell(const std::string& script) {
+  return RunningProgram([&](int output) {
+    return ChildProcess({"sh", "-c", script, KVLOCAL_PROGRAM}, environmentWith(environment),
+                        directory.path() / kErrorsFile, output);
+  });
 }
 
 std::string ProgramTest::errors() const {

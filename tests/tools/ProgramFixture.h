@@ -2,10 +2,12 @@
 #pragma once
 
 #include "tests/support/PrivateBus.h"
+#include "tests/support/PseudoTerminal.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -53,6 +55,10 @@ class RunningProgram {
   std::string received_;
 };
 
+// A line of /proc/PID/status in bytes: "VmRSS" is the memory that the program has now, "VmHWM" the
+// most that it has had.
+std::int64_t memoryOf(const ChildProcess& process, const std::string& name);
+
 class ProgramTest : public testing::Test {
  protected:
   // Runs the program to its end.
@@ -64,8 +70,14 @@ class ProgramTest : public testing::Test {
   // Runs the program beside the test.
   RunningProgram launch(const Arguments& arguments);
 
+  // Runs a shell's script, in which "$0" is the program, beside the test.
+  RunningProgram launchInShell(const std::string& script);
+
   // Runs the program with its output going to the file `path`.
   Outcome runInto(const std::string& path, const Arguments& arguments);
+
+  // Runs the program on a terminal; all of that is its output.
+  Outcome runOn(PseudoTerminal& terminal, const Arguments& arguments);
 
   // Runs a shell's script, in which "$0" is the program. What it writes is among the errors.
   Outcome runInShell(const std::string& script);

@@ -1,7 +1,11 @@
 // kvlocal form with the development service.
+#include "tests/support/Sanitized.h"
 #include "tests/tools/ServiceFixture.h"
 
 #include <gmock/gmock.h>
+
+#include <cstdint>
+#include <filesystem>
 
 namespace kvltest {
 namespace {
@@ -36,6 +40,26 @@ TEST_F(FormTest, FileFromStandardInputHasNoName) {
   EXPECT_EQ(outcome.exitCode, 0);
   EXPECT_THAT(outcome.errors,
               HasSubstr(R"("parts":[{"name":"f","contentType":"application/octet)"));
+}
+
+// The body is one piece of memory; the files that go into it are in no other.
+TEST_F(FormTest, ALargeFileIsInMemoryOnce) {
+  constexpr std::int64_t kSize = std::int64_t{100} << 20;
+  constexpr std::int64_t kProgram = std::int64_t{40} << 20;
+  const std::string path = file("large", "");
+  std::filesystem::resize_file(path, kSize);
+  for (const bool isStandardInput : {false, true}) {
+    const Arguments form{"form", "/slow?ms=600000", "--file", "f=@" + path};
+    RunningProgram program =
+        isStandardInput ? launchInShell("exec \"$0\" form '/slow?ms=600000' --file f=@- < " + path)
+                        : launch(form);
+    ASSERT_TRUE(waitForServiceLog("slow: the answer waits", isStandardInput ? 2 : 1));
+    if (!kSanitized) {
+      EXPECT_LT(memoryOf(program.process(), "VmHWM"), kSize + kProgram);
+    }
+    program.process().signal(SIGINT);
+    EXPECT_EQ(program.wait(), 130);
+  }
 }
 
 TEST_F(FormTest, EmptyFormIsAFetch) {

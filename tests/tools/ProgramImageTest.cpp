@@ -63,6 +63,11 @@ TEST_F(ImageTest, AnswerWithoutAnImageIsAFailure) {
   EXPECT_THAT(run({"image", "/status", "--json"}).output, StartsWith(R"({"error":{"domain":)"));
 }
 
+TEST_F(ImageTest, AnErrorStatusIsToldAsOne) {
+  EXPECT_EQ(run({"image", "/code?status=404"}).errors,
+            "kvlocal: the service answered with HTTP status 404\n");
+}
+
 TEST_F(ImageTest, ARequestThatFailsIsToldByTheExitCode) {
   const Outcome outcome = run({"image", "https://127.0.0.1:1/"});
   EXPECT_EQ(outcome.exitCode, 4);
@@ -78,6 +83,8 @@ TEST_F(ImageTest, FileThatCannotBeWrittenIsAnErrorOfItsOwn) {
   const Outcome full = run({"image", "/image", "-o", "/dev/full"});
   EXPECT_EQ(full.exitCode, 6);
   EXPECT_THAT(full.errors, HasSubstr("No space left on device"));
+  EXPECT_THAT(run({"image", "/image", "--json", "-o", "/dev/full"}).output,
+              StartsWith(R"({"error":{"domain":"kvlocal","code":6,)"));
 }
 
 }  // namespace

@@ -112,6 +112,8 @@ TEST_F(MenuTest, AnswerToAnActivationIsJSONWhenAskedFor) {
 
 TEST_F(MenuTest, AnUnknownItemIsNotActivated) {
   expectRefusal("dance", "is not in the menu");
+  EXPECT_THAT(activate("dance", {"--json"}).output,
+              StartsWith(R"({"error":{"domain":"kvlocal","code":7,)"));
 }
 
 TEST_F(MenuTest, ADisabledItemIsNotActivated) {
@@ -129,6 +131,23 @@ TEST_F(MenuTest, AnAnswerWithoutAMenuIsAFailure) {
   EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the answer holds no menu"));
   EXPECT_EQ(run({"menu", "/code?status=404"}).exitCode, 1);
   EXPECT_EQ(run({"menu", "/code?status=200&body=null"}).exitCode, 4);
+}
+
+TEST_F(MenuTest, ADocumentWithoutItemsIsNoMenu) {
+  for (const auto* document : {"%5B1,2%5D", "%5B%7B%22a%22:1%7D%5D", "%7B%22menu%22:%5B7%5D%7D",
+                               "%7B%22menu%22:1%7D", "%22menu%22"}) {
+    const std::string path = std::string("/code?status=200&body=") + document;
+    const Outcome outcome = run({"menu", path});
+    EXPECT_EQ(outcome.exitCode, 4) << document;
+    EXPECT_EQ(outcome.errors, "kvlocal: the answer holds no menu\n");
+  }
+  EXPECT_THAT(run({"menu", "/code?status=200&body=%5B1%5D", "--json"}).output,
+              StartsWith(R"({"error":{"domain":"NSURLErrorDomain","code":-1016)"));
+}
+
+TEST_F(MenuTest, AnErrorStatusIsToldAsOne) {
+  EXPECT_EQ(run({"menu", "/code?status=404&body=no"}).errors,
+            "kvlocal: the service answered with HTTP status 404\n");
 }
 
 TEST_F(MenuTest, AnAnswerThatIsNoDocumentIsAFailure) {

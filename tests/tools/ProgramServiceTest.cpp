@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <regex>
+
 namespace kvltest {
 namespace {
 
@@ -50,6 +52,35 @@ TEST_F(ServiceTest, AStatusAbove400IsToldByTheExitCode) {
   const Outcome outcome = run({"get", "/there/is/no/such/document"});
   EXPECT_EQ(outcome.exitCode, 1);
   EXPECT_THAT(outcome.errors, HasSubstr("HTTP status 404"));
+}
+
+TEST_F(ServiceTest, AnErrorStatusIsAnErrorInJSON) {
+  const Outcome outcome = run({"get", "--json", "/there/is/no/such/document"});
+  EXPECT_EQ(outcome.exitCode, 1);
+  EXPECT_THAT(outcome.output, AllOf(HasSubstr(R"("status":404)"),
+                                    HasSubstr(R"("error":{"domain":"kvlocal","code":1,)")));
+}
+
+TEST_F(ServiceTest, DatesAreRFC3339) {
+  constexpr auto kDate = "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}Z";
+  const std::string json = run({"status", "--json"}).output;
+  for (const auto* name : {"expires", "notBefore", "notAfter"})
+    EXPECT_TRUE(
+        std::regex_search(json, std::regex("\"" + std::string(name) + "\":\"" + kDate + "\"")))
+        << json;
+  const std::string text = run({"status"}).output;
+  EXPECT_TRUE(std::regex_search(text, std::regex("expires +" + std::string(kDate) + " \\(in ")))
+      << text;
+}
+
+TEST_F(ServiceTest, WhatTheNotaryDidWrongIsToldInWords) {
+  for (const auto* fault : {"bad-anchor", "no-url"}) {
+    restartNotary({"--fault", fault});
+    const Outcome outcome = run({"status"});
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the notary service gave no identity: "));
+    EXPECT_THAT(outcome.errors, testing::Not(HasSubstr("Unknown error")));
+  }
 }
 
 TEST_F(ServiceTest, ARequestThatFailsIsToldByTheExitCode) {

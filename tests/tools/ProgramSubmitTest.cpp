@@ -83,6 +83,15 @@ TEST_F(SubmitTest, AnswerThatIsNoDocumentIsAFailure) {
               AllOf(HasSubstr(R"("code":3840)"), HasSubstr(R"("status":404)")));
 }
 
+TEST_F(SubmitTest, AnErrorIsToldOnce) {
+  EXPECT_THAT(submit("/code?status=200&body=no", "{}").errors,
+              testing::MatchesRegex("[^\n]*\\[NSCocoaErrorDomain 3840\\]\n"));
+  EXPECT_EQ(submit("/code?status=404&body=no", "{}").errors,
+            "kvlocal: the service answered with HTTP status 404\n");
+  const std::string errors = submit("/code?status=200&body=no", "{}").errors;
+  EXPECT_EQ(errors.find("3840"), errors.rfind("3840")) << errors;
+}
+
 TEST_F(SubmitTest, ARequestThatFailsIsToldByTheExitCode) {
   const Outcome outcome = submit("https://127.0.0.1:1/", "{}");
   EXPECT_EQ(outcome.exitCode, 4);

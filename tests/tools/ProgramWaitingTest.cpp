@@ -83,6 +83,56 @@ TEST_F(WaitingTest, TimeoutLimitsTheWholeAnswer) {
   }
 }
 
+// Patient enough for a busy machine, and less so than the 15 seconds in which a session by itself
+// asks the notary again.
+constexpr auto kWaits = "12";
+
+TEST_F(WaitingTest, ANotaryThatAppearsLaterIsSeen) {
+  stopNotary();
+  RunningProgram program = launch({"get", kDocument, "--timeout", kWaits, "--verbose"});
+  EXPECT_TRUE(waitForErrors(program, "notarisation error: "));
+  restartNotary({});
+  EXPECT_EQ(program.readAll(), kDocumentBytes);
+  EXPECT_EQ(program.wait(), 0) << errors();
+}
+
+TEST_F(WaitingTest, AServiceThatAppearsLaterIsSeen) {
+  for (const Arguments& command : commands("/echo")) {
+    const bool isImage = command.front() == "image";
+    Arguments arguments = isImage ? Arguments{"image", "/image"} : command;
+    arguments.insert(arguments.end(), {"--timeout", std::to_string(kPatience), "--verbose"});
+    killService();
+    RunningProgram program = launch(arguments);
+    EXPECT_TRUE(waitForErrors(program, "error from request: ")) << command.front();
+    restartService();
+    EXPECT_EQ(program.wait(), 0) << command.front() << errors();
+  }
+}
+
+TEST_F(WaitingTest, AServiceThatDoesNotAppearIsToldAtTheEnd) {
+  killService();
+  const Outcome outcome = run({"get", kDocument, "--timeout", "2"});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the request failed: "));
+  EXPECT_THAT(outcome.errors, HasSubstr("[NSURLErrorDomain -1004]"));
+}
+
+TEST_F(WaitingTest, WithoutATimeoutTheFirstTrialDecides) {
+  killService();
+  const Outcome outcome = run({"get", kDocument, "--verbose"});
+  EXPECT_EQ(outcome.exitCode, 4);
+  const std::size_t first = outcome.errors.find("error from request: ");
+  EXPECT_EQ(outcome.errors.rfind("error from request: "), first) << outcome.errors;
+}
+
+TEST_F(WaitingTest, InterruptEndsWaitingForTheService) {
+  killService();
+  RunningProgram program = launch({"get", kDocument, "--timeout", "600", "--verbose"});
+  EXPECT_TRUE(waitForErrors(program, "error from request: "));
+  program.process().signal(SIGINT);
+  EXPECT_EQ(program.wait(), 130);
+}
+
 TEST_F(WaitingTest, ProgressIsToldWhenAskedFor) {
   for (Arguments command : commands(kEndless)) {
     command.emplace_back("--progress");

@@ -97,8 +97,13 @@ void ServiceTest::startNotary(const Arguments& options) {
   world().hasUsualNotary = options.empty();
 }
 
-void ServiceTest::restartNotary(const Arguments& options) {
+void ServiceTest::stopNotary() {
   world().notary.kill();
+  world().hasUsualNotary = false;
+}
+
+void ServiceTest::restartNotary(const Arguments& options) {
+  stopNotary();
   startNotary(options);
 }
 

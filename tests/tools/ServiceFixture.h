@@ -26,6 +26,8 @@ class ServiceTest : public ProgramTest {
 
   // Starts the notary anew, with these options.
   void restartNotary(const Arguments& options);
+  // There is no notary until one is started with `restartNotary`.
+  static void stopNotary();
   void killService() { service_.kill(); }
   // Kills the service and returns when the next one listens.
   void restartService();

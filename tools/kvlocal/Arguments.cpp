@@ -7,14 +7,18 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <system_error>
+#include <utility>
 
 namespace kvlocal {
 namespace {
 
 constexpr std::string_view kType = ";type=";
 constexpr std::string_view kFilename = ";filename=";
+constexpr std::string_view kLetters =
+    "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
 
 bool holdsControl(std::string_view text) {
   return std::any_of(text.begin(), text.end(),
@@ -33,27 +37,60 @@ std::string nameFault(std::string_view name) {
   return faultOf(name, "a name");
 }
 
+// A file system allows line ends in names; in a form they would begin new lines of the part's head.
+std::string filenameFault(std::string_view filename) {
+  std::string fault = faultOf(filename, "a file name");
+  if (!fault.empty()) fault += "; send it under another one: ;filename=NAME";
+  return fault;
+}
+
 std::string lastPart(std::string_view path) {
   if (path == kStandardInput) return {};
   return std::string(path.substr(path.rfind('/') + 1));
 }
 
-// The value of the last option in `text`, which is cut off there; absent when there is none.
-struct Option {
-  std::string_view name;
-  std::string value;
-};
-std::optional<Option> takeLastOption(std::string_view& text) {
-  std::optional<Option> found;
-  std::size_t position = 0;
-  for (const std::string_view name : {kType, kFilename}) {
-    const std::size_t at = text.rfind(name);
-    if (at == std::string_view::npos || (found && at < position)) continue;
-    position = at;
-    found = Option{name, std::string(text.substr(at + name.size()))};
+// What may stand behind a path: a semicolon, a word and an equals sign.
+std::size_t findParameter(std::string_view text, std::size_t from = 0) {
+  for (std::size_t at = text.find(';', from); at < text.size(); at = text.find(';', at + 1)) {
+    const std::size_t end = text.find_first_not_of(kLetters, at + 1);
+    if (end > at + 1 && end < text.size() && text[end] == '=') return at;
   }
-  if (found) text = text.substr(0, position);
-  return found;
+  return std::string_view::npos;
+}
+
+std::string repeatedParameter(std::string_view name) {
+  return "a file has one " + std::string(name.substr(1, name.size() - 2)) + ", and two are given";
+}
+
+std::string unknownParameter(std::string_view parameter) {
+  return jsonText(parameter.substr(1, parameter.find('=') - 1)) +
+         " is no parameter of a file, which has type and filename; send a file whose name looks "
+         "like that from standard input";
+}
+
+// Takes the parameters off the end of `text`, from the last one to the first, and leaves the path.
+// What is wrong with them, or an empty text. A type may have parameters of its own.
+std::string takeParameters(std::string_view& text, std::optional<std::string>& type,
+                           std::optional<std::string>& filename) {
+  for (;;) {
+    const std::size_t typeAt = text.rfind(kType);
+    const std::size_t nameAt = text.rfind(kFilename);
+    if (typeAt == nameAt) break;  // neither is there
+    const bool isType =
+        nameAt == std::string_view::npos || (typeAt != std::string_view::npos && typeAt > nameAt);
+    const std::string_view name = isType ? kType : kFilename;
+    auto& value = isType ? type : filename;
+    if (value) return repeatedParameter(name);
+    const std::size_t at = isType ? typeAt : nameAt;
+    value = text.substr(at + name.size());
+    text = text.substr(0, at);
+  }
+  for (const std::string_view plain :
+       {text, filename ? std::string_view(*filename) : std::string_view()}) {
+    const std::size_t at = findParameter(plain);
+    if (at != std::string_view::npos) return unknownParameter(plain.substr(at));
+  }
+  return {};
 }
 
 // Where the name ends; none without an equals sign.
@@ -63,12 +100,22 @@ std::size_t endOfName(std::string_view text) {
 
 constexpr double kLargest = 1e5;
 
-std::optional<double> measure(std::string_view text) {
+// Also "inf" and "nan".
+std::optional<double> number(std::string_view text) {
   double value = 0;
   const auto [rest, fault] = std::from_chars(text.data(), text.data() + text.size(), value);
-  const bool isRight =
-      fault == std::errc{} && rest == text.data() + text.size() && value > 0 && value <= kLargest;
-  return isRight ? std::optional(value) : std::nullopt;
+  const bool isWhole = fault == std::errc{} && rest == text.data() + text.size();
+  return isWhole ? std::optional(value) : std::nullopt;
+}
+
+std::optional<double> measure(std::string_view text) {
+  const auto value = number(text);
+  return value && *value > 0 && *value <= kLargest ? value : std::nullopt;
+}
+
+// With no text of its own in the help.
+CLI::Validator checkOf(std::function<std::string(const std::string&)> fault) {
+  return {std::move(fault), ""};
 }
 
 std::optional<kvl::Size> parseSize(std::string_view text) {
@@ -83,19 +130,35 @@ std::optional<kvl::Size> parseSize(std::string_view text) {
 }  // namespace
 
 CLI::Validator secondsCheck() {
-  return CLI::Range(0.0, kLongestSeconds).description("");
+  return checkOf([](const std::string& text) -> std::string {
+    const auto seconds = number(text);
+    if (seconds && *seconds >= 0 && *seconds <= kLongestSeconds) return {};
+    return jsonText(text) + " is not a number of seconds from 0 to 1000000";
+  });
+}
+
+CLI::Validator identifierCheck() {
+  return checkOf([](const std::string& text) -> std::string {
+    if (text.empty()) return "an identifier cannot be empty: keys are kept under it";
+    return isUTF8(text) ? std::string() : "an identifier is UTF-8, and this one is not";
+  });
+}
+
+CLI::Validator textCheck() {
+  return checkOf([](const std::string& text) {
+    return isUTF8(text) ? std::string() : jsonText(text) + " is not UTF-8";
+  });
 }
 
 CLI::Validator countCheck() {
-  return {[](const std::string& text) -> std::string {
-            std::int64_t count = 0;
-            const char* const end = text.data() + text.size();
-            const auto [rest, fault] = std::from_chars(text.data(), end, count);
-            if (fault == std::errc{} && rest == end && count >= 0) return {};
-            return jsonText(text) + " is not a whole number from 0 to " +
-                   std::to_string(std::numeric_limits<std::int64_t>::max());
-          },
-          ""};
+  return checkOf([](const std::string& text) -> std::string {
+    std::int64_t count = 0;
+    const char* const end = text.data() + text.size();
+    const auto [rest, fault] = std::from_chars(text.data(), end, count);
+    if (fault == std::errc{} && rest == end && count >= 0) return {};
+    return jsonText(text) + " is not a whole number from 0 to " +
+           std::to_string(std::numeric_limits<std::int64_t>::max());
+  });
 }
 
 std::variant<TextInput, std::string> parseTextInput(std::string_view text) {
@@ -114,12 +177,12 @@ std::variant<FileInput, std::string> parseFileInput(std::string_view text) {
   FileInput input{std::string(text.substr(0, end)), {}, {}, {}};
   std::optional<std::string> filename;
   text.remove_prefix(end + 2);
-  while (auto option = takeLastOption(text))
-    (option->name == kType ? input.contentType : filename) = std::move(option->value);
+  if (std::string fault = takeParameters(text, input.contentType, filename); !fault.empty())
+    return fault;
   input.path = text;
   input.filename = filename.value_or(lastPart(text));
   if (input.path.empty()) return "the path of a file is empty";
-  for (const std::string& fault : {nameFault(input.name), faultOf(input.filename, "a file name"),
+  for (const std::string& fault : {nameFault(input.name), filenameFault(input.filename),
                                    faultOf(input.contentType.value_or(""), "a content type")})
     if (!fault.empty()) return fault;
   return input;

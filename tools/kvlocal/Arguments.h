@@ -17,6 +17,12 @@ inline constexpr double kLongestSeconds = 1e6;
 // For options that take seconds.
 [[nodiscard]] CLI::Validator secondsCheck();
 
+// For the identifier under which keys are kept.
+[[nodiscard]] CLI::Validator identifierCheck();
+
+// For texts that the notary gets.
+[[nodiscard]] CLI::Validator textCheck();
+
 // For options that take a number of things.
 [[nodiscard]] CLI::Validator countCheck();
 
@@ -35,7 +41,7 @@ struct FileInput {
 };
 
 // The input, or what is wrong with the text. What holds a character that would break the form's
-// lines is refused, and so are texts that are not UTF-8.
+// lines is refused, and so are texts that are not UTF-8 and parameters of a file that are none.
 [[nodiscard]] std::variant<TextInput, std::string> parseTextInput(std::string_view text);
 [[nodiscard]] std::variant<FileInput, std::string> parseFileInput(std::string_view text);
 

@@ -1,6 +1,7 @@
 // The commands that fetch or submit a document: get and submit.
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Exchange.h"
+#include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Input.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
@@ -20,10 +21,10 @@ struct SubmitOptions {
 };
 
 ExitCode readRoot(const Context& context, const std::string& path, Root& root) {
-  const ExitCode result = readDocument(path, context.rendezvous, root);
+  const ExitCode result = readDocument(context, path, root);
   if (result != ExitCode::ok || root) return result;
-  complain(jsonText(path) + " is null, which cannot be submitted");
-  return ExitCode::usage;
+  return fail(context.settings.json, ExitCode::usage,
+              jsonText(path) + " is null, which cannot be submitted");
 }
 
 ExitCode show(const Answer<Root>& answer, const Report& report) {

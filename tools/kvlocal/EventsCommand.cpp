@@ -157,7 +157,7 @@ ExitCode runEvents(const Context& context, const EventsOptions& options) {
   const auto states = tellStates(client.session(), feed, options.source, context.settings.verbose);
   openStream(client.session(), options, feed);
   ExitCode result = client.establish();
-  if (result == ExitCode::notEstablished) complain(client.failureText());
+  if (result == ExitCode::notEstablished) result = client.reportFailure();
   if (result == ExitCode::ok) result = follow(context, *feed, options);
   feed->close();
   return result;

@@ -1,11 +1,13 @@
 #include "tools/kvlocal/Exchange.h"
 
 #include "tools/kvlocal/Describe.h"
+#include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Text.h"
 
 #include <local/KVLEncodingSession.h>
+#include <local/platform/PrintableText.h>
 
 #include <unistd.h>
 
@@ -131,13 +133,16 @@ ExitCode showBody(const Answer<Body>& answer, const Report& report) {
   return answer.content ? print(answer.content->text()) : ExitCode::ok;
 }
 
-ExitCode showFailure(const kvl::Error& error, const kvl::URLResponseRef& response, bool json) {
-  if (!json) return ExitCode::transport;
-  kvl::Dictionary value{{"error", errorValue(error)}};
-  if (response && response->isHTTP())
-    for (const auto& [name, entry] : headValue(*response)) value.set(name, entry);
-  const ExitCode printed = printLine(jsonText(value));
-  return printed == ExitCode::ok ? ExitCode::transport : printed;
+kvl::Dictionary headOf(const kvl::URLResponseRef& response) {
+  return response && response->isHTTP() ? headValue(*response) : kvl::Dictionary();
+}
+
+bool hasErrorStatus(const kvl::URLResponseRef& response) {
+  return response && response->isHTTP() && *response->httpStatusCode >= kFirstErrorStatus;
+}
+
+std::string statusText(int status) {
+  return "the service answered with HTTP status " + std::to_string(status);
 }
 
 }  // namespace
@@ -149,8 +154,7 @@ void declareProgress(CLI::App& parser, bool& tellsProgress) {
 
 ExitCode establish(Client& client) {
   const ExitCode result = client.establish();
-  if (result == ExitCode::notEstablished) complain(client.failureText());
-  return result;
+  return result == ExitCode::notEstablished ? client.reportFailure() : result;
 }
 
 ExitCode detail::carryOut(const Context& context, const Client& client, const Exchange& exchange,
@@ -185,30 +189,32 @@ std::string headText(const kvl::URLResponse& response) {
   std::string text =
       protocolName(response.httpVersion) + " " + std::to_string(*response.httpStatusCode) + "\n";
   for (const auto& [name, value] : response.headers)
-    text.append(name).append(": ").append(value).append("\n");
+    text.append(kvl::printable(name + ": " + value)).append("\n");
   return text + "\n";
 }
 
 kvl::Dictionary headValue(const kvl::URLResponse& response) {
   kvl::Array headers;
   for (const auto& [name, value] : response.headers) headers.append(kvl::Array{name, value});
-  return {{"url", response.url.absoluteString()},
-          {"status", *response.httpStatusCode},
-          {"headers", headers}};
+  const int status = *response.httpStatusCode;
+  kvl::Dictionary value{
+      {"url", response.url.absoluteString()}, {"status", status}, {"headers", headers}};
+  if (status >= kFirstErrorStatus)
+    value.set("error", errorValue(ownError(ExitCode::httpError, statusText(status))));
+  return value;
 }
 
 ExitCode reportFailure(const kvl::Error& error, const kvl::URLResponseRef& response, bool json) {
-  complain("the request failed: " + errorText(error));
-  return showFailure(error, response, json);
+  return fail(json, ExitCode::transport, "the request failed: " + errorText(error), error,
+              headOf(response));
 }
 
 ExitCode reportUnusable(std::string_view what, const kvl::Error& error,
                         const kvl::URLResponseRef& response, bool json) {
-  complain(what);
-  const ExitCode shown = showFailure(error, response, json);
-  if (shown != ExitCode::transport) return shown;
-  const ExitCode ofStatus = withStatus(ExitCode::ok, *response);
-  return ofStatus == ExitCode::ok ? shown : ofStatus;
+  if (!hasErrorStatus(response))
+    return fail(json, ExitCode::transport, what, error, headOf(response));
+  return fail(json, ExitCode::httpError, statusText(*response->httpStatusCode), error,
+              headOf(response));
 }
 
 ExitCode reportNoDocument(const kvl::Error& error, const kvl::URLResponseRef& response, bool json) {
@@ -222,7 +228,7 @@ ExitCode reportNoDocument(const kvl::Error& error, const kvl::URLResponseRef& re
 ExitCode withStatus(ExitCode shown, const kvl::URLResponse& response) {
   const int status = *response.httpStatusCode;
   if (shown != ExitCode::ok || status < kFirstErrorStatus) return shown;
-  complain("the service answered with HTTP status " + std::to_string(status));
+  complain(statusText(status));
   return ExitCode::httpError;
 }
 

@@ -90,19 +90,33 @@ class Mailbox {
     return established == ExitCode::ok ? collect(context, client, exchange, answer) : established;
   }
 
-  // The same with the identity of a client that has been established.
-  [[nodiscard]] ExitCode collect(const Context& context, const Client& client,
-                                 const Exchange& exchange, Answer<Content>& answer) const {
+  // The same with the identity of a client that has been established. With a time-out, a request
+  // that reaches no service is sent again until one is there.
+  [[nodiscard]] ExitCode collect(const Context& context, Client& client, const Exchange& exchange,
+                                 Answer<Content>& answer) const {
+    for (;;) {
+      const ExitCode result = collectOnce(context, client, exchange, answer);
+      if (result != ExitCode::ok || !answer.error || !client.mayYetReachService(*answer.error))
+        return result;
+      const ExitCode waited = client.waitForService();
+      if (waited == ExitCode::notEstablished) return ExitCode::ok;
+      if (waited != ExitCode::ok) return waited;
+    }
+  }
+
+ private:
+  [[nodiscard]] ExitCode collectOnce(const Context& context, const Client& client,
+                                     const Exchange& exchange, Answer<Content>& answer) const {
     bool isLate = false;
+    rendezvous_->change([this] { slot_->reset(); });
     const ExitCode result =
         detail::carryOut(context, client, exchange, [this] { return slot_->has_value(); }, isLate);
     if (result != ExitCode::ok) return result;
-    if (!isLate) answer = **slot_;
+    answer = isLate ? Answer<Content>() : **slot_;
     if (!answer.error) answer.error = detail::faultOf(isLate, answer.response);
     return ExitCode::ok;
   }
 
- private:
   const std::shared_ptr<Rendezvous> rendezvous_;
   const std::shared_ptr<std::optional<Answer<Content>>> slot_ =
       std::make_shared<std::optional<Answer<Content>>>();
@@ -117,7 +131,8 @@ struct Report {
 // Declares --include.
 void declareHead(CLI::App& parser, bool& showsHead);
 
-// Status and header fields: lines and an empty line, or entries of an object.
+// Status and header fields: lines and an empty line, or entries of an object, with "error" for an
+// error status.
 [[nodiscard]] std::string headText(const kvl::URLResponse& response);
 [[nodiscard]] kvl::Dictionary headValue(const kvl::URLResponse& response);
 
@@ -127,7 +142,7 @@ void declareHead(CLI::App& parser, bool& showsHead);
                                      bool json);
 
 // The same for an answer that has come and that is not what was asked for: `what` it is instead.
-// An error status goes before that.
+// With an error status only that is told: nobody has promised anything else then.
 [[nodiscard]] ExitCode reportUnusable(std::string_view what, const kvl::Error& error,
                                       const kvl::URLResponseRef& response, bool json);
 
@@ -135,7 +150,7 @@ void declareHead(CLI::App& parser, bool& showsHead);
 [[nodiscard]] ExitCode reportNoDocument(const kvl::Error& error,
                                         const kvl::URLResponseRef& response, bool json);
 
-// `shown`, unless that is `ok` and the status is an error, which is told then.
+// `shown`, unless that is `ok` and the status is an error, which standard error is told then.
 [[nodiscard]] ExitCode withStatus(ExitCode shown, const kvl::URLResponse& response);
 
 // Shows a body as it came.

@@ -3,12 +3,14 @@
 #include "tools/kvlocal/Arguments.h"
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Exchange.h"
+#include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Input.h"
 #include "tools/kvlocal/JSON.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLInputFile.h>
 
+#include <algorithm>
 #include <map>
 #include <vector>
 
@@ -47,10 +49,15 @@ ExitCode appendInput(const Context&, const TextInput& input, kvl::Array& inputs)
 }
 
 ExitCode appendInput(const Context& context, const FileInput& input, kvl::Array& inputs) {
-  kvl::Data data;
-  const ExitCode result = readInput(input.path, context.rendezvous, data);
-  if (result != ExitCode::ok) return result;
-  const auto file = KVLInputFile::newWithFilename(input.filename, input.contentType, data);
+  auto file = openInput(input.path);
+  if (!file) {
+    kvl::Data data;
+    const ExitCode result = readInput(context, input.path, data);
+    if (result != ExitCode::ok) return result;
+    file = KVLInputFile::newWithFilename(std::nullopt, std::nullopt, data);
+  }
+  file->setFilename(input.filename);
+  file->setContentType(input.contentType);
   inputs.append(kvl::Dictionary{{"name", input.name}, {"value", file}});
   return ExitCode::ok;
 }
@@ -64,7 +71,15 @@ ExitCode readInputs(const Context& context, const Inputs& given, kvl::Array& inp
   return ExitCode::ok;
 }
 
+bool isStandardInput(const std::variant<TextInput, FileInput>& input) {
+  const auto* const file = std::get_if<FileInput>(&input);
+  return file != nullptr && file->path == kStandardInput;
+}
+
 ExitCode runForm(const Context& context, const FormOptions& options, const Inputs& given) {
+  if (std::ranges::count_if(given, isStandardInput) > 1)
+    return fail(context.settings.json, ExitCode::usage,
+                "standard input ends with the first file that is read from it; name it once");
   kvl::Array inputs;
   const ExitCode read = readInputs(context, given, inputs);
   if (read != ExitCode::ok) return read;

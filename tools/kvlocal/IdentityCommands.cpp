@@ -3,6 +3,7 @@
 #include "tools/kvlocal/Client.h"
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Describe.h"
+#include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 
@@ -129,11 +130,16 @@ std::string statusText(const Client& client) {
   return text;
 }
 
-std::string statusJSON(const Client& client) {
+std::string statusJSON(const Client& client, ExitCode result) {
   kvl::Dictionary value{{"state", stateName(client.session().state())}};
   if (const auto signature = client.session().signature())
     value.set("signature", signatureValue(*signature));
-  if (const auto error = client.lastError()) value.set("error", errorValue(*error));
+  const auto error = client.lastError();
+  if (error) {
+    value.set("error", errorValue(*error));
+  } else if (result != ExitCode::ok) {
+    value.set("error", errorValue(ownError(result, client.failureText())));
+  }
   return jsonText(value) + '\n';
 }
 
@@ -142,7 +148,8 @@ ExitCode runStatus(const Context& context) {
   const ExitCode result = client.establish();
   if (result == ExitCode::interrupted) return result;
   if (result == ExitCode::notEstablished) complain(client.failureText());
-  const ExitCode printed = print(context.settings.json ? statusJSON(client) : statusText(client));
+  const ExitCode printed =
+      print(context.settings.json ? statusJSON(client, result) : statusText(client));
   return printed == ExitCode::ok ? result : printed;
 }
 
@@ -150,8 +157,8 @@ ExitCode runCSR(const Context& context) {
   const KVLNotary notary(notaryPath(context.settings));
   const auto request = notary.pemCertificateSigningRequest();
   if (!request) {
-    complain("no signing request could be made; --verbose shows why");
-    return ExitCode::noRequest;
+    return fail(context.settings.json, ExitCode::noRequest,
+                "no signing request could be made; --verbose shows why");
   }
   if (!context.settings.json) return printLine(*request);
   return printLine(jsonText(kvl::Dictionary{{"certificateSigningRequest", *request}}));

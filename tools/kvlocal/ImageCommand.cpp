@@ -4,6 +4,7 @@
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Exchange.h"
+#include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 
@@ -48,8 +49,8 @@ ExitCode show(const kvl::Image& image, const kvl::URLResponse& response,
               const ImageOptions& options, bool json) {
   if (options.writesToOutput()) return print(image.data().text());
   if (options.file) {
-    const ExitCode written = writeFile(*options.file, image.data().text());
-    if (written != ExitCode::ok) return written;
+    const auto fault = writeFile(*options.file, image.data().text());
+    if (fault) return fail(json, ExitCode::output, *fault);
   }
   return json ? printLine(imageJSON(image, response)) : print(imageText(image));
 }

@@ -1,6 +1,7 @@
 #include "tools/kvlocal/JSON.h"
 
-#include "tools/kvlocal/Text.h"
+#include <local/KVLExtensionsDateFormatter.h>
+#include <local/platform/PrintableText.h>
 
 #include <array>
 #include <charconv>
@@ -15,10 +16,17 @@ constexpr std::string_view kHexDigits = "0123456789abcdef";
 constexpr std::string_view kBase64Digits =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Of a character below U+10000.
-void appendUnicodeEscape(std::string& json, char32_t codePoint) {
+void appendEscape(std::string& json, char32_t unit) {
   json += "\\u";
-  for (int shift = 12; shift >= 0; shift -= 4) json += kHexDigits[codePoint >> shift & 0xF];
+  for (int shift = 12; shift >= 0; shift -= 4) json += kHexDigits[unit >> shift & 0xF];
+}
+
+// Characters from U+10000 on are two surrogates in JSON.
+void appendUnicodeEscape(std::string& json, char32_t codePoint) {
+  constexpr char32_t kFirstLong = 0x10000;
+  if (codePoint < kFirstLong) return appendEscape(json, codePoint);
+  appendEscape(json, 0xD800 + ((codePoint - kFirstLong) >> 10));
+  appendEscape(json, 0xDC00 + ((codePoint - kFirstLong) & 0x3FF));
 }
 
 void appendASCII(std::string& json, char character) {
@@ -51,15 +59,15 @@ void appendASCII(std::string& json, char character) {
 
 void appendCharacter(std::string& json, std::string_view character) {
   if (character.size() == 1) return appendASCII(json, character.front());
-  const char32_t point = codePoint(character);
-  if (needsEscaping(point)) return appendUnicodeEscape(json, point);
+  const char32_t point = kvl::codePoint(character);
+  if (kvl::isUnprintable(point)) return appendUnicodeEscape(json, point);
   json += character;
 }
 
 void appendString(std::string& json, std::string_view text) {
   json += '"';
   while (!text.empty()) {
-    const std::size_t length = characterLength(text);
+    const std::size_t length = kvl::characterLength(text);
     if (length == 0) {
       json += kReplacementCharacter;
     } else {
@@ -121,7 +129,7 @@ void appendValue(std::string& json, const kvl::Value& value) {
     case Kind::real:
       return appendReal(json, *value.real());
     case Kind::date:
-      return appendString(json, value.date()->description());
+      return appendString(json, dateText(*value.date()));
     case Kind::string:
       return appendString(json, *value.string());
     case Kind::data:
@@ -148,6 +156,10 @@ std::string jsonText(const kvl::Value& value) {
   std::string json;
   appendValue(json, value);
   return json;
+}
+
+std::string dateText(kvl::Date date) {
+  return KVLExtensions::rfc3339().stringFromDate(date);
 }
 
 std::string base64(std::string_view bytes) {

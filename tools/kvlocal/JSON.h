@@ -8,9 +8,13 @@
 
 namespace kvlocal {
 
-// Compact text, in one line and in valid UTF-8. Dates become texts in UTC, data base64 texts and
-// reals that JSON cannot hold null. What controls terminals or ends lines is escaped.
+// Compact text, in one line and in valid UTF-8. Dates become the texts that
+// `dateText` makes, data base64 texts and reals that JSON cannot hold null. What ends lines or does
+// something to terminals is escaped.
 [[nodiscard]] std::string jsonText(const kvl::Value& value);
+
+// RFC 3339, in UTC and whole seconds: "2024-05-01T12:34:56Z".
+[[nodiscard]] std::string dateText(kvl::Date date);
 
 [[nodiscard]] std::string base64(std::string_view bytes);
 

@@ -2,6 +2,7 @@
 
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Exchange.h"
+#include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/MenuText.h"
 #include "tools/kvlocal/Output.h"
@@ -76,9 +77,9 @@ class MenuRun {
     const bool json = context_.settings.json;
     if (document_.error) return reportNoDocument(*document_.error, document_.response, json);
     const auto descriptions = descriptionsIn(document_.content);
-    if (!descriptions)
-      return reportUnusable("the answer holds no menu", noMenuError(), document_.response, json);
+    if (!descriptions) return reportNoMenu();
     build(*descriptions);
+    if (menu_.items().empty() && !descriptions->empty()) return reportNoMenu();
     if (options_.identifier) return activate(*options_.identifier, *descriptions);
     return withStatus(show(menu_, *document_.response, options_.look, json), *document_.response);
   }
@@ -98,6 +99,11 @@ class MenuRun {
     return mailbox.collect(context_, client_, exchange, document_);
   }
 
+  [[nodiscard]] ExitCode reportNoMenu() const {
+    return reportUnusable("the answer holds no menu", noMenuError(), document_.response,
+                          context_.settings.json);
+  }
+
   void build(const kvl::Array& descriptions) {
     const kvl::MenuAction submit([this](const std::shared_ptr<kvl::MenuItem>& item) {
       KVLEncoding::submitForm(item->representedObject().dictionary(), std::nullopt,
@@ -110,8 +116,8 @@ class MenuRun {
   ExitCode activate(const std::string& identifier, const kvl::Array& descriptions) {
     const auto item = itemWithIdentifier(menu_, identifier);
     if (const auto fault = faultOf(identifier, item, descriptions); !fault.empty()) {
-      complain("the item " + jsonText(identifier) + " " + fault);
-      return ExitCode::noItem;
+      return fail(context_.settings.json, ExitCode::noItem,
+                  "the item " + jsonText(identifier) + " " + fault);
     }
     const Exchange exchange{.send =
                                 [&](KVLSession&) {
@@ -132,6 +138,14 @@ class MenuRun {
   kvl::Menu menu_;
 };
 
+ExitCode runMenu(const Context& context, const MenuOptions& options) {
+  if (options.identifier && options.look.showsIdentifiers)
+    return fail(
+        context.settings.json, ExitCode::usage,
+        "--activate draws no menu, so there is nothing for --ids to show; give one of them");
+  return MenuRun(context, options).run();
+}
+
 Runner prepareMenu(CLI::App& parser) {
   const auto options = std::make_shared<MenuOptions>();
   parser.add_option("PATH", options->path, "URL, relative to the service's or absolute")
@@ -140,7 +154,7 @@ Runner prepareMenu(CLI::App& parser) {
       ->type_name("ID");
   parser.add_flag("--ids", options->look.showsIdentifiers, "Show the items' identifiers");
   declareProgress(parser, options->tellsProgress);
-  return [options](const Context& context) { return MenuRun(context, *options).run(); };
+  return [options](const Context& context) { return runMenu(context, *options); };
 }
 
 }  // namespace

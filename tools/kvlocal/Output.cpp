@@ -2,8 +2,16 @@
 
 #include "tools/kvlocal/JSON.h"
 
+#include <local/platform/PrintableText.h>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace kvlocal {
@@ -23,7 +31,7 @@ ExitCode printLine(std::string_view line) {
   return print(std::string(line) + '\n');
 }
 
-ExitCode writeFile(const std::string& path, std::string_view bytes) {
+std::optional<std::string> writeFile(const std::string& path, std::string_view bytes) {
   std::FILE* const file = std::fopen(path.c_str(), "wbe");
   bool written =
       file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
@@ -32,13 +40,25 @@ ExitCode writeFile(const std::string& path, std::string_view bytes) {
     written = false;
     error = errno;
   }
-  if (written) return ExitCode::ok;
-  complain(jsonText(path) + " cannot be written: " + std::strerror(error));
-  return ExitCode::output;
+  if (written) return std::nullopt;
+  return jsonText(path) + " cannot be written: " + std::strerror(error);
+}
+
+std::size_t outputWidth() {
+  constexpr std::size_t kUsual = 80;
+  constexpr std::size_t kNarrowest = 20;
+  winsize size{};
+  std::size_t columns = 0;
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) {
+    columns = size.ws_col;
+  } else if (const char* const text = std::getenv("COLUMNS")) {
+    std::from_chars(text, text + std::strlen(text), columns);
+  }
+  return columns == 0 ? kUsual : std::max(columns, kNarrowest);
 }
 
 void complain(std::string_view message) {
-  const std::string line = "kvlocal: " + std::string(message) + '\n';
+  const std::string line = "kvlocal: " + kvl::printable(message) + '\n';
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 

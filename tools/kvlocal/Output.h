@@ -1,6 +1,8 @@
 // What the program tells its caller: standard output, standard error and the exit status.
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -25,8 +27,8 @@ inline constexpr const char* kExitCodesHelp =
     "  1    the service answered a request with HTTP status 400 or above\n"
     "  2    the command line is wrong, or a file that it names cannot be sent\n"
     "  3    no identity: the notary refused, failed or took too long\n"
-    "  4    a request failed before a whole answer was there, or its answer is not\n"
-    "       what was asked for\n"
+    "  4    a request failed before a whole answer was there, or its answer is not "
+    "what was asked for\n"
     "  5    csr: keys or signing request could not be made\n"
     "  6    output could not be written, or nobody reads it any more\n"
     "  7    menu: there is no such item, or it cannot be activated\n"
@@ -41,10 +43,13 @@ inline constexpr const char* kExitCodesHelp =
 // Says that standard output cannot be written, and why as errno has it. `output`.
 [[nodiscard]] ExitCode giveUpOutput(int error);
 
-// Creates or replaces a file. `ok`, or `output` after it has said why that failed.
-[[nodiscard]] ExitCode writeFile(const std::string& path, std::string_view bytes);
+// Creates or replaces a file. Absent, or a sentence that says why that failed.
+[[nodiscard]] std::optional<std::string> writeFile(const std::string& path, std::string_view bytes);
 
-// Writes "kvlocal: " and the message to standard error.
+// The columns of standard output's terminal; of another output what COLUMNS says, or 80.
+[[nodiscard]] std::size_t outputWidth();
+
+// Writes "kvlocal: " and the message to standard error, as one line.
 void complain(std::string_view message);
 
 }  // namespace kvlocal

@@ -25,7 +25,7 @@ ExitCode show(const std::string& rendered, bool json) {
 
 ExitCode runRender(const Context& context, const RenderOptions& options) {
   std::optional<kvl::Value> locales;
-  const ExitCode read = readDocument(options.locales, context.rendezvous, locales);
+  const ExitCode read = readDocument(context, options.locales, locales);
   if (read != ExitCode::ok) return read;
   // Rendering reports mistakes in the log only.
   kvl::setLogSink(complain);

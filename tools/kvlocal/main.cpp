@@ -3,7 +3,10 @@
 
 #include "tools/kvlocal/Arguments.h"
 #include "tools/kvlocal/Command.h"
+#include "tools/kvlocal/Failure.h"
+#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Text.h"
 
 #include <local/platform/HostApplication.h>
 #include <local/platform/Log.h>
@@ -14,13 +17,16 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -96,19 +102,21 @@ void declareSettings(CLI::App& parser, Settings& settings) {
   parser
       .add_option("--notary", settings.notaryPath,
                   "Path handed to the notary (default: $korvale_vandrel_notary)")
-      ->type_name("PATH");
+      ->type_name("PATH")
+      ->check(textCheck());
   parser
       .add_option("--timeout", settings.timeoutSeconds,
-                  "How long commands keep trying to be established, then the longest silence of "
-                  "get's request, and how long any other whole answer may take "
-                  "(default: the notary's first answer decides)")
+                  "How long commands keep trying to reach notary and service, then the longest "
+                  "silence of get's request, and how long any other whole answer may take "
+                  "(default: the first trial decides)")
       ->type_name("SECONDS")
       ->check(secondsCheck());
   parser
       .add_option("--identifier", settings.identifier,
                   "Host identifier under which the keys are kept")
       ->type_name("ID")
-      ->capture_default_str();
+      ->capture_default_str()
+      ->check(identifierCheck());
   parser.add_flag("--json", settings.json, "Write JSON, one object a line");
   parser.add_flag("--verbose", settings.verbose, "Write the framework's log to standard error");
 }
@@ -132,6 +140,34 @@ Runners declareCommands(CLI::App& parser) {
   return runners;
 }
 
+// Whether the words ask for JSON, when they cannot be parsed.
+bool asksForJSON(int argc, char** argv) {
+  for (const std::string_view word : std::span(argv, static_cast<std::size_t>(argc))) {
+    if (word == "--") break;
+    if (word == "--json") return true;
+  }
+  return false;
+}
+
+// The parser says no more than that something is missing when a command is not known.
+std::string faultText(const CLI::App& parser, const CLI::ParseError& error) {
+  if (!parser.get_subcommands().empty()) return error.what();
+  const auto words = parser.remaining();
+  const auto isCommand = [](const std::string& word) { return !word.starts_with('-'); };
+  const auto unknown = std::ranges::find_if(words, isCommand);
+  if (unknown != words.end()) return jsonText(*unknown) + " is no command";
+  return words.empty() ? error.what() : jsonText(words.front()) + " is no option";
+}
+
+ExitCode endParsing(const CLI::App& parser, const CLI::ParseError& error, bool json) {
+  // Help and version end the parsing the same way, with status 0.
+  if (error.get_name() == "CallForVersion") return printLine(error.what());
+  if (error.get_exit_code() == 0) return print(wrapped(parser.help(), outputWidth()));
+  const ExitCode result = fail(json, ExitCode::usage, faultText(parser, error));
+  complain("--help tells how it is used");
+  return result;
+}
+
 int run(const Runner& runner, const Settings& settings) {
   // Without a signal, a reader that goes away is an error of writing, and the keys are still
   // removed.
@@ -147,14 +183,14 @@ int runProgram(int argc, char** argv) {
   CLI::App parser("Talks to the local service with an identity from the notary.", "kvlocal");
   parser.set_version_flag("--version", "kvlocal " KVLOCAL_VERSION);
   parser.footer(kExitCodesHelp);
+  parser.get_formatter()->column_width(std::min<std::size_t>(30, outputWidth() / 3));
   Settings settings;
   declareSettings(parser, settings);
   const Runners runners = declareCommands(parser);
   try {
     parser.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    // Help and version end the parsing the same way, with status 0.
-    return parser.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::usage);
+    return static_cast<int>(endParsing(parser, error, asksForJSON(argc, argv)));
   }
   return run(runners.at(parser.get_subcommands().front()), settings);
 }
