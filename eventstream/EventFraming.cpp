@@ -44,7 +44,7 @@ bool EventFraming::isEmptyLine(std::string_view pending, std::size_t end) const 
 std::size_t EventFraming::due(std::size_t pending, Source source, Time now) {
   const bool arrived = std::exchange(arrived_, false);
   if (source == Source::held) return eventsEnd_;
-  if (pending >= kLongestEvent) return eventsEnd_ > 0 ? eventsEnd_ : pending;
+  if (pending >= longestEvent_) return eventsEnd_ > 0 ? eventsEnd_ : pending;
   if (source == Source::flowing && arrived) return dueWhileFlowing(pending, now);
   return now - lastArrival_ >= kSettlingTime ? pending : eventsEnd_;
 }

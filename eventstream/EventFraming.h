@@ -21,8 +21,11 @@ class EventFraming final : public urlloading::BodyFraming {
   // How long the rest of an event may take to follow its beginning: longer than a busy machine
   // keeps a service from running that has more to write.
   static constexpr std::chrono::milliseconds kSettlingTime{50};
-  // A longer event is cut.
+  // A longer event is cut, unless the constructor says otherwise.
   static constexpr std::size_t kLongestEvent = std::size_t{64} << 20;
+
+  explicit EventFraming(std::size_t longestEvent = kLongestEvent) noexcept
+      : longestEvent_(longestEvent) {}
 
   void arrived(std::string_view pending, std::size_t from, Time now) override;
   std::size_t due(std::size_t pending, Source source, Time now) override;
@@ -35,6 +38,7 @@ class EventFraming final : public urlloading::BodyFraming {
   // Whether the line that ends there is empty.
   [[nodiscard]] bool isEmptyLine(std::string_view pending, std::size_t end) const;
 
+  const std::size_t longestEvent_;
   // Behind the last empty line, where no event is open.
   std::size_t eventsEnd_ = 0;
   // Whether a line begins where the pending bytes begin.

@@ -23,6 +23,12 @@ constexpr std::size_t kMostBytesPerSharedByte = 16;
 constexpr std::size_t kUsualEvents = 16;
 
 constexpr std::uint8_t kFirstForeignByte = 0x80;
+constexpr std::uint8_t kContinuationMask = 0xc0;
+constexpr std::uint8_t kContinuationByte = 0x80;
+constexpr std::size_t kLongestContinuation = 3;
+
+// Of a longer line the log has the beginning only.
+constexpr std::size_t kLongestShownLine = std::size_t{64} << 10;
 
 // Every character of category Zs (Unicode 15) beyond ASCII, in UTF-8.
 constexpr std::array<std::string_view, 16> kForeignSpaces = {
@@ -78,6 +84,36 @@ std::string escapingForeignBytes(std::string_view bytes) {
   return text;
 }
 
+// At most so many bytes of the line, as text for the log.
+std::string shownBeginning(std::string_view line) {
+  if (line.size() > kLongestShownLine) {
+    std::size_t size = kLongestShownLine;
+    while (size > kLongestShownLine - kLongestContinuation &&
+           (byteAt(line, size) & kContinuationMask) == kContinuationByte) {
+      --size;
+    }
+    line = line.substr(0, size);
+  }
+  return core::isUTF8(line) ? std::string(line) : escapingForeignBytes(line);
+}
+
+// The line for the log; of a longer one the beginning and the length.
+std::string shown(std::string_view line) {
+  auto text = shownBeginning(line);
+  if (line.size() > kLongestShownLine) {
+    text += "\u2026 (" + std::to_string(line.size()) + " bytes)";
+  }
+  return text;
+}
+
+// A line that is given up, in two parts.
+void logTooLong(std::size_t longestLine, std::string_view carried, std::string_view rest) {
+  std::string beginning(carried.substr(0, kLongestShownLine + 1));
+  beginning += rest.substr(0, kLongestShownLine + 1);
+  kvl::log("ignoring event-source line of more than %ld bytes: %@\u2026", longestLine,
+           shownBeginning(beginning));
+}
+
 std::array<KVLEvent::Text, 3> textsOf(const KVLEvent* event) {
   if (event == nullptr) return {};
   return {event->event(), event->data(), event->identifier()};
@@ -98,10 +134,12 @@ class EventCollector {
   using Events = std::vector<std::shared_ptr<KVLEvent>>;
 
   // Begins with `first` if there is one, otherwise with a new event.
-  explicit EventCollector(std::shared_ptr<KVLEvent> first);
+  EventCollector(std::shared_ptr<KVLEvent> first, std::size_t longestLine);
 
   // A line of `source` without its end. `isText`: it is known to be UTF-8.
   void take(std::string_view line, bool isText, const Data& source);
+  // A line that is too long, in two parts.
+  void giveUp(std::string_view carried, std::string_view rest);
 
   // Drops what has been collected and returns the events in order.
   [[nodiscard]] Events finish();
@@ -123,6 +161,7 @@ class EventCollector {
   // The event that was there before the chunk, until it is complete or given up, and what it held.
   std::shared_ptr<KVLEvent> first_;
   const std::array<KVLEvent::Text, 3> firstTexts_;
+  const std::size_t longestLine_;
   Value event_;
   Value data_;
   const Data* dataSource_ = nullptr;
@@ -131,8 +170,8 @@ class EventCollector {
   Value lastIdentifier_;
 };
 
-EventCollector::EventCollector(std::shared_ptr<KVLEvent> first)
-    : first_(std::move(first)), firstTexts_(textsOf(first_.get())) {
+EventCollector::EventCollector(std::shared_ptr<KVLEvent> first, std::size_t longestLine)
+    : first_(std::move(first)), firstTexts_(textsOf(first_.get())), longestLine_(longestLine) {
   event_ = firstTexts_[0];
   data_ = firstTexts_[1];
   identifier_ = firstTexts_[2];
@@ -140,6 +179,7 @@ EventCollector::EventCollector(std::shared_ptr<KVLEvent> first)
 
 void EventCollector::take(std::string_view line, bool isText, const Data& source) {
   if (line.empty()) return dispatch();
+  if (line.size() > longestLine_) return giveUp(line, {});
   const auto colon = line.find(':');
   if (colon == std::string_view::npos || !(isText || core::isUTF8(line))) return reject(line);
   setField(line.substr(0, colon), trimmed(line.substr(colon + 1)), source);
@@ -159,8 +199,12 @@ void EventCollector::dispatch() {
 }
 
 void EventCollector::reject(std::string_view line) {
-  kvl::log("ignoring malformed event-source line: %@",
-           core::isUTF8(line) ? std::string(line) : escapingForeignBytes(line));
+  kvl::log("ignoring malformed event-source line: %@", shown(line));
+  clear();
+}
+
+void EventCollector::giveUp(std::string_view carried, std::string_view rest) {
+  logTooLong(longestLine_, carried, rest);
   clear();
 }
 
@@ -232,31 +276,67 @@ void takeLines(EventCollector& collector, std::string_view lines, const Data& so
 }  // namespace
 
 std::vector<std::shared_ptr<KVLEvent>> EventStreamParser::read(const Data& chunk) {
-  const std::string_view bytes = chunk.text();
+  std::string_view bytes = chunk.text();
+  partialLine_.resume(data());
+  if (isSkipping() && !skip(bytes)) return {};
   std::string_view lines = bytes.substr(0, lengthOfLines(bytes));
   const std::string_view rest = bytes.substr(lines.size());
-  partialLine_.resume(data());
   if (lines.empty()) {
-    partialLine_.append(rest);
-    setData(partialLine_.share());
+    carry(rest);
     return {};
   }
-  EventCollector collector(event());
+  EventCollector collector(event(), longestLine_);
   Data carriedLine;
   if (!partialLine_.empty()) {
-    const auto end = lines.find('\n') + 1;
-    partialLine_.append(lines.substr(0, end));
-    lines.remove_prefix(end);
-    carriedLine = partialLine_.share();
-    takeLines(collector, carriedLine.text(), carriedLine);
+    const auto size = lines.find('\n');
+    if (isTooLong(size)) {
+      collector.giveUp(partialLine_.text(), lines.substr(0, size));
+    } else {
+      partialLine_.append(lines.substr(0, size + 1));
+      carriedLine = partialLine_.share();
+      takeLines(collector, carriedLine.text(), carriedLine);
+    }
+    lines.remove_prefix(size + 1);
   }
   takeLines(collector, lines, chunk);
   partialLine_.resume(std::nullopt);
-  partialLine_.append(rest);
-  setData(partialLine_.share());
+  carry(rest);
   auto events = collector.finish();
   if (const auto identifier = collector.lastIdentifier()) setLastEventID(std::string(*identifier));
   return events;
+}
+
+// Whether the carried line is too long with so many bytes more.
+bool EventStreamParser::isTooLong(std::size_t more) const {
+  return partialLine_.text().size() + more > longestLine_;
+}
+
+// Adds to the line that goes on with the next chunk, unless it is too long already: then the rest
+// of it is not kept.
+void EventStreamParser::carry(std::string_view rest) {
+  skipping_ = isTooLong(rest.size());
+  if (skipping_) {
+    logTooLong(longestLine_, partialLine_.text(), rest);
+    partialLine_.resume(std::nullopt);
+  } else {
+    partialLine_.append(rest);
+  }
+  setData(partialLine_.share());
+}
+
+// A stream that was cancelled, and a host that has set other bytes, begin a line.
+bool EventStreamParser::isSkipping() {
+  const auto carried = data();
+  return skipping_ && carried && carried->empty();
+}
+
+// Takes the rest of the line that was given up off the front. False when its end is not there.
+bool EventStreamParser::skip(std::string_view& bytes) {
+  const auto end = bytes.find('\n');
+  if (end == std::string_view::npos) return false;
+  bytes.remove_prefix(end + 1);
+  skipping_ = false;
+  return true;
 }
 
 }  // namespace kvl::eventstream

@@ -7,9 +7,12 @@
 #include <local/platform/Atomic.h>
 #include <local/platform/Data.h>
 
+#include <atomic>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -19,6 +22,11 @@ namespace kvl::eventstream {
 // time reads; the properties, which carry over from chunk to chunk, are atomic.
 class EventStreamParser {
  public:
+  static constexpr std::size_t kLongestLine = std::size_t{64} << 20;
+
+  // Lines of more bytes are given up from now on, so that one without an end takes no more memory.
+  void setLongestLine(std::size_t bytes) { longestLine_ = bytes; }
+
   // The events that the chunk completes, in order.
   [[nodiscard]] std::vector<std::shared_ptr<KVLEvent>> read(const Data& chunk);
 
@@ -35,6 +43,14 @@ class EventStreamParser {
   }
 
  private:
+  [[nodiscard]] bool isTooLong(std::size_t more) const;
+  void carry(std::string_view rest);
+  [[nodiscard]] bool isSkipping();
+  [[nodiscard]] bool skip(std::string_view& bytes);
+
+  std::atomic<std::size_t> longestLine_ = kLongestLine;
+  // Whether the line that goes on with the next chunk was given up.
+  bool skipping_ = false;
   Atomic<std::optional<Data>> data_;
   Atomic<std::shared_ptr<KVLEvent>> event_;
   Atomic<std::optional<std::string>> lastEventID_;

@@ -12,10 +12,13 @@
 #include <local/platform/Mutex.h>
 #include <local/platform/SystemVersion.h>
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
 namespace {
+
+using kvl::eventstream::EventFraming;
 
 static_assert(kvl::Environment::Limits().eventStreamSilence ==
               std::chrono::duration<double>(KVLEventStreamStateTimeoutInterval));
@@ -32,6 +35,13 @@ kvl::URLRequest requestFor(const kvl::URL& url, const std::optional<std::string>
   }
   request.setTimeoutInterval(longestSilence);
   return request;
+}
+
+// With which the stream is read that is opened now.
+std::size_t longestLineOf(const KVLSession& session) {
+  const auto loading = session.session();
+  return loading ? loading->configuration().maximumEventLineBytes
+                 : session.configuration().maximumEventLineBytes;
 }
 
 }  // namespace
@@ -76,9 +86,12 @@ void KVLEventStreamState::streamFromURL(std::string_view url, KVLSession& sessio
   const auto request = requestFor(*kvl::URL::parse(url), lastEventID(),
                                   implementation_->environment->limits.eventStreamSilence);
   kvl::log("establishing event stream: %@", url);
+  const auto longestLine = longestLineOf(session);
+  implementation_->parser.setLongestLine(longestLine);
   kvl::DataTaskHandler none;  // the session itself receives the body
   auto opened = session.implementation_->startTask(
-      session, request, none, std::make_unique<kvl::eventstream::EventFraming>());
+      session, request, none,
+      std::make_unique<EventFraming>(std::max(EventFraming::kLongestEvent, longestLine)));
   if (opened && kvl::isSystemVersionAtLeast(11, 3)) opened->setPrefersIncrementalDelivery(true);
   setTask(std::move(opened));
 }

@@ -66,8 +66,14 @@ class KVL_EXPORT KVLEventStreamState {
   /// "event" and "id" lines count, of "data" lines the first; other fields are ignored. An empty
   /// line ends an event that has a name; an unnamed event goes on collecting. A line without a
   /// colon, or that is not UTF-8, is logged with "ignoring malformed event-source line: %@" and
-  /// costs the event under construction. A line that a chunk cuts is kept for the next one, but
-  /// fields do not survive the end of a chunk.
+  /// costs the event under construction; of one above 64 KiB the log has the beginning and the
+  /// length. A line that a chunk cuts is kept for the next one, but fields do not survive the end
+  /// of a chunk.
+  ///
+  /// A line of more bytes than the configuration's `maximumEventLineBytes` (64 MiB for an object
+  /// that has opened no stream) is not kept: it is logged once with "ignoring event-source line of
+  /// more than %ld bytes: %@", costs the event under construction, and is dropped up to its end.
+  /// The stream goes on behind it.
   [[nodiscard]] std::vector<std::shared_ptr<KVLEvent>> read(const kvl::Data& chunk);
 
   /// `task` The stream's task, or null.

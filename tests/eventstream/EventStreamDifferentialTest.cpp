@@ -74,6 +74,20 @@ TEST(EventStreamDifferentialTest, RandomStreamsGiveWhatTheReferenceGives) {
   EXPECT_EQ(log.lines().size(), malformed);
 }
 
+TEST(EventStreamDifferentialTest, LinesThatAreTooLongAreGivenUpHoweverTheyAreCut) {
+  const kvltest::LogCapture log;
+  for (std::uint32_t seed = 0; seed < kStreams; ++seed) {
+    RandomStream random(seed);
+    ParserComparison parsers(seed % 40);
+    const std::string text = random.text();
+    for (const auto& chunk : random.cut(text)) {
+      const auto difference = parsers.read(chunk);
+      ASSERT_EQ(difference, "") << "seed " << seed << ", chunk " << testing::PrintToString(chunk);
+    }
+  }
+  EXPECT_GT(log.count("ignoring event-source line of more than"), 0U);
+}
+
 // The log shows control characters in a form of its own.
 std::vector<std::string> loggedFor(const std::vector<std::string>& malformedLines) {
   const kvltest::LogCapture log;

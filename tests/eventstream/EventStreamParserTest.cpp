@@ -1,6 +1,8 @@
 #include "eventstream/EventStreamParser.h"
 #include "tests/support/LogCapture.h"
 
+#include <local/platform/URLSession.h>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -139,6 +141,82 @@ TEST_F(EventStreamParserTest, AnEventThatAHostSetHoldsWhatTheLinesSaidWithoutBei
   EXPECT_EQ(read("event: a\nid: 2\n"), Texts{});
   EXPECT_EQ(begun->description(), "event:a,data:(null),id:2");
   EXPECT_EQ(state.event(), begun);
+}
+
+constexpr std::size_t kLongestShownLine = std::size_t{64} << 10;
+
+TEST_F(EventStreamParserTest, OfALongMalformedLineTheLogHasTheBeginningAndTheLength) {
+  const std::string line(kLongestShownLine, 'x');
+  read(line + "\n" + line + "x\n");
+  EXPECT_EQ(log.lines(), (Texts{std::string(kMalformed) + line,
+                                std::string(kMalformed) + line + "\u2026 (65537 bytes)"}));
+}
+
+TEST_F(EventStreamParserTest, ALongMalformedLineIsNotCutWithinACharacter) {
+  const std::string line = std::string(kLongestShownLine - 2, 'x') + "\U0001f600";
+  read(line + "\n");
+  EXPECT_EQ(log.lines(), Texts{std::string(kMalformed) + std::string(kLongestShownLine - 2, 'x') +
+                               "\u2026 (65538 bytes)"});
+}
+
+TEST_F(EventStreamParserTest, ALineWithoutAnEndIsNotKept) {
+  constexpr std::size_t kPiece = std::size_t{1} << 20;
+  const auto piece = kvl::Data::fromText(std::string(kPiece, 'x'));
+  for (std::size_t size = 0; size < 2 * EventStreamParser::kLongestLine; size += kPiece) {
+    EXPECT_TRUE(state.read(piece).empty());
+    ASSERT_LE(state.data()->size(), EventStreamParser::kLongestLine);
+  }
+  EXPECT_EQ(state.data()->size(), 0U);
+  ASSERT_EQ(log.lines().size(), 1U);
+  EXPECT_LE(log.lines().front().size(), kLongestShownLine + 100);
+  EXPECT_EQ(read("\nevent: a\n\n"), Texts{"event:a,data:(null),id:(null)"});
+}
+
+class EventStreamLongLineTest : public EventStreamParserTest {
+ protected:
+  EventStreamLongLineTest() { state.setLongestLine(10); }
+
+  const std::string givenUp = "ignoring event-source line of more than 10 bytes: ";
+};
+
+TEST_F(EventStreamLongLineTest, CostsItsEventAndNoOther) {
+  EXPECT_EQ(read("event: a\n\nevent: b\ndata: 12345\n\nevent: c\ndata: 1234\n\n"),
+            (Texts{"event:a,data:(null),id:(null)", "event:c,data:1234,id:(null)"}));
+  EXPECT_EQ(log.lines(), Texts{givenUp + "data: 12345\u2026"});
+}
+
+TEST_F(EventStreamLongLineTest, IsDroppedUpToItsEndHoweverManyChunksBringIt) {
+  EXPECT_EQ(read("event: a\n\ndata: 1234"), Texts{"event:a,data:(null),id:(null)"});
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_EQ(read("5"), Texts{});
+  EXPECT_EQ(log.lines(), Texts{givenUp + "data: 12345\u2026"});
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(read("event: b"), Texts{});
+    EXPECT_EQ(state.data()->size(), 0U);
+  }
+  EXPECT_EQ(read("\nevent: c\n\neve"), Texts{"event:c,data:(null),id:(null)"});
+  EXPECT_EQ(state.data()->text(), "eve");
+  EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST_F(EventStreamLongLineTest, ThatEndsWithItsSecondChunkIsGivenUpToo) {
+  read("event: b\n\ndata: 1");
+  EXPECT_EQ(read("2345\n\nevent: c\n\n"), Texts{"event:c,data:(null),id:(null)"});
+  EXPECT_EQ(log.lines(), Texts{givenUp + "data: 12345\u2026"});
+}
+
+TEST_F(EventStreamLongLineTest, OfOneStreamIsForgottenWithTheStream) {
+  read("data: 12345");
+  state.setData(std::nullopt);
+  EXPECT_EQ(read("event: c\n\n"), Texts{"event:c,data:(null),id:(null)"});
+  read("data: 12345");
+  state.setData(kvl::Data::fromText("event"));
+  EXPECT_EQ(read(": d\n\n"), Texts{"event:d,data:(null),id:(null)"});
+}
+
+TEST_F(EventStreamLongLineTest, HasAsManyBytesAsConfigurationsAllowUsually) {
+  EXPECT_EQ(EventStreamParser::kLongestLine,
+            kvl::URLSessionConfiguration::ephemeral().maximumEventLineBytes);
 }
 
 }  // namespace

@@ -116,6 +116,8 @@ std::vector<ReferenceEvent> ReferenceParser::read(std::string_view chunk) {
       if (current_.identifier) lastEventID_ = current_.identifier;
       events.push_back(current_);
       current_ = {};
+    } else if (line.size() > longestLine_) {
+      current_ = {};
     } else if (colon == std::string::npos || !decode(line)) {
       malformedLines_.push_back(escaped(line));
       current_ = {};

@@ -306,6 +306,16 @@ TEST_F(SessionEventStreamTest, AnotherHTTPSSessionObjectMayTakeTheInvalidatedOne
   EXPECT_EQ(streamTask()->state(), kvl::DataTask::State::running);
 }
 
+TEST_F(SessionEventStreamTest, LinesAreAsLongAsTheHTTPSSessionObjectWasConfiguredFor) {
+  loader->settings.maximumEventLineBytes = 10;
+  open();
+  receive("event: a\n\nevent: long\n\nevent: b\n\n");
+  ASSERT_EQ(recorder->batches.size(), 1U);
+  EXPECT_EQ(recorder->batches[0].size(), 2U);
+  EXPECT_EQ(log.lines().back(),
+            "ignoring event-source line of more than 10 bytes: event: long\u2026");
+}
+
 TEST_F(SessionEventStreamTest, CancelKeepsTheIdentifierAndForgetsTheRest) {
   open();
   receive("event: a\nid: 1\n\nrest");

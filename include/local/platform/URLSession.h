@@ -63,7 +63,7 @@ struct URLSessionConfiguration {
   std::size_t maximumHeaderBytes = std::size_t{64} << 10;
   /// Bytes of one task's body that may wait for the delegate before the sender is held back. Of a
   /// `KVLSession`'s event stream, one event that has not arrived completely may be held besides;
-  /// one of more than 64 MiB may be cut.
+  /// one of more than 64 MiB, or than `maximumEventLineBytes` if that is more, may be cut.
   std::size_t deliveryBufferSize = std::size_t{4} << 20;
 
   /// `ephemeralSessionConfiguration`: the defaults above; cookies live in the session object's
