@@ -3,6 +3,7 @@
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/urlloading/LoadingErrors.h"
 #include "platform/urlloading/Transfer.h"
+#include "platform/urlloading/WakeupSockets.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -46,6 +47,7 @@ bool Engine::ensureThread() {
   multi_.reset(curl_multi_init());
   cookies_.reset(curl_share_init());
   if (!multi_ || !cookies_) return false;
+  keepWakeupSocketsFromChildren(multi_.get());
   curl_share_setopt(cookies_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
   curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
   const auto self = shared_from_this();
@@ -185,7 +187,8 @@ void Engine::begin(Command& command) {
 
 void Engine::launch(Transfer& transfer) {
   const auto identifier = transfer.task().taskIdentifier();
-  if (slots_.admit(identifier, transfer.host(), std::chrono::steady_clock::now())) {
+  const auto use = transfer.mayMultiplex() ? HostSlots::Use::shared : HostSlots::Use::exclusive;
+  if (slots_.admit(identifier, transfer.host(), std::chrono::steady_clock::now(), use)) {
     return perform(transfer);
   }
   transfer.waitForSlot();

@@ -15,18 +15,29 @@ HostSlots::HostSlots(int connections, bool mayMultiplex)
     : connections_(static_cast<std::size_t>(std::max(connections, 1))),
       mayMultiplex_(mayMultiplex) {}
 
-bool HostSlots::admit(Identifier identifier, const std::string& name, Time now) {
+bool HostSlots::admit(Identifier identifier, const std::string& name, Time now, Use use) {
   const auto [place, isNew] = hosts_.try_emplace(name);
   Host& host = place->second;
   if (isNew) host.probedSince = now;
-  if (isNew && !mayMultiplex_) open(host, connections_);
+  if (isNew && !mayMultiplex_) open(host, false);
   places_[identifier] = place;
-  if (host.running.size() >= host.room || !host.waiting.empty()) {
-    host.waiting.push_back(identifier);
+  // Nobody is overtaken: whoever waits found no room, and is taken up as soon as there is some.
+  if (!hasRoom(host, use)) {
+    host.waiting.push_back({identifier, use});
     return false;
   }
-  host.running.insert(identifier);
+  host.running.emplace(identifier, use);
   return true;
+}
+
+bool HostSlots::hasRoom(const Host& host, Use use) const {
+  if (!host.probed) return host.running.empty();
+  if (!host.multiplexes) return host.running.size() < connections_;
+  const auto alike = static_cast<std::size_t>(std::ranges::count_if(
+      host.running, [use](const auto& running) { return running.second == use; }));
+  // One of the connections is the shared one.
+  return alike <
+         (use == Use::shared ? kStreamsPerConnection : std::max<std::size_t>(connections_ - 1, 1));
 }
 
 void HostSlots::release(Identifier identifier) {
@@ -35,7 +46,7 @@ void HostSlots::release(Identifier identifier) {
   const auto place = found.mapped();
   Host& host = place->second;
   host.running.erase(identifier);
-  std::erase(host.waiting, identifier);
+  std::erase_if(host.waiting, [&](const Waiting& other) { return other.identifier == identifier; });
   std::erase(admitted_, identifier);
   admitWaiting(host);
   if (host.running.empty()) hosts_.erase(place);
@@ -44,7 +55,7 @@ void HostSlots::release(Identifier identifier) {
 void HostSlots::noteMultiplexing(Identifier identifier, bool multiplexes) {
   const auto found = places_.find(identifier);
   if (found == places_.end() || !mayMultiplex_) return;
-  open(found->second->second, multiplexes ? kStreamsPerConnection : connections_);
+  open(found->second->second, multiplexes);
 }
 
 bool HostSlots::isProbed(Identifier identifier) const {
@@ -60,7 +71,7 @@ bool HostSlots::endProbes(Time now) {
   bool ended = false;
   for (auto& [name, host] : hosts_) {
     if (!waitsForProbe(host) || host.probedSince + kProbingTime > now) continue;
-    open(host, connections_);
+    open(host, false);
     ended = true;
   }
   return ended;
@@ -76,18 +87,19 @@ std::optional<HostSlots::Time> HostSlots::nextProbeEnd() const {
   return next;
 }
 
-void HostSlots::open(Host& host, std::size_t room) {
+void HostSlots::open(Host& host, bool multiplexes) {
   host.probed = true;
-  host.room = room;
+  host.multiplexes = multiplexes;
   admitWaiting(host);
 }
 
 void HostSlots::admitWaiting(Host& host) {
-  while (!host.waiting.empty() && host.running.size() < host.room) {
-    host.running.insert(host.waiting.front());
-    admitted_.push_back(host.waiting.front());
-    host.waiting.pop_front();
-  }
+  std::erase_if(host.waiting, [&](const Waiting& next) {
+    if (!hasRoom(host, next.use)) return false;
+    host.running.emplace(next.identifier, next.use);
+    admitted_.push_back(next.identifier);
+    return true;
+  });
 }
 
 std::vector<HostSlots::Identifier> HostSlots::takeAdmitted() {

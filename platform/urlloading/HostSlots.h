@@ -6,7 +6,6 @@
 #include <deque>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -14,7 +13,8 @@ namespace kvl::urlloading {
 
 // Admits exchanges in the order in which they ask. Until a connection to a host shows whether it
 // multiplexes, one exchange probes it, so that a host that does gets one connection; then as many
-// run as one connection carries streams, or as there may be connections. A host with which nothing
+// run as that connection carries streams, or as there may be connections. Exchanges that need a
+// connection of their own share the others with a host that multiplexes. A host with which nothing
 // runs is forgotten. libcurl's own limit and waiting list are not used: in 7.88 an exchange on that
 // list is sometimes never taken up again. The engine asks it on its I/O thread.
 class HostSlots {
@@ -28,8 +28,12 @@ class HostSlots {
   // Without `mayMultiplex` no host does, and none is probed.
   HostSlots(int connections, bool mayMultiplex);
 
+  // How an exchange uses its connection.
+  enum class Use { shared, exclusive };
+
   // Whether the exchange may begin; otherwise it waits until `takeAdmitted` names it.
-  [[nodiscard]] bool admit(Identifier identifier, const std::string& host, Time now);
+  [[nodiscard]] bool admit(Identifier identifier, const std::string& host, Time now,
+                           Use use = Use::shared);
   // Gives up the exchange's slot, or its place among those that wait.
   void release(Identifier identifier);
   // The connection of this running exchange shows whether its host multiplexes.
@@ -44,16 +48,21 @@ class HostSlots {
   [[nodiscard]] std::vector<Identifier> takeAdmitted();
 
  private:
+  struct Waiting {
+    Identifier identifier;
+    Use use;
+  };
   struct Host {
-    std::set<Identifier> running;
-    std::deque<Identifier> waiting;
+    std::map<Identifier, Use> running;
+    std::deque<Waiting> waiting;
     bool probed = false;
-    std::size_t room = 1;
+    bool multiplexes = false;
     Time probedSince;
   };
   using Hosts = std::map<std::string, Host>;
   [[nodiscard]] static bool waitsForProbe(const Host& host);
-  void open(Host& host, std::size_t room);
+  [[nodiscard]] bool hasRoom(const Host& host, Use use) const;
+  void open(Host& host, bool multiplexes);
   void admitWaiting(Host& host);
 
   const std::size_t connections_;

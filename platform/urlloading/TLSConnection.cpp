@@ -61,7 +61,9 @@ bool useIdentity(SSL* ssl, const Credential& credential) {
   const Identity& identity = *credential.identity();
   if (!identity.certificate() || !identity.privateKey()) return false;
   const auto certificate = security::nativeCertificate(*identity.certificate());
-  const auto extra = security::nativeCertificates(credential.certificates());
+  auto others = credential.certificates();
+  std::erase(others, identity.certificate());
+  const auto extra = security::nativeCertificates(others);
   return certificate && extra &&
          SSL_use_cert_and_key(ssl, certificate.get(), security::nativeKey(*identity.privateKey()),
                               extra.get(), 1) == 1;

@@ -2,6 +2,8 @@
 
 #include "platform/core/ASCII.h"
 
+#include <sys/socket.h>
+
 #include <limits>
 #include <string>
 
@@ -69,11 +71,17 @@ void applyMethod(OptionSetter& options, const URLRequest& request) {
   if (method != (sendsBody ? "POST" : "GET")) options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
 }
 
+// A program that the host starts meanwhile inherits nothing.
+curl_socket_t openSocket(void*, curlsocktype, curl_sockaddr* address) {
+  return socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+}
+
 void applyIndependence(OptionSetter& options) {
   options.set(CURLOPT_PROXY, "");
   options.set(CURLOPT_NOPROXY, "*");
   options.set(CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
   options.set(CURLOPT_NOSIGNAL, 1L);
+  options.set(CURLOPT_OPENSOCKETFUNCTION, openSocket);
   options.set(CURLOPT_QUICK_EXIT, 1L);  // a name look-up that hangs must not hold the I/O thread
 }
 

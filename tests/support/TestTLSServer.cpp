@@ -133,6 +133,11 @@ std::string TestPeer::clientSubject() const {
   return text;
 }
 
+int TestPeer::furtherClientCertificates() const {
+  const auto* chain = ssl_ == nullptr ? nullptr : SSL_get_peer_cert_chain(ssl_);
+  return chain == nullptr ? 0 : sk_X509_num(chain);
+}
+
 TestTLSServer::TestTLSServer(TestServerOptions options, Handler handler)
     : options_(std::move(options)), handler_(std::move(handler)) {
   signal(SIGPIPE, SIG_IGN);

@@ -34,6 +34,8 @@ class TestPeer {
   void closeWithoutNotice();
   // The subject of the client's certificate, empty without one.
   [[nodiscard]] std::string clientSubject() const;
+  // How many certificates the client sent beside its own.
+  [[nodiscard]] int furtherClientCertificates() const;
 
  private:
   std::size_t receive(char* buffer, std::size_t size);

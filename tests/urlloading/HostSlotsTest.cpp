@@ -39,6 +39,41 @@ TEST(HostSlotsTest, MultiplexingHostAdmitsMany) {
   EXPECT_FALSE(slots.admit(122, "a", kStart));
 }
 
+TEST(HostSlotsTest, ExchangesOfAMultiplexingHostThatShareNoConnectionKeepToTheOthers) {
+  constexpr auto kOwn = HostSlots::Use::exclusive;
+  HostSlots slots(3, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  slots.noteMultiplexing(1, true);
+  EXPECT_TRUE(slots.admit(2, "a", kStart, kOwn));
+  EXPECT_TRUE(slots.admit(3, "a", kStart, kOwn));
+  EXPECT_FALSE(slots.admit(4, "a", kStart, kOwn));
+  EXPECT_FALSE(slots.admit(5, "a", kStart, kOwn));
+  // They are in nobody else's way.
+  EXPECT_TRUE(slots.admit(6, "a", kStart));
+  slots.release(6);
+  EXPECT_TRUE(slots.takeAdmitted().empty());
+  slots.release(2);
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{4});
+}
+
+TEST(HostSlotsTest, AnExchangeThatSharesNoConnectionHasOneEvenWhereOnlyOneIsAllowed) {
+  HostSlots slots(1, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  slots.noteMultiplexing(1, true);
+  EXPECT_TRUE(slots.admit(2, "a", kStart, HostSlots::Use::exclusive));
+  EXPECT_FALSE(slots.admit(3, "a", kStart, HostSlots::Use::exclusive));
+}
+
+TEST(HostSlotsTest, OneByOneConnectionsAreForAllAlike) {
+  HostSlots slots(2, false);
+  EXPECT_TRUE(slots.admit(1, "a", kStart, HostSlots::Use::exclusive));
+  EXPECT_TRUE(slots.admit(2, "a", kStart));
+  EXPECT_FALSE(slots.admit(3, "a", kStart, HostSlots::Use::exclusive));
+  EXPECT_FALSE(slots.admit(4, "a", kStart));
+  slots.release(1);
+  EXPECT_EQ(slots.takeAdmitted(), Identifiers{3});
+}
+
 TEST(HostSlotsTest, AFailedFirstExchangeLetsTheNextFindOut) {
   HostSlots slots(2, true);
   EXPECT_TRUE(slots.admit(1, "a", kStart));

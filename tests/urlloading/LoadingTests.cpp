@@ -112,6 +112,25 @@ TEST_F(LoadingTest, AConnectionIsReusedWithoutNewChallenges) {
   EXPECT_EQ(delegate->clientChallengeHosts(), std::vector<std::string>{"127.0.0.1"});
 }
 
+TEST_F(LoadingTest, TheClientsCertificateIsSentOnceBesideThoseThatGoWithIt) {
+  const TestTLSServer peer(
+      {.identity = &server(), .clientAuthority = &root()}, [](TestPeer& client) {
+        static_cast<void>(client.readRequest());
+        client.write(httpResponse(std::to_string(client.furtherClientCertificates())));
+      });
+  const auto identity = delegate->credential->identity();
+  const CertificateRef own = identity->certificate();
+  const CertificateRef other = root().certificateRef();
+  const std::pair<std::vector<CertificateRef>, const char*> cases[] = {
+      {{}, "0"}, {{own}, "0"}, {{own, other}, "1"}, {{other, nullptr, own}, "1"}};
+  for (const auto& [certificates, sent] : cases) {
+    delegate->credential =
+        std::make_shared<const Credential>(identity, certificates, Credential::Persistence::none);
+    const auto loader = URLSession::create(URLSessionConfiguration::ephemeral(), delegate);
+    EXPECT_EQ(load(*loader, URLRequest(peer.url("127.0.0.1"))).text(), sent);
+  }
+}
+
 TEST_F(LoadingTest, BytesOfOnePassComeAsOneChunk) {
   const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
     static_cast<void>(client.readRequest());

@@ -2,6 +2,7 @@
 #include "tests/urlloading/URLSessionFixture.h"
 
 #include <fstream>
+#include <set>
 
 namespace kvl::testing {
 namespace {
@@ -34,6 +35,8 @@ class NginxTest : public URLSessionTest, public ::testing::WithParamInterface<co
            GetParam() +
            ";\nlocation /who { return 200 \"$ssl_client_s_dn $server_protocol $ssl_protocol\"; } "
            "location /silent { return 444; } "
+           "location /connection { client_max_body_size 9m; return 200 $connection; } "
+           "location /slow { limit_rate 1000; try_files /large =404; } "
            "}\n";
   }
 
@@ -63,6 +66,24 @@ TEST_P(NginxTest, LargeBodiesAvoidHTTP2) {
   const Outcome outcome = load(*session, request);
   ASSERT_TRUE(outcome.response);
   EXPECT_EQ(outcome.response->httpVersion, 11);
+}
+
+TEST_P(NginxTest, LargeBodiesKeepToTheLimitOfConnections) {
+  // While this one runs, it is known that the host multiplexes.
+  const auto slow = session->dataTask(URLRequest(url("/slow")));
+  slow->resume();
+  delegate->waitForBytes(1);
+  ASSERT_EQ(slow->response()->httpVersion, 20);
+  URLRequest request(url("/connection"));
+  request.setMethod("POST");
+  request.setBody(Data::fromText(std::string((1U << 20) + 1, 'x')));
+  std::vector<OutcomeBox> boxes(40);
+  for (auto& box : boxes) session->dataTask(request, box.handler())->resume();
+  std::set<std::string> connections;
+  for (auto& box : boxes) connections.insert(box.wait().text());
+  EXPECT_LT(connections.size(),
+            static_cast<std::size_t>(session->configuration().maximumConnectionsPerHost));
+  slow->cancel();
 }
 
 TEST_P(NginxTest, CompressedBodiesComeOutPlain) {

@@ -27,7 +27,9 @@ struct URLSessionConfiguration {
   /// Fields that every request carries unless it sets them itself.
   HeaderFields additionalHeaders;
   /// Connections that may be open to one host at once. Further exchanges wait for their turn, which
-  /// does not count towards their idle time-out once the host has been reached.
+  /// does not count towards their idle time-out once the host has been reached. With HTTP/2 one of
+  /// them carries all requests except those with bodies above 1 MiB, which share the others, or
+  /// have a second one when this is 1.
   int maximumConnectionsPerHost = 6;
   /// Whether HTTP/2 may be negotiated. Requests with bodies above 1 MiB always use HTTP/1.1.
   bool allowsHTTP2 = true;
