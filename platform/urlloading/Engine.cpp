@@ -220,6 +220,7 @@ void Engine::stop(std::uint64_t identifier) {
 
 void Engine::step() {
   const auto began = std::chrono::steady_clock::now();
+  for (const auto& [identifier, transfer] : transfers_) transfer->beginPass();
   int running = 0;
   curl_multi_perform(multi_.get(), &running);
   extendDeadlinesByChallenges();

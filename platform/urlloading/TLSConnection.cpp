@@ -139,6 +139,7 @@ void TLSConnection::chooseSocket(const std::vector<int>& sockets, int remotePort
     return portOf(socket, getpeername) == remotePort && portOf(socket, getsockname) == localPort;
   });
   socket_ = found == sockets.end() ? -1 : *found;
+  input_.setSocket(socket_);
 }
 
 bool TLSConnection::hasEnded(bool isShared) const noexcept {
@@ -194,6 +195,7 @@ void TLSConnection::noteEvent(const SSL* ssl, int where, int value) {
       static_cast<ConnectionSlot*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), slotIndex()));
   if (slot == nullptr) return;
   TLSFacts& facts = (*slot)->facts_;
+  if ((where & SSL_CB_HANDSHAKE_START) != 0) (*slot)->input_.watch(ssl);
   if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
     facts.handshakeDone = true;
     facts.accepted = facts.accepted || SSL_version(ssl) < TLS1_3_VERSION;

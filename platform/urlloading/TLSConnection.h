@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/security/TrustEvaluation.h"
+#include "platform/urlloading/InputMeter.h"
 
 #include <local/platform/Credential.h>
 #include <local/platform/Mutex.h>
@@ -110,6 +111,7 @@ class TLSConnection {
   // which others are. libcurl takes the announcement of the end for a sign of life.
   [[nodiscard]] bool hasEnded(bool isShared) const noexcept;
   [[nodiscard]] const TLSFacts& facts() const noexcept { return facts_; }
+  [[nodiscard]] InputMeter& input() noexcept { return input_; }
 
  private:
   static int verify(X509_STORE_CTX* store, void* connection);
@@ -125,6 +127,7 @@ class TLSConnection {
   ChallengeSource* source_;
   int socket_ = -1;  // -1: not known
   TLSFacts facts_;
+  InputMeter input_;
 };
 
 }  // namespace kvl::urlloading

@@ -1,6 +1,7 @@
 #include "platform/urlloading/Transfer.h"
 
 #include "platform/core/ASCII.h"
+#include "platform/urlloading/CookieLimit.h"
 #include "platform/urlloading/LoadingErrors.h"
 #include "platform/urlloading/RequestCheck.h"
 
@@ -121,6 +122,7 @@ CURLcode Transfer::prepare() {
   // Several idle connections may have ended, and one that others use is not given up at once.
   if (endedConnections_ > 1) options.set(CURLOPT_FRESH_CONNECT, 1L);
   installCallbacks(options);
+  limitCookies(easy_.get());
   return options.result();
 }
 
@@ -196,7 +198,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int loca
 
 std::size_t Transfer::onHeaderLine(char* text, std::size_t, std::size_t size, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
-  self->noteActivity();
+  self->noteArrival(size);
   if (self->connection_) self->connection_->markAnswered();
   bool taken = false;
   try {
@@ -241,7 +243,7 @@ bool Transfer::announcesMoreThan(std::size_t limit) const {
 
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
-  self->noteActivity();
+  self->noteArrival(size);
   std::size_t taken = 0;
   // No exception may pass through libcurl.
   try {
@@ -394,6 +396,9 @@ TaskOutcome Transfer::timedOut() const {
 Error Transfer::failure(CURLcode code) const {
   FailureFacts facts{sent_ ? failureAfterSending(code) : code, std::nullopt, task_->isClosing()};
   if (connection_) facts.tls = connection_->facts();
+  if (connection_ && connection_->input().isSpent())
+    return makeURLError(NSURLErrorBadServerResponse, request_.urlText(),
+                        "The connection brought too much that is nothing of an answer.");
   return makeURLError(classify(facts), request_.urlText(), debugText(code));
 }
 

@@ -59,6 +59,10 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] TaskOutcome outcome(CURLcode code);
   [[nodiscard]] TaskOutcome timedOut() const;
 
+  // Before each pass of reading.
+  void beginPass() {
+    if (connection_) connection_->input().beginPass();
+  }
   // Hands the task what is due of the bytes that the pass begun at `now` has collected. `isMore`:
   // there is something to read at once.
   void flush(bool isMore, SteadyTime now);
@@ -114,6 +118,11 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] std::string debugText(CURLcode code) const;
   [[nodiscard]] SteadyTime idleDeadline() const;
   void noteActivity() { lastActivity_ = std::chrono::steady_clock::now(); }
+  // So many bytes of a head or body have come.
+  void noteArrival(std::size_t bytes) {
+    noteActivity();
+    if (connection_) connection_->input().noteProgress(bytes);
+  }
 
   const std::shared_ptr<DataTaskObject> task_;
   const URLSessionConfiguration& configuration_;

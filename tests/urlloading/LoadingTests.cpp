@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <system_error>
@@ -100,6 +101,25 @@ TEST_F(LoadingTest, CookiesStayInTheirSessionObject) {
   const auto other = URLSession::create(anyPeers(), delegate);
   EXPECT_EQ(load(*other, URLRequest(peer.url("127.0.0.1"))).text().find("Cookie"),
             std::string::npos);
+}
+
+TEST_F(LoadingTest, AHostHasFewCookiesAndTheNewestStay) {
+  int next = 0;
+  const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
+    for (;;) {
+      const std::string request = client.readRequest();
+      std::string fields;
+      for (const int end = next + 40; next < end; ++next)
+        fields += "Set-Cookie: c" + std::to_string(next) + "=" + std::to_string(next) + "\r\n";
+      if (request.empty() || !client.write(httpResponse(request, "200 OK", fields))) return;
+    }
+  });
+  std::string sent;
+  for (int i = 0; i < 6; ++i) sent = load(*session, URLRequest(peer.url("127.0.0.1"))).text();
+  EXPECT_EQ(std::ranges::count(sent, '='), 50) << sent;
+  for (const std::string kept : {"c150=150", "c175=175", "c199=199"})
+    EXPECT_NE(sent.find(kept), std::string::npos) << sent;
+  EXPECT_EQ(sent.find("c149="), std::string::npos) << sent;
 }
 
 TEST_F(LoadingTest, AConnectionIsReusedWithoutNewChallenges) {

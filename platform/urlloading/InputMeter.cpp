@@ -1,0 +1,48 @@
+#include "platform/urlloading/InputMeter.h"
+
+#include <openssl/bio.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+
+namespace kvl::urlloading {
+
+void InputMeter::watch(const SSL* ssl) {
+  BIO* const bio = SSL_get_rbio(ssl);
+  if (bio == nullptr) return;
+  BIO_set_callback_arg(bio, reinterpret_cast<char*>(this));
+  BIO_set_callback_ex(bio, &InputMeter::onOperation);
+}
+
+// libcurl takes a read that is to be tried again for an empty socket, and the next wait for input
+// returns at once.
+long InputMeter::onOperation(BIO* bio, int operation, const char*, std::size_t, int, long,
+                             int result, std::size_t* processed) {
+  auto& meter = *reinterpret_cast<InputMeter*>(BIO_get_callback_arg(bio));
+  if (operation == BIO_CB_READ && !meter.mayRead()) {
+    BIO_clear_retry_flags(bio);
+    if (!meter.isSpent()) BIO_set_retry_read(bio);
+    return -1;
+  }
+  if (operation == BIO_CB_WRITE && meter.isSpent()) {
+    BIO_clear_retry_flags(bio);
+    return -1;
+  }
+  const bool hasRead = operation == (BIO_CB_READ | BIO_CB_RETURN) && result > 0;
+  if (hasRead && processed != nullptr) meter.take(*processed);
+  return result;
+}
+
+void InputMeter::take(std::size_t bytes) noexcept {
+  uselessInPass_ += bytes;
+  useless_ += bytes;
+  if (isSpent() && socket_ >= 0) shutdown(socket_, SHUT_RDWR);
+}
+
+void InputMeter::noteProgress(std::size_t bytes) noexcept {
+  if (isSpent()) return;
+  uselessInPass_ -= std::min(uselessInPass_, bytes);
+  useless_ -= std::min(useless_, bytes > useless_ / kWorth ? useless_ : bytes * kWorth);
+}
+
+}  // namespace kvl::urlloading

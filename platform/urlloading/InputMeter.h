@@ -1,0 +1,48 @@
+// How much a connection brings that is nothing of an answer.
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <cstddef>
+
+namespace kvl::urlloading {
+
+// libcurl goes on reading as long as a connection has bytes and they make no part of an answer:
+// empty frames, pings, settings, padding, chunk extensions. Until the socket is empty, no other
+// exchange, command or time-out gets its turn. So after a slice of such bytes nothing is read
+// before the next pass, and a connection that brings too many is broken off. On the I/O thread
+// only; must outlive the connection.
+class InputMeter {
+ public:
+  // What is read in one pass, beside what was of use.
+  static constexpr std::size_t kSlice = std::size_t{256} << 10;
+  // More than a server may still send of exchanges that have been cancelled: libcurl lets it have
+  // 32 MiB under way.
+  static constexpr std::size_t kLimit = std::size_t{64} << 20;
+  // How many bytes a useful one makes up for: events may be few and the frames around them many.
+  static constexpr std::size_t kWorth = 1024;
+
+  // Counts what this connection reads from now on.
+  void watch(const SSL* ssl);
+  // The socket that is shut down when the connection is broken off; -1: none.
+  void setSocket(int socket) noexcept { socket_ = socket; }
+
+  void beginPass() noexcept { uselessInPass_ = 0; }
+  // So many bytes of a head or body have come.
+  void noteProgress(std::size_t bytes) noexcept;
+  // Whether the connection has been broken off.
+  [[nodiscard]] bool isSpent() const noexcept { return useless_ > kLimit; }
+
+ private:
+  static long onOperation(BIO* bio, int operation, const char* bytes, std::size_t size,
+                          int argument, long longArgument, int result, std::size_t* processed);
+
+  [[nodiscard]] bool mayRead() const noexcept { return uselessInPass_ <= kSlice && !isSpent(); }
+  void take(std::size_t bytes) noexcept;
+
+  int socket_ = -1;
+  std::size_t uselessInPass_ = 0;
+  std::size_t useless_ = 0;
+};
+
+}  // namespace kvl::urlloading
