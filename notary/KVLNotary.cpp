@@ -111,7 +111,7 @@ kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate,
                              kvl::security::KeyStore& store) {
   kvl::IdentityRef identity;
   const kvl::Status status = kvl::security::SecIdentityCreateWithCertificate(
-      store, certificate, identity, kvl::hostIdentifier());
+      store, certificate, identity, kvl::hostIdentifier().value_or(std::string()));
   if (status == kvl::kSuccess) return identity;
   kvl::log("client identity error: %@", kvl::Error(kvl::NSPOSIXErrorDomain, status));
   return nullptr;

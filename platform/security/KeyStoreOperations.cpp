@@ -220,23 +220,16 @@ Status SecItemCopyMatching(KeyStore& store, const Dictionary& query, std::vector
 
 Status SecIdentityCreateWithCertificate(KeyStore& store, const CertificateRef& certificate,
                                         IdentityRef& identity,
-                                        std::optional<std::string_view> firstTag) {
+                                        std::optional<std::string_view> tag) {
   if (!certificate) return errSecParam;
   const CertifiedKey certified(*certificate);
   KeyRef key = certified.among(heldKeys());
-  const Deadline deadline = operationDeadline();
-  const auto search = [&](std::optional<std::string_view> tag) {
+  if (!key) {
     std::vector<StoredKey> stored;
-    const Status status = store.find(tag, stored, deadline);
-    if (status == kSuccess) key = certified.among(stored);
-    return status;
-  };
-  Status status = kSuccess;
-  if (!key && firstTag) status = search(firstTag);
-  // Everybody's keys only when nothing else helps: reading them takes time, and most of them are
-  // none of this program's business.
-  if (!key && status == kSuccess) status = search(std::nullopt);
-  if (status != kSuccess) return status;
+    const Status status = store.find(tag, stored, operationDeadline());
+    if (status != kSuccess) return status;
+    key = certified.among(stored);
+  }
   if (!key) return errSecItemNotFound;
   identity = makeIdentity(certificate, key);
   return kSuccess;

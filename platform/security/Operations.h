@@ -52,12 +52,12 @@ inline constexpr std::string_view kSecPropertyKeyValue = "value";
                                          std::vector<KeyRef>& keys);
 
 // Joins the certificate to the private key that matches its public key: one that is held in a
-// `HeldKey`, for which the store is not asked, or one in the store, whatever its tag, those of
-// `firstTag` before the others. errSecItemNotFound when there is none. As long as somebody holds an
-// identity, the same certificate and key give the same object.
+// `HeldKey`, for which the store is not asked, or one in the store, of any tag unless one is given:
+// other programs' keys are not even read then. errSecItemNotFound when there is none. As long as
+// somebody holds an identity, the same certificate and key give the same object.
 [[nodiscard]] Status SecIdentityCreateWithCertificate(
     KeyStore& store, const CertificateRef& certificate, IdentityRef& identity,
-    std::optional<std::string_view> firstTag = std::nullopt);
+    std::optional<std::string_view> tag = std::nullopt);
 
 // Imports a PEM sequence (RFC 7468). Text before, between and after blocks is skipped; blocks other
 // than certificates are skipped too. errSecUnknownFormat: no PEM block at all; errSecDecode: a

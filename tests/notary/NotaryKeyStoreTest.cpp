@@ -11,7 +11,9 @@ namespace kvltest {
 namespace {
 
 using kvl::Dictionary;
+using kvl::security::Deadline;
 using kvl::security::KeyStore;
+using kvl::security::StoredKey;
 
 class NotaryKeyStoreTest : public NotaryFixture {
  protected:
@@ -70,6 +72,40 @@ TEST_F(NotaryKeyStoreTest, KeyOfADestroyedNotaryIsFoundNoMore) {
   script.reply = reply;
   EXPECT_EQ(notarise().signature->identity(), nullptr);
   EXPECT_EQ(log.count("client identity error: Error Domain=NSPOSIXErrorDomain Code=-25300"), 1U);
+}
+
+// Notes which tags were asked for.
+class RecordingStore final : public KeyStore {
+ public:
+  [[nodiscard]] std::string_view name() const noexcept override { return "recording"; }
+  [[nodiscard]] kvl::Status add(const StoredKey& key, Deadline deadline) override {
+    return inner_->add(key, deadline);
+  }
+  [[nodiscard]] kvl::Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
+                                 Deadline deadline) override {
+    asked.emplace_back(tag);
+    return inner_->find(tag, keys, deadline);
+  }
+  [[nodiscard]] kvl::Status remove(std::string_view tag, std::optional<kvl::Key::Class> keyClass,
+                                   Deadline deadline) override {
+    return inner_->remove(tag, keyClass, deadline);
+  }
+
+  std::vector<std::optional<std::string>> asked;
+
+ private:
+  const std::shared_ptr<KeyStore> inner_ = kvl::security::makeMemoryKeyStore();
+};
+
+TEST_F(NotaryKeyStoreTest, KeysOfOtherProgramsAreNeverRead) {
+  const auto store = std::make_shared<RecordingStore>();
+  auto notary = std::make_unique<KVLNotary>(std::nullopt, surroundings(store));
+  EXPECT_NE(renewed(*notary), nullptr);
+  EXPECT_TRUE(store->asked.empty());
+  KVLNotary without(std::nullopt, surroundings(store));
+  notary.reset();
+  EXPECT_EQ(notarise(without).signature->identity(), nullptr);
+  EXPECT_EQ(store->asked, std::vector{std::optional(kvl::hostIdentifier())});
 }
 
 TEST_F(NotaryKeyStoreTest, NotaryCountsWithTheKeysThatItWasGiven) {

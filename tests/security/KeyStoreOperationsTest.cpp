@@ -249,7 +249,7 @@ class AskedStore final : public KeyStore {
   std::vector<std::optional<std::string>> asked;
 };
 
-TEST_F(KeyStoreOperationsTest, KeysOfOtherTagsAreReadOnlyWhenThoseOfTheFirstDoNotFit) {
+TEST_F(KeyStoreOperationsTest, KeysOfOtherTagsAreNotReadForTheIdentityOfOne) {
   AskedStore store;
   KeyRef privateKey;
   ASSERT_EQ(SecKeyGeneratePair(store, pairParameters(), nullptr, &privateKey), kSuccess);
@@ -259,11 +259,8 @@ TEST_F(KeyStoreOperationsTest, KeysOfOtherTagsAreReadOnlyWhenThoseOfTheFirstDoNo
   EXPECT_THAT(store.asked, testing::ElementsAre(kTag));
   store.asked.clear();
   EXPECT_EQ(SecIdentityCreateWithCertificate(store, certificate, identity, "another.tag"),
-            kSuccess);
-  EXPECT_THAT(store.asked, testing::ElementsAre("another.tag", std::nullopt));
-  store.asked.clear();
-  EXPECT_EQ(SecIdentityCreateWithCertificate(store, certificate, identity), kSuccess);
-  EXPECT_THAT(store.asked, testing::ElementsAre(std::nullopt));
+            errSecItemNotFound);
+  EXPECT_THAT(store.asked, testing::ElementsAre("another.tag"));
 }
 
 TEST_F(KeyStoreOperationsTest, NoIdentityWithoutTheKey) {
