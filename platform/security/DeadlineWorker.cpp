@@ -1,6 +1,7 @@
 #include "platform/security/DeadlineWorker.h"
 
 #include "platform/core/BlockedSignals.h"
+#include "platform/core/Threads.h"
 #include "platform/security/GLibPointers.h"
 
 #include <algorithm>
@@ -37,6 +38,8 @@ bool DeadlineWorker::ensureThread() {
 }
 
 Status DeadlineWorker::run(Job job, Deadline deadline) {
+  // GLib ends the process when it gets no descriptor or thread.
+  if (!core::hasSpareDescriptors() || !core::hasSpareThread()) return errSecInternalComponent;
   const auto task = std::make_shared<Task>();
   task->job = std::move(job);
   {
@@ -44,7 +47,7 @@ Status DeadlineWorker::run(Job job, Deadline deadline) {
     waiting_.push_back(task);
     if (!ensureThread()) {
       std::erase(waiting_, task);
-      return errSecNotAvailable;
+      return errSecInternalComponent;
     }
     changed_.notifyAll();
     while (!task->ended && changed_.waitUntil(lock, deadline)) {

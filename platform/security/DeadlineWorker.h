@@ -27,7 +27,8 @@ class DeadlineWorker {
   DeadlineWorker& operator=(const DeadlineWorker&) = delete;
 
   // Jobs run one after another. errSecNotAvailable when the job has not ended by the deadline: it
-  // is cancelled, or never begun when its turn has not come. The thread starts with the first job.
+  // is cancelled, or never begun when its turn has not come. errSecInternalComponent when the
+  // system has no descriptors or threads left for it. The thread starts with the first job.
   [[nodiscard]] Status run(Job job, Deadline deadline);
 
  private:

@@ -125,7 +125,8 @@ bool isOfClass(Serial entry, Key::Class keyClass) {
 
 // Of a ring that is there.
 Status failureOf(int error) {
-  return isGone(error) ? errSecItemNotFound : errSecInternalComponent;
+  if (isGone(error)) return errSecItemNotFound;
+  return errSecInternalComponent;
 }
 
 // Another process may be putting a key into the ring: what is found there once nobody can find the

@@ -330,7 +330,8 @@ Status SecretServiceSession::status() const {
   const GLibPtr<char> name(g_dbus_error_get_remote_error(error_.get()));
   const bool isAbsent = !name || failedWith(kAbsenceErrors) ||
                         std::string_view(name.get()).starts_with(kActivationErrors);
-  return isAbsent ? errSecNotAvailable : errSecInternalComponent;
+  if (isAbsent) return errSecNotAvailable;
+  return errSecInternalComponent;
 }
 
 constexpr std::chrono::minutes kTidyingPause{1};

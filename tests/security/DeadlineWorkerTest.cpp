@@ -92,6 +92,16 @@ TEST(DeadlineWorkerTest, DestructionWaitsForAnAbandonedJob) {
   EXPECT_EQ(running, 0);
 }
 
+TEST(DeadlineWorkerTest, BeginsNoJobWithoutDescriptors) {
+  DeadlineWorker worker;
+  const auto job = [](GCancellable*) { return kSuccess; };
+  {
+    const kvltest::NoDescriptors none;
+    EXPECT_EQ(worker.run(job, soon()), errSecInternalComponent);
+  }
+  EXPECT_EQ(worker.run(job, soon()), kSuccess);
+}
+
 TEST(DeadlineWorkerTest, DestroyedWithoutAJobItHasNothingToWaitFor) {
   const DeadlineWorker worker;
 }

@@ -24,6 +24,19 @@ TEST(DefaultKeyStoreTest, WorksWithoutABusAtOnce) {
   EXPECT_EQ(log.lines().size(), 1U);
 }
 
+TEST(DefaultKeyStoreTest, KeepsKeysWithoutDescriptors) {
+  const std::string tag = kvltest::uniqueTag();
+  const std::shared_ptr<KeyStore> store = makeDefaultKeyStore();
+  std::vector<StoredKey> keys;
+  {
+    const kvltest::NoDescriptors none;
+    EXPECT_EQ(store->add(kvltest::storedKey(tag), soon()), kSuccess);
+    EXPECT_EQ(store->find(tag, keys, soon()), kSuccess);
+    EXPECT_EQ(store->remove(tag, std::nullopt, soon()), errSecInternalComponent);
+  }
+  EXPECT_EQ(keys.size(), 1U);
+}
+
 TEST(DefaultKeyStoreTest, PrefersTheSecretService) {
   kvltest::PrivateBus bus;
   bus.startKeyring();

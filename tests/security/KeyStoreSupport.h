@@ -7,6 +7,7 @@
 #include <local/platform/Log.h>
 
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -58,6 +59,24 @@ inline std::string markOfEndedProcess(bool inNamespaceOfItsOwn = false) {
   waitpid(child, nullptr, 0);
   return {text.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
 }
+
+// As long as it lives, this process can open nothing.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const int lowest = dup(STDIN_FILENO);
+    close(lowest);
+    const rlimit now{static_cast<rlim_t>(lowest), before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &now);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit before_{};
+};
 
 // Collects the log's lines.
 class LogCapture {
