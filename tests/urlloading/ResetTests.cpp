@@ -108,7 +108,7 @@ TEST_F(ResetTest, AnAnswerThatIsTooLargeIsResetBesideAnIdleStream) {
 }
 
 // The stream's sender is held back, so that libcurl does not look at the stream by itself.
-TEST_F(ResetTest, CancellingReachesTheServerBesideAStreamThatIsHeldBack) {
+TEST_F(ResetTest, CancellingBesideAStreamThatIsHeldBackLosesNothingOfIt) {
   const std::string chunk(16000, 'x');
   constexpr int kChunks = 20;
   std::promise<void> requested;
