@@ -1,5 +1,6 @@
 #include "encoding/Waiting.h"
 
+#include "platform/core/ProcessExit.h"
 #include "platform/dispatch/MainLoop.h"
 
 #include <local/platform/Log.h>
@@ -7,7 +8,8 @@
 std::optional<kvl::Error> kvl::encoding::waitForSemaphore(Semaphore& semaphore,
                                                           const KVLEncoding::WaitReason& reason,
                                                           std::chrono::nanoseconds limit) {
-  if (isMainThread()) {
+  // While the process exits nobody may be left to signal, so that the limit holds everywhere.
+  if (isMainThread() && !core::isExiting()) {
     log("WARNING: waiting for semaphore on main thread: %@", reason.text());
     dispatch::serveMainLoopUntilFree(semaphore);
     return std::nullopt;

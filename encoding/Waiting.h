@@ -1,6 +1,8 @@
 // Waiting for what a completion handler brings.
 #pragma once
 
+#include "platform/core/ProcessExit.h"
+
 #include <local/KVLEncodingSession.h>
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Error.h>
@@ -54,6 +56,10 @@ class ResultSlot {
 template <class Result, class Start>
 [[nodiscard]] Result waitForFetch(const Start& start, const KVLEncoding::WaitReason& reason,
                                   std::chrono::nanoseconds limit, std::optional<Error>* error) {
+  if (core::isExiting()) {  // nothing is delivered any more
+    storeError(error, Error(NSPOSIXErrorDomain, kTimedOutPOSIXCode));
+    return {};
+  }
   const auto slot = std::make_shared<ResultSlot<Result>>();
   start([slot](Result result, const URLResponseRef&, const std::optional<Error>&) {
     slot->fill(std::move(result));

@@ -51,7 +51,8 @@ using ImageHandler =
 /// and this call waits for the semaphore; it takes over soon after the owner lets go.
 ///
 /// **On any other thread** it waits at most 5 s. Waiting for a fetch on the HTTPS session object's
-/// own queue, as inside another request's handler, always ends that way.
+/// own queue, as inside another request's handler, always ends that way. While the process exits
+/// that limit holds for the main thread, too, and fetches that wait end at once.
 ///
 /// @return none when the semaphore was obtained; else `NSPOSIXErrorDomain`, 60.
 [[nodiscard]] KVL_EXPORT std::optional<kvl::Error> waitForSemaphore(kvl::Semaphore& semaphore,

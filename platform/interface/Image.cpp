@@ -1,3 +1,4 @@
+#include "platform/core/ProcessExit.h"
 #include "platform/interface/ImageModule.h"
 
 #include <local/platform/Atomic.h>
@@ -11,9 +12,14 @@
 namespace kvl {
 namespace {
 
+// The libraries that draw have static objects. While the process exits, nothing is decoded or
+// drawn, and pictures stay as they are.
 struct PictureRelease {
   const KVLImageFunctions* functions;
-  void operator()(KVLImagePicture* picture) const { functions->release(picture); }
+  void operator()(KVLImagePicture* picture) const {
+    const core::LibraryUse use;
+    if (use) functions->release(picture);
+  }
 };
 using PicturePtr = std::unique_ptr<KVLImagePicture, PictureRelease>;
 
@@ -66,7 +72,8 @@ class DecodedImage final : public Image {
     const auto size = size_.get();
     const double width = size.width * scale;
     const double height = size.height * scale;
-    if (!isLength(scale) || !isLength(width) || !isLength(height)) return {};
+    const core::LibraryUse use;
+    if (!use || !isLength(scale) || !isLength(width) || !isLength(height)) return {};
     const auto pixels = fittingPixels(width, height, maximumPixels_);
     Bytes bytes(std::size_t{pixels.width} * pixels.height * 4);
     if (!functions().draw(picture_.get(), pixels.width, pixels.height, bytes.data())) return {};
@@ -95,12 +102,15 @@ Bitmap Image::rasterised(double /*scale*/) const {
 }
 
 std::shared_ptr<Image> Image::imageWithData(const Data& data) {
-  if (data.empty() || data.size() > kMaximumImageBytes) return nullptr;
+  const core::LibraryUse use;
+  if (!use || data.empty() || data.size() > kMaximumImageBytes) return nullptr;
   const auto* const functions = interface::imageModule();
   if (functions == nullptr) return nullptr;
   KVLImageDescription description{};
   PicturePtr picture(functions->decode(data.data(), data.size(), &description), {functions});
   if (!picture) return nullptr;
+  static const bool prepared = (core::standBeforeStatics(), true);
+  static_cast<void>(prepared);
   return std::make_shared<DecodedImage>(data, std::move(picture), description);
 }
 

@@ -5,6 +5,8 @@
 // search starts once more.
 #include "platform/ipc/BusTransport.h"
 
+#include "platform/core/ProcessExit.h"
+#include "platform/core/Threads.h"
 #include "platform/ipc/CallConnection.h"
 #include "platform/ipc/CallTransport.h"
 #include "platform/ipc/ChannelErrors.h"
@@ -52,6 +54,7 @@ std::string sessionBusAddress() {
 }
 
 void connected(GObject*, GAsyncResult* result, gpointer data) noexcept {
+  const core::ThreadWork work;
   const std::unique_ptr<Connected> then(static_cast<Connected*>(data));
   GError* error = nullptr;
   BusPtr bus(g_dbus_connection_new_for_address_finish(result, &error));
@@ -60,6 +63,7 @@ void connected(GObject*, GAsyncResult* result, gpointer data) noexcept {
 }
 
 void answered(GObject* source, GAsyncResult* result, gpointer data) noexcept {
+  const core::ThreadWork work;
   const std::unique_ptr<Answered> then(static_cast<Answered*>(data));
   GError* error = nullptr;
   VariantPtr reply(
@@ -106,6 +110,7 @@ constexpr std::string_view kNotStarted = "The service could not be started.";
 constexpr std::string_view kNoBus = "The session bus cannot be used.";
 constexpr std::string_view kForbidden = "The session bus did not let the request through.";
 constexpr std::string_view kServiceEnded = "The service ended before it answered.";
+constexpr std::string_view kNothingLeft = "The process has no descriptor or thread left for it.";
 constexpr std::string_view kBusEnded = "The session bus went away before the service answered.";
 
 template <std::size_t N>
@@ -194,6 +199,7 @@ class BusTransport final : public CallTransport, public std::enable_shared_from_
     answer_ = std::move(answer);
     request_ = makeNotaryRequest(request);
     if (!request_) return fail(errors_.requestNotCarried());
+    if (!canConnect()) return fail(errors_.unreachable(kNothingLeft));
     cancellable_.reset(g_cancellable_new());
     connect();
   }
@@ -287,6 +293,13 @@ class BusTransport final : public CallTransport, public std::enable_shared_from_
     std::optional<ServiceReply> content = readNotaryReply(reply);
     if (!content) return fail(errors_.replyOfWrongShape());
     conclude({std::nullopt, std::move(*content)});
+  }
+
+  // GLib ends the process when a connection does not get what it needs. Without a context of this
+  // thread's own, answers would go to the host's.
+  static bool canConnect() {
+    return g_main_context_get_thread_default() != nullptr && core::hasSpareDescriptors() &&
+           core::hasSpareThread();
   }
 
   [[nodiscard]] bool canSearchAgain(const GError& error) const {

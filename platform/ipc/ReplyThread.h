@@ -18,13 +18,17 @@ namespace kvl::ipc {
 // One per process, started on first use and never ended: it waits for events without waking up,
 // and nothing has to be joined when the process exits. It runs a main context of its own, which is
 // its thread-default one, so that GLib's asynchronous answers arrive here whatever loop the host
-// runs. All signals are blocked on it: they belong to the host's threads.
+// runs. All signals are blocked on it: they belong to the host's threads. Once the process exits,
+// it stands still.
+//
+// A context needs descriptors. As long as the process has none left, blocks run without one: they
+// see no thread-default context, and must fail what needs it.
 class ReplyThread {
  public:
   using Block = std::function<void()>;
 
-  // Calls its block once when it is due, unless it is destroyed before. Only for use on the reply
-  // thread.
+  // Calls its block once when it is due, unless it is destroyed before; never without a context.
+  // Only for use on the reply thread.
   class Timer {
    public:
     Timer() = default;
@@ -49,16 +53,22 @@ class ReplyThread {
  private:
   friend class NoDestructor<ReplyThread>;
 
-  ReplyThread();
+  ReplyThread() = default;
   ~ReplyThread() = delete;
 
+  // Comes back later when the system has no thread to give.
+  void start() KVL_REQUIRES(mutex_);
   void run();
+  void runUntilThereIsAContext();
+  [[nodiscard]] bool makeContext() KVL_REQUIRES(mutex_);
   void runPostedBlocks();
 
-  GMainContext* const context_;
-  GSource* const wakeUp_;
   Mutex mutex_;
+  Condition posted_;
   std::deque<Block> blocks_ KVL_GUARDED_BY(mutex_);
+  bool isStarted_ KVL_GUARDED_BY(mutex_) = false;
+  GSource* wakeUp_ KVL_GUARDED_BY(mutex_) = nullptr;
+  GMainContext* context_ = nullptr;  // the thread's own
 };
 
 }  // namespace kvl::ipc

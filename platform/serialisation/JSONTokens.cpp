@@ -1,6 +1,7 @@
 #include "platform/serialisation/JSONTokens.h"
 
 #include "platform/core/LargeMemory.h"
+#include "platform/core/ProcessExit.h"
 
 #include <simdjson.h>
 
@@ -16,6 +17,17 @@ constexpr std::size_t kKeptSize = 4 << 20;
 constexpr std::size_t kSmallestCapacity = 4096;
 
 std::atomic<JSONWorkspace*> kept;
+
+// A static object, so null while the process exits.
+const simdjson::implementation* implementation() {
+  static const auto* const chosen = [] {
+    const auto* const active = simdjson::get_active_implementation().operator->();
+    static_cast<void>(active->name());  // chooses it
+    core::standBeforeStatics();
+    return simdjson::get_active_implementation().operator->();
+  }();
+  return core::isExiting() ? nullptr : chosen;
+}
 
 }  // namespace
 
@@ -43,9 +55,10 @@ bool JSONWorkspace::reserve(std::size_t textSize) {
   const bool isKept = textSize * sizeof(std::uint32_t) <= kKeptSize;
   const std::size_t capacity =
       isKept ? std::max(kSmallestCapacity, std::bit_ceil(textSize)) : textSize;
-  const auto* implementation = simdjson::get_active_implementation().operator->();
+  const auto* const chosen = implementation();
   capacity_ = 0;
-  if (implementation->create_dom_parser_implementation(capacity, 1, index_) != simdjson::SUCCESS)
+  if (chosen == nullptr ||
+      chosen->create_dom_parser_implementation(capacity, 1, index_) != simdjson::SUCCESS)
     return false;
   core::preferLargePages(index_->structural_indexes.get(), capacity * sizeof(std::uint32_t));
   capacity_ = capacity;
@@ -55,7 +68,7 @@ bool JSONWorkspace::reserve(std::size_t textSize) {
 std::span<const std::uint32_t> JSONWorkspace::tokensOf(std::string_view text,
                                                        std::string& problem) {
   if (!reserve(text.size())) {
-    problem = "out of memory";
+    problem = core::isExiting() ? "the process is exiting" : "out of memory";
     return {};
   }
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());

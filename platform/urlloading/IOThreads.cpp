@@ -1,99 +1,69 @@
 #include "platform/urlloading/IOThreads.h"
 
-#include "platform/core/BlockedSignals.h"
 #include "platform/core/NoDestructor.h"
+#include "platform/core/ProcessExit.h"
+#include "platform/core/Threads.h"
 
 #include <local/platform/Mutex.h>
 
 #include <openssl/crypto.h>
-#include <pthread.h>
-#include <signal.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdlib>
-#include <system_error>
-#include <thread>
 #include <utility>
 #include <vector>
 
 namespace kvl::urlloading {
 namespace {
 
-// A thread is at most in one step of libcurl when it is told to end.
-constexpr std::chrono::seconds kLongestParking{2};
-
-struct Threads {
+struct Owners {
   Mutex mutex;
-  Condition ended;
-  std::vector<std::weak_ptr<Abandonable>> owners KVL_GUARDED_BY(mutex);
-  std::vector<std::shared_ptr<Abandonable>> parked KVL_GUARDED_BY(mutex);
-  std::size_t running KVL_GUARDED_BY(mutex) = 0;
-  bool exiting KVL_GUARDED_BY(mutex) = false;
-  const pid_t process = getpid();
+  std::vector<std::weak_ptr<Abandonable>> running KVL_GUARDED_BY(mutex);
+  std::vector<std::shared_ptr<Abandonable>> abandoned KVL_GUARDED_BY(mutex);
 };
 
-Threads& threads() {
-  static NoDestructor<Threads> instance;
+Owners& owners() {
+  static NoDestructor<Owners> instance;
   return *instance;
 }
 
 // OpenSSL frees its tables at exit, under the hands of any thread that still uses them.
-void parkAll() {
-  Threads& all = threads();
-  if (all.process != getpid()) return;  // a forked child has none of the threads
+void abandonAll() {
+  Owners& all = owners();
   MutexLock lock(all.mutex);
-  all.exiting = true;
-  const auto owners = std::exchange(all.owners, {});
+  const auto running = std::exchange(all.running, {});
   lock.unlock();
   // What was under way stays reachable: its handlers must not be destroyed while the host exits.
-  std::vector<std::shared_ptr<Abandonable>> parked;
-  for (const auto& owner : owners) {
-    if (auto held = owner.lock()) parked.push_back(std::move(held));
+  std::vector<std::shared_ptr<Abandonable>> abandoned;
+  for (const auto& owner : running) {
+    if (auto held = owner.lock()) abandoned.push_back(std::move(held));
   }
-  for (const auto& held : parked) held->abandon();
+  for (const auto& held : abandoned) held->abandon();
   lock.lock();
-  all.parked = std::move(parked);
-  const auto deadline = std::chrono::steady_clock::now() + kLongestParking;
-  while (all.running > 0 && all.ended.waitUntil(lock, deadline)) continue;
+  all.abandoned = std::move(abandoned);
 }
 
-bool registerThread(const std::shared_ptr<Abandonable>& owner) {
-  Threads& all = threads();
-  static const bool registered = std::atexit(parkAll) == 0;
+bool registerOwner(const std::shared_ptr<Abandonable>& owner) {
+  static const bool registered = (core::addExitStep(abandonAll), true);
+  static_cast<void>(registered);
+  core::prepareForExit();
+  Owners& all = owners();
   const MutexLock lock(all.mutex);
-  if (!registered || all.exiting) return false;
-  std::erase_if(all.owners, [](const auto& other) { return other.expired(); });
-  all.owners.push_back(owner);
-  ++all.running;
+  if (core::isExiting()) return false;
+  std::erase_if(all.running, [](const auto& other) { return other.expired(); });
+  all.running.push_back(owner);
   return true;
-}
-
-void unregisterThread() {
-  Threads& all = threads();
-  const MutexLock lock(all.mutex);
-  --all.running;
-  all.ended.notifyAll();
 }
 
 }  // namespace
 
 bool startIOThread(const std::shared_ptr<Abandonable>& owner, std::function<void()> body) {
-  if (!registerThread(owner)) return false;
-  const core::BlockedSignals inheritedByTheThread;
-  try {
-    std::thread([body = std::move(body)]() mutable {
-      body();
-      body = nullptr;
-      OPENSSL_thread_stop();
-      unregisterThread();
-    }).detach();
-    return true;
-  } catch (const std::system_error&) {
-    unregisterThread();
-    return false;
-  }
+  if (!registerOwner(owner)) return false;
+  return core::startThread("korvale.io", [body = std::move(body)]() mutable {
+    const core::LibraryUse untilTheEnd;
+    if (!untilTheEnd) return;
+    body();
+    body = nullptr;
+    OPENSSL_thread_stop();
+  });
 }
 
 }  // namespace kvl::urlloading
