@@ -1,6 +1,10 @@
 #include "platform/interface/ImageModule.h"
 
+#include "platform/core/NoDestructor.h"
+#include "platform/core/Threads.h"
+
 #include <local/platform/Log.h>
+#include <local/platform/Mutex.h>
 
 #include <dlfcn.h>
 
@@ -62,8 +66,21 @@ const KVLImageFunctions* loadImageModule(const std::vector<std::filesystem::path
 }
 
 const KVLImageFunctions* imageModule() {
-  static const auto* const functions = loadImageModule(imageModulePlaces());
-  return functions;
+  struct Module {
+    Mutex mutex;
+    bool isKnown KVL_GUARDED_BY(mutex) = false;
+    const KVLImageFunctions* functions KVL_GUARDED_BY(mutex) = nullptr;
+  };
+  static NoDestructor<Module> module;
+  const MutexLock lock(module->mutex);
+  if (module->isKnown) return module->functions;
+  if (!core::hasSpareDescriptors()) {
+    log("no images: no descriptor is left");
+    return nullptr;
+  }
+  module->functions = loadImageModule(imageModulePlaces());
+  module->isKnown = true;
+  return module->functions;
 }
 
 }  // namespace kvl::interface

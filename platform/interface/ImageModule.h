@@ -18,7 +18,8 @@ namespace kvl::interface {
 [[nodiscard]] const KVLImageFunctions* loadImageModule(
     const std::vector<std::filesystem::path>& places);
 
-// The process's module, loaded by the first call; later calls neither try nor log again.
+// The process's module, loaded by the first call; later calls neither try nor log again, unless the
+// process had no descriptor left.
 [[nodiscard]] const KVLImageFunctions* imageModule();
 
 }  // namespace kvl::interface

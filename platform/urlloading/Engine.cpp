@@ -48,6 +48,8 @@ bool Engine::ensureThread() {
   cookies_.reset(curl_share_init());
   if (!multi_ || !cookies_) return false;
   keepWakeupSocketsFromChildren(multi_.get());
+  // Without a descriptor left libcurl makes one that nothing can wake.
+  if (curl_multi_wakeup(multi_.get()) != CURLM_OK) return false;
   curl_share_setopt(cookies_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
   curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
   const auto self = shared_from_this();

@@ -1,5 +1,6 @@
 #include "platform/urlloading/TLSConnection.h"
 
+#include "platform/core/CallbackBoundary.h"
 #include "platform/security/OpenSSLAccess.h"
 
 #include <netinet/in.h>
@@ -151,7 +152,8 @@ bool TLSConnection::hasEnded(bool isShared) const noexcept {
 }
 
 int TLSConnection::verify(X509_STORE_CTX* store, void* connection) {
-  return static_cast<TLSConnection*>(connection)->verifyChain(store);
+  return core::withoutExceptions(
+      0, [=] { return static_cast<TLSConnection*>(connection)->verifyChain(store); });
 }
 
 int TLSConnection::verifyChain(X509_STORE_CTX* store) {
@@ -174,7 +176,8 @@ int TLSConnection::verifyChain(X509_STORE_CTX* store) {
 }
 
 int TLSConnection::selectCertificate(SSL* ssl, void* connection) {
-  return static_cast<TLSConnection*>(connection)->presentIdentity(ssl) ? 1 : 0;
+  return core::withoutExceptions(
+      0, [=] { return static_cast<TLSConnection*>(connection)->presentIdentity(ssl) ? 1 : 0; });
 }
 
 bool TLSConnection::presentIdentity(SSL* ssl) {

@@ -1,6 +1,7 @@
 #include "platform/urlloading/Transfer.h"
 
 #include "platform/core/ASCII.h"
+#include "platform/core/CallbackBoundary.h"
 #include "platform/urlloading/CookieLimit.h"
 #include "platform/urlloading/LoadingErrors.h"
 #include "platform/urlloading/RequestCheck.h"
@@ -153,7 +154,9 @@ void Transfer::adopt(std::shared_ptr<TLSConnection> connection) {
 
 CURLcode Transfer::onTLSContext(CURL*, void* context, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
-  self->adopt(TLSConnection::attach(static_cast<SSL_CTX*>(context), *self));
+  self->adopt(core::withoutExceptions(std::shared_ptr<TLSConnection>(), [&] {
+    return TLSConnection::attach(static_cast<SSL_CTX*>(context), *self);
+  }));
   self->ownsHandshake_ = true;
   return self->connection_ ? CURLE_OK : CURLE_OUT_OF_MEMORY;
 }
