@@ -66,6 +66,18 @@ TEST_F(SubmitTest, AnAnswerOfNullIsAnEmptyAnswer) {
   EXPECT_THAT(outcome.output, IsEmpty());
 }
 
+TEST_F(SubmitTest, AnAnswerWithoutABodyIsAnEmptyAnswer) {
+  for (const auto* path : {"/code?status=204&body=", "/code?status=200&body="}) {
+    const Outcome outcome = submit(path, "{}");
+    EXPECT_EQ(outcome.exitCode, 0) << path;
+    EXPECT_THAT(outcome.output, IsEmpty());
+    EXPECT_THAT(outcome.errors, IsEmpty());
+  }
+  const Outcome json = submit("/code?status=204&body=", "{}", {"--json"});
+  EXPECT_EQ(json.exitCode, 0);
+  EXPECT_THAT(json.output, AllOf(HasSubstr(R"("status":204)"), testing::EndsWith("]]}\n")));
+}
+
 TEST_F(SubmitTest, DocumentOfAnErrorStatusIsShownToo) {
   const Outcome outcome = submit("/code?status=422", "{}");
   EXPECT_EQ(outcome.exitCode, 1);

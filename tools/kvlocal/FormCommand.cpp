@@ -49,13 +49,9 @@ ExitCode appendInput(const Context&, const TextInput& input, kvl::Array& inputs)
 }
 
 ExitCode appendInput(const Context& context, const FileInput& input, kvl::Array& inputs) {
-  auto file = openInput(input.path);
-  if (!file) {
-    kvl::Data data;
-    const ExitCode result = readInput(context, input.path, data);
-    if (result != ExitCode::ok) return result;
-    file = KVLInputFile::newWithFilename(std::nullopt, std::nullopt, data);
-  }
+  std::shared_ptr<KVLInputFile> file;
+  const ExitCode result = readInput(context, input.path, file);
+  if (result != ExitCode::ok) return result;
   file->setFilename(input.filename);
   file->setContentType(input.contentType);
   inputs.append(kvl::Dictionary{{"name", input.name}, {"value", file}});

@@ -12,7 +12,9 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -20,71 +22,117 @@
 namespace kvlocal {
 namespace {
 
+// Receives bytes; 0 or an error number.
+using Taker = std::function<int(std::string_view)>;
+
 struct Reading {
   bool isComplete = false;
   int error = 0;
-  std::string bytes;
+  bool isTaken = true;  // else the error is the taker's
 };
 
-// Both return 0 or an error number.
-int readAll(int descriptor, std::string& bytes) {
+Reading readAll(int descriptor, const Taker& take) {
   std::array<char, 65536> block{};
   for (;;) {
     const ssize_t count = read(descriptor, block.data(), block.size());
-    if (count == 0) return 0;
-    if (count > 0) bytes.append(block.data(), static_cast<std::size_t>(count));
-    if (count < 0 && errno != EINTR) return errno;
+    if (count == 0) return {true};
+    if (count < 0 && errno != EINTR) return {true, errno};
+    if (count < 0) continue;
+    if (const int error = take({block.data(), static_cast<std::size_t>(count)}))
+      return {true, error, false};
   }
 }
 
-int readFile(const std::string& path, std::string& bytes) {
-  if (path == kStandardInput) return readAll(STDIN_FILENO, bytes);
+Reading readFile(const std::string& path, const Taker& take) {
+  if (path == kStandardInput) return readAll(STDIN_FILENO, take);
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (descriptor < 0) return errno;
-  const int error = readAll(descriptor, bytes);
+  if (descriptor < 0) return {true, errno};
+  const Reading reading = readAll(descriptor, take);
   close(descriptor);
-  return error;
+  return reading;
 }
 
-// Pipes would block, and files of the kernel state no size.
-bool isLarge(const struct stat& status) {
-  constexpr off_t kLarge = off_t{1} << 20;
-  return S_ISREG(status.st_mode) && status.st_size >= kLarge;
-}
-
-}  // namespace
-
-ExitCode readInput(const Context& context, const std::string& path, kvl::Data& data) {
+// `ok`, `interrupted`, or `usage` after it has said why the file cannot be read. What `take` uses
+// may outlive an interrupted command.
+ExitCode readInto(const Context& context, const std::string& path, const Taker& take) {
   const auto reading = std::make_shared<Reading>();
   // A terminal or a pipe may never end; nobody waits for the thread then.
-  std::thread([path, rendezvous = context.rendezvous, reading] {
-    std::string bytes;
-    const int error = readFile(path, bytes);
-    rendezvous->change([&] { *reading = {true, error, std::move(bytes)}; });
+  std::thread([path, take, rendezvous = context.rendezvous, reading] {
+    const Reading done = readFile(path, take);
+    rendezvous->change([&] { *reading = done; });
   }).detach();
   const auto result = context.rendezvous->wait({}, [&] { return reading->isComplete; });
   if (result == Rendezvous::Result::interrupted) return ExitCode::interrupted;
-  if (reading->error != 0) {
-    return fail(context.settings.json, ExitCode::usage,
-                jsonText(path) + " cannot be read: " + std::strerror(reading->error));
-  }
-  data = kvl::Data::adoptingText(std::move(reading->bytes));
-  return ExitCode::ok;
-}
-
-ExitCode readDocument(const Context& context, const std::string& path,
-                      std::optional<kvl::Value>& document) {
-  kvl::Data text;
-  const ExitCode result = readInput(context, path, text);
-  if (result != ExitCode::ok) return result;
-  std::optional<kvl::Error> error;
-  document = KVLEncoding::rootFromResponse(nullptr, text, &error);
-  if (!error) return ExitCode::ok;
+  if (reading->error == 0) return ExitCode::ok;
+  const char* const fault =
+      reading->isTaken ? " cannot be read: " : " cannot be kept in a temporary file: ";
   return fail(context.settings.json, ExitCode::usage,
-              jsonText(path) + " is no JSON document: " + errorText(*error), *error);
+              jsonText(path) + fault + std::strerror(reading->error));
 }
 
-std::shared_ptr<KVLInputFile> openInput(const std::string& path) {
+// From this size on, content is in a file until it is sent.
+constexpr std::size_t kLarge = std::size_t{1} << 20;
+
+// Keeps what has been read: in memory while it is little, then in a file that nobody else sees.
+class Spool {
+ public:
+  Spool() = default;
+  ~Spool() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  Spool(const Spool&) = delete;
+  Spool& operator=(const Spool&) = delete;
+
+  // 0 or an error number.
+  int append(std::string_view bytes) {
+    if (descriptor_ >= 0) return write(bytes);
+    bytes_ += bytes;
+    if (bytes_.size() < kLarge) return 0;
+    if (const int error = open()) return error;
+    return write(std::exchange(bytes_, {}));
+  }
+
+  // Once, after the last byte.
+  std::shared_ptr<KVLInputFile> file() {
+    if (descriptor_ >= 0) {
+      lseek(descriptor_, 0, SEEK_SET);
+      return KVLInputFile::newWithDescriptor(std::nullopt, std::nullopt, descriptor_);
+    }
+    return KVLInputFile::newWithFilename(std::nullopt, std::nullopt,
+                                         kvl::Data::adoptingText(std::move(bytes_)));
+  }
+
+ private:
+  int open() {
+    const char* const folder = std::getenv("TMPDIR");
+    std::string path = std::string(folder != nullptr && *folder != '\0' ? folder : "/tmp");
+    path += "/kvlocal-XXXXXX";
+    descriptor_ = mkostemp(path.data(), O_CLOEXEC);
+    if (descriptor_ < 0) return errno;
+    unlink(path.c_str());
+    return 0;
+  }
+
+  [[nodiscard]] int write(std::string_view bytes) const {
+    while (!bytes.empty()) {
+      const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
+      if (count < 0 && errno != EINTR) return errno;
+      if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return 0;
+  }
+
+  std::string bytes_;
+  int descriptor_ = -1;
+};
+
+// Pipes would block, and files of the kernel state no size.
+bool isLarge(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_size >= static_cast<off_t>(kLarge);
+}
+
+// A large file that is there as a whole; null for any other.
+std::shared_ptr<KVLInputFile> openFile(const std::string& path) {
   struct stat status{};
   if (path == kStandardInput) {
     if (fstat(STDIN_FILENO, &status) != 0 || !isLarge(status)) return nullptr;
@@ -96,6 +144,35 @@ std::shared_ptr<KVLInputFile> openInput(const std::string& path) {
   auto file = KVLInputFile::newWithDescriptor(std::nullopt, std::nullopt, descriptor);
   close(descriptor);
   return file;
+}
+
+}  // namespace
+
+ExitCode readInput(const Context& context, const std::string& path,
+                   std::shared_ptr<KVLInputFile>& file) {
+  file = openFile(path);
+  if (file) return ExitCode::ok;
+  const auto spool = std::make_shared<Spool>();
+  const ExitCode result =
+      readInto(context, path, [spool](std::string_view bytes) { return spool->append(bytes); });
+  if (result == ExitCode::ok) file = spool->file();
+  return result;
+}
+
+ExitCode readDocument(const Context& context, const std::string& path,
+                      std::optional<kvl::Value>& document) {
+  const auto text = std::make_shared<std::string>();
+  const ExitCode result = readInto(context, path, [text](std::string_view bytes) {
+    *text += bytes;
+    return 0;
+  });
+  if (result != ExitCode::ok) return result;
+  std::optional<kvl::Error> error;
+  document =
+      KVLEncoding::rootFromResponse(nullptr, kvl::Data::adoptingText(std::move(*text)), &error);
+  if (!error) return ExitCode::ok;
+  return fail(context.settings.json, ExitCode::usage,
+              jsonText(path) + " is no JSON document: " + errorText(*error), *error);
 }
 
 }  // namespace kvlocal
