@@ -11,7 +11,7 @@ ALLOWED = {
     'core': (),
     'dispatch': ('core',),
     'security': ('core',),
-    'ipc': ('core',),
+    'ipc': ('core', 'dispatch'),
     'serialisation': ('core',),
     'formatting': ('core',),
     'interface': ('core', 'dispatch'),
