@@ -86,7 +86,7 @@ TEST_F(AnswerLimitTest, EachKindOfBodyHasALimitOfItsOwn) {
 TEST_F(AnswerLimitTest, TheDefaultsAreThoseOfTheDocumentation) {
   const auto defaults = URLSessionConfiguration::ephemeral();
   EXPECT_EQ(defaults.maximumImageBytes, 16U << 20);
-  EXPECT_EQ(defaults.maximumDocumentBytes, 256U << 20);
+  EXPECT_EQ(defaults.maximumDocumentBytes, 128U << 20);
   EXPECT_EQ(defaults.maximumHeaderBytes, 64U << 10);
   EXPECT_EQ(defaults.timeoutIntervalForResource, std::chrono::nanoseconds::max());
 }

@@ -51,7 +51,7 @@ struct URLSessionConfiguration {
   /// delegate piece by piece has none.
   /// @{
   std::size_t maximumBodySize = std::size_t{1} << 30;  ///< of any kind
-  std::size_t maximumDocumentBytes = std::size_t{256} << 20;
+  std::size_t maximumDocumentBytes = std::size_t{128} << 20;
   std::size_t maximumImageBytes = std::size_t{16} << 20;
   /// @}
   /// Values that a decoded document may hold, each key, element and container counting as one. A
