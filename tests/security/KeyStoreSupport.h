@@ -60,14 +60,15 @@ inline std::string markOfEndedProcess(bool inNamespaceOfItsOwn = false) {
   return {text.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
 }
 
-// As long as it lives, this process can open nothing.
+// As long as it lives, this process can open next to nothing. The few that are left are for
+// sanitizers, which look at memory through pipes.
 class NoDescriptors {
  public:
   NoDescriptors() {
     getrlimit(RLIMIT_NOFILE, &before_);
     const int lowest = dup(STDIN_FILENO);
     close(lowest);
-    const rlimit now{static_cast<rlim_t>(lowest), before_.rlim_max};
+    const rlimit now{static_cast<rlim_t>(lowest) + 4, before_.rlim_max};
     setrlimit(RLIMIT_NOFILE, &now);
   }
   ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
