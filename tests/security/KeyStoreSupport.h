@@ -66,9 +66,10 @@ class NoDescriptors {
  public:
   NoDescriptors() {
     getrlimit(RLIMIT_NOFILE, &before_);
-    const int lowest = dup(STDIN_FILENO);
-    close(lowest);
-    const rlimit now{static_cast<rlim_t>(lowest) + 4, before_.rlim_max};
+    std::array<int, 4> left{};
+    for (int& descriptor : left) descriptor = dup(STDIN_FILENO);
+    for (const int descriptor : left) close(descriptor);
+    const rlimit now{static_cast<rlim_t>(left.back()) + 1, before_.rlim_max};
     setrlimit(RLIMIT_NOFILE, &now);
   }
   ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
