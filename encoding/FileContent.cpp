@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <vector>
 
 namespace kvl::encoding {
@@ -50,7 +51,18 @@ FileContent::~FileContent() {
   close(descriptor_);
 }
 
+std::optional<Error> reserveMore(std::string& text, std::size_t size) {
+  if (size > text.max_size() - text.size()) return systemError(ENOMEM);
+  try {
+    text.reserve(text.size() + size);
+  } catch (const std::bad_alloc&) {
+    return systemError(ENOMEM);
+  }
+  return std::nullopt;
+}
+
 std::optional<Error> FileContent::appendTo(std::string& text) const {
+  if (auto error = reserveMore(text, size_)) return error;
   std::vector<char> block(std::min(size_, kBlock));
   for (std::size_t done = 0; done < size_;) {
     const ssize_t count = pread(descriptor_, block.data(), std::min(block.size(), size_ - done),

@@ -10,6 +10,10 @@
 
 namespace kvl::encoding {
 
+// Makes room in `text` for so many bytes more. ENOMEM when no memory holds them: a file can be
+// larger than any.
+[[nodiscard]] std::optional<Error> reserveMore(std::string& text, std::size_t size);
+
 // The rest of a regular file from the offset that its descriptor had. Immutable; any thread.
 class FileContent {
  public:
@@ -27,8 +31,8 @@ class FileContent {
   // As it was in the beginning.
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
-  // Appends so many bytes to `text`. An error when the file cannot be read or has become shorter;
-  // `text` then has some of them.
+  // Appends so many bytes to `text`. An error when the file cannot be read, has become shorter or
+  // is too large for the memory; `text` then has some of them.
   [[nodiscard]] std::optional<Error> appendTo(std::string& text) const;
 
  private:

@@ -58,7 +58,6 @@ std::optional<kvl::Data> KVLInputFile::data() const {
   const Content content = content_.get();
   if (!content.file) return content.data;
   std::string text;
-  text.reserve(content.file->size());
   if (content.file->appendTo(text)) return std::nullopt;
   return kvl::Data::adoptingText(std::move(text));
 }

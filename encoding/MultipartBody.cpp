@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <cerrno>
 #include <cstddef>
 #include <memory>
 #include <string_view>
@@ -155,10 +156,10 @@ std::optional<std::vector<MultipartPart>> multipartParts(const Array& inputs,
 // going over both in blocks that fit the processor's cache.
 class Assembly {
  public:
-  // Once. An error when an open file cannot be read.
+  // Once. An error when an open file cannot be read, or when no memory holds it all.
   [[nodiscard]] std::optional<Error> fill(const std::vector<MultipartPart>& parts,
                                           std::string_view boundary) {
-    reserve(parts);
+    if (auto error = reserve(parts)) return error;
     appendBoundary(boundary);
     for (const auto& part : parts) {
       body_ += '\n';
@@ -193,13 +194,18 @@ class Assembly {
   [[nodiscard]] std::string take() && { return std::move(body_); }
 
  private:
-  void reserve(const std::vector<MultipartPart>& parts) {
+  [[nodiscard]] std::optional<Error> reserve(const std::vector<MultipartPart>& parts) {
     constexpr std::size_t kBoundaryLine = kHyphens.size() + kBoundaryLength + 1;
     std::size_t size = kBoundaryLine + kHyphens.size();
-    for (const auto& part : parts) size += part.size() + 1 + kBoundaryLine;
-    body_.reserve(size);
+    for (const auto& part : parts) {
+      const std::size_t more = part.size() + 1 + kBoundaryLine;
+      if (more > body_.max_size() - size) return Error(NSPOSIXErrorDomain, ENOMEM);
+      size += more;
+    }
+    if (auto error = reserveMore(body_, size)) return error;
     core::preferLargePages(body_.data(), body_.capacity());
     places_.reserve(parts.size() + 1);
+    return std::nullopt;
   }
 
   void appendBoundary(std::string_view boundary) {

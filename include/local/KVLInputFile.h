@@ -43,11 +43,11 @@ class KVL_EXPORT KVLInputFile final : public kvl::Object {
   ///
   /// @param filename, contentType as above
   /// @param descriptor of a regular file, open for reading: its content from the descriptor's
-  /// present
-  ///   offset to the file's present end. A duplicate is kept until `setData` or the object's end;
-  ///   the caller's descriptor stays the caller's. Nobody should write to the file meanwhile: a
-  ///   form whose file has become shorter is not sent (`NSCocoaErrorDomain`,
-  ///   `NSFileReadUnknownError`)
+  ///   present offset to the file's present end. A duplicate is kept until `setData` or the
+  ///   object's end; the caller's descriptor stays the caller's. Nobody should write to the file
+  ///   meanwhile: a form whose file has become shorter is not sent (`NSCocoaErrorDomain`,
+  ///   `NSFileReadUnknownError`), and neither is one that no memory holds (`NSPOSIXErrorDomain`,
+  ///   ENOMEM)
   /// @param error `NSPOSIXErrorDomain` with the system's code, EINVAL for what is no regular file
   /// @return null with an error
   [[nodiscard]] static std::shared_ptr<KVLInputFile> newWithDescriptor(

@@ -9,6 +9,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
+#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
@@ -118,6 +120,21 @@ TEST(InputFileTest, AFormWhoseOpenFileHasBecomeShorterIsNotMade) {
   EXPECT_TRUE(error->is(kvl::NSCocoaErrorDomain, kvl::NSFileReadUnknownError));
   EXPECT_EQ(body, "");
   EXPECT_EQ(file->data(), std::nullopt);
+}
+
+TEST(InputFileTest, AnOpenFileThatNoMemoryHoldsIsAnErrorAndNoException) {
+  const OpenFile open("");
+  ASSERT_EQ(ftruncate(open.descriptor(), std::numeric_limits<off_t>::max()), 0);
+  const auto file = KVLInputFile::newWithDescriptor("a", std::nullopt, open.descriptor());
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(file->data(), std::nullopt);
+  kvl::URLRequest request("a");
+  const kvl::Dictionary input{{"name", "f"}, {"value", file}};
+  for (const auto& inputs : {kvl::Array{input}, kvl::Array{input, input, input}}) {
+    const auto error = KVLExtensions::setHTTPBodyWithInputs(request, inputs);
+    ASSERT_TRUE(error);
+    EXPECT_TRUE(error->is(kvl::NSPOSIXErrorDomain, ENOMEM)) << kvl::describe(*error);
+  }
 }
 
 TEST(InputFileTest, OnlyRegularFilesCanBeReadLater) {
