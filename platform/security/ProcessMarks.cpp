@@ -71,8 +71,16 @@ std::optional<ProcessStatus> readProcess(const std::string& name) {
   return ProcessStatus{text.substr(0, nameBegin), std::string(fields[kStart]), isDead};
 }
 
+// This process's own, unless /proc is that of another namespace and shows other processes.
+std::optional<ProcessStatus> readSelf() {
+  std::optional<ProcessStatus> self = readProcess("self");
+  if (self && self->number != std::to_string(getpid())) return std::nullopt;
+  return self;
+}
+
 // Hashed, which makes it short. Empty when it cannot be told.
 std::string currentPlace() {
+  if (!readSelf()) return {};
   const std::string boot = readText("/proc/sys/kernel/random/boot_id");
   const std::string processes = readLink("/proc/self/ns/pid");
   if (boot.empty() || processes.empty()) return {};
@@ -89,8 +97,8 @@ std::string currentPlace() {
 ProcessMarks::ProcessMarks() : place_(currentPlace()) {}
 
 std::optional<std::string> ProcessMarks::own() const {
-  const std::optional<ProcessStatus> self = readProcess("self");
-  if (place_.empty() || !self || self->number != std::to_string(getpid())) return std::nullopt;
+  const std::optional<ProcessStatus> self = readSelf();
+  if (place_.empty() || !self) return std::nullopt;
   return std::string(kVersion) + "." + place_ + "." + self->number + "." + self->start;
 }
 

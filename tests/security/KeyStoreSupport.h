@@ -36,8 +36,9 @@ inline kvl::security::StoredKey storedKey(const std::string& tag,
           "a comment", "a description", kvl::security::WipedBytes(1200, filling)};
 }
 
-// The mark of a child process, which has ended.
-inline std::string markOfEndedProcess(bool inNamespaceOfItsOwn = false) {
+// What a child process, which has ended, has to say.
+template <class Speech>
+std::string fromEndedProcess(bool inNamespaceOfItsOwn, Speech speech) {
   int ends[2];
   if (pipe(ends) != 0) return {};
   const pid_t child = fork();
@@ -48,8 +49,8 @@ inline std::string markOfEndedProcess(bool inNamespaceOfItsOwn = false) {
       wait(nullptr);
       _exit(0);
     }
-    const std::string mark = kvl::security::ProcessMarks().own().value_or("none");
-    (void)!write(ends[1], mark.data(), mark.size());
+    const std::string words = speech();
+    (void)!write(ends[1], words.data(), words.size());
     _exit(0);
   }
   close(ends[1]);
@@ -58,6 +59,12 @@ inline std::string markOfEndedProcess(bool inNamespaceOfItsOwn = false) {
   close(ends[0]);
   waitpid(child, nullptr, 0);
   return {text.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
+}
+
+// The mark of a child process, which has ended.
+inline std::string markOfEndedProcess(bool inNamespaceOfItsOwn = false) {
+  return fromEndedProcess(inNamespaceOfItsOwn,
+                          [] { return kvl::security::ProcessMarks().own().value_or("none"); });
 }
 
 // As long as it lives, this process can open next to nothing. The few that are left are for

@@ -2,6 +2,8 @@
 #include "tests/security/KeyStoreSupport.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 namespace kvl::security {
@@ -42,6 +44,22 @@ TEST(ProcessMarksTest, NothingIsSaidOfOtherPlaces) {
 TEST(ProcessMarksTest, WithoutAViewOfItselfAProcessHasNoMark) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can make a namespace of processes";
   EXPECT_EQ(markOfEndedProcess(true), "none");
+}
+
+// The process that it finds in /proc under a number is not the one that has this number for it.
+TEST(ProcessMarksTest, WithoutAViewOfItselfAProcessSaysNothingOfOthers) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can make a namespace of processes";
+  const std::string words = kvltest::fromEndedProcess(true, [] {
+    if (unshare(CLONE_NEWNS) != 0 ||
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("proc", "/proc", "proc", 0, nullptr) != 0)
+      return std::string("no view of its own");
+    const std::string mark = ProcessMarks().own().value_or("none");
+    umount("/proc");
+    return ProcessMarks().isOfEndedProcess(mark) ? "ended: " + mark : "nothing";
+  });
+  if (words == "no view of its own") GTEST_SKIP() << "/proc cannot be mounted here";
+  EXPECT_EQ(words, "nothing");
 }
 
 TEST(ProcessMarksTest, NothingIsSaidOfWhatIsNoMark) {
