@@ -180,9 +180,9 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   /// The source as `setEventStreamSource` stored it; setting it here opens nothing.
   [[nodiscard]] std::string eventSource() const;
   void setEventSource(std::string source);
-  /// The concurrent queue "korvale.local.session", on which all timers fire. Blocks that a host posts
-  /// to it may block: the session's own ones do not wait for them. On a queue that the host has set
-  /// they do.
+  /// The concurrent queue "korvale.local.session", on which all timers fire. Blocks that a host
+  /// posts to it may block: the session's own ones do not wait for them. On a queue that the host
+  /// has set they do.
   [[nodiscard]] std::shared_ptr<kvl::DispatchQueue> queue() const;
   /// @pre not null
   void setQueue(std::shared_ptr<kvl::DispatchQueue> queue);

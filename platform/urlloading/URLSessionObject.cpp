@@ -61,7 +61,7 @@ URLSessionObject::URLSessionObject(URLSessionConfiguration configuration,
     : configuration_(std::move(configuration)),
       delegate_(std::move(delegate)),
       queue_(DispatchQueue::serial(kQueueLabel)),
-      challengeQueue_(challengeQueue ? std::move(challengeQueue) : queue_),
+      challengeQueue_(challengeQueue ? std::move(challengeQueue) : std::shared_ptr(queue_)),
       engine_(std::make_shared<Engine>(configuration_)) {}
 
 URLSessionObject::~URLSessionObject() {

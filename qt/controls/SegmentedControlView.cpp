@@ -34,7 +34,8 @@ class SegmentLayout final : public QHBoxLayout {
 
   void setGeometry(const QRect& rect) override {
     if (rect.width() >= sizeHint().width()) return QHBoxLayout::setGeometry(rect);
-    QLayout::setGeometry(rect);
+    // Remembers the rectangle; the box's own would place the items, too.
+    QLayout::setGeometry(rect);  // NOLINT(bugprone-parent-virtual-call)
     const auto direction = parentWidget()->layoutDirection();
     int left = rect.left();
     for (int i = 0; const int width : sharesOf(rect.width())) {
