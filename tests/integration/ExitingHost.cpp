@@ -75,19 +75,20 @@ void read(const std::shared_ptr<kvl::DispatchQueue>& queue, std::size_t size) {
 void load(bool exits) {
   auto& session = *global.session;
   kvl::URLRequest menu("desktop");
-  session.request(menu, [exits](std::optional<kvl::Data> body, kvl::URLResponseRef response,
-                                std::optional<kvl::Error>) {
-    if (body) {
-      static_cast<void>(KVLEncoding::rootFromResponse(response, body));
-    }
-    received(exits);
-  });
-  session.request(
-      kvl::URLRequest("image?format=svg&side=400"),
-      [](std::optional<kvl::Data> body, kvl::URLResponseRef, std::optional<kvl::Error>) {
-        const auto image = body ? kvl::Image::imageWithData(*body) : nullptr;
-        if (image) static_cast<void>(image->rasterised(1));
-      });
+  session.request(menu,
+                  [exits](const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
+                          const std::optional<kvl::Error>&) {
+                    if (body) {
+                      static_cast<void>(KVLEncoding::rootFromResponse(response, body));
+                    }
+                    received(exits);
+                  });
+  session.request(kvl::URLRequest("image?format=svg&side=400"),
+                  [](const std::optional<kvl::Data>& body, const kvl::URLResponseRef&,
+                     const std::optional<kvl::Error>&) {
+                    const auto image = body ? kvl::Image::imageWithData(*body) : nullptr;
+                    if (image) static_cast<void>(image->rasterised(1));
+                  });
 }
 
 }  // namespace
