@@ -99,14 +99,20 @@ TEST_F(KernelKeyringTest, ProcessesWithAnotherSessionSeeTheKeys) {
   EXPECT_EQ(found.get_future().get(), 1U);
 }
 
+bool hasRing(const std::string& tag) {
+  kernel::Serial ring = 0;
+  return kernel::findRing("korvale.vandrel.local.keys:" + tag, kernel::userKeyring(), ring) == 0;
+}
+
 TEST_F(KernelKeyringTest, ADeletionThatFailsIsToldWhateverOtherStoresSay) {
   ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
   constexpr key_perm_t kReadOnly = KEY_USR_VIEW | KEY_USR_READ | KEY_USR_SEARCH | KEY_USR_SETATTR;
   ASSERT_EQ(keyctl_setperm(ring(), kReadOnly), 0);
   const auto chain = makeFallbackKeyStore({store_, makeMemoryKeyStore()});
   EXPECT_EQ(chain->remove(tag_, std::nullopt, soon()), errSecInternalComponent);
-  ASSERT_EQ(keyctl_setperm(ring(), kReadOnly | KEY_USR_WRITE), 0);
+  ASSERT_EQ(keyctl_setperm(ring(), KEY_POS_ALL | KEY_USR_ALL), 0);
   EXPECT_EQ(chain->remove(tag_, std::nullopt, soon()), kSuccess);
+  EXPECT_FALSE(hasRing(tag_));
 }
 
 // Gives up root's own, large quota; everybody else has a plain user's already. For this thread
@@ -140,11 +146,6 @@ std::size_t keysOf(const std::string& tag) {
   std::vector<StoredKey> keys;
   EXPECT_EQ(makeKernelKeyringKeyStore()->find(tag, keys, soon()), kSuccess);
   return keys.size();
-}
-
-bool hasRing(const std::string& tag) {
-  kernel::Serial ring = 0;
-  return kernel::findRing("korvale.vandrel.local.keys:" + tag, kernel::userKeyring(), ring) == 0;
 }
 
 // A program of a plain user that adds a pair and then lives until it is killed, so that it deletes
