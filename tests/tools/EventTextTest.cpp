@@ -113,5 +113,12 @@ INSTANTIATE_TEST_SUITE_P(
                     Line{"a\tid=2", "one\rtwo", "\\", "a\\tid=2\tid=\\\\\tdata=one\\rtwo\n",
                          "{\"event\":\"a\\tid=2\",\"data\":\"one\\rtwo\",\"id\":\"\\\\\"}\n"}));
 
+TEST(ReceivingTextTest, RepeatsOnlyNumbersOfAService) {
+  EXPECT_EQ(receivingText("17"), "receiving 17 bytes");
+  EXPECT_EQ(receivingText(std::nullopt), "receiving the answer");
+  for (const char* const other : {"", "-1", "5\x1b[2J", "5\u202e", "5 6", "0x5"})
+    EXPECT_EQ(receivingText(other), "receiving the answer") << other;
+}
+
 }  // namespace
 }  // namespace kvlocal

@@ -77,8 +77,7 @@ Rendezvous::Limit earlier(Rendezvous::Limit a, Rendezvous::Limit b) {
 std::string phaseOf(const Exchange::Task& task) {
   const auto response = task ? task->response() : nullptr;
   if (!response) return "waiting for the answer";
-  const auto length = response->headers.find("Content-Length");
-  return length ? "receiving " + std::string(*length) + " bytes" : "receiving the answer";
+  return receivingText(response->headers.find("Content-Length"));
 }
 
 Result waitVisibly(Rendezvous& rendezvous, const Exchange& exchange, const Exchange::Task& task,

@@ -91,6 +91,14 @@ std::string wrapped(std::string_view text, std::size_t width) {
   }
 }
 
+std::string receivingText(std::optional<std::string_view> contentLength) {
+  const auto isDigit = [](char character) { return character >= '0' && character <= '9'; };
+  const bool isNumber =
+      contentLength && !contentLength->empty() && std::ranges::all_of(*contentLength, isDigit);
+  if (!isNumber) return "receiving the answer";
+  return "receiving " + std::string(*contentLength) + " bytes";
+}
+
 std::string escaped(std::string_view value) {
   std::string text;
   while (!value.empty()) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,5 +21,9 @@ namespace kvlocal {
 // that is possible; what goes on stands below the second column of its line, if that begins in the
 // first half of the width.
 [[nodiscard]] std::string wrapped(std::string_view text, std::size_t width);
+
+// What goes on while a body arrives whose answer gives its size with these words. They are a
+// service's, so they are repeated only where they are a number.
+[[nodiscard]] std::string receivingText(std::optional<std::string_view> contentLength);
 
 }  // namespace kvlocal
