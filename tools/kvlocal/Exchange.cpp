@@ -188,7 +188,7 @@ std::string headText(const kvl::URLResponse& response) {
   std::string text =
       protocolName(response.httpVersion) + " " + std::to_string(*response.httpStatusCode) + "\n";
   for (const auto& [name, value] : response.headers)
-    text.append(kvl::printable(name + ": " + value)).append("\n");
+    text.append(kvl::printable(name)).append(": ").append(kvl::printable(value)).append("\n");
   return text + "\n";
 }
 
