@@ -52,10 +52,12 @@ TEST_F(BlockedDelegateTest, OtherSessionObjectsGoOnBesideManyBlockedOnes) {
   constexpr int kSessions = 40;
   Semaphore gate;
   Semaphore blocked;
+  Semaphore ended;
   const auto blocking = makeDelegate();
   blocking->onCompletion = [&] {
     blocked.signal();
     gate.wait();
+    ended.signal();
   };
   std::vector<std::shared_ptr<URLSession>> sessions;
   for (int i = 0; i < kSessions; ++i) {
@@ -65,6 +67,8 @@ TEST_F(BlockedDelegateTest, OtherSessionObjectsGoOnBesideManyBlockedOnes) {
   for (int i = 0; i < kSessions; ++i) ASSERT_TRUE(blocked.waitFor(kLongest));
   EXPECT_EQ(load(*session, URLRequest(other.url("127.0.0.1"))).text(), "hello");
   for (int i = 0; i < kSessions; ++i) gate.signal();
+  // Who waits for a semaphore uses it until the wait has returned.
+  for (int i = 0; i < kSessions; ++i) ASSERT_TRUE(ended.waitFor(kLongest));
 }
 
 TEST_F(BlockedDelegateTest, ManyQueuesMayWaitForLoadsAtOnce) {
