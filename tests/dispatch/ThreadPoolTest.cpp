@@ -14,6 +14,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -68,31 +69,32 @@ TEST(ThreadPoolTest, AtTheMostBlocksWaitForAThread) {
 }
 
 TEST(ThreadPoolTest, BlocksThatComputeGetNoThreadsBeyondTheFirst) {
+  const unsigned processors = std::max(1U, std::thread::hardware_concurrency());
   std::deque<std::function<void()>> looks;
-  auto made = options(4, 1, 100);
+  auto made = options(processors, 1, 2 * processors);
   made.later = [&](auto, auto look) { looks.push_back(std::move(look)); };
   ThreadPool& pool = poolWith(std::move(made));
   std::atomic<bool> isOver = false;
-  std::atomic<int> computing = 0;
+  std::atomic<unsigned> computing = 0;
   Semaphore done;
-  constexpr int kBlocks = 60;
-  for (int i = 0; i < kBlocks; ++i) {
+  const unsigned blocks = 4 * processors;
+  for (unsigned i = 0; i < blocks; ++i) {
     pool.post([&] {
       ++computing;
       while (!isOver) continue;
       done.signal();
     });
   }
-  EXPECT_TRUE(kvltest::waitUntil([&] { return computing == 4; }));
+  EXPECT_TRUE(kvltest::waitUntil([&] { return computing == processors; }));
   // As many looks as fit into the time within which nothing need move.
   const auto end = std::chrono::steady_clock::now() + 50ms;
   for (int i = 0; i < 20 && std::chrono::steady_clock::now() < end; ++i) {
     ASSERT_FALSE(looks.empty());
     std::exchange(looks, {}).front()();
   }
-  EXPECT_EQ(pool.threadCount(), 4U);
+  EXPECT_EQ(pool.threadCount(), processors);
   isOver = true;
-  for (int i = 0; i < kBlocks; ++i) EXPECT_TRUE(done.waitFor(kPatience));
+  for (unsigned i = 0; i < blocks; ++i) EXPECT_TRUE(done.waitFor(kPatience));
 }
 
 TEST(ThreadPoolTest, BlocksThatSpinForEachOtherEndNevertheless) {
