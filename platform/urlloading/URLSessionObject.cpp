@@ -231,9 +231,10 @@ void DataTaskObject::finish(TaskOutcome outcome) {
     delegate->didCompleteWithError(*held, shared_from_this(), outcome.error);
 }
 
+// Once the process exits nobody answers. A gate that was opened before is aborted.
 bool DataTaskObject::openGate(const std::shared_ptr<ChallengeGate>& gate) {
   const MutexLock lock(mutex_);
-  if (state_ != State::running) return false;
+  if (state_ != State::running || core::isExiting()) return false;
   gate_ = gate;
   return true;
 }

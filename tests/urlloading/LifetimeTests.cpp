@@ -1,6 +1,15 @@
+#include "platform/core/NoDestructor.h"
+#include "platform/core/ProcessExit.h"
+#include "platform/urlloading/FrameworkSession.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
+#include <local/platform/Semaphore.h>
+
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <future>
 
 // A process that exits while transfers run leaves threads and objects behind, on purpose.
@@ -163,6 +172,58 @@ TEST_F(LifetimeTest, AProcessMayExitWhileTransfersRun) {
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), "");
+}
+
+// Answers the server's challenge when the process begins to exit, so that the next one comes then.
+class AnsweringAtExit : public RecordingDelegate {
+ public:
+  void didReceiveChallenge(URLSession& asking, const Challenge& challenge,
+                           ChallengeHandler completionHandler) override {
+    if (challenge.protectionSpace.authenticationMethod != NSURLAuthenticationMethodServerTrust)
+      return RecordingDelegate::didReceiveChallenge(asking, challenge, completionHandler);
+    RecordingDelegate::didReceiveChallenge(
+        asking, challenge,
+        [completionHandler](ChallengeDisposition disposition, const CredentialRef& chosen) {
+          answer() = [=] { completionHandler(disposition, chosen); };
+          answerIsKept().signal();
+        });
+  }
+  static std::function<void()>& answer() {
+    static NoDestructor<std::function<void()>> kept;
+    return *kept;
+  }
+  static Semaphore& answerIsKept() {
+    static NoDestructor<Semaphore> kept;
+    return *kept;
+  }
+};
+
+void exitInAHandshake(const std::shared_ptr<RecordingDelegate>& delegate, const std::string& url) {
+  static constexpr std::chrono::milliseconds kWithoutWaiting{1500};
+  static std::chrono::steady_clock::time_point began;
+  std::atexit([] {
+    if (std::chrono::steady_clock::now() - began > kWithoutWaiting) _exit(1);
+  });
+  core::addExitStep([] {
+    began = std::chrono::steady_clock::now();
+    AnsweringAtExit::answer()();
+  });
+  const auto session =
+      urlloading::createForFramework(URLSessionConfiguration::ephemeral(), delegate);
+  session->dataTask(URLRequest(url))->resume();
+  AnsweringAtExit::answerIsKept().wait();
+  exitsEarly = true;
+  std::exit(0);
+}
+
+TEST_F(LifetimeTest, AnExitDoesNotWaitForAChallengeThatNobodyAnswers) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const TestTLSServer asking({.identity = &server(), .clientAuthority = &root()},
+                             answering(httpResponse("hello")));
+  const auto answersAtExit = std::make_shared<AnsweringAtExit>();
+  answersAtExit->anchor = root().certificateRef();
+  EXPECT_EXIT(exitInAHandshake(answersAtExit, asking.url("127.0.0.1")),
+              ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
