@@ -79,7 +79,7 @@ void beginExit() noexcept {
   all.isExiting = true;
   takeSteps();
   waitUntilNone(all.uses, ownUses, kLongestUse);
-  waitUntilNone(all.works, ownWorks, kLongestWork);
+  waitUntilNone(all.works, ownWorks > 0 ? 1 : 0, kLongestWork);  // nested ones count as one
 }
 
 // A thread's own objects go first of all when that thread exits the process. Those of the main
