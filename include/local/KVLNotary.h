@@ -78,7 +78,8 @@ class KVL_EXPORT KVLNotary {
   KVLNotary& operator=(const KVLNotary&) = delete;
 
   /// `notariseWithCompletionHandler:` Asks the service for a signature. Never blocks; calls may
-  /// overlap. The notary may be destroyed before the handler runs.
+  /// overlap. The notary may be destroyed before the handler runs. What overrides it must not block
+  /// either: sessions renew from the few threads on which all timers of the framework fire.
   ///
   /// Errors: the channel's (see `sendNotary`); the service's own, unchanged; `NSPOSIXErrorDomain`,
   /// -1002, with the reply's URLs under "urls" when none of them is usable; `NSPOSIXErrorDomain`
