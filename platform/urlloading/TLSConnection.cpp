@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <string_view>
 
 namespace kvl::urlloading {
 namespace {
@@ -132,6 +133,13 @@ std::shared_ptr<TLSConnection> TLSConnection::of(const SSL* ssl) {
   const auto* slot =
       static_cast<ConnectionSlot*>(SSL_CTX_get_ex_data(SSL_get_SSL_CTX(ssl), slotIndex()));
   return slot == nullptr ? nullptr : *slot;
+}
+
+bool TLSConnection::multiplexes(const SSL& ssl) noexcept {
+  const unsigned char* name = nullptr;
+  unsigned int length = 0;
+  SSL_get0_alpn_selected(&ssl, &name, &length);
+  return std::string_view(reinterpret_cast<const char*>(name), length) == "h2";
 }
 
 void TLSConnection::chooseSocket(const std::vector<int>& sockets, int remotePort,

@@ -9,7 +9,10 @@
 
 #include <openssl/ssl.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -99,6 +102,8 @@ class TLSConnection {
                                                              ChallengeSource& source);
   // The state of the connection, or null for one that was not attached.
   [[nodiscard]] static std::shared_ptr<TLSConnection> of(const SSL* ssl);
+  // Whether the connection speaks HTTP/2 (RFC 9113, 3.2).
+  [[nodiscard]] static bool multiplexes(const SSL& ssl) noexcept;
 
   explicit TLSConnection(ChallengeSource& source) noexcept : source_(&source) {}
 
@@ -111,6 +116,13 @@ class TLSConnection {
   // which others are. libcurl takes the announcement of the end for a sign of life.
   [[nodiscard]] bool hasEnded(bool isShared) const noexcept;
   [[nodiscard]] const TLSFacts& facts() const noexcept { return facts_; }
+  // The server has told (GOAWAY) that it has looked at no stream above this one, nor will.
+  void noteLastStream(std::uint32_t stream) noexcept {
+    lastStream_ = std::min(lastStream_, stream);
+  }
+  [[nodiscard]] bool hasDeclined(std::uint32_t stream) const noexcept {
+    return stream > lastStream_;
+  }
   [[nodiscard]] InputMeter& input() noexcept { return input_; }
 
  private:
@@ -127,6 +139,7 @@ class TLSConnection {
   ChallengeSource* source_;
   int socket_ = -1;  // -1: not known
   TLSFacts facts_;
+  std::uint32_t lastStream_ = std::numeric_limits<std::uint32_t>::max();
   InputMeter input_;
 };
 

@@ -20,6 +20,7 @@ constexpr std::uint16_t kHTTPPort = 80;
 constexpr std::uint16_t kHTTPSPort = 443;
 constexpr int kNotModified = 304;
 constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
+constexpr int kMostRepetitions = 3;  // of a request that servers decline
 // The I/O thread waits for the answer, however long the request itself may be silent.
 constexpr std::chrono::seconds kLongestChallenge{60};
 
@@ -69,14 +70,6 @@ bool isEncoded(const HeaderFields& fields) {
   });
 }
 
-// Whether the connection speaks HTTP/2 (RFC 9113, 3.2).
-bool multiplexes(const SSL& ssl) {
-  const unsigned char* name = nullptr;
-  unsigned int length = 0;
-  SSL_get0_alpn_selected(&ssl, &name, &length);
-  return std::string_view(reinterpret_cast<const char*>(name), length) == "h2";
-}
-
 // What it means that no second connection could be made for a request that has gone out.
 CURLcode failureAfterSending(CURLcode code) {
   return code == CURLE_COULDNT_CONNECT || code == CURLE_COULDNT_RESOLVE_HOST ? CURLE_RECV_ERROR
@@ -114,6 +107,7 @@ CURLcode Transfer::prepare() {
   sockets_.clear();
   sent_ = false;
   resendingRefused_ = false;
+  watch_ = {};
   noteActivity();
   OptionSetter options(easy_.get());
   applyCommonOptions(options, cookies_, configuration_);
@@ -184,7 +178,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int loca
     return CURL_PREREQFUNC_ABORT;
   }
   const SSL* ssl = sslOf(self->easy());
-  const bool isShared = ssl != nullptr && multiplexes(*ssl);
+  const bool isShared = ssl != nullptr && TLSConnection::multiplexes(*ssl);
   auto connection = ssl == nullptr ? nullptr : TLSConnection::of(ssl);
   if (connection != self->connection_) self->adopt(std::move(connection));
   if (self->connection_ && self->ownsHandshake_) {
@@ -194,6 +188,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int loca
     self->closeConnectionWithExchange();
     return CURL_PREREQFUNC_ABORT;
   }
+  if (isShared) self->watch_.begin(self->easy(), self->connection_);
   self->connectionKind_ = isShared;
   self->sent_ = true;
   return CURL_PREREQFUNC_OK;
@@ -353,11 +348,21 @@ bool Transfer::follow() {
     ++endedConnections_;
     return true;
   }
+  if (mayRepeat()) {
+    ++repetitions_;
+    return true;
+  }
   if (!redirect_ || refusal_ != Refusal::none || task_->isCancelled()) return false;
   request_ = *std::exchange(redirect_, std::nullopt);
   ++redirects_;
   endedConnections_ = 0;
+  repetitions_ = 0;
   return true;
+}
+
+bool Transfer::mayRepeat() const {
+  return watch_.isDeclined() && repetitions_ < kMostRepetitions && headerBytes_ == 0 &&
+         refusal_ == Refusal::none && !task_->isCancelled();
 }
 
 TaskOutcome Transfer::outcome(CURLcode code) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/urlloading/BodyFraming.h"
+#include "platform/urlloading/DeclineWatch.h"
 #include "platform/urlloading/ResponseHead.h"
 #include "platform/urlloading/TLSConnection.h"
 #include "platform/urlloading/TransferOptions.h"
@@ -53,7 +54,8 @@ class Transfer final : private ChallengeSource {
   // Sets the easy handle up for the present request. @pre it is in no multi handle.
   [[nodiscard]] CURLcode prepare();
   // Takes what libcurl says when the exchange ended. True when the next one follows, after a
-  // redirect or because the connection had ended before the request went out: prepare again.
+  // redirect or because nobody has looked at the request: the connection had ended before it went
+  // out, or the server declined it. Prepare again.
   [[nodiscard]] bool follow();
   // What the exchange came to.
   [[nodiscard]] TaskOutcome outcome(CURLcode code);
@@ -106,6 +108,8 @@ class Transfer final : private ChallengeSource {
                                     const std::shared_ptr<security::ServerTrust>& trust);
 
   void installCallbacks(OptionSetter& options);
+  // Whether the request may go out again because the server declined it.
+  [[nodiscard]] bool mayRepeat() const;
   void adopt(std::shared_ptr<TLSConnection> connection);
   // False when the answer is broken off.
   [[nodiscard]] bool takeHeaderLine(std::string_view line);
@@ -129,6 +133,7 @@ class Transfer final : private ChallengeSource {
   CURLSH* const cookies_;
   const URL originalURL_;
   URLRequest request_;
+  DeclineWatch watch_;
   EasyHandle easy_;
   HeaderList fields_;
   std::shared_ptr<TLSConnection> connection_;
@@ -143,6 +148,7 @@ class Transfer final : private ChallengeSource {
   // Whether the connection turned out to have ended before anything was sent on it, and how often.
   bool foundEnded_ = false;
   int endedConnections_ = 0;
+  int repetitions_ = 0;
 
   ResponseHead head_;
   URLResponseRef response_;

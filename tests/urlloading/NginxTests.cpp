@@ -1,6 +1,7 @@
 #include "tests/support/Nginx.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
+#include <deque>
 #include <fstream>
 #include <set>
 
@@ -30,7 +31,8 @@ class NginxTest : public URLSessionTest, public ::testing::WithParamInterface<co
   }
   [[nodiscard]] static std::string configuration(std::uint16_t port) {
     return "gzip on; gzip_types *;\nserver { listen 127.0.0.1:" + std::to_string(port) +
-           " ssl http2; root .; ssl_certificate server.pem; ssl_certificate_key server.key;"
+           " ssl http2; keepalive_requests 50; root .; ssl_certificate server.pem; "
+           "ssl_certificate_key server.key;"
            " ssl_client_certificate clients.pem; ssl_verify_client on; ssl_protocols " +
            GetParam() +
            ";\nlocation /who { return 200 \"$ssl_client_s_dn $server_protocol $ssl_protocol\"; } "
@@ -49,6 +51,24 @@ TEST_P(NginxTest, SpeaksHTTP2WithTheIdentity) {
   ASSERT_FALSE(outcome.error) << outcome.error->description();
   EXPECT_EQ(outcome.response->httpVersion, 20);
   EXPECT_EQ(outcome.text(), std::string("CN=client HTTP/2.0 ") + GetParam());
+}
+
+// After as many requests the server ends a connection and declines those that are on their way.
+TEST_P(NginxTest, TheEndOfAConnectionCostsNoRequest) {
+  constexpr int kRequests = 1500;
+  constexpr std::size_t kInFlight = 16;
+  std::deque<OutcomeBox> boxes;
+  int failures = 0;
+  const auto takeOne = [&] {
+    failures += boxes.front().wait().error ? 1 : 0;
+    boxes.pop_front();
+  };
+  for (int sent = 0; sent < kRequests; ++sent) {
+    if (boxes.size() == kInFlight) takeOne();
+    session->dataTask(URLRequest(url("/small")), boxes.emplace_back().handler())->resume();
+  }
+  while (!boxes.empty()) takeOne();
+  EXPECT_EQ(failures, 0);
 }
 
 TEST_P(NginxTest, SpeaksHTTP11WhenHTTP2IsNotAllowed) {

@@ -1,4 +1,4 @@
-// A request goes out once, whatever becomes of its connection.
+// A request goes out once, whatever becomes of its connection, unless the server has declined it.
 #include "tests/support/HTTP2Peer.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/urlloading/URLSessionFixture.h"

@@ -107,7 +107,9 @@ using DataTaskHandler =
     std::function<void(std::optional<Data>, URLResponseRef, std::optional<Error>)>;
 
 /// One request under way. Usable from any thread. A started task runs to its end even when nobody
-/// holds it.
+/// holds it. The request goes out once: without an answer it has failed with
+/// `NSURLErrorNetworkConnectionLost`, and the server may have taken it. Only one that the server
+/// says it has not looked at (HTTP/2's GOAWAY) goes out again, three times at most.
 class KVL_EXPORT DataTask {
  public:
   /// With the platform's numeric values.

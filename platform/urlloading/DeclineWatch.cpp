@@ -1,0 +1,53 @@
+#include "platform/urlloading/DeclineWatch.h"
+
+#include <charconv>
+#include <optional>
+#include <utility>
+
+namespace kvl::urlloading {
+namespace {
+
+constexpr std::string_view kStream = "Using Stream ID: ";
+constexpr std::string_view kRefused = "REFUSED_STREAM, ";
+constexpr std::string_view kGoAway = "recveived GOAWAY, ";  // as libcurl 7.88 spells it
+constexpr std::string_view kLastStream = "last_stream=";
+
+// The number that follows upon `label`.
+std::optional<std::uint32_t> numberAfter(std::string_view label, std::string_view text) {
+  const auto place = text.find(label);
+  if (place == std::string_view::npos) return std::nullopt;
+  text.remove_prefix(place + label.size());
+  std::uint32_t number = 0;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  return result.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+}  // namespace
+
+void DeclineWatch::begin(CURL* easy, std::shared_ptr<TLSConnection> connection) {
+  connection_ = std::move(connection);
+  curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &DeclineWatch::onDebug);
+  curl_easy_setopt(easy, CURLOPT_DEBUGDATA, this);
+  curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
+}
+
+int DeclineWatch::onDebug(CURL*, curl_infotype kind, char* bytes, std::size_t size, void* watch) {
+  if (kind == CURLINFO_TEXT) static_cast<DeclineWatch*>(watch)->take({bytes, size});
+  return 0;
+}
+
+void DeclineWatch::take(std::string_view text) noexcept {
+  if (text.starts_with(kStream)) {
+    stream_ = numberAfter(kStream, text).value_or(0);
+  } else if (text.starts_with(kRefused)) {
+    refused_ = true;
+  } else if (text.starts_with(kGoAway) && connection_) {
+    if (const auto last = numberAfter(kLastStream, text)) connection_->noteLastStream(*last);
+  }
+}
+
+bool DeclineWatch::isDeclined() const noexcept {
+  return stream_ != 0 && connection_ && (refused_ || connection_->hasDeclined(stream_));
+}
+
+}  // namespace kvl::urlloading

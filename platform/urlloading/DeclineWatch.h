@@ -1,0 +1,35 @@
+// Whether the server has declined a request.
+#pragma once
+
+#include "platform/urlloading/TLSConnection.h"
+
+#include <curl/curl.h>
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+
+namespace kvl::urlloading {
+
+// An HTTP/2 server may say that it has not looked at a request and will not: it refuses the stream,
+// or ends the connection after an earlier one (RFC 9113, 8.7). Such a request may go out again, one
+// that is lost may not, and libcurl fails or repeats both in the same way. Only its texts tell them
+// apart; from another libcurl, whose texts are others, declined requests fail like lost ones.
+// One exchange's own, on the I/O thread only; must outlive the easy handle.
+class DeclineWatch {
+ public:
+  // The exchange of `easy` is about to send its request on this connection, which multiplexes.
+  void begin(CURL* easy, std::shared_ptr<TLSConnection> connection);
+  // What libcurl says of the exchange, or of its connection, which others may share.
+  void take(std::string_view text) noexcept;
+  [[nodiscard]] bool isDeclined() const noexcept;
+
+ private:
+  static int onDebug(CURL*, curl_infotype kind, char* bytes, std::size_t size, void* watch);
+
+  std::shared_ptr<TLSConnection> connection_;
+  std::uint32_t stream_ = 0;  // 0: none yet
+  bool refused_ = false;
+};
+
+}  // namespace kvl::urlloading
