@@ -73,10 +73,11 @@ TEST_F(DeclinedRequestTest, BeyondTheLastStreamGoesOutAgain) {
 
 TEST_F(DeclinedRequestTest, OnAConnectionThatWasUsedGoesOutAgain) {
   const TestTLSServer server(options(), numbered([](HTTP2Peer& peer, int connection) {
+                               if (connection > 1) return answerAll(peer);
                                const auto first = peer.nextRequest();
                                if (!first) return;
                                peer.sendHead(*first, true);
-                               if (connection > 1 || !peer.nextRequest()) return;
+                               if (!peer.nextRequest()) return;
                                peer.sendGoAway(*first);
                                drain(peer);
                              }));
