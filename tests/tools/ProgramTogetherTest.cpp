@@ -50,8 +50,9 @@ wait $one && wait $two && exit $failed)");
     const std::string text = fileText(log);
     EXPECT_THAT(
         text, AllOf(Not(HasSubstr("client identity error")), Not(HasSubstr("notarisation error"))));
-    // The first identity, and a renewal every three or four seconds.
-    EXPECT_THAT(timesIn(text, "notary signature valid until"), AllOf(Ge(3), Le(4))) << text;
+    // The first identity, and a renewal every three or four seconds from then on, which may be late
+    // on a busy machine.
+    EXPECT_THAT(timesIn(text, "notary signature valid until"), AllOf(Ge(2), Le(4))) << text;
   }
 }
 

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
+
 namespace kvltest {
 namespace {
 
@@ -107,6 +109,19 @@ TEST_F(WaitingTest, AServiceThatAppearsLaterIsSeen) {
     restartService();
     EXPECT_EQ(program.wait(), 0) << command.front() << errors();
   }
+}
+
+TEST_F(WaitingTest, WhatTheServiceSentElsewhereIsNotSentToItAgain) {
+  const std::string path = directory.path() / "document.json";
+  std::ofstream(path) << "{}";
+  const Outcome outcome = run({"submit", "/redirect?status=307&to=https%3A%2F%2F127.0.0.1%3A1%2F",
+                               "--data", path, "--timeout", kWaits, "--verbose"});
+  EXPECT_EQ(outcome.exitCode, 4);
+  EXPECT_THAT(outcome.errors, HasSubstr("[NSURLErrorDomain -1004]"));
+  const auto first = outcome.errors.find("error from request: ");
+  ASSERT_NE(first, std::string::npos);
+  EXPECT_EQ(outcome.errors.find("error from request: ", first + 1), std::string::npos)
+      << outcome.errors;
 }
 
 TEST_F(WaitingTest, AServiceThatDoesNotAppearIsToldAtTheEnd) {

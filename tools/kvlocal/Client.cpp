@@ -53,6 +53,14 @@ bool isUnreachable(const kvl::Error& error) {
   return error.is(kvl::NSCocoaErrorDomain, kvl::NSXPCConnectionInvalid);
 }
 
+// Where a redirect leads to is no matter of the service's, and it has had the request by then.
+bool isOfService(const kvl::Error& error, const KVLNotarySignature& signature) {
+  const auto text = error.userInfo()[kvl::NSURLErrorFailingURLStringErrorKey].string();
+  const auto failed = text ? kvl::URL::parse(*text) : std::nullopt;
+  const auto base = signature.baseURL();
+  return failed && base && failed->host() == base->host() && failed->port() == base->port();
+}
+
 }  // namespace
 
 std::optional<std::string> notaryPath(const Settings& settings) {
@@ -124,9 +132,10 @@ std::chrono::steady_clock::time_point Client::nextTrial() {
 }
 
 bool Client::mayYetReachService(const kvl::Error& error) const {
-  const bool isRefused = error.is(kvl::NSURLErrorDomain, kvl::NSURLErrorCannotConnectToHost);
-  const bool isLost =
-      error.is(kvl::NSURLErrorDomain, kvl::NSURLErrorUnknown) && !session_->signature();
+  const auto signature = session_->signature();
+  const bool isRefused = error.is(kvl::NSURLErrorDomain, kvl::NSURLErrorCannotConnectToHost) &&
+                         (!signature || isOfService(error, *signature));
+  const bool isLost = error.is(kvl::NSURLErrorDomain, kvl::NSURLErrorUnknown) && !signature;
   return context_.settings.retries() && !isOver() && (isRefused || isLost);
 }
 
