@@ -1,5 +1,6 @@
 // Descriptors run out: everything fails as the error of what was asked for, and works again later.
 #include "tests/integration/LocalService.h"
+#include "tests/support/WaitUntil.h"
 
 #include <local/platform/Image.h>
 #include <local/platform/URLSession.h>
@@ -48,7 +49,10 @@ TEST_F(ExhaustionTest, ASessionMadeWithoutDescriptorsRecovers) {
     createSession();
     ASSERT_TRUE(states->waitFor(KVLSessionStateDisconnected));
     EXPECT_TRUE(get("status").error);
-    EXPECT_EQ(session->progress()->state().localizedDescription, "Reconnecting\u2026");
+    // Told after the state.
+    EXPECT_TRUE(waitUntil([this] {
+      return session->progress()->state().localizedDescription == "Reconnecting\u2026";
+    }));
     const auto ran = std::make_shared<kvl::Semaphore>();
     session->queue()->asyncAfter(std::chrono::milliseconds(1), [ran] { ran->signal(); });
     EXPECT_TRUE(ran->waitFor(kPatience));
