@@ -1,13 +1,16 @@
+#include "platform/core/NoDestructor.h"
 #include "platform/core/ProcessExit.h"
 #include "platform/interface/ImageModule.h"
 
 #include <local/platform/Atomic.h>
 #include <local/platform/Image.h>
+#include <local/platform/Mutex.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <utility>
+#include <vector>
 
 namespace kvl {
 namespace {
@@ -18,7 +21,17 @@ struct PictureRelease {
   const KVLImageFunctions* functions;
   void operator()(KVLImagePicture* picture) const {
     const core::LibraryUse use;
-    if (use) functions->release(picture);
+    if (use) return functions->release(picture);
+    keepForGood(picture);
+  }
+
+ private:
+  // Where looking for leaks finds them.
+  static void keepForGood(KVLImagePicture* picture) {
+    static Mutex mutex;
+    static NoDestructor<std::vector<KVLImagePicture*>> kept;
+    const MutexLock lock(mutex);
+    kept->push_back(picture);
   }
 };
 using PicturePtr = std::unique_ptr<KVLImagePicture, PictureRelease>;

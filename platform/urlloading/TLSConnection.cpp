@@ -190,7 +190,7 @@ int TLSConnection::selectCertificate(SSL* ssl, void* connection) {
 
 bool TLSConnection::presentIdentity(SSL* ssl) {
   facts_.certificateRequested = true;
-  if (source_ == nullptr) return true;
+  if (source_ == nullptr) return false;
   const ChallengeAnswer answer = source_->askClientCertificate();
   facts_.undecided = answer.undecided;
   if (answer.undecided) return false;

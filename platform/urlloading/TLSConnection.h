@@ -25,7 +25,8 @@ using SteadyTime = std::chrono::steady_clock::time_point;
 // Why a challenge ended although nobody decided about the certificates.
 enum class Undecided {
   timedOut,  // no answer came in time
-  closing    // the session object is closing, and its delegate has nothing left to judge by
+  closing,   // the session object is closing, and its delegate has nothing left to judge by
+  cancelled  // the exchange that made the connection ends; others must not get it as it is
 };
 
 struct ChallengeAnswer {
@@ -107,7 +108,7 @@ class TLSConnection {
 
   explicit TLSConnection(ChallengeSource& source) noexcept : source_(&source) {}
 
-  // From here on every question is answered with a refusal.
+  // From here on every question ends the handshake.
   void detach() noexcept { source_ = nullptr; }
   void markAnswered() noexcept { facts_.answered = true; }
   // The connection's socket is the one of these that is connected from and to these ports.

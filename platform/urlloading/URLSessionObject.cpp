@@ -253,7 +253,8 @@ ChallengeAnswer DataTaskObject::ask(ProtectionSpace space,
                                     SteadyTime deadline) {
   const auto held = session();
   const auto gate = std::make_shared<ChallengeGate>(std::move(trust));
-  if (!held || !openGate(gate)) return {};
+  if (!held || !openGate(gate))
+    return {ChallengeDisposition::rejectProtectionSpace, nullptr, 0, Undecided::cancelled};
   held->challengeQueue().async(
       [held, handler = gate->handler(), challenge = Challenge{std::move(space)}] {
         const core::ThreadWork work;
@@ -267,6 +268,8 @@ ChallengeAnswer DataTaskObject::ask(ProtectionSpace space,
       answer.disposition != ChallengeDisposition::useCredential && answer.verifyError == 0;
   if (isRefusedUnseen && !answer.undecided && isClosing()) answer.undecided = Undecided::closing;
   const MutexLock lock(mutex_);
+  if (isRefusedUnseen && !answer.undecided && state_ != State::running)
+    answer.undecided = Undecided::cancelled;
   gate_.reset();
   return answer;
 }
