@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 readonly package_list=packaging/debian-packages.txt
-readonly presets='debug unity release asan tsan plain demo demo-qt'
+readonly presets='debug unity release asan tsan plain mutants demo demo-qt'
 
 section() { printf '\n== %s\n' "$*"; }
 note() { printf '   %s\n' "$*"; }

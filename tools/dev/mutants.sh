@@ -1,0 +1,6 @@
+# ./dev mutants
+# shellcheck shell=bash
+
+packages_for_mutants() { printf '%s\n' build qt peers display tests; }
+
+run_mutants() { python3 tools/dev/mutants.py "$@"; }
