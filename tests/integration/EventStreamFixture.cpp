@@ -2,10 +2,6 @@
 
 #include "tests/integration/ServerFiles.h"
 
-#include <unistd.h>
-
-#include <fstream>
-
 namespace kvltest {
 namespace {
 
@@ -52,13 +48,6 @@ testing::AssertionResult isUnbroken(const Tally& tally, std::int64_t last) {
          << tally.count << " events, the last " << tally.last << " of " << last << "; "
          << tally.missing << " missing, " << tally.disorder << " out of order, " << tally.damaged
          << " damaged, in " << tally.batches << " batches";
-}
-
-std::int64_t residentMemory() {
-  std::int64_t all = 0;
-  std::int64_t resident = 0;
-  std::ifstream("/proc/self/statm") >> all >> resident;
-  return resident * sysconf(_SC_PAGESIZE);
 }
 
 // The stream must not begin anew while everything is being taken down.

@@ -21,9 +21,6 @@ enum class Route { direct, nginxHTTP1, nginxHTTP2 };
 // All events from 1 to `last`, whole, in order and none twice.
 testing::AssertionResult isUnbroken(const Tally& tally, std::int64_t last);
 
-// Resident memory of this process, in bytes.
-[[nodiscard]] std::int64_t residentMemory();
-
 class EventStreamFixture : public LocalService {
  protected:
   EventStreamFixture() = default;

@@ -1,5 +1,6 @@
 // A host that is slower than the service holds it back: nothing is lost, and memory stays bounded.
 #include "tests/integration/EventStreamFixture.h"
+#include "tests/support/ProcessFigures.h"
 
 #include <local/platform/DispatchQueue.h>
 

@@ -1,6 +1,7 @@
 // kvl_eventstream_soak: follows a stream at a steady rate for a while. It succeeds when no event
 // was lost and memory stayed flat.
 #include "tests/integration/EventStreamFixture.h"
+#include "tests/support/ProcessFigures.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

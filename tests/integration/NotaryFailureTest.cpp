@@ -1,8 +1,6 @@
 // Whatever the notary does, the session is established again once the cause is gone.
 #include "tests/integration/LocalService.h"
-
-#include <local/platform/DispatchQueue.h>
-#include <local/platform/Mutex.h>
+#include "tests/support/ImpatientQueue.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,30 +9,6 @@ namespace {
 
 using namespace kvltest;
 using namespace std::chrono_literals;
-
-// Runs delayed blocks at once and records the delays, so that the tests check them without waiting.
-class ImpatientQueue final : public kvl::DispatchQueue {
- public:
-  void async(Block block) override { inner_->async(std::move(block)); }
-  void asyncAfter(std::chrono::nanoseconds delay, Block block) override {
-    {
-      const kvl::MutexLock lock(mutex_);
-      delays_.push_back(std::chrono::duration<double>(delay).count());
-    }
-    // Retries follow quickly; the renewal of a good identity keeps its delay.
-    inner_->asyncAfter(delay > 60s ? delay : 50ms, std::move(block));
-  }
-  [[nodiscard]] const std::string& label() const noexcept override { return inner_->label(); }
-  [[nodiscard]] std::vector<double> delays() const {
-    const kvl::MutexLock lock(mutex_);
-    return delays_;
-  }
-
- private:
-  const std::shared_ptr<kvl::DispatchQueue> inner_ = kvl::DispatchQueue::concurrent("impatient");
-  mutable kvl::Mutex mutex_;
-  std::vector<double> delays_ KVL_GUARDED_BY(mutex_);
-};
 
 struct FaultCase {
   const char* name;

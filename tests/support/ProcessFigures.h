@@ -1,0 +1,14 @@
+// What this process holds of the system.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kvltest {
+
+[[nodiscard]] std::size_t threadCount();
+[[nodiscard]] std::size_t descriptorCount();
+// Resident memory, in bytes.
+[[nodiscard]] std::int64_t residentMemory();
+
+}  // namespace kvltest
