@@ -7,11 +7,10 @@ target_compile_options(kvl_flags INTERFACE -Wall -Wextra -Wpedantic -Werror -Wsh
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wno-sign-conversion
   "$<$<CXX_COMPILER_ID:GNU>:-Wno-dangling-else;-Wno-restrict>"
   "$<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>")
-if(CMAKE_UNITY_BUILD)
-  # A source that is included into another one looks like a header to g++, which warns of anonymous
-  # namespaces in it.
-  target_compile_options(kvl_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
-endif()
+# A source that is included into another one looks like a header to g++, which warns of anonymous
+# namespaces in it.
+target_compile_options(kvl_flags INTERFACE
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wno-subobject-linkage>)
 if(KVL_SANITIZE)
   target_compile_options(kvl_flags INTERFACE -fsanitize=${KVL_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)
@@ -24,9 +23,6 @@ endif()
 function(kvl_component name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
-  if(NOT KVL_JOIN_COMPONENTS)
-    set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
-  endif()
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE kvl_flags ${ARG_PRIVATE_LINKS})

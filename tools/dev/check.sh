@@ -65,10 +65,13 @@ check_readme() {
   return 1
 }
 
+# The faults of `./dev mutants` are found where they should be.
+check_mutations() { (cd tools/dev && python3 -B mutations_test.py --quiet 2>&1); }
+
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers arrows lengths scripts readme tidy; do
+  for part in format headers arrows lengths scripts mutations readme tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done

@@ -4,6 +4,9 @@
 readonly package_list=packaging/debian-packages.txt
 readonly presets='debug unity release asan tsan plain mutants demo demo-qt'
 
+# What one build tree has compiled, another one need not: paths count from the tree's root.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+
 section() { printf '\n== %s\n' "$*"; }
 note() { printf '   %s\n' "$*"; }
 die() {

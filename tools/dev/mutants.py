@@ -156,18 +156,17 @@ class Copy:
 class Mutant:
     """A generated fault."""
 
-    def __init__(self, mutation):
-        self.mutation, self.path, self.folder, self.name = mutation, mutation.path, folder_of(mutation.path), str(mutation)
-        self.tests = None
+    def __init__(self, mutation, source):
+        self.mutation, self.source = mutation, source
+        self.folder, self.name, self.tests = folder_of(mutation.path), str(mutation), None
 
     def apply(self, copy):
-        target = copy.root / self.path
-        source = pathlib.Path(self.path).read_text()
-        target.write_text(source[: self.mutation.begin] + self.mutation.text + source[self.mutation.end :])
+        changed = self.source[: self.mutation.begin] + self.mutation.text + self.source[self.mutation.end :]
+        (copy.root / self.mutation.path).write_text(changed)
         return True
 
     def take_back(self, copy):
-        shutil.copyfile(self.path, copy.root / self.path)
+        (copy.root / self.mutation.path).write_text(self.source)
 
 
 class NamedFault:
@@ -184,15 +183,15 @@ class NamedFault:
             self.folder = next((each for each in PROGRAMS if each.endswith("/" + self.folder)), None)
         if self.folder is None:
             sys.exit(f"{path}: there is no folder {found.group(1)}")
-        self.touched = re.findall(r"^\+\+\+ b/(\S+)", head, re.M)
+        touched = re.findall(r"^\+\+\+ b/(\S+)", head, re.M)
+        self.sources = {each: pathlib.Path(each).read_text() for each in touched}
 
     def apply(self, copy):
-        return subprocess.run(["git", "apply", "--unsafe-paths", "--directory", str(copy.root), str(self.path)],
-                              capture_output=True).returncode == 0 or copy.run(["patch", "-p1", "-i", str(self.path.resolve())]) == 0
+        return copy.run(["patch", "--strip=1", "--forward", f"--input={self.path.resolve()}"]) == 0
 
     def take_back(self, copy):
-        for each in self.touched:
-            shutil.copyfile(each, copy.root / each)
+        for path, source in self.sources.items():
+            (copy.root / path).write_text(source)
 
 
 def tried(copy, fault):
@@ -232,10 +231,11 @@ def candidates(folders, seed):
             continue
         if folder_of(path) is None or not any(path.startswith(each.rstrip("/") + "/") or path == each for each in folders):
             continue
-        for each in mutations_of(path, pathlib.Path(path).read_text()):
+        source = pathlib.Path(path).read_text()
+        for each in mutations_of(path, source):
             if (path, each.before, each.after) not in equivalent:
-                found.setdefault(each.order(seed), each)
-    return [Mutant(found[key]) for key in sorted(found)]
+                found.setdefault(each.order(seed), Mutant(each, source))
+    return [found[key] for key in sorted(found)]
 
 
 def report(outcome, counts, lock):

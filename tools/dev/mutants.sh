@@ -3,4 +3,4 @@
 
 packages_for_mutants() { printf '%s\n' build qt peers display tests; }
 
-run_mutants() { python3 tools/dev/mutants.py "$@"; }
+run_mutants() { python3 -B tools/dev/mutants.py "$@"; }
