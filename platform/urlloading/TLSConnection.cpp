@@ -151,7 +151,9 @@ void TLSConnection::chooseSocket(const std::vector<int>& sockets, int remotePort
   input_.setSocket(socket_);
 }
 
-bool TLSConnection::hasEnded(bool isShared) const noexcept {
+bool TLSConnection::hasEnded(const SSL& ssl, bool isShared) const noexcept {
+  // libcurl takes as much of a record as the answer needs, and the rest waits here.
+  if (!isShared && SSL_has_pending(&ssl) != 0) return true;
   if (socket_ < 0) return false;
   pollfd state{socket_, POLLIN | POLLRDHUP, 0};
   if (poll(&state, 1, 0) <= 0) return false;

@@ -114,8 +114,10 @@ class TLSConnection {
   // The connection's socket is the one of these that is connected from and to these ports.
   void chooseSocket(const std::vector<int>& sockets, int remotePort, int localPort) noexcept;
   // Whether the server has ended a connection on which nothing is under way, or, `isShared`, on
-  // which others are. libcurl takes the announcement of the end for a sign of life.
-  [[nodiscard]] bool hasEnded(bool isShared) const noexcept;
+  // which others are. libcurl takes the announcement of the end for a sign of life. Without others
+  // a connection that brings anything at all is at its end: it would be the next answer's
+  // beginning.
+  [[nodiscard]] bool hasEnded(const SSL& ssl, bool isShared) const noexcept;
   [[nodiscard]] const TLSFacts& facts() const noexcept { return facts_; }
   // The server has told (GOAWAY) that it has looked at no stream above this one, nor will.
   void noteLastStream(std::uint32_t stream) noexcept {

@@ -183,7 +183,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int loca
   if (connection != self->connection_) self->adopt(std::move(connection));
   if (self->connection_ && self->ownsHandshake_) {
     self->connection_->chooseSocket(self->sockets_, remotePort, localPort);
-  } else if (self->connection_ && self->connection_->hasEnded(isShared)) {
+  } else if (self->connection_ && self->connection_->hasEnded(*ssl, isShared)) {
     self->foundEnded_ = true;
     self->closeConnectionWithExchange();
     return CURL_PREREQFUNC_ABORT;

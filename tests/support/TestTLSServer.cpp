@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/err.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -166,6 +167,9 @@ void TestTLSServer::accept() {
   for (;;) {
     const int accepted = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
     if (accepted < 0) return;
+    // What is written leaves at once: a test may count on it.
+    const int now = 1;
+    setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &now, sizeof(now));
     ++connections_;
     std::lock_guard lock(mutex_);
     sockets_.push_back(accepted);
