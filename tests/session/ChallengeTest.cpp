@@ -1,3 +1,4 @@
+#include "tests/session/FakeTrust.h"
 #include "tests/session/SessionFixture.h"
 
 namespace {
@@ -5,36 +6,6 @@ namespace {
 using namespace kvltest;
 using kvl::ChallengeDisposition;
 using kvl::TrustResult;
-
-// A trust whose evaluation comes out as the test says.
-class FakeTrust final : public kvl::Trust {
- public:
-  [[nodiscard]] kvl::Status setAnchorCertificates(
-      const std::vector<kvl::CertificateRef>& anchors) override {
-    received = anchors;
-    return anchorStatus;
-  }
-  [[nodiscard]] kvl::Status evaluate(TrustResult& outcome) override {
-    ++evaluations;
-    if (evaluationStatus == kvl::kSuccess) outcome = result;
-    return evaluationStatus;
-  }
-  [[nodiscard]] kvl::Status legacyResultCode(std::int32_t& value) const override {
-    if (codeStatus == kvl::kSuccess) value = code;
-    return codeStatus;
-  }
-  [[nodiscard]] std::optional<kvl::Dictionary> copyResult() const override { return details; }
-  [[nodiscard]] std::vector<kvl::CertificateRef> certificates() const override { return {}; }
-
-  std::vector<kvl::CertificateRef> received;
-  kvl::Status anchorStatus = kvl::kSuccess;
-  kvl::Status evaluationStatus = kvl::kSuccess;
-  TrustResult result = TrustResult::unspecified;
-  kvl::Status codeStatus = kvl::kSuccess;
-  std::int32_t code = 0;
-  std::optional<kvl::Dictionary> details = kvl::Dictionary{{"why", "because"}};
-  int evaluations = 0;
-};
 
 struct Answer {
   ChallengeDisposition disposition;

@@ -319,10 +319,21 @@ TEST_F(SessionEventStreamTest, LinesAreAsLongAsTheHTTPSSessionObjectWasConfigure
 TEST_F(SessionEventStreamTest, CancelKeepsTheIdentifierAndForgetsTheRest) {
   open();
   receive("event: a\nid: 1\n\nrest");
-  session->eventStream()->cancel();
-  EXPECT_EQ(session->eventStream()->task(), nullptr);
-  EXPECT_EQ(session->eventStream()->data(), std::nullopt);
-  EXPECT_EQ(session->eventStream()->lastEventID(), "1");
+  const auto stream = session->eventStream();
+  const auto task = streamTask();
+  stream->setEvent(std::make_shared<KVLEvent>());
+  ASSERT_EQ(stream->data()->text(), "rest");
+  stream->cancel();
+  EXPECT_EQ(task->state(), kvl::DataTask::State::canceling);
+  EXPECT_EQ(stream->task(), nullptr);
+  EXPECT_EQ(stream->data(), std::nullopt);
+  EXPECT_EQ(stream->event(), nullptr);
+  EXPECT_EQ(stream->lastEventID(), "1");
+  // What comes next begins afresh.
+  session->setEventStreamSource("others");
+  receive("event: b\nid: 2\n\n");
+  EXPECT_EQ(stream->lastEventID(), "2");
+  EXPECT_EQ(recorder->batches.size(), 2U);
 }
 
 }  // namespace

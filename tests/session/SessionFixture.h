@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -71,7 +72,10 @@ class SessionFixture : public testing::Test {
     environment->now = [queue = queue] { return queue->wallTime(); };
     environment->concurrentQueue = [queue = queue](const std::string&) { return queue; };
     environment->frameworkQueue = environment->concurrentQueue;
-    environment->urlSession = [](auto&&...) { return std::make_shared<FakeURLSession>(); };
+    environment->urlSession = [made = made](const auto&... given) {
+      if (*made) (*made)(given...);
+      return std::make_shared<FakeURLSession>();
+    };
     return environment;
   }
 
@@ -88,6 +92,11 @@ class SessionFixture : public testing::Test {
     std::vector<double> delays;
   };
   [[nodiscard]] Snapshot snapshot() { return {session->state(), queue->takeDelays()}; }
+
+  // Called with what each HTTPS session object of the session's is made with, before it is there.
+  using WhenMade = std::function<void(const kvl::URLSessionConfiguration&,
+                                      const std::weak_ptr<kvl::URLSessionDelegate>&)>;
+  const std::shared_ptr<WhenMade> made = std::make_shared<WhenMade>();
 
   const LogCapture log;
   const std::shared_ptr<DrivenQueue> queue = std::make_shared<DrivenQueue>();

@@ -1,9 +1,8 @@
 #include "tests/session/SessionFixture.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <thread>
+#include <tuple>
 
 namespace {
 
@@ -31,12 +30,39 @@ TEST_F(SessionLifecycleTest, ItsOwnQueueCarriesTheLabel) {
   EXPECT_EQ(session->queue()->label(), "korvale.local.session");
 }
 
+// All members: a new one does not compile until it is here.
+auto membersOf(const kvl::URLSessionConfiguration& configuration) {
+  const auto& [requestTimeOut, headers, connections, http2, redirects, resourceTimeOut, clearText,
+               body, document, image, cells, line, head, buffer] = configuration;
+  return std::tuple(requestTimeOut, headers, connections, http2, redirects, resourceTimeOut,
+                    clearText, body, document, image, cells, line, head, buffer);
+}
+
 TEST_F(SessionLifecycleTest, ConfigurationIsTheEphemeralOneUnchanged) {
   create();
-  const auto ephemeral = kvl::URLSessionConfiguration::ephemeral();
-  EXPECT_EQ(session->configuration().timeoutIntervalForRequest,
-            ephemeral.timeoutIntervalForRequest);
-  EXPECT_TRUE(session->configuration().additionalHeaders.empty());
+  EXPECT_EQ(membersOf(session->configuration()),
+            membersOf(kvl::URLSessionConfiguration::ephemeral()));
+}
+
+TEST_F(SessionLifecycleTest, EachHTTPSSessionObjectGetsTheConfigurationAndTheSessionAsItsDelegate) {
+  create();
+  std::vector<kvl::URLSessionConfiguration> configurations;
+  *made = [&](const auto& configuration, const auto& delegate) {
+    configurations.push_back(configuration);
+    EXPECT_EQ(delegate.lock(), session);
+  };
+  auto configuration = session->configuration();
+  for (const int connections : {2, 3}) {
+    configuration.maximumConnectionsPerHost = connections;
+    configuration.timeoutIntervalForRequest = std::chrono::seconds(connections);
+    configuration.additionalHeaders.set("X-Host", std::to_string(connections));
+    session->setConfiguration(configuration);
+    session->setAwaitingSignature(false);
+    session->enqueueNotarisation();
+    notary->answer(signatureFor("https://127.0.0.1:9/"));
+    EXPECT_EQ(membersOf(configurations.back()), membersOf(configuration));
+  }
+  EXPECT_EQ(configurations.size(), 2U);
 }
 
 TEST_F(SessionLifecycleTest, ProgressBeginsWithTheLocalSocketWithoutAPath) {
@@ -175,30 +201,6 @@ TEST_F(SessionLifecycleTest, SessionsWithoutANotaryMakeOneEach) {
   EXPECT_NE(first->notary(), second->notary());
   EXPECT_NE(first->notary(), KVLNotary::sharedNotary());
   for (const auto& created : {first, second}) created->setNotary(notary);
-}
-
-TEST_F(SessionLifecycleTest, WhoeverSeesTheNewSignatureSeesTheWholeSession) {
-  create();
-  std::atomic<bool> stop = false;
-  const auto refusals = std::make_shared<std::atomic<int>>(0);
-  // The handler reaches for the stream's monitor, as a host's may.
-  std::jthread asking([&] {
-    while (!stop) {
-      const bool had = session->signature() != nullptr;
-      session->request(kvl::URLRequest("x"), [had, refusals, owner = session](auto&&, auto&&,
-                                                                              const auto& error) {
-        if (had && error && error->code() == kvl::NSURLErrorUnknown) ++*refusals;
-        (void)owner->eventStream()->isEqualToTask(FakeDataTask(7, kvl::URLRequest("x"), nullptr));
-      });
-    }
-  });
-  for (int round = 0; round < 50; ++round) {
-    notary->answer(signatureFor("https://127.0.0.1:9/"));
-    session->enqueueNotarisation();
-  }
-  stop = true;
-  asking.join();
-  EXPECT_EQ(*refusals, 0);
 }
 
 TEST_F(SessionLifecycleTest, SignatureWithAnErrorPassesThroughTheEstablishedState) {

@@ -9,6 +9,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -22,6 +23,7 @@ class FakeNotary final : public KVLNotary {
   FakeNotary() : KVLNotary(WithoutKeys{}) {}
 
   void notariseWithCompletionHandler(CompletionHandler completionHandler) override {
+    if (whenAsked) whenAsked();
     const std::lock_guard lock(mutex_);
     ++calls_;
     waiting_.push_back(std::move(completionHandler));
@@ -59,6 +61,9 @@ class FakeNotary final : public KVLNotary {
     const std::lock_guard lock(mutex_);
     dropped.swap(waiting_);
   }
+
+  // Set before anybody asks.
+  std::function<void()> whenAsked;
 
  private:
   mutable std::mutex mutex_;

@@ -4,6 +4,7 @@
 #include <local/platform/URLSession.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -55,12 +56,16 @@ class FakeURLSession final : public kvl::URLSession {
   [[nodiscard]] std::shared_ptr<kvl::DataTask> dataTask(
       const kvl::URLRequest& request, kvl::DataTaskHandler completionHandler) override {
     static std::atomic<std::uint64_t> next = 1'000'000;
+    if (whenATaskIsMade) whenATaskIsMade();
     auto task = std::make_shared<FakeDataTask>(next++, request, std::move(completionHandler));
     const std::lock_guard lock(mutex_);
     tasks_.push_back(task);
     return task;
   }
-  void finishTasksAndInvalidate() override { ++invalidations; }
+  void finishTasksAndInvalidate() override {
+    if (whenItFinishes) whenItFinishes();
+    ++invalidations;
+  }
   void invalidateAndCancel() override { ++invalidations; }
   [[nodiscard]] bool isInvalidated() const override { return invalidations > 0; }
   [[nodiscard]] const kvl::URLSessionConfiguration& configuration() const noexcept override {
@@ -82,6 +87,8 @@ class FakeURLSession final : public kvl::URLSession {
   std::atomic<int> invalidations = 0;
   // Set before anybody asks.
   kvl::URLSessionConfiguration settings;
+  std::function<void()> whenATaskIsMade;
+  std::function<void()> whenItFinishes;
 
  private:
   mutable std::mutex mutex_;
