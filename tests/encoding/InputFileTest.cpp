@@ -2,6 +2,7 @@
 
 #include <local/KVLExtensionsURLRequest.h>
 #include <local/KVLInputFile.h>
+#include <local/platform/Log.h>
 #include <local/platform/Value.h>
 
 #include <gtest/gtest.h>

@@ -61,6 +61,29 @@ TEST_F(EventStreamParserTest, TrimsTabsAndSpaceSeparatorsAtBothEnds) {
   EXPECT_EQ(read("event: a\ndata: \r x\r\n\n"), Texts{"event:a,data:\r x\r,id:(null)"});
 }
 
+TEST_F(EventStreamParserTest, TrimsEverySpaceSeparatorThatUnicodeHas) {
+  for (const std::string space :
+       {"\t", " ", "\u00a0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005",
+        "\u2006", "\u2007", "\u2008", "\u2009", "\u200a", "\u202f", "\u205f", "\u3000"}) {
+    EXPECT_EQ(read("event:" + space + "a" + space + "b" + space + "\n\n"),
+              Texts{"event:a" + space + "b,data:(null),id:(null)"})
+        << testing::PrintToString(space);
+    EXPECT_EQ(read("event: a\ndata:" + space + space + "\n\n"), Texts{"event:a,data:,id:(null)"})
+        << testing::PrintToString(space);
+  }
+}
+
+TEST_F(EventStreamParserTest, TrimsNoOtherCharacter) {
+  for (const std::string character :
+       {"\x01",   "\x08",   "\v",     "\f",     "\r",     "\x1f",   "!",      "\x7f",   "\u0085",
+        "\u009f", "\u00a1", "\u167f", "\u1681", "\u180e", "\u1fff", "\u200b", "\u2028", "\u2029",
+        "\u202e", "\u2030", "\u205e", "\u2060", "\u2fff", "\u3001", "\ufeff"}) {
+    EXPECT_EQ(read("event: " + character + "a" + character + " \n\n"),
+              Texts{"event:" + character + "a" + character + ",data:(null),id:(null)"})
+        << testing::PrintToString(character);
+  }
+}
+
 TEST_F(EventStreamParserTest, FirstDataLineWins) {
   EXPECT_EQ(read("event: a\ndata: one\ndata: two\n\n"), Texts{"event:a,data:one,id:(null)"});
   EXPECT_EQ(read("event: a\ndata:\ndata: two\n\n"), Texts{"event:a,data:,id:(null)"});
@@ -153,10 +176,22 @@ TEST_F(EventStreamParserTest, OfALongMalformedLineTheLogHasTheBeginningAndTheLen
 }
 
 TEST_F(EventStreamParserTest, ALongMalformedLineIsNotCutWithinACharacter) {
-  const std::string line = std::string(kLongestShownLine - 2, 'x') + "\U0001f600";
-  read(line + "\n");
-  EXPECT_EQ(log.lines(), Texts{std::string(kMalformed) + std::string(kLongestShownLine - 2, 'x') +
-                               "\u2026 (65538 bytes)"});
+  for (const std::string character : {"\u00e9", "\u65e5", "\U0001f600"}) {
+    for (std::size_t taken = 0; taken <= character.size(); ++taken) {
+      const std::string before(kLongestShownLine - taken, 'x');
+      read(before + character + "yyyyy\n");
+      EXPECT_EQ(log.lines().back(),
+                std::string(kMalformed) + before + (taken == character.size() ? character : "") +
+                    "\u2026 (" + std::to_string(before.size() + character.size() + 5) + " bytes)");
+    }
+  }
+}
+
+TEST_F(EventStreamParserTest, ALongLineThatIsNotUTF8IsCutWhereItIsTooLong) {
+  const std::string before(kLongestShownLine - 5, 'x');
+  read(before + "\x80\x80\x80\x80\x80\x80\n");
+  EXPECT_EQ(log.lines().back(),
+            std::string(kMalformed) + before + "\\x80\\x80\u2026 (65537 bytes)");
 }
 
 TEST_F(EventStreamParserTest, ALineWithoutAnEndIsNotKept) {
@@ -203,6 +238,20 @@ TEST_F(EventStreamLongLineTest, ThatEndsWithItsSecondChunkIsGivenUpToo) {
   read("event: b\n\ndata: 1");
   EXPECT_EQ(read("2345\n\nevent: c\n\n"), Texts{"event:c,data:(null),id:(null)"});
   EXPECT_EQ(log.lines(), Texts{givenUp + "data: 12345\u2026"});
+}
+
+TEST_F(EventStreamLongLineTest, TheLogHasAsMuchOfItAsOfAMalformedOne) {
+  state.setLongestLine(2 * kLongestShownLine);
+  const std::string beginning(kLongestShownLine - 1, 'x');
+  const std::string rest(kLongestShownLine + 2, 'y');
+  read(beginning);
+  read(rest + "\n");
+  EXPECT_EQ(
+      log.lines(),
+      Texts{"ignoring event-source line of more than 131072 bytes: " + beginning + "y\u2026"});
+  read(rest + rest + "\n");
+  EXPECT_EQ(log.lines().back(), "ignoring event-source line of more than 131072 bytes: " +
+                                    rest.substr(0, kLongestShownLine) + "\u2026");
 }
 
 TEST_F(EventStreamLongLineTest, OfOneStreamIsForgottenWithTheStream) {

@@ -148,15 +148,23 @@ TEST_F(MenuIconTest, SourceIsNotKept) {
 }
 
 TEST_F(MenuIconTest, MayComeOnAnyThreadWhileTheMenuIsDestroyed) {
+  const auto image = std::make_shared<PlainImage>();
   for (int round = 0; round < 50; ++round) {
     auto menu = std::make_unique<kvl::Menu>();
     addItems(kvl::Array{Dictionary{{"type", "item"}, {"icon", "a.png"}}}, *menu);
+    const std::weak_ptr<MenuItem> watched = menu->items().front();
+    // Every other item outlives its menu and gets its icon all the same.
+    auto kept = round % 2 == 0 ? watched.lock() : nullptr;
     auto completion = std::move(images_->requests.back().completion);
     images_->requests.clear();
-    std::jthread other(
-        [completion = std::move(completion)] { completion(std::make_shared<PlainImage>()); });
+    std::thread other([&image, completion = std::move(completion)] { completion(image); });
     menu.reset();
+    other.join();
+    if (kept) EXPECT_EQ(kept->image(), image) << round;
+    kept.reset();
+    EXPECT_TRUE(watched.expired()) << round;
   }
+  EXPECT_EQ(image.use_count(), 1);
 }
 
 TEST_F(MenuIconTest, IsSetOnTheThreadOnWhichItComes) {

@@ -141,7 +141,9 @@ bool streamsAreModest(std::string_view text, Statements& statements) {
   std::size_t unpacked = 0;
   for (auto found = text.find(kStream); found != std::string_view::npos;
        found = text.find(kStream)) {
+    const bool isEnd = text.substr(0, found).ends_with("end");
     text.remove_prefix(found + kStream.size());
+    if (isEnd) continue;
     const auto start = std::min(text.find_first_not_of("\r\n"), text.size());
     const bool modest = inflate(text.substr(start), [&](std::string_view part) {
       unpacked += part.size() + kBytesForStream;
