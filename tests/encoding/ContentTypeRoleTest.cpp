@@ -66,6 +66,24 @@ TEST(ContentTypeParametersTest, FollowTheTable) {
   }
 }
 
+TEST(ContentTypeParametersTest, AllWhiteSpaceOfUnicodeIsSkippedAndNothingElse) {
+  for (const std::string space :
+       {" ",      "\t",     "\n",     "\v",     "\f",     "\r",     "\u0085", "\u00a0", "\u1680",
+        "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008",
+        "\u2009", "\u200a", "\u2028", "\u2029", "\u202f", "\u205f", "\u3000"}) {
+    const auto text = space + "t" + space + ";" + space + "a=" + space + space + "b" + space;
+    EXPECT_EQ(contentTypeParameters(text), (Parameters{{"a", "b" + space}}))
+        << testing::PrintToString(space);
+    EXPECT_TRUE(contentTypeParameters(space + ";a=b").empty()) << testing::PrintToString(space);
+  }
+  for (const std::string character : {"\x1c", "\x1f", "\x08", "\u0084", "\u180e", "\u1fff",
+                                      "\u200b", "\u2027", "\u202a", "\u2060", "\ufeff"}) {
+    const auto text = "t;" + character + "a=" + character + "b";
+    EXPECT_EQ(contentTypeParameters(text), (Parameters{{character + "a", character + "b"}}))
+        << testing::PrintToString(character);
+  }
+}
+
 TEST(ContentTypeParametersTest, TextMayHoldAnyBytes) {
   const std::string text("t;\0a\xff=\x80\xe2\x80,", 10);
   const Parameters expected{{std::string_view(text).substr(2, 3), "\x80\xe2\x80"}};

@@ -282,8 +282,11 @@ TEST_F(RequiredDocumentTest, NotBeingEstablishedIsLoggedOnly) {
 
 TEST_F(RequiredDocumentTest, MayHaveNoHandler) {
   KVLEncoding::requireObjectOfClass<kvl::Array>(*session, RelativePath("a"), nullptr);
+  EXPECT_EQ(sent().urlText(), "https://127.0.0.1:4321/base/a");
+  const auto lines = log.lines();
   answer("[]");
   runPendingMainBlocks();
+  EXPECT_EQ(log.lines(), lines);
 }
 
 }  // namespace

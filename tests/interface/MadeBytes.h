@@ -13,7 +13,7 @@ inline kvl::images::Span spanOf(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
-inline std::string numberBytes(std::uint32_t number, std::size_t length,
+inline std::string numberBytes(std::uint64_t number, std::size_t length,
                                kvl::images::ByteOrder order = kvl::images::ByteOrder::kBig) {
   std::string bytes;
   for (std::size_t i = 0; i < length; ++i) {

@@ -174,9 +174,12 @@ TEST(MenuObservationTest, HandlersOnTwoThreadsMayBothEndIt) {
 
 TEST(MenuObservationTest, HandleMayOutliveItem) {
   auto item = MenuItem::itemWithTitle("Open");
-  auto observation = item->observe([] {});
+  const auto held = std::make_shared<int>();
+  auto observation = item->observe([held] {});
   item.reset();
+  EXPECT_EQ(held.use_count(), 2);
   observation.end();
+  EXPECT_EQ(held.use_count(), 1);
 }
 
 TEST(MenuObservationTest, ObservationDoesNotKeepTheItem) {

@@ -26,6 +26,11 @@ std::shared_ptr<Menu> nestedMenu(int depth) {
   return menu;
 }
 
+std::weak_ptr<Menu> innermostMenu(std::shared_ptr<Menu> menu) {
+  while (menu->itemCount() > 0) menu = menu->items().front()->submenu();
+  return menu;
+}
+
 TEST(MenuTest, KeepsItemsInTheOrderInWhichTheyWereAdded) {
   Menu menu;
   EXPECT_THAT(menu.items(), IsEmpty());
@@ -52,17 +57,23 @@ TEST(MenuTest, ForgetsAllItemsAtOnce) {
 
 TEST(MenuTest, DestroyingDeeplyNestedMenusTakesLittleStack) {
   auto menu = nestedMenu(kDeep);
+  const auto innermost = innermostMenu(menu);
+  EXPECT_FALSE(innermost.expired());
   menu.reset();
-  SUCCEED();
+  EXPECT_TRUE(innermost.expired());
 }
 
 TEST(MenuTest, DeeplyNestedMenuMayBeReplacedOrRemoved) {
   const auto item = MenuItem::itemWithTitle("top");
   item->setSubmenu(nestedMenu(kDeep));
+  auto innermost = innermostMenu(item->submenu());
   item->setSubmenu(nullptr);
+  EXPECT_TRUE(innermost.expired());
   const auto menu = nestedMenu(kDeep);
+  innermost = innermostMenu(menu);
   menu->removeAllItems();
   EXPECT_EQ(menu->itemCount(), 0U);
+  EXPECT_TRUE(innermost.expired());
 }
 
 TEST(MenuTest, ItemThatIsStillHeldKeepsItsSubmenu) {
@@ -74,7 +85,10 @@ TEST(MenuTest, ItemThatIsStillHeldKeepsItsSubmenu) {
 
 TEST(MenuTest, NestedMenusMayGoOnAnotherThread) {
   auto menu = nestedMenu(1000);
-  std::jthread other([last = std::move(menu)] {});
+  const auto innermost = innermostMenu(menu);
+  std::thread other([last = std::move(menu)] {});
+  other.join();
+  EXPECT_TRUE(innermost.expired());
 }
 
 }  // namespace

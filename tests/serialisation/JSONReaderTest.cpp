@@ -1,8 +1,12 @@
 #include "platform/serialisation/JSONReader.h"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -294,15 +298,40 @@ TEST(JSONReaderTest, TextsThatEndAnywhereAreErrors) {
   EXPECT_TRUE(read(text));
 }
 
-// The bytes end where memory does, so that a reader that goes further is caught.
+// Bytes behind which there is no memory, so that a reader that goes further ends the process.
+class BytesAtAnEnd {
+ public:
+  explicit BytesAtAnEnd(std::string_view text) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    mapping_ = {static_cast<std::uint8_t*>(mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE,
+                                                MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)),
+                2 * page};
+    EXPECT_EQ(mprotect(mapping_.data() + page, page, PROT_NONE), 0);
+    bytes_ = mapping_.subspan(page - text.size(), text.size());
+    std::ranges::copy(text, bytes_.begin());
+  }
+  ~BytesAtAnEnd() { munmap(mapping_.data(), mapping_.size()); }
+  BytesAtAnEnd(const BytesAtAnEnd&) = delete;
+  BytesAtAnEnd& operator=(const BytesAtAnEnd&) = delete;
+
+  // Only while this lives.
+  [[nodiscard]] Data data() const { return {std::shared_ptr<const void>(), bytes_}; }
+
+ private:
+  std::span<std::uint8_t> mapping_;
+  std::span<std::uint8_t> bytes_;
+};
+
 TEST(JSONReaderTest, ReadsNothingBehindTheText) {
   for (const std::string_view text : {"1",         "-",      "1e",    "12345678901234567890",
                                       "t",         "true",   "n",     "\"",
                                       "\"a\"",     "\"\\",   "\"\\u", "[",
                                       "[1",        "[t",     "[\"",   "[]",
                                       "{\"a\":1}", "{\"a\"", "[1.",   " "}) {
-    const kvl::Bytes bytes(text.begin(), text.end());
-    static_cast<void>(kvl::valueFromJSON(Data(bytes), nullptr));
+    const BytesAtAnEnd bytes(text);
+    EXPECT_EQ(kvl::valueFromJSON(bytes.data(), nullptr),
+              kvl::valueFromJSON(Data::fromText(text), nullptr))
+        << text;
   }
 }
 

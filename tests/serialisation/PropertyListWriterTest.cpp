@@ -146,12 +146,24 @@ void expectToReadBack(const Value& value) {
 }
 
 // Around the numbers of objects and the offsets where another size begins.
+// What the trailer says: the sizes of an offset and of a reference.
+std::pair<int, int> sizesIn(const Data& data) {
+  const auto trailer = data.text().substr(data.size() - 32);
+  return {trailer[6], trailer[7]};
+}
+
 TEST(PropertyListWriterTest, WritesReferencesAndOffsetsInTheFewestBytes) {
-  for (const int count : {13, 14, 15, 80, 81, 254, 255, 256, 257, 65534, 65535, 65536}) {
+  // The array is an object as well. Up to 80 numbers of two bytes end below 256.
+  const std::pair<int, std::pair<int, int>> cases[] = {
+      {13, {1, 1}},  {14, {1, 1}},    {15, {1, 1}},    {80, {1, 1}},   {81, {1, 1}},
+      {82, {2, 1}},  {254, {2, 1}},   {255, {2, 1}},   {256, {2, 2}},  {257, {2, 2}},
+      {300, {2, 2}}, {65534, {4, 2}}, {65535, {4, 2}}, {65536, {4, 4}}};
+  for (const auto& [count, sizes] : cases) {
     SCOPED_TRACE(count);
     Array numbers;
     for (int i = 0; i < count; ++i) numbers.append(i);
     expectToReadBack(numbers);
+    EXPECT_EQ(sizesIn(write(numbers).value_or(Data())), sizes);
   }
   Dictionary dictionary;
   for (int i = 0; i < 300; ++i) {
