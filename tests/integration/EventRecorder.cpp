@@ -97,7 +97,7 @@ void EventRecorder::run(const Hook& hook, KVLSession& session, const Tally& tall
 void EventRecorder::record(const KVLEvent& event) {
   const auto number = numberOf(event);
   ++tally_.count;
-  if (seen_.size() < kKept) {
+  if (seen_.size() < kept_) {
     seen_.push_back({event.event().value_or(""), event.identifier().value_or(""),
                      event.data().value_or("").substr(0, kKeptData), number,
                      std::this_thread::get_id(), std::chrono::steady_clock::now()});

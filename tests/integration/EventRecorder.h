@@ -42,11 +42,13 @@ class EventRecorder final : public KVLSessionDelegate {
 
   // The text of a whole event must have this many bytes; 0: any number. Set before events come.
   void setEventSize(std::size_t size) { eventSize_ = size; }
+  // How many of the first events are kept. Set before events come.
+  void setKept(std::size_t count) { kept_ = count; }
   // Returns when no call of the hook before is running; not for use inside one.
   void setHook(Hook hook);
 
   [[nodiscard]] Tally tally() const;
-  // The first events; a long stream keeps no more than `kKept`.
+  // The first events; a long stream keeps no more than `kKept`, unless told otherwise.
   [[nodiscard]] std::vector<SeenEvent> events() const;
 
   // Waits until the event with this number, or a later one, has come. False when none come at all
@@ -70,6 +72,7 @@ class EventRecorder final : public KVLSessionDelegate {
   [[nodiscard]] std::int64_t numberOf(const KVLEvent& event) const;
 
   std::size_t eventSize_ = 0;
+  std::size_t kept_ = kKept;
   mutable kvl::Mutex mutex_;
   kvl::Condition changed_;
   Tally tally_ KVL_GUARDED_BY(mutex_);

@@ -16,6 +16,11 @@
 namespace kvltest {
 namespace {
 
+// The programs lie beside each other, wherever they have been copied to.
+std::string programBeside(const char* name) {
+  return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
+}
+
 std::string quoted(const std::filesystem::path& path) {
   return "'" + path.string() + "'";
 }
@@ -23,9 +28,8 @@ std::string quoted(const std::filesystem::path& path) {
 }  // namespace
 
 World::World() {
-  const auto state = bus.directory() / kStateFolder;
-  std::filesystem::create_directory(state);
-  std::filesystem::permissions(state, std::filesystem::perms::owner_all);
+  std::filesystem::create_directory(stateDirectory());
+  std::filesystem::permissions(stateDirectory(), std::filesystem::perms::owner_all);
   // The kernel's keyring is shared with whoever else runs these tests at the same time.
   kvl::setHostIdentifier("org.example.IntegrationTest-" + std::to_string(getpid()));
   bus.startKeyring();
@@ -39,6 +43,50 @@ World::~World() {
   }
   (void)KVLNotary::deleteKeys();
   kvl::setHostIdentifier("");
+}
+
+void World::offerNotary(const std::string& options) {
+  // The bus takes a trailing blank for an argument of its own.
+  const auto separator = options.empty() ? "" : " ";
+  bus.addService(kNotaryName, programBeside("kvlocal-devnotary") + " --state " +
+                                  quoted(stateDirectory()) + separator + options);
+}
+
+ChildProcess World::startNotary(const std::vector<std::string>& options) const {
+  std::vector<std::string> arguments{programBeside("kvlocal-devnotary"), "--state",
+                                     stateDirectory().string()};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  ChildProcess notary(arguments, environmentWith({}), bus.directory() / "notary.log");
+  bus.waitForName(kNotaryName);
+  return notary;
+}
+
+void World::startService(const std::vector<std::string>& options) {
+  std::filesystem::remove(stateDirectory() / "service.url");
+  std::vector<std::string> arguments{programBeside("kvlocal-devservice"), "--state",
+                                     stateDirectory().string()};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  serviceLogFile = bus.directory() / ("service-" + std::to_string(++serviceStarts) + ".log");
+  service = ChildProcess(arguments, environmentWith({}), serviceLogFile);
+  const auto url = stateDirectory() / "service.url";
+  if (!waitForFolder(stateDirectory(), service, [&] { return std::filesystem::exists(url); })) {
+    throw std::runtime_error("the service did not start: " + serviceLog());
+  }
+}
+
+std::string World::serviceLog() const {
+  std::ostringstream text;
+  text << std::ifstream(serviceLogFile).rdbuf();
+  return text.str();
+}
+
+std::string World::servicePort() const {
+  std::ifstream file(stateDirectory() / "service.url");
+  std::string text;
+  file >> text;
+  const auto url = kvl::URL::parse(text);
+  if (!url || !url->port()) throw std::runtime_error("no port in " + text);
+  return std::to_string(*url->port());
 }
 
 LocalService::~LocalService() {
@@ -60,27 +108,6 @@ void EstablishedService::SetUp() {
   establish();
 }
 
-void LocalService::offerNotary(const std::string& options) {
-  // The bus takes a trailing blank for an argument of its own.
-  const auto separator = options.empty() ? "" : " ";
-  bus.addService(kNotaryName, std::string(KVL_DEVNOTARY) + " --state " + quoted(stateDirectory()) +
-                                  separator + options);
-}
-
-void LocalService::startService(const std::vector<std::string>& options) {
-  std::filesystem::remove(stateDirectory() / "service.url");
-  std::vector<std::string> arguments{KVL_DEVSERVICE, "--state", stateDirectory().string()};
-  arguments.insert(arguments.end(), options.begin(), options.end());
-  world_->serviceLogFile =
-      bus.directory() / ("service-" + std::to_string(++world_->serviceStarts) + ".log");
-  world_->service = ChildProcess(arguments, environmentWith({}), world_->serviceLogFile);
-  const auto url = stateDirectory() / "service.url";
-  if (!waitForFolder(stateDirectory(), world_->service,
-                     [&] { return std::filesystem::exists(url); })) {
-    throw std::runtime_error("the service did not start: " + serviceLog());
-  }
-}
-
 void LocalService::stopService() {
   world_->isSpoiled = true;
   world_->service.kill();
@@ -92,24 +119,9 @@ void LocalService::endService() {
   world_->service.wait();
 }
 
-std::string LocalService::serviceLog() const {
-  std::ostringstream text;
-  text << std::ifstream(world_->serviceLogFile).rdbuf();
-  return text.str();
-}
-
 bool LocalService::waitForServiceLog(std::string_view part) const {
   return waitForFolder(bus.directory(), world_->service,
                        [&] { return serviceLog().find(part) != std::string::npos; });
-}
-
-std::string LocalService::servicePort() const {
-  std::ifstream file(stateDirectory() / "service.url");
-  std::string text;
-  file >> text;
-  const auto url = kvl::URL::parse(text);
-  if (!url || !url->port()) throw std::runtime_error("no port in " + text);
-  return std::to_string(*url->port());
 }
 
 void LocalService::createSession() {

@@ -86,6 +86,20 @@ struct World {
   World(const World&) = delete;
   World& operator=(const World&) = delete;
 
+  // Makes the notary activatable with these options.
+  void offerNotary(const std::string& options);
+  // The notary with these options, as a process; returns when it owns its name.
+  [[nodiscard]] ChildProcess startNotary(const std::vector<std::string>& options) const;
+  // Starts the service and returns when it has written its URL.
+  void startService(const std::vector<std::string>& options);
+  // What the running service, or the last one, has written.
+  [[nodiscard]] std::string serviceLog() const;
+  // The port of the running service.
+  [[nodiscard]] std::string servicePort() const;
+  [[nodiscard]] std::filesystem::path stateDirectory() const {
+    return bus.directory() / kStateFolder;
+  }
+
   PrivateBus bus;
   const SessionBusVariable busVariable{bus.address()};
   std::shared_ptr<KVLSession> session;
@@ -104,20 +118,16 @@ class LocalService : public testing::Test {
   explicit LocalService(std::shared_ptr<World> world) : world_(std::move(world)) {}
   ~LocalService() override;
 
-  // Makes the notary activatable with these options.
-  void offerNotary(const std::string& options = "");
-  // Starts the service and returns when it has written its URL.
-  void startService(const std::vector<std::string>& options = {});
+  void offerNotary(const std::string& options = "") { world_->offerNotary(options); }
+  void startService(const std::vector<std::string>& options = {}) { world_->startService(options); }
   // Kills it.
   void stopService();
   // Asks it to end, and waits for that.
   void endService();
   [[nodiscard]] pid_t serviceId() const { return world_->service.id(); }
-  // What the running service, or the last one, has written.
-  [[nodiscard]] std::string serviceLog() const;
+  [[nodiscard]] std::string serviceLog() const { return world_->serviceLog(); }
   [[nodiscard]] bool waitForServiceLog(std::string_view part) const;
-  // The port of the running service.
-  [[nodiscard]] std::string servicePort() const;
+  [[nodiscard]] std::string servicePort() const { return world_->servicePort(); }
 
   void createSession();
   // A session that asks nobody until it gets another notary.
@@ -130,9 +140,7 @@ class LocalService : public testing::Test {
   // From now on nobody answers the session: once disconnected, it stays so.
   void silenceNotary();
 
-  [[nodiscard]] std::filesystem::path stateDirectory() const {
-    return bus.directory() / kStateFolder;
-  }
+  [[nodiscard]] std::filesystem::path stateDirectory() const { return world_->stateDirectory(); }
 
   LogCapture log;
 

@@ -130,14 +130,18 @@ TemporaryDirectory::~TemporaryDirectory() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-PrivateBus::PrivateBus(const Environment& changes) {
+PrivateBus::PrivateBus(const Environment& changes) : changes_(changes) {
   std::filesystem::create_directory(directory() / "services");
   writeConfiguration();
+  start();
+}
+
+void PrivateBus::start() {
   Pipe addressPipe;
   daemon_ =
       ChildProcess({"dbus-daemon", "--nofork", "--nopidfile", "--nosyslog", "--print-address=1",
                     "--config-file=" + (directory() / "bus.conf").string()},
-                   environmentWith(changes), directory() / "bus.log", addressPipe.writeEnd());
+                   environmentWith(changes_), directory() / "bus.log", addressPipe.writeEnd());
   address_ = addressPipe.readLine();
   if (address_.empty()) throw std::runtime_error("dbus-daemon did not start");
 }
