@@ -107,11 +107,7 @@ FaultScene::FaultScene()
 FaultScene::~FaultScene() = default;
 
 void FaultScene::startNotary(const std::vector<std::string>& options) {
-  std::vector<std::string> arguments{KVL_DEVNOTARY, "--state", stateDirectory().string()};
-  arguments.insert(arguments.end(), options.begin(), options.end());
-  notary_ = ChildProcess(arguments, environmentWith({"DBUS_SESSION_BUS_ADDRESS=" + bus.address()}),
-                         bus.directory() / ("notary-" + std::to_string(++notaryStarts_) + ".log"));
-  bus.waitForName(kNotaryName);
+  notary_ = LocalService::startNotary(options);
 }
 
 void FaultScene::startHost() {

@@ -131,7 +131,6 @@ class FaultScene : public LocalService {
   const std::shared_ptr<ImpatientQueue> timers_;
   const std::shared_ptr<kvl::Environment> environment_ = std::make_shared<kvl::Environment>();
   ChildProcess notary_;
-  int notaryStarts_ = 0;
   Figures before_;
   Figures after_;
   Row row_;

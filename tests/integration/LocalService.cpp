@@ -52,11 +52,12 @@ void World::offerNotary(const std::string& options) {
                                   quoted(stateDirectory()) + separator + options);
 }
 
-ChildProcess World::startNotary(const std::vector<std::string>& options) const {
+ChildProcess World::startNotary(const std::vector<std::string>& options) {
   std::vector<std::string> arguments{programBeside("kvlocal-devnotary"), "--state",
                                      stateDirectory().string()};
   arguments.insert(arguments.end(), options.begin(), options.end());
-  ChildProcess notary(arguments, environmentWith({}), bus.directory() / "notary.log");
+  ChildProcess notary(arguments, environmentWith({"DBUS_SESSION_BUS_ADDRESS=" + bus.address()}),
+                      bus.directory() / ("notary-" + std::to_string(++notaryStarts) + ".log"));
   bus.waitForName(kNotaryName);
   return notary;
 }

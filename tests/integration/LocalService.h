@@ -89,7 +89,7 @@ struct World {
   // Makes the notary activatable with these options.
   void offerNotary(const std::string& options);
   // The notary with these options, as a process; returns when it owns its name.
-  [[nodiscard]] ChildProcess startNotary(const std::vector<std::string>& options) const;
+  [[nodiscard]] ChildProcess startNotary(const std::vector<std::string>& options);
   // Starts the service and returns when it has written its URL.
   void startService(const std::vector<std::string>& options);
   // What the running service, or the last one, has written.
@@ -107,6 +107,7 @@ struct World {
   ChildProcess service;
   std::filesystem::path serviceLogFile;
   int serviceStarts = 0;
+  int notaryStarts = 0;
   // Whether it is no longer as the next test expects it.
   bool isSpoiled = false;
 };
@@ -119,6 +120,9 @@ class LocalService : public testing::Test {
   ~LocalService() override;
 
   void offerNotary(const std::string& options = "") { world_->offerNotary(options); }
+  [[nodiscard]] ChildProcess startNotary(const std::vector<std::string>& options) {
+    return world_->startNotary(options);
+  }
   void startService(const std::vector<std::string>& options = {}) { world_->startService(options); }
   // Kills it.
   void stopService();

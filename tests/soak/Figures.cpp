@@ -1,7 +1,7 @@
 #include "tests/soak/Figures.h"
 
 #include "notary/ProcessReferences.h"
-#include "tests/integration/EventStreamFixture.h"
+#include "tests/support/ProcessFigures.h"
 #include "tests/support/Sanitized.h"
 
 #include <local/platform/Log.h>
@@ -9,8 +9,6 @@
 #include <malloc.h>
 #include <sys/resource.h>
 
-#include <filesystem>
-#include <iterator>
 #include <thread>
 
 namespace kvltest {
@@ -24,20 +22,16 @@ constexpr std::int64_t kMoreDescriptors = 16;
 constexpr std::int64_t kMoreHeap = 4 << 20;
 constexpr std::int64_t kHeapForEach = 3 << 10;
 
-std::int64_t entriesOf(const char* folder) {
-  return std::distance(std::filesystem::directory_iterator(folder), {});
-}
-
 double secondsOf(const timeval& time) {
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
 }  // namespace
 
-Figures Figures::now() {
-  Figures figures;
-  figures.threads = entriesOf("/proc/self/task");
-  figures.descriptors = entriesOf("/proc/self/fd");
+SoakFigures SoakFigures::now() {
+  SoakFigures figures;
+  figures.threads = static_cast<std::int64_t>(threadCount());
+  figures.descriptors = static_cast<std::int64_t>(descriptorCount());
   figures.resident = residentMemory();
   const auto heap = mallinfo2();
   figures.heap = static_cast<std::int64_t>(heap.uordblks + heap.hblkhd);
@@ -48,16 +42,16 @@ Figures Figures::now() {
   return figures;
 }
 
-Figures figuresAtRest(const std::optional<Figures>& before, std::chrono::milliseconds calm,
-                      std::chrono::seconds limit) {
+SoakFigures figuresAtRest(const std::optional<SoakFigures>& before, std::chrono::milliseconds calm,
+                          std::chrono::seconds limit) {
   using Clock = std::chrono::steady_clock;
   constexpr std::chrono::milliseconds kLook{50};
   const auto end = Clock::now() + limit;
-  auto last = Figures::now();
+  auto last = SoakFigures::now();
   auto since = Clock::now();
   while (Clock::now() < end) {
     std::this_thread::sleep_for(kLook);
-    const auto now = Figures::now();
+    const auto now = SoakFigures::now();
     const bool isSame = now.threads == last.threads && now.descriptors == last.descriptors;
     const bool hasGrown = before && !growth(*before, now).empty();
     if (!isSame || hasGrown) since = Clock::now();
@@ -67,7 +61,7 @@ Figures figuresAtRest(const std::optional<Figures>& before, std::chrono::millise
   return last;
 }
 
-std::string growth(const Figures& before, const Figures& after) {
+std::string growth(const SoakFigures& before, const SoakFigures& after) {
   std::string text;
   if (after.threads > before.threads + kMoreThreads)
     text += kvl::format("; threads from %ld to %ld", before.threads, after.threads);

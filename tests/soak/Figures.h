@@ -8,7 +8,7 @@
 
 namespace kvltest {
 
-struct Figures {
+struct SoakFigures {
   std::int64_t threads = 0;
   std::int64_t descriptors = 0;
   std::int64_t resident = 0;  // bytes
@@ -16,16 +16,16 @@ struct Figures {
   std::int64_t kept = 0;      // keys and certificates that stay for the life of the process
   double processorSeconds = 0;
 
-  [[nodiscard]] static Figures now();
+  [[nodiscard]] static SoakFigures now();
 };
 
 // What has grown by more than resting connections, pools and kept certificates account for; empty
 // when nothing has.
-[[nodiscard]] std::string growth(const Figures& before, const Figures& after);
+[[nodiscard]] std::string growth(const SoakFigures& before, const SoakFigures& after);
 
 // Waits until the process has come to rest: nothing has grown since `before`, and threads and
 // descriptors stay the same for a while. What it has then, or when the limit of time has passed.
-[[nodiscard]] Figures figuresAtRest(const std::optional<Figures>& before,
-                                    std::chrono::milliseconds calm, std::chrono::seconds limit);
+[[nodiscard]] SoakFigures figuresAtRest(const std::optional<SoakFigures>& before,
+                                        std::chrono::milliseconds calm, std::chrono::seconds limit);
 
 }  // namespace kvltest

@@ -18,7 +18,7 @@ void Soak::printLine() {
   nextLine_ += std::chrono::minutes(1);
   const auto totals = ledger_->totals();
   const auto tally = recorder_->tally();
-  const auto figures = Figures::now();
+  const auto figures = SoakFigures::now();
   int faults = 0;
   for (const auto& [name, record] : disturbances_.records()) faults += record.times;
   devservice::JsonObject line;
@@ -46,7 +46,7 @@ void Soak::printLine() {
   std::fflush(stdout);
 }
 
-void Soak::printTable(const Figures& last) {
+void Soak::printTable(const SoakFigures& last) {
   const auto totals = ledger_->totals();
   std::printf("\n%-28s %8s\n", "requests", "sent");
   for (const auto& [kind, count] : totals.sentByKind)

@@ -2,6 +2,7 @@
 
 #include "devservice/service/Json.h"
 #include "platform/environment/Environment.h"
+#include "tests/integration/EventStreamFixture.h"
 #include "tests/support/WaitUntil.h"
 
 #include <local/platform/Log.h>
@@ -134,10 +135,10 @@ void Soak::rest() {
 void Soak::finish() {
   const auto seen = recorder_->tally().last;
   if (!recorder_->waitForNumber(seen + 3)) blame("no events come any more");
-  judge(Figures::now());
+  judge(SoakFigures::now());
 }
 
-void Soak::judge(const Figures& last) {
+void Soak::judge(const SoakFigures& last) {
   const auto totals = ledger_->totals();
   for (const auto& line : ledger_->faults()) blame(line);
   if (totals.open != 0) blame(kvl::format("%ld requests without an outcome", totals.open));

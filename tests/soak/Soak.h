@@ -64,21 +64,20 @@ class Soak {
   void disturbUntil(Clock::time_point end);
   void rest();
   void finish();
-  void judge(const Figures& last);
+  void judge(const SoakFigures& last);
   void blame(const std::string& reason);
   void printLine();
-  void printTable(const Figures& last);
+  void printTable(const SoakFigures& last);
 
   const SoakOptions options_;
   const Clock::time_point start_ = Clock::now();
   LogTail log_;
   World world_;
-  const SessionBusVariable busVariable_{world_.bus.lastingAddress()};
   const std::shared_ptr<Ledger> ledger_ = std::make_shared<Ledger>();
   const std::shared_ptr<EventRecorder> recorder_ = std::make_shared<EventRecorder>();
   Disturbances disturbances_;
   std::optional<Traffic> traffic_;
-  std::optional<Figures> baseline_;
+  std::optional<SoakFigures> baseline_;
   Clock::time_point nextLine_ = start_ + std::chrono::minutes(1);
   std::vector<std::string> reasons_;
 };

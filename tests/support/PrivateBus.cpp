@@ -143,6 +143,8 @@ void PrivateBus::start() {
                     "--config-file=" + (directory() / "bus.conf").string()},
                    environmentWith(changes_), directory() / "bus.log", addressPipe.writeEnd());
   address_ = addressPipe.readLine();
+  // As in the address of a user's session: the identity of this one bus is no part of it.
+  address_ = address_.substr(0, address_.find(",guid="));
   if (address_.empty()) throw std::runtime_error("dbus-daemon did not start");
 }
 
@@ -217,6 +219,12 @@ void PrivateBus::thawKeyring() const {
 void PrivateBus::stop() {
   keyring_.kill();
   daemon_.kill();
+}
+
+void PrivateBus::restart() {
+  stop();
+  std::filesystem::remove(directory() / "bus");
+  start();
 }
 
 SessionBusVariable::SessionBusVariable(const std::string& address) {

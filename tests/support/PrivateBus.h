@@ -66,8 +66,6 @@ class PrivateBus {
   ~PrivateBus();
 
   const std::string& address() const { return address_; }
-  // The same without the mark by which a client tells this bus from the next one at its place.
-  std::string lastingAddress() const { return "unix:path=" + (directory() / "bus").string(); }
   // Where the bus, the keyring and whoever else likes keep files: sockets, logs.
   const std::filesystem::path& directory() const { return directory_.path(); }
 
@@ -89,14 +87,15 @@ class PrivateBus {
 
   // Kills the bus: its clients see their connections close.
   void stop();
-  // A new bus in place of the one that was stopped, with nobody on it.
-  void restart() { start(); }
+  // A new bus at the same address, without anybody on it.
+  void restart();
 
  private:
-  void start();
   void writeConfiguration() const;
+  void start();
 
   const Environment changes_;
+
   TemporaryDirectory directory_;
   ChildProcess daemon_;
   ChildProcess keyring_;
