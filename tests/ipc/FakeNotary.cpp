@@ -2,7 +2,8 @@
 //
 // Request entries: "reply" holds the text of the reply's body in GVariant's notation, of whatever
 // type; "error" the name of a D-Bus error to answer with; "act" is "hang" or "exit". A request with
-// none of them is answered with what arrived: the path, the request and how many came so far.
+// none of them is answered with what arrived: the path, the request, whom it was sent to and how
+// many came so far.
 #include <gio/gio.h>
 #include <unistd.h>
 
@@ -38,12 +39,14 @@ void answerWith(GDBusMethodInvocation* invocation, GVariant* body) {
   g_object_unref(invocation);
 }
 
-GVariant* echo(GVariant* path, GVariant* request) {
+GVariant* echo(GVariant* path, GVariant* request, GDBusMessage* call) {
   GVariantBuilder entries;
   g_variant_builder_init(&entries, G_VARIANT_TYPE_VARDICT);
   g_variant_builder_add(&entries, "{sv}", "path", path);
   g_variant_builder_add(&entries, "{sv}", "request", request);
   g_variant_builder_add(&entries, "{sv}", "requests", g_variant_new_int64(requests));
+  g_variant_builder_add(&entries, "{sv}", "destination",
+                        g_variant_new_string(g_dbus_message_get_destination(call)));
   GVariant* dictionary = g_variant_builder_end(&entries);
   GVariant* replies = g_variant_new_array(G_VARIANT_TYPE_VARDICT, &dictionary, 1);
   return g_variant_new("(@aa{sv}@a(sxa{sv}))", replies,
@@ -66,7 +69,7 @@ void called(GDBusConnection*, const char*, const char*, const char*, const char*
   } else if (const char* reply = entry(request, "reply")) {
     answerWith(invocation, g_variant_parse(nullptr, reply, nullptr, nullptr, nullptr));
   } else {
-    answerWith(invocation, echo(path, request));
+    answerWith(invocation, echo(path, request, g_dbus_method_invocation_get_message(invocation)));
   }
   g_variant_unref(request);
   g_variant_unref(path);

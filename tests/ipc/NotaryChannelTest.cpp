@@ -156,6 +156,14 @@ TEST_F(NotaryChannelTest, OwnerOfAnotherUserNeverSeesTheRequest) {
   EXPECT_EQ(requestsSeen(), 1);
 }
 
+// By its name it could reach another one that has taken the name since the owner was looked at.
+TEST_F(NotaryChannelTest, RequestIsSentToTheOwnerThatWasLookedAt) {
+  startNotary();
+  const auto reply = callAndWait({})->reply();
+  ASSERT_TRUE(reply);
+  EXPECT_THAT((*reply)["destination"].string().value_or(""), testing::StartsWith(":"));
+}
+
 TEST_F(NotaryChannelTest, NameWithoutTheObjectIsNoNotary) {
   const auto connection = kvl::ipc::makeBusConnection("org.freedesktop.DBus");
   const auto recorder = CallRecorder::create();

@@ -130,9 +130,12 @@ TemporaryDirectory::~TemporaryDirectory() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-PrivateBus::PrivateBus(const Environment& changes) : changes_(changes) {
+PrivateBus::PrivateBus(const Environment& changes, Users users) : changes_(changes) {
+  using std::filesystem::perms;
   std::filesystem::create_directory(directory() / "services");
-  writeConfiguration();
+  if (users == Users::all)
+    std::filesystem::permissions(directory(), perms::owner_all | perms::others_exec);
+  writeConfiguration(users);
   start();
 }
 
@@ -152,7 +155,7 @@ PrivateBus::~PrivateBus() {
   stop();
 }
 
-void PrivateBus::writeConfiguration() const {
+void PrivateBus::writeConfiguration(Users users) const {
   writeFile(directory() / "bus.conf",
             R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
@@ -169,6 +172,8 @@ void PrivateBus::writeConfiguration() const {
     <allow send_destination="*" eavesdrop="true"/>
     <allow eavesdrop="true"/>
     <allow own="*"/>
+)" + (users == Users::all ? "<allow user='*'/>" : "") +
+                R"(
   </policy>
 </busconfig>
 )");

@@ -60,9 +60,11 @@ class TemporaryDirectory {
 
 class PrivateBus {
  public:
+  enum class Users { one, all };
   // Starts the bus and returns when it listens. Services that it activates get this process's
-  // environment with `changes` on top. Throws std::runtime_error when it does not start.
-  explicit PrivateBus(const Environment& changes = {});
+  // environment with `changes` on top. With `Users::all` other users may connect, too, and enter
+  // `directory()`. Throws std::runtime_error when it does not start.
+  explicit PrivateBus(const Environment& changes = {}, Users users = Users::one);
   ~PrivateBus();
 
   const std::string& address() const { return address_; }
@@ -91,7 +93,7 @@ class PrivateBus {
   void restart();
 
  private:
-  void writeConfiguration() const;
+  void writeConfiguration(Users users) const;
   void start();
 
   const Environment changes_;

@@ -41,6 +41,8 @@ SSL_CTX* makeContext(const TestServerOptions& options) {
     SSL_CTX_add1_chain_cert(context, extra->certificate.get());
   SSL_CTX_set_mode(context, SSL_MODE_NO_AUTO_CHAIN);
   SSL_CTX_set_num_tickets(context, static_cast<std::size_t>(options.tickets));
+  constexpr unsigned char kName[] = "test";  // without it no session of a client goes on
+  SSL_CTX_set_session_id_context(context, kName, sizeof(kName));
   if (!options.protocol.empty())
     SSL_CTX_set_alpn_select_cb(context, selectProtocol,
                                const_cast<std::string*>(&options.protocol));
@@ -139,10 +141,24 @@ int TestPeer::furtherClientCertificates() const {
   return chain == nullptr ? 0 : sk_X509_num(chain);
 }
 
+void TestPeer::askForCertificate() {
+  SSL_set_verify(ssl_, SSL_VERIFY_PEER, nullptr);
+  if (SSL_version(ssl_) == TLS1_3_VERSION) {
+    SSL_verify_client_post_handshake(ssl_);
+  } else {
+    SSL_renegotiate(ssl_);
+  }
+  SSL_do_handshake(ssl_);
+}
+
 TestTLSServer::TestTLSServer(TestServerOptions options, Handler handler)
     : options_(std::move(options)), handler_(std::move(handler)) {
   signal(SIGPIPE, SIG_IGN);
-  if (options_.identity != nullptr) context_ = makeContext(options_);
+  if (options_.identity != nullptr) {
+    context_ = makeContext(options_);
+    SSL_CTX_set_msg_callback(context_, &TestTLSServer::noteMessage);
+    SSL_CTX_set_msg_callback_arg(context_, this);
+  }
   listener_ = openListener(port_);
   acceptor_ = std::thread([this] { accept(); });
 }
@@ -161,6 +177,15 @@ TestTLSServer::~TestTLSServer() {
 
 void TestTLSServer::stopListening() {
   shutdown(listener_, SHUT_RDWR);
+}
+
+void TestTLSServer::noteMessage(int isSent, int version, int contentType, const void* bytes,
+                                std::size_t size, SSL* /*ssl*/, void* server) {
+  const bool isCertificate = isSent == 0 && contentType == SSL3_RT_HANDSHAKE && size > 0 &&
+                             *static_cast<const unsigned char*>(bytes) == SSL3_MT_CERTIFICATE;
+  // A client without one sends an empty list: its type and the lengths.
+  const std::size_t empty = version == TLS1_3_VERSION ? 8 : 7;
+  if (isCertificate && size > empty) ++static_cast<TestTLSServer*>(server)->clientCertificates_;
 }
 
 void TestTLSServer::accept() {

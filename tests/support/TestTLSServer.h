@@ -36,6 +36,9 @@ class TestPeer {
   [[nodiscard]] std::string clientSubject() const;
   // How many certificates the client sent beside its own.
   [[nodiscard]] int furtherClientCertificates() const;
+  // Asks for a client certificate now, long after the handshake: by a renegotiation under TLS 1.2,
+  // by a request of its own under TLS 1.3. The answer comes while the next bytes are read.
+  void askForCertificate();
 
  private:
   std::size_t receive(char* buffer, std::size_t size);
@@ -74,8 +77,14 @@ class TestTLSServer {
   [[nodiscard]] int connections() const noexcept { return connections_; }
   // How many of them have ended, sockets closed.
   [[nodiscard]] int ended() const noexcept { return ended_; }
+  // How many client certificates have come, those of failed handshakes included.
+  [[nodiscard]] int clientCertificates() const noexcept { return clientCertificates_; }
+  // How many connections went on with the TLS session of an earlier one, which is always granted.
+  [[nodiscard]] long resumptions() const { return SSL_CTX_sess_hits(context_); }
 
  private:
+  static void noteMessage(int isSent, int version, int contentType, const void* bytes,
+                          std::size_t size, SSL* ssl, void* server);
   void accept();
   void serve(int socket);
 
@@ -86,6 +95,7 @@ class TestTLSServer {
   std::uint16_t port_ = 0;
   std::atomic<int> connections_ = 0;
   std::atomic<int> ended_ = 0;
+  std::atomic<int> clientCertificates_ = 0;
   std::mutex mutex_;
   std::vector<int> sockets_;
   std::vector<std::thread> threads_;
