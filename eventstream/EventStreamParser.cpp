@@ -63,9 +63,8 @@ std::size_t trailingSpace(std::string_view text) {
 
 // Without tabs and Unicode space separators (category Zs) at both ends. The text is UTF-8.
 std::string_view trimmed(std::string_view text) noexcept {
-  std::size_t space = 1;
-  while (!text.empty() && (space = leadingSpace(text)) > 0) text.remove_prefix(space);
-  while (!text.empty() && (space = trailingSpace(text)) > 0) text.remove_suffix(space);
+  while (const auto space = text.empty() ? 0 : leadingSpace(text)) text.remove_prefix(space);
+  while (const auto space = text.empty() ? 0 : trailingSpace(text)) text.remove_suffix(space);
   return text;
 }
 

@@ -5,16 +5,20 @@
 #include <local/platform/Log.h>
 #include <local/platform/Value.h>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -111,6 +115,66 @@ TEST(InputFileTest, AnOpenFileMayBeClosedByWhoOpenedIt) {
   EXPECT_EQ(file->data(), kvl::Data::fromText("other"));
 }
 
+// Longer than one read, from where the descriptor stands to the end that the file had.
+TEST(InputFileTest, ALongOpenFileIsReadToItsEndAndNoFurther) {
+  std::string bytes;
+  while (bytes.size() < 700'000) bytes += std::to_string(bytes.size()) + ",";
+  const OpenFile open(bytes);
+  ASSERT_EQ(lseek(open.descriptor(), 5, SEEK_SET), 5);
+  const auto file = KVLInputFile::newWithDescriptor("a", std::nullopt, open.descriptor());
+  const auto size = static_cast<off_t>(bytes.size());
+  ASSERT_EQ(pwrite(open.descriptor(), "more", 4, size), 4);
+  EXPECT_TRUE(file->data() == kvl::Data::fromText(std::string_view(bytes).substr(5)));
+  std::string body;
+  EXPECT_EQ(bodyOf(file, body), std::nullopt);
+  EXPECT_EQ(body.find(bytes.substr(5) + "\n--"), body.find("\n\n") + 2);
+}
+
+TEST(InputFileTest, BehindTheEndOfAnOpenFileIsNothing) {
+  const OpenFile open("abc");
+  for (const off_t place : {3, 4, 1'000}) {
+    ASSERT_EQ(lseek(open.descriptor(), place, SEEK_SET), place);
+    const auto file = KVLInputFile::newWithDescriptor("a", "b", open.descriptor());
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(file->data(), kvl::Data()) << place;
+  }
+}
+
+TEST(InputFileTest, AnOpenFileThatCannotBeReadFailsAsTheSystemSays) {
+  const OpenFile open("abc");
+  const auto name = "/proc/self/fd/" + std::to_string(open.descriptor());
+  const int writable = ::open(name.c_str(), O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(writable, 0);
+  const auto file = KVLInputFile::newWithDescriptor("a", "b", writable);
+  close(writable);
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(file->data(), std::nullopt);
+  std::string body;
+  EXPECT_EQ(bodyOf(file, body), kvl::Error(kvl::NSPOSIXErrorDomain, EBADF));
+}
+
+// The numbers of the descriptors that are open on the same file.
+std::vector<int> descriptorsOf(int descriptor) {
+  const std::filesystem::path all("/proc/self/fd");
+  std::vector<int> same;
+  std::error_code gone;
+  for (const auto& entry : std::filesystem::directory_iterator(all)) {
+    if (std::filesystem::equivalent(entry.path(), all / std::to_string(descriptor), gone))
+      same.push_back(std::stoi(entry.path().filename().string()));
+  }
+  return same;
+}
+
+TEST(InputFileTest, ItsOwnDescriptorIsClosedWithItAndInNewPrograms) {
+  const OpenFile open(std::string(10, 'x'));
+  auto file = KVLInputFile::newWithDescriptor("a", "b", open.descriptor());
+  const auto descriptors = descriptorsOf(open.descriptor());
+  EXPECT_EQ(descriptors.size(), 2U);
+  for (const int each : descriptors) EXPECT_EQ(fcntl(each, F_GETFD), FD_CLOEXEC);
+  file.reset();
+  EXPECT_EQ(descriptorsOf(open.descriptor()), std::vector<int>{open.descriptor()});
+}
+
 TEST(InputFileTest, AFormWhoseOpenFileHasBecomeShorterIsNotMade) {
   const OpenFile open("abc");
   const auto file = KVLInputFile::newWithDescriptor("a", std::nullopt, open.descriptor());
@@ -140,10 +204,10 @@ TEST(InputFileTest, AnOpenFileThatNoMemoryHoldsIsAnErrorAndNoException) {
 
 TEST(InputFileTest, OnlyRegularFilesCanBeReadLater) {
   const kvltest::Pipe pipe;
-  for (const int descriptor : {pipe.writeEnd(), -1}) {
+  for (const auto& [descriptor, code] : {std::pair(pipe.writeEnd(), EINVAL), {-1, EBADF}}) {
     std::optional<kvl::Error> error;
     EXPECT_EQ(KVLInputFile::newWithDescriptor("a", "b", descriptor, &error), nullptr);
-    EXPECT_EQ(error->domain(), kvl::NSPOSIXErrorDomain);
+    EXPECT_EQ(error, kvl::Error(kvl::NSPOSIXErrorDomain, code));
   }
 }
 

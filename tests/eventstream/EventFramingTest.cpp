@@ -18,18 +18,22 @@ constexpr Time kStart{1h};
 // A stream whose time is told.
 class Stream {
  public:
+  explicit Stream(std::size_t longestEvent = EventFraming::kLongestEvent)
+      : body_(std::make_unique<EventFraming>(longestEvent)) {}
+
   void arrive(std::string_view bytes) { body_.append(bytes, now_); }
   void pass(std::chrono::milliseconds time) { now_ += time; }
   // The chunk that goes after a pass of reading.
-  std::string chunk(Source source) {
-    const Bytes bytes = body_.take(body_.due(source, now_));
+  std::string chunk(Source source) { return take(body_.due(source, now_)); }
+  std::string take(std::size_t count) {
+    const Bytes bytes = body_.take(count);
     return {bytes.begin(), bytes.end()};
   }
   [[nodiscard]] Time latest() const { return body_.latest(); }
   [[nodiscard]] Time now() const { return now_; }
 
  private:
-  urlloading::PendingBody body_{std::make_unique<EventFraming>()};
+  urlloading::PendingBody body_;
   Time now_ = kStart;
 };
 
@@ -126,6 +130,38 @@ TEST(EventFramingTest, AnEventThatIsLargerThanAChunkStaysWhole) {
   EXPECT_EQ(stream.chunk(Source::quiet), data + data + "\n\n");
 }
 
+TEST(EventFramingTest, AChunkIsLargeEnoughAtItsSizeAndNotAByteBefore) {
+  Stream stream;
+  stream.arrive(std::string(EventFraming::kChunkSize - 3, 'x') + "\n\n");
+  EXPECT_EQ(stream.chunk(Source::flowing), "");
+  stream.arrive("y");
+  EXPECT_EQ(stream.chunk(Source::flowing).size(), EventFraming::kChunkSize - 1);
+}
+
+TEST(EventFramingTest, AnEventIsTooLongAtItsSizeAndNotAByteBefore) {
+  Stream stream(10);
+  stream.arrive("event: ab");
+  EXPECT_EQ(stream.chunk(Source::quiet), "");
+  stream.arrive("c");
+  EXPECT_EQ(stream.chunk(Source::quiet), "event: abc");
+}
+
+TEST(EventFramingTest, WholeEventsGoBeforeOneThatIsTooLong) {
+  Stream stream(10);
+  stream.arrive("\n123456789");
+  EXPECT_EQ(stream.chunk(Source::flowing), "\n");
+  EXPECT_EQ(stream.chunk(Source::flowing), "");
+  stream.arrive("0");
+  EXPECT_EQ(stream.chunk(Source::flowing), "1234567890");
+}
+
+TEST(EventFramingTest, EventsThatStayBehindAreKnownStill) {
+  Stream stream;
+  stream.arrive("event: a\n\nevent: b\n\nrest");
+  EXPECT_EQ(stream.take(3), "eve");
+  EXPECT_EQ(stream.chunk(Source::held), "nt: a\n\nevent: b\n\n");
+}
+
 TEST(EventFramingTest, NothingGrowsWithoutEnd) {
   Stream stream;
   const std::string megabyte(1 << 20, 'x');
@@ -178,6 +214,17 @@ TEST(EventFramingTest, ALoneCarriageReturnCountsAsAnEmptyLine) {
   Stream stream;
   stream.arrive("event: a\r\n\r\n");
   EXPECT_EQ(stream.chunk(Source::quiet), "event: a\r\n\r\n");
+}
+
+TEST(EventFramingTest, ALoneCarriageReturnThatBeginsAChunkCountsAsAnEmptyLine) {
+  Stream stream;
+  stream.arrive("event: a\r\n");
+  stream.pass(EventFraming::kSettlingTime);
+  EXPECT_EQ(stream.chunk(Source::quiet), "event: a\r\n");
+  stream.arrive("\r\n");
+  EXPECT_EQ(stream.chunk(Source::quiet), "\r\n");
+  stream.arrive("\r");
+  EXPECT_EQ(stream.chunk(Source::quiet), "");
 }
 
 TEST(EventFramingTest, ALongStreamWithoutLineEndsIsLookedAtOnce) {

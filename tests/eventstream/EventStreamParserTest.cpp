@@ -254,6 +254,19 @@ TEST_F(EventStreamLongLineTest, TheLogHasAsMuchOfItAsOfAMalformedOne) {
                                     rest.substr(0, kLongestShownLine) + "\u2026");
 }
 
+TEST_F(EventStreamLongLineTest, IsNotCutWithinACharacter) {
+  state.setLongestLine(2 * kLongestShownLine);
+  const std::string beginning(kLongestShownLine - 1, 'x');
+  const std::string line = beginning + "\u00e9" + std::string(2 * kLongestShownLine, 'y');
+  const std::string logged =
+      "ignoring event-source line of more than 131072 bytes: " + beginning + "\u2026";
+  read(line + "\n");
+  EXPECT_EQ(log.lines(), Texts{logged});
+  read(line.substr(0, kLongestShownLine + 10));
+  read(line.substr(kLongestShownLine + 10) + "\n");
+  EXPECT_EQ(log.lines(), (Texts{logged, logged}));
+}
+
 TEST_F(EventStreamLongLineTest, OfOneStreamIsForgottenWithTheStream) {
   read("data: 12345");
   state.setData(std::nullopt);

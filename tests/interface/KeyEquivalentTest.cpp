@@ -56,6 +56,23 @@ TEST(KeyEquivalentTest, PrivateCharactersStandForKeysThatTypeNothing) {
   EXPECT_EQ(keyOf("\xEF\x9C\xA6"), (Key{Kind::function, 0, 35}));
 }
 
+TEST(KeyEquivalentTest, AByteOrderMarkInFrontDoesNotCount) {
+  EXPECT_EQ(keyOf("\xEF\xBB\xBFo"), (Key{Kind::character, U'o', 0}));
+  EXPECT_EQ(keyOf("\xEF\xBB\xBF"), std::nullopt);
+}
+
+TEST(KeyEquivalentTest, CharactersBesideThoseOfKeysStandForThemselves) {
+  for (const auto& [text, character] : {std::pair("\x02"sv, U'\x02'),
+                                        {"\x1a"sv, U'\x1a'},
+                                        {"!"sv, U'!'},
+                                        {"~"sv, U'~'},
+                                        {"\xEF\x9B\xBF"sv, U'\xf6ff'},
+                                        {"\xEF\x9C\xAA"sv, U'\xf72a'},
+                                        {"\xEF\x9C\xB2"sv, U'\xf732'},
+                                        {"\xEF\x9C\xB6"sv, U'\xf736'}})
+    EXPECT_EQ(keyOf(text), (Key{Kind::character, character, 0})) << text;
+}
+
 TEST(KeyEquivalentTest, WhatIsNotOneCharacterStandsForNoKey) {
   for (const auto text : {""sv, "ab"sv, "Ctrl+O"sv, "\xFF"sv, "\xC3"sv, "\xEF\xBF\xBD"sv})
     EXPECT_EQ(keyOf(text), std::nullopt) << text;

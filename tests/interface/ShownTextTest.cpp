@@ -53,9 +53,35 @@ TEST(ShownTextTest, ACutTextEndsWithAWholeCharacter) {
 TEST(ShownTextTest, EachByteThatIsNoTextIsReplaced) {
   for (const auto& bytes :
        {"\xFF"s, "\xC3"s, "\x80"s, "\xC0\xAF"s, "\xE0\x80\xAF"s, "\xED\xA0\x80"s,
-        "\xF4\x90\x80\x80"s, "\xF5\x80\x80\x80"s, "\xF0\x9F\x98"s})
+        "\xF4\x90\x80\x80"s, "\xF5\x80\x80\x80"s, "\xF0\x9F\x98"s, "\xC1\xBF"s, "\xE0\x9F\xBF"s,
+        "\xF0\x8F\xBF\xBF"s, "\xED\xBF\xBF"s, "\xF8\x88\x80\x80"s, "\xBF"s})
     EXPECT_EQ(shownLine("a" + bytes + "b"),
               "a" + repeated("\xEF\xBF\xBD", static_cast<int>(bytes.size())) + "b");
+}
+
+TEST(ShownTextTest, ACharacterThatAnotherInterruptsIsReplaced) {
+  EXPECT_EQ(shownLine("\xC3x"), "\xEF\xBF\xBDx");
+  EXPECT_EQ(shownLine("\xE2x\x82"), "\xEF\xBF\xBDx\xEF\xBF\xBD");
+  EXPECT_EQ(shownLine("\xF0\x9F\x98x"), repeated("\xEF\xBF\xBD", 3) + "x");
+  EXPECT_EQ(shownLine("\xC3\xC3\xA4"), "\xEF\xBF\xBD\xC3\xA4");
+}
+
+TEST(ShownTextTest, TheFirstAndTheLastCharacterOfEachLengthAreShown) {
+  for (const auto& text : {" "s, "~"s, "\xC2\xA0"s, "\xDF\xBF"s, "\xE0\xA0\x80"s, "\xED\x9F\xBF"s,
+                           "\xEE\x80\x80"s, "\xEF\xBF\xBF"s, "\xF0\x90\x80\x80"s,
+                           "\xF4\x8F\xBF\xBF"s, "\xE2\x80\xA7"s, "\xE2\x80\xAA"s})
+    EXPECT_EQ(shownLine(text), text);
+  EXPECT_EQ(shownLine("\x01\x1f\x7f\xC2\x80\xC2\x9F"), "     ");
+}
+
+TEST(ShownTextTest, CharactersBeyondSixteenBitsCountTwice) {
+  const auto almost = repeated("a", kLongestShownText - 2);
+  for (const auto& one : {"\xEF\xBF\xBF"s, "\xC3\xA4"s})
+    EXPECT_EQ(shownLine(almost + one + "a"), almost + one + "a");
+  for (const auto& two : {"\xF0\x90\x80\x80"s, "\xF4\x8F\xBF\xBF"s}) {
+    EXPECT_EQ(shownLine(almost + two), almost + two);
+    EXPECT_EQ(shownLine(almost + two + "a"), almost + std::string(kEllipsis));
+  }
 }
 
 TEST(ShownTextTest, AByteOrderMarkDoesNotCount) {

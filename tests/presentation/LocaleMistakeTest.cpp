@@ -98,6 +98,7 @@ TEST_F(LocaleMistakeTest, ATextThatEntriesMultiplyStaysShort) {
   const Dictionary midnight{{"find", "0"}, {"type", "time"}};
   const auto text = stringWithLocales("0", Array(std::vector<Value>(40, midnight)));
   EXPECT_LE(text.size(), std::size_t{1} << 20);
+  EXPECT_EQ(text.size(), 349'525U);  // one more replacement of each 0 would be too much
   EXPECT_EQ(linesOf(Dictionary{{"find", "%none"}, {"type", "time"}}).size(), 0U);
 }
 
@@ -144,6 +145,30 @@ TEST_F(LocaleSecondsTest, SecondsThatAreNoNumberAreZeroAndReported) {
   EXPECT_EQ(stringWithLocales("%T", Array{entry}), "00:00");
   EXPECT_THAT(log.lines(), ElementsAre("expect seconds as integer in dictionary "
                                        R"({find = "%T"; type = time; seconds = 3600})"));
+}
+
+// Each midnight takes the place of two bytes and has five.
+TEST_F(LocaleSecondsTest, ATextGrowsToAMebibyteAndNotAByteFurther) {
+  constexpr std::size_t kLongest = std::size_t{1} << 20;
+  const Array midnight{Dictionary{{"find", "%T"}, {"type", "time"}}};
+  const std::string once(kLongest - 5, 'x');
+  EXPECT_TRUE(stringWithLocales(once + "%T", midnight) == once + "00:00");
+  EXPECT_TRUE(stringWithLocales(once + "x%T", midnight) == once + "x%T");
+  const std::string twice(kLongest - 10, 'x');
+  EXPECT_TRUE(stringWithLocales("%T" + twice + "%T", midnight) == "00:00" + twice + "00:00");
+  EXPECT_TRUE(stringWithLocales("%T" + twice + "x%T", midnight) == "%T" + twice + "x%T");
+  EXPECT_EQ(log.count("locale text too long: '%T'"), 2U);
+}
+
+TEST_F(LocaleSecondsTest, ATextThatIsTooLongAlreadyMayBecomeShorter) {
+  const std::string filling(std::size_t{1} << 20, 'x');
+  const auto midnight = [](const char* token) {
+    return Array{Dictionary{{"find", token}, {"type", "time"}}};
+  };
+  EXPECT_TRUE(stringWithLocales(filling + "%Time%", midnight("%Time%")) == filling + "00:00");
+  EXPECT_TRUE(stringWithLocales(filling + "%Time", midnight("%Time")) == filling + "00:00");
+  EXPECT_TRUE(stringWithLocales(filling + "%Tim", midnight("%Tim")) == filling + "%Tim");
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"locale text too long: '%Tim'"});
 }
 
 TEST_F(LocaleSecondsTest, SecondsBesideADateAreReadWithoutUse) {

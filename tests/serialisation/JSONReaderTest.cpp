@@ -335,6 +335,18 @@ TEST(JSONReaderTest, ReadsNothingBehindTheText) {
   }
 }
 
+TEST(JSONReaderTest, KeysAreFoundToBeEqualWhateverTheyAre) {
+  for (char key = ' '; key <= '~'; ++key) {
+    if (key == '"' || key == '\\') continue;
+    for (const auto& name : {std::string(1, key), std::string(2, key), "x" + std::string(1, key)}) {
+      const auto value = read("{\"" + name + "\":1,\"" + name + "\":2}");
+      ASSERT_TRUE(value) << name;
+      EXPECT_EQ(value->dictionary(), (kvl::Dictionary{{name, 2}})) << name;
+      EXPECT_EQ(value->dictionary()->size(), 1U) << name;
+    }
+  }
+}
+
 TEST(JSONReaderTest, OfEqualKeysTheLastValueCountsInTheFirstPlace) {
   const auto value = read(R"({"a":1,"b":2,"a":3,"c":4,"b":5})");
   EXPECT_EQ(value->description(), "{a = 3; b = 5; c = 4}");
