@@ -1,21 +1,14 @@
 // Any bytes: the parameters are what a plain reading of the rules gives.
 #include "encoding/ContentTypeRole.h"
-
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
+#include "fuzz/Target.h"
 
 namespace {
 
 using kvl::encoding::contentTypeParameters;
+using kvl::fuzz::require;
 
-void require(bool holds, const char* rule) {
-  if (holds) return;
-  std::fprintf(stderr, "it does not hold that %s\n", rule);
-  std::abort();
-}
-
-void check(std::string_view text) {
+void checkContentType(kvl::fuzz::Input input) {
+  const auto text = kvl::fuzz::textOf(input);
   const auto parameters = contentTypeParameters(text);
   const bool isTemplate = kvl::encoding::hasTemplateRole(text);
   for (const auto& [name, value] : parameters) {
@@ -33,9 +26,6 @@ void check(std::string_view text) {
   require(isTemplate || !text.starts_with("t;role=template"), "who says so is a template");
 }
 
-}  // namespace
+const kvl::fuzz::Target contentType("contenttype", checkContentType);
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  check({reinterpret_cast<const char*>(data), size});
-  return 0;
-}
+}  // namespace

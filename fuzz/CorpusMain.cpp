@@ -1,22 +1,32 @@
-// Runs a fuzz target on each file of a folder, in builds without libFuzzer.
-#include <cstdint>
-#include <cstdio>
+// Runs a fuzz target on each file of some folders, in builds without libFuzzer.
+#include "fuzz/Target.h"
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <vector>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+namespace {
 
-int main(int count, char** arguments) {
-  if (count != 2) return 2;
+std::size_t runFolder(const kvl::fuzz::Target& target, const char* folder) {
   std::size_t inputs = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(arguments[1])) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     std::ifstream file(entry.path(), std::ios::binary);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    target.run({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
     ++inputs;
   }
+  return inputs;
+}
+
+}  // namespace
+
+// kvl_fuzz_corpus TARGET FOLDER...
+int main(int count, char** arguments) {
+  const auto* target = count < 3 ? nullptr : kvl::fuzz::Target::named(arguments[1]);
+  if (target == nullptr) return 2;
+  std::size_t inputs = 0;
+  for (int i = 2; i < count; ++i) inputs += runFolder(*target, arguments[i]);
   std::printf("%zu inputs\n", inputs);
   return inputs > 0 ? 0 : 1;
 }

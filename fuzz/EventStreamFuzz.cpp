@@ -1,32 +1,24 @@
 // Any bytes, cut in any way: the parser gives what the reference gives.
+#include "fuzz/Target.h"
 #include "tests/eventstream/ParserComparison.h"
-
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 
 namespace {
 
 // The byte that ends a chunk; it is no part of UTF-8.
-constexpr char kCut = '\xfe';
+constexpr char kChunkEnd = '\xfe';
 
-void compare(std::string_view input) {
+void compareParsers(kvl::fuzz::Input bytes) {
+  auto input = kvl::fuzz::textOf(bytes);
   const kvltest::LogCapture silent;
   kvltest::ParserComparison parsers;
   while (!input.empty()) {
-    const auto size = std::min(input.find(kCut), input.size());
+    const auto size = std::min(input.find(kChunkEnd), input.size());
     const auto difference = parsers.read(input.substr(0, size));
-    if (!difference.empty()) {
-      std::fprintf(stderr, "they differ: %s\n", difference.c_str());
-      std::abort();
-    }
+    kvl::fuzz::require(difference.empty(), difference.c_str());
     input.remove_prefix(std::min(size + 1, input.size()));
   }
 }
 
-}  // namespace
+const kvl::fuzz::Target eventStream("eventstream", compareParsers);
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  compare({reinterpret_cast<const char*>(data), size});
-  return 0;
-}
+}  // namespace

@@ -1,13 +1,11 @@
 // Any inputs, with boundaries that may occur in them: the body reads back as the same parts.
 #include "encoding/Boundary.h"
 #include "encoding/MultipartBody.h"
+#include "fuzz/Choices.h"
 
 #include <local/KVLInputFile.h>
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -17,39 +15,8 @@ namespace {
 
 using kvl::encoding::kBoundaryDraws;
 using kvl::encoding::kBoundaryLength;
-
-// Ends the program when something does not hold.
-void require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "it does not hold: %s\n", what);
-  std::abort();
-}
-
-// Takes choices and texts off the fuzzer's bytes.
-class Choices {
- public:
-  explicit Choices(std::string_view bytes) : rest_(bytes) {}
-
-  [[nodiscard]] bool left() const { return !rest_.empty(); }
-
-  std::uint8_t byte() {
-    if (rest_.empty()) return 0;
-    const char first = rest_.front();
-    rest_.remove_prefix(1);
-    return static_cast<std::uint8_t>(first);
-  }
-
-  std::string_view text(std::size_t size) {
-    const auto taken = rest_.substr(0, size);
-    rest_.remove_prefix(taken.size());
-    return taken;
-  }
-
-  std::string_view text() { return text(byte()); }
-
- private:
-  std::string_view rest_;
-};
+using kvl::fuzz::Choices;
+using kvl::fuzz::require;
 
 // An input, and what its part must end with.
 struct Sample {
@@ -166,11 +133,9 @@ void checkBody(const kvl::URLRequest& request, const Form& form, std::size_t dra
   require(refusedBefore(form, parts) == drawn - 1, "the first boundary that may be is taken");
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size == 0) return 0;
-  const auto form = makeForm({reinterpret_cast<const char*>(data), size});
+void checkMultipart(kvl::fuzz::Input input) {
+  if (input.empty()) return;
+  const auto form = makeForm(kvl::fuzz::textOf(input));
   kvl::Array inputs;
   for (const auto& sample : form.samples) inputs.append(sample.input);
   std::size_t drawn = 0;
@@ -183,5 +148,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } else if (!form.samples.empty()) {
     checkBody(request, form, drawn);
   }
-  return 0;
 }
+
+const kvl::fuzz::Target multipart("multipart", checkMultipart);
+
+}  // namespace

@@ -1,22 +1,21 @@
 // Any template and entries: rendering never fails, and entries apply one after the other.
+#include "fuzz/Target.h"
 #include "tests/support/LogCapture.h"
 
 #include <local/KVLEncodingLocale.h>
 
 #include <charconv>
-#include <cstdint>
-#include <cstdlib>
 
 namespace {
 
 // The byte that ends a piece of the input; it is no part of UTF-8.
-constexpr char kCut = '\xfe';
+constexpr char kPieceEnd = '\xfe';
 // Each entry may multiply the text by the length of a length of time.
 constexpr int kMostEntries = 3;
 constexpr std::size_t kLongestInput = 256;
 
 std::string_view takePiece(std::string_view& input) {
-  const auto piece = input.substr(0, input.find(kCut));
+  const auto piece = input.substr(0, input.find(kPieceEnd));
   input.remove_prefix(std::min(piece.size() + 1, input.size()));
   return piece;
 }
@@ -37,7 +36,9 @@ kvl::Value takeEntry(std::string_view& input) {
   return entry;
 }
 
-void render(std::string_view input) {
+void checkTemplate(kvl::fuzz::Input bytes) {
+  if (bytes.size() > kLongestInput) return;
+  auto input = kvl::fuzz::textOf(bytes);
   const kvltest::LogCapture silent;
   const auto text = takePiece(input);
   kvl::Array entries;
@@ -46,12 +47,10 @@ void render(std::string_view input) {
     entries.append(takeEntry(input));
     oneByOne = KVLEncoding::stringWithLocales(oneByOne, kvl::Array{entries[entries.size() - 1]});
   }
-  if (KVLEncoding::stringWithLocales(text, entries) != oneByOne) std::abort();
+  kvl::fuzz::require(KVLEncoding::stringWithLocales(text, entries) == oneByOne,
+                     "entries apply one after the other");
 }
+
+const kvl::fuzz::Target templates("template", checkTemplate);
 
 }  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (size <= kLongestInput) render({reinterpret_cast<const char*>(data), size});
-  return 0;
-}

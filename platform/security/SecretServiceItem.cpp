@@ -2,6 +2,7 @@
 
 #include "platform/security/KeyStore.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace kvl::security {
@@ -53,7 +54,7 @@ class SizedBlock {
     auto* block = static_cast<char*>(g_malloc(sizeof(std::size_t) + bytes.size()));
     const std::size_t size = bytes.size();
     std::memcpy(block, &size, sizeof size);
-    std::memcpy(block + sizeof size, bytes.data(), size);
+    std::ranges::copy(bytes, block + sizeof size);
     return block + sizeof size;
   }
   static void destroy(void* content) {

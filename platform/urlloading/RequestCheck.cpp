@@ -20,6 +20,7 @@ std::optional<Error> requestFault(const URLRequest& request,
   const auto text = request.urlText();
   if (!request.url()) return makeURLError(NSURLErrorBadURL, text);
   if (!isLoadable(*request.url())) return makeURLError(NSURLErrorUnsupportedURL, text);
+  if (!namesHost(*request.url())) return makeURLError(NSURLErrorBadURL, text);
   if (!configuration.allowsInsecureHTTPLoads && !isSecure(*request.url()))
     return makeURLError(NSURLErrorAppTransportSecurityRequiresSecureConnection, text);
   if (!isToken(request.method()))
@@ -45,6 +46,10 @@ bool isLoadable(const URL& url) noexcept {
   const auto scheme = url.scheme();
   return scheme &&
          (ascii::equalIgnoringCase(*scheme, "https") || ascii::equalIgnoringCase(*scheme, "http"));
+}
+
+bool namesHost(const URL& url) noexcept {
+  return !url.host().value_or(std::string_view()).empty();
 }
 
 bool isSecure(const URL& url) noexcept {

@@ -22,6 +22,8 @@ namespace kvl::urlloading {
 
 // Whether the URL is absolute and of a scheme that is loaded: http or https.
 [[nodiscard]] bool isLoadable(const URL& url) noexcept;
+// Without one, libcurl would take the beginning of the path for the host.
+[[nodiscard]] bool namesHost(const URL& url) noexcept;
 [[nodiscard]] bool isSecure(const URL& url) noexcept;
 // Whether both name the same host; the port does not matter.
 [[nodiscard]] bool isSameHost(const URL& a, const URL& b) noexcept;

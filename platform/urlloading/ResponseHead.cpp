@@ -13,8 +13,10 @@ namespace {
 constexpr std::string_view kProtocolPrefix = "HTTP/";
 constexpr int kFirstFinalStatus = 200;
 
+// Of three digits at most, as versions and states are.
 int numberIn(std::string_view text) {
   int number = 0;
+  text = text.substr(0, 3);
   std::from_chars(text.data(), text.data() + text.size(), number);
   return number;
 }
@@ -64,7 +66,8 @@ std::optional<URL> redirectTarget(const URL& source, const HeaderFields& fields)
   const auto reference = URL::parse(*location);
   if (!reference) return std::nullopt;
   const URL target = reference->resolvedAgainst(source);
-  if (!isLoadable(target) || (isSecure(source) && !isSecure(target))) return std::nullopt;
+  if (!isLoadable(target) || !namesHost(target)) return std::nullopt;
+  if (isSecure(source) && !isSecure(target)) return std::nullopt;
   return withInheritedFragment(target, source);
 }
 
@@ -80,10 +83,12 @@ bool isSameOrigin(const URL& a, const URL& b) {
 
 bool ResponseHead::take(std::string_view line) {
   if (complete_) return false;
-  if (line.starts_with(kProtocolPrefix)) {
+  if (begins_ && line.starts_with(kProtocolPrefix)) {
+    begins_ = false;
     takeStatusLine(line);
   } else if (ascii::trimmed(line).empty()) {
     complete_ = status_ >= kFirstFinalStatus;
+    begins_ = !complete_;
   } else {
     takeField(line);
   }

@@ -28,6 +28,9 @@ class ResponseHead {
   HeaderFields fields_;
   int status_ = 0;
   int version_ = 0;
+  // Whether no head has begun since the last one ended. Within one, all lines are fields, however
+  // they look.
+  bool begins_ = true;
   bool complete_ = false;
 };
 

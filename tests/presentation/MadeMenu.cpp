@@ -18,7 +18,7 @@ namespace {
 using kvl::Menu;
 using kvl::MenuItem;
 
-constexpr int kDeepest = 8;
+constexpr int kDeepestMenu = 8;
 
 constexpr std::array<std::string_view, 16> kKeys = {
     "type",  "text", "subtext", "locale",   "shortcut", "updates", "tooltip", "icon",
@@ -65,14 +65,14 @@ class DescriptionMaker {
 
   // A value of the type that belongs to the key.
   kvl::Value fitting(std::string_view key, int depth) {
-    if (depth < kDeepest && key == "form") return dictionary(depth);
-    if (depth < kDeepest && (key == "subitems" || key == "locale")) return array(depth);
+    if (depth < kDeepestMenu && key == "form") return dictionary(depth);
+    if (depth < kDeepestMenu && (key == "subitems" || key == "locale")) return array(depth);
     if (key == "updates" || key == "seconds") return byte() - 100;
     return text();
   }
 
   kvl::Value any(int depth) {
-    switch (byte() % (depth < kDeepest ? 7 : 5)) {
+    switch (byte() % (depth < kDeepestMenu ? 7 : 5)) {
       case 0:
         return nullptr;
       case 1:

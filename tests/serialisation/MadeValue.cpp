@@ -7,7 +7,7 @@
 namespace kvltest {
 namespace {
 
-constexpr int kDeepest = 6;
+constexpr int kDeepestValue = 6;
 constexpr std::uint8_t kLongText = 0xf0;  // from this byte on
 
 }  // namespace
@@ -87,7 +87,7 @@ kvl::Dictionary ValueMaker::dictionary(int depth) {
 }
 
 kvl::Value ValueMaker::value(int depth) {
-  const int kind = byte() % (depth < kDeepest ? 12 : 7);
+  const int kind = byte() % (depth < kDeepestValue ? 12 : 7);
   switch (kind) {
     case 0:
       return portable() ? kvl::Value(true) : kvl::Value();

@@ -140,6 +140,8 @@ TEST_F(FailureTest, ARequestThatCannotBeSentReachesNobody) {
     std::int64_t code;
   };
   const Row rows[] = {{"not a url", NSURLErrorDomain, NSURLErrorBadURL},
+                      {"https:/localhost/", NSURLErrorDomain, NSURLErrorBadURL},
+                      {"https:///localhost/", NSURLErrorDomain, NSURLErrorBadURL},
                       {"relative/path", NSURLErrorDomain, NSURLErrorUnsupportedURL},
                       {"file:///etc/passwd", NSURLErrorDomain, NSURLErrorUnsupportedURL},
                       {"ftp://localhost/", NSURLErrorDomain, NSURLErrorUnsupportedURL}};

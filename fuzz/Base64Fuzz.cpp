@@ -1,0 +1,58 @@
+// Any bytes: as base64 they are what another library writes, and read back as they were. Any text:
+// it is base64 exactly when the grammar says so, and means what the other library reads.
+#include "fuzz/Expression.h"
+#include "fuzz/Target.h"
+#include "notary/Base64Lines.h"
+#include "platform/security/PEMSequence.h"
+#include "tools/kvlocal/JSON.h"
+
+#include <memory>
+#include <string>
+
+namespace {
+
+using kvl::fuzz::require;
+
+constexpr std::size_t kLineSize = 64;
+
+std::string written(kvl::fuzz::Input bytes) {
+  const std::unique_ptr<char, decltype(&g_free)> text(g_base64_encode(bytes.data(), bytes.size()),
+                                                      g_free);
+  return text.get();
+}
+
+kvl::Bytes readText(const std::string& text) {
+  gsize size = 0;
+  const std::unique_ptr<guchar, decltype(&g_free)> bytes(g_base64_decode(text.c_str(), &size),
+                                                         g_free);
+  return {bytes.get(), bytes.get() + size};
+}
+
+void checkLines(const std::string& lines, std::string expected) {
+  for (std::size_t end = kLineSize; end < expected.size(); end += kLineSize + 2)
+    expected.insert(end, "\r\n");
+  require(lines == expected, "lines have 64 characters, and none ends with a line end");
+}
+
+void checkBase64(kvl::fuzz::Input input) {
+  const auto text = written(input);
+  require(kvlocal::base64(kvl::fuzz::textOf(input)) == text, "both write the same");
+  const auto lines = kvl::notary::base64Lines(input);
+  checkLines(lines, text);
+  require(kvl::security::decodeBase64(lines) == kvl::Bytes(input.begin(), input.end()),
+          "lines read back as the bytes");
+
+  static const kvl::fuzz::Expression grammar(
+      "(?:[A-Za-z0-9+/]{4})*(?:[A-Za-z0-9+/]{3}=|[A-Za-z0-9+/]{2}==)?");
+  std::string dense(kvl::fuzz::textOf(input));
+  std::erase_if(dense, [](char c) {
+    return std::string_view(" \t\r\n\v\f").find(c) != std::string_view::npos;
+  });
+  const auto bytes = kvl::security::decodeBase64(kvl::fuzz::textOf(input));
+  require(bytes.has_value() == grammar.matches(dense), "the grammar says what is base64");
+  require(!bytes || *bytes == readText(dense), "both read the same");
+}
+
+const kvl::fuzz::Target base64("base64", checkBase64);
+
+}  // namespace
