@@ -4,6 +4,7 @@
 #include "platform/core/ASCII.h"
 #include "tests/support/LogCapture.h"
 
+#include <local/platform/Mutex.h>
 #include <local/platform/Semaphore.h>
 #include <local/platform/URLSession.h>
 
@@ -14,7 +15,6 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -67,14 +67,14 @@ class Server {
   }
 
   void setAnswers(std::vector<std::string> answers) {
-    const std::lock_guard lock(mutex_);
+    const kvl::MutexLock lock(mutex_);
     answers_ = std::move(answers);
     std::ranges::reverse(answers_);
   }
 
  private:
   std::string nextAnswer() {
-    const std::lock_guard lock(mutex_);
+    const kvl::MutexLock lock(mutex_);
     if (answers_.empty()) return {};
     auto answer = std::move(answers_.back());
     answers_.pop_back();
@@ -95,8 +95,8 @@ class Server {
 
   Descriptor listener_;
   std::uint16_t port_ = 0;
-  std::mutex mutex_;
-  std::vector<std::string> answers_;
+  kvl::Mutex mutex_;
+  std::vector<std::string> answers_ KVL_GUARDED_BY(mutex_);  // the next one last
 };
 
 Server& server() {
