@@ -63,6 +63,9 @@ void checkBlocks(std::string_view text) {
     require(block.body.data() + block.body.size() <= text.data() + text.size(),
             "both are views of the text");
     require(block.label.find_first_of("\r\n") == std::string_view::npos, "a label is in one line");
+    const auto behind = text.substr(static_cast<std::size_t>(block.body.end() - text.begin()));
+    require(!block.complete || behind.starts_with("-----END " + std::string(block.label) + "-----"),
+            "the end of a block has its label");
     last = block.body.data() + block.body.size();
   }
 }

@@ -2,10 +2,32 @@
 #include "encoding/ContentTypeRole.h"
 #include "fuzz/Target.h"
 
+#include <algorithm>
+
 namespace {
 
 using kvl::encoding::contentTypeParameters;
 using kvl::fuzz::require;
+
+// Another reader, of texts without any white space.
+kvl::encoding::ContentTypeParameters parametersElsewhere(std::string_view text) {
+  kvl::encoding::ContentTypeParameters parameters;
+  const auto semicolon = text.find(';');
+  if (semicolon == 0 || semicolon == std::string_view::npos) return parameters;
+  text.remove_prefix(semicolon + 1);
+  while (!text.empty() && text.front() != '=') {
+    const auto sign = std::min(text.find('='), text.size() - 1);
+    const auto end = std::min(text.find(',', sign + 1), text.size());
+    const auto value = text.substr(sign + 1, end - sign - 1);
+    if (!value.empty()) parameters[text.substr(0, sign)] = value;
+    text.remove_prefix(end);
+  }
+  return parameters;
+}
+
+bool isPlainText(std::string_view text) {
+  return std::ranges::all_of(text, [](char c) { return c > ' ' && c <= '~'; });
+}
 
 void checkContentType(kvl::fuzz::Input input) {
   const auto text = kvl::fuzz::textOf(input);
@@ -18,6 +40,8 @@ void checkContentType(kvl::fuzz::Input input) {
     require(name.data() + name.size() < value.data(), "a value stands behind its name");
     require(value.data() + value.size() <= text.data() + text.size(), "both are views of the text");
   }
+  require(!isPlainText(text) || parameters == parametersElsewhere(text),
+          "another reader finds the same parameters");
   const auto semicolon = text.find(';');
   require(semicolon != std::string_view::npos || parameters.empty(),
           "parameters follow a semicolon");

@@ -43,8 +43,8 @@ std::optional<bool> isModest(const std::string& open, const std::string& text, s
 
 // Larger than a picture may be, in a form that nobody can overlook.
 bool statesTooMuch(const std::string& text) {
-  return text.find("/Width 99999 ") != std::string::npos ||
-         text.find("/Height 99999 ") != std::string::npos;
+  return text.find("/Width 99999 /") != std::string::npos ||
+         text.find("/Height 99999 /") != std::string::npos;
 }
 
 // The open part up to a line end, and what is packed.

@@ -116,6 +116,20 @@ TEST(PDFStructureTest, ASizeIsANumberThatStandsThere) {
   }
 }
 
+// Readers take them for numbers, so they must not hide one that is too large.
+TEST(PDFStructureTest, ASizeIsSeenBehindSignsZerosAndRemarksAndBeforeOtherNumbers) {
+  for (const std::string size : {" 16385 0 /X", " 16385 0 Rx", " +16385", " 0000000000016385",
+                                 " %x\n16385", " %x\n%y\r\n 16385"}) {
+    EXPECT_FALSE(isModest("/W" + size)) << size;
+    EXPECT_FALSE(isModest(streamOf("/Width" + size))) << size;
+  }
+  // Where the number itself stands elsewhere, that is refused where it must be a number.
+  for (const std::string size : {" 7 %x\n0 R", " 7 0 R/", " 7 0 %x\nR"}) {
+    EXPECT_FALSE(isModest("/Width" + size)) << size;
+    EXPECT_TRUE(isModest("/W" + size)) << size;
+  }
+}
+
 TEST(PDFStructureTest, OnlyPatternsThatShadeAreDrawn) {
   EXPECT_TRUE(isModest("/PatternType 2"));
   for (const char* type : {"0", "1", "3", "7 0 R", "x"}) {

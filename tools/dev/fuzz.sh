@@ -5,7 +5,7 @@
 # shellcheck shell=bash
 
 readonly fuzz_program=build/asan/bin/kvl_fuzz
-readonly fuzz_replay=build/coverage/bin/kvl_fuzz_corpus
+readonly fuzz_replay=build/coverage/bin/kvl_fuzz
 readonly fuzz_jobs=2
 
 # How many times as long as most targets' an input takes; such a target gets as many fewer of them.
@@ -83,7 +83,7 @@ print(lines["covered"], lines["count"])'
 
 fuzz_replay_one() {
   local home=build/fuzz/$1
-  LLVM_PROFILE_FILE=$home/raw "$fuzz_replay" "$1" "$home/found" "fuzz/corpus/$1" >/dev/null 2>&1
+  LLVM_PROFILE_FILE=$home/raw "$fuzz_replay" --target="$1" "$home/found" "fuzz/corpus/$1" >/dev/null 2>&1
   llvm-profdata-19 merge -o "$home/profile" "$home/raw"
 }
 
@@ -91,7 +91,7 @@ fuzz_replay_one() {
 fuzz_report() {
   local name covered lines profiles
   section 'Building for the report'
-  configure_and_build coverage kvl_fuzz_corpus
+  configure_and_build coverage kvl_fuzz
   fuzz_each fuzz_replay_one "$@"
   printf '%-14s %12s %12s %14s\n' target executions 'new inputs' 'lines covered'
   for name in "$@"; do
@@ -106,7 +106,7 @@ fuzz_report() {
 }
 
 run_fuzz() {
-  local mode=--minutes targets names
+  local mode=--minutes failed=0 targets names
   fuzz_amount=10
   case ${1:-} in
     --minutes | --runs)
@@ -120,10 +120,11 @@ run_fuzz() {
   configure_and_build asan kvl_fuzz
   mkdir -p build/fuzz
   if [ "$mode" = --runs ]; then
-    fuzz_each fuzz_inputs "${targets[@]}"
+    fuzz_each fuzz_inputs "${targets[@]}" || failed=1
   else
     fuzz_amount=$((fuzz_amount * 60 * fuzz_jobs / ${#targets[@]}))
-    fuzz_each fuzz_search "${targets[@]}"
+    fuzz_each fuzz_search "${targets[@]}" || failed=1
     fuzz_report "${targets[@]}"
   fi
+  return "$failed"
 }

@@ -18,8 +18,11 @@ namespace {
 constexpr std::string_view kEnd = "%%EOF";
 constexpr std::size_t kEndReach = 1024;
 constexpr std::string_view kBlanks{" \t\r\n\f\0", 6};
+constexpr std::string_view kDelimiters = "/<>[]()%{}";
 constexpr std::string_view kDigits = "0123456789";
 constexpr std::size_t kLongestName = 16;
+constexpr std::size_t kLongestComment = 32;
+constexpr std::size_t kLongestNumber = 9;  // in digits
 constexpr std::string_view kStream = "stream";
 constexpr std::uint64_t kShadingPattern = 2;
 // What all streams of a file may be together.
@@ -41,9 +44,7 @@ std::string takeName(std::string_view& text) {
     const char next = text.front();
     const bool escaped = next == '#' && text.size() > 2 && ascii::hexDigit(text[1]) >= 0 &&
                          ascii::hexDigit(text[2]) >= 0;
-    if (!escaped &&
-        (next <= ' ' || std::string_view("/<>[]()%{}").find(next) != std::string_view::npos))
-      break;
+    if (!escaped && (next <= ' ' || kDelimiters.find(next) != std::string_view::npos)) break;
     name += escaped ? static_cast<char>(ascii::hexDigit(text[1]) * 16 + ascii::hexDigit(text[2]))
                     : next;
     text.remove_prefix(escaped ? 3 : 1);
@@ -51,15 +52,48 @@ std::string takeName(std::string_view& text) {
   return name;
 }
 
+// Past what stands between words: blanks, and comments that are not long.
+std::string_view pastBlanks(std::string_view text) {
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  while (text.starts_with('%')) {
+    const auto end = text.substr(0, kLongestComment).find_first_of("\r\n");
+    if (end == std::string_view::npos) return text;
+    text.remove_prefix(end);
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  }
+  return text;
+}
+
+std::string_view takeDigits(std::string_view& text) {
+  const auto digits = text.substr(0, text.find_first_not_of(kDigits));
+  text.remove_prefix(digits.size());
+  return digits;
+}
+
+// Whether what follows a number makes it the name of an object that holds the number. The rest may
+// come with the next piece.
+bool endsReference(std::string_view text) {
+  text = pastBlanks(text);
+  if (takeDigits(text).empty()) return false;
+  text = pastBlanks(text);
+  if (!text.starts_with('R')) return text.empty();
+  const auto next = text.substr(1, 1);
+  return next.empty() || kBlanks.find(next) != std::string_view::npos ||
+         kDelimiters.find(next) != std::string_view::npos;
+}
+
 // The whole number that stands there itself; 0 when it stands elsewhere or is none.
 std::uint64_t numberIn(std::string_view text) {
-  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-  const auto digits = text.substr(0, text.find_first_not_of(kDigits));
-  if (digits.empty() || digits.size() > 9) return 0;
-  auto rest = text.substr(digits.size());
-  rest.remove_prefix(std::min(rest.find_first_not_of(kBlanks), rest.size()));
-  const bool isReference = !rest.empty() && kDigits.find(rest.front()) != std::string_view::npos;
-  return isReference ? 0 : std::stoul(std::string(digits));
+  text = pastBlanks(text);
+  if (text.starts_with('+')) text.remove_prefix(1);
+  auto digits = takeDigits(text);
+  if (digits.empty() || endsReference(text)) return 0;
+  const bool isLong = digits.size() > kLongestNumber;
+  digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
+  if (digits.empty() || digits.size() > kLongestNumber) return 0;
+  const std::uint64_t number = std::stoul(std::string(digits));
+  // With so many zeros in front only one that is too large is taken seriously.
+  return isLong && number <= kMaximumImageSide ? 0 : number;
 }
 
 // Adds up what a file says, wherever it says it.

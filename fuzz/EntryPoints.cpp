@@ -1,4 +1,6 @@
-// What libFuzzer calls: kvl_fuzz --target=NAME, and its own arguments.
+// What libFuzzer calls, or `CorpusMain.cpp` in its place. --target=NAME says which target runs.
+#include "fuzz/EntryPoints.h"
+
 #include "fuzz/Target.h"
 
 namespace {
@@ -7,7 +9,7 @@ const kvl::fuzz::Target* chosen = nullptr;
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(const int* count, char*** arguments) {
+int LLVMFuzzerInitialize(int* count, char*** arguments) {
   constexpr std::string_view kOption = "--target=";  // libFuzzer passes over two hyphens
   for (int i = 1; i < *count; ++i) {
     const std::string_view argument = (*arguments)[i];
@@ -18,13 +20,13 @@ extern "C" int LLVMFuzzerInitialize(const int* count, char*** arguments) {
   return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   chosen->run({data, size});
   return 0;
 }
 
 // The fonts that texts in drawings are drawn with stay loaded, where the sanitizer does not see
 // them.
-extern "C" const char* __lsan_default_suppressions() {
+const char* __lsan_default_suppressions() {
   return "leak:libfontconfig.so\n";
 }
