@@ -24,7 +24,7 @@ std::string localeFrom(Choices& choices) {
   constexpr std::array<const char*, 16> kLocales{
       "en_US", "en_US", "de_DE.UTF-8", "C",     "ar_EG", "fa_IR", "ja_JP",      "th_TH",
       "ru_RU", "pl_PL", "sr_RS@latin", "pt_AO", "xx_YY", "",      "zh-Hant-TW", "free"};
-  const std::string chosen = choices.of(kLocales);
+  std::string chosen = choices.of(kLocales);
   if (chosen != "free") return chosen;
   std::string name(choices.text(24));
   std::erase(name, '\0');
