@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <future>
 #include <thread>
 
 namespace {
@@ -62,6 +64,19 @@ TEST(LogTest, CallsTheSinkOneAtATime) {
   threads.clear();
   kvl::setLogSink(previous);
   EXPECT_EQ(calls, 400);
+}
+
+TEST(LogTest, TheSinkIsReplacedBetweenTwoLinesOnly) {
+  std::future<kvl::LogSink> replacing;
+  bool wasReplaced = true;
+  const kvl::LogSink before = kvl::setLogSink([&](std::string_view) {
+    replacing = std::async(std::launch::async, [] { return kvl::setLogSink({}); });
+    wasReplaced = replacing.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+  });
+  kvl::log("a line");
+  EXPECT_FALSE(wasReplaced);
+  replacing.get();
+  kvl::setLogSink(before);
 }
 
 TEST(LogTest, WritesToTheSystemLogWithoutASink) {

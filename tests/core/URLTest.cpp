@@ -70,6 +70,17 @@ TEST(URLTest, ResolvesAgainstABaseWithoutAPath) {
   EXPECT_EQ(resolve("g", "https://127.0.0.1:4321/"), "https://127.0.0.1:4321/g");
 }
 
+TEST(URLTest, TakesDotsOutOfEveryPathThatItResolves) {
+  EXPECT_EQ(resolve("//g/a/../b/./c", "http://a/b"), "http://g/b/c");
+  EXPECT_EQ(resolve(".", "urn:x"), "urn:");
+  EXPECT_EQ(resolve("..", "urn:x"), "urn:");
+  EXPECT_EQ(resolve("../a", "urn:x"), "urn:a");
+  EXPECT_EQ(resolve("./a", "urn:x"), "urn:a");
+  EXPECT_EQ(resolve("a/..", "http://a/b/c"), "http://a/b/");
+  EXPECT_EQ(resolve("a/.", "http://a/b/c"), "http://a/b/a/");
+  EXPECT_EQ(resolve("...", "http://a/b/c"), "http://a/b/...");
+}
+
 TEST(URLTest, KeepsAnAbsoluteURLUnchanged) {
   for (const std::string_view text :
        {"https://host/a/../b/%7Ex", "HTTPS://Host:0443/./", "https://host", "mailto:a@b"}) {
@@ -146,8 +157,9 @@ TEST(URLTest, RefusesWhatTheGrammarDoesNotAllow) {
 
 TEST(URLTest, AcceptsEveryCharacterOfTheGrammar) {
   for (const std::string_view text :
-       {"-._~!$&'()*+,;=:@", "a/b:c", "./a:b", "%20%C3%A9", "?/?:@-._~!$&'()*+,;=%20",
-        "#/?:@-._~!$&'()*+,;=%20", "//u:p@h:1/", "//[v1.a:b]/", "a+b-c.d:x"}) {
+       {"-._~!$&'()*+,;=:@", "a/b:c", "./a:b", "%20%C3%A9", "%2f", "?%2f", "#%2f",
+        "?/?:@-._~!$&'()*+,;=%20", "#/?:@-._~!$&'()*+,;=%20", "//u:p@h:1/", "//[v1.a:b]/",
+        "a+b-c.d:x"}) {
     const auto relative = text.front() == '-' ? "./" + std::string(text) : std::string(text);
     EXPECT_NE(URL::parse(relative), std::nullopt) << text;
   }

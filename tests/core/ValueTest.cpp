@@ -119,6 +119,70 @@ TEST(ValueTest, ComparesByContentAndKind) {
   EXPECT_FALSE(Value(Dictionary{{"a", 1}}) == Value(Dictionary{{"a", 2}}));
 }
 
+TEST(ValueTest, DiffersFromEveryOtherContentOfItsKind) {
+  const auto object = std::make_shared<Thing>();
+  const std::vector<Value> values{
+      nullptr,
+      true,
+      false,
+      1,
+      2,
+      1.5,
+      2.5,
+      Date(1),
+      Date(2),
+      "",
+      "a",
+      "b",
+      "ab",
+      Data(),
+      Data::fromText("a"),
+      Data::fromText("b"),
+      Value(object),
+      Value(std::make_shared<Thing>()),
+      Array{},
+      Array{1},
+      Array{2},
+      Array{1, 2},
+      Array{2, 1},
+      Dictionary{},
+      Dictionary{{"a", 1}},
+      Dictionary{{"a", 2}},
+      Dictionary{{"b", 1}},
+      Dictionary{{"a", 1}, {"b", 2}},
+      Dictionary{{"a", 1}, {"c", 2}},
+  };
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    for (std::size_t j = 0; j < values.size(); ++j) {
+      EXPECT_EQ(values[i] == values[j], i == j)
+          << values[i].description() << " and " << values[j].description();
+    }
+  }
+}
+
+TEST(ValueTest, WhatIsNoNumberReadsAsNone) {
+  for (const Value& value : {Value(), Value("1"), Value(Date(1)), Value(Data::fromText("1")),
+                             Value(Array{1}), Value(Dictionary{{"a", 1}})}) {
+    EXPECT_EQ(value.boolean(), std::nullopt) << value.description();
+    EXPECT_EQ(value.integer(), std::nullopt) << value.description();
+    EXPECT_EQ(value.real(), std::nullopt) << value.description();
+  }
+}
+
+TEST(ValueTest, DescribesRealsWithAnExponentOnlyBeyondManyZeros) {
+  const std::pair<double, std::string_view> rows[] = {
+      {0.0, "0"},
+      {-0.5, "-0.5"},
+      {0.0001, "0.0001"},
+      {0.00005, "5e-05"},
+      {1e15, "1000000000000000"},
+      {1e16, "1e+16"},
+      {-1e17, "-1e+17"},
+      {1234.5, "1234.5"},
+  };
+  for (const auto& [real, text] : rows) EXPECT_EQ(Value(real).description(), text);
+}
+
 TEST(ValueTest, MovedFromValuesAreNull) {
   Value from("text");
   const Value to = std::move(from);

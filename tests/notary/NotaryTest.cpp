@@ -40,6 +40,31 @@ TEST_F(NotaryTest, DestructionDeletesTheKeysButKeepsTheReferences) {
   EXPECT_TRUE(keys.empty());
 }
 
+TEST_F(NotaryTest, NotaryThatOwnsNoKeysDeletesNone) {
+  class Keyless final : public KVLNotary {
+   public:
+    Keyless() : KVLNotary(WithoutKeys{}) {}
+  };
+  const kvltest::OwnKeys own("org.example.NotaryTest.keyless");
+  ASSERT_FALSE(KVLNotary::createKeysPublic(nullptr, nullptr));
+  Keyless();
+  std::vector<kvl::KeyRef> keys;
+  EXPECT_EQ(kvl::security::SecItemCopyMatching(*kvl::security::defaultKeyStore(),
+                                               KVLNotary::keyQuery(), keys),
+            kvl::kSuccess);
+  EXPECT_EQ(keys.size(), 1U);
+}
+
+TEST_F(NotaryTest, HostWithoutAnIdentifierGetsOneLogLineInAllItsTime) {
+  kvl::setHostIdentifier("");
+  {
+    const KVLNotary notary(std::nullopt, environment);
+  }
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"no host identifier: call "
+                                                  "kvl::setHostIdentifier before the first notary "
+                                                  "is made"});
+}
+
 TEST_F(NotaryTest, HostWithoutAnIdentifierGetsALogLineAndNoKeys) {
   kvl::setHostIdentifier("");
   KVLNotary notary(std::nullopt, environment);
@@ -91,6 +116,26 @@ TEST_F(NotaryTest, SendsThePathAndTheRequestToTheService) {
   notary->setPath(std::nullopt);
   notarise(*notary);
   EXPECT_EQ(script.path, std::nullopt);
+}
+
+TEST_F(NotaryTest, RequestOfTheHostsOwnIsSentAsItIsAndItsAnswerHandedOver) {
+  for (const bool fails : {false, true}) {
+    script.steps.clear();
+    script.reply = fails ? std::nullopt : std::optional(Dictionary{{"any", 1}});
+    script.serviceError = fails ? std::optional(Error("service", 3)) : std::nullopt;
+    int calls = 0;
+    shared()->sendNotary("/else/where", {{"mine", true}},
+                         [&](std::optional<Dictionary> reply, std::optional<Error> error) {
+                           ++calls;
+                           EXPECT_EQ(reply, script.reply);
+                           EXPECT_EQ(error, script.serviceError);
+                           EXPECT_EQ(script.steps, std::vector<std::string>{"activate"});
+                         });
+    EXPECT_EQ(calls, 1);
+    EXPECT_EQ(script.path, "/else/where");
+    EXPECT_EQ(script.request, (Dictionary{{"mine", true}}));
+    EXPECT_EQ(script.steps, (std::vector<std::string>{"activate", "suspend", "invalidate"}));
+  }
 }
 
 TEST_F(NotaryTest, EachRequestHasAConnectionOfItsOwn) {
@@ -252,6 +297,8 @@ TEST_F(NotaryTest, DecodingTakesTheFirstCertificateAndLeavesTheSlotAloneOtherwis
   EXPECT_FALSE(KVLNotary::decode("", &slot));
   EXPECT_TRUE(KVLNotary::decode("rubbish", &slot));
   EXPECT_EQ(slot->encoded(), first->encoded());
+  EXPECT_FALSE(KVLNotary::decode(second->pem(), nullptr));
+  EXPECT_TRUE(KVLNotary::decode("rubbish", nullptr));
 }
 
 TEST_F(NotaryTest, KeysOfRequestAndReplyAreWritable) {

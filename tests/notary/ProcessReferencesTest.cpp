@@ -1,6 +1,7 @@
 #include "notary/ProcessReferences.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 
@@ -13,10 +14,15 @@ TEST(ProcessReferencesTest, KeepsEachObjectOnce) {
   EXPECT_EQ(object.use_count(), 2);
 }
 
-TEST(ProcessReferencesTest, IgnoresNull) {
-  const auto before = kvl::notary::keptObjectCount();
-  kvl::notary::keepForProcess(nullptr);
-  EXPECT_EQ(kvl::notary::keptObjectCount(), before);
+// In a process that has kept nothing yet: once null were kept, it would not be kept again.
+TEST(ProcessReferencesDeathTest, IgnoresNull) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        kvl::notary::keepForProcess(nullptr);
+        _exit(static_cast<int>(kvl::notary::keptObjectCount()));
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -103,6 +103,7 @@ TEST_F(CertificateImportTest, BrokenCertificatesDoNotDecode) {
       begin + "Proc-Type: 4,ENCRYPTED\n\nAAAA\n" + end,
       pem().substr(0, pem().size() / 2),
       pem().substr(0, pem().size() / 2) + "\n" + end,
+      replaced(pem(), end, ""),
       replaced(pem(), end, "-----END OTHER-----\n"),
       replaced(pem(), end, "AAAA\n" + end),
       pem().substr(0, pem().size() / 2) + "\n" + pem(),

@@ -96,6 +96,24 @@ TEST_F(FallbackKeyStoreTest, AHungStoreLeavesTimeForTheNextAndIsPassedOverThen) 
                                         "key store: keys are kept in the second"));
 }
 
+TEST_F(FallbackKeyStoreTest, AStoreLeavesAQuarterOfTheTimeToThoseAfterIt) {
+  std::vector<Deadline> given;
+  const auto note = [&](const StoredKey&, Deadline deadline) {
+    given.push_back(deadline);
+    return errSecNotAvailable;
+  };
+  first_->onAdd = note;
+  second_->onAdd = note;
+  // So long that the time which the test takes is of no account.
+  constexpr auto kHour = std::chrono::hours(1);
+  const Deadline deadline = soon(4 * kHour);
+  EXPECT_EQ(chain()->add(key_, deadline), errSecNotAvailable);
+  ASSERT_EQ(given.size(), 2U);
+  EXPECT_LE(deadline - given[0], kHour);
+  EXPECT_GT(deadline - given[0], kHour - std::chrono::minutes(5));
+  EXPECT_EQ(given[1], deadline);
+}
+
 TEST_F(FallbackKeyStoreTest, AHungStoreIsAskedAgainAfterThePause) {
   first_->onAdd = hang;
   second_->onAdd = takes();
