@@ -3,6 +3,7 @@
 #include "platform/security/EqualObjects.h"
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
+#include "platform/security/RSAPrivateKey.h"
 
 #include <local/platform/Security.h>
 
@@ -49,6 +50,10 @@ OpenSSLPtr<OSSL_ENCODER_CTX> encoderFor(const Key& key) {
 }
 
 OpenSSLPtr<EVP_PKEY> decodePrivate(const unsigned char** next, long size) {
+  if (auto key = decodeRSAPrivateKey({*next, static_cast<std::size_t>(size)})) {
+    *next += size;
+    return key;
+  }
   const OpenSSLPtr<PKCS8_PRIV_KEY_INFO> info(d2i_PKCS8_PRIV_KEY_INFO(nullptr, next, size));
   return OpenSSLPtr<EVP_PKEY>(info ? EVP_PKCS82PKEY(info.get()) : nullptr);
 }
@@ -114,6 +119,8 @@ KeyRef makeKey(EVP_PKEY* adopted, Key::Class keyClass) {
 
 WipedBytes encodeKey(const Key& key) {
   const ErrorQueueMark mark;
+  if (key.keyClass() == Key::Class::privateKey)
+    if (WipedBytes encoded = encodeRSAPrivateKey(*nativeKey(key)); !encoded.empty()) return encoded;
   const OpenSSLPtr<OSSL_ENCODER_CTX> encoder = encoderFor(key);
   // This kind of buffer is wiped when it grows and when it goes.
   const OpenSSLPtr<BIO> bio(BIO_new(BIO_s_secmem()));

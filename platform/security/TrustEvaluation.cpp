@@ -25,8 +25,9 @@ constexpr unsigned int kNameRules =
     X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT;
 
 bool namesHost(X509* certificate, const std::string& host) {
-  // OpenSSL takes no length for "measure it yourself", and an empty name matches nothing anyway.
-  return !host.empty() &&
+  // OpenSSL takes no length for "measure it yourself" and a dot in front for "any name below".
+  // Neither is a name of a host.
+  return !host.empty() && host.front() != '.' &&
          X509_check_host(certificate, host.data(), host.size(), kNameRules, nullptr) == 1;
 }
 

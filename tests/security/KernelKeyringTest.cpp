@@ -2,6 +2,7 @@
 #include "platform/security/KeyPayload.h"
 #include "tests/security/KeyStoreSupport.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <keyutils.h>
 #include <signal.h>
@@ -256,6 +257,49 @@ TEST_F(KernelKeyringTest, AFullQuotaIsToldAndOtherStoresGoOn) {
   }).join();
   EXPECT_GT(count, 0U);
   EXPECT_EQ(last, errSecDataTooLarge);
+}
+
+// A process of another user, with a session of its own; it inherits nobody's keys.
+template <class Attempt>
+bool succeedsForAnotherUser(Attempt attempt) {
+  constexpr uid_t kOtherUser = 65534;
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool isOther = setresgid(kOtherUser, kOtherUser, kOtherUser) == 0 &&
+                         setresuid(kOtherUser, kOtherUser, kOtherUser) == 0 &&
+                         keyctl_join_session_keyring(nullptr) >= 0;
+    _exit(!isOther || attempt() ? 1 : 0);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return status != 0;
+}
+
+TEST_F(KernelKeyringTest, AnotherUserWhoKnowsTheNumbersGetsNothing) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
+  const kernel::Serial keys = ring();
+  const kernel::Serial key = entries(keys).front();
+  char content = 0;
+  for (const kernel::Serial serial : {keys, key}) {
+    EXPECT_FALSE(succeedsForAnotherUser([&] { return keyctl_read(serial, &content, 1) >= 0; }));
+    EXPECT_FALSE(succeedsForAnotherUser([&] { return keyctl_describe(serial, &content, 1) >= 0; }));
+    EXPECT_FALSE(
+        succeedsForAnotherUser([&] { return keyctl_link(serial, KEY_SPEC_SESSION_KEYRING) >= 0; }));
+    EXPECT_FALSE(succeedsForAnotherUser([&] { return keyctl_revoke(serial) >= 0; }));
+  }
+  EXPECT_FALSE(succeedsForAnotherUser(
+      [&] { return keyctl_link(key, keys) >= 0 || keyctl_clear(keys) >= 0; }));
+  EXPECT_EQ(find().size(), 1U);
+}
+
+TEST(AnotherUserTest, ReadsNeitherMemoryNorEnvironment) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  const std::string folder = "/proc/" + std::to_string(getpid());
+  for (const char* file : {"/mem", "/environ", "/maps"}) {
+    const std::string path = folder + file;
+    EXPECT_FALSE(succeedsForAnotherUser([&] { return open(path.c_str(), O_RDONLY) >= 0; })) << file;
+  }
 }
 
 }  // namespace
