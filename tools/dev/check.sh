@@ -36,6 +36,9 @@ belongs_to_own_project() {
   grep -qs '^project(' "$(dirname "$1")/CMakeLists.txt"
 }
 
+# Each promise of a page names the tests that show it, and they exist.
+check_promises() { python3 tools/dev/promises.py; }
+
 # Which folder may include which; tools/dev/arrows.py has the table.
 check_arrows() { python3 tools/dev/arrows.py; }
 
@@ -71,7 +74,7 @@ check_mutations() { (cd tools/dev && python3 -B mutations_test.py --quiet 2>&1);
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers arrows lengths scripts mutations readme tidy; do
+  for part in format headers arrows promises lengths scripts mutations readme tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done
