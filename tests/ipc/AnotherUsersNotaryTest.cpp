@@ -43,6 +43,7 @@ class AnotherUsersNotaryTest : public testing::Test {
 
 TEST_F(AnotherUsersNotaryTest, NeverSeesARequest) {
   const auto refused = call();
+  ASSERT_TRUE(refused->channelError());
   expectFailure(*refused, kvl::NSCocoaErrorDomain, 4099);
   EXPECT_EQ(refused->channelError()->localizedFailureReason(),
             "The service of this name belongs to another user.");
