@@ -164,6 +164,21 @@ TEST_P(IdentityTest, AServerThatAsksForItLaterDoesNotGetIt) {
   EXPECT_TRUE(delegate->clientChallengeHosts().empty());
 }
 
+using RenegotiationTest = URLSessionTest;
+
+// Not even the exchange that made the connection, which is still there to answer.
+TEST_F(RenegotiationTest, DoesNotBringTheIdentity) {
+  const TestTLSServer peer({.identity = &server(), .tlsVersion = TLS1_2_VERSION},
+                           [](TestPeer& client) {
+                             static_cast<void>(client.readRequest());
+                             client.askForCertificate();
+                             static_cast<void>(client.readRequest());
+                           });
+  static_cast<void>(load(*session, URLRequest(peer.url("127.0.0.1"))));
+  EXPECT_EQ(peer.clientCertificates(), 0);
+  EXPECT_TRUE(delegate->clientChallengeHosts().empty());
+}
+
 INSTANTIATE_TEST_SUITE_P(Versions, IdentityTest, ::testing::Values(TLS1_2_VERSION, TLS1_3_VERSION),
                          [](const auto& version) {
                            return version.param == TLS1_2_VERSION ? "TLS12" : "TLS13";
