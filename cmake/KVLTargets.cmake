@@ -15,6 +15,8 @@ if(KVL_SANITIZE)
   target_compile_options(kvl_flags INTERFACE -fsanitize=${KVL_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)
   target_link_options(kvl_flags INTERFACE -fsanitize=${KVL_SANITIZE})
+else()
+  include(KVLHardening)
 endif()
 
 # kvl_component(name SOURCES file... [PRIVATE_LINKS lib...] [LINKS lib...])
