@@ -92,6 +92,8 @@ bool Soak::run() {
   if (!disturbances_.waitUntilServed()) {
     blame("the service was never reached");
   } else {
+    start_ = Clock::now();
+    nextLine_ = start_ + 1min;
     const auto end = start_ + options_.duration;
     traffic_.emplace(Sender{world_.session, ledger_, Random(options_.seed + 1)}, options_.rate);
     disturbUntil(start_ + std::min<Clock::duration>(options_.duration / 5, kWarmUp));

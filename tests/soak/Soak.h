@@ -70,7 +70,7 @@ class Soak {
   void printTable(const SoakFigures& last);
 
   const SoakOptions options_;
-  const Clock::time_point start_ = Clock::now();
+  Clock::time_point start_ = Clock::now();  // when the service was first reached
   LogTail log_;
   World world_;
   const std::shared_ptr<Ledger> ledger_ = std::make_shared<Ledger>();
@@ -78,7 +78,7 @@ class Soak {
   Disturbances disturbances_;
   std::optional<Traffic> traffic_;
   std::optional<SoakFigures> baseline_;
-  Clock::time_point nextLine_ = start_ + std::chrono::minutes(1);
+  Clock::time_point nextLine_;
   std::vector<std::string> reasons_;
 };
 
