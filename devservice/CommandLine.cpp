@@ -24,6 +24,7 @@ const std::map<std::string, Fault> kFaults{
     {"bad-anchor", Fault::badAnchor},
     {"bad-certificate", Fault::badCertificate},
     {"no-certificate", Fault::noCertificate},
+    {"other-key", Fault::otherKey},
     {"rubbish", Fault::rubbish},
     {"hang", Fault::hang},
     {"exit", Fault::exit},

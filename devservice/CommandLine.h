@@ -20,6 +20,7 @@ enum class Fault : std::uint8_t {
   badAnchor,       // an anchor that does not decode
   badCertificate,  // a client certificate that does not decode
   noCertificate,   // no "certificate" entry
+  otherKey,        // a client certificate for a key that the client does not have
   rubbish,         // a reply of another signature
   hang,            // no answer at all
   exit,            // the program ends in mid-call

@@ -47,6 +47,7 @@ NotaryAnswer spoiled(Grant grant, Fault fault) {
       grant.certificate.reset();
       break;
     case Fault::none:
+    case Fault::otherKey:
     case Fault::rubbish:
     case Fault::hang:
     case Fault::exit:
@@ -71,7 +72,7 @@ NotaryAnswer Notary::answer(const std::optional<std::string>& path,
                             const std::optional<std::string>& request, Fault fault) const {
   log("request, path " + (path ? "\"" + *path + "\"" : "absent") +
       (request ? ", with a signing request" : ", minimal"));
-  NotaryAnswer result = honestAnswer(path, request);
+  NotaryAnswer result = answerFor(path, request, fault == Fault::otherKey);
   if (fault == Fault::error || fault == Fault::empty) result = Grant{};
   if (Grant* grant = std::get_if<Grant>(&result)) result = spoiled(std::move(*grant), fault);
   if (const NotaryError* error = std::get_if<NotaryError>(&result)) {
@@ -80,8 +81,9 @@ NotaryAnswer Notary::answer(const std::optional<std::string>& path,
   return result;
 }
 
-NotaryAnswer Notary::honestAnswer(const std::optional<std::string>& path,
-                                  const std::optional<std::string>& request) const {
+NotaryAnswer Notary::answerFor(const std::optional<std::string>& path,
+                               const std::optional<std::string>& request,
+                               bool isForOtherKey) const {
   auto found = urls();
   if (NotaryError* error = std::get_if<NotaryError>(&found)) return std::move(*error);
   const Authority authority = Authority::open(state_);
@@ -90,7 +92,9 @@ NotaryAnswer Notary::honestAnswer(const std::optional<std::string>& path,
   const auto checked = checkRequest(*request);
   if (const Refusal* refusal = std::get_if<Refusal>(&checked))
     return NotaryError{EINVAL, {{kReasonKey, refusal->reason}}};
-  EVP_PKEY* const key = X509_REQ_get0_pubkey(std::get<RequestPtr>(checked).get());
+  const KeyPtr other = isForOtherKey ? makeKey() : nullptr;
+  EVP_PKEY* const key =
+      other ? other.get() : X509_REQ_get0_pubkey(std::get<RequestPtr>(checked).get());
   grant.certificate =
       pemText(authority.issueClient(key, clientName(path), options_.lifetime).get());
   log("issued a certificate for \"" + clientName(path) + "\", valid for " +

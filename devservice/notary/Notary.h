@@ -45,8 +45,10 @@ class Notary {
                                     const std::optional<std::string>& request, Fault fault) const;
 
  private:
-  [[nodiscard]] NotaryAnswer honestAnswer(const std::optional<std::string>& path,
-                                          const std::optional<std::string>& request) const;
+  // Honest but for the key.
+  [[nodiscard]] NotaryAnswer answerFor(const std::optional<std::string>& path,
+                                       const std::optional<std::string>& request,
+                                       bool isForOtherKey) const;
   [[nodiscard]] std::variant<std::vector<std::string>, NotaryError> urls() const;
 
   NotaryOptions options_;

@@ -1,5 +1,6 @@
 #include "tests/faults/FaultScene.h"
 
+#include "tests/support/FolderWait.h"
 #include "tests/support/ProcessFigures.h"
 #include "tests/support/WaitUntil.h"
 
@@ -110,6 +111,19 @@ void FaultScene::startNotary(const std::vector<std::string>& options) {
   notary_ = LocalService::startNotary(options);
 }
 
+void FaultScene::restartNotary(const std::vector<std::string>& options) {
+  timers_->hold();
+  EXPECT_TRUE(waitUntil([this] { return !session->awaitingSignature(); }));
+  notary_.kill();
+  startNotary(options);
+  timers_->release();
+}
+
+bool FaultScene::waitForNotaryLog(std::string_view part) const {
+  return waitForFolder(bus.directory(), notary_,
+                       [&] { return notaryLog().find(part) != std::string::npos; });
+}
+
 void FaultScene::startHost() {
   session = KVLSession::sessionWithNotary(std::make_shared<KVLNotary>(std::nullopt, environment_),
                                           {}, environment_);
@@ -136,10 +150,15 @@ Figures FaultScene::figuresAtRest() {
 
 // A renewal and an answer.
 void FaultScene::runOnce() {
+  ASSERT_NO_FATAL_FAILURE(renew());
+  ASSERT_EQ(ask().status(), 200);
+}
+
+void FaultScene::renew() {
   const auto before = session->signature();
   session->enqueueNotarisation();
   ASSERT_TRUE(waitUntil([&] { return session->signature() != before; }));
-  ASSERT_EQ(ask().status(), 200);
+  ASSERT_NE(session->signature(), nullptr);
 }
 
 // What libraries keep from their first use on is no growth, and what a first renewal still has to
@@ -238,12 +257,15 @@ void FaultScene::expectLog(std::string_view part) {
   row_.log.emplace_back(part);
 }
 
+std::vector<double> FaultScene::delays() const {
+  auto all = timers_->delays();
+  all.erase(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(firstDelay_));
+  return all;
+}
+
 void FaultScene::expectRetryAfter(double seconds) {
-  EXPECT_TRUE(waitUntil([&] {
-    const auto delays = timers_->delays();
-    const auto first = delays.begin() + static_cast<std::ptrdiff_t>(firstDelay_);
-    return std::find(first, delays.end(), seconds) != delays.end();
-  })) << testing::PrintToString(timers_->delays());
+  EXPECT_TRUE(waitUntil([&] { return std::ranges::count(delays(), seconds) > 0; }))
+      << testing::PrintToString(delays());
   row_.retries.push_back(seconds);
 }
 

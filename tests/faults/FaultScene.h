@@ -26,6 +26,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -73,9 +74,15 @@ class FaultScene : public LocalService {
 
   // Starts the notary as a process of the test's, and returns when it is on the bus.
   void startNotary(const std::vector<std::string>& options = {});
+  // In the place of the one that runs; nobody finds none.
+  void restartNotary(const std::vector<std::string>& options = {});
   [[nodiscard]] ChildProcess& notary() { return notary_; }
-  // Makes the session and begins to record.
+  [[nodiscard]] bool waitForNotaryLog(std::string_view part) const;
+  // Makes notary client and session, and begins to record.
   void startHost();
+
+  // A renewal that brings a signature.
+  void renew();
 
   // Waits until the session is established, answered and idle, twice, and takes the figures.
   void settle();
@@ -98,6 +105,9 @@ class FaultScene : public LocalService {
   [[nodiscard]] bool waitForState(KVLSessionState state, std::size_t times = 1);
   [[nodiscard]] std::string statesSeen() const { return seen_->states.text(); }
   [[nodiscard]] std::string progressSeen() const { return seen_->progress.text(); }
+
+  // The delays of the session's timers in seconds, since the fault began.
+  [[nodiscard]] std::vector<double> delays() const;
 
   // These put what they expect into the row.
   void expectAnswer(const Reply& reply, int status = 200);

@@ -1,51 +1,14 @@
 // Descriptors run out: everything fails as the error of what was asked for, and works again later.
 #include "tests/integration/LocalService.h"
-#include "tests/support/Sanitized.h"
+#include "tests/support/NoDescriptors.h"
 #include "tests/support/WaitUntil.h"
 
 #include <local/platform/Image.h>
 #include <local/platform/URLSession.h>
 
-#include <sys/eventfd.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <cerrno>
-
 namespace {
 
 using namespace kvltest;
-
-// With which sanitizers look at memory.
-constexpr int kLeftToSanitizers = kSanitized ? 4 : 0;
-
-// While it lives, the process gets no descriptor but those that are left.
-class NoDescriptors {
- public:
-  explicit NoDescriptors(int left = 0) {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    rlimit few = before_;
-    few.rlim_cur = kFew;
-    setrlimit(RLIMIT_NOFILE, &few);
-    for (int taken = 0; (taken = eventfd(0, EFD_CLOEXEC)) >= 0;) taken_.push_back(taken);
-    EXPECT_EQ(errno, EMFILE);
-    for (; left > 0; --left) {
-      close(taken_.back());
-      taken_.pop_back();
-    }
-  }
-  ~NoDescriptors() {
-    for (const int taken : taken_) close(taken);
-    setrlimit(RLIMIT_NOFILE, &before_);
-  }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
-
- private:
-  static constexpr rlim_t kFew = 256;
-  rlimit before_{};
-  std::vector<int> taken_;
-};
 
 class ExhaustionTest : public LocalService {};
 

@@ -21,6 +21,12 @@ std::string programBeside(const char* name) {
   return std::filesystem::read_symlink("/proc/self/exe").replace_filename(name);
 }
 
+std::string textOf(const std::filesystem::path& file) {
+  std::ostringstream text;
+  text << std::ifstream(file).rdbuf();
+  return text.str();
+}
+
 std::string quoted(const std::filesystem::path& path) {
   return "'" + path.string() + "'";
 }
@@ -56,9 +62,14 @@ ChildProcess World::startNotary(const std::vector<std::string>& options) {
   std::vector<std::string> arguments{programBeside("kvlocal-devnotary"), "--state",
                                      stateDirectory().string()};
   arguments.insert(arguments.end(), options.begin(), options.end());
+  notaryLogFile = bus.directory() / ("notary-" + std::to_string(++notaryStarts) + ".log");
   ChildProcess notary(arguments, environmentWith({"DBUS_SESSION_BUS_ADDRESS=" + bus.address()}),
-                      bus.directory() / ("notary-" + std::to_string(++notaryStarts) + ".log"));
-  bus.waitForName(kNotaryName);
+                      notaryLogFile);
+  // Who asked the bus for the name could still be told of a notary that has just been killed.
+  const auto isThere = [this] { return notaryLog().find("claimed ") != std::string::npos; };
+  if (!waitForFolder(bus.directory(), notary, isThere)) {
+    throw std::runtime_error("the notary did not start: " + notaryLog());
+  }
   return notary;
 }
 
@@ -75,10 +86,12 @@ void World::startService(const std::vector<std::string>& options) {
   }
 }
 
+std::string World::notaryLog() const {
+  return textOf(notaryLogFile);
+}
+
 std::string World::serviceLog() const {
-  std::ostringstream text;
-  text << std::ifstream(serviceLogFile).rdbuf();
-  return text.str();
+  return textOf(serviceLogFile);
 }
 
 std::string World::servicePort() const {

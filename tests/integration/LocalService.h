@@ -90,6 +90,8 @@ struct World {
   void offerNotary(const std::string& options);
   // The notary with these options, as a process; returns when it owns its name.
   [[nodiscard]] ChildProcess startNotary(const std::vector<std::string>& options);
+  // What the one that was started last has written.
+  [[nodiscard]] std::string notaryLog() const;
   // Starts the service and returns when it has written its URL.
   void startService(const std::vector<std::string>& options);
   // What the running service, or the last one, has written.
@@ -105,6 +107,7 @@ struct World {
   std::shared_ptr<KVLSession> session;
   std::unique_ptr<StateWatcher> states;
   ChildProcess service;
+  std::filesystem::path notaryLogFile;
   std::filesystem::path serviceLogFile;
   int serviceStarts = 0;
   int notaryStarts = 0;
@@ -123,6 +126,7 @@ class LocalService : public testing::Test {
   [[nodiscard]] ChildProcess startNotary(const std::vector<std::string>& options) {
     return world_->startNotary(options);
   }
+  [[nodiscard]] std::string notaryLog() const { return world_->notaryLog(); }
   void startService(const std::vector<std::string>& options = {}) { world_->startService(options); }
   // Kills it.
   void stopService();

@@ -1,6 +1,7 @@
 #include "platform/security/DeadlineWorker.h"
 #include "platform/security/GLibPointers.h"
 #include "tests/security/KeyStoreSupport.h"
+#include "tests/support/NoDescriptors.h"
 
 #include <gtest/gtest.h>
 
@@ -96,7 +97,7 @@ TEST(DeadlineWorkerTest, BeginsNoJobWithoutDescriptors) {
   DeadlineWorker worker;
   const auto job = [](GCancellable*) { return kSuccess; };
   {
-    const kvltest::NoDescriptors none;
+    const kvltest::NoDescriptors none(kvltest::kLeftToSanitizers);
     EXPECT_EQ(worker.run(job, soon()), errSecInternalComponent);
   }
   EXPECT_EQ(worker.run(job, soon()), kSuccess);

@@ -1,4 +1,5 @@
 #include "tests/security/KeyStoreSupport.h"
+#include "tests/support/NoDescriptors.h"
 #include "tests/support/PrivateBus.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +30,7 @@ TEST(DefaultKeyStoreTest, KeepsKeysWithoutDescriptors) {
   const std::shared_ptr<KeyStore> store = makeDefaultKeyStore();
   std::vector<StoredKey> keys;
   {
-    const kvltest::NoDescriptors none;
+    const kvltest::NoDescriptors none(kvltest::kLeftToSanitizers);
     EXPECT_EQ(store->add(kvltest::storedKey(tag), soon()), kSuccess);
     EXPECT_EQ(store->find(tag, keys, soon()), kSuccess);
     EXPECT_EQ(store->remove(tag, std::nullopt, soon()), errSecInternalComponent);

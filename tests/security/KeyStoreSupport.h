@@ -7,7 +7,6 @@
 #include <local/platform/Log.h>
 
 #include <sched.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -66,26 +65,6 @@ inline std::string markOfEndedProcess(bool inNamespaceOfItsOwn = false) {
   return fromEndedProcess(inNamespaceOfItsOwn,
                           [] { return kvl::security::ProcessMarks().own().value_or("none"); });
 }
-
-// As long as it lives, this process can open next to nothing. The few that are left are for
-// sanitizers, which look at memory through pipes.
-class NoDescriptors {
- public:
-  NoDescriptors() {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    std::array<int, 4> left{};
-    for (int& descriptor : left) descriptor = dup(STDIN_FILENO);
-    for (const int descriptor : left) close(descriptor);
-    const rlimit now{static_cast<rlim_t>(left.back()) + 1, before_.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &now);
-  }
-  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
-  NoDescriptors(const NoDescriptors&) = delete;
-  NoDescriptors& operator=(const NoDescriptors&) = delete;
-
- private:
-  rlimit before_{};
-};
 
 // Collects the log's lines.
 class LogCapture {

@@ -26,9 +26,18 @@ class ImpatientQueue final : public kvl::DispatchQueue {
       const kvl::MutexLock lock(mutex_);
       delays_.push_back(std::chrono::duration<double>(delay).count());
     }
-    inner_->asyncAfter(delay > kLongest ? delay : kShort, std::move(block));
+    if (delay > kLongest) return inner_->asyncAfter(delay, std::move(block));
+    inner_->asyncAfter(kShort, [state = state_, block = std::move(block)]() mutable {
+      state->run(std::move(block));
+    });
   }
   [[nodiscard]] const std::string& label() const noexcept override { return inner_->label(); }
+
+  // Until `release`, retries wait; when it returns, none is running.
+  void hold() { state_->hold(); }
+  void release() {
+    for (auto& block : state_->release()) inner_->async(std::move(block));
+  }
 
   // The delays asked for, in seconds.
   [[nodiscard]] std::vector<double> delays() const {
@@ -37,10 +46,44 @@ class ImpatientQueue final : public kvl::DispatchQueue {
   }
 
  private:
+  // Shared with the blocks, which may outlive the queue.
+  class State {
+   public:
+    void run(Block block) {
+      {
+        const kvl::MutexLock lock(mutex_);
+        if (isHeld_) return kept_.push_back(std::move(block));
+        ++running_;
+      }
+      block();
+      const kvl::MutexLock lock(mutex_);
+      --running_;
+      idle_.notifyAll();
+    }
+    void hold() {
+      kvl::MutexLock lock(mutex_);
+      isHeld_ = true;
+      while (running_ > 0) idle_.wait(lock);
+    }
+    std::vector<Block> release() {
+      const kvl::MutexLock lock(mutex_);
+      isHeld_ = false;
+      return std::exchange(kept_, {});
+    }
+
+   private:
+    kvl::Mutex mutex_;
+    kvl::Condition idle_;
+    bool isHeld_ KVL_GUARDED_BY(mutex_) = false;
+    int running_ KVL_GUARDED_BY(mutex_) = 0;
+    std::vector<Block> kept_ KVL_GUARDED_BY(mutex_);
+  };
+
   static constexpr std::chrono::seconds kLongest{60};
   static constexpr std::chrono::milliseconds kShort{50};
 
   const std::shared_ptr<kvl::DispatchQueue> inner_;
+  const std::shared_ptr<State> state_ = std::make_shared<State>();
   mutable kvl::Mutex mutex_;
   std::vector<double> delays_ KVL_GUARDED_BY(mutex_);
 };
