@@ -111,9 +111,13 @@ void FaultScene::startNotary(const std::vector<std::string>& options) {
   notary_ = LocalService::startNotary(options);
 }
 
-void FaultScene::restartNotary(const std::vector<std::string>& options) {
+void FaultScene::holdRetries() {
   timers_->hold();
   EXPECT_TRUE(waitUntil([this] { return !session->awaitingSignature(); }));
+}
+
+void FaultScene::restartNotary(const std::vector<std::string>& options) {
+  holdRetries();
   notary_.kill();
   startNotary(options);
   timers_->release();

@@ -137,6 +137,8 @@ TEST_F(NotaryFaults, CertificateThatIsOverIsRefusedByTheService) {
   restartNotary({"--lifetime", "-30"});
   renew();
   expectRetryAfter(15);
+  // A renewal just before the refusal would make that one of the identity before.
+  holdRetries();
   expectFailure(ask(), kvl::NSURLErrorDomain, kvl::NSURLErrorClientCertificateRejected);
   expectLog("notarisation error from request; enqueuing reconnection");
   expectRetryAfter(1);
