@@ -39,7 +39,7 @@ fault_tables() {
 write_fault_tables() {
   local kept
   grep -qxF -- "$faults_begin" "$faults_page" || die "no mark in $faults_page"
-  kept=$(sed "/^$faults_begin\$/q" "$faults_page")
+  kept=$(awk -v mark="$faults_begin" '{ print } $0 == mark { exit }' "$faults_page")
   { printf '%s\n' "$kept" && cat "$1"; } >"$faults_page"
   note "written to $faults_page"
 }
