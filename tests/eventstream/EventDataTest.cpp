@@ -64,6 +64,27 @@ TEST(EventDataTest, AnEventThatIsKeptDoesNotKeepAMuchLargerChunk) {
   EXPECT_EQ(events.front()->data(), std::string(2000, 'x'));
 }
 
+// Whether an event keeps the bytes that it came in when its data and all the bytes have these
+// sizes.
+bool keepsItsBytes(std::size_t dataSize, std::size_t size) {
+  const auto event = eventWith(std::string(dataSize, 'x'));
+  const auto comment = size - event.size();
+  WatchedBytes bytes(event + (comment > 0 ? ":" + std::string(comment - 2, 'y') + "\n" : ""));
+  EventStreamParser state;
+  const auto events = state.read(bytes.release());
+  EXPECT_EQ(events.front()->data(), std::string(dataSize, 'x'));
+  return bytes.areAlive();
+}
+
+TEST(EventDataTest, AnEventKeepsSixteenTimesItsDataAtMost) {
+  const auto frame = eventWith("").size();
+  EXPECT_FALSE(keepsItsBytes(1023, 1023 + frame));
+  EXPECT_TRUE(keepsItsBytes(1024, 1024 + frame));
+  EXPECT_TRUE(keepsItsBytes(2000, 16 * 2000));
+  EXPECT_TRUE(keepsItsBytes(2000, 16 * 2001 - 1));
+  EXPECT_FALSE(keepsItsBytes(2000, 16 * 2001));
+}
+
 TEST(EventDataTest, ShortDataKeepsNothing) {
   WatchedBytes bytes(eventWith("short"));
   EventStreamParser state;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -192,6 +193,34 @@ TEST(ImageDecodingTest, AnSVGHasAsManyPixelsAsItsLayersLeaveMemoryFor) {
   EXPECT_EQ(widthWith(2), 1024U);
   EXPECT_EQ(widthWith(3), 948U);
   EXPECT_EQ(widthWith(200), 125U);
+}
+
+TEST(ImageDecodingTest, ABitmapHasWholePixelsAtLeastOneAndNotTooMany) {
+  const auto image = kvl::Image::imageWithData(kvltest::madeSVG());
+  ASSERT_NE(image, nullptr);
+  const std::pair<kvl::Size, kvltest::Sides> cases[] = {
+      {{0.2, 0.2}, {1, 1}},         {{0.4, 10}, {1, 10}},         {{10.5, 10.4}, {11, 10}},
+      {{1e6, 0.01}, {16384, 1}},    {{0.01, 1e6}, {1, 16384}},    {{1024, 1024}, {1024, 1024}},
+      {{1025, 1024}, {1024, 1023}}, {{2048, 2048}, {1024, 1024}}, {{16384, 256}, {8192, 128}}};
+  for (const auto& [size, pixels] : cases) {
+    image->setSize(size);
+    const auto bitmap = image->rasterised(1);
+    EXPECT_EQ(bitmap.width, pixels.width) << size.width << " x " << size.height;
+    EXPECT_EQ(bitmap.height, pixels.height) << size.width << " x " << size.height;
+    EXPECT_EQ(bitmap.pixels.size(), std::size_t{pixels.width} * pixels.height * 4);
+  }
+}
+
+// Rounding up to one pixel must not make more of them than the layers leave room for.
+TEST(ImageDecodingTest, AThinSVGWithManyLayersIsAsShortAsTheyMakeIt) {
+  const auto image = kvl::Image::imageWithData(kvltest::writtenSVG(
+      "width='1' height='1'",
+      kvltest::repeated("<g opacity='.5'>", 200) + kvltest::repeated("</g>", 200)));
+  ASSERT_NE(image, nullptr);
+  image->setSize({0.6, 16'384});
+  const auto bitmap = image->rasterised(1);
+  EXPECT_EQ(bitmap.width, 1U);
+  EXPECT_EQ(bitmap.height, (24U << 20) / 4 / 401);
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ TEST(MenuSegmentsTest, EmptyMenuGivesOneDisabledSegmentWithADash) {
 
 TEST(MenuSegmentsTest, EmptyMenuLeavesToolTipAndMenuIndicatorAlone) {
   SegmentedControl control;
-  control.setSegments({fullSegment(), fullSegment()});
+  control.setSegments({fullSegment(), Segment{.label = "other", .toolTip = "other tip"}});
   KVLEncoding::applyMenu(Menu(), control);
   EXPECT_THAT(control.segments(), ElementsAre(Segment{.enabled = false,
                                                       .label = "-",
