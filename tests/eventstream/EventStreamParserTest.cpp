@@ -166,6 +166,13 @@ TEST_F(EventStreamParserTest, AnEventThatAHostSetHoldsWhatTheLinesSaidWithoutBei
   EXPECT_EQ(state.event(), begun);
 }
 
+TEST_F(EventStreamParserTest, AnEventThatAHostSetIsGivenUpWithAMalformedLine) {
+  const auto begun = std::make_shared<KVLEvent>("begun", std::nullopt, std::nullopt);
+  state.setEvent(begun);
+  EXPECT_EQ(read("data: x\nbogus\nevent: b\n\n"), Texts{"event:b,data:(null),id:(null)"});
+  EXPECT_EQ(begun->description(), "event:begun,data:x,id:(null)");
+}
+
 constexpr std::size_t kLongestShownLine = std::size_t{64} << 10;
 
 TEST_F(EventStreamParserTest, OfALongMalformedLineTheLogHasTheBeginningAndTheLength) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -190,6 +191,23 @@ TEST(UpdateWordsTest, FormsShowTheNumberAtMostOnceAndOtherAlways) {
       EXPECT_EQ(form.find("{}"), form.rfind("{}")) << form;
     EXPECT_NE(words.other.find("{}"), std::string_view::npos) << words.language;
   }
+}
+
+TEST(UpdateWordsTest, EachCategoryHasItsForm) {
+  constexpr UpdateWords words{.language = "xx",
+                              .zero = "none",
+                              .one = "a",
+                              .two = "both",
+                              .few = "some",
+                              .many = "plenty",
+                              .other = "{}"};
+  for (const auto& [category, form] : {std::pair("zero", "none"),
+                                       {"one", "a"},
+                                       {"two", "both"},
+                                       {"few", "some"},
+                                       {"many", "plenty"},
+                                       {"other", "{}"}})
+    EXPECT_EQ(formForCategory(words, category), form) << category;
 }
 
 TEST(UpdateWordsTest, CategoryWithoutAFormOfItsOwnGetsTheGeneralOne) {
