@@ -32,6 +32,12 @@ TEST_F(EventStreamParserTest, NewEventPrintsNullInAllPlaces) {
   EXPECT_FALSE(KVLEvent().isValid());
 }
 
+TEST_F(EventStreamParserTest, AnEventIsValidWithAName) {
+  EXPECT_TRUE(KVLEvent("a", std::nullopt, std::nullopt).isValid());
+  EXPECT_FALSE(KVLEvent("", "x", "1").isValid());
+  EXPECT_FALSE(KVLEvent(std::nullopt, "x", "1").isValid());
+}
+
 TEST_F(EventStreamParserTest, ReadsAWholeEvent) {
   EXPECT_EQ(read("event: update\ndata: a:1\nid: 7\n\n"), Texts{"event:update,data:a:1,id:7"});
   EXPECT_EQ(state.lastEventID(), "7");
@@ -281,6 +287,13 @@ TEST_F(EventStreamLongLineTest, OfOneStreamIsForgottenWithTheStream) {
   read("data: 12345");
   state.setData(kvl::Data::fromText("event"));
   EXPECT_EQ(read(": d\n\n"), Texts{"event:d,data:(null),id:(null)"});
+}
+
+TEST_F(EventStreamLongLineTest, ItsEndIsNoEmptyLine) {
+  read("data: 12345");
+  state.setEvent(std::make_shared<KVLEvent>("begun", std::nullopt, std::nullopt));
+  EXPECT_EQ(read("6\n"), Texts{});
+  EXPECT_EQ(read("data: x\n\n"), Texts{"event:begun,data:x,id:(null)"});
 }
 
 TEST_F(EventStreamLongLineTest, HasAsManyBytesAsConfigurationsAllowUsually) {

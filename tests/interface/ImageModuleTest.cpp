@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -24,6 +25,29 @@ fs::path presentModule() {
 TEST(ImageModuleTest, LiesBesideThePrograms) {
   EXPECT_FALSE(presentModule().empty());
   EXPECT_NE(kvl::interface::imageModule(), nullptr);
+}
+
+// No file of this process gets a descriptor while this exists.
+class NoDescriptors {
+ public:
+  NoDescriptors() {
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &usual_), 0);
+    const rlimit none{0, usual_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  }
+  ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &usual_); }
+  NoDescriptors(const NoDescriptors&) = delete;
+  NoDescriptors& operator=(const NoDescriptors&) = delete;
+
+ private:
+  rlimit usual_{};
+};
+
+TEST(ImageModuleTest, IsLookedForOnce) {
+  const auto* const functions = kvl::interface::imageModule();
+  ASSERT_NE(functions, nullptr);
+  const NoDescriptors none;
+  EXPECT_EQ(kvl::interface::imageModule(), functions);
 }
 
 TEST(ImageModuleTest, LiesThereWhicheverFolderTheProcessIsIn) {
