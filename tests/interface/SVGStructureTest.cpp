@@ -75,9 +75,10 @@ TEST(SVGStructureTest, OtherPropertiesMakeNoLayer) {
 
 TEST(SVGStructureTest, WhereElementsAreDrawnAgainAllLayersCount) {
   const std::string two = "<g opacity='.5'/><g opacity='.5'/>";
-  for (const std::string element : {"use", "marker", "mask", "clipPath", "switch", "s:use"}) {
-    EXPECT_EQ(layersWithin(two + "<" + element + "/>"), 5U) << element;
-    EXPECT_EQ(layersWithin("<" + element + "/>" + two), 5U) << element;
+  for (const char* element :
+       {"<use/>", "<marker/>", "<mask/>", "<clipPath/>", "<switch/>", "<s:use/>"}) {
+    EXPECT_EQ(layersWithin(two + element), 5U) << element;
+    EXPECT_EQ(layersWithin(element + two), 5U) << element;
   }
   EXPECT_EQ(layersWithin(two + "<feImage/>"), 6U);
   EXPECT_EQ(layersWithin(two + "<g/>"), 3U);
