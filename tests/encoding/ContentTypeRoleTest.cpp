@@ -1,4 +1,5 @@
 #include "encoding/ContentTypeRole.h"
+#include "tests/support/Joined.h"
 
 #include <local/platform/SystemVersion.h>
 
@@ -11,6 +12,7 @@ namespace {
 using kvl::encoding::contentTypeOf;
 using kvl::encoding::contentTypeParameters;
 using kvl::encoding::hasTemplateRole;
+using kvltest::joined;
 using Parameters = kvl::encoding::ContentTypeParameters;
 
 struct RoleCase {
@@ -67,19 +69,23 @@ TEST(ContentTypeParametersTest, FollowTheTable) {
 }
 
 TEST(ContentTypeParametersTest, AllWhiteSpaceOfUnicodeIsSkippedAndNothingElse) {
-  for (const std::string space :
+  for (const std::string_view space :
        {" ",      "\t",     "\n",     "\v",     "\f",     "\r",     "\u0085", "\u00a0", "\u1680",
         "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008",
         "\u2009", "\u200a", "\u2028", "\u2029", "\u202f", "\u205f", "\u3000"}) {
-    const auto text = space + "t" + space + ";" + space + "a=" + space + space + "b" + space;
-    EXPECT_EQ(contentTypeParameters(text), (Parameters{{"a", "b" + space}}))
+    const auto text = joined({space, "t", space, ";", space, "a=", space, space, "b", space});
+    const auto value = joined({"b", space});
+    EXPECT_EQ(contentTypeParameters(text), (Parameters{{"a", value}}))
         << testing::PrintToString(space);
-    EXPECT_TRUE(contentTypeParameters(space + ";a=b").empty()) << testing::PrintToString(space);
+    EXPECT_TRUE(contentTypeParameters(joined({space, ";a=b"})).empty())
+        << testing::PrintToString(space);
   }
-  for (const std::string character : {"\x1c", "\x1f", "\x08", "\u0084", "\u180e", "\u1fff",
-                                      "\u200b", "\u2027", "\u202a", "\u2060", "\ufeff"}) {
-    const auto text = "t;" + character + "a=" + character + "b";
-    EXPECT_EQ(contentTypeParameters(text), (Parameters{{character + "a", character + "b"}}))
+  for (const std::string_view character : {"\x1c", "\x1f", "\x08", "\u0084", "\u180e", "\u1fff",
+                                           "\u200b", "\u2027", "\u202a", "\u2060", "\ufeff"}) {
+    const auto text = joined({"t;", character, "a=", character, "b"});
+    const auto name = joined({character, "a"});
+    const auto value = joined({character, "b"});
+    EXPECT_EQ(contentTypeParameters(text), (Parameters{{name, value}}))
         << testing::PrintToString(character);
   }
 }

@@ -1,4 +1,5 @@
 #include "eventstream/EventStreamParser.h"
+#include "tests/support/Joined.h"
 #include "tests/support/LogCapture.h"
 
 #include <local/platform/URLSession.h>
@@ -8,6 +9,7 @@
 namespace {
 
 using kvl::eventstream::EventStreamParser;
+using kvltest::joined;
 
 constexpr std::string_view kMalformed = "ignoring malformed event-source line: ";
 
@@ -68,24 +70,25 @@ TEST_F(EventStreamParserTest, TrimsTabsAndSpaceSeparatorsAtBothEnds) {
 }
 
 TEST_F(EventStreamParserTest, TrimsEverySpaceSeparatorThatUnicodeHas) {
-  for (const std::string space :
+  for (const std::string_view space :
        {"\t", " ", "\u00a0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005",
         "\u2006", "\u2007", "\u2008", "\u2009", "\u200a", "\u202f", "\u205f", "\u3000"}) {
-    EXPECT_EQ(read("event:" + space + "a" + space + "b" + space + "\n\n"),
-              Texts{"event:a" + space + "b,data:(null),id:(null)"})
+    EXPECT_EQ(read(joined({"event:", space, "a", space, "b", space, "\n\n"})),
+              Texts{joined({"event:a", space, "b,data:(null),id:(null)"})})
         << testing::PrintToString(space);
-    EXPECT_EQ(read("event: a\ndata:" + space + space + "\n\n"), Texts{"event:a,data:,id:(null)"})
+    EXPECT_EQ(read(joined({"event: a\ndata:", space, space, "\n\n"})),
+              Texts{"event:a,data:,id:(null)"})
         << testing::PrintToString(space);
   }
 }
 
 TEST_F(EventStreamParserTest, TrimsNoOtherCharacter) {
-  for (const std::string character :
+  for (const std::string_view character :
        {"\x01",   "\x08",   "\v",     "\f",     "\r",     "\x1f",   "!",      "\x7f",   "\u0085",
         "\u009f", "\u00a1", "\u167f", "\u1681", "\u180e", "\u1fff", "\u200b", "\u2028", "\u2029",
         "\u202e", "\u2030", "\u205e", "\u2060", "\u2fff", "\u3001", "\ufeff"}) {
-    EXPECT_EQ(read("event: " + character + "a" + character + " \n\n"),
-              Texts{"event:" + character + "a" + character + ",data:(null),id:(null)"})
+    EXPECT_EQ(read(joined({"event: ", character, "a", character, " \n\n"})),
+              Texts{joined({"event:", character, "a", character, ",data:(null),id:(null)"})})
         << testing::PrintToString(character);
   }
 }
@@ -192,10 +195,11 @@ TEST_F(EventStreamParserTest, ALongMalformedLineIsNotCutWithinACharacter) {
   for (const std::string character : {"\u00e9", "\u65e5", "\U0001f600"}) {
     for (std::size_t taken = 0; taken <= character.size(); ++taken) {
       const std::string before(kLongestShownLine - taken, 'x');
-      read(before + character + "yyyyy\n");
+      const auto line = joined({before, character, "yyyyy"});
+      read(joined({line, "\n"}));
       EXPECT_EQ(log.lines().back(),
-                std::string(kMalformed) + before + (taken == character.size() ? character : "") +
-                    "\u2026 (" + std::to_string(before.size() + character.size() + 5) + " bytes)");
+                joined({kMalformed, before, taken == character.size() ? character : "", "\u2026 (",
+                        std::to_string(line.size()), " bytes)"}));
     }
   }
 }

@@ -60,7 +60,7 @@ TEST(ImageDecodingTest, BlanksAndAByteOrderMarkMayComeBeforeMarkup) {
   expectColors(decoded("\xEF\xBB\xBF" + svg));
   for (const std::string blank : {" ", "\t", "\r", "\n", " \t\r\n\n"}) {
     expectColors(decoded(blank + svg));
-    expectColors(decoded("\xEF\xBB\xBF" + blank + svg));
+    expectColors(decoded(std::string("\xEF\xBB\xBF").append(blank).append(svg)));
   }
   EXPECT_EQ(decoded("x" + svg), nullptr);
   EXPECT_EQ(decoded("\v" + svg), nullptr);
