@@ -1,4 +1,5 @@
 #include "platform/serialisation/JSONReader.h"
+#include "tests/support/Joined.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -339,7 +340,8 @@ TEST(JSONReaderTest, KeysAreFoundToBeEqualWhateverTheyAre) {
   for (char key = ' '; key <= '~'; ++key) {
     if (key == '"' || key == '\\') continue;
     for (const auto& name : {std::string(1, key), std::string(2, key), "x" + std::string(1, key)}) {
-      const auto value = read("{\"" + name + "\":1,\"" + name + "\":2}");
+      const auto text = kvltest::joined({R"({")", name, R"(":1,")", name, R"(":2})"});
+      const auto value = read(text);
       ASSERT_TRUE(value) << name;
       EXPECT_EQ(value->dictionary(), (kvl::Dictionary{{name, 2}})) << name;
       EXPECT_EQ(value->dictionary()->size(), 1U) << name;
