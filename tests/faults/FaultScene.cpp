@@ -206,8 +206,9 @@ FaultScene::Question FaultScene::startAsking(const std::string& path) {
   Question question;
   question.number = ++last;
   const auto* separator = path.find('?') == std::string::npos ? "?" : "&";
-  const kvl::URLRequest request(path + separator + std::string(kNumberField) +
-                                std::to_string(question.number));
+  kvl::URLRequest request(path + separator + std::string(kNumberField) +
+                          std::to_string(question.number));
+  if (silence_) request.setTimeoutInterval(*silence_);
   question.task =
       session->request(request, [reply = question.reply, done = question.done](
                                     std::optional<kvl::Data> data, kvl::URLResponseRef response,

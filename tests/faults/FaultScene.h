@@ -28,6 +28,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -96,6 +97,8 @@ class FaultScene : public LocalService {
   // The fault's cause is about to go; the time until all is well is taken from here.
   void endFault();
 
+  // The longest silence that requests bear from now on; the session's own without one.
+  void setLongestSilence(std::optional<std::chrono::nanoseconds> silence) { silence_ = silence; }
   [[nodiscard]] Question startAsking(const std::string& path = "echo");
   // Waits for the outcome and looks at the numbers in it.
   [[nodiscard]] static Reply outcomeOf(const Question& question);
@@ -146,6 +149,7 @@ class FaultScene : public LocalService {
   Figures before_;
   Figures after_;
   Row row_;
+  std::optional<std::chrono::nanoseconds> silence_;
   std::size_t firstDelay_ = 0;
   std::size_t countsBefore_[4] = {};
   std::chrono::steady_clock::time_point faultEnd_;

@@ -56,8 +56,11 @@ SSL_CTX* makeContext(const TestServerOptions& options) {
 
 int openListener(std::uint16_t& port) {
   const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int again = 1;
+  setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &again, sizeof(again));
   sockaddr_in address{};
   address.sin_family = AF_INET;
+  address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof(address);
   if (bind(listener, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
@@ -159,6 +162,7 @@ TestTLSServer::TestTLSServer(TestServerOptions options, Handler handler)
     SSL_CTX_set_msg_callback(context_, &TestTLSServer::noteMessage);
     SSL_CTX_set_msg_callback_arg(context_, this);
   }
+  port_ = options_.port;
   listener_ = openListener(port_);
   acceptor_ = std::thread([this] { accept(); });
 }

@@ -58,6 +58,8 @@ struct TestServerOptions {
   std::string protocol = {};
   // Session tickets under TLS 1.3.
   int tickets = 2;
+  // One that was this program's a moment ago; 0: any.
+  std::uint16_t port = 0;
 };
 
 // Listens on a port of its own on 127.0.0.1. Ends every connection when destroyed.
