@@ -214,7 +214,7 @@ void RandomService::sendEvents(const std::shared_ptr<Task>& task) {
   std::string bytes;
   for (auto count = 1 + scheduler_.below(3); count > 0; --count) {
     const auto number = std::to_string(task->nextEvent++);
-    bytes += "event: e\nid: " + number + "\ndata: " + number + "\n\n";
+    bytes.append("event: e\nid: ").append(number).append("\ndata: ").append(number).append("\n\n");
   }
   task->deliver(std::move(bytes));
 }
