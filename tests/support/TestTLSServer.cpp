@@ -49,7 +49,8 @@ SSL_CTX* makeContext(const TestServerOptions& options) {
   if (options.clientAuthority != nullptr) {
     X509_STORE_add_cert(SSL_CTX_get_cert_store(context),
                         options.clientAuthority->certificate.get());
-    SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    const int refusal = options.servesAnyClient ? 0 : SSL_VERIFY_FAIL_IF_NO_PEER_CERT;
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER | refusal, nullptr);
   }
   return context;
 }

@@ -52,6 +52,8 @@ struct TestServerOptions {
   int tlsVersion = TLS1_3_VERSION;
   // Asks for a client certificate of this authority; refused without one or with another's.
   const TestIdentity* clientAuthority = nullptr;
+  // Takes clients without a certificate, too.
+  bool servesAnyClient = false;
   // Closes accepted connections at once, before TLS.
   bool dropsConnections = false;
   // What is chosen of the protocols that the client offers (ALPN); empty: none.

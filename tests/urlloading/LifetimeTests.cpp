@@ -1,6 +1,7 @@
 #include "platform/core/NoDestructor.h"
 #include "platform/core/ProcessExit.h"
 #include "platform/urlloading/FrameworkSession.h"
+#include "tests/support/WaitUntil.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
 #include <local/platform/Semaphore.h>
@@ -11,6 +12,7 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <utility>
 
 // A process that exits while transfers run leaves threads and objects behind, on purpose.
 namespace {
@@ -107,6 +109,64 @@ TEST_F(LifetimeTest, CancellingEndsTheWaitForAChallenge) {
   cancelling->task = other->dataTask(request, box.handler());
   cancelling->task->resume();
   EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+}
+
+// Cancels a task as soon as the server asks who it is.
+class ShyDelegate final : public RecordingDelegate {
+ public:
+  void didReceiveChallenge(URLSession& session, const Challenge& challenge,
+                           ChallengeHandler completionHandler) override {
+    const bool asksWho = challenge.protectionSpace.authenticationMethod ==
+                         NSURLAuthenticationMethodClientCertificate;
+    if (const auto task = asksWho ? std::exchange(cancelled, nullptr) : nullptr) {
+      kept = std::move(completionHandler);
+      return task->cancel();
+    }
+    RecordingDelegate::didReceiveChallenge(session, challenge, std::move(completionHandler));
+  }
+  std::shared_ptr<DataTask> cancelled;
+  ChallengeHandler kept;
+};
+
+// Another request could get it, which would then be refused although there is an identity.
+TEST_F(LifetimeTest, ARequestThatIsCancelledWhenAskedForAnIdentityLeavesNoConnectionBehind) {
+  for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+    Mutex mutex;
+    std::vector<std::string> subjects;
+    const auto answer = answering(httpResponse("hello"));
+    std::optional<TestTLSServer> service;
+    service.emplace(TestServerOptions{.identity = &server(),
+                                      .tlsVersion = version,
+                                      .clientAuthority = &root(),
+                                      .servesAnyClient = true},
+                    [&](TestPeer& peer) {
+                      {
+                        const MutexLock lock(mutex);
+                        subjects.push_back(peer.clientSubject());
+                      }
+                      answer(peer);
+                    });
+    const auto shy = std::make_shared<ShyDelegate>();
+    shy->anchor = delegate->anchor;
+    shy->credential = delegate->credential;
+    const auto other = URLSession::create(anyPeers(), shy);
+    OutcomeBox first;
+    OutcomeBox second;
+    const auto cancelled = other->dataTask(URLRequest(service->url("127.0.0.1")), first.handler());
+    shy->cancelled = cancelled;
+    cancelled->resume();
+    other->dataTask(URLRequest(service->url("127.0.0.1")), second.handler())->resume();
+    EXPECT_EQ(first.wait().code(), NSURLErrorCancelled);
+    EXPECT_EQ(second.wait().text(), "hello");
+    // Each handshake has come to its end, one way or the other.
+    EXPECT_TRUE(kvltest::waitUntil([&] {
+      const MutexLock lock(mutex);
+      return service->ended() > 0 || subjects.size() > 1;
+    }));
+    service.reset();
+    ASSERT_EQ(subjects.size(), 1U) << "a handshake without an identity was finished";
+    EXPECT_NE(subjects[0], "");
+  }
 }
 
 TEST_F(LifetimeTest, ASessionObjectThatIsLetGoFinishesItsTasks) {
