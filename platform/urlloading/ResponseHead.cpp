@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view kProtocolPrefix = "HTTP/";
 constexpr int kFirstFinalStatus = 200;
 
-// Of three digits at most, as versions and states are.
+// Versions and statuses have three digits at most.
 int numberIn(std::string_view text) {
   int number = 0;
   text = text.substr(0, 3);

@@ -343,6 +343,9 @@ def main():
     if named:
         of_named = run_all(copies, named, len(named) + 1)
         killed, _ = summary(of_named, "Named faults")
+        for each in of_named:
+            if each.verdict == "invalid":
+                print(f"  tests/mutants/{each.fault}.patch {each.by or 'does not compile'}")
         failed = failed or killed < len(named)
         outcomes += of_named
     if options.result:

@@ -5,7 +5,7 @@ import subprocess
 import sys
 
 PAGES = ("docs/security.md", "docs/reliability.md")
-NAMED = re.compile(r"`(?:\w+/)?(\w+Tests?|package)\.(\w+)(?:/\w+)?`")
+NAMED = re.compile(r"`(?:\w+/)?([A-Z]\w+|package)\.([A-Z]\w+)(?:/\w+)?`")
 DEFINED = re.compile(r"\bTEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\s*\)|\bNAME (package)\.(\w+)")
 
 
