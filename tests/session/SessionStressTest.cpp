@@ -1,6 +1,8 @@
-// Renewals, forced disconnects, requests, source changes and destruction race; the thread
+// Renewals, forced disconnects, requests, source changes and destruction race: each request is
+// answered once, one notarisation is outstanding at most, and states change as they may. The thread
 // sanitizer and the test's time limit watch for data races and deadlocks.
 #include "tests/session/SessionFixture.h"
+#include "tests/support/WaitUntil.h"
 
 #include <atomic>
 #include <random>
@@ -19,14 +21,18 @@ class RestlessNotary final : public KVLNotary {
 
   void notariseWithCompletionHandler(CompletionHandler handler) override {
     const auto number = ++calls;
-    queue_->async([handler = std::move(handler), number, ready = ready] {
+    if (outstanding->exchange(true)) ++doubled;
+    queue_->async([handler = std::move(handler), number, ready = ready, outstanding = outstanding] {
       while (!*ready) std::this_thread::yield();
+      *outstanding = false;
       if (number % 7 == 0) return handler(nullptr, recoverableError());
       if (number % 11 == 0) return handler(nullptr, std::nullopt);
       handler(signatureFor("https://127.0.0.1:9/"), std::nullopt);
     });
   }
   std::atomic<std::size_t> calls = 0;
+  std::atomic<std::size_t> doubled = 0;
+  const std::shared_ptr<std::atomic<bool>> outstanding = std::make_shared<std::atomic<bool>>(false);
   const std::shared_ptr<std::atomic<bool>> ready = std::make_shared<std::atomic<bool>>(false);
 
  private:
@@ -73,6 +79,36 @@ class RefusingLoader final : public kvl::URLSession {
   const kvl::URLSessionConfiguration configuration_;
 };
 
+// Requests, and how often their handlers were called.
+struct Requests {
+  void send(KVLSession& session) {
+    const auto calls = std::make_shared<std::atomic<int>>(0);
+    ++sent;
+    session.request(kvl::URLRequest("x"), [this, calls](const auto& data, const auto&,
+                                                        const std::optional<kvl::Error>& error) {
+      if (data || !error) ++wrong;
+      if (++*calls > 1) ++wrong;
+      ++answered;
+    });
+  }
+  std::atomic<std::size_t> sent = 0;
+  std::atomic<std::size_t> answered = 0;
+  std::atomic<std::size_t> wrong = 0;
+};
+
+// On one queue, so one call at a time.
+struct States {
+  void enter(KVLSessionState state) {
+    const bool mayFollow = !last || (state != *last && state != KVLSessionStateConnecting);
+    if (!mayFollow) ++wrong;
+    last = state;
+    ++entered;
+  }
+  std::optional<KVLSessionState> last;
+  std::atomic<std::size_t> entered = 0;
+  std::atomic<std::size_t> wrong = 0;
+};
+
 template <class Action>
 std::jthread repeatedly(Action action) {
   return std::jthread([action](const std::stop_token& stop) mutable {
@@ -87,17 +123,20 @@ void raceOnce(std::size_t notarisations) {
   const auto notary = std::make_shared<RestlessNotary>();
   const auto queue = std::make_shared<HastyQueue>();
   auto recorder = std::make_shared<Recorder>();
+  Requests requests;
+  States states;
   auto session = KVLSession::sessionWithNotary(notary, recorder);
   session->setQueue(queue);
   *notary->ready = true;
-  auto observation = session->observeState([](KVLSessionState) {});
+  auto observation =
+      session->observeState([&states](KVLSessionState state) { states.enter(state); });
   {
     std::vector<std::jthread> threads;
     threads.push_back(repeatedly([&] { session->disconnectAfterError(); }));
     threads.push_back(repeatedly([&] { session->enqueueNotarisation(); }));
     threads.push_back(repeatedly([&] {
       session->setSession(std::make_shared<RefusingLoader>());
-      session->request(kvl::URLRequest("x"), [](auto&&...) {});
+      requests.send(*session);
     }));
     threads.push_back(repeatedly([&, number = 0]() mutable {
       session->setEventStreamSource(++number % 2 == 0 ? "even" : "https://127.0.0.1:9/odd");
@@ -119,6 +158,12 @@ void raceOnce(std::size_t notarisations) {
   session->setSession(nullptr);
   session.reset();
   while (!watch.expired()) std::this_thread::yield();
+  EXPECT_TRUE(waitUntil([&] { return requests.answered == requests.sent; }));
+  EXPECT_GT(requests.sent, 0U);
+  EXPECT_EQ(requests.wrong, 0U);
+  EXPECT_EQ(notary->doubled, 0U);
+  EXPECT_EQ(states.wrong, 0U);
+  EXPECT_GT(states.entered, 2U);
 }
 
 TEST(SessionStressTest, EverythingMayRaceWithEverything) {
@@ -132,6 +177,7 @@ TEST(SessionStressTest, SessionsMayBeLetGoOfWhileTheyRace) {
   for (int round = 0; round < 10; ++round) {
     const auto notary = std::make_shared<RestlessNotary>();
     const auto queue = std::make_shared<HastyQueue>();
+    Requests requests;
     std::weak_ptr<KVLSession> watch;
     {
       const auto recorder = std::make_shared<Recorder>();
@@ -140,13 +186,15 @@ TEST(SessionStressTest, SessionsMayBeLetGoOfWhileTheyRace) {
       session->setQueue(queue);
       *notary->ready = true;
       std::jthread disconnecting([session] { session->disconnectAfterError(); });
-      std::jthread requesting(
-          [session] { session->request(kvl::URLRequest("x"), [](auto&&...) {}); });
+      std::jthread requesting([session, &requests] { requests.send(*session); });
       session->enqueueNotarisation();
     }
     // Nothing but the timers kept the session; the time limit of the test is the limit here.
     queue->closed = true;
     while (!watch.expired()) std::this_thread::yield();
+    EXPECT_TRUE(waitUntil([&] { return requests.answered == 1U; }));
+    EXPECT_EQ(requests.wrong, 0U);
+    EXPECT_EQ(notary->doubled, 0U);
   }
   kvl::setLogSink(previous);
 }
