@@ -277,12 +277,13 @@ class MonitorOrderTest : public SessionMonitorTest {
   // Has `call` wait for the event stream's monitor and sees that it has not taken the session's.
   void expectNoSessionMonitorBefore(const std::function<void()>& call) {
     std::optional<OtherThread> calling;
+    std::optional<OtherThread> locking;
     {
       const StreamSection held(session->eventStream());
       calling.emplace(call);
       EXPECT_TRUE(calling->isWaiting());
-      OtherThread locking([this] { lockOnce(first); });
-      EXPECT_FALSE(locking.isWaiting());
+      locking.emplace([this] { lockOnce(first); });
+      EXPECT_FALSE(locking->isWaiting());
     }
     calling->join();
   }
