@@ -3,17 +3,13 @@
 // life, `KVL_STEPS=N` makes lives longer and `KVL_LIVES=N` makes more of them.
 #include "tests/session/RandomWorld.h"
 #include "tests/session/SessionFixture.h"
+#include "tests/session/Settings.h"
 
 #include <cstdlib>
 
 namespace {
 
 using namespace kvltest;
-
-std::uint64_t setting(const char* name, std::uint64_t otherwise) {
-  const char* text = std::getenv(name);
-  return text != nullptr ? std::strtoull(text, nullptr, 10) : otherwise;
-}
 
 // Sees that events come in order, each once.
 class Counter final : public KVLSessionDelegate {
