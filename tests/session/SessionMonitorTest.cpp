@@ -176,7 +176,7 @@ TEST_F(SessionMonitorTest, TheAnchorIsSetInsideASectionAndTrustIsEvaluatedOutsid
   EXPECT_TRUE(sending.isWaiting());
   setting.letGo();
   ASSERT_TRUE(evaluating.isReached());
-  sending.join();
+  EXPECT_FALSE(sending.isWaiting());
   OtherThread disconnecting([this] { session->disconnectAfterError(); });
   EXPECT_FALSE(disconnecting.isWaiting());
   evaluating.letGo();
