@@ -9,8 +9,8 @@
 namespace kvl::testing {
 namespace {
 
-constexpr std::chrono::milliseconds kIdleTimeOut{1500};
-constexpr std::chrono::milliseconds kLongChallenge{1800};
+constexpr std::chrono::milliseconds kIdleTimeOut{2500};
+constexpr std::chrono::milliseconds kLongChallenge{2700};
 
 class ChallengeTimeTest : public URLSessionTest {};
 
