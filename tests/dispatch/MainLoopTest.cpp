@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <functional>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -47,6 +48,21 @@ TEST(MainLoopTest, TakesAFreeSemaphoreWithoutServingAnything) {
   EXPECT_FALSE(semaphore.tryWait());
   EXPECT_FALSE(served);
   kvltest::runPendingMainBlocks();
+}
+
+TEST(MainLoopTest, BlocksGoBeforeWhatTheHostDoesWhenItIsIdle) {
+  kvltest::runPendingMainBlocks();
+  static std::vector<std::string> order;
+  order.clear();
+  g_idle_add(
+      [](gpointer) -> gboolean {
+        order.emplace_back("idle");
+        return G_SOURCE_REMOVE;
+      },
+      nullptr);
+  DispatchQueue::main()->async([] { order.emplace_back("block"); });
+  while (order.size() < 2) g_main_context_iteration(nullptr, TRUE);
+  EXPECT_EQ(order, (std::vector<std::string>{"block", "idle"}));
 }
 
 TEST(MainLoopTest, SleepsWithoutLimitAndIsWokenByTheSignal) {

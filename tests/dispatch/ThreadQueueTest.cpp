@@ -32,6 +32,16 @@ bool hasThread(const std::string& name) {
   });
 }
 
+// Whether the thread of this name sleeps.
+bool isAsleep(const std::string& name) {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return std::any_of(begin(tasks), end(tasks), [&](const auto& task) {
+    std::string state;
+    std::getline(std::ifstream(task.path() / "stat"), state);
+    return state.find("(" + name + ") S") != std::string::npos;
+  });
+}
+
 TEST(ThreadQueueTest, KeepsItsLabelAndNamesItsThreadByIt) {
   const auto queue = threadQueue("korvale.test.long");
   EXPECT_EQ(queue->label(), "korvale.test.long");
@@ -127,6 +137,7 @@ TEST(ThreadQueueTest, ItsThreadLivesFromTheFirstBlockUntilTheQueueIsLetGoOf) {
   queue->async([&] { done.signal(); });
   ASSERT_TRUE(done.waitFor(kPatience));
   EXPECT_TRUE(hasThread("test.lifetime"));
+  ASSERT_TRUE(kvltest::waitUntil([] { return isAsleep("test.lifetime"); }));
   queue.reset();
   EXPECT_TRUE(kvltest::waitUntil([] { return !hasThread("test.lifetime"); }));
 }
