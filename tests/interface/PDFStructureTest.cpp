@@ -130,6 +130,25 @@ TEST(PDFStructureTest, ASizeIsSeenBehindSignsZerosAndRemarksAndBeforeOtherNumber
   }
 }
 
+// Behind much of what readers pass over a number could hide.
+TEST(PDFStructureTest, ASizeThatIsFarFromItsNameIsRefused) {
+  const std::string remark = "%" + std::string(200, 'x') + "\n";
+  for (const std::string& far : {std::string(50, ' '), repeated("%x\n", 20), remark}) {
+    EXPECT_FALSE(isModest("/W " + far + "9 /x")) << far;
+    EXPECT_FALSE(isModest(streamOf("/Height " + far + "9 /x"))) << far;
+  }
+  for (const std::string& size : {"7 " + remark + "0 R", "7 0 " + remark + "R"}) {
+    EXPECT_FALSE(isModest("/Width " + size + " /x")) << size;
+  }
+  EXPECT_FALSE(isModest("/W " + std::string(21, '0') + " /x"));
+}
+
+// Each is looked at for itself, so this takes no time to speak of.
+TEST(PDFStructureTest, AMillionNamesInRemarksAreLookedThrough) {
+  EXPECT_FALSE(isModest(repeated("%/W\n", 1'000'000)));
+  EXPECT_TRUE(isModest(repeated("/W 9 x%/W 9 x\n", 500'000)));
+}
+
 TEST(PDFStructureTest, OnlyPatternsThatShadeAreDrawn) {
   EXPECT_TRUE(isModest("/PatternType 2"));
   for (const char* type : {"0", "1", "3", "7 0 R", "x"}) {

@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <functional>
+#include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -21,8 +23,15 @@ constexpr std::string_view kBlanks{" \t\r\n\f\0", 6};
 constexpr std::string_view kDelimiters = "/<>[]()%{}";
 constexpr std::string_view kDigits = "0123456789";
 constexpr std::size_t kLongestName = 16;
-constexpr std::size_t kLongestComment = 32;
 constexpr std::size_t kLongestNumber = 9;  // in digits
+// How far behind its name a number may begin, and its digits at the most: the name and both fit
+// into what two pieces share.
+constexpr std::size_t kReach = 24;
+constexpr std::size_t kMostDigits = 20;
+// How far behind a number is looked for what makes it a reference.
+constexpr std::size_t kLongReach = 128;
+// More than any side may be: where nobody can tell which number it is.
+constexpr std::uint64_t kUnclear = std::numeric_limits<std::uint64_t>::max();
 constexpr std::string_view kStream = "stream";
 constexpr std::uint64_t kShadingPattern = 2;
 // What all streams of a file may be together.
@@ -52,16 +61,20 @@ std::string takeName(std::string_view& text) {
   return name;
 }
 
-// Past what stands between words: blanks, and comments that are not long.
-std::string_view pastBlanks(std::string_view text) {
-  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-  while (text.starts_with('%')) {
-    const auto end = text.substr(0, kLongestComment).find_first_of("\r\n");
-    if (end == std::string_view::npos) return text;
-    text.remove_prefix(end);
-    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+// Past what stands between words, blanks and comments, none when that is more than `reach`: each of
+// many names in comments would otherwise look through all that follow.
+std::optional<std::string_view> pastBlanks(std::string_view text, std::size_t reach) {
+  auto near = text.substr(0, reach);
+  const bool isAll = near.size() == text.size();
+  near.remove_prefix(std::min(near.find_first_not_of(kBlanks), near.size()));
+  while (near.starts_with('%')) {
+    const auto end = near.find_first_of("\r\n");
+    if (end == std::string_view::npos) break;
+    near.remove_prefix(end);
+    near.remove_prefix(std::min(near.find_first_not_of(kBlanks), near.size()));
   }
-  return text;
+  if (!isAll && (near.empty() || near.starts_with('%'))) return std::nullopt;
+  return text.substr(std::min(reach, text.size()) - near.size());
 }
 
 std::string_view takeDigits(std::string_view& text) {
@@ -70,24 +83,31 @@ std::string_view takeDigits(std::string_view& text) {
   return digits;
 }
 
-// Whether what follows a number makes it the name of an object that holds the number. The rest may
-// come with the next piece.
-bool endsReference(std::string_view text) {
-  text = pastBlanks(text);
-  if (takeDigits(text).empty()) return false;
-  text = pastBlanks(text);
-  if (!text.starts_with('R')) return text.empty();
-  const auto next = text.substr(1, 1);
-  return next.empty() || kBlanks.find(next) != std::string_view::npos ||
-         kDelimiters.find(next) != std::string_view::npos;
+// Whether what follows a number makes it the name of an object that holds the number, if that can
+// be told. The rest may come with the next piece.
+std::optional<bool> endsReference(std::string_view text) {
+  auto next = pastBlanks(text, kLongReach);
+  if (!next) return std::nullopt;
+  if (takeDigits(*next).empty()) return false;
+  next = pastBlanks(*next, kLongReach);
+  if (!next) return std::nullopt;
+  if (!next->starts_with('R')) return next->empty();
+  const auto end = next->substr(1, 1);
+  return end.empty() || kBlanks.find(end) != std::string_view::npos ||
+         kDelimiters.find(end) != std::string_view::npos;
 }
 
 // The whole number that stands there itself; 0 when it stands elsewhere or is none.
 std::uint64_t numberIn(std::string_view text) {
-  text = pastBlanks(text);
+  const auto begin = pastBlanks(text, kReach);
+  if (!begin) return kUnclear;
+  text = *begin;
   if (text.starts_with('+')) text.remove_prefix(1);
   auto digits = takeDigits(text);
-  if (digits.empty() || endsReference(text)) return 0;
+  if (digits.empty()) return 0;
+  const auto isReference = endsReference(text);
+  if (!isReference || digits.size() > kMostDigits) return kUnclear;
+  if (*isReference) return 0;
   const bool isLong = digits.size() > kLongestNumber;
   digits.remove_prefix(std::min(digits.find_first_not_of('0'), digits.size()));
   if (digits.empty() || digits.size() > kLongestNumber) return 0;
