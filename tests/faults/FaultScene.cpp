@@ -116,11 +116,15 @@ void FaultScene::holdRetries() {
   EXPECT_TRUE(waitUntil([this] { return !session->awaitingSignature(); }));
 }
 
+void FaultScene::releaseRetries() {
+  timers_->release();
+}
+
 void FaultScene::restartNotary(const std::vector<std::string>& options) {
   holdRetries();
   notary_.kill();
   startNotary(options);
-  timers_->release();
+  releaseRetries();
 }
 
 bool FaultScene::waitForNotaryLog(std::string_view part) const {

@@ -75,8 +75,9 @@ class FaultScene : public LocalService {
 
   // Starts the notary as a process of the test's, and returns when it is on the bus.
   void startNotary(const std::vector<std::string>& options = {});
-  // Retries wait until the notary is started anew; none is under way any more.
+  // Retries wait until they are released or the notary is started anew; none is under way any more.
   void holdRetries();
+  void releaseRetries();
   // In the place of the one that runs; nobody finds none.
   void restartNotary(const std::vector<std::string>& options = {});
   [[nodiscard]] ChildProcess& notary() { return notary_; }
