@@ -32,6 +32,11 @@ kvl::Error notEstablished() {
           {{kvl::NSLocalizedDescriptionKey, "Notarised session is not established."}}};
 }
 
+std::shared_ptr<kvl::DataTask> refuse(const kvl::DataTaskHandler& completionHandler) {
+  if (completionHandler) completionHandler(std::nullopt, nullptr, notEstablished());
+  return nullptr;
+}
+
 // A request whose text is no URL stays as it is, and fails when it is started.
 kvl::URLRequest resolved(kvl::URLRequest request, const std::optional<kvl::URL>& base) {
   if (request.url() && base) request.setURL(request.url()->resolvedAgainst(*base));
@@ -109,11 +114,13 @@ KVLSession::KVLSession(Private, std::shared_ptr<KVLNotary> notary,
 
 // A running stream would otherwise keep its HTTPS session object, and nobody could end it any more.
 KVLSession::~KVLSession() {
+  if (!implementation_->home.isThisProcess()) return;
   if (const auto stream = implementation_->eventStream.get()) stream->cancel();
 }
 
 void KVLSession::disconnectAfterError() {
   auto& self = *implementation_;
+  if (!self.home.isThisProcess()) return;
   const auto stream = self.eventStream.get();
   const StreamSection streamSection(stream);
   const SessionSection section(self.signature);
@@ -124,10 +131,10 @@ void KVLSession::disconnectAfterError() {
 
 std::shared_ptr<kvl::DataTask> KVLSession::request(const kvl::URLRequest& request,
                                                    kvl::DataTaskHandler completionHandler) {
+  if (!implementation_->home.isThisProcess()) return refuse(completionHandler);
   if (auto task = implementation_->startTask(*this, request, completionHandler)) return task;
   // Outside the section: the handler runs with no lock held.
-  if (completionHandler) completionHandler(std::nullopt, nullptr, notEstablished());
-  return nullptr;
+  return refuse(completionHandler);
 }
 
 std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
@@ -177,6 +184,7 @@ bool KVLSession::Implementation::isReplaced(const kvl::URLSession* carrier) cons
 
 void KVLSession::setEventStreamSource(const std::string& source) {
   auto& self = *implementation_;
+  if (!self.home.isThisProcess()) return;
   const auto stream = self.eventStream.get();
   const StreamSection section(stream);
   if (self.eventSource.exchange(source) == source) return;

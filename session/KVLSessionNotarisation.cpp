@@ -39,6 +39,7 @@ std::string locationText(const KVLNotary& notary, const kvl::Error& error) {
 
 void KVLSession::enqueueNotarisation() {
   auto& self = *implementation_;
+  if (!self.home.isThisProcess()) return;
   {
     const SessionSection section(self.signature);
     if (self.awaitingSignature.exchange(true)) return;

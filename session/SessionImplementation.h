@@ -1,6 +1,7 @@
 // What a session is made of.
 #pragma once
 
+#include "platform/core/Threads.h"
 #include "platform/dispatch/ObserverList.h"
 #include "platform/environment/Environment.h"
 #include "platform/urlloading/BodyFraming.h"
@@ -92,6 +93,8 @@ struct KVLSession::Implementation {
                  std::weak_ptr<KVLSessionDelegate> initialDelegate,
                  std::shared_ptr<const kvl::Environment> givenEnvironment);
 
+  // In a child of fork(2) nothing is locked and nothing is started.
+  const kvl::core::HomeProcess home;
   const std::shared_ptr<const kvl::Environment> environment;
   kvl::Atomic<std::shared_ptr<KVLNotary>> notary;
   kvl::Atomic<std::weak_ptr<KVLSessionDelegate>> delegate;

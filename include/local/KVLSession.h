@@ -73,6 +73,12 @@ class KVL_EXPORT KVLSessionDelegate {
 /// under the session monitor, a recursive mutex of the signature that is current when the section
 /// begins; without a signature they run without exclusion, which the atomic properties make safe.
 /// Whoever needs the event stream's monitor as well takes that one first.
+///
+/// **fork(2).** The parent goes on undisturbed. A child has none of the framework's threads and
+/// must `exec` or end with `_exit`. Until then a session of the parent's does nothing there:
+/// requests fail at once as when it is not established, and `enqueueNotarisation`,
+/// `disconnectAfterError` and `setEventStreamSource` return. Its other operations, and anything
+/// else of the framework, may wait for ever.
 class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
                                     public std::enable_shared_from_this<KVLSession> {
   struct Private {

@@ -63,4 +63,10 @@ bool hasSpareThread() noexcept {
          pthread_join(thread, nullptr) == 0;
 }
 
+HomeProcess::HomeProcess() noexcept : identifier_(getpid()) {}
+
+bool HomeProcess::isThisProcess() const noexcept {
+  return getpid() == identifier_;
+}
+
 }  // namespace kvl::core

@@ -1,6 +1,8 @@
 // Threads of the framework's own, and whether the system has room for those of others.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <functional>
 
@@ -19,5 +21,16 @@ inline constexpr std::chrono::milliseconds kUntilNextTry{100};
 // makes such an end unlikely, not impossible.
 [[nodiscard]] bool hasSpareDescriptors() noexcept;
 [[nodiscard]] bool hasSpareThread() noexcept;
+
+// The process in which it was made. A child of fork(2) has none of the framework's threads, and
+// whatever another thread had locked stays locked there.
+class HomeProcess {
+ public:
+  HomeProcess() noexcept;
+  [[nodiscard]] bool isThisProcess() const noexcept;
+
+ private:
+  const pid_t identifier_;
+};
 
 }  // namespace kvl::core
