@@ -58,7 +58,6 @@ void connected(GObject*, GAsyncResult* result, gpointer data) noexcept {
   const std::unique_ptr<Connected> then(static_cast<Connected*>(data));
   GError* error = nullptr;
   BusPtr bus(g_dbus_connection_new_for_address_finish(result, &error));
-  if (bus) g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
   (*then)(std::move(bus), ErrorPtr(error));
 }
 

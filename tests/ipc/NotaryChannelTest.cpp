@@ -1,11 +1,14 @@
 // How the channel is made and what a caller sees when it fails.
 #include "tests/ipc/NotaryBusFixture.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <filesystem>
+#include <iterator>
 #include <vector>
 
 namespace kvltest {
@@ -141,6 +144,25 @@ TEST_F(NotaryChannelTest, BusThatHangsIsGivenUp) {
   const SessionBusVariable address("unix:path=" + path);
   const auto recorder = callAndWait({}, std::nullopt, limitedTo(kShortLimit));
   expectFailure(*recorder, kvl::NSPOSIXErrorDomain, kvl::kTimedOutPOSIXCode);
+}
+
+// Those of the process.
+std::size_t openDescriptors() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+TEST_F(NotaryChannelTest, CallThatIsGivenUpLetsGoOfItsConnection) {
+  const std::string path = bus_.directory() / "silent";
+  const SilentSocket silent(path);
+  startNotary();
+  (void)requestsSeen();  // the reply thread has what it keeps
+  const std::size_t before = openDescriptors();
+  (void)callAndWait({{"act", "hang"}}, std::nullopt, limitedTo(kShortLimit));
+  EXPECT_TRUE(waitUntil([=] { return openDescriptors() <= before; }));
+  const SessionBusVariable address("unix:path=" + path);
+  (void)callAndWait({}, std::nullopt, limitedTo(kShortLimit));
+  EXPECT_TRUE(waitUntil([=] { return openDescriptors() <= before; }));
 }
 
 TEST_F(NotaryChannelTest, OwnerOfAnotherUserNeverSeesTheRequest) {

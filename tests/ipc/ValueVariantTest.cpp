@@ -73,7 +73,16 @@ TEST(ValueVariantTest, LaterEntryOfOneKeyCounts) {
             (Dictionary{{"a", "2"}}));
 }
 
+TEST(ValueVariantTest, OneValueThatTheWireCannotCarrySpoilsTheWhole) {
+  for (const Value& value : {Value(Array{1, "a"}), Value(Array{"a", 1, "b"}),
+                             Value(Array{"\xff", "a"}), Value(Dictionary{{"a", nullptr}, {"b", 1}}),
+                             Value(Dictionary{{"a", Array{1, "x"}}, {"b", 1}})}) {
+    EXPECT_EQ(variantFromValue(value), nullptr) << value.description();
+  }
+}
+
 TEST(ValueVariantTest, DepthIsBoundedInBothDirections) {
+  EXPECT_EQ(kMaximumDictionaryDepth, 16);  // hosts and notaries build on it
   const Dictionary deepest = nested(kMaximumDictionaryDepth);
   const VariantPtr variant = variantFromDictionary(deepest);
   ASSERT_NE(variant, nullptr);
