@@ -31,12 +31,14 @@ const std::map<std::string, Fault> kFaults{
 };
 
 constexpr int kHighestPort = 65535;
+constexpr int kMostThreads = 20'000;
 
 constexpr const char* kRoutesHelp =
     "Routes, each with the parameters that it takes:\n"
     "  /status\n"
     "  /echo?as=                        what was sent, of any method, form or document\n"
     "  /slow?ms=&pieces=                late, or in pieces with pauses\n"
+    "  /hold?count=                     an answer when so many wait for one\n"
     "  /bytes?count=                    so many bytes\n"
     "  /large?megabytes=                a large document\n"
     "  /code?status=&body=              any status, any body\n"
@@ -127,6 +129,11 @@ std::variant<ServiceOptions, int> parseServiceOptions(int count, char** argument
   app.add_option("--port", options.port, "Port, 0 for any")
       ->check(CLI::Range(0, kHighestPort))
       ->capture_default_str();
+  app.add_option("--threads", options.threads, "Connections that are served at once")
+      ->check(CLI::Range(1, kMostThreads))
+      ->capture_default_str();
+  addDuration(app, "--patience", options.patience,
+              "Seconds of silence that end a handshake or a request");
   app.add_option("--documents", options.documents, "Directory whose files are served")
       ->check(CLI::ExistingDirectory);
   app.add_option("--server-name", options.serverNames,

@@ -40,6 +40,10 @@ struct ServiceOptions {
   std::filesystem::path state;
   bool newAuthority = false;
   int port = 0;
+  // Each open connection takes one, idle ones too.
+  std::size_t threads = 64;
+  // How long a client may be silent in a handshake or a request.
+  std::chrono::seconds patience{5};
   std::optional<std::filesystem::path> documents;
   std::vector<std::string> serverNames;
   std::chrono::seconds serverLifetime{86400};

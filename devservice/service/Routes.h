@@ -40,6 +40,7 @@ void refuse(httplib::Response& response, std::string_view why);
 // announced in the feed.
 void addEchoRoutes(httplib::Server& server, ServiceState& state);
 // GET, POST /slow?ms=&pieces=    answers after that time; in pieces, with that time between any two
+// GET /hold?count=&number=       answers with the number when so many wait; takes a thread for each
 // GET, POST /code?status=&body=  that status, with a JSON object or with the given body
 // GET, POST /redirect?to=&status=302
 // GET /bytes?count=              so many bytes

@@ -29,10 +29,23 @@ bool ServiceState::waitFor(std::chrono::milliseconds time) {
   return !ending_;
 }
 
+bool ServiceState::gather(std::int64_t count) {
+  kvl::MutexLock lock(mutex_);
+  const auto gathering = gatherings_;
+  if (++waiting_ >= count) {
+    waiting_ = 0;
+    ++gatherings_;
+    gathered_.notifyAll();
+  }
+  while (!ending_ && gatherings_ == gathering) gathered_.wait(lock);
+  return gatherings_ != gathering;
+}
+
 void ServiceState::end() {
   const kvl::MutexLock lock(mutex_);
   ending_ = true;
   ended_.notifyAll();
+  gathered_.notifyAll();
   for (const int socket : streams_) shutdown(socket, SHUT_RDWR);
 }
 

@@ -26,6 +26,8 @@ class ServiceState {
 
   // Waits, but no longer than until the service ends; false when it does.
   [[nodiscard]] bool waitFor(std::chrono::milliseconds time);
+  // Waits until so many wait here, this one included; false when the service ends before that.
+  [[nodiscard]] bool gather(std::int64_t count);
   // Ends the waits and shuts down the sockets of the streams.
   void end();
 
@@ -41,6 +43,9 @@ class ServiceState {
   kvl::Mutex mutex_;
   kvl::Condition ended_;
   bool ending_ KVL_GUARDED_BY(mutex_) = false;
+  kvl::Condition gathered_;
+  std::int64_t waiting_ KVL_GUARDED_BY(mutex_) = 0;
+  std::int64_t gatherings_ KVL_GUARDED_BY(mutex_) = 0;
   std::set<int> streams_ KVL_GUARDED_BY(mutex_);
 };
 

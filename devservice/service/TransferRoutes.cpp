@@ -18,6 +18,7 @@ namespace devservice {
 namespace {
 
 constexpr std::int64_t kLongestWait = 600'000;
+constexpr std::int64_t kMostHeld = 10'000;
 constexpr std::int64_t kMostPieces = 10;  // no body is shorter
 constexpr std::int64_t kMostBytes = std::int64_t{1} << 30;
 constexpr std::size_t kBlockSize = 64 * 1024;
@@ -77,6 +78,16 @@ void slow(ServiceState& state, const httplib::Request& request, httplib::Respons
   log("slow: the answer waits");
   (void)state.waitFor(time);
   response.set_content(JsonObject().add("waited", *milliseconds).text(), kJsonType);
+}
+
+// Nobody is answered before so many are there.
+void hold(ServiceState& state, const httplib::Request& request, httplib::Response& response) {
+  const auto count = number(request.params, "count", 1, kMostHeld);
+  if (!count) return refuse(response, "count must be a number from 1 to 10000");
+  const auto own = numberOr(request, "number", 0, kMostBytes, 0);
+  if (!own) return refuse(response, "number must be a number");
+  if (!state.gather(*count)) return;
+  response.set_content(JsonObject().add("number", *own).text(), kJsonType);
 }
 
 bool writeBytes(std::size_t, std::size_t left, httplib::DataSink& sink) {
@@ -152,6 +163,8 @@ void addForAnyBody(httplib::Server& server, const char* path,
 void addTransferRoutes(httplib::Server& server, ServiceState& state) {
   addForAnyBody(server, "/slow",
                 [&state](const auto& request, auto& response) { slow(state, request, response); });
+  server.Get("/hold",
+             [&state](const auto& request, auto& response) { hold(state, request, response); });
   server.Get("/bytes", bytes);
   server.Get("/large", large);
   addForAnyBody(server, "/code", code);

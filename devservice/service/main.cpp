@@ -10,6 +10,7 @@
 #include <httplib.h>
 #include <openssl/ssl.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -23,8 +24,6 @@ namespace devservice {
 namespace {
 
 constexpr const char* kAddress = "127.0.0.1";
-// Each open connection takes a thread, idle ones too.
-constexpr std::size_t kThreads = 64;
 constexpr std::size_t kRequestsPerConnection = 100'000;
 constexpr std::time_t kKeepAliveSeconds = 60;
 constexpr std::chrono::hours kExpiredSince{24};
@@ -65,9 +64,10 @@ std::unique_ptr<httplib::SSLServer> makeServer(const ServiceOptions& options,
   auto server = std::make_unique<httplib::SSLServer>(
       [&](SSL_CTX& context) { return prepareContext(context, options, authority); });
   if (!server->is_valid()) throw std::runtime_error("TLS: " + takeOpenSSLError());
-  server->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+  server->new_task_queue = [threads = options.threads] { return new httplib::ThreadPool(threads); };
   server->set_keep_alive_max_count(kRequestsPerConnection);
   server->set_keep_alive_timeout(kKeepAliveSeconds);
+  server->set_read_timeout(options.patience);
   server->set_tcp_nodelay(true);
   return server;
 }
@@ -93,10 +93,19 @@ void addRoutes(httplib::Server& server, ServiceState& state, const ServiceOption
   });
 }
 
+// The library lets five connections wait to be accepted; more that come at once lose their first
+// packets and try again seconds later.
 int bindPort(httplib::Server& server, int port) {
+  int listening = -1;
+  server.set_socket_options([&listening](socket_t socket) {
+    httplib::default_socket_options(socket);
+    listening = socket;
+  });
   const int bound = port == 0 ? server.bind_to_any_port(kAddress)
                               : (server.bind_to_port(kAddress, port) ? port : -1);
-  if (bound <= 0) throw std::runtime_error("cannot listen on port " + std::to_string(port));
+  server.set_socket_options(httplib::default_socket_options);
+  if (bound <= 0 || listen(listening, SOMAXCONN) != 0)
+    throw std::runtime_error("cannot listen on port " + std::to_string(port));
   return bound;
 }
 

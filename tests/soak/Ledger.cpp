@@ -44,7 +44,7 @@ void Ticket::answeredWrongly(const std::string& answer) {
 
 TicketRef Ledger::open(const char* kind) {
   const kvl::MutexLock lock(mutex_);
-  const auto number = ++totals_.sent;
+  const auto number = before_ + ++totals_.sent;
   ++totals_.sentByKind[kind];
   open_[number] = {kind, Clock::now()};
   return std::make_shared<Ticket>(shared_from_this(), number, kind);
@@ -75,7 +75,7 @@ std::vector<std::string> Ledger::faults() const {
   return faults_;
 }
 
-bool Ledger::waitUntilNothingIsOpen(std::chrono::seconds limit) const {
+bool Ledger::waitUntilNothingIsOpen(std::chrono::milliseconds limit) const {
   const auto end = Clock::now() + limit;
   kvl::MutexLock lock(mutex_);
   while (!open_.empty()) {

@@ -17,6 +17,9 @@ namespace kvltest {
 
 class Ledger;
 
+// The requests of other hosts have greater numbers.
+inline constexpr std::int64_t kVisitors = 1'000'000'000'000;
+
 // One request. Handlers hold it; when the last one is gone without having been called, the ledger
 // knows that the answer was lost. Usable from any thread.
 class Ticket {
@@ -51,6 +54,9 @@ using TicketRef = std::shared_ptr<Ticket>;
 
 class Ledger : public std::enable_shared_from_this<Ledger> {
  public:
+  // Numbers follow this one.
+  explicit Ledger(std::int64_t before = 0) : before_(before) {}
+
   struct Totals {
     std::int64_t sent = 0;
     std::int64_t answered = 0;
@@ -68,7 +74,7 @@ class Ledger : public std::enable_shared_from_this<Ledger> {
   // What went wrong, a line for each of the first ones.
   [[nodiscard]] std::vector<std::string> faults() const;
   // Waits until nothing is open; false when something still is at the end of that time.
-  [[nodiscard]] bool waitUntilNothingIsOpen(std::chrono::seconds limit) const;
+  [[nodiscard]] bool waitUntilNothingIsOpen(std::chrono::milliseconds limit) const;
   // The requests that have been open for longer than that, a line for each of the first ones.
   [[nodiscard]] std::vector<std::string> openForLongerThan(std::chrono::seconds time) const;
 
@@ -83,6 +89,7 @@ class Ledger : public std::enable_shared_from_this<Ledger> {
   void count(std::int64_t Totals::* column, const Ticket& ticket);
   void fault(std::int64_t Totals::* column, const Ticket& ticket, const std::string& what);
 
+  const std::int64_t before_;
   mutable kvl::Mutex mutex_;
   mutable kvl::Condition changed_;
   Totals totals_ KVL_GUARDED_BY(mutex_);

@@ -3,12 +3,16 @@
 #include "devservice/service/Json.h"
 #include "platform/environment/Environment.h"
 #include "tests/integration/EventStreamFixture.h"
-#include "tests/support/WaitUntil.h"
 
 #include <local/platform/Log.h>
 
+#include <charconv>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <thread>
+#include <unordered_set>
 
 namespace kvltest {
 namespace {
@@ -39,6 +43,30 @@ std::shared_ptr<kvl::Environment> impatientEnvironment() {
   environment->limits.recoverableDelay = 1s;
   environment->limits.defaultDelay = 2s;
   return environment;
+}
+
+// The number of a request in a line of the service's log; 0 for none, and for those of other hosts.
+std::int64_t numberIn(std::string_view line) {
+  constexpr std::string_view kMark = "/echo?number=";
+  const auto mark = line.find(kMark);
+  if (mark == std::string_view::npos) return 0;
+  std::int64_t number = 0;
+  std::from_chars(line.data() + mark + kMark.size(), line.data() + line.size(), number);
+  return number < kVisitors ? number : 0;
+}
+
+// A request that the services have seen more than once; 0 when there is none.
+std::int64_t sentTwice(const std::filesystem::path& folder) {
+  std::unordered_set<std::int64_t> seen;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (!entry.path().filename().string().starts_with("service-")) continue;
+    std::ifstream log(entry.path());
+    for (std::string line; std::getline(log, line);) {
+      const auto number = numberIn(line);
+      if (number != 0 && !seen.insert(number).second) return number;
+    }
+  }
+  return 0;
 }
 
 }  // namespace
@@ -105,6 +133,8 @@ bool Soak::run() {
     }
     finish();
   }
+  if (!reasons_.empty())
+    for (const auto& line : log_.lines()) std::fprintf(stderr, "log: %s\n", line.c_str());
   return reasons_.empty();
 }
 
@@ -148,6 +178,8 @@ void Soak::judge(const SoakFigures& last) {
   const auto tally = recorder_->tally();
   if (const auto unbroken = isUnbroken(tally, tally.last); !unbroken) blame(unbroken.message());
   if (log_.renewals() < 2) blame("no renewal took place");
+  if (const auto number = sentTwice(world_.bus.directory()); number != 0)
+    blame(kvl::format("request %ld was sent twice", number));
   printLine();
   printTable(last);
 }

@@ -1,5 +1,6 @@
 // kvl_soak: a host with everything that a host does, while everything around it fails now and then.
 // It succeeds when each request was answered once, each event came once, and nothing has grown.
+#include "tests/soak/Load.h"
 #include "tests/soak/Soak.h"
 
 #include <local/platform/HostApplication.h>
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <thread>
 
 namespace {
@@ -25,7 +27,8 @@ int visit(const std::string& identifier) {
   constexpr int kRequests = 3;
   kvl::setHostIdentifier(identifier);
   kvl::setLogSink([](std::string_view) {});
-  const Sender sender{KVLSession::sessionWithNotary(nullptr, {}), std::make_shared<Ledger>(), {}};
+  const Sender sender{
+      KVLSession::sessionWithNotary(nullptr, {}), std::make_shared<Ledger>(kVisitors), {}};
   const auto established = std::make_shared<kvl::Semaphore>();
   const auto states = sender.session->observeState([established](KVLSessionState state) {
     if (state == KVLSessionStateEstablished) established->signal();
@@ -36,21 +39,21 @@ int visit(const std::string& identifier) {
   return isComplete && sender.ledger->totals().answered == kRequests ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
-bool soak(const SoakOptions& options) {
+bool succeeds(const std::function<bool()>& work) {
   try {
-    return Soak(options).run();
+    return work();
   } catch (const std::exception& error) {
-    std::printf("FAILED (seed %lu): %s\n", options.seed, error.what());
+    std::printf("FAILED: %s\n", error.what());
     return false;
   }
 }
 
 // The main thread serves the main queue, as a host's does.
-int serveWhileSoaking(const SoakOptions& options) {
+int serveDuring(const std::function<bool()>& work) {
   bool isDone = false;
   bool isWell = false;
   std::thread director([&] {
-    isWell = soak(options);
+    isWell = succeeds(work);
     kvl::DispatchQueue::main()->async([&isDone] { isDone = true; });
   });
   while (!isDone) g_main_context_iteration(nullptr, TRUE);
@@ -64,6 +67,7 @@ int serveWhileSoaking(const SoakOptions& options) {
 int main(int count, char** arguments) {
   SoakOptions options;
   std::int64_t seconds = options.duration.count();
+  std::int64_t load = 0;
   std::string visitor;
   CLI::App app("Requests, events, forms, images and renewals while faults happen at random");
   app.add_option("--seconds", seconds, "How long")
@@ -77,8 +81,13 @@ int main(int count, char** arguments) {
   app.add_option("--rate", options.rate, "Requests in a second")
       ->check(CLI::Range(0.1, 10'000.0))
       ->capture_default_str();
+  app.add_option("--load", load,
+                 "In place of a soak: so many requests at the same time, then ten times as many "
+                 "in the queue")
+      ->check(CLI::Range(1, 10'000));
   app.add_option("--visit", visitor, "Be a second host with that identifier")->group("");
   CLI11_PARSE(app, count, arguments);
   options.duration = std::chrono::seconds(seconds);
-  return visitor.empty() ? serveWhileSoaking(options) : visit(visitor);
+  if (!visitor.empty()) return visit(visitor);
+  return serveDuring([&] { return load > 0 ? holdsLoad(load) : Soak(options).run(); });
 }
