@@ -78,7 +78,7 @@ TEST_F(ClockFaults, SetBackTheServicesRefusalBringsTheRenewal) {
 // Timers count the time of the sleep, so all that are due meanwhile fire at the awakening, and the
 // connection is dead.
 TEST_F(ClockFaults, AfterASleepOneRenewalFollowsAtOnce) {
-  const auto timers = std::make_shared<DrivenQueue>();
+  auto timers = std::make_shared<DrivenQueue>();
   environment().frameworkQueue = [timers](const std::string&) { return timers; };
   begin();
   const auto port = servicePort();

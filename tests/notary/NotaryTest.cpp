@@ -47,7 +47,9 @@ TEST_F(NotaryTest, NotaryThatOwnsNoKeysDeletesNone) {
   };
   const kvltest::OwnKeys own("org.example.NotaryTest.keyless");
   ASSERT_FALSE(KVLNotary::createKeysPublic(nullptr, nullptr));
-  Keyless();
+  {
+    const Keyless notary;
+  }
   std::vector<kvl::KeyRef> keys;
   EXPECT_EQ(kvl::security::SecItemCopyMatching(*kvl::security::defaultKeyStore(),
                                                KVLNotary::keyQuery(), keys),
@@ -125,7 +127,7 @@ TEST_F(NotaryTest, RequestOfTheHostsOwnIsSentAsItIsAndItsAnswerHandedOver) {
     script.serviceError = fails ? std::optional(Error("service", 3)) : std::nullopt;
     int calls = 0;
     shared()->sendNotary("/else/where", {{"mine", true}},
-                         [&](std::optional<Dictionary> reply, std::optional<Error> error) {
+                         [&](const auto& reply, const auto& error) {
                            ++calls;
                            EXPECT_EQ(reply, script.reply);
                            EXPECT_EQ(error, script.serviceError);
