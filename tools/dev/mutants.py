@@ -1,7 +1,8 @@
 """Puts faults into copies of the tree, one at a time, and tells which of them no test notices.
 
 Each job works in a copy of its own (build/mutants/N): it changes one file, builds the test programs of
-the file's folder, runs them until one fails, and takes the change back. `./dev help` has the arguments.
+the file's folder, runs them until one fails, and takes the change back. A test that fails because it
+waited for too long may have met a busy machine: the program has to pass without the fault then.
 """
 
 import argparse
@@ -41,6 +42,8 @@ PROGRAMS = {
 NAMED = pathlib.Path("tests/mutants")
 EQUIVALENT = NAMED / "equivalent.txt"
 COPIES = pathlib.Path("build/mutants")
+TEST_SECONDS = 40  # one test that takes longer hangs
+WAITED_SECONDS = 5  # a test that fails after so long has waited for something
 
 
 @dataclasses.dataclass
@@ -54,6 +57,32 @@ class Outcome:
     @property
     def killed(self):
         return self.verdict == "killed"
+
+
+@dataclasses.dataclass
+class Run:
+    """What came of a test program."""
+
+    passed: bool
+    by: str = ""  # what failed first
+    in_time: bool = True  # no clock had a part in it
+    begun: bool = True  # there was a program, and it ran a test
+    seconds: float = 0
+
+
+def judged(code, printed, program):
+    """What a program's exit code (None when it was ended) and output say."""
+    tests = re.findall(r"^\[ RUN      \] (\S+)", printed, re.M)
+    if code == 0:
+        return Run(bool(tests), "" if tests else "no test ran", begun=bool(tests))
+    failed = re.search(r"^\[  FAILED  \] ([^ ,\n]+).*?(?:\((\d+) ms\))?$", printed, re.M)
+    if failed:
+        return Run(False, failed.group(1), int(failed.group(2) or 0) < WAITED_SECONDS * 1000)
+    if code in (126, 127):
+        return Run(False, f"{program} does not start", begun=False)
+    if code is None or "This test took longer than" in printed:
+        return Run(False, f"{tests[-1] if tests else program} (hangs)", in_time=False)
+    return Run(False, f"{tests[-1] if tests else program} (ends with {code})", in_time=bool(tests))
 
 
 def tree_files():
@@ -123,34 +152,29 @@ class Copy:
         targets = sorted({each.split(":")[0] for each in programs})
         return self.run(["ninja", "-C", str(self.build), f"-j{jobs}", *targets], 1800) == 0
 
-    def passes(self, program, only=None):
-        """Whether the program's tests pass, and what failed first."""
+    def tests(self, program, only=None):
+        """Runs the program's tests, or those that `only` names."""
         name, _, tests = program.partition(":")
         filtered = only or tests
         arguments = ["--gtest_fail_fast"] + ([f"--gtest_filter={filtered}"] if filtered else [])
+        binary = self.build / "bin" / name
+        if not binary.is_file():
+            return Run(False, f"there is no {name}", begun=False)
         began = time.monotonic()
-        code = self.run([str(self.build / "bin" / name), *arguments], self.time_limits.get(program, 600),
-                        {"KVL_TEST_SECONDS": "60"})
-        taken = time.monotonic() - began
-        if only and "0 tests from 0" in self.printed():
-            return True, f"no test is named {only}", taken
-        if code == 0:
-            return True, "", taken
-        failed = re.search(r"^\[  FAILED  \] ([^ ,\n]+)", self.printed(), re.M)
-        last = re.findall(r"^\[ RUN      \] (\S+)", self.printed(), re.M)
-        if failed:
-            return False, failed.group(1), taken
-        return False, f"{last[-1] if last else name} ({'hangs' if code is None else f'ends with {code}'})", taken
+        code = self.run([str(binary), *arguments], self.time_limits.get(program, 600), {"KVL_TEST_SECONDS": str(TEST_SECONDS)})
+        run = judged(code, self.printed(), name)
+        run.seconds = time.monotonic() - began
+        return run
 
     def measure(self, programs):
         """All tests pass in the unchanged tree; a fault may make them slower, but not endless."""
         for each in programs:
-            passed, failed, taken = self.passes(each)
-            if not passed:
-                passed, failed, taken = self.passes(each)
-            if not passed:
-                sys.exit(f"{each} fails without any fault: {failed}\n{self.printed()[-3000:]}")
-            self.time_limits[each] = 30 + 4 * taken
+            run = self.tests(each)
+            if not run.passed:
+                run = self.tests(each)
+            if not run.passed:
+                sys.exit(f"{each} fails without any fault: {run.by}\n{self.printed()[-3000:]}")
+            self.time_limits[each] = 30 + 4 * run.seconds
 
 
 class Mutant:
@@ -194,29 +218,47 @@ class NamedFault:
             (copy.root / path).write_text(source)
 
 
+def failing(copy, fault):
+    """The first test program that fails with the fault and how; of what cannot be tried, the verdict only."""
+    programs = PROGRAMS[fault.folder]
+    if not fault.apply(copy):
+        return None, Run(True, "does not apply", begun=False)
+    if not copy.builds(programs):
+        return None, Run(True, "does not compile", begun=False)
+    runs = [Run(True, "no test ran", begun=False)]
+    for each in programs:
+        runs.append(copy.tests(each, fault.tests))
+        if runs[-1].begun and not runs[-1].passed:
+            return each, runs[-1]
+    return None, max(runs, key=lambda run: run.begun)
+
+
 def tried(copy, fault):
     began = time.monotonic()
-    outcome = Outcome(fault.name, fault.folder, "survived")
-    programs = PROGRAMS[fault.folder]
-    try:
-        if not fault.apply(copy):
-            outcome.verdict, outcome.by = "invalid", "does not apply"
-        elif not copy.builds(programs):
-            outcome.verdict = "invalid"
-        else:
-            for each in programs:
-                passed, by, _ = copy.passes(each, fault.tests)
-                if not passed:
-                    outcome.verdict, outcome.by = "killed", by
-                    break
-    finally:
-        fault.take_back(copy)
+    outcome = Outcome(fault.name, fault.folder, "invalid")
+    for _ in range(2):
+        try:
+            program, run = failing(copy, fault)
+        finally:
+            fault.take_back(copy)
+        outcome.by = run.by
+        if not run.begun:
+            break
+        if run.passed:
+            outcome.verdict = "survived"
+            break
+        if run.in_time or (copy.builds([program]) and copy.tests(program, fault.tests).passed):
+            outcome.verdict = "killed"
+            break
+        outcome.by = f"{run.by}, without the fault as well"
     outcome.seconds = time.monotonic() - began
     return outcome
 
 
 def listed_equivalents():
-    """What nobody can notice, with its reason: path, the line, what becomes of it."""
+    """What nobody can notice, with its reason: path, the line, what becomes of it.
+
+    Of equal lines of a file the first is meant, unless `#2` and so on stand behind the path."""
     if not EQUIVALENT.is_file():
         return set()
     rows = [line.split(" | ") for line in EQUIVALENT.read_text().splitlines() if line and not line.startswith("#")]
@@ -233,7 +275,8 @@ def candidates(folders, seed):
             continue
         source = pathlib.Path(path).read_text()
         for each in mutations_of(path, source):
-            if (path, each.before, each.after) not in equivalent:
+            place = f"{path}#{each.nth}" if each.nth > 1 else path
+            if (place, each.before, each.after) not in equivalent:
                 found.setdefault(each.order(seed), Mutant(each, source))
     return [found[key] for key in sorted(found)]
 
@@ -242,14 +285,22 @@ def report(outcome, counts, lock):
     with lock:
         counts[outcome.verdict] = counts.get(outcome.verdict, 0) + 1
         if outcome.verdict == "invalid":
-            if outcome.by:
+            if outcome.by != "does not compile":
                 print(f"invalid   {outcome.fault}: {outcome.by}", flush=True)
             return
         by = f"  (by {outcome.by})" if outcome.by else ""
         print(f"{outcome.verdict:9} {outcome.seconds:5.1f} s  {outcome.fault}{by}", flush=True)
 
 
-def run_all(copies, faults, wanted):
+def write_result(file, outcomes):
+    """The outcomes so far, so that they are not lost with what comes later."""
+    if file:
+        whole = pathlib.Path(f"{file}.new")
+        whole.write_text(json.dumps([dataclasses.asdict(each) for each in outcomes], indent=1))
+        whole.replace(file)
+
+
+def run_all(copies, faults, wanted, result, before=()):
     """Tries faults until `wanted` of them have been told apart; those that do not compile do not count."""
     waiting, outcomes, counts, lock = queue.SimpleQueue(), [], {}, threading.Lock()
     for each in faults:
@@ -272,6 +323,7 @@ def run_all(copies, faults, wanted):
                 if outcome.verdict == "invalid":
                     begun[0] -= 1
                 outcomes.append(outcome)
+                write_result(result, [*before, *outcomes])
 
     with concurrent.futures.ThreadPoolExecutor(len(copies)) as pool:
         for each in [pool.submit(work, copy) for copy in copies]:
@@ -336,20 +388,17 @@ def main():
     copies = prepared(sorted({program for folder in used for program in PROGRAMS[folder]}), options.jobs)
 
     failed = False
-    outcomes = run_all(copies, faults, options.sample) if faults else []
+    outcomes = run_all(copies, faults, options.sample, options.result) if faults else []
     if faults:
         killed, tried_in_all = summary(outcomes, "Generated faults")
         failed = killed < tried_in_all * options.at_least / 100
     if named:
-        of_named = run_all(copies, named, len(named) + 1)
+        of_named = run_all(copies, named, len(named) + 1, options.result, outcomes)
         killed, _ = summary(of_named, "Named faults")
         for each in of_named:
             if each.verdict == "invalid":
-                print(f"  tests/mutants/{each.fault}.patch {each.by or 'does not compile'}")
+                print(f"  tests/mutants/{each.fault}.patch: {each.by}")
         failed = failed or killed < len(named)
-        outcomes += of_named
-    if options.result:
-        pathlib.Path(options.result).write_text(json.dumps([dataclasses.asdict(each) for each in outcomes], indent=1))
     return 1 if failed else 0
 
 

@@ -22,11 +22,12 @@ class Mutation:
     line: int
     before: str  # the line as it is
     after: str  # the line as it would be, or what takes its place
+    nth: int = 1  # among equal faults of equal lines of the file
 
     def order(self, seed):
         """A number that stays the same while the line does, so that a sample hardly changes with the tree."""
         key = f"{seed}|{self.path}|{self.kind}|{self.before}|{self.after}"
-        return hashlib.sha256(key.encode()).hexdigest()
+        return hashlib.sha256((key if self.nth == 1 else f"{key}|{self.nth}").encode()).hexdigest()
 
     def __str__(self):
         return f"{self.path}:{self.line}: [{self.kind}] {self.before}  ->  {self.after}"
@@ -193,7 +194,18 @@ class Finder:
         for find in (self.operators, self.conditions, self.statements, self.returns, self.constants, self.arguments):
             find()
         # Whatever is in the parameters of a template or in an attribute never runs.
-        return [each for each in self.found if not re.match(r"(template|\[\[|KVL_GUARDED|namespace|using )", each.before)]
+        return numbered(each for each in self.found if not re.match(r"(template|\[\[|KVL_GUARDED|namespace|using )", each.before))
+
+
+def numbered(mutations):
+    """Tells equal faults of equal lines apart; of faults in one place that are equal one is left."""
+    lines, result = {}, []
+    for each in sorted(mutations, key=lambda mutation: mutation.begin):
+        places = lines.setdefault((each.kind, each.before, each.after), [])
+        if each.line not in places:
+            places.append(each.line)
+            result.append(dataclasses.replace(each, nth=len(places)))
+    return result
 
 
 def mutations_of(path, source):
