@@ -123,10 +123,19 @@ std::array<OSSL_PARAM, kNumbers.size() + 1> parametersOf(Numbers& numbers) {
   return parameters;
 }
 
+// A key may have more than two, which the format of version 0 has no place for.
+bool hasThirdPrime(const EVP_PKEY& key) {
+  std::array parameters{
+      OSSL_PARAM_construct_BN(OSSL_PKEY_PARAM_RSA_FACTOR3, nullptr, 0),  // asks for the size only
+      OSSL_PARAM_construct_end()};
+  return EVP_PKEY_get_params(&key, parameters.data()) == 1 &&
+         OSSL_PARAM_modified(parameters.data()) == 1;
+}
+
 }  // namespace
 
 WipedBytes encodeRSAPrivateKey(const EVP_PKEY& key) {
-  if (EVP_PKEY_is_a(&key, "RSA") != 1) return {};
+  if (EVP_PKEY_is_a(&key, "RSA") != 1 || hasThirdPrime(key)) return {};
   Numbers numbers;
   for (WipedBytes& number : numbers)
     number.resize(static_cast<std::size_t>(EVP_PKEY_get_size(&key)));

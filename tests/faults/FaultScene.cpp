@@ -3,6 +3,7 @@
 #include "tests/support/FolderWait.h"
 #include "tests/support/ProcessFigures.h"
 #include "tests/support/WaitUntil.h"
+#include "tools/kvlocal/StateName.h"
 
 #include <local/platform/Log.h>
 
@@ -20,20 +21,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kNumberField = "number=";
-
-std::string nameOf(KVLSessionState state) {
-  switch (state) {
-    case KVLSessionStateConnecting:
-      return "connecting";
-    case KVLSessionStateEstablished:
-      return "established";
-    case KVLSessionStateDisconnected:
-      return "disconnected";
-    case KVLSessionStateRecovering:
-      return "recovering";
-  }
-  return std::to_string(state);
-}
 
 template <class Items, class Text>
 std::string joined(const Items& items, const char* separator, Text text) {
@@ -137,7 +124,7 @@ void FaultScene::startHost() {
                                           {}, environment_);
   states = std::make_unique<StateWatcher>(*session);
   states_ = session->observeState(
-      [seen = seen_](KVLSessionState state) { seen->states.add(nameOf(state)); });
+      [seen = seen_](KVLSessionState state) { seen->states.add(kvlocal::stateName(state)); });
   progress_ = session->progress()->observe([seen = seen_](const kvl::ProgressState& state) {
     seen->progress.add(state.localizedDescription);
   });
@@ -146,12 +133,17 @@ void FaultScene::startHost() {
 Figures FaultScene::figuresAtRest() {
   constexpr int kLooks = 10;
   constexpr std::chrono::milliseconds kPause{5};
+  const auto deadline = Clock::now() + kPatience;
   std::size_t descriptors = descriptorCount();
   for (int look = 0; look < kLooks; ++look) {
     std::this_thread::sleep_for(kPause);
     const auto now = descriptorCount();
     if (now != descriptors) look = 0;
     descriptors = now;
+    if (Clock::now() > deadline) {
+      ADD_FAILURE() << "the number of descriptors does not come to rest";
+      break;
+    }
   }
   return {threadCount(), descriptors, residentMemory()};
 }
@@ -280,7 +272,7 @@ void FaultScene::expectRetryAfter(double seconds) {
 
 void FaultScene::recover() {
   ASSERT_TRUE(waitUntil([this] { return ask().status() == 200; }))
-      << "not established again; state " << nameOf(session->state());
+      << "not established again; state " << kvlocal::stateName(session->state());
   row_.recovery = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - faultEnd_);
   // A renewal that was under way has left the connection of the answer above.
   EXPECT_TRUE(waitUntil([this] {

@@ -81,8 +81,15 @@ OpenSSLPtr<EVP_PKEY> ellipticKey() {
   return OpenSSLPtr<EVP_PKEY>(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
 }
 
-OpenSSLPtr<EVP_PKEY> rsaKey(unsigned int bits) {
-  return OpenSSLPtr<EVP_PKEY>(EVP_RSA_gen(bits));
+OpenSSLPtr<EVP_PKEY> rsaKey(unsigned int bits, unsigned int primes) {
+  const OpenSSLPtr<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new_from_name(nullptr, "RSA", nullptr));
+  EVP_PKEY* key = nullptr;
+  require(EVP_PKEY_keygen_init(context.get()) == 1 &&
+              EVP_PKEY_CTX_set_rsa_keygen_bits(context.get(), static_cast<int>(bits)) == 1 &&
+              EVP_PKEY_CTX_set_rsa_keygen_primes(context.get(), static_cast<int>(primes)) == 1 &&
+              EVP_PKEY_generate(context.get(), &key) == 1,
+          "an RSA key");
+  return OpenSSLPtr<EVP_PKEY>(key);
 }
 
 Issued issue(const CertificatePlan& plan, const Issued* issuer, OpenSSLPtr<EVP_PKEY> key) {

@@ -33,7 +33,7 @@ struct Issued {
 };
 
 kvl::security::OpenSSLPtr<EVP_PKEY> ellipticKey();
-kvl::security::OpenSSLPtr<EVP_PKEY> rsaKey(unsigned int bits);
+kvl::security::OpenSSLPtr<EVP_PKEY> rsaKey(unsigned int bits, unsigned int primes = 2);
 
 // Issued by `issuer`, or by itself when null. Without a key it gets a new elliptic one.
 Issued issue(const CertificatePlan& plan, const Issued* issuer = nullptr,

@@ -7,10 +7,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
 #include <sys/mman.h>
 #include <sys/types.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -18,19 +21,24 @@
 namespace kvl::security {
 namespace {
 
-// Some bytes of a key, kept so that looking for them does not find this.
+// Some bytes of each secret number of a key, kept so that looking for them does not find this.
 class Traces {
  public:
-  // Of the first prime, which takes the bytes from 562 to 690 of the encoding of a key of 2048
-  // bits.
-  explicit Traces(std::span<const std::uint8_t> encodedKey) {
-    constexpr std::size_t kStart = 600;
-    for (std::size_t i = 0; i < kSize; ++i) bytes_[i] = encodedKey[kStart + i] ^ kDisguise;
+  explicit Traces(EVP_PKEY& key) {
+    constexpr std::array<const char*, kNumbers> kNames{
+        OSSL_PKEY_PARAM_RSA_D,         OSSL_PKEY_PARAM_RSA_FACTOR1,
+        OSSL_PKEY_PARAM_RSA_FACTOR2,   OSSL_PKEY_PARAM_RSA_EXPONENT1,
+        OSSL_PKEY_PARAM_RSA_EXPONENT2, OSSL_PKEY_PARAM_RSA_COEFFICIENT1};
+    for (std::size_t i = 0; i < kNumbers; ++i) {
+      remember(numberOf(key, kNames[i]), pieces_[i]);
+      mayBegin_[pieces_[i].front() ^ kDisguise] = true;
+      mayBegin_[pieces_[i].back() ^ kDisguise] = true;
+    }
   }
 
-  // How often they are in memory, in the order of an encoding or that of a calculation.
-  [[nodiscard]] int count() const {
-    int found = 0;
+  // How many of the numbers are in memory, in the order of an encoding or that of a calculation.
+  [[nodiscard]] std::size_t count() const {
+    std::array<bool, kNumbers> found{};
     std::ifstream maps("/proc/self/maps");
     const int memory = open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
     for (std::string line; std::getline(maps, line);) {
@@ -40,35 +48,53 @@ class Traces {
       if (std::sscanf(line.c_str(), "%zx-%zx %4s", &start, &end, access) != 3) continue;
       const bool isOurs = access[1] == 'w' && start != address(window_);
       for (; isOurs && start < end; start += kWindow - kSize + 1)
-        found += countInWindow(memory, start, std::min(kWindow, end - start));
+        lookInWindow(memory, start, std::min(kWindow, end - start), found);
     }
     close(memory);
-    return found;
+    return static_cast<std::size_t>(std::ranges::count(found, true));
   }
+
+  static constexpr std::size_t kNumbers = 6;
 
  private:
   static constexpr std::size_t kSize = 32;
   static constexpr std::size_t kWindow = std::size_t{1} << 20;
   static constexpr std::uint8_t kDisguise = 0x5a;
+  using Piece = std::array<std::uint8_t, kSize>;
 
   static std::size_t address(const void* memory) { return reinterpret_cast<std::size_t>(memory); }
 
-  int countInWindow(int memory, std::size_t start, std::size_t size) const {
-    const ssize_t got = pread(memory, window_, size, static_cast<off_t>(start));
-    int found = 0;
-    for (ssize_t i = 0; i + static_cast<ssize_t>(kSize) <= got; ++i)
-      found += isAt(window_ + i) ? 1 : 0;
-    return found;
+  static WipedBytes numberOf(EVP_PKEY& key, const char* name) {
+    BIGNUM* number = nullptr;
+    if (EVP_PKEY_get_bn_param(&key, name, &number) != 1) _exit(6);
+    WipedBytes bytes(static_cast<std::size_t>(BN_num_bytes(number)));
+    BN_bn2bin(number, bytes.data());
+    BN_clear_free(number);
+    return bytes;
   }
-  bool isAt(const std::uint8_t* place) const {
-    const auto disguised = [](std::uint8_t a, std::uint8_t b) { return a == (b ^ kDisguise); };
-    if (disguised(bytes_[0], place[0]))
-      return std::equal(bytes_.begin(), bytes_.end(), place, disguised);
-    return disguised(bytes_[kSize - 1], place[0]) &&
-           std::equal(bytes_.rbegin(), bytes_.rend(), place, disguised);
+  // From the middle, where no two numbers are alike.
+  static void remember(const WipedBytes& number, Piece& piece) {
+    const std::size_t start = (number.size() - kSize) / 2;
+    for (std::size_t i = 0; i < kSize; ++i) piece[i] = number[start + i] ^ kDisguise;
   }
 
-  std::array<std::uint8_t, kSize> bytes_{};
+  void lookInWindow(int memory, std::size_t start, std::size_t size,
+                    std::array<bool, kNumbers>& found) const {
+    const ssize_t got = pread(memory, window_, size, static_cast<off_t>(start));
+    for (ssize_t i = 0; i + static_cast<ssize_t>(kSize) <= got; ++i) {
+      if (!mayBegin_[window_[i]]) continue;
+      for (std::size_t number = 0; number < kNumbers; ++number)
+        found[number] |= isAt(pieces_[number], window_ + i);
+    }
+  }
+  static bool isAt(const Piece& piece, const std::uint8_t* place) {
+    const auto disguised = [](std::uint8_t a, std::uint8_t b) { return a == (b ^ kDisguise); };
+    return std::equal(piece.begin(), piece.end(), place, disguised) ||
+           std::equal(piece.rbegin(), piece.rend(), place, disguised);
+  }
+
+  std::array<Piece, kNumbers> pieces_{};
+  std::array<bool, 256> mayBegin_{};
   std::uint8_t* const window_ = static_cast<std::uint8_t*>(
       mmap(nullptr, kWindow, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
 };
@@ -87,14 +113,15 @@ Traces useKey(KeyStore& store, const std::string& tag) {
       {kSecAttrComment, "a comment"},        {kSecAttrDescription, "a description"}};
   KeyRef key;
   if (SecKeyGeneratePair(store, parameters, nullptr, &key) != kSuccess) _exit(3);
-  const Traces traces(encodeKey(*key));
+  const Traces traces(*nativeKey(*key));
   EVP_PKEY_up_ref(nativeKey(*key));
   const auto issued = kvltest::issue({}, nullptr, OpenSSLPtr<EVP_PKEY>(nativeKey(*key)));
   IdentityRef identity;
   std::vector<KeyRef> found;
   if (!SecKeyCreateSignature(key, sha256({}), nullptr) ||
       SecIdentityCreateWithCertificate(store, issued.reference(), identity) != kSuccess ||
-      SecItemCopyMatching(store, query(tag), found) != kSuccess || traces.count() == 0)
+      SecItemCopyMatching(store, query(tag), found) != kSuccess ||
+      traces.count() != Traces::kNumbers)
     _exit(4);
   return traces;
 }
@@ -103,7 +130,7 @@ Traces useKey(KeyStore& store, const std::string& tag) {
   const std::string tag = kvltest::uniqueTag();
   const Traces traces = useKey(*store, tag);
   if (SecItemDelete(*store, query(tag)) != kSuccess) _exit(5);
-  _exit(traces.count() == 0 ? 0 : 1);
+  _exit(static_cast<int>(traces.count() == 0 ? 0 : 10 + traces.count()));
 }
 
 class KeyTracesTest : public testing::Test {

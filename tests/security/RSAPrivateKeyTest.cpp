@@ -44,6 +44,18 @@ TEST(RSAPrivateKeyTest, OtherKeysAreNotEncoded) {
   EXPECT_TRUE(encodeRSAPrivateKey(*half).empty());
 }
 
+// Two of its primes would be another key.
+TEST(RSAPrivateKeyTest, KeyOfThreePrimesIsLeftToOpenSSL) {
+  const auto key = kvltest::rsaKey(1024, 3);
+  EXPECT_TRUE(encodeRSAPrivateKey(*key).empty());
+  EXPECT_FALSE(decodeRSAPrivateKey(encodedByOpenSSL(*key)));
+  EVP_PKEY_up_ref(key.get());
+  const KeyRef made = makeKey(key.get(), Key::Class::privateKey);
+  const WipedBytes encoded = encodeKey(*made);
+  EXPECT_TRUE(std::ranges::equal(encoded, encodedByOpenSSL(*key)));
+  EXPECT_EQ(decodeKey(encoded, Key::Class::privateKey), made);
+}
+
 TEST(RSAPrivateKeyTest, OnlyExactlyOneKeyIsDecoded) {
   const WipedBytes whole = encodeRSAPrivateKey(*kvltest::rsaKey(512));
   for (std::size_t size = 0; size < whole.size(); ++size)

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
 #include <system_error>
 #include <thread>
 
@@ -217,6 +220,41 @@ TEST_F(LoadingTest, TheEnvironmentDoesNotSteer) {
   std::error_code none;
   if (std::filesystem::exists(keyLog)) EXPECT_EQ(std::filesystem::file_size(keyLog, none), 0U);
   std::filesystem::remove(keyLog, none);
+}
+
+// A folder of the user's with a password for each host, while it lives.
+class HomeWithPasswords {
+ public:
+  HomeWithPasswords() {
+    std::filesystem::create_directory(folder_);
+    std::ofstream(folder_ / ".netrc") << "default login user password secret\n";
+    setenv("HOME", folder_.c_str(), 1);
+  }
+  ~HomeWithPasswords() {
+    before_ ? setenv("HOME", before_->c_str(), 1) : unsetenv("HOME");
+    std::error_code none;
+    std::filesystem::remove_all(folder_, none);
+  }
+  HomeWithPasswords(const HomeWithPasswords&) = delete;
+  HomeWithPasswords& operator=(const HomeWithPasswords&) = delete;
+
+ private:
+  const std::filesystem::path folder_ =
+      std::filesystem::temp_directory_path() / ("kvl-home-" + std::to_string(::getpid()));
+  const std::optional<std::string> before_ =
+      getenv("HOME") != nullptr ? std::optional<std::string>(getenv("HOME")) : std::nullopt;
+};
+
+TEST_F(LoadingTest, PasswordsOfTheUsersFilesAreNotSent) {
+  const HomeWithPasswords home;
+  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
+    for (std::string request; !(request = client.readRequest()).empty();) {
+      if (!client.write(httpResponse(request))) return;
+    }
+  });
+  const std::string request = load(*session, URLRequest(peer.url("127.0.0.1", "/path"))).text();
+  EXPECT_TRUE(request.starts_with("GET /path")) << request;
+  EXPECT_EQ(request.find("uthorization"), std::string::npos) << request;
 }
 
 }  // namespace

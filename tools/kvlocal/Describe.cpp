@@ -78,20 +78,6 @@ std::string numberOf(const kvl::Error& error) {
 
 }  // namespace
 
-const char* stateName(KVLSessionState state) {
-  switch (state) {
-    case KVLSessionStateConnecting:
-      return "connecting";
-    case KVLSessionStateEstablished:
-      return "established";
-    case KVLSessionStateDisconnected:
-      return "disconnected";
-    case KVLSessionStateRecovering:
-      return "recovering";
-  }
-  return "unknown";
-}
-
 std::string errorText(const kvl::Error& error) {
   std::string text = wordsOf(error);
   const auto reason = reasonOf(error);

@@ -7,9 +7,6 @@
 
 namespace kvlocal {
 
-// "connecting", "established", "disconnected" or "recovering".
-[[nodiscard]] const char* stateName(KVLSessionState state);
-
 // One line: what went wrong and, where it says more, why, then domain and code.
 [[nodiscard]] std::string errorText(const kvl::Error& error);
 // The same without what went wrong, for a sentence that has said it.

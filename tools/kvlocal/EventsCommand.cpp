@@ -7,6 +7,7 @@
 #include "tools/kvlocal/EventFeed.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/StateName.h"
 
 #include <local/platform/URL.h>
 #include <local/platform/URLRequest.h>

@@ -6,6 +6,7 @@
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/StateName.h"
 
 #include <algorithm>
 #include <cstdint>
