@@ -1,11 +1,7 @@
 #include "tests/support/Nginx.h"
 
 #include "tests/support/FolderWait.h"
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "tests/support/FreePort.h"
 
 #include <fstream>
 #include <sstream>
@@ -35,45 +31,24 @@ http {
   scgi_temp_path scgi;
 )";
 
-class Socket {
- public:
-  Socket() : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
-  ~Socket() { close(descriptor_); }
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-  [[nodiscard]] int descriptor() const { return descriptor_; }
-
- private:
-  const int descriptor_;
-};
-
-std::uint16_t freePort() {
-  const Socket probe;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto* generic = reinterpret_cast<sockaddr*>(&address);
-  if (bind(probe.descriptor(), generic, size) != 0 ||
-      getsockname(probe.descriptor(), generic, &size) != 0) {
-    throw std::runtime_error("no free port");
-  }
-  return ntohs(address.sin_port);
-}
-
 }  // namespace
 
 Nginx::Nginx(std::filesystem::path folder, const Configuration& configuration)
     : folder_(std::move(folder)) {
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    port_ = freePort();
     if (start(configuration)) return;
   }
   throw std::runtime_error("nginx did not start: " + errorLog());
 }
 
+void Nginx::startAgain(const Configuration& configuration) {
+  process_.kill();
+  if (!start(configuration)) throw std::runtime_error("nginx did not start: " + errorLog());
+}
+
 bool Nginx::start(const Configuration& configuration) {
   std::filesystem::remove(folder_ / kProcessFile);
-  port_ = freePort();
   std::ofstream(folder_ / kConfigurationFile) << kMainSettings << configuration(port_) << "}\n";
   process_ = ChildProcess({"nginx", "-e", kErrorLog, "-p", folder_.string(), "-c",
                            (folder_ / kConfigurationFile).string()},

@@ -14,7 +14,7 @@ namespace kvltest {
 // what relative paths in its configuration start from.
 class Nginx {
  public:
-  // What stands inside `http { }` when the server is to listen on this port of 127.0.0.1.
+  // What stands inside `http { }` when the server is to listen on this port.
   using Configuration = std::function<std::string(std::uint16_t port)>;
 
   // Starts it and returns when it listens. nginx cannot say which port it got, so one that was free
@@ -23,6 +23,10 @@ class Nginx {
   Nginx(std::filesystem::path folder, const Configuration& configuration);
 
   [[nodiscard]] std::uint16_t port() const noexcept { return port_; }
+  [[nodiscard]] ChildProcess& process() noexcept { return process_; }
+  // Ends the process if it runs, and starts another one at the same port.
+  // Throws std::runtime_error with the error log when it does not start.
+  void startAgain(const Configuration& configuration);
 
  private:
   [[nodiscard]] bool start(const Configuration& configuration);
