@@ -105,6 +105,9 @@ void ForeignServer::kill() {
 
 void ForeignServer::freeze() {
   process().signal(SIGSTOP);
+  // A thread of it may still be at work until the kernel says that all have stopped.
+  siginfo_t stopped{};
+  waitid(P_PID, static_cast<id_t>(process().id()), &stopped, WSTOPPED);
 }
 
 int ForeignServer::connections() const {
