@@ -28,9 +28,9 @@ long InputMeter::onOperation(BIO* bio, int operation, const char*, std::size_t, 
     BIO_clear_retry_flags(bio);
     return -1;
   }
-  const bool hasRead = operation == (BIO_CB_READ | BIO_CB_RETURN) && result > 0;
-  if (hasRead && processed != nullptr) meter.take(*processed);
-  return result;
+  if (operation != (BIO_CB_READ | BIO_CB_RETURN)) return result;
+  if (result > 0 && processed != nullptr) meter.take(*processed);
+  return result == 0 && meter.needsNotice_ ? -1 : result;
 }
 
 void InputMeter::take(std::size_t bytes) noexcept {

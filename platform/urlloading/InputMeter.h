@@ -1,4 +1,4 @@
-// How much a connection brings that is nothing of an answer.
+// How much a connection brings that is nothing of an answer, and how its input ends.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -27,6 +27,11 @@ class InputMeter {
   // The socket that is shut down when the connection is broken off; -1: none.
   void setSocket(int socket) noexcept { socket_ = socket; }
 
+  // From here on an end is a failure unless TLS's own notice comes before it, after which nothing
+  // is read. libcurl takes a bare end for that of a body that has no length, even if the sender
+  // died.
+  void requireNotice() noexcept { needsNotice_ = true; }
+
   void beginPass() noexcept { uselessInPass_ = 0; }
   // So many bytes of a head or body have come.
   void noteProgress(std::size_t bytes) noexcept;
@@ -41,6 +46,7 @@ class InputMeter {
   void take(std::size_t bytes) noexcept;
 
   int socket_ = -1;
+  bool needsNotice_ = false;
   std::size_t uselessInPass_ = 0;
   std::size_t useless_ = 0;
 };
