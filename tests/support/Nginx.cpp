@@ -4,7 +4,7 @@
 #include "tests/support/FreePort.h"
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -58,9 +58,12 @@ bool Nginx::start(const Configuration& configuration) {
 }
 
 std::string Nginx::errorLog() const {
-  std::ostringstream text;
-  for (const auto* name : {kErrorLog, "nginx.log"}) text << std::ifstream(folder_ / name).rdbuf();
-  return text.str();
+  std::string text;
+  for (const auto* name : {kErrorLog, "nginx.log"}) {
+    std::ifstream file(folder_ / name);
+    text.append(std::istreambuf_iterator<char>(file), {});
+  }
+  return text;
 }
 
 }  // namespace kvltest

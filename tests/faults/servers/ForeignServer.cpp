@@ -13,6 +13,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -88,7 +89,7 @@ ForeignServer::ForeignServer(ForeignServerOptions options, const TestIdentity& i
     port_ = kvltest::freePort();
     if (start()) return;
   }
-  throw std::runtime_error("the server did not start");
+  throw std::runtime_error("the server did not start: " + log());
 }
 
 ForeignServer::~ForeignServer() {
@@ -120,7 +121,7 @@ void ForeignServer::startAgain(const TestIdentity& identity) {
     return nginx_->startAgain([this](std::uint16_t port) { return nginxConfiguration(port); });
   }
   process_.kill();
-  if (!start()) throw std::runtime_error("the server did not start again");
+  if (!start()) throw std::runtime_error("the server did not start again: " + log());
 }
 
 void ForeignServer::write(const std::string& name, const std::string& content) const {
@@ -130,6 +131,11 @@ void ForeignServer::write(const std::string& name, const std::string& content) c
 void ForeignServer::writeIdentity(const TestIdentity& identity) const {
   write("server.pem", identity.certificatePEM());
   write("server.key", identity.keyPEM());
+}
+
+std::string ForeignServer::log() const {
+  std::ifstream file(folder_.path() / kLog);
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 // openssl serves files: a pipe that has some bytes and no end is one that stalls.

@@ -60,6 +60,8 @@ class ForeignServer {
   [[nodiscard]] std::string nginxConfiguration(std::uint16_t port) const;
   [[nodiscard]] std::vector<std::string> command() const;
   [[nodiscard]] bool start();
+  // What it has said so far.
+  [[nodiscard]] std::string log() const;
 
   const ForeignServerOptions options_;
   const kvltest::TemporaryDirectory folder_;
