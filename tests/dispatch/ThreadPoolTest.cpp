@@ -7,10 +7,12 @@
 #include "tests/support/WaitUntil.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -124,6 +126,45 @@ TEST(ThreadPoolTest, IdleThreadsEndDownToTheKept) {
   Semaphore done;
   pool.post([&] { done.signal(); });
   EXPECT_TRUE(done.waitFor(kPatience));
+}
+
+TEST(ThreadPoolTest, AKeptThreadSleepsWhileThereAreNoBlocks) {
+  auto made = options(1, 1, 1);
+  made.idleTime = 0ms;
+  ThreadPool& pool = poolWith(std::move(made));
+  clockid_t clock{};
+  Semaphore done;
+  pool.post([&] {
+    pthread_getcpuclockid(pthread_self(), &clock);
+    done.signal();
+  });
+  ASSERT_TRUE(done.waitFor(kPatience));
+  const auto used = [clock] {
+    timespec time{};
+    clock_gettime(clock, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  };
+  const auto before = used();
+  EXPECT_FALSE(done.waitFor(60ms));
+  EXPECT_LT(used() - before, 5ms);
+}
+
+TEST(ThreadPoolTest, WithoutBlocksNobodyLooksForMissingThreads) {
+  std::deque<std::function<void()>> looks;
+  auto made = options(1, 1, 3);
+  made.later = [&](auto, auto look) { looks.push_back(std::move(look)); };
+  ThreadPool& pool = poolWith(std::move(made));
+  Semaphore done;
+  {
+    BlockedBlocks blocked;
+    blocked.post([&](auto block) { pool.post(std::move(block)); }, 1);
+    ASSERT_TRUE(blocked.allHaveBegun());
+    pool.post([&] { done.signal(); });
+    ASSERT_EQ(looks.size(), 1U);
+  }
+  ASSERT_TRUE(done.waitFor(kPatience));
+  std::exchange(looks, {}).front()();
+  EXPECT_TRUE(looks.empty());
 }
 
 TEST(ThreadPoolTest, BlocksWaitWhileTheSystemHasNoThreads) {

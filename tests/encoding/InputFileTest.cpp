@@ -187,6 +187,15 @@ TEST(InputFileTest, AFormWhoseOpenFileHasBecomeShorterIsNotMade) {
   EXPECT_EQ(file->data(), std::nullopt);
 }
 
+// Whatever call has left in errno before: it says nothing about a file that has ended.
+TEST(InputFileTest, TheEndOfAShorterOpenFileIsNoInterruption) {
+  const OpenFile open("abc");
+  const auto file = KVLInputFile::newWithDescriptor("a", std::nullopt, open.descriptor());
+  ASSERT_EQ(ftruncate(open.descriptor(), 1), 0);
+  errno = EINTR;
+  EXPECT_EQ(file->data(), std::nullopt);
+}
+
 TEST(InputFileTest, AnOpenFileThatNoMemoryHoldsIsAnErrorAndNoException) {
   const OpenFile open("");
   ASSERT_EQ(ftruncate(open.descriptor(), std::numeric_limits<off_t>::max()), 0);

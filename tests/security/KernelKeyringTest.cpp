@@ -71,6 +71,15 @@ TEST_F(KernelKeyringTest, RemovingTheLastKeyRemovesTheRing) {
             ENOKEY);
 }
 
+TEST_F(KernelKeyringTest, NothingCanBePutIntoARemovedRingThatSomebodyHolds) {
+  ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
+  const kernel::Serial held = ring();
+  ASSERT_EQ(kernel::link(held, KEY_SPEC_PROCESS_KEYRING), 0);
+  ASSERT_EQ(store_->remove(tag_, std::nullopt, soon()), kSuccess);
+  EXPECT_EQ(kernel::makeKey("late", Bytes{1}, held), EKEYREVOKED);
+  EXPECT_EQ(kernel::unlink(held, KEY_SPEC_PROCESS_KEYRING), 0);
+}
+
 TEST_F(KernelKeyringTest, RemovedKeysCannotBeReadByWhoeverKnowsTheirNumber) {
   ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
   const kernel::Serial key = entries(ring()).front();

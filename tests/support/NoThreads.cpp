@@ -11,6 +11,7 @@ namespace {
 using Start = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
 
 std::atomic<bool> refused = false;
+std::atomic<int> started = 0;
 
 }  // namespace
 
@@ -25,6 +26,7 @@ extern "C" __attribute__((visibility("default"))) int pthread_create(
     pthread_t* thread, const pthread_attr_t* attributes, void* (*body)(void*),
     void* argument) noexcept {
   if (refused) return EAGAIN;
+  ++started;
   static const auto start = &__interceptor_pthread_create != nullptr
                                 ? &__interceptor_pthread_create
                                 : reinterpret_cast<Start>(dlsym(RTLD_NEXT, "pthread_create"));
@@ -39,6 +41,10 @@ NoThreads::NoThreads() {
 
 NoThreads::~NoThreads() {
   refused = false;
+}
+
+int startedThreads() {
+  return started;
 }
 
 }  // namespace kvltest

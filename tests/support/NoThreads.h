@@ -12,4 +12,7 @@ class NoThreads {
   NoThreads& operator=(const NoThreads&) = delete;
 };
 
+// How many threads this process has started so far.
+[[nodiscard]] int startedThreads();
+
 }  // namespace kvltest

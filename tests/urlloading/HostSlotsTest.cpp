@@ -116,6 +116,15 @@ TEST(HostSlotsTest, ExchangeThatEndsBeforeItIsTakenUpIsNotNamed) {
   EXPECT_TRUE(slots.admit(3, "a", kStart));
 }
 
+TEST(HostSlotsTest, WhatIsToldOfNobodyOrWhereNothingMultiplexesChangesNothing) {
+  HostSlots slots(2, false);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  slots.noteMultiplexing(99, true);
+  slots.noteMultiplexing(1, true);
+  EXPECT_TRUE(slots.admit(2, "a", kStart));
+  EXPECT_FALSE(slots.admit(3, "a", kStart));
+}
+
 TEST(HostSlotsTest, ProbeThatTakesTooLongHoldsNobodyUp) {
   HostSlots slots(2, true);
   EXPECT_TRUE(slots.admit(1, "a", kStart));
