@@ -5,6 +5,7 @@
 #include <local/platform/Observation.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <thread>
 #include <utility>
@@ -28,11 +29,12 @@ class Observer final : public Observation::Registration {
       runners_.push_back(std::this_thread::get_id());
     }
     handler_(arguments...);
-    // An observer that ended inside its own handler lets go of it here.
+    // An observer that ended inside its own handler lets go of it here; elsewhere, who ends it
+    // does.
     Handler finished;
     MutexLock lock(mutex_);
     runners_.erase(std::ranges::find(runners_, std::this_thread::get_id()));
-    if (ended_ && runners_.empty()) finished.swap(handler_);
+    if (ended_ && enders_ == 0 && runners_.empty()) finished.swap(handler_);
     finished_.notifyAll();
   }
 
@@ -41,7 +43,9 @@ class Observer final : public Observation::Registration {
     MutexLock lock(mutex_);
     ended_ = true;
     if (std::ranges::find(runners_, std::this_thread::get_id()) != runners_.end()) return;
+    ++enders_;
     while (!runners_.empty()) finished_.wait(lock);
+    --enders_;
     finished.swap(handler_);
   }
 
@@ -52,6 +56,7 @@ class Observer final : public Observation::Registration {
   // One for each call of the handler.
   std::vector<std::thread::id> runners_ KVL_GUARDED_BY(mutex_);
   bool ended_ KVL_GUARDED_BY(mutex_) = false;
+  std::size_t enders_ KVL_GUARDED_BY(mutex_) = 0;  // those that wait
 };
 
 }  // namespace kvl::core

@@ -1,4 +1,5 @@
 #include "tests/dispatch/Patience.h"
+#include "tests/support/WaitUntil.h"
 
 #include <local/platform/DispatchQueue.h>
 
@@ -78,6 +79,40 @@ TEST(DispatchQueueTest, QueueMayBeLetGoOfInsideItsOwnBlock) {
     ran.set_value();
   });
   EXPECT_EQ(ran.get_future().wait_for(kPatience), std::future_status::ready);
+}
+
+TEST(DispatchQueueTest, QueueMayBeLetGoOfOnAnotherThreadWhileItsBlockRuns) {
+  for (const auto& make : {&DispatchQueue::serial, &DispatchQueue::concurrent}) {
+    Semaphore running;
+    Semaphore goOn;
+    std::atomic<int> ran = 0;
+    Semaphore done;
+    auto queue = make("test");
+    queue->async([&] {
+      running.signal();
+      if (goOn.waitFor(kPatience)) ++ran;
+      done.signal();
+    });
+    queue->async([&] {
+      ++ran;
+      done.signal();
+    });
+    ASSERT_TRUE(running.waitFor(kPatience));
+    std::thread([held = std::move(queue)]() mutable { held.reset(); }).join();
+    goOn.signal();
+    ASSERT_TRUE(done.waitFor(kPatience) && done.waitFor(kPatience));
+    EXPECT_EQ(ran, 2);
+  }
+}
+
+TEST(DispatchQueueTest, DelayedBlocksOutliveTheirQueueAndGoOnceTheyHaveRun) {
+  for (const auto& make : {&DispatchQueue::serial, &DispatchQueue::concurrent}) {
+    const auto token = std::make_shared<Semaphore>();
+    make("test")->asyncAfter(10ms, [token] { token->signal(); });
+    EXPECT_GE(token.use_count(), 2);
+    ASSERT_TRUE(token->waitFor(kPatience));
+    EXPECT_TRUE(kvltest::waitUntil([&] { return token.use_count() == 1; }));
+  }
 }
 
 TEST(DispatchQueueTest, DelayedBlocksNeverRunEarly) {

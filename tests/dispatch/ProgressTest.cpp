@@ -1,4 +1,5 @@
 #include "tests/dispatch/Patience.h"
+#include "tests/support/OtherThread.h"
 
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Progress.h>
@@ -6,8 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -90,6 +93,29 @@ TEST(ProgressTest, EndingWaitsForTheRunningHandlerOnAnotherThread) {
   std::jthread releaser([&] { leave.signal(); });
   observation.end();
   EXPECT_TRUE(left);
+}
+
+// What it holds may need what the host takes down next.
+TEST(ProgressTest, EndingHasLetGoOfTheRunningHandlerWhenItReturns) {
+  Progress progress(numbered(0));
+  Semaphore entered;
+  Semaphore leave;
+  std::optional<std::thread::id> goneOn;
+  std::shared_ptr<void> held(nullptr, [&goneOn](void*) { goneOn = std::this_thread::get_id(); });
+  auto observation = progress.observe([&, held = std::move(held)](const ProgressState&) {
+    entered.signal();
+    leave.wait();
+  });
+  ASSERT_TRUE(entered.waitFor(kPatience));
+  std::thread::id endedOn;
+  kvltest::OtherThread other([&] {
+    endedOn = std::this_thread::get_id();
+    observation.end();
+  });
+  EXPECT_TRUE(other.isWaiting());
+  leave.signal();
+  other.join();
+  EXPECT_EQ(goneOn, endedOn);
 }
 
 TEST(ProgressTest, ObservationMayEndInsideItsOwnHandler) {

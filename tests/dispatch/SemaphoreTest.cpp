@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -33,6 +35,15 @@ TEST(SemaphoreTest, WakesAWaiterOnAnotherThread) {
   Semaphore semaphore;
   std::jthread waiter([&] { semaphore.wait(); });
   semaphore.signal();
+}
+
+TEST(SemaphoreTest, MayGoAsSoonAsItIsTaken) {
+  for (int i = 0; i < 200; ++i) {
+    auto semaphore = std::make_unique<Semaphore>();
+    std::jthread signaller([&raw = *semaphore] { raw.signal(); });
+    semaphore->wait();
+    semaphore.reset();
+  }
 }
 
 }  // namespace

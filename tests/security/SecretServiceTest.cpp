@@ -225,6 +225,20 @@ TEST_F(SecretServiceTest, AFrozenServiceIsServedFromAgainOnceItThaws) {
   EXPECT_EQ(store_->add(key_, soon()), kSuccess);
 }
 
+// The call that was given up still waits for an answer then.
+TEST_F(SecretServiceTest, AStoreMayGoOnAnotherThreadWhileACallOfItHangs) {
+  bus_.startKeyring();
+  bus_.freezeKeyring();
+  auto store = makeSecretServiceKeyStore();
+  {
+    std::vector<StoredKey> keys;
+    EXPECT_EQ(store->find(key_.tag, keys, soon(milliseconds(50))), errSecNotAvailable);
+  }
+  auto gone = std::async(std::launch::async, [held = std::move(store)]() mutable { held.reset(); });
+  EXPECT_EQ(gone.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  bus_.thawKeyring();
+}
+
 TEST_F(SecretServiceTest, WhenItsProcessIsKilledTheNextStoreTakesOver) {
   bus_.startKeyring();
   kvltest::LogCapture log;

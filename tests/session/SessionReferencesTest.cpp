@@ -34,6 +34,23 @@ TEST_F(SessionReferencesTest, AnOutstandingNotarisationKeepsTheSession) {
   EXPECT_TRUE(watch.expired());
 }
 
+// A notary that loses its requests lets go of the session while a timer of the session's runs.
+TEST_F(SessionReferencesTest, ASessionMayGoInsideItsOwnTimer) {
+  class Losing final : public KVLNotary {
+   public:
+    Losing() : KVLNotary(WithoutKeys{}) {}
+    void notariseWithCompletionHandler(CompletionHandler) override { ++calls; }
+    int calls = 0;
+  };
+  const auto losing = std::make_shared<Losing>();
+  session->setNotary(losing);
+  const auto watch = letGo();
+  ASSERT_FALSE(watch.expired());
+  queue->advance(800s);
+  EXPECT_EQ(losing->calls, 1);
+  EXPECT_TRUE(watch.expired());
+}
+
 TEST_F(SessionReferencesTest, ARequestKeepsTheSession) {
   std::optional<kvl::Error> received;
   session->request(kvl::URLRequest("a"), [&](auto&&, auto&&, std::optional<kvl::Error> error) {
@@ -46,6 +63,17 @@ TEST_F(SessionReferencesTest, ARequestKeepsTheSession) {
   EXPECT_EQ(received, notarisationError());
   EXPECT_EQ(log.count("notarisation error from request; enqueuing reconnection"), 1U);
   queue->dropPending();
+  EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(SessionReferencesTest, ASessionMayGoInsideTheHandlerOfItsRequest) {
+  queue->dropPending();
+  const std::weak_ptr<KVLSession> watch = session;
+  session->request(kvl::URLRequest("a"), [this](auto&&...) {
+    session.reset();
+    queue->dropPending();
+  });
+  loader->tasks().back()->fail(kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorTimedOut));
   EXPECT_TRUE(watch.expired());
 }
 

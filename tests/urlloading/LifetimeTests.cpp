@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <thread>
 #include <utility>
 
 // A process that exits while transfers run leaves threads and objects behind, on purpose.
@@ -190,6 +191,67 @@ TEST_F(LifetimeTest, ASessionObjectMayGoInsideItsOwnCompletion) {
         ->resume();
     done.get_future().get();
   }
+}
+
+// Lets go of its session object where the test says.
+class LettingGoDelegate final : public RecordingDelegate {
+ public:
+  void didReceiveChallenge(URLSession& asking, const Challenge& challenge,
+                           ChallengeHandler completionHandler) override {
+    if (whenAsked) whenAsked(held);
+    RecordingDelegate::didReceiveChallenge(asking, challenge, std::move(completionHandler));
+  }
+  void didReceiveData(URLSession& receiving, const std::shared_ptr<DataTask>& task,
+                      const Data& data) override {
+    if (whenDelivered) whenDelivered(held);
+    RecordingDelegate::didReceiveData(receiving, task, data);
+  }
+  using Place = std::function<void(std::shared_ptr<URLSession>&)>;
+  Place whenAsked;
+  Place whenDelivered;
+  std::shared_ptr<URLSession> held;
+};
+
+TEST_F(LifetimeTest, ASessionObjectMayGoWhereverItCallsItsDelegate) {
+  using Place = LettingGoDelegate::Place;
+  const Place here = [](auto& held) { held.reset(); };
+  const Place elsewhere = [](auto& held) {
+    std::thread([last = std::exchange(held, nullptr)]() mutable { last.reset(); }).join();
+  };
+  for (const auto& [asked, delivered] :
+       {std::pair{here, Place()}, {elsewhere, Place()}, {Place(), here}, {Place(), elsewhere}}) {
+    const auto letting = std::make_shared<LettingGoDelegate>();
+    letting->anchor = delegate->anchor;
+    letting->held = URLSession::create(anyPeers(), letting);
+    letting->whenAsked = asked;
+    letting->whenDelivered = delivered;
+    const std::weak_ptr<URLSession> watch = letting->held;
+    letting->held->dataTask(request)->resume();
+    EXPECT_FALSE(letting->waitForCompletion());
+    EXPECT_EQ(letting->text(), "hello");
+    EXPECT_TRUE(kvltest::waitUntil([&] { return watch.expired(); }));
+  }
+}
+
+TEST_F(LifetimeTest, AnAnswerToAChallengeMayComeWhenEverythingElseHasGone) {
+  const auto shy = std::make_shared<ShyDelegate>();
+  shy->anchor = delegate->anchor;
+  shy->credential = delegate->credential;
+  std::weak_ptr<URLSession> watch;
+  {
+    const TestTLSServer asking({.identity = &server(), .clientAuthority = &root()},
+                               answering(httpResponse("hello")));
+    auto other = URLSession::create(anyPeers(), shy);
+    watch = other;
+    OutcomeBox box;
+    shy->cancelled = other->dataTask(URLRequest(asking.url("127.0.0.1")), box.handler());
+    shy->cancelled->resume();
+    other.reset();
+    EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+    EXPECT_TRUE(kvltest::waitUntil([&] { return watch.expired(); }));
+  }
+  shy->kept(ChallengeDisposition::useCredential, shy->credential);
+  shy->kept(ChallengeDisposition::useCredential, shy->credential);
 }
 
 TEST_F(LifetimeTest, ADelegateMayGoWhileATaskRuns) {

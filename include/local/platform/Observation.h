@@ -10,9 +10,10 @@
 namespace kvl {
 
 /// Keeps an observation alive. Destroying it (or `end()`) guarantees silence: when the call
-/// returns, no handler of this observation runs and none will. Called on another thread while the
-/// handler runs, it waits for the handler to return; called from inside the handler it does not
-/// wait. Do not destroy it while holding a lock that the handler takes.
+/// returns, no handler of this observation runs and none will, and what the handler held is gone.
+/// Called on another thread while the handler runs, it waits for the handler to return; called from
+/// inside the handler it does not wait, and the handler goes once it has returned. Do not destroy
+/// it while holding a lock that the handler takes.
 class KVL_EXPORT Observation {
  public:
   /// One registered handler, as whoever is observed sees it.
