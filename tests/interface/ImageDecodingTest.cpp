@@ -88,6 +88,16 @@ TEST(ImageDecodingTest, AFormatIsToldByAllOfItsFirstBytes) {
   EXPECT_EQ(decoded(webP), nullptr);
 }
 
+TEST(ImageDecodingTest, APictureMayBeOnePixelWideOrHigh) {
+  for (const char* format : {"png", "jpeg", "tiff"}) {
+    for (const auto& [width, height] : {std::pair(1, 1), std::pair(1, 16), std::pair(16, 1)}) {
+      const auto image = kvl::Image::imageWithData(kvltest::madePixbuf(format, width, height));
+      ASSERT_NE(image, nullptr) << format << " " << width << " x " << height;
+      EXPECT_EQ(image->naturalSize(), (kvl::Size{double(width), double(height)})) << format;
+    }
+  }
+}
+
 TEST(ImageDecodingTest, ColorsAreMultipliedByTheAlpha) {
   GdkPixbuf* const pixbuf = gdk_pixbuf_new(GDK_COLORSPACE_RGB, TRUE, 8, 3, 2);
   gdk_pixbuf_fill(pixbuf, 0xFF804080);

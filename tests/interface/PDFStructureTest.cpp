@@ -63,7 +63,8 @@ TEST(PDFStructureTest, PackingsThatNothingLooksIntoAreRefused) {
 }
 
 TEST(PDFStructureTest, EscapesInNamesAreResolved) {
-  for (const char* name : {"#4cZW", "#4CZW", "L#5aW", "LZ#57", "LZ#57 ", "#4c#5A#57"}) {
+  for (const char* name :
+       {"#4cZW", "#4CZW", "L#5aW", "LZ#57", "LZ#57 ", "#4c#5A#57", "J#50XDecode"}) {
     EXPECT_FALSE(isModest("/" + std::string(name))) << name;
   }
   for (const char* name : {"LZ#58", "LZW#20", "LZW#2F", "#4gZW", "#g4ZW", "LZ#5", "LZW#"}) {

@@ -71,6 +71,15 @@ TEST_F(KernelKeyringTest, RemovingTheLastKeyRemovesTheRing) {
             ENOKEY);
 }
 
+TEST_F(KernelKeyringTest, ARingStaysWhileAKeyIsLeftInIt) {
+  ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
+  ASSERT_EQ(store_->add(storedKey(tag_, Key::Class::publicKey), soon()), kSuccess);
+  const kernel::Serial before = ring();
+  ASSERT_EQ(store_->remove(tag_, Key::Class::privateKey, soon()), kSuccess);
+  EXPECT_EQ(ring(), before);
+  EXPECT_EQ(find().size(), 1U);
+}
+
 TEST_F(KernelKeyringTest, NothingCanBePutIntoARemovedRingThatSomebodyHolds) {
   ASSERT_EQ(store_->add(storedKey(tag_), soon()), kSuccess);
   const kernel::Serial held = ring();

@@ -6,6 +6,7 @@
 #include "tests/session/SessionFixture.h"
 #include "tests/support/Halt.h"
 #include "tests/support/OtherThread.h"
+#include "tests/support/StepThrough.h"
 #include "tests/support/WaitUntil.h"
 
 #include <local/platform/Atomic.h>
@@ -237,7 +238,7 @@ class CountingNotary final : public KVLNotary {
 // Begins rounds for two threads as nearly at one time as can be, each time a little otherwise.
 class Race {
  public:
-  static constexpr int kRounds = 20'000;
+  static constexpr int kRounds = 2'000;
 
   void begin(int round) { round_ = round; }
   void run(int round, int shift, const std::function<void()>& call) {
@@ -271,6 +272,33 @@ TEST_F(SessionMonitorTest, OfCallersAtOneTimeOnlyOneAsksTheNotaryWithoutASignatu
   }
   EXPECT_EQ(counting->calls, Race::kRounds);
 }
+
+#ifdef KVL_CAN_STEP_THROUGH
+TEST_F(SessionMonitorTest, ACallJustBeforeAnotherSaysThatItAsksLeavesTheAskingToOne) {
+  const auto counting = std::make_shared<CountingNotary>();
+  session->setNotary(counting);
+  const auto call = [this] { session->enqueueNotarisation(); };
+  const auto callsWith = [&](const StepThrough::Between& between) {
+    session->setAwaitingSignature(false);
+    counting->calls = 0;
+    const StepThrough steps(call, between);
+    return counting->calls.load();
+  };
+  ASSERT_EQ(callsWith([](std::size_t) {}), 1);  // memory is as it will be from now on
+  std::size_t last = 0;
+  ASSERT_EQ(callsWith([&](std::size_t step) {
+              if (!session->awaitingSignature()) last = step;
+            }),
+            1);
+  for (std::size_t distance = 0; distance < 5; ++distance) {
+    EXPECT_EQ(callsWith([&](std::size_t step) {
+                if (step + distance == last) call();
+              }),
+              1)
+        << distance << " instructions before";
+  }
+}
+#endif
 
 class MonitorOrderTest : public SessionMonitorTest {
  protected:

@@ -138,6 +138,14 @@ TEST(HostSlotsTest, ProbeThatTakesTooLongHoldsNobodyUp) {
   EXPECT_EQ(slots.nextProbeEnd(), std::nullopt);
 }
 
+TEST(HostSlotsTest, TheTimeOfAProbeBeginsWithTheFirstExchange) {
+  using std::chrono::seconds;
+  HostSlots slots(2, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart + seconds(1)));
+  EXPECT_FALSE(slots.admit(2, "a", kStart + seconds(2)));
+  EXPECT_EQ(slots.nextProbeEnd(), kStart + seconds(1) + HostSlots::kProbingTime);
+}
+
 TEST(HostSlotsTest, HostWithWhichNothingRunsIsProbedAgain) {
   HostSlots slots(2, true);
   EXPECT_TRUE(slots.admit(1, "a", kStart));

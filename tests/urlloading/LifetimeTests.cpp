@@ -8,8 +8,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <future>
 #include <thread>
@@ -73,6 +75,26 @@ TEST_F(LifetimeTest, CancellingASuspendedTaskCompletesIt) {
   EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
   task->resume();
   EXPECT_EQ(task->state(), DataTask::State::completed);
+}
+
+TEST_F(LifetimeTest, WhileNothingArrivesNoProcessorIsUsed) {
+  const auto used = [] {
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+  };
+  session->dataTask(streamRequest)->resume();
+  delegate->waitForBytes(5);
+  constexpr std::chrono::milliseconds kAWhile{100};
+  Semaphore never;
+  auto least = std::chrono::nanoseconds::max();
+  // What has to be done after the bytes may still use some.
+  for (int i = 0; i < 30 && least >= kAWhile / 20; ++i) {
+    const auto before = used();
+    EXPECT_FALSE(never.waitFor(kAWhile));
+    least = std::min(least, used() - before);
+  }
+  EXPECT_LT(least, kAWhile / 20);
 }
 
 TEST_F(LifetimeTest, CancellingFromInsideADeliveryEndsDeliveries) {
