@@ -22,6 +22,7 @@ std::atomic<int> deliveries = 0;
 // What a host keeps in static storage: it goes with the process, and takes its time.
 struct Global {
   ~Global() {
+    isGoing = true;
     std::this_thread::sleep_for(teardown);
     if (usesTheLibrary) use();
     if (!isWhole) std::cout << "broken" << std::endl;
@@ -41,14 +42,25 @@ struct Global {
   std::chrono::milliseconds teardown{0};
   bool usesTheLibrary = false;
   std::atomic<bool> isWhole = true;
+  // From the moment when the first static object goes nothing is delivered any more.
+  std::atomic<bool> isGoing = false;
   std::shared_ptr<KVLSession> session;
 };
 Global global;
 
+// Made just before the exit, so it is the first that goes. An exit from a thread of the host's own
+// may begin after it.
+struct Later {
+  ~Later() {
+    global.isGoing = true;
+    std::this_thread::sleep_for(global.teardown);
+  }
+};
+
 class Receiver final : public KVLSessionDelegate {
  public:
   void eventStream(KVLSession&, const std::vector<std::shared_ptr<KVLEvent>>&) override {
-    if (!global.isWhole) std::cout << "late" << std::endl;
+    if (global.isGoing) std::cout << "late" << std::endl;
     ++deliveries;
   }
 };
@@ -56,8 +68,11 @@ class Receiver final : public KVLSessionDelegate {
 void load(bool exits);
 
 void received(bool exits) {
-  if (!global.isWhole) std::cout << "late" << std::endl;
-  if (++deliveries > 3 * kLoads && exits) std::exit(kStatus);
+  if (global.isGoing) std::cout << "late" << std::endl;
+  if (++deliveries > 3 * kLoads && exits) {
+    static const Later later;
+    std::exit(kStatus);
+  }
   load(exits);
 }
 
@@ -119,5 +134,6 @@ int main(int count, char** arguments) {
     std::thread([] { std::exit(kStatus); }).detach();
     std::this_thread::sleep_for(std::chrono::seconds(60));
   }
+  static const Later later;
   return kStatus;
 }
