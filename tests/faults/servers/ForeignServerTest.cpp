@@ -1,4 +1,5 @@
 // The framework's transport against servers that nobody here wrote.
+#include "platform/core/NoDestructor.h"
 #include "tests/faults/servers/ForeignServer.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/urlloading/URLSessionFixture.h"
@@ -57,6 +58,11 @@ class ForeignServerTest : public URLSessionTest, public ::testing::WithParamInte
   }
 };
 
+const TestIdentity& otherRoot() {
+  static const NoDestructor<TestIdentity> made(makeTestAuthority("other root"));
+  return *made;
+}
+
 // Without the spaces that some put into names.
 std::string withoutSpaces(std::string text) {
   text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
@@ -73,8 +79,7 @@ TEST_P(ForeignServerTest, SeesWhoAsks) {
 }
 
 TEST_P(ForeignServerTest, RefusesAClientOfAnotherAuthority) {
-  const auto other = makeTestAuthority("other root");
-  const auto peer = start(other);
+  const auto peer = start(otherRoot());
   const Outcome outcome = get(*peer, "/stats");
   if (software() == Software::nginx) {
     ASSERT_TRUE(outcome.response);
@@ -85,15 +90,23 @@ TEST_P(ForeignServerTest, RefusesAClientOfAnotherAuthority) {
   EXPECT_EQ(delegate->clientChallengeHosts().size(), 1U);
 }
 
-TEST_P(ForeignServerTest, IsNotTrustedAnyMoreWithACertificateOfAnotherAnchor) {
+TEST_P(ForeignServerTest, IsTrustedOnlyWithACertificateOfTheAnchorForItsAddress) {
+  struct Restart {
+    const TestIdentity& identity;
+    std::int64_t code;
+  };
+  static const NoDestructor<TestIdentity> stranger(makeTestIdentity({}, &otherRoot()));
+  static const NoDestructor<TestIdentity> neighbour(
+      makeTestIdentity({.subjectAltName = "IP:127.0.0.2,IP:::2"}, &root()));
   const auto peer = start();
   EXPECT_EQ(get(*peer, "/number=1").code(), 0);
   const auto asked = delegate->clientChallengeHosts().size();
-  const auto other = makeTestAuthority("other root");
-  const auto stranger = makeTestIdentity({}, &other);
-  peer->startAgain(stranger);
-  EXPECT_EQ(get(*peer, "/number=2").code(), NSURLErrorServerCertificateHasUnknownRoot);
-  EXPECT_EQ(delegate->clientChallengeHosts().size(), asked) << "the identity was handed out";
+  for (const Restart& restart : {Restart{*stranger, NSURLErrorServerCertificateHasUnknownRoot},
+                                 Restart{*neighbour, NSURLErrorServerCertificateUntrusted}}) {
+    peer->startAgain(restart.identity);
+    EXPECT_EQ(get(*peer, "/number=2").code(), restart.code);
+    EXPECT_EQ(delegate->clientChallengeHosts().size(), asked) << "the identity was handed out";
+  }
   peer->startAgain(server());
   EXPECT_EQ(get(*peer, "/number=3").code(), 0);
 }
@@ -103,9 +116,10 @@ TEST_P(ForeignServerTest, AnswersTheNextRequestAfterARestartWithANewCertificate)
   EXPECT_EQ(get(*peer, "/number=1").code(), 0);
   peer->kill();
   EXPECT_EQ(get(*peer, "/number=2").code(), NSURLErrorCannotConnectToHost);
-  const auto renewed = makeTestIdentity({.commonName = "renewed"}, &root());
+  static const NoDestructor<TestIdentity> renewed(
+      makeTestIdentity({.commonName = "renewed"}, &root()));
   const auto checks = delegate->trustChallenges();
-  peer->startAgain(renewed);
+  peer->startAgain(*renewed);
   OutcomeBox box;
   session->dataTask(numbered(*peer, 3), box.handler())->resume();
   expectItsNumber(box, 3);
