@@ -47,7 +47,7 @@ class NotaryLifetimeTest : public LocalService {
           answer->done.signal();
         });
     notary->sendNotary(std::nullopt, {},
-                       [answer = sent_](std::optional<kvl::Dictionary> reply, auto) {
+                       [answer = sent_](std::optional<kvl::Dictionary> reply, const auto&) {
                          ++answer->calls;
                          answer->reply = std::move(reply);
                          answer->done.signal();
