@@ -14,6 +14,7 @@ namespace kvl::urlloading {
 namespace {
 
 constexpr int kShortWaitMilliseconds = 2;
+constexpr int kQuietPasses = 2;
 
 // Prepares libcurl and OpenSSL, once per process. False when they cannot be used.
 bool prepareLibraries() {
@@ -115,21 +116,22 @@ void Engine::run() {
   tearDown();
 }
 
-// When one exchange takes another's data off their connection, libcurl 7.88 can drop the timer that
-// tells the other one: it compares times in whole milliseconds. The other one reads its data in the
-// next pass, whenever that is. So a long wait begins only after a pass before which no socket,
-// timer or command had anything to do.
+// What one exchange takes off a connection, libcurl 7.88 keeps for the others, with a timer that
+// has them look. It can drop that timer: it compares times in whole milliseconds. The next pass
+// finds what is kept, whenever it comes, and what it then takes apart can be for an exchange that
+// has had its turn in that pass. So a long wait begins only after two passes in a row in which
+// nothing was read or ended, and before which no socket, timer or command had anything to do.
 void Engine::waitForActivity() {
-  const bool mightHaveMore = std::exchange(mayHaveMore_, true);
+  const bool isShort = quietPasses_ < kQuietPasses && !transfers_.empty();
+  isDisturbed_ = true;
   // A wake-up can be swallowed while libcurl works: the queue itself is what counts.
   if (hasWork() || isGrowing()) return;
-  const bool isShort = mightHaveMore && transfers_.size() > 1;
   const bool timerWasDue = timerIsDue();
   const int longest = pollMilliseconds();
   int ready = 0;
   curl_multi_poll(multi_.get(), nullptr, 0,
                   isShort ? std::min(longest, kShortWaitMilliseconds) : longest, &ready);
-  mayHaveMore_ = !isShort || timerWasDue || ready > 0 || hasWork();
+  isDisturbed_ = !isShort || timerWasDue || ready > 0 || hasWork();
 }
 
 bool Engine::isGrowing() const {
@@ -225,10 +227,13 @@ void Engine::step() {
   for (const auto& [identifier, transfer] : transfers_) transfer->beginPass();
   int running = 0;
   curl_multi_perform(multi_.get(), &running);
+  const bool hasRead =
+      std::ranges::any_of(transfers_, [](const auto& entry) { return entry.second->isActive(); });
   extendDeadlinesByChallenges();
   flushBodies(began);
   noteConnections();
-  finishExchanges();
+  const bool hasEnded = finishExchanges();
+  quietPasses_ = isDisturbed_ || hasRead || hasEnded ? 0 : quietPasses_ + 1;
   expireIdle();
   launchAdmitted();
 }
@@ -264,15 +269,18 @@ void Engine::extendDeadlinesByChallenges() {
   for (const auto& [identifier, transfer] : transfers_) transfer->postponeDeadline(waited);
 }
 
-void Engine::finishExchanges() {
+bool Engine::finishExchanges() {
   int left = 0;
+  bool any = false;
   while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
     if (message->msg != CURLMSG_DONE) continue;
+    any = true;
     const CURLcode code = message->data.result;
     Transfer* transfer = nullptr;
     curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
     finishExchange(*transfer, code);
   }
+  return any;
 }
 
 void Engine::finishExchange(Transfer& transfer, CURLcode code) {

@@ -87,7 +87,8 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   void noteConnections();
   // The I/O thread read nothing while it waited for answers, which is nobody's silence.
   void extendDeadlinesByChallenges();
-  void finishExchanges();
+  // Whether there were any.
+  bool finishExchanges();
   void finishExchange(Transfer& transfer, CURLcode code);
   void expireIdle();
   // Ends an exchange before its time, so that the server hears of it.
@@ -114,8 +115,10 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   ShareHandle cookies_;
   HostSlots slots_;
   std::map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;
-  // Whether the last pass may have left something undone.
-  bool mayHaveMore_ = true;
+  // Whether something called for the next pass, and how many in a row nothing did and found
+  // nothing.
+  bool isDisturbed_ = true;
+  int quietPasses_ = 0;
 };
 
 }  // namespace kvl::urlloading

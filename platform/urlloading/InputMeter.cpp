@@ -34,12 +34,15 @@ long InputMeter::onOperation(BIO* bio, int operation, const char*, std::size_t, 
 }
 
 void InputMeter::take(std::size_t bytes) noexcept {
+  isActive_ = true;
+  inPass_ += bytes;
   uselessInPass_ += bytes;
   useless_ += bytes;
   if (isSpent() && socket_ >= 0) shutdown(socket_, SHUT_RDWR);
 }
 
 void InputMeter::noteProgress(std::size_t bytes) noexcept {
+  isActive_ = true;
   if (isSpent()) return;
   uselessInPass_ -= std::min(uselessInPass_, bytes);
   useless_ -= std::min(useless_, bytes > useless_ / kWorth ? useless_ : bytes * kWorth);

@@ -19,6 +19,10 @@ class InputMeter {
   // More than a server may still send of exchanges that have been cancelled: libcurl lets it have
   // 32 MiB under way.
   static constexpr std::size_t kLimit = std::size_t{64} << 20;
+  // What is read in one pass where exchanges share the connection, give or take a record. What one
+  // of them reads for another lies in that one's buffer until its turn, at the latest in the next
+  // pass, and must have room there.
+  static constexpr std::size_t kSharedSlice = std::size_t{96} << 10;
   // How many bytes a useful one makes up for: events may be few and the frames around them many.
   static constexpr std::size_t kWorth = 1024;
 
@@ -32,9 +36,18 @@ class InputMeter {
   // died.
   void requireNotice() noexcept { needsNotice_ = true; }
 
-  void beginPass() noexcept { uselessInPass_ = 0; }
+  // Exchanges share the connection from here on.
+  void share() noexcept { isShared_ = true; }
+
+  void beginPass() noexcept {
+    inPass_ = 0;
+    uselessInPass_ = 0;
+    isActive_ = false;
+  }
   // So many bytes of a head or body have come.
   void noteProgress(std::size_t bytes) noexcept;
+  // Whether the pass has read anything, or taken something of use that had been read before.
+  [[nodiscard]] bool isActive() const noexcept { return isActive_; }
   // Whether the connection has been broken off.
   [[nodiscard]] bool isSpent() const noexcept { return useless_ > kLimit; }
 
@@ -42,13 +55,18 @@ class InputMeter {
   static long onOperation(BIO* bio, int operation, const char* bytes, std::size_t size,
                           int argument, long longArgument, int result, std::size_t* processed);
 
-  [[nodiscard]] bool mayRead() const noexcept { return uselessInPass_ <= kSlice && !isSpent(); }
+  [[nodiscard]] bool mayRead() const noexcept {
+    return uselessInPass_ <= kSlice && !(isShared_ && inPass_ > kSharedSlice) && !isSpent();
+  }
   void take(std::size_t bytes) noexcept;
 
   int socket_ = -1;
   bool needsNotice_ = false;
+  bool isShared_ = false;
+  std::size_t inPass_ = 0;
   std::size_t uselessInPass_ = 0;
   std::size_t useless_ = 0;
+  bool isActive_ = false;
 };
 
 }  // namespace kvl::urlloading

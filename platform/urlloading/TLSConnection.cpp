@@ -213,7 +213,10 @@ void TLSConnection::noteEvent(const SSL* ssl, int where, int value) {
     facts.handshakeDone = true;
     facts.accepted = facts.accepted || SSL_version(ssl) < TLS1_3_VERSION;
     // In HTTP/2 each stream tells its own end, and one that has is whole.
-    if (!multiplexes(*ssl)) (*slot)->input_.requireNotice();
+    if (multiplexes(*ssl))
+      (*slot)->input_.share();
+    else
+      (*slot)->input_.requireNotice();
   }
   const bool isFatalAlert = (where & SSL_CB_READ_ALERT) == SSL_CB_READ_ALERT &&
                             value >> kAlertLevelShift == SSL3_AL_FATAL;

@@ -65,6 +65,8 @@ class Transfer final : private ChallengeSource {
   void beginPass() {
     if (connection_) connection_->input().beginPass();
   }
+  // Whether the pass has read anything from the connection.
+  [[nodiscard]] bool isActive() const { return connection_ && connection_->input().isActive(); }
   // Hands the task what is due of the bytes that the pass begun at `now` has collected. `isMore`:
   // there is something to read at once.
   void flush(bool isMore, SteadyTime now);

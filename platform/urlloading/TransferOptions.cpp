@@ -1,6 +1,7 @@
 #include "platform/urlloading/TransferOptions.h"
 
 #include "platform/core/ASCII.h"
+#include "platform/urlloading/InputMeter.h"
 
 #include <sys/socket.h>
 
@@ -14,6 +15,11 @@ namespace {
 constexpr long kNoConnectTimeoutMilliseconds = std::numeric_limits<int>::max();
 // libcurl 7.88 spins when a slow reader takes a large body over HTTP/2.
 constexpr std::size_t kLargestHTTP2Body = std::size_t{1} << 20;
+// How much of an answer libcurl keeps until the exchange takes it. When another exchange finds more
+// on their connection, libcurl 7.88 pauses nghttp2, and if that was in the answer's last frame,
+// does not notice the end until something else comes. So there is room for what two passes read.
+constexpr std::size_t kBufferSize = std::size_t{256} << 10;
+static_assert(kBufferSize > 2 * (InputMeter::kSharedSlice + SSL3_RT_MAX_ENCRYPTED_LENGTH));
 
 // The message's framing is the loader's business, and cookies go through libcurl's own list.
 bool isSetElsewhere(std::string_view name) {
@@ -110,6 +116,7 @@ void applyCommonOptions(OptionSetter& options, CURLSH* cookies,
   options.set(CURLOPT_FOLLOWLOCATION, 0L);
   options.set(CURLOPT_PATH_AS_IS, 1L);
   options.set(CURLOPT_CONNECTTIMEOUT_MS, kNoConnectTimeoutMilliseconds);
+  options.set(CURLOPT_BUFFERSIZE, static_cast<long>(kBufferSize));
   options.set(CURLOPT_SHARE, cookies);
   options.set(CURLOPT_COOKIEFILE, "");
 }

@@ -25,6 +25,13 @@ std::uint32_t numberIn(std::string_view bytes) {
 
 }  // namespace
 
+std::string encoded(const HTTP2Frame& frame) {
+  std::string bytes = bigEndian(static_cast<std::uint32_t>(frame.payload.size()), kLengthSize);
+  bytes += static_cast<char>(frame.type);
+  bytes += static_cast<char>(frame.flags);
+  return bytes + bigEndian(frame.stream, kWordSize) + frame.payload;
+}
+
 HTTP2Peer::HTTP2Peer(TestPeer& peer) : peer_(peer) {
   static_cast<void>(peer_.read(kPreface.size()));
   send({HTTP2Frame::settings, 0, 0, {}});
@@ -59,10 +66,7 @@ std::optional<std::uint32_t> HTTP2Peer::nextRequest() {
 }
 
 bool HTTP2Peer::send(const HTTP2Frame& frame) {
-  std::string bytes = bigEndian(static_cast<std::uint32_t>(frame.payload.size()), kLengthSize);
-  bytes += static_cast<char>(frame.type);
-  bytes += static_cast<char>(frame.flags);
-  return peer_.write(bytes + bigEndian(frame.stream, kWordSize) + frame.payload);
+  return peer_.write(encoded(frame));
 }
 
 bool HTTP2Peer::sendHead(std::uint32_t stream, bool endsStream) {

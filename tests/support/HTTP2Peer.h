@@ -31,6 +31,9 @@ struct HTTP2Frame {
   std::string payload;
 };
 
+// The frame as it is sent.
+[[nodiscard]] std::string encoded(const HTTP2Frame& frame);
+
 class HTTP2Peer {
  public:
   // Takes the client's preface and sends empty settings.

@@ -228,7 +228,35 @@ TEST_P(GatheringServerTest, EachAnswerIsItsRequestsInAnyOrder) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, GatheringServerTest,
-                         Combine(Values(Software::goWithoutHTTP2), Values("127.0.0.1", "::1"),
+                         Combine(Values(Software::go, Software::goWithoutHTTP2),
+                                 Values("127.0.0.1", "::1"), Values("1.2", "1.3")),
+                         nameOf);
+
+class SharedConnectionTest : public ForeignServerTest {
+ protected:
+  static std::string answerTo(int number) {
+    std::string text;
+    for (int i = 0; i < 2000; ++i) text += "number=" + std::to_string(number) + " ";
+    return text;
+  }
+};
+
+// Both are in flight until one ends, and the connection falls silent with that.
+TEST_P(SharedConnectionTest, NeitherOfTwoExchangesWaitsForMoreOnceItIsAnswered) {
+  const auto peer = start();
+  constexpr int kRounds = 200;
+  for (int number = 0; number < 2 * kRounds; number += 2) {
+    OutcomeBox first;
+    OutcomeBox second;
+    session->dataTask(numbered(*peer, number, "/gather=2"), first.handler())->resume();
+    session->dataTask(numbered(*peer, number + 1, "/gather=2"), second.handler())->resume();
+    ASSERT_EQ(first.wait().text(), answerTo(number));
+    ASSERT_EQ(second.wait().text(), answerTo(number + 1));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, SharedConnectionTest,
+                         Combine(Values(Software::go), Values("127.0.0.1", "::1"),
                                  Values("1.2", "1.3")),
                          nameOf);
 
