@@ -134,6 +134,19 @@ INSTANTIATE_TEST_SUITE_P(Versions, TLSFailureTest,
 
 class FailureTest : public URLSessionTest {};
 
+// Under TLS 1.3 the server refuses behind the handshake, and may have closed by then.
+TEST_F(FailureTest, TheAlertOfARefusalIsTold) {
+  const auto other = makeTestAuthority("other root");
+  delegate->credential = credentialOf(makeTestIdentity({}, &other));
+  const TestTLSServer peer(
+      {.identity = &server(), .tlsVersion = TLS1_2_VERSION, .clientAuthority = &root()},
+      answering(httpResponse("hello")));
+  const auto error = load(*session, URLRequest(peer.url("127.0.0.1"))).error;
+  ASSERT_TRUE(error);
+  const auto text = error->userInfo()[NSDebugDescriptionErrorKey].string().value_or("");
+  EXPECT_TRUE(text.ends_with("(TLS alert 48)")) << text;
+}
+
 TEST_F(FailureTest, ARequestThatCannotBeSentReachesNobody) {
   struct Row {
     std::string_view text, domain;

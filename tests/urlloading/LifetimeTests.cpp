@@ -12,8 +12,11 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
+#include <string>
 #include <thread>
 #include <utility>
 
@@ -32,6 +35,17 @@ extern "C" int __lsan_is_turned_off() {
 
 namespace kvl::testing {
 namespace {
+
+// Those that wait for what servers send.
+std::size_t inputThreads() {
+  std::size_t count = 0;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    if (name.ends_with(".io")) ++count;
+  }
+  return count;
+}
 
 class LifetimeTest : public URLSessionTest {
  protected:
@@ -297,6 +311,15 @@ TEST_F(LifetimeTest, InvalidatingRefusesNewTasksAndFinishesRunningOnes) {
   EXPECT_EQ(late.wait().code(), NSURLErrorCancelled);
   EXPECT_EQ(running.wait().text(), "hello");
   EXPECT_EQ(load(*session, request).code(), NSURLErrorCancelled);
+}
+
+TEST_F(LifetimeTest, InvalidatingWithoutTasksEndsTheThreadThatWaitsForMore) {
+  // Those of earlier session objects end by themselves.
+  ASSERT_TRUE(kvltest::waitUntil([] { return inputThreads() == 0; }));
+  EXPECT_EQ(load(*session, request).text(), "hello");
+  EXPECT_EQ(inputThreads(), 1);
+  session->finishTasksAndInvalidate();
+  EXPECT_TRUE(kvltest::waitUntil([] { return inputThreads() == 0; }));
 }
 
 TEST_F(LifetimeTest, InvalidatingAndCancellingEndsRunningTasks) {

@@ -149,6 +149,29 @@ TEST_F(ResetTest, CancellingBesideAStreamThatIsHeldBackLosesNothingOfIt) {
   EXPECT_EQ(delegate->text().size(), kChunks * chunk.size() + 3);
 }
 
+// That exchange was picked to have the reset sent, and must not be taken for one that is held back.
+TEST_F(ResetTest, CancellingLeavesTheTimeOutOfTheExchangeBesideIt) {
+  std::promise<void> requested;
+  const TestTLSServer peer({.identity = &server(), .protocol = "h2"}, [&](TestPeer& connection) {
+    HTTP2Peer client(connection);
+    if (!client.nextRequest() || !client.nextRequest()) return;
+    requested.set_value();
+    while (client.next()) {
+    }
+  });
+  URLRequest request(peer.url("127.0.0.1"));
+  OutcomeBox cancelled;
+  OutcomeBox silent;
+  request.setTimeoutInterval(std::chrono::seconds(2));
+  session->dataTask(request, silent.handler())->resume();
+  const auto task = session->dataTask(request, cancelled.handler());
+  task->resume();
+  ASSERT_TRUE(isReady(requested.get_future()));
+  task->cancel();
+  EXPECT_EQ(cancelled.wait().code(), NSURLErrorCancelled);
+  EXPECT_EQ(silent.wait().code(), NSURLErrorTimedOut);
+}
+
 // Nobody else uses the connection: it may end, or tell of the reset, but not stay as if nothing
 // had happened.
 TEST_F(ResetTest, CancellingTheOnlyExchangeReachesTheServer) {
