@@ -224,11 +224,12 @@ void Engine::stop(std::uint64_t identifier) {
 
 void Engine::step() {
   const auto began = std::chrono::steady_clock::now();
-  for (const auto& [identifier, transfer] : transfers_) transfer->beginPass();
   int running = 0;
   curl_multi_perform(multi_.get(), &running);
   const bool hasRead =
       std::ranges::any_of(transfers_, [](const auto& entry) { return entry.second->isActive(); });
+  // Now, so that a connection that nobody uses from here on can be read as well.
+  for (const auto& [identifier, transfer] : transfers_) transfer->endPass();
   extendDeadlinesByChallenges();
   flushBodies(began);
   noteConnections();

@@ -20,8 +20,8 @@ class InputMeter {
   // 32 MiB under way.
   static constexpr std::size_t kLimit = std::size_t{64} << 20;
   // What is read in one pass where exchanges share the connection, give or take a record. What one
-  // of them reads for another lies in that one's buffer until its turn, at the latest in the next
-  // pass, and must have room there.
+  // of them reads of another's body lies in that one's buffer until its turn, at the latest in the
+  // next pass, and must have room there.
   static constexpr std::size_t kSharedSlice = std::size_t{96} << 10;
   // How many bytes a useful one makes up for: events may be few and the frames around them many.
   static constexpr std::size_t kWorth = 1024;
@@ -39,7 +39,8 @@ class InputMeter {
   // Exchanges share the connection from here on.
   void share() noexcept { isShared_ = true; }
 
-  void beginPass() noexcept {
+  // What follows is of the next pass.
+  void endPass() noexcept {
     inPass_ = 0;
     uselessInPass_ = 0;
     isActive_ = false;
@@ -56,7 +57,7 @@ class InputMeter {
                           int argument, long longArgument, int result, std::size_t* processed);
 
   [[nodiscard]] bool mayRead() const noexcept {
-    return uselessInPass_ <= kSlice && !(isShared_ && inPass_ > kSharedSlice) && !isSpent();
+    return uselessInPass_ <= kSlice && (!isShared_ || inPass_ <= kSharedSlice) && !isSpent();
   }
   void take(std::size_t bytes) noexcept;
 

@@ -212,7 +212,8 @@ void TLSConnection::noteEvent(const SSL* ssl, int where, int value) {
   if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
     facts.handshakeDone = true;
     facts.accepted = facts.accepted || SSL_version(ssl) < TLS1_3_VERSION;
-    // In HTTP/2 each stream tells its own end, and one that has is whole.
+    // In HTTP/2 each stream tells its own end. One that a server breaks off by a frame that is none
+    // of HTTP/2 counts as whole all the same when it has no length: libcurl says nothing else.
     if (multiplexes(*ssl))
       (*slot)->input_.share();
     else

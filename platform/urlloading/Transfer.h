@@ -61,11 +61,11 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] TaskOutcome outcome(CURLcode code);
   [[nodiscard]] TaskOutcome timedOut() const;
 
-  // Before each pass of reading.
-  void beginPass() {
-    if (connection_) connection_->input().beginPass();
+  // After each pass of reading.
+  void endPass() {
+    if (connection_) connection_->input().endPass();
   }
-  // Whether the pass has read anything from the connection.
+  // Whether the pass has read anything from the connection, or taken what was read before.
   [[nodiscard]] bool isActive() const { return connection_ && connection_->input().isActive(); }
   // Hands the task what is due of the bytes that the pass begun at `now` has collected. `isMore`:
   // there is something to read at once.

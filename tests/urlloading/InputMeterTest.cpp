@@ -52,27 +52,24 @@ class InputMeterTest : public ::testing::Test {
 
 TEST_F(InputMeterTest, SharedConnectionsAreReadInSlices) {
   meter.share();
-  meter.beginPass();
   const std::size_t first = readUseful();
   EXPECT_GT(first, InputMeter::kSharedSlice);
   EXPECT_LE(first, InputMeter::kSharedSlice + kRecord);
   EXPECT_TRUE(shouldRetry());
   EXPECT_EQ(readUseful(), 0);
-  meter.beginPass();
+  meter.endPass();
   EXPECT_EQ(readUseful(), first);
 }
 
 TEST_F(InputMeterTest, WhatIsOfUseOnAConnectionOfItsOwnIsReadInOneGo) {
-  meter.beginPass();
   EXPECT_EQ(readUseful(), std::size_t{1} << 20);
 }
 
 TEST_F(InputMeterTest, APassIsActiveThatReadsOrTakesWhatWasRead) {
-  meter.beginPass();
   EXPECT_FALSE(meter.isActive());
   static_cast<void>(readUseful());
   EXPECT_TRUE(meter.isActive());
-  meter.beginPass();
+  meter.endPass();
   EXPECT_FALSE(meter.isActive());
   meter.noteProgress(1);
   EXPECT_TRUE(meter.isActive());

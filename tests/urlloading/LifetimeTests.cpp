@@ -19,6 +19,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 // A process that exits while transfers run leaves threads and objects behind, on purpose.
 namespace {
@@ -36,13 +37,17 @@ extern "C" int __lsan_is_turned_off() {
 namespace kvl::testing {
 namespace {
 
-// Those that wait for what servers send.
-std::size_t inputThreads() {
-  std::size_t count = 0;
-  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::string name;
-    std::getline(std::ifstream(thread.path() / "comm"), name);
-    if (name.ends_with(".io")) ++count;
+// How often these threads have gone to sleep.
+long sleepsOf(const std::vector<std::filesystem::path>& threads) {
+  long count = 0;
+  for (const auto& thread : threads) {
+    std::ifstream status(thread / "status");
+    for (std::string word; status >> word;) {
+      if (word != "voluntary_ctxt_switches:") continue;
+      long own = 0;
+      status >> own;
+      count += own;
+    }
   }
   return count;
 }
@@ -109,6 +114,21 @@ TEST_F(LifetimeTest, WhileNothingArrivesNoProcessorIsUsed) {
     least = std::min(least, used() - before);
   }
   EXPECT_LT(least, kAWhile / 20);
+}
+
+TEST_F(LifetimeTest, WhileNothingArrivesNothingWakesUp) {
+  ASSERT_TRUE(kvltest::waitUntil([] { return inputThreads().empty(); }));
+  session->dataTask(streamRequest)->resume();
+  delegate->waitForBytes(5);
+  const auto threads = inputThreads();
+  ASSERT_EQ(threads.size(), 1);
+  ASSERT_GT(sleepsOf(threads), 0);
+  // It looks a few times more after the bytes.
+  EXPECT_TRUE(kvltest::waitUntil([&] {
+    const long before = sleepsOf(threads);
+    EXPECT_FALSE(Semaphore().waitFor(std::chrono::milliseconds(200)));
+    return sleepsOf(threads) == before;
+  }));
 }
 
 TEST_F(LifetimeTest, CancellingFromInsideADeliveryEndsDeliveries) {
@@ -315,11 +335,11 @@ TEST_F(LifetimeTest, InvalidatingRefusesNewTasksAndFinishesRunningOnes) {
 
 TEST_F(LifetimeTest, InvalidatingWithoutTasksEndsTheThreadThatWaitsForMore) {
   // Those of earlier session objects end by themselves.
-  ASSERT_TRUE(kvltest::waitUntil([] { return inputThreads() == 0; }));
+  ASSERT_TRUE(kvltest::waitUntil([] { return inputThreads().empty(); }));
   EXPECT_EQ(load(*session, request).text(), "hello");
-  EXPECT_EQ(inputThreads(), 1);
+  EXPECT_EQ(inputThreads().size(), 1);
   session->finishTasksAndInvalidate();
-  EXPECT_TRUE(kvltest::waitUntil([] { return inputThreads() == 0; }));
+  EXPECT_TRUE(kvltest::waitUntil([] { return inputThreads().empty(); }));
 }
 
 TEST_F(LifetimeTest, InvalidatingAndCancellingEndsRunningTasks) {

@@ -2,6 +2,11 @@
 #include "tests/support/HTTP2Peer.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
+#include <local/platform/Semaphore.h>
+
+#include <sched.h>
+
+#include <filesystem>
 #include <string>
 
 namespace kvl::testing {
@@ -9,9 +14,9 @@ namespace {
 
 constexpr std::size_t kFrameSize = 10000;
 
-// An answer without a length, whose end stands in its last frame.
-std::string answer(std::uint32_t stream, std::string_view body) {
-  std::string bytes = encoded({HTTP2Frame::headers, HTTP2Frame::kEndHeaders, stream, "\x88"});
+// The end stands in the last frame.
+std::string frames(std::uint32_t stream, std::string_view body) {
+  std::string bytes;
   while (!body.empty()) {
     const auto piece = body.substr(0, kFrameSize);
     body.remove_prefix(piece.size());
@@ -21,11 +26,36 @@ std::string answer(std::uint32_t stream, std::string_view body) {
   return bytes;
 }
 
+// An answer without a length.
+std::string answer(std::uint32_t stream, std::string_view body) {
+  return encoded({HTTP2Frame::headers, HTTP2Frame::kEndHeaders, stream, "\x88"}) +
+         frames(stream, body);
+}
+
 std::string bodyOf(std::size_t size) {
   std::string body(size, 'x');
   for (std::size_t i = 0; i < size; i += kFrameSize / 4) body[i] = static_cast<char>('a' + i % 26);
   return body;
 }
+
+// All threads share a processor, so that all of what is sent at once is there when it is read.
+class IdleConnectionTest : public URLSessionTest {
+ protected:
+  IdleConnectionTest() {
+    sched_getaffinity(0, sizeof all_, &all_);
+    cpu_set_t one{};
+    CPU_SET(sched_getcpu(), &one);
+    confineThreads(one);
+  }
+  ~IdleConnectionTest() override { confineThreads(all_); }
+
+ private:
+  static void confineThreads(const cpu_set_t& processors) {
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
+      sched_setaffinity(std::stoi(thread.path().filename()), sizeof processors, &processors);
+  }
+  cpu_set_t all_{};
+};
 
 class BesideASilentExchangeTest : public URLSessionTest,
                                   public ::testing::WithParamInterface<std::size_t> {};
@@ -56,6 +86,45 @@ TEST_P(BesideASilentExchangeTest, AnAnswerIsWholeAtOnce) {
 
 INSTANTIATE_TEST_SUITE_P(Sizes, BesideASilentExchangeTest,
                          ::testing::Values(20000, 60000, 250000, 1000000));
+
+// A head whose "content-length" is in the static table (RFC 7541, appendix A), and its body.
+std::string measuredAnswer(std::uint32_t stream, const std::string& body) {
+  const std::string length = std::to_string(body.size());
+  const std::string head = std::string("\x88\x0f\x0d", 3) + static_cast<char>(length.size());
+  return encoded({HTTP2Frame::headers, HTTP2Frame::kEndHeaders, stream, head + length}) +
+         frames(stream, body);
+}
+
+// What the last pass has read does not count when libcurl looks whether the connection lives.
+TEST_F(IdleConnectionTest, StaysAfterMuchAtOnceAndAFrameOfItsOwn) {
+  constexpr int kRounds = 20;
+  Semaphore taken;
+  Semaphore sent;
+  const TestTLSServer peer({.identity = &server(), .protocol = "h2"}, [&](TestPeer& connection) {
+    HTTP2Peer speaker(connection);
+    while (const auto first = speaker.nextRequest()) {
+      const auto second = speaker.nextRequest();
+      if (!second) return;
+      connection.write(measuredAnswer(*second, std::string(98000, 'x')) +
+                       measuredAnswer(*first, "hello"));
+      taken.wait();
+      speaker.send({HTTP2Frame::ping, 0, 0, "12345678"});
+      sent.signal();
+    }
+  });
+  const URLRequest request(peer.url("127.0.0.1"));
+  for (int round = 0; round < kRounds; ++round) {
+    OutcomeBox first;
+    OutcomeBox second;
+    session->dataTask(request, first.handler())->resume();
+    session->dataTask(request, second.handler())->resume();
+    EXPECT_EQ(first.wait().code(), 0);
+    EXPECT_EQ(second.wait().code(), 0);
+    taken.signal();
+    sent.wait();
+  }
+  EXPECT_EQ(peer.connections(), 1);
+}
 
 }  // namespace
 }  // namespace kvl::testing

@@ -3,6 +3,7 @@
 #include "platform/core/NoDestructor.h"
 
 #include <chrono>
+#include <fstream>
 #include <stdexcept>
 
 namespace kvl::testing {
@@ -122,6 +123,16 @@ Outcome OutcomeBox::wait() {
   while (!content.outcome && content.changed.waitUntil(lock, deadline)) continue;
   if (!content.outcome) throw std::runtime_error("no completion");
   return *content.outcome;
+}
+
+std::vector<std::filesystem::path> inputThreads() {
+  std::vector<std::filesystem::path> threads;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::string name;
+    std::getline(std::ifstream(thread.path() / "comm"), name);
+    if (name.ends_with(".io")) threads.push_back(thread.path());
+  }
+  return threads;
 }
 
 Outcome load(URLSession& session, const URLRequest& request) {

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -75,6 +76,9 @@ class OutcomeBox {
   };
   std::shared_ptr<Content> content_ = std::make_shared<Content>();
 };
+
+// The folders, below /proc, of the threads that wait for what servers send.
+[[nodiscard]] std::vector<std::filesystem::path> inputThreads();
 
 [[nodiscard]] Outcome load(URLSession& session, const URLRequest& request);
 

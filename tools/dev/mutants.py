@@ -65,7 +65,7 @@ class Run:
 
     passed: bool
     by: str = ""  # what failed first
-    in_time: bool = True  # no clock had a part in it
+    in_time: bool = True  # it did not wait for long
     begun: bool = True  # there was a program, and it ran a test
     seconds: float = 0
 
