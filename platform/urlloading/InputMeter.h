@@ -22,7 +22,7 @@ class InputMeter {
   // What is read in one pass where exchanges share the connection, give or take a record. What one
   // of them reads of another's body lies in that one's buffer until its turn, at the latest in the
   // next pass, and must have room there.
-  static constexpr std::size_t kSharedSlice = std::size_t{96} << 10;
+  static constexpr std::size_t kSharedSlice = std::size_t{32} << 10;
   // How many bytes a useful one makes up for: events may be few and the frames around them many.
   static constexpr std::size_t kWorth = 1024;
 

@@ -19,7 +19,7 @@ constexpr std::size_t kLargestHTTP2Body = std::size_t{1} << 20;
 // on their connection, libcurl 7.88 pauses nghttp2, and if that was in the answer's last frame,
 // does not notice the end until something else comes. So there is room for what two passes read of
 // a body, beside a head of the usual size.
-constexpr std::size_t kBufferSize = std::size_t{256} << 10;
+constexpr std::size_t kBufferSize = std::size_t{112} << 10;
 static_assert(kBufferSize > 2 * (InputMeter::kSharedSlice + SSL3_RT_MAX_ENCRYPTED_LENGTH));
 
 // The message's framing is the loader's business, and cookies go through libcurl's own list.

@@ -1,4 +1,5 @@
 // What one exchange takes off a connection for another.
+#include "platform/urlloading/InputMeter.h"
 #include "tests/support/HTTP2Peer.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
@@ -95,6 +96,16 @@ std::string measuredAnswer(std::uint32_t stream, const std::string& body) {
          frames(stream, body);
 }
 
+// Both answers, which the last record fills up.
+std::string answers(std::uint32_t first, std::uint32_t second) {
+  const auto both = [=](const std::string& body) {
+    return measuredAnswer(second, body) + measuredAnswer(first, "hello");
+  };
+  std::string body(urlloading::InputMeter::kSharedSlice - 100, 'x');
+  body.append(urlloading::InputMeter::kSharedSlice - both(body).size(), 'x');
+  return both(body);
+}
+
 // What the last pass has read does not count when libcurl looks whether the connection lives.
 TEST_F(IdleConnectionTest, StaysAfterMuchAtOnceAndAFrameOfItsOwn) {
   constexpr int kRounds = 20;
@@ -105,8 +116,7 @@ TEST_F(IdleConnectionTest, StaysAfterMuchAtOnceAndAFrameOfItsOwn) {
     while (const auto first = speaker.nextRequest()) {
       const auto second = speaker.nextRequest();
       if (!second) return;
-      connection.write(measuredAnswer(*second, std::string(98000, 'x')) +
-                       measuredAnswer(*first, "hello"));
+      connection.write(answers(*first, *second));
       taken.wait();
       speaker.send({HTTP2Frame::ping, 0, 0, "12345678"});
       sent.signal();
