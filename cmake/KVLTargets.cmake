@@ -1,22 +1,32 @@
 # How this project's targets are made, so that all have the same flags.
 
-add_library(kvl_flags INTERFACE)
+add_library(kvl_warnings INTERFACE)
 # g++ 12 takes the string concatenation of its own library for an overlapping copy when it optimises
 # (https://gcc.gnu.org/bugzilla/show_bug.cgi?id=105651).
-target_compile_options(kvl_flags INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow
+target_compile_options(kvl_warnings INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wno-sign-conversion
   "$<$<CXX_COMPILER_ID:GNU>:-Wno-dangling-else;-Wno-restrict>"
   "$<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>")
 # A source that is included into another one looks like a header to g++, which warns of anonymous
 # namespaces in it.
-target_compile_options(kvl_flags INTERFACE
+target_compile_options(kvl_warnings INTERFACE
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>>:-Wno-subobject-linkage>)
+add_library(kvl_flags INTERFACE)
+target_link_libraries(kvl_flags INTERFACE kvl_warnings)
 if(KVL_SANITIZE)
   target_compile_options(kvl_flags INTERFACE -fsanitize=${KVL_SANITIZE} -fno-omit-frame-pointer
     -fno-sanitize-recover=all)
   target_link_options(kvl_flags INTERFACE -fsanitize=${KVL_SANITIZE})
 else()
   include(KVLHardening)
+endif()
+
+# What a program is made with that goes on in a child of fork(2): the thread sanitizer ends such children.
+add_library(kvl_forking_flags INTERFACE)
+if(KVL_SANITIZE MATCHES "thread")
+  target_link_libraries(kvl_forking_flags INTERFACE kvl_warnings)
+else()
+  target_link_libraries(kvl_forking_flags INTERFACE kvl_flags)
 endif()
 
 # kvl_component(name SOURCES file... [PRIVATE_LINKS lib...] [LINKS lib...])
