@@ -3,6 +3,7 @@
 #include "platform/interface/ImageModule.h"
 
 #include <local/platform/Atomic.h>
+#include <local/platform/DispatchQueue.h>
 #include <local/platform/Image.h>
 #include <local/platform/Mutex.h>
 
@@ -125,6 +126,26 @@ std::shared_ptr<Image> Image::imageWithData(const Data& data) {
   static const bool prepared = (core::standBeforeStatics(), true);
   static_cast<void>(prepared);
   return std::make_shared<DecodedImage>(data, std::move(picture), description);
+}
+
+namespace {
+
+const std::shared_ptr<DispatchQueue>& workers() {
+  static NoDestructor<std::shared_ptr<DispatchQueue>> queue(
+      DispatchQueue::concurrent("local.images"));
+  return *queue;
+}
+
+}  // namespace
+
+void Image::imageWithData(const Data& data, Completion completion) {
+  workers()->async([data, completion = std::move(completion)] { completion(imageWithData(data)); });
+}
+
+void Image::rasterise(const std::shared_ptr<Image>& image, double scale, BitmapHandler handler) {
+  workers()->async([image = std::weak_ptr(image), scale, handler = std::move(handler)] {
+    if (const auto held = image.lock()) handler(held->rasterised(scale));
+  });
 }
 
 }  // namespace kvl

@@ -6,8 +6,10 @@
 #include <local/platform/Export.h>
 #include <local/platform/Geometry.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 namespace kvl {
@@ -39,36 +41,45 @@ struct Bitmap {
   [[nodiscard]] bool empty() const noexcept { return pixels.empty(); }
 };
 
-/// A picture, decoded from PNG, JPEG, GIF, TIFF, WebP, SVG or PDF. Any thread may use one at any
-/// time; each property is atomic by itself.
+/// A picture, decoded from PNG, JPEG, GIF, TIFF, WebP, BMP, ICO, SVG or PDF. Any thread may use one
+/// at any time; each property is atomic by itself.
 ///
-/// The decoders are a module, `kvlocal/libkvlocal-images.so` beside the library, which the first
-/// image loads and which then stays. Without it there are no images, and one line in the log says
-/// so.
+/// Nothing is decoded or drawn in the host's process: `kvlocal/kvlocal-image-decoder`, a program
+/// beside the library, does it. The first image starts it; it ends after a minute without work, or
+/// with the host. It has neither the host's environment nor its descriptors, and can write no file,
+/// open no connection and start no program. Whatever an image does there costs that image only:
+/// there is none, and one line in the log says why. Without the program, or where no process may be
+/// started, there are no images.
 class KVL_EXPORT Image {
  public:
-  /// The image that `data` holds, or null when there is none in it. Any thread, and several at
-  /// once.
-  ///
-  /// The first bytes tell the format. Uses the first frame of an animation and the first page of a
-  /// PDF, whose background is transparent. Refuses data that ends too early or exceeds one of the
-  /// limits above, and also:
-  ///
-  /// - a TIFF that is compressed otherwise than with LZW, Deflate, PackBits or CCITT;
-  /// - a TIFF in the layout that is meant for files above 4 GiB;
-  /// - an SVG above 1 MiB, or of more than 10,000 elements;
-  /// - an SVG with an attribute of more than 32 KiB, or as much in its style sheets;
-  /// - an SVG with more than 4 KiB of text to be drawn;
-  /// - an SVG that declares entities, or is in another encoding than UTF-8;
-  /// - an SVG that embeds other files, or has elements within a style sheet;
-  /// - an SVG that fills with patterns, or has more dashes than an icon needs;
-  /// - a PDF that is encrypted, or fills with tiles;
-  /// - a PDF that packs its parts otherwise than with Deflate;
-  /// - a PDF whose bitmaps are packed otherwise than with Deflate, JPEG or CCITT.
-  ///
-  /// Nothing outside an SVG is ever read: its references to other files are left out.
-  [[nodiscard]] static std::shared_ptr<Image> imageWithData(const Data& data);
+  /// Receives the image, or null when there is none.
+  using Completion = std::function<void(std::shared_ptr<Image> image)>;
+  /// Receives the bitmap, empty when the drawing failed.
+  using BitmapHandler = std::function<void(Bitmap bitmap)>;
 
+  /// The image that `data` holds, or null when there is none in it; then the log says why.
+  ///
+  /// The first bytes tell the format. Uses the first frame of an animation, the largest picture of
+  /// an ICO, and the first page of a PDF, whose background is transparent. Refuses what exceeds one
+  /// of the limits above. Nothing outside the data is ever read: an SVG's references to other files
+  /// are left out.
+  ///
+  /// Waits for the decoder: some 40 ms for the first image, then usually less than a millisecond,
+  /// at worst for as long as `kMaximumImageTime` allows to it and to those before it. Any thread,
+  /// several at once; not for one that must not wait, such as the main thread.
+  [[nodiscard]] static std::shared_ptr<Image> imageWithData(const Data& data);
+  /// The same without waiting. `completion` is called once, on a worker thread, with no lock held;
+  /// not when the process exits before.
+  static void imageWithData(const Data& data, Completion completion);
+  /// Draws `image` as `rasterised` does, without waiting. `handler` is called once, on a worker
+  /// thread, with no lock held; not when the process exits before.
+  ///
+  /// Does not keep an image that the framework decoded: once nobody holds it, the drawing ends and
+  /// `handler` is destroyed without a call. Of any other class, `rasterised` is called on a worker
+  /// thread, which keeps the image until then.
+  static void rasterise(const std::shared_ptr<Image>& image, double scale, BitmapHandler handler);
+
+  /// Never waits: what is being decoded or drawn for the image ends soon.
   virtual ~Image();
   Image(const Image&) = delete;
   Image& operator=(const Image&) = delete;
@@ -95,14 +106,12 @@ class KVL_EXPORT Image {
   /// least one). SVG and PDF are drawn anew, so they are sharp at any scale; others are resampled.
   /// A template is drawn like any other image: its shape is the alpha.
   ///
-  /// What would exceed `kMaximumBitmapPixels`, or for an SVG with many layers the memory that they
-  /// take, comes with fewer pixels instead: show it at `size` all the same. Empty when the size or
-  /// the scale is not above 0 and finite, or when the drawing fails. Nothing is kept: whoever shows
-  /// an image often keeps the bitmap.
+  /// What would exceed `kMaximumBitmapPixels` comes with fewer pixels instead, and so does a large
+  /// drawing that takes more than `kMaximumImageMemory`: show it at `size` all the same. Empty when
+  /// the size or the scale is not above 0 and finite, or when the drawing fails. Nothing is kept:
+  /// whoever shows an image often keeps the bitmap.
   ///
-  /// Any thread. The limits bound the memory, not the time: that is as long as the drawing takes,
-  /// which may be seconds for an SVG of many dashed lines. Whoever draws what others send does so
-  /// on a thread that may wait.
+  /// Waits for the decoder, as `imageWithData` does. Any thread that may wait.
   [[nodiscard]] virtual Bitmap rasterised(double scale) const;
 
  protected:
