@@ -18,6 +18,8 @@ inline constexpr std::uint16_t kProtocolVersion = 1;
 // As much travels inside a message: a memory file costs as much as copying more than that.
 inline constexpr std::size_t kInlineBytes = std::size_t{16} << 10;
 inline constexpr std::size_t kLongestMessage = 64 + kInlineBytes;
+// Of an image or of what is drawn, in points or pixels.
+inline constexpr std::uint32_t kLongestSide = 65'535;
 
 enum class MessageKind : std::uint16_t {
   kRequest = 1,  // host to worker
@@ -50,6 +52,9 @@ struct PixelSize {
   std::uint32_t height = 0;
   friend bool operator==(const PixelSize&, const PixelSize&) = default;
 };
+
+// What that many pixels take.
+[[nodiscard]] std::uint64_t byteCountOf(const PixelSize& size);
 
 struct ImageRequest {
   std::uint64_t number = 0;
