@@ -48,13 +48,19 @@ bool asksForTemplate(const kvl::URLResponseRef& response) {
   return contentType && kvl::encoding::hasTemplateRole(*contentType);
 }
 
-std::shared_ptr<kvl::Image> makeImage(const std::optional<kvl::Data>& body,
-                                      const kvl::URLResponseRef& response, kvl::Size size) {
-  auto image = body ? kvl::Image::imageWithData(*body) : nullptr;
-  if (!image) return nullptr;
-  if (size.width > 0 && size.height > 0) KVLExtensions::scaleImage(*image, size);
-  if (asksForTemplate(response)) image->setTemplate(true);
-  return image;
+void prepare(kvl::Image& image, const kvl::URLResponseRef& response, kvl::Size size) {
+  if (size.width > 0 && size.height > 0) KVLExtensions::scaleImage(image, size);
+  if (asksForTemplate(response)) image.setTemplate(true);
+}
+
+// On the main queue, from whichever thread made the image.
+void deliverImage(std::shared_ptr<kvl::Image> image, kvl::URLResponseRef response,
+                  std::optional<kvl::Error> error, KVLEncoding::ImageHandler handler) {
+  kvl::DispatchQueue::main()->async([handler = std::move(handler), image = std::move(image),
+                                     response = std::move(response),
+                                     error = std::move(error)]() mutable {
+    handler(std::move(image), std::move(response), std::move(error));
+  });
 }
 
 }  // namespace
@@ -98,12 +104,14 @@ void KVLEncoding::imageFromSession(KVLSession& session, const RelativePath& rela
   session.request(request, [size, handler = std::move(completionHandler)](
                                const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
                                std::optional<kvl::Error> error) mutable {
-    auto image = makeImage(body, response, size);
-    kvl::DispatchQueue::main()->async([handler = std::move(handler), image = std::move(image),
-                                       response = std::move(response),
-                                       error = std::move(error)]() mutable {
-      handler(std::move(image), std::move(response), std::move(error));
-    });
+    if (!body)
+      return deliverImage(nullptr, std::move(response), std::move(error), std::move(handler));
+    kvl::Image::imageWithData(
+        *body, [size, response = std::move(response), error = std::move(error),
+                handler = std::move(handler)](std::shared_ptr<kvl::Image> image) mutable {
+          if (image) prepare(*image, response, size);
+          deliverImage(std::move(image), std::move(response), std::move(error), std::move(handler));
+        });
   });
 }
 

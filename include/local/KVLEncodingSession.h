@@ -124,8 +124,9 @@ void requireObjectOfClass(KVLSession& session, const RelativePath& relativePath,
 /// name is written exactly so.
 ///
 /// @param completionHandler called on the main queue, errors included. A body that is no image
-///   brings neither image nor error. Without a handler errors are written to the log as "request
-///   error: %@". The image is decoded where the request completed.
+///   brings neither image nor error, and a line in the log that says why. Without a handler errors
+///   are written to the log as "request error: %@". Images may come in another order than they were
+///   asked for.
 KVL_EXPORT void imageFromSession(KVLSession& session, const RelativePath& relativePath,
                                  kvl::Size size, ImageHandler completionHandler);
 

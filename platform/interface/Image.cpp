@@ -143,9 +143,13 @@ void Image::imageWithData(const Data& data, Completion completion) {
 }
 
 void Image::rasterise(const std::shared_ptr<Image>& image, double scale, BitmapHandler handler) {
-  workers()->async([image = std::weak_ptr(image), scale, handler = std::move(handler)] {
-    if (const auto held = image.lock()) handler(held->rasterised(scale));
-  });
+  if (std::dynamic_pointer_cast<DecodedImage>(image)) {
+    return workers()->async([watched = std::weak_ptr(image), scale, handler = std::move(handler)] {
+      if (const auto held = watched.lock()) handler(held->rasterised(scale));
+    });
+  }
+  workers()->async(
+      [image, scale, handler = std::move(handler)] { handler(image->rasterised(scale)); });
 }
 
 }  // namespace kvl

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cmath>
 #include <deque>
+#include <functional>
 #include <iterator>
 #include <list>
 #include <utility>
@@ -36,7 +37,6 @@ struct Picture {
 
 struct Drawing {
   std::weak_ptr<Picture> picture;
-  std::shared_ptr<Image> image;
   Bitmap bitmap;
 };
 
@@ -86,20 +86,35 @@ Size comparable(Size size) {
   return {number(size.width), number(size.height)};
 }
 
-// Runs drawings on worker threads, a few at a time, so that they leave the processor to everything
-// else. One that takes long gives its place to the next. Any thread.
+// Starts drawings, a few at a time, so that they leave the processor to everything else. One that
+// takes long gives its place to the next. Any thread.
 class Studio {
  public:
-  using Block = DispatchQueue::Block;
+  // Held by a drawing until it has ended.
+  class Stay {
+   public:
+    explicit Stay(Studio& studio) : studio_(studio) {}
+    ~Stay() { studio_.end(*this); }
+    Stay(const Stay&) = delete;
+    Stay& operator=(const Stay&) = delete;
+
+   private:
+    friend class Studio;
+    Studio& studio_;
+    bool hasPlace_ = true;  // guarded by the studio's mutex
+  };
+  using Drawing = std::function<void(std::shared_ptr<Stay> stay)>;  // starts it and returns
 
   static Studio& shared() {
     static NoDestructor<Studio> studio;
     return *studio;
   }
 
-  void draw(Block drawing) {
-    const MutexLock lock(mutex_);
-    waiting_.push_back(std::move(drawing));
+  void draw(Drawing drawing) {
+    {
+      const MutexLock lock(mutex_);
+      waiting_.push_back(std::move(drawing));
+    }
     begin();
   }
 
@@ -107,52 +122,75 @@ class Studio {
   static constexpr int kPlaces = 2;
   static constexpr std::chrono::milliseconds kLong{100};
 
-  struct Stay {
-    bool hasPlace = true;
-  };
-
-  void begin() KVL_REQUIRES(mutex_) {
-    for (; !waiting_.empty() && taken_ < kPlaces && running_ < MenuIcons::kMostDrawings;
-         waiting_.pop_front()) {
-      ++taken_;
-      ++running_;
-      const auto stay = std::make_shared<Stay>();
-      queue_->async([this, stay, drawing = std::move(waiting_.front())] {
-        drawing();
-        end(*stay);
+  // Whoever is here already goes on with what has come: a drawing may end while it is started.
+  void begin() {
+    if (!enter()) return;
+    while (const auto drawing = next()) {
+      const auto stay = std::make_shared<Stay>(*this);
+      timers_->asyncAfter(kLong, [this, watched = std::weak_ptr(stay)] {
+        if (const auto late = watched.lock()) leavePlace(*late);
       });
-      queue_->asyncAfter(kLong, [this, stay] { leavePlace(*stay); });
+      drawing(stay);
     }
   }
 
-  void end(Stay& stay) {
+  bool enter() {
     const MutexLock lock(mutex_);
-    --running_;
-    if (std::exchange(stay.hasPlace, false)) --taken_;
+    return !std::exchange(starting_, true);
+  }
+
+  // Empty when there is none, or no place for it; then nobody is here any more.
+  Drawing next() {
+    const MutexLock lock(mutex_);
+    starting_ = !waiting_.empty() && taken_ < kPlaces && running_ < MenuIcons::kMostDrawings;
+    if (!starting_) return {};
+    ++taken_;
+    ++running_;
+    Drawing drawing = std::move(waiting_.front());
+    waiting_.pop_front();
+    return drawing;
+  }
+
+  void end(Stay& stay) {
+    {
+      const MutexLock lock(mutex_);
+      --running_;
+      giveBack(stay);
+    }
     begin();
   }
 
   void leavePlace(Stay& stay) {
-    const MutexLock lock(mutex_);
-    if (std::exchange(stay.hasPlace, false)) --taken_;
+    {
+      const MutexLock lock(mutex_);
+      giveBack(stay);
+    }
     begin();
   }
 
-  const std::shared_ptr<DispatchQueue> queue_ = DispatchQueue::concurrent("local.icons");
+  void giveBack(Stay& stay) KVL_REQUIRES(mutex_) {
+    if (std::exchange(stay.hasPlace_, false)) --taken_;
+  }
+
+  const std::shared_ptr<DispatchQueue> timers_ = DispatchQueue::concurrent("local.icons");
   Mutex mutex_;
-  std::deque<Block> waiting_ KVL_GUARDED_BY(mutex_);
+  std::deque<Drawing> waiting_ KVL_GUARDED_BY(mutex_);
   int taken_ KVL_GUARDED_BY(mutex_) = 0;    // of the places
   int running_ KVL_GUARDED_BY(mutex_) = 0;  // with a place or without
+  bool starting_ KVL_GUARDED_BY(mutex_) = false;
 };
 
-// Nobody draws what nobody waits for any more.
-void start(const std::shared_ptr<Picture>& picture, std::shared_ptr<Image> image,
-           std::shared_ptr<Tray> tray) {
-  const double scale = picture->scale * shrinking(picture->size);
-  Studio::shared().draw(
-      [waiting = std::weak_ptr(picture), image = std::move(image), tray = std::move(tray), scale] {
-        if (!waiting.expired()) tray->put({waiting, image, image->rasterised(scale)});
-      });
+// Nobody draws what nobody waits for any more, nor an image that has been let go.
+void start(const std::shared_ptr<Picture>& picture, std::shared_ptr<Tray> tray) {
+  Studio::shared().draw([waiting = std::weak_ptr(picture),
+                         tray = std::move(tray)](const std::shared_ptr<Studio::Stay>& stay) {
+    const auto wanted = waiting.lock();
+    const auto image = wanted ? wanted->image.lock() : nullptr;
+    if (!image) return;
+    Image::rasterise(
+        image, wanted->scale * shrinking(wanted->size),
+        [waiting, tray, stay](Bitmap bitmap) { tray->put({waiting, std::move(bitmap)}); });
+  });
 }
 
 // The image may have grown since it was asked for.
@@ -193,7 +231,7 @@ class MenuIcons::Implementation final : public QObject {
   QImage begin(const std::shared_ptr<Image>& image, Size size, double scale) {
     pictures_.push_front(std::make_shared<Picture>(Picture{image, size, scale, {}}));
     if (pictures_.size() > kMostPictures) pictures_.pop_back();
-    start(pictures_.front(), image, tray_);
+    start(pictures_.front(), tray_);
     return {};
   }
 
@@ -201,7 +239,7 @@ class MenuIcons::Implementation final : public QObject {
     const auto picture = drawing.picture.lock();
     if (!picture) return;
     picture->pixels = fitting(qImage(drawing.bitmap), picture->scale);
-    arrival_(drawing.image);
+    if (const auto image = picture->image.lock()) arrival_(image);
   }
 
   const Arrival arrival_;

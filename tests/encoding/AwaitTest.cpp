@@ -150,7 +150,7 @@ TEST_F(AwaitTest, ImageArrivesOnTheMainThreadErrorsIncluded) {
   onAnotherThread(
       [&] { answer(R"(<svg xmlns="http://www.w3.org/2000/svg" width="9" height="9"/>)"); });
   EXPECT_EQ(arrival.times, 0);
-  runPendingMainBlocks();
+  runMainLoopUntil([&] { return arrival.times == 1; });
   EXPECT_NE(arrival.result.image, nullptr);
   const auto failing = await(image, arrival);
   onAnotherThread([&] { task().fail(kLostConnection); });

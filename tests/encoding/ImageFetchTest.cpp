@@ -18,20 +18,24 @@ class ImageFetchTest : public FetchFixture {
     outcome = {};
     KVLEncoding::imageFromSession(*session, RelativePath("icons/a"), size, outcome.handler());
   }
+  void arrive() {
+    runMainLoopUntil([this] { return outcome.calls > 0; });
+    runPendingMainBlocks();
+  }
   // What arrives for the picture with this type, under this name of the field.
   ImageRef fetchWithType(std::string_view type, std::string_view field = "Content-Type") {
     kvl::HeaderFields headers;
     headers.set(field, type);
     fetch();
     task().complete(kvl::Data::fromText(kPicture), responseWith(200, headers), std::nullopt);
-    runPendingMainBlocks();
+    arrive();
     return outcome.result;
   }
   // The size at which the picture is shown.
   kvl::Size sizeWhenFetchedFor(kvl::Size size) {
     fetch(size);
     answer(kPicture);
-    runPendingMainBlocks();
+    arrive();
     return outcome.result->size();
   }
 
@@ -50,7 +54,7 @@ TEST_F(ImageFetchTest, ImageArrivesOnTheMainQueue) {
   fetch();
   onAnotherThread([&] { answer(kPicture); });
   EXPECT_EQ(outcome.calls, 0);
-  runPendingMainBlocks();
+  arrive();
   EXPECT_EQ(outcome.calls, 1);
   EXPECT_EQ(outcome.thread, std::this_thread::get_id());
   ASSERT_NE(outcome.result, nullptr);
@@ -65,7 +69,7 @@ TEST_F(ImageFetchTest, TransportErrorArrivesOnTheMainQueueToo) {
   const auto response = responseWith(200);
   onAnotherThread([&] { task().complete(std::nullopt, response, kLostConnection); });
   EXPECT_EQ(outcome.calls, 0);
-  runPendingMainBlocks();
+  arrive();
   EXPECT_EQ(outcome.calls, 1);
   EXPECT_EQ(outcome.thread, std::this_thread::get_id());
   EXPECT_EQ(outcome.result, nullptr);
@@ -76,7 +80,7 @@ TEST_F(ImageFetchTest, TransportErrorArrivesOnTheMainQueueToo) {
 TEST_F(ImageFetchTest, ImageIsMadeWhateverTheError) {
   fetch();
   task().complete(kvl::Data::fromText(kPicture), responseWith(200), kLostConnection);
-  runPendingMainBlocks();
+  arrive();
   EXPECT_NE(outcome.result, nullptr);
   EXPECT_EQ(outcome.error, kLostConnection);
 }
@@ -85,7 +89,7 @@ TEST_F(ImageFetchTest, NotBeingEstablishedArrivesOnTheMainQueue) {
   disconnect();
   onAnotherThread([&] { fetch(); });
   EXPECT_EQ(outcome.calls, 0);
-  runPendingMainBlocks();
+  arrive();
   EXPECT_EQ(outcome.calls, 1);
   EXPECT_EQ(outcome.error->localizedDescription(), "Notarised session is not established.");
 }
@@ -93,7 +97,7 @@ TEST_F(ImageFetchTest, NotBeingEstablishedArrivesOnTheMainQueue) {
 TEST_F(ImageFetchTest, BodyThatIsNoImageBringsNeitherImageNorError) {
   fetch();
   answer("no picture");
-  runPendingMainBlocks();
+  arrive();
   EXPECT_EQ(outcome.calls, 1);
   EXPECT_EQ(outcome.result, nullptr);
   EXPECT_NE(outcome.response, nullptr);
@@ -103,7 +107,7 @@ TEST_F(ImageFetchTest, BodyThatIsNoImageBringsNeitherImageNorError) {
 TEST_F(ImageFetchTest, NoBodyBringsNeitherImageNorError) {
   fetch();
   task().complete(std::nullopt, nullptr, std::nullopt);
-  runPendingMainBlocks();
+  arrive();
   EXPECT_EQ(outcome.calls, 1);
   EXPECT_EQ(outcome.result, nullptr);
   EXPECT_EQ(outcome.error, std::nullopt);
@@ -112,7 +116,7 @@ TEST_F(ImageFetchTest, NoBodyBringsNeitherImageNorError) {
 TEST_F(ImageFetchTest, ImageWithoutAResponseIsNoTemplate) {
   fetch();
   task().complete(kvl::Data::fromText(kPicture), nullptr, std::nullopt);
-  runPendingMainBlocks();
+  arrive();
   ASSERT_NE(outcome.result, nullptr);
   EXPECT_FALSE(outcome.result->isTemplate());
 }
@@ -157,7 +161,7 @@ TEST_F(ImageFetchTest, SessionMayBeLetGoOfWhileAFetchRuns) {
   const auto watch = release();
   running->complete(kvl::Data::fromText(kPicture), responseWith(200), std::nullopt);
   EXPECT_TRUE(watch.expired());
-  runPendingMainBlocks();
+  arrive();
   EXPECT_NE(outcome.result, nullptr);
 }
 
