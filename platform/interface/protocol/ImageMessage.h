@@ -82,6 +82,9 @@ struct WorkerReady {
   std::int32_t process = 0;
 };
 
+// With this status a worker says that it ended because it may not take more memory.
+inline constexpr int kOutOfMemory = 3;
+
 struct WorkerEnded {
   std::uint64_t number = 0;
   std::int32_t status = 0;  // as wait(2) tells it
