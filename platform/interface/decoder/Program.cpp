@@ -84,10 +84,10 @@ class Birth {
     if (dup3(socket.release(), kSocket, O_CLOEXEC) < 0) _exit(kNoHost);
     close_range(kSocket + 1, ~0U, 0);
     ImageChannel channel{Descriptor(kSocket)};
-    const Descriptor self(processDescriptor(getpid()));
+    Descriptor self(processDescriptor(getpid()));
     memory.begin();
     static_cast<void>(SystemCallFilter::forWorker(program_.denied).apply());
-    _exit(serve(std::move(channel), self, number, program_, memory));
+    _exit(serve(std::move(channel), std::move(self), number, program_, memory));
   }
 
  private:

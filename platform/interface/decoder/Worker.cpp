@@ -112,7 +112,7 @@ class Worker {
   Worker(ImageChannel channel, const Program& program, const MemoryLimit& memory)
       : channel_(std::move(channel)), program_(program), memory_(memory) {}
 
-  void sayReady(const Descriptor& self, std::uint64_t number) {
+  void sayReady(Descriptor self, std::uint64_t number) {
     write(interface::WorkerReady{.number = number, .process = getpid()}, message_);
     const int descriptor = self.get();
     static_cast<void>(channel_.send(message_, {&descriptor, 1}));
@@ -238,12 +238,12 @@ class Worker {
 
 }  // namespace
 
-int serve(ImageChannel channel, const Descriptor& self, std::uint64_t number,
-          const Program& program, const MemoryLimit& memory) {
+int serve(ImageChannel channel, Descriptor self, std::uint64_t number, const Program& program,
+          const MemoryLimit& memory) {
   std::signal(SIGABRT, endForWantOfMemory);
   std::signal(SIGTRAP, endForWantOfMemory);
   Worker worker(std::move(channel), program, memory);
-  worker.sayReady(self, number);
+  worker.sayReady(std::move(self), number);
   return worker.serve();
 }
 

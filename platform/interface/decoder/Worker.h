@@ -12,7 +12,7 @@ struct Program;
 
 // Tells the host that worker `number` is ready, with the pidfd `self` of the process, and answers
 // until the host lets go. Confined before. Returns the process's status.
-[[nodiscard]] int serve(interface::ImageChannel channel, const interface::Descriptor& self,
+[[nodiscard]] int serve(interface::ImageChannel channel, interface::Descriptor self,
                         std::uint64_t number, const Program& program, const MemoryLimit& memory);
 
 }  // namespace kvl::decoder
