@@ -27,9 +27,10 @@ class ImageSource {
   // Its image has been let go: what waits is dropped, what runs ends soon. Never waits. Any thread.
   void letGo() noexcept;
 
+  class State;
+
  private:
   friend class ImageDecoding;
-  class State;
   const std::shared_ptr<State> state_;
 };
 
@@ -44,7 +45,10 @@ class ImageDecoding {
     std::chrono::milliseconds share{100};           // wall time, while others wait
     std::chrono::milliseconds wallTime{20'000};     // of one request
     std::chrono::milliseconds idle{60'000};         // after which the program ends
+    std::chrono::milliseconds retry{1'000};         // after a start that failed
     std::shared_ptr<DispatchQueue> queue;  // of those that do not wait; empty: one of its own
+    // Calls what it is given after a delay; empty: the framework's own timers.
+    std::function<void(std::chrono::nanoseconds, std::function<void()>)> later;
   };
 
   explicit ImageDecoding(Options options);

@@ -1,0 +1,324 @@
+#include "platform/interface/client/ImageDecoding.h"
+
+#include "platform/core/NoDestructor.h"
+#include "platform/core/ProcessExit.h"
+#include "platform/core/Threads.h"
+#include "platform/dispatch/Timers.h"
+#include "platform/interface/client/DecoderPool.h"
+
+#include <local/platform/Log.h>
+#include <local/platform/Mutex.h>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+#include <string>
+#include <utility>
+
+namespace kvl::interface {
+
+class ImageSource::State {
+ public:
+  State(Data itsBytes, ImageFormat itsFormat) : bytes(std::move(itsBytes)), format(itsFormat) {}
+
+  const Data bytes;
+  const ImageFormat format;
+  const std::uint64_t number = nextNumber();
+  const core::HomeProcess home;
+  std::atomic<bool> isLetGo = false;
+  std::atomic<bool> isSlow = false;
+  std::atomic<std::size_t> place = 0;  // where it was last
+  // A drawing of as many met a limit.
+  std::atomic<std::uint64_t> tooManyPixels = std::numeric_limits<std::uint64_t>::max();
+  Mutex mutex;
+  std::weak_ptr<DecoderPool> pool KVL_GUARDED_BY(mutex);  // the one that it was given to last
+
+ private:
+  static std::uint64_t nextNumber() {
+    static std::atomic<std::uint64_t> last = 0;
+    return ++last;
+  }
+};
+
+namespace {
+
+using State = ImageSource::State;
+using End = Decoder::End;
+
+// A drawing of more comes with fewer when the memory does not suffice.
+constexpr std::uint64_t kFewPixels = std::uint64_t{1} << 20;
+constexpr int kMostHalvings = 2;
+
+std::uint64_t pixelCount(PixelSize size) {
+  return std::uint64_t{size.width} * size.height;
+}
+
+bool metMemory(const Decoder::Exchange& exchange) {
+  if (exchange.end == End::kAnswered) return exchange.answer.outcome == Outcome::kMemory;
+  const auto status = exchange.waitStatus;
+  return exchange.end == End::kDied && status && WIFEXITED(*status) &&
+         WEXITSTATUS(*status) == kOutOfMemory;
+}
+
+std::string durationText(std::chrono::milliseconds duration) {
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(duration);
+  if (seconds == duration) return format("%@ s", seconds.count());
+  return format("%@ ms", duration.count());
+}
+
+std::string deathReason(std::optional<int> status) {
+  if (status && WIFSIGNALED(*status)) {
+    return format("the decoder ended with signal %@", WTERMSIG(*status));
+  }
+  if (status) return format("the decoder ended with status %@", WEXITSTATUS(*status));
+  return "the decoder ended";
+}
+
+std::string outcomeReason(Outcome outcome) {
+  if (outcome == Outcome::kTooLarge) return "it is too large";
+  if (outcome == Outcome::kNotDrawn) return "it could not be drawn";
+  return "there is no image inside";
+}
+
+// What keeps a memory file from being made.
+std::string fileReason(std::uint64_t size) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
+    return format("the limit for files of this process is %@ bytes", limit.rlim_cur);
+  }
+  return "no descriptor or memory is left";
+}
+
+void logRefusal(const State& source, std::string_view reason) {
+  const auto name = source.format == ImageFormat::kUnknown ? "data" : nameOf(source.format);
+  log("image refused: %@ of %@ bytes: %@", name, source.bytes.size(), reason);
+}
+
+}  // namespace
+
+// The opening of an image or, with a size, its drawing.
+class ImageJob final : public DecoderJob {
+ public:
+  ImageJob(std::shared_ptr<State> source, std::optional<PixelSize> drawing,
+           const Decoder::Limits& limits)
+      : source_(std::move(source)), drawing_(drawing), limits_(limits) {}
+
+  [[nodiscard]] bool drive(DecoderPlace& place) override {
+    source_->place = place.number();
+    auto size = drawing_;
+    for (int halvings = 0;; ++halvings) {
+      ImageRequest request;
+      request.image = source_->number;
+      request.format = source_->format;
+      request.drawing = size;
+      auto exchange = place.exchange(request, source_->bytes.bytes(), limits_);
+      if (!exchange) return true;
+      if (exchange->end == End::kPutOff) return false;
+      const bool mayComeSmaller =
+          size && pixelCount(*size) > kFewPixels && halvings < kMostHalvings;
+      if (!metMemory(*exchange) || !mayComeSmaller) return take(std::move(*exchange), size), true;
+      size = PixelSize{(size->width + 1) / 2, (size->height + 1) / 2};
+    }
+  }
+  void deliver() override {
+    if (onSize) onSize(naturalSize);
+    if (onBitmap) onBitmap(std::move(bitmap));
+  }
+  void noteSlow() override { source_->isSlow = true; }
+  [[nodiscard]] bool isSlow() const override { return source_->isSlow; }
+  [[nodiscard]] std::size_t favouredPlace() const override { return source_->place; }
+  [[nodiscard]] const void* owner() const override { return source_.get(); }
+
+  ImageDecoding::SizeHandler onSize;
+  ImageDecoding::BitmapHandler onBitmap;
+  std::optional<Size> naturalSize;
+  Bitmap bitmap;
+
+ private:
+  void take(Decoder::Exchange exchange, std::optional<PixelSize> size) {
+    if (exchange.end == End::kLetGo) return;
+    if (exchange.end != End::kAnswered || exchange.answer.outcome != Outcome::kDone) {
+      return refuse(exchange);
+    }
+    naturalSize = exchange.answer.naturalSize;
+    if (size) bitmap = {size->width, size->height, std::move(exchange.pixels)};
+  }
+
+  void refuse(const Decoder::Exchange& exchange) {
+    const bool isLimit = exchange.end == End::kProcessorTime || exchange.end == End::kNoProgress ||
+                         exchange.end == End::kDied || metMemory(exchange);
+    if (isLimit && drawing_) source_->tooManyPixels = pixelCount(*drawing_);
+    logRefusal(*source_, reason(exchange));
+  }
+
+  [[nodiscard]] std::string reason(const Decoder::Exchange& exchange) const {
+    if (metMemory(exchange)) return "it takes too much memory";
+    switch (exchange.end) {
+      case End::kProcessorTime:
+        return format("more than %@ of processor time", durationText(limits_.processorTime));
+      case End::kNoProgress:
+        return format("no end within %@", durationText(limits_.wallTime));
+      case End::kDied:
+        return deathReason(exchange.waitStatus);
+      case End::kNotSent:
+        return fileReason(std::max<std::uint64_t>(source_->bytes.size(),
+                                                  drawing_ ? pixelCount(*drawing_) * 4 : 0));
+      case End::kAnswered:
+        return outcomeReason(exchange.answer.outcome);
+      default:
+        return "the decoder answered wrongly";
+    }
+  }
+
+  const std::shared_ptr<State> source_;
+  const std::optional<PixelSize> drawing_;
+  const Decoder::Limits limits_;
+};
+
+ImageSource::ImageSource(Data bytes, ImageFormat format)
+    : state_(std::make_shared<State>(std::move(bytes), format)) {}
+
+ImageSource::~ImageSource() = default;
+
+void ImageSource::letGo() noexcept {
+  if (!state_->home.isThisProcess()) return;
+  state_->isLetGo = true;
+  std::shared_ptr<DecoderPool> pool;
+  {
+    const MutexLock lock(state_->mutex);
+    pool = state_->pool.lock();
+  }
+  if (pool && pool->isAtHome()) pool->letGo(state_.get());
+}
+
+class ImageDecoding::Implementation {
+ public:
+  explicit Implementation(Options options)
+      : limits_{options.processorTime, options.wallTime},
+        queue_(options.queue ? options.queue : DispatchQueue::concurrent("local.images")),
+        pool_(makePool(std::move(options), queue_)) {}
+
+  [[nodiscard]] DecoderPool& pool() const { return *pool_; }
+
+  // Null when there is nothing to ask a decoder, or nobody to ask.
+  [[nodiscard]] std::shared_ptr<ImageJob> job(const std::shared_ptr<State>& source,
+                                              std::optional<PixelSize> drawing) const {
+    core::prepareForExit();
+    if (!pool_->isAtHome() || core::isExiting() || source->isLetGo) return nullptr;
+    if (drawing ? !isDrawable(*source, *drawing) : !isReadable(*source)) return nullptr;
+    const MutexLock lock(source->mutex);
+    source->pool = pool_;
+    return std::make_shared<ImageJob>(source, drawing, limits_);
+  }
+
+  void post(std::shared_ptr<ImageJob> job, const State& source) const {
+    pool_->post(std::move(job));
+    if (source.isLetGo) pool_->letGo(&source);  // it may not have found the job
+  }
+
+  // For what needs no decoder.
+  void deliver(const State& source, DispatchQueue::Block block) const {
+    if (!pool_->isAtHome() || core::isExiting() || source.isLetGo) return;
+    queue_->async([block = std::move(block)] {
+      const core::ThreadWork work;
+      block();
+    });
+  }
+
+ private:
+  static bool isReadable(const State& source) {
+    if (source.format == ImageFormat::kUnknown || source.bytes.empty()) {
+      logRefusal(source, "no known format");
+      return false;
+    }
+    if (source.bytes.size() <= kMaximumImageBytes) return true;
+    logRefusal(source, "it is too large");
+    return false;
+  }
+
+  // What met a limit has been logged.
+  static bool isDrawable(const State& source, PixelSize size) {
+    const auto count = pixelCount(size);
+    return count > 0 && count <= kMaximumBitmapPixels && count < source.tooManyPixels;
+  }
+
+  static std::shared_ptr<DecoderPool> makePool(Options options,
+                                               const std::shared_ptr<DispatchQueue>& queue) {
+    if (options.places.empty()) options.places = decoderPlaces();
+    if (!options.later) options.later = dispatch::fireAfter;
+    return std::make_shared<DecoderPool>(DecoderPool::Options{.places = std::move(options.places),
+                                                              .share = options.share,
+                                                              .idle = options.idle,
+                                                              .retry = options.retry,
+                                                              .queue = queue,
+                                                              .later = std::move(options.later)});
+  }
+
+  const Decoder::Limits limits_;
+  const std::shared_ptr<DispatchQueue> queue_;
+  const std::shared_ptr<DecoderPool> pool_;
+};
+
+ImageDecoding::ImageDecoding(Options options)
+    : implementation_(std::make_shared<Implementation>(std::move(options))) {}
+
+// In a child of fork(2) the processes are somebody else's.
+ImageDecoding::~ImageDecoding() {
+  auto& pool = implementation_->pool();
+  if (!pool.isAtHome()) {
+    static_cast<void>(new std::shared_ptr(implementation_));
+    return;
+  }
+  pool.stop();
+  pool.endProcesses();
+}
+
+ImageDecoding& ImageDecoding::process() {
+  static NoDestructor<ImageDecoding> decoding{Options{}};
+  static const bool stopsAtExit =
+      (core::addExitStep([] { decoding->implementation_->pool().stop(); }), true);
+  static_cast<void>(stopsAtExit);
+  return *decoding;
+}
+
+void ImageDecoding::prepare() {
+  core::prepareForExit();
+  auto& pool = implementation_->pool();
+  if (pool.isAtHome() && !core::isExiting()) pool.prepare();
+}
+
+std::optional<Size> ImageDecoding::open(const std::shared_ptr<ImageSource>& source) {
+  const auto job = implementation_->job(source->state_, std::nullopt);
+  if (!job || !implementation_->pool().run(*job)) return std::nullopt;
+  return job->naturalSize;
+}
+
+Bitmap ImageDecoding::draw(const std::shared_ptr<ImageSource>& source, PixelSize size) {
+  const auto job = implementation_->job(source->state_, size);
+  if (!job || !implementation_->pool().run(*job)) return {};
+  return std::move(job->bitmap);
+}
+
+void ImageDecoding::open(std::shared_ptr<ImageSource> source, SizeHandler handler) {
+  auto job = implementation_->job(source->state_, std::nullopt);
+  if (!job)
+    return implementation_->deliver(*source->state_,
+                                    [handler = std::move(handler)] { handler(std::nullopt); });
+  job->onSize = std::move(handler);
+  implementation_->post(std::move(job), *source->state_);
+}
+
+void ImageDecoding::draw(std::shared_ptr<ImageSource> source, PixelSize size,
+                         BitmapHandler handler) {
+  auto job = implementation_->job(source->state_, size);
+  if (!job)
+    return implementation_->deliver(*source->state_,
+                                    [handler = std::move(handler)] { handler({}); });
+  job->onBitmap = std::move(handler);
+  implementation_->post(std::move(job), *source->state_);
+}
+
+}  // namespace kvl::interface
