@@ -60,19 +60,19 @@ struct ImageRequest {
   std::uint64_t number = 0;
   std::uint64_t image = 0;  // never 0
   ImageFormat format = ImageFormat::kUnknown;
-  std::uint64_t byteCount = 0;       // 0: the worker has opened the image
-  Span inlineBytes;                  // all of them, or none: then they are in the first descriptor
-  std::optional<PixelSize> drawing;  // without: only the natural size is wanted
-  bool pixelsInFile = false;         // the last descriptor
+  std::uint64_t byteCount = 0;  // 0: the worker has opened the image
+  Span inlineBytes{};           // all of them, or none: then they are in the first descriptor
+  std::optional<PixelSize> drawing{};  // without: only the natural size is wanted
+  bool pixelsInFile = false;           // the last descriptor
 };
 
 struct ImageAnswer {
   std::uint64_t number = 0;
   std::uint64_t image = 0;
   Outcome outcome = Outcome::kNoImage;
-  Size naturalSize;
-  PixelSize pixelSize;
-  Span inlinePixels;
+  Size naturalSize{};
+  PixelSize pixelSize{};
+  Span inlinePixels{};
   std::chrono::microseconds processorTime{0};  // what the worker says; never trusted
 };
 
