@@ -143,7 +143,8 @@ unsigned waitForInput(std::initializer_list<int> descriptors, Clock::time_point 
   std::size_t count = 0;
   for (const int descriptor : descriptors) looked.at(count++) = {descriptor, POLLIN, 0};
   while (true) {
-    const auto left = std::max(deadline - Clock::now(), Clock::duration::zero());
+    const auto now = Clock::now();
+    const auto left = deadline > now ? deadline - now : Clock::duration::zero();
     const auto seconds = std::chrono::floor<std::chrono::seconds>(left);
     const timespec rest{seconds.count(), (left - seconds).count()};
     const int found = ppoll(looked.data(), count, &rest, nullptr);
