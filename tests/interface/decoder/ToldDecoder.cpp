@@ -24,10 +24,9 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <map>
+#include <initializer_list>
+#include <memory>
 #include <new>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -143,20 +142,18 @@ void trap() {
 
 void leaveOut(std::string_view what) {
   const auto rules = seccomp_init(SCMP_ACT_ALLOW);
-  const auto fails = [rules](int error, int number, unsigned count = 0, scmp_arg_cmp first = {},
-                             scmp_arg_cmp second = {}) {
-    const std::array<scmp_arg_cmp, 2> arguments{first, second};
-    seccomp_rule_add_array(rules, SCMP_ACT_ERRNO(static_cast<unsigned>(error)), number, count,
-                           arguments.data());
+  const auto fails = [rules](int error, int number,
+                             std::initializer_list<scmp_arg_cmp> arguments = {}) {
+    seccomp_rule_add_array(rules, SCMP_ACT_ERRNO(static_cast<unsigned>(error)), number,
+                           static_cast<unsigned>(arguments.size()), arguments.begin());
   };
   if (what == "landlock") fails(ENOSYS, SCMP_SYS(landlock_create_ruleset));
   if (what == "pidfds") fails(ENOSYS, SCMP_SYS(pidfd_open));
-  if (what == "forks")
-    fails(EAGAIN, SCMP_SYS(clone), 1, SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_THREAD, 0));
-  if (what == "limits") fails(EPERM, SCMP_SYS(prlimit64), 1, SCMP_A1(SCMP_CMP_EQ, RLIMIT_NOFILE));
+  if (what == "forks") fails(EAGAIN, SCMP_SYS(clone), {{0, SCMP_CMP_MASKED_EQ, CLONE_THREAD, 0}});
+  if (what == "limits") fails(EPERM, SCMP_SYS(prlimit64), {{1, SCMP_CMP_EQ, RLIMIT_NOFILE, 0}});
   if (what == "filters") {
     fails(ENOSYS, SCMP_SYS(seccomp));
-    fails(EINVAL, SCMP_SYS(prctl), 1, SCMP_A0(SCMP_CMP_EQ, PR_SET_SECCOMP));
+    fails(EINVAL, SCMP_SYS(prctl), {{0, SCMP_CMP_EQ, PR_SET_SECCOMP, 0}});
   }
   seccomp_load(rules);
   seccomp_release(rules);
