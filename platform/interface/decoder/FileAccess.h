@@ -11,8 +11,9 @@ namespace kvl::decoder {
 // The version of the kernel's rules; 0 when it has none, or has them switched off.
 [[nodiscard]] unsigned landlockVersion();
 
-// The first version with rules on the network.
+// The first version with rules on the network, and the newest whose rules are used.
 inline constexpr unsigned kLandlockNetworkVersion = 4;
+inline constexpr unsigned kNewestLandlock = 6;
 
 // For good, and the calling thread and whatever it starts: of all files only those below `readable`
 // can be opened, to be read; folders that do not exist are passed over. From version 4 on no TCP

@@ -29,6 +29,7 @@ constexpr const char* kAllowed[] = {
     "read", "pread64", "readv", "lseek", "_llseek", "close", "fstat", "fstat64", "newfstatat",
     "fstatat64", "statx", "stat", "stat64", "lstat", "lstat64", "access", "faccessat", "faccessat2",
     "getdents64", "readlink", "readlinkat", "fstatfs", "fstatfs64", "statfs", "statfs64", "getcwd",
+    "fadvise64",
     // the descriptors that the process has
     "recvmsg", "sendmsg", "write", "writev", "poll", "ppoll",
     // threads

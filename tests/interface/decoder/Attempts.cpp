@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/sched.h>
+#include <netinet/in.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -60,6 +61,16 @@ long connected(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return call(SYS_connect, socket, &address, sizeof address);
+}
+
+long connectedByTCP(const std::string& /*argument*/) {
+  const long socket = call(SYS_socket, AF_INET, SOCK_STREAM, 0);
+  if (socket < 0) return socket;
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(1);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   return call(SYS_connect, socket, &address, sizeof address);
 }
 
@@ -144,6 +155,7 @@ const std::map<std::string, Try>& processes() {
 const std::map<std::string, Try>& kernel() {
   static const std::map<std::string, Try> tries{
       {"unix", connected},
+      {"tcp-connect", connectedByTCP},
       {"tcp", [](const std::string&) { return call(SYS_socket, AF_INET, SOCK_STREAM, 0); }},
       {"udp", [](const std::string&) { return call(SYS_socket, AF_INET6, SOCK_DGRAM, 0); }},
       {"netlink", [](const std::string&) { return call(SYS_socket, AF_NETLINK, SOCK_RAW, 0); }},

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,7 +17,8 @@ namespace kvltest {
 
 class DecoderFixture : public testing::Test {
  protected:
-  DecoderFixture() {
+  explicit DecoderFixture(std::initializer_list<std::string> arguments = {})
+      : decoder_(KVL_TOLD_DECODER, arguments) {
     std::string folder = std::filesystem::temp_directory_path() / "decoder-XXXXXX";
     home_ = mkdtemp(folder.data());
     std::ofstream(secret()) << "secret";
@@ -49,7 +51,7 @@ class DecoderFixture : public testing::Test {
 
  private:
   std::filesystem::path home_;
-  DecoderProcess decoder_{KVL_TOLD_DECODER};
+  DecoderProcess decoder_;
   kvl::interface::Hello hello_;
   std::optional<DecoderWorker> worker_;
 };

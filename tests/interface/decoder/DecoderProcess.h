@@ -78,8 +78,9 @@ class DecoderProcess {
   [[nodiscard]] std::optional<DecoderWorker> start();
   [[nodiscard]] std::optional<kvl::interface::WorkerEnded> failure() const { return failure_; }
   bool send(kvl::interface::Span message, std::span<const int> descriptors = {});
-  // What it has written to its standard error. Waits for that much, or for the end of all.
-  [[nodiscard]] std::string said(std::size_t length);
+  // What it and its workers have written to the standard error. Waits for that much, or for their
+  // end.
+  [[nodiscard]] std::string said(std::size_t length = ~std::size_t{0});
 
   void letGo() { channel_.reset(); }
   // Its status, as wait(2) tells it. Waits.
