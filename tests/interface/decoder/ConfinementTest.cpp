@@ -1,7 +1,7 @@
 // What a decoder that an image has taken over can and cannot do. Each attempt would succeed, or
 // fail with another error, if nothing confined it.
+#include "platform/interface/decoder/Sanitizer.h"
 #include "tests/interface/decoder/DecoderFixture.h"
-#include "tests/support/Sanitized.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -63,7 +63,7 @@ TEST_F(ConfinementTest, OtherProcessesAreOutOfReach) {
 
 TEST_F(ConfinementTest, LimitsStayAsTheyAre) {
   for (const auto* what : {"limit", "memory-limit", "outlive", "dump", "capabilities"}) {
-    if (kvltest::kSanitized && std::string_view(what) == "memory-limit") continue;
+    if (kvl::decoder::kSanitized && std::string_view(what) == "memory-limit") continue;
     EXPECT_EQ(tell(what), EPERM) << what;
   }
 }

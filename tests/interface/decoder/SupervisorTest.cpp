@@ -1,5 +1,4 @@
 #include "tests/interface/decoder/DecoderProcess.h"
-#include "tests/support/Sanitized.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

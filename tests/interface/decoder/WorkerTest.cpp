@@ -1,6 +1,6 @@
+#include "platform/interface/decoder/Sanitizer.h"
 #include "platform/interface/protocol/SealedMemory.h"
 #include "tests/interface/decoder/DecoderFixture.h"
-#include "tests/support/Sanitized.h"
 #include "tests/support/WaitUntil.h"
 
 #include <local/platform/Image.h>
@@ -165,7 +165,7 @@ TEST_F(WorkerTest, AnImageThatFailsIsForgotten) {
 }
 
 TEST_F(WorkerTest, AnImageMayTake256MiBBesideItsFileAndTheBitmap) {
-  if (kvltest::kSanitized) GTEST_SKIP() << "the sanitizer reserves memory itself";
+  if (kvl::decoder::kSanitized) GTEST_SKIP() << "the sanitizer reserves memory itself";
   constexpr std::size_t kLongest = kvl::kMaximumImageBytes;
   EXPECT_EQ(open(1, "take 240"), Outcome::kDone);
   EXPECT_EQ(open(1, "take 260"), Outcome::kMemory);
