@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <string>
 #include <system_error>
 
 namespace kvltest {
@@ -36,6 +37,21 @@ std::int64_t residentMemory() {
   std::int64_t resident = 0;
   std::ifstream("/proc/self/statm") >> all >> resident;
   return resident * sysconf(_SC_PAGESIZE);
+}
+
+std::int64_t peakMemory() {
+  std::ifstream status("/proc/self/status");
+  for (std::string word; status >> word;) {
+    std::int64_t kibibytes = 0;
+    if (word == "VmHWM:" && status >> kibibytes) return kibibytes * 1024;
+  }
+  return 0;
+}
+
+bool forgetPeakMemory() {
+  std::ofstream reset("/proc/self/clear_refs");
+  reset << "5" << std::flush;
+  return reset.good();
 }
 
 }  // namespace kvltest

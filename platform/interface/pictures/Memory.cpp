@@ -5,6 +5,7 @@
 #include <glib.h>
 
 #include <atomic>
+#include <mutex>
 #include <new>
 #include <span>
 
@@ -50,9 +51,11 @@ void noteLackOfMemoryIn(std::string_view message) noexcept {
   }
 }
 
+// GLib takes one writer in a process's life.
 void watchMemory() {
   std::set_new_handler(noteAndThrow);
-  g_log_set_writer_func(noteMessage, nullptr, nullptr);
+  static std::once_flag once;
+  std::call_once(once, [] { g_log_set_writer_func(noteMessage, nullptr, nullptr); });
 }
 
 bool lacksMemory() noexcept {

@@ -59,7 +59,8 @@ bool drawByCairo(const Target& target, const Size& size,
       static_cast<int>(target.height), static_cast<int>(target.width * 4)));
   const ContextPtr context(cairo_create(surface.get()));
   cairo_scale(context.get(), target.width / size.width, target.height / size.height);
-  const bool drawn = draw(context.get());
+  const bool begun = cairo_status(context.get()) == CAIRO_STATUS_SUCCESS;
+  const bool drawn = begun && draw(context.get());
   const auto status = cairo_status(context.get());
   if (status == CAIRO_STATUS_NO_MEMORY) noteLackOfMemory();
   if (!drawn || status != CAIRO_STATUS_SUCCESS) return false;

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <string_view>
 #include <vector>
 
@@ -189,7 +190,9 @@ TEST_F(ImageChannelTest, TheOthersEndIsToldAndRaisesNoSignal) {
   a_ = ImageChannel(Descriptor());
   EXPECT_EQ(b_.receive(packet_, 0), Receipt::kPacket);
   EXPECT_EQ(b_.receive(packet_, 0), Receipt::kOver);
+  const auto before = std::signal(SIGPIPE, SIG_DFL);
   EXPECT_FALSE(b_.send(Bytes{1}));
+  std::signal(SIGPIPE, before);
 }
 
 TEST_F(ImageChannelTest, AFullBufferIsToldAndLosesNothing) {

@@ -178,6 +178,11 @@ TEST(ImageMessageTest, AnotherLengthIsRefused) {
   }
 }
 
+TEST(ImageMessageTest, NoMessageIsLongerThanTheLongest) {
+  EXPECT_TRUE(kindOf(resized(written(opening()), kLongestMessage)));
+  EXPECT_FALSE(kindOf(resized(written(opening()), kLongestMessage + 1)));
+}
+
 TEST(ImageMessageTest, DescriptorsAreAsManyAsTheMessageNeeds) {
   for (const auto& [name, message, descriptors] : samples()) {
     const auto kind = kindOf(message);
@@ -206,6 +211,7 @@ TEST(ImageMessageTest, ARequestsFieldsAreWithinTheirLimits) {
   EXPECT_TRUE(refused(changed(message, 44, std::uint32_t{1}))) << "a height without drawing";
   for (const std::uint32_t flags : {0U, 2U, 3U, 5U, 9U, 13U, 16U, 17U, 33U}) {
     EXPECT_TRUE(refused(changed(message, 28, flags))) << flags;
+    EXPECT_FALSE(readRequest(changed(message, 28, flags), 1)) << flags << " with a descriptor";
   }
 }
 
@@ -282,6 +288,7 @@ TEST(ImageMessageTest, PixelsAreAsManyAsTheAnswerStates) {
   EXPECT_FALSE(readAnswer(changed(message, 48, std::uint32_t{3})));
   EXPECT_FALSE(readAnswer(changed(message, 52, std::uint32_t{5})));
   EXPECT_FALSE(readAnswer(changed(message, 28, std::uint32_t{0})));
+  EXPECT_FALSE(readAnswer(changed(message, 28, std::uint32_t{3})));
   EXPECT_FALSE(readAnswer(changed(message, 48, PixelSize{})));
   // Their count has the same lowest 32 bits.
   EXPECT_FALSE(readAnswer(changed(message, 48, PixelSize{32'768 + 2, 32'768 + 4})));
