@@ -128,6 +128,8 @@ bool Decoder::isSpent(std::uint64_t image) const {
 
 Decoder::Exchange Decoder::exchange(ImageRequest request, Span bytes, const Limits& limits,
                                     int nudge, Clock::time_point again, const Look& look) {
+  if (firstImage_ == 0) firstImage_ = request.image;
+  hasWorkedOnOthers_ = hasWorkedOnOthers_ || firstImage_ != request.image;
   Watch watch{*this, limits, nudge, look, again};
   const bool isOpened = std::ranges::find(opened_, request.image) != opened_.end();
   auto exchange = attempt(request, isOpened ? Span() : bytes, watch);

@@ -66,6 +66,9 @@ class Decoder {
   // place before it is asked for this image.
   [[nodiscard]] bool isSpent(std::uint64_t image) const;
 
+  // Whether it has worked on other images, any of which may have done what this one suffers from.
+  [[nodiscard]] bool hasWorkedOnOthers() const noexcept { return hasWorkedOnOthers_; }
+
   // `bytes` are sent when the worker has not opened the image. Looks when `again` has come, and
   // when `nudge` can be read. The request's number and the ways of bytes and pixels are filled in.
   [[nodiscard]] Exchange exchange(ImageRequest request, Span bytes, const Limits& limits, int nudge,
@@ -92,7 +95,9 @@ class Decoder {
   Bytes message_;
   std::vector<std::uint64_t> opened_;  // images; the last ones last
   std::uint64_t requests_ = 0;
-  std::uint64_t heavy_ = 0;  // an image of many pixels, if there was one
+  std::uint64_t firstImage_ = 0;
+  bool hasWorkedOnOthers_ = false;  // than the one that it works on now
+  std::uint64_t heavy_ = 0;         // an image of many pixels, if there was one
 };
 
 }  // namespace kvl::interface

@@ -41,22 +41,37 @@ void logLacks(std::uint32_t lacks) {
   }
 }
 
+// Whether the decoder may go on.
+bool isFine(const Decoder::Exchange& exchange) {
+  if (exchange.end != Decoder::End::kAnswered) return exchange.end == Decoder::End::kNotSent;
+  return exchange.answer.outcome != Outcome::kMemory;
+}
+
+bool mayBeAnothersFault(const Decoder::Exchange& exchange) {
+  using End = Decoder::End;
+  return exchange.end == End::kDied || exchange.end == End::kWrong ||
+         exchange.end == End::kAnswered;
+}
+
 }  // namespace
 
+// What goes wrong at a decoder that has worked on other images may be the fault of one of them. A
+// second one has only this image.
 std::optional<Decoder::Exchange> DecoderPlace::exchange(const ImageRequest& request, Span bytes,
                                                         const Decoder::Limits& limits) {
   auto& site = pool_.sites_[number_];
   if (site.decoder && (!site.decoder->isUsable() || site.decoder->isSpent(request.image))) {
-    pool_.discard(site);
+    DecoderPool::discard(site);
   }
-  if (!site.decoder && !pool_.fill(site, ticket_)) return std::nullopt;
-  auto exchange = site.decoder->exchange(request, bytes, limits, nudge_, site.shareEnd,
-                                         [this] { return pool_.judge(ticket_); });
-  const bool isFit =
-      exchange.end == Decoder::End::kNotSent ||
-      (exchange.end == Decoder::End::kAnswered && exchange.answer.outcome != Outcome::kMemory);
-  if (!isFit) pool_.discard(site);
-  return exchange;
+  while (true) {
+    if (!site.decoder && !pool_.fill(site, ticket_)) return std::nullopt;
+    auto exchange = site.decoder->exchange(request, bytes, limits, nudge_, site.shareEnd,
+                                           [this] { return pool_.judge(ticket_); });
+    if (isFine(exchange)) return exchange;
+    const bool isOver = !mayBeAnothersFault(exchange) || !site.decoder->hasWorkedOnOthers();
+    DecoderPool::discard(site);
+    if (isOver) return exchange;
+  }
 }
 
 bool DecoderPool::run(DecoderJob& job) {

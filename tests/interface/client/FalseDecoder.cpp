@@ -97,13 +97,14 @@ class FalseWorker {
     Bytes pixels;
     if (request.drawing) {
       reply.pixelSize = *request.drawing;
-      pixels.resize(byteCountOf(*request.drawing));
-      for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = kPixel[i % 4];
+      const std::size_t length = byteCountOf(*request.drawing);
       if (request.pixelsInFile) {
-        file = MappedBytes::writable(packet.descriptors[packet.count - 1], pixels.size());
+        file = MappedBytes::writable(packet.descriptors[packet.count - 1], length);
         if (file.pixels().empty()) _exit(2);
-        std::copy(pixels.begin(), pixels.end(), file.pixels().begin());
+        fill(file.pixels());
       } else {
+        pixels.resize(length);
+        fill(pixels);
         reply.inlinePixels = pixels;
       }
     }
@@ -112,6 +113,12 @@ class FalseWorker {
     if (isForDrawing && !request.drawing) return send(reply);
     obey(word, order, reply, pixels);
     if (word == "forget") orders_.erase(found);
+  }
+
+  // More would take long, and nobody looks at it.
+  static void fill(std::span<std::uint8_t> pixels) {
+    if (pixels.size() > std::size_t{4} << 20) return;
+    for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = kPixel[i % 4];
   }
 
   void obey(const std::string& word, std::istream& order, ImageAnswer reply, Bytes& pixels) {
@@ -134,6 +141,8 @@ class FalseWorker {
     if (word == "sleep") return static_cast<void>(pause());
     if (word == "spin") spin();
     if (word == "signal") end(order);
+    if (isSpoilt_) _exit(9);
+    if (word == "spoil") isSpoilt_ = true;
     if (word == "exit") _exit(numberIn(order));
     if (word == "twice") send(reply);
     write(reply, message_);
@@ -192,6 +201,7 @@ class FalseWorker {
   Bytes message_;
   std::map<std::uint64_t, std::string> orders_;
   MappedBytes kept_;
+  bool isSpoilt_ = false;  // by an image: no other one gets an answer
 };
 
 [[noreturn]] void work(Descriptor socket, std::uint64_t number, const std::string& name) {
