@@ -152,7 +152,6 @@ class Worker {
 
   // False when the request's descriptors are not as they should be.
   [[nodiscard]] bool work(const ImageRequest& request, Packet& packet, ImageAnswer& answer) {
-    errno = 0;
     if (request.byteCount > 0) {
       Kept kept;
       kept.image = request.image;
@@ -186,7 +185,7 @@ class Worker {
     });
     if (outcome != Outcome::kDone) return outcome;
     const auto [width, height] = kept.picture->size();
-    if (!(width > 0 && height > 0)) return Outcome::kNoImage;
+    if (!(width > 0) || !(height > 0)) return Outcome::kNoImage;
     if (!(std::max(width, height) <= interface::kLongestSide)) return Outcome::kTooLarge;
     pictures_.keep(std::move(kept));
     return Outcome::kDone;
@@ -215,11 +214,13 @@ class Worker {
     return true;
   }
 
+  // A library that got no memory may say so, or merely fail.
   template <class Step>
   [[nodiscard]] Outcome attempt(Outcome failure, Step step) {
+    errno = 0;
     try {
       if (step()) return Outcome::kDone;
-      return program_.lacksMemory() ? Outcome::kMemory : failure;
+      return errno == ENOMEM || program_.lacksMemory() ? Outcome::kMemory : failure;
     } catch (const std::bad_alloc&) {
       return Outcome::kMemory;
     } catch (...) {

@@ -50,9 +50,17 @@ long madeExecutable(const std::string& /*argument*/) {
   return page < 0 ? page : call(SYS_mprotect, page, 4096L, PROT_READ | PROT_EXEC);
 }
 
-long limited(__rlimit_resource resource) {
+// To what nobody would be kept from, but that a limit stays as it is.
+long lowered(const std::string& /*argument*/) {
+  rlimit limit{};
+  getrlimit(RLIMIT_CPU, &limit);
+  limit.rlim_cur -= 1;
+  return call(SYS_prlimit64, 0, RLIMIT_CPU, &limit, nullptr);
+}
+
+long raised(const std::string& /*argument*/) {
   const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
-  return call(SYS_prlimit64, 0, resource, &none, nullptr);
+  return call(SYS_prlimit64, 0, RLIMIT_AS, &none, nullptr);
 }
 
 long connected(const std::string& path) {
@@ -147,8 +155,8 @@ const std::map<std::string, Try>& processes() {
        }},
       {"outlive", [](const std::string&) { return call(SYS_prctl, PR_SET_PDEATHSIG, 0, 0, 0, 0); }},
       {"dump", [](const std::string&) { return call(SYS_prctl, PR_SET_DUMPABLE, 1, 0, 0, 0); }},
-      {"limit", [](const std::string&) { return limited(RLIMIT_CPU); }},
-      {"memory-limit", [](const std::string&) { return limited(RLIMIT_AS); }}};
+      {"limit", lowered},
+      {"memory-limit", raised}};
   return tries;
 }
 

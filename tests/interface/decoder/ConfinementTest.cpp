@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -83,6 +85,35 @@ TEST_F(ConfinementTest, FontsCanBeReadAndThreadsStarted) {
 
 TEST_F(ConfinementTest, NothingIsInheritedButTheSocket) {
   EXPECT_EQ(tell("descriptors"), 4) << "input, output, errors and the socket";
+}
+
+// What the kernel says of a process under a name, without what stands around it.
+std::string saidOf(pid_t process, const std::string& file, const std::string& name) {
+  std::ifstream lines("/proc/" + std::to_string(process) + "/" + file);
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with(name)) continue;
+    std::istringstream words(line.substr(name.size()));
+    std::string first;
+    std::string second;
+    words >> first >> second;
+    return file == "limits" ? first + " " + second : first;
+  }
+  return "nothing";
+}
+
+TEST_F(ConfinementTest, TheKernelSaysTheSame) {
+  const auto process = worker().process();
+  EXPECT_EQ(saidOf(process, "limits", "Max open files"), "32 32");
+  EXPECT_EQ(saidOf(process, "limits", "Max file size"), "0 0");
+  EXPECT_EQ(saidOf(process, "limits", "Max core file size"), "0 0");
+  EXPECT_EQ(saidOf(process, "limits", "Max cpu time"), "60 60");
+  EXPECT_EQ(saidOf(process, "oom_score_adj", ""), "800");
+  for (const auto* sets : {"CapPrm:", "CapEff:", "CapInh:"}) {
+    EXPECT_EQ(saidOf(process, "status", sets), "0000000000000000") << sets;
+  }
+  EXPECT_EQ(saidOf(process, "status", "NoNewPrivs:"), "1");
+  EXPECT_EQ(saidOf(process, "status", "Seccomp:"), "2");
+  EXPECT_EQ(saidOf(process, "status", "Threads:"), "1");
 }
 
 }  // namespace

@@ -1,11 +1,12 @@
 // Which refused system calls the decoders make: those that are known, after which they go on.
 #include "platform/interface/protocol/ImageFormat.h"
 #include "tests/interface/MadeImages.h"
-#include "tests/interface/decoder/DecoderProcess.h"
+#include "tests/interface/decoder/DecoderFixture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <seccomp.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -75,6 +76,21 @@ TEST(SystemCallTest, DecodersMakeNoCallThatIsRefusedButThoseThatAreKnown) {
   EXPECT_EQ(names.erase("socket"), 1U) << "what is refused is reported";
   for (const auto& name : known) names.erase(name);
   EXPECT_THAT(names, testing::IsEmpty());
+}
+
+// What Landlock would refuse as well.
+class SystemCallFilterTest : public kvltest::DecoderFixture {
+ protected:
+  SystemCallFilterTest() : DecoderFixture({"--without", "landlock"}) {}
+};
+
+TEST_F(SystemCallFilterTest, RefusesByItself) {
+  const auto host = std::to_string(getpid());
+  for (const auto& what : {"kill " + host, "kill-thread " + host, "write " + secret(),
+                           "make " + secret(), "remove " + secret(), std::string("tcp")}) {
+    EXPECT_EQ(tell(what), EPERM) << what;
+  }
+  EXPECT_EQ(tell("open " + secret()), 0) << "which only Landlock can tell from fonts";
 }
 
 }  // namespace

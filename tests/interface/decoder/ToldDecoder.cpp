@@ -102,6 +102,7 @@ std::unique_ptr<Picture> obey(std::string_view words, Span bytes) {
   if (order == "costly") return picture(bytes, {1, 1}, number << 20);
   if (order == "undrawn") return picture(bytes, {1, 1}, 0, false);
   if (order == "none") return nullptr;
+  if (order == "none-after-error") return errno = static_cast<int>(number), nullptr;
   if (order == "none-for-memory") return lacksMemory = true, nullptr;
   const auto result = kvltest::attempt(std::string(words));
   return result ? picture(bytes, {1.0 + *result, 1}) : nullptr;

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <fstream>
 #include <functional>
@@ -150,6 +151,9 @@ TEST_F(WorkerTest, TellsWhyThereIsNoImage) {
   EXPECT_EQ(open(1, "none"), Outcome::kNoImage);
   EXPECT_EQ(open(1, "throw"), Outcome::kNoImage);
   EXPECT_EQ(open(1, "none-for-memory"), Outcome::kMemory);
+  EXPECT_EQ(open(1, "none-after-error " + std::to_string(ENOMEM)), Outcome::kMemory);
+  EXPECT_EQ(open(1, "none-after-error " + std::to_string(EPERM)), Outcome::kNoImage);
+  EXPECT_EQ(open(1, "none"), Outcome::kNoImage) << "each by itself";
   EXPECT_EQ(open(1, "throw-for-memory"), Outcome::kMemory);
   EXPECT_EQ(open(1, "wide 0"), Outcome::kNoImage);
   EXPECT_EQ(open(1, "wide 65535"), Outcome::kDone);
