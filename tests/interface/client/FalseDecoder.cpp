@@ -12,13 +12,17 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <limits>
 #include <map>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -140,6 +144,9 @@ class FalseWorker {
     if (word == "silence") return;
     if (word == "sleep") return static_cast<void>(pause());
     if (word == "spin") spin();
+    if (word == "sleep-for") {
+      std::this_thread::sleep_for(std::chrono::milliseconds(numberIn(order)));
+    }
     if (word == "signal") end(order);
     if (isSpoilt_) _exit(9);
     if (word == "spoil") isSpoilt_ = true;
@@ -228,11 +235,16 @@ class FalseWorker {
   }
 }
 
+// The file's, or that of the file beside it for which "decoder" stands.
+std::string nameOf(const std::filesystem::path& file) {
+  if (file.filename() != "decoder") return file.filename();
+  return std::filesystem::read_symlink(file);
+}
+
 }  // namespace
 
 int main(int /*count*/, char** arguments) {
-  const std::string path(arguments[0]);
-  const std::string name = path.substr(path.rfind('/') + 1);
+  const std::string name = nameOf(arguments[0]);
   ImageChannel control{Descriptor(kControlSocket)};
   Bytes message;
   write(Hello{.lacks = name == "lacks" ? kNoLandlock | kNoNetworkRules | kNoLimits : 0U}, message);
