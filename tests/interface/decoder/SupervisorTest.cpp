@@ -1,5 +1,6 @@
 #include "tests/interface/decoder/DecoderProcess.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <spawn.h>
