@@ -320,7 +320,7 @@ void DecoderPool::prepare() {
 void DecoderPool::watchIdleness() {
   {
     const MutexLock lock(mutex_);
-    if (isStopped_ || std::exchange(isWatched_, true)) return;
+    if (isStopped_ || !isProgramRunning_ || std::exchange(isWatched_, true)) return;
   }
   lookLater(options_.idle);
 }
