@@ -60,6 +60,11 @@ bool becomesReadable(int descriptor, std::chrono::milliseconds within) {
   return poll(&entry, 1, static_cast<int>(within.count())) == 1;
 }
 
+unsigned kernelsLandlock() {
+  const long version = syscall(SYS_landlock_create_ruleset, nullptr, 0L, 1U);
+  return version > 0 ? static_cast<unsigned>(version) : 0;
+}
+
 ImageRequest openRequest(std::uint64_t image, std::string_view bytes) {
   ImageRequest request;
   request.number = image;

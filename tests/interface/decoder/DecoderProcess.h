@@ -23,6 +23,9 @@ using kvl::interface::Descriptor;
 [[nodiscard]] bool becomesReadable(int descriptor,
                                    std::chrono::milliseconds within = std::chrono::seconds(60));
 
+// What the kernel says itself; 0 when it has none.
+[[nodiscard]] unsigned kernelsLandlock();
+
 struct DecoderAnswer {
   kvl::interface::ImageAnswer answer;
   kvl::Bytes pixels;

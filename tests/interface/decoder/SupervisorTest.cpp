@@ -186,7 +186,10 @@ TEST(SupervisorTest, WarmsTextWhenTheHostIsSilentAfterTheFirstWorker) {
 }
 
 TEST(SupervisorTest, SaysWhatTheSystemLacks) {
+  const auto version = kvltest::kernelsLandlock();
   const auto here = lacksWithout("nothing");
+  EXPECT_EQ((here & Lack::kNoLandlock) != 0, version == 0);
+  EXPECT_EQ((here & Lack::kNoNetworkRules) != 0, version < 4);
   EXPECT_EQ(here & Lack::kNoSystemCallFilter, 0U);
   EXPECT_EQ(here & Lack::kNoLimits, 0U);
   EXPECT_EQ(lacksWithout("landlock"), here | Lack::kNoLandlock | Lack::kNoNetworkRules);
