@@ -61,7 +61,7 @@ struct Decoder::Watch {
     const auto now = Clock::now();
     if (now >= clockLook) {
       const auto left = limits.processorTime - (decoder.processorTime() - usedBefore);
-      if (left <= left.zero()) return End::kProcessorTime;
+      if (left.count() <= 0) return End::kProcessorTime;
       clockLook = now + std::max<std::chrono::nanoseconds>(left / 2, kShortestPause);
     }
     if (now >= wallEnd) return End::kNoProgress;
@@ -165,7 +165,10 @@ bool Decoder::send(ImageRequest& request, Span bytes, Descriptor& pixels) {
   std::optional<Descriptor> file;
   request.byteCount = bytes.size();
   request.inlineBytes = bytes.size() <= kInlineBytes ? bytes : Span();
-  if (request.inlineBytes.size() < bytes.size() && !(file = sealedFile(bytes))) return false;
+  if (request.inlineBytes.size() < bytes.size()) {
+    file = sealedFile(bytes);
+    if (!file) return false;
+  }
   request.pixelsInFile = request.drawing && byteCountOf(*request.drawing) > kInlineBytes;
   if (request.pixelsInFile) {
     auto drawn = drawableFile(byteCountOf(*request.drawing));

@@ -161,12 +161,12 @@ void DecoderPool::serve(TurnPtr turn) {
       begun.pop_back();
     }
     begin(std::move(begun));
-    if (isDone) deliver(std::move(turn), next != nullptr);
+    if (isDone) deliver(turn, next != nullptr);
     turn = std::move(next);
   }
 }
 
-void DecoderPool::deliver(TurnPtr turn, bool elsewhere) {
+void DecoderPool::deliver(const TurnPtr& turn, bool elsewhere) {
   {
     const MutexLock lock(mutex_);
     if (turn->isLetGo || isStopped_) return;
@@ -336,9 +336,9 @@ void DecoderPool::lookWhetherIdle() {
   {
     const MutexLock lock(mutex_);
     if (schedule_.isIdle()) left -= Clock::now() - lastUse_;
-    isWatched_ = left > left.zero();
+    isWatched_ = left.count() > 0;
   }
-  if (left > left.zero()) return lookLater(left);
+  if (left.count() > 0) return lookLater(left);
   dispatch::laneQueue("local.images")->async([self = shared_from_this()] { self->endProcesses(); });
 }
 

@@ -128,7 +128,7 @@ class DecoderPool : public std::enable_shared_from_this<DecoderPool> {
   void grant(Turns& begun) KVL_REQUIRES(mutex_);
   void begin(Turns begun);
   void serve(TurnPtr turn);
-  void deliver(TurnPtr turn, bool elsewhere);
+  void deliver(const TurnPtr& turn, bool elsewhere);
   [[nodiscard]] bool drive(const TurnPtr& turn);
   [[nodiscard]] Turns release(const TurnPtr& turn, bool isDone);
   void nudge(std::size_t place) KVL_REQUIRES(mutex_);

@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <atomic>
 #include <limits>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -269,7 +270,7 @@ ImageDecoding::ImageDecoding(Options options)
 ImageDecoding::~ImageDecoding() {
   auto& pool = implementation_->pool();
   if (!pool.isAtHome()) {
-    static_cast<void>(new std::shared_ptr(implementation_));
+    static_cast<void>(new (std::nothrow) std::shared_ptr(implementation_));
     return;
   }
   pool.stop();
