@@ -96,7 +96,7 @@ std::string saidOf(pid_t process, const std::string& file, const std::string& na
     std::string first;
     std::string second;
     words >> first >> second;
-    return file == "limits" ? first + " " + second : first;
+    return file == "limits" ? first.append(" ").append(second) : first;
   }
   return "nothing";
 }
