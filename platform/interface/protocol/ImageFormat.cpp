@@ -58,9 +58,8 @@ ImageFormat imageFormatOf(Span bytes) {
   for (const auto& [start, format] : kSignatures) {
     if (text.starts_with(start)) return format;
   }
-  if (text.starts_with("RIFF"sv) && text.substr(0, 12).ends_with("WEBP"sv)) {
-    return ImageFormat::kWebP;
-  }
+  // Four bytes of the file's size stand between.
+  if (text.starts_with("RIFF"sv) && text.substr(4).find("WEBP"sv) == 4) return ImageFormat::kWebP;
   if (text.find("%PDF-"sv) != std::string_view::npos) return ImageFormat::kPDF;
   if (text.starts_with("BM"sv)) return ImageFormat::kBMP;
   return isMarkupInAnyEncoding(text) ? ImageFormat::kSVG : ImageFormat::kUnknown;

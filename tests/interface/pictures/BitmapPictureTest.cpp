@@ -17,7 +17,7 @@ using kvltest::pixelAt;
 
 constexpr Pixel kNothing{0, 0, 0, 0};
 
-std::string number(std::uint32_t value, std::size_t length) {
+std::string number(std::uint64_t value, std::size_t length) {
   std::string bytes;
   for (std::size_t i = 0; i < length; ++i) bytes += static_cast<char>(value >> 8 * i);
   return bytes;

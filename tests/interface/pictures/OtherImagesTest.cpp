@@ -15,7 +15,7 @@ using kvltest::expectRedAndBlue;
 using kvltest::pictureOf;
 using kvltest::pixelAt;
 
-std::string lowestFirst(std::uint32_t number, std::size_t length) {
+std::string lowestFirst(std::uint64_t number, std::size_t length) {
   std::string bytes;
   for (std::size_t i = 0; i < length; ++i) bytes += static_cast<char>(number >> 8 * i);
   return bytes;

@@ -13,6 +13,12 @@
 #include <fstream>
 #include <string>
 
+// Entities and fonts stay in use where the sanitizer does not see them.
+extern "C" const char* __lsan_default_suppressions();
+const char* __lsan_default_suppressions() {
+  return "leak:libfontconfig.so\nleak:libxml2.so\n";
+}
+
 namespace {
 
 using kvltest::drawn;
@@ -45,7 +51,8 @@ TEST(WarmUpTest, NoThreadIsStarted) {
 TEST(WarmUpTest, FontsAreFoundAndTheThreadThatLooksForThemHasEnded) {
   const auto before = kvltest::threadCount();
   kvl::pictures::warmText();
-  EXPECT_EQ(kvltest::threadCount(), before);
+  // The thread sanitizer has one of its own as soon as there is another.
+  EXPECT_LE(kvltest::threadCount(), before + (kvltest::kSanitized ? 1 : 0));
   const auto svg = kvltest::writtenSVG("width='32' height='32'", "<text y='30'>WWW</text>");
   const auto bitmap = drawn(svg.text(), 32, 32);
   EXPECT_TRUE(std::ranges::any_of(bitmap.pixels.bytes(), [](auto byte) { return byte != 0; }));

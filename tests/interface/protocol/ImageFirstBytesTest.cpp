@@ -53,9 +53,9 @@ TEST(ImageFirstBytesTest, AllOfThemCount) {
 }
 
 TEST(ImageFirstBytesTest, WhatIsNoImageIsUnknown) {
-  for (const std::string& text :
-       {""s, "{\"a\":1}"s, "text"s, "GIF88a"s, "RIFFsizeWAVE"s, "\0\0\2\0"s, " \xEF\xBB\xBF<"s,
-        "\v<"s, "x<"s, "\xFF\xFE"s, "\xFF\xFE<\1"s, "\xFE\xFF<\0"s, "\xEF\xBB\xBF"s}) {
+  for (const std::string& text : {""s, "{\"a\":1}"s, "text"s, "GIF88a"s, "RIFFsizeWAVE"s,
+                                  "RIFFsizWEBP"s, "\0\0\2\0"s, " \xEF\xBB\xBF<"s, "\v<"s, "x<"s,
+                                  "\xFF\xFE"s, "\xFF\xFE<\1"s, "\xFE\xFF<\0"s, "\xEF\xBB\xBF"s}) {
     EXPECT_EQ(formatOf(text), ImageFormat::kUnknown) << text;
   }
 }
