@@ -3,6 +3,7 @@
 #include "encoding/AnswerBody.h"
 #include "encoding/ContentTypeRole.h"
 #include "encoding/Waiting.h"
+#include "platform/interface/client/ImageDecoding.h"
 
 #include <local/KVLEncodingSession.h>
 #include <local/KVLExtensionsImage.h>
@@ -101,6 +102,7 @@ void KVLEncoding::imageFromSession(KVLSession& session, const RelativePath& rela
   kvl::URLRequest request(relativePath.text());
   request.headers().set("Accept", "application/pdf;q=0.9,image/*;q=0.8");
   request.setContentKind(kvl::ContentKind::image);
+  kvl::interface::ImageDecoding::process().prepare();  // starts while the request is under way
   session.request(request, [size, handler = std::move(completionHandler)](
                                const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
                                std::optional<kvl::Error> error) mutable {

@@ -1,79 +1,69 @@
 #include "platform/core/NoDestructor.h"
-#include "platform/core/ProcessExit.h"
-#include "platform/interface/ImageModule.h"
+#include "platform/interface/client/ImageDecoding.h"
 
 #include <local/platform/Atomic.h>
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Image.h>
-#include <local/platform/Mutex.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <optional>
 #include <utility>
-#include <vector>
 
 namespace kvl {
 namespace {
 
-// The libraries that draw have static objects. While the process exits, nothing is decoded or
-// drawn, and pictures stay as they are.
-struct PictureRelease {
-  const KVLImageFunctions* functions;
-  void operator()(KVLImagePicture* picture) const {
-    const core::LibraryUse use;
-    if (use) return functions->release(picture);
-    keepForGood(picture);
-  }
+using interface::ImageDecoding;
+using interface::ImageSource;
+using interface::PixelSize;
 
- private:
-  // Where looking for leaks finds them.
-  static void keepForGood(KVLImagePicture* picture) {
-    static Mutex mutex;
-    static NoDestructor<std::vector<KVLImagePicture*>> kept;
-    const MutexLock lock(mutex);
-    kept->push_back(picture);
-  }
-};
-using PicturePtr = std::unique_ptr<KVLImagePicture, PictureRelease>;
-
-struct PixelSize {
-  std::uint32_t width;
-  std::uint32_t height;
-};
+// Where images of other classes are drawn.
+const std::shared_ptr<DispatchQueue>& workers() {
+  static NoDestructor<std::shared_ptr<DispatchQueue>> queue(
+      DispatchQueue::concurrent("local.images"));
+  return *queue;
+}
 
 // `count` pixels to the nearest whole number, at least one.
 std::uint32_t wholePixels(double count) {
-  return static_cast<std::uint32_t>(std::clamp(std::round(count), 1.0, double{kMaximumImageSide}));
+  return static_cast<std::uint32_t>(std::clamp(std::round(count), 1.0, double{kMaximumBitmapSide}));
 }
 
-// The size in pixels, brought down to at most `maximumPixels`; aspect kept as far as one pixel
+// The size in pixels, brought down to what a bitmap may have; aspect kept as far as one pixel
 // allows.
-PixelSize fittingPixels(double width, double height, std::uint64_t maximumPixels) {
-  const auto limit = static_cast<double>(maximumPixels);
-  if (width * height > limit) {
-    const double factor = std::sqrt(limit / width / height);
+PixelSize fittingPixels(double width, double height) {
+  constexpr auto kMost = static_cast<double>(kMaximumBitmapPixels);
+  if (width * height > kMost) {
+    const double factor = std::sqrt(kMost / width / height);
     width = std::floor(width * factor);
     height = std::floor(height * factor);
   }
-  const PixelSize pixels{wholePixels(std::min(width, limit)), wholePixels(std::min(height, limit))};
+  const auto pixels = wholePixels(width);
   const auto highest = static_cast<std::uint32_t>(
-      std::clamp<std::uint64_t>(maximumPixels / pixels.width, 1, kMaximumImageSide));
-  return {pixels.width, std::min(pixels.height, highest)};
+      std::clamp<std::uint64_t>(kMaximumBitmapPixels / pixels, 1, kMaximumBitmapSide));
+  return {pixels, std::min(wholePixels(height), highest)};
 }
 
 bool isLength(double length) {
   return std::isfinite(length) && length > 0;
 }
 
+// Data that no image is made of is in here for the log.
+std::shared_ptr<ImageSource> sourceOf(const Data& data) {
+  return std::make_shared<ImageSource>(data, interface::imageFormatOf(data.bytes()));
+}
+
 class DecodedImage final : public Image {
  public:
-  DecodedImage(Data data, PicturePtr picture, const KVLImageDescription& description)
+  DecodedImage(Data data, std::shared_ptr<ImageSource> source, Size naturalSize)
       : data_(std::move(data)),
-        picture_(std::move(picture)),
-        naturalSize_{description.width, description.height},
-        maximumPixels_(std::min(description.maximumPixels, kMaximumBitmapPixels)),
-        size_(naturalSize_) {}
+        source_(std::move(source)),
+        naturalSize_(naturalSize),
+        size_(naturalSize) {}
+  ~DecodedImage() override { source_->letGo(); }
+  DecodedImage(const DecodedImage&) = delete;
+  DecodedImage& operator=(const DecodedImage&) = delete;
 
   [[nodiscard]] Data data() const override { return data_; }
   [[nodiscard]] Size naturalSize() const override { return naturalSize_; }
@@ -83,26 +73,29 @@ class DecodedImage final : public Image {
   void setTemplate(bool isTemplate) override { isTemplate_ = isTemplate; }
 
   [[nodiscard]] Bitmap rasterised(double scale) const override {
-    const auto size = size_.get();
-    const double width = size.width * scale;
-    const double height = size.height * scale;
-    const core::LibraryUse use;
-    if (!use || !isLength(scale) || !isLength(width) || !isLength(height)) return {};
-    const auto pixels = fittingPixels(width, height, maximumPixels_);
-    Bytes bytes(std::size_t{pixels.width} * pixels.height * 4);
-    if (!functions().draw(picture_.get(), pixels.width, pixels.height, bytes.data())) return {};
-    return {pixels.width, pixels.height, Data(std::move(bytes))};
+    const auto pixels = pixelsAt(scale);
+    return pixels ? ImageDecoding::process().draw(source_, *pixels) : Bitmap();
+  }
+  // Does not keep this image.
+  void rasterise(double scale, BitmapHandler handler) const {
+    if (const auto pixels = pixelsAt(scale)) {
+      return ImageDecoding::process().draw(source_, *pixels, std::move(handler));
+    }
+    workers()->async([handler = std::move(handler)] { handler({}); });
   }
 
  private:
-  [[nodiscard]] const KVLImageFunctions& functions() const {
-    return *picture_.get_deleter().functions;
+  [[nodiscard]] std::optional<PixelSize> pixelsAt(double scale) const {
+    const auto size = size_.get();
+    const double width = size.width * scale;
+    const double height = size.height * scale;
+    if (!isLength(scale) || !isLength(width) || !isLength(height)) return std::nullopt;
+    return fittingPixels(width, height);
   }
 
-  const Data data_;  // the picture refers to it
-  const PicturePtr picture_;
+  const Data data_;
+  const std::shared_ptr<ImageSource> source_;
   const Size naturalSize_;
-  const std::uint64_t maximumPixels_;
   Atomic<Size> size_;
   std::atomic<bool> isTemplate_ = false;
 };
@@ -116,37 +109,22 @@ Bitmap Image::rasterised(double /*scale*/) const {
 }
 
 std::shared_ptr<Image> Image::imageWithData(const Data& data) {
-  const core::LibraryUse use;
-  if (!use || data.empty() || data.size() > kMaximumImageBytes) return nullptr;
-  const auto* const functions = interface::imageModule();
-  if (functions == nullptr) return nullptr;
-  KVLImageDescription description{};
-  PicturePtr picture(functions->decode(data.data(), data.size(), &description), {functions});
-  if (!picture) return nullptr;
-  static const bool prepared = (core::standBeforeStatics(), true);
-  static_cast<void>(prepared);
-  return std::make_shared<DecodedImage>(data, std::move(picture), description);
+  auto source = sourceOf(data);
+  const auto size = ImageDecoding::process().open(source);
+  return size ? std::make_shared<DecodedImage>(data, std::move(source), *size) : nullptr;
 }
-
-namespace {
-
-const std::shared_ptr<DispatchQueue>& workers() {
-  static NoDestructor<std::shared_ptr<DispatchQueue>> queue(
-      DispatchQueue::concurrent("local.images"));
-  return *queue;
-}
-
-}  // namespace
 
 void Image::imageWithData(const Data& data, Completion completion) {
-  workers()->async([data, completion = std::move(completion)] { completion(imageWithData(data)); });
+  auto source = sourceOf(data);
+  ImageDecoding::process().open(
+      source, [data, source, completion = std::move(completion)](std::optional<Size> size) {
+        completion(size ? std::make_shared<DecodedImage>(data, source, *size) : nullptr);
+      });
 }
 
 void Image::rasterise(const std::shared_ptr<Image>& image, double scale, BitmapHandler handler) {
-  if (std::dynamic_pointer_cast<DecodedImage>(image)) {
-    return workers()->async([watched = std::weak_ptr(image), scale, handler = std::move(handler)] {
-      if (const auto held = watched.lock()) handler(held->rasterised(scale));
-    });
+  if (const auto* const decoded = dynamic_cast<const DecodedImage*>(image.get())) {
+    return decoded->rasterise(scale, std::move(handler));
   }
   workers()->async(
       [image, scale, handler = std::move(handler)] { handler(image->rasterised(scale)); });

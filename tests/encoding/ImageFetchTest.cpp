@@ -165,6 +165,28 @@ TEST_F(ImageFetchTest, SessionMayBeLetGoOfWhileAFetchRuns) {
   EXPECT_NE(outcome.result, nullptr);
 }
 
+// Takes a third of a second to be read.
+std::string slowPicture() {
+  std::string picture = R"(<svg xmlns="http://www.w3.org/2000/svg" width="9" height="9"><style>)";
+  constexpr int kMany = 4000;
+  for (int i = 0; i < kMany; ++i) picture += ".a{fill:red}";
+  picture += "</style>";
+  for (int i = 0; i < kMany; ++i) picture += "<g/>";
+  return picture + "</svg>";
+}
+
+TEST_F(ImageFetchTest, ASlowImageHoldsUpNothingElseOfItsSession) {
+  fetch();
+  answer(slowPicture());
+  ValueOutcome document;
+  KVLEncoding::jsonFromSession(*session, RelativePath("a"), document.handler());
+  answer("[1]");
+  runMainLoopUntil([&] { return document.calls == 1; });
+  EXPECT_EQ(outcome.calls, 0);
+  arrive();
+  EXPECT_NE(outcome.result, nullptr);
+}
+
 class BlockingImageFetchTest : public FetchFixture {
  protected:
   ImageRef fetch() {

@@ -86,6 +86,13 @@ void read(const std::shared_ptr<kvl::DispatchQueue>& queue, std::size_t size) {
   queue->async([queue, size] { read(queue, size < 1000000 ? size * 2 : 100); });
 }
 
+// Without waiting.
+void draw(const kvl::Data& data) {
+  kvl::Image::imageWithData(data, [](const std::shared_ptr<kvl::Image>& image) {
+    if (image) kvl::Image::rasterise(image, 1, [image](const kvl::Bitmap&) {});
+  });
+}
+
 // Documents and images, decoded where the request completes, again and again.
 void load(bool exits) {
   auto& session = *global.session;
@@ -103,6 +110,7 @@ void load(bool exits) {
                      const std::optional<kvl::Error>&) {
                     const auto image = body ? kvl::Image::imageWithData(*body) : nullptr;
                     if (image) static_cast<void>(image->rasterised(1));
+                    if (body) draw(*body);
                   });
 }
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-using kvl::images::ByteOrder;
+using kvltest::ByteOrder;
 using kvltest::numberBytes;
 using kvltest::Pixel;
 using kvltest::pixelAt;
@@ -79,6 +79,7 @@ TEST(ImageDecodingTest, AFormatIsToldByAllOfItsFirstBytes) {
     for (const std::size_t place : {0, 1, 2, 3}) {
       std::string bytes(data.text());
       if (name == "JPEG" && place == 3) continue;
+      if (name == "BMP" && place > 1) continue;
       bytes[place] = static_cast<char>(bytes[place] ^ 1);
       EXPECT_EQ(decoded(bytes), nullptr) << name << " at " << place;
     }
@@ -160,14 +161,10 @@ TEST(ImageDecodingTest, TheFirstPictureOfAnAnimatedWebPStandsAtItsPlace) {
   EXPECT_EQ(pixelAt(bitmap, 51, 26), (Pixel{0, 0, 0, 0}));
 }
 
-TEST(ImageDecodingTest, CanvasesOfWebPUpToTheLimitsAreDecoded) {
-  for (const auto [width, height] : {kvltest::Sides{2048, 2048}, {16384, 256}}) {
-    EXPECT_NE(decoded(placedWebP(width, height, 0, 0)), nullptr) << width << " x " << height;
-  }
-  for (const auto [width, height] :
-       {kvltest::Sides{2048, 2049}, {16384, 257}, {16385, 16}, {32, 16385}}) {
-    EXPECT_EQ(decoded(placedWebP(width, height, 0, 0)), nullptr) << width << " x " << height;
-  }
+TEST(ImageDecodingTest, CanvasesOfWebPUpToTheLimitAreDecoded) {
+  EXPECT_NE(decoded(placedWebP(65'535, 16, 0, 0)), nullptr);
+  EXPECT_EQ(decoded(placedWebP(65'536, 16, 0, 0)), nullptr);
+  EXPECT_EQ(decoded(placedWebP(32, 65'536, 0, 0)), nullptr);
 }
 
 TEST(ImageDecodingTest, DrawingsHaveSidesUpToTheLimit) {
@@ -178,40 +175,27 @@ TEST(ImageDecodingTest, DrawingsHaveSidesUpToTheLimit) {
   const auto pdf = [](const std::string& width, const std::string& height) {
     return kvl::Image::imageWithData(kvltest::writtenPDF("0 0 " + width + " " + height, ""));
   };
-  for (const char* side : {"1", "16384"}) {
+  for (const char* side : {"1", "65535"}) {
     EXPECT_NE(svg(side, "1"), nullptr) << side;
     EXPECT_NE(svg("1", side), nullptr) << side;
     EXPECT_NE(pdf(side, "1"), nullptr) << side;
     EXPECT_NE(pdf("1", side), nullptr) << side;
   }
-  EXPECT_EQ(svg("16384.5", "1"), nullptr);
-  EXPECT_EQ(svg("1", "16384.5"), nullptr);
+  EXPECT_EQ(svg("65535.5", "1"), nullptr);
+  EXPECT_EQ(svg("1", "65535.5"), nullptr);
   EXPECT_EQ(svg("0", "1"), nullptr);
   EXPECT_EQ(svg("1", "0"), nullptr);
-  EXPECT_EQ(pdf("16384.5", "1"), nullptr);
-  EXPECT_EQ(pdf("1", "16384.5"), nullptr);
-}
-
-TEST(ImageDecodingTest, AnSVGHasAsManyPixelsAsItsLayersLeaveMemoryFor) {
-  const auto widthWith = [](std::size_t layers) {
-    const auto image = kvl::Image::imageWithData(kvltest::writtenSVG(
-        "width='1024' height='1024'",
-        kvltest::repeated("<g opacity='.5'>", layers) + kvltest::repeated("</g>", layers)));
-    return image ? image->rasterised(1).width : 0;
-  };
-  // 24 MiB for 5, 7 and 401 surfaces of four bytes a pixel, but 4 MiB at most for each.
-  EXPECT_EQ(widthWith(2), 1024U);
-  EXPECT_EQ(widthWith(3), 948U);
-  EXPECT_EQ(widthWith(200), 125U);
+  EXPECT_EQ(pdf("65535.5", "1"), nullptr);
+  EXPECT_EQ(pdf("1", "65535.5"), nullptr);
 }
 
 TEST(ImageDecodingTest, ABitmapHasWholePixelsAtLeastOneAndNotTooMany) {
   const auto image = kvl::Image::imageWithData(kvltest::madeSVG());
   ASSERT_NE(image, nullptr);
   const std::pair<kvl::Size, kvltest::Sides> cases[] = {
-      {{0.2, 0.2}, {1, 1}},         {{0.4, 10}, {1, 10}},         {{10.5, 10.4}, {11, 10}},
-      {{1e6, 0.01}, {16384, 1}},    {{0.01, 1e6}, {1, 16384}},    {{1024, 1024}, {1024, 1024}},
-      {{1025, 1024}, {1024, 1023}}, {{2048, 2048}, {1024, 1024}}, {{16384, 256}, {8192, 128}}};
+      {{0.2, 0.2}, {1, 1}},         {{0.4, 10}, {1, 10}},        {{10.5, 10.4}, {11, 10}},
+      {{1e6, 0.01}, {16384, 1}},    {{0.01, 1e6}, {1, 16384}},   {{16384, 64}, {16384, 64}},
+      {{8192, 4096}, {8192, 4096}}, {{8193, 4096}, {8192, 4095}}};
   for (const auto& [size, pixels] : cases) {
     image->setSize(size);
     const auto bitmap = image->rasterised(1);
@@ -219,18 +203,6 @@ TEST(ImageDecodingTest, ABitmapHasWholePixelsAtLeastOneAndNotTooMany) {
     EXPECT_EQ(bitmap.height, pixels.height) << size.width << " x " << size.height;
     EXPECT_EQ(bitmap.pixels.size(), std::size_t{pixels.width} * pixels.height * 4);
   }
-}
-
-// Rounding up to one pixel must not make more of them than the layers leave room for.
-TEST(ImageDecodingTest, AThinSVGWithManyLayersIsAsShortAsTheyMakeIt) {
-  const auto image = kvl::Image::imageWithData(kvltest::writtenSVG(
-      "width='1' height='1'",
-      kvltest::repeated("<g opacity='.5'>", 200) + kvltest::repeated("</g>", 200)));
-  ASSERT_NE(image, nullptr);
-  image->setSize({0.6, 16'384});
-  const auto bitmap = image->rasterised(1);
-  EXPECT_EQ(bitmap.width, 1U);
-  EXPECT_EQ(bitmap.height, (24U << 20) / 4 / 401);
 }
 
 }  // namespace

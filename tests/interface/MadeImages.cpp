@@ -94,12 +94,14 @@ kvl::Data madePDF() {
   return writtenPDF("0 0 32 16", "1 0 0 rg 0 0 16 16 re f 0 0 1 rg 16 0 16 16 re f");
 }
 
-std::array<MadeImage, 7> madeImages() {
+std::array<MadeImage, 9> madeImages() {
   return {{{"PNG", madePixbuf("png", kWidth, kHeight)},
            {"JPEG", madePixbuf("jpeg", kWidth, kHeight)},
            {"TIFF", madePixbuf("tiff", kWidth, kHeight)},
            {"GIF", madeGIF(2)},
            {"WebP", madeWebP()},
+           {"BMP", madePixbuf("bmp", kWidth, kHeight)},
+           {"ICO", madePixbuf("ico", kWidth, kHeight)},
            {"SVG", madeSVG()},
            {"PDF", madePDF()}}};
 }

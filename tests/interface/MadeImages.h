@@ -20,7 +20,7 @@ inline void PrintTo(const MadeImage& image, std::ostream* out) {
   *out << image.name;
 }
 
-// `format` is png, jpeg or tiff, as gdk-pixbuf names them.
+// `format` is png, jpeg, tiff, bmp or ico, as gdk-pixbuf names them.
 [[nodiscard]] kvl::Data madePixbuf(const char* format, int width, int height);
 [[nodiscard]] kvl::Data madeGIF(int pictures);
 [[nodiscard]] kvl::Data madeWebP();
@@ -28,7 +28,7 @@ inline void PrintTo(const MadeImage& image, std::ostream* out) {
 [[nodiscard]] kvl::Data madePDF();
 
 // 32 x 16, once in each format.
-[[nodiscard]] std::array<MadeImage, 7> madeImages();
+[[nodiscard]] std::array<MadeImage, 9> madeImages();
 
 // A document of one page with the given content and, as its fifth object, a resource named R.
 [[nodiscard]] kvl::Data writtenPDF(std::string_view mediaBox, std::string_view content,

@@ -7,6 +7,7 @@
 
 #include <limits>
 #include <list>
+#include <string>
 #include <vector>
 
 namespace {
@@ -171,6 +172,25 @@ TEST_F(MenuIconsTest, PicturesDoNotKeepImages) {
   (void)drawn(image);
   arrived.clear();
   EXPECT_TRUE(isAlone(image));
+}
+
+TEST_F(MenuIconsTest, AnImageThatIsLetGoWhileItIsDrawnIsGoneAtOnce) {
+  // Drawn for a second: each element shows the one before it twice.
+  std::string svg =
+      "<svg xmlns='http://www.w3.org/2000/svg' width='16' height='16'><defs>"
+      "<path id='a0' d='M0 0h9v9z'/>";
+  for (int i = 1; i < 18; ++i) {
+    const auto used = "<use href='#a" + std::to_string(i - 1) + "'/>";
+    svg += "<g id='a" + std::to_string(i) + "'>" + used + used + "</g>";
+  }
+  auto image =
+      kvl::Image::imageWithData(kvl::Data::fromText(svg + "</defs><use href='#a17'/></svg>"));
+  ASSERT_NE(image, nullptr);
+  const std::weak_ptr<kvl::Image> watched = image;
+  (void)icons->picture(image, 1);
+  image.reset();
+  EXPECT_TRUE(watched.expired());
+  EXPECT_FALSE(drawn(std::make_shared<DrawnImage>()).isNull());
 }
 
 TEST_F(MenuIconsTest, ThosePicturesGoThatWereNotAskedForLongest) {

@@ -15,17 +15,23 @@
 namespace kvl {
 
 /// @name Limits of images
-/// Data beyond one of these is refused. They are far above what icons need, and keep whatever a
-/// service sends, broken or hostile, from taking more than 64 MiB.
+/// What goes beyond one of these ends without an image or without a bitmap, and with a line in the
+/// log that says why. None of them concerns the host's process, which decodes nothing.
 /// @{
 /// The longest encoded image, in bytes.
 inline constexpr std::size_t kMaximumImageBytes = std::size_t{16} << 20;
-/// The greatest width and height: in pixels, or in points of a drawing (SVG, PDF).
-inline constexpr std::uint32_t kMaximumImageSide = 16384;
-/// The most pixels that are decoded, such as 2048 x 2048. Checked before any are.
-inline constexpr std::uint64_t kMaximumImagePixels = std::uint64_t{1} << 22;
-/// The most pixels that `Image::rasterised` makes, such as 1024 x 1024.
-inline constexpr std::uint64_t kMaximumBitmapPixels = std::uint64_t{1} << 20;
+/// The greatest width and height that a file may state: in pixels, or in points of a drawing (SVG,
+/// PDF).
+inline constexpr std::uint32_t kMaximumImageSide = 65'535;
+/// The most pixels that `Image::rasterised` makes: enough for a screen of 7680 x 4320.
+inline constexpr std::uint64_t kMaximumBitmapPixels = std::uint64_t{1} << 25;
+/// The greatest width and height of what `Image::rasterised` makes, in pixels.
+inline constexpr std::uint32_t kMaximumBitmapSide = 16'384;
+/// The processor time that one decoding, or one drawing, may take.
+inline constexpr std::chrono::milliseconds kMaximumImageTime{2000};
+/// The memory in bytes that it may take in the decoder's process, besides the encoded bytes and the
+/// bitmap.
+inline constexpr std::size_t kMaximumImageMemory = std::size_t{256} << 20;
 /// @}
 
 /// Pixels. Rows go from top to bottom without gaps, pixels from left to right. A pixel is four

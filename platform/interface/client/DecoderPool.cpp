@@ -1,6 +1,7 @@
 #include "platform/interface/client/DecoderPool.h"
 
 #include "platform/core/ProcessExit.h"
+#include "platform/core/Threads.h"
 #include "platform/dispatch/Lanes.h"
 
 #include <local/platform/Log.h>
@@ -272,6 +273,10 @@ std::unique_ptr<Decoder> DecoderPool::takeDecoder() {
 std::unique_ptr<Decoder> DecoderPool::makeDecoder() {
   if (failed_ && Clock::now() - *failed_ < options_.retry) return nullptr;
   const bool wasRunning = program_ != nullptr;
+  if (!core::hasSpareDescriptors()) {
+    if (!std::exchange(isFailureKnown_, true)) log("no images: no descriptor is left");
+    return nullptr;
+  }
   DecoderProblem problem;
   auto decoder = askForDecoder(problem);
   // It may have been ended by somebody else since it was used last.
@@ -284,7 +289,8 @@ std::unique_ptr<Decoder> DecoderPool::makeDecoder() {
 
 std::unique_ptr<Decoder> DecoderPool::askForDecoder(DecoderProblem& problem) {
   if (!program_) {
-    program_ = DecoderProgram::start(options_.places, problem.text);
+    const auto& places = options_.places;
+    program_ = DecoderProgram::start(places.empty() ? decoderPlaces() : places, problem.text);
     if (!program_) return nullptr;
     isProgramRunning_ = true;
     logLacks(program_->hello().lacks);

@@ -71,7 +71,7 @@ class DecoderPool : public std::enable_shared_from_this<DecoderPool> {
   using Later = std::function<void(std::chrono::nanoseconds, std::function<void()>)>;
 
   struct Options {
-    std::vector<std::filesystem::path> places;  // of the program
+    std::vector<std::filesystem::path> places;  // of the program; empty: where this library lies
     std::chrono::milliseconds share;
     std::chrono::milliseconds idle;   // after which the processes end
     std::chrono::milliseconds retry;  // after which a start that failed is tried again

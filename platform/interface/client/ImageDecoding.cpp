@@ -248,7 +248,6 @@ class ImageDecoding::Implementation {
 
   static std::shared_ptr<DecoderPool> makePool(Options options,
                                                const std::shared_ptr<DispatchQueue>& queue) {
-    if (options.places.empty()) options.places = decoderPlaces();
     if (!options.later) options.later = dispatch::fireAfter;
     return std::make_shared<DecoderPool>(DecoderPool::Options{.places = std::move(options.places),
                                                               .share = options.share,
