@@ -112,10 +112,10 @@ class Worker {
   Worker(ImageChannel channel, const Program& program, const MemoryLimit& memory)
       : channel_(std::move(channel)), program_(program), memory_(memory) {}
 
-  void sayReady(Descriptor self, std::uint64_t number) {
+  [[nodiscard]] bool sayReady(Descriptor self, std::uint64_t number) {
     write(interface::WorkerReady{.number = number, .process = getpid()}, message_);
     const int descriptor = self.get();
-    static_cast<void>(channel_.send(message_, {&descriptor, 1}));
+    return channel_.send(message_, {&descriptor, 1});
   }
 
   [[nodiscard]] int serve() {
@@ -168,13 +168,20 @@ class Worker {
 
   [[nodiscard]] bool receive(const ImageRequest& request, const Packet& packet, Kept& kept) {
     pictures_.makeRoom(request.image);
-    if (!request.inlineBytes.empty()) {
-      kept.copied.assign(request.inlineBytes.begin(), request.inlineBytes.end());
-      return true;
+    const bool inFile = request.inlineBytes.empty();
+    allow(inFile ? request.byteCount : 0);
+    if (inFile) {
+      kept.mapped = MappedBytes::readable(packet.descriptors[0], request.byteCount);
+      return !kept.mapped.bytes().empty();
     }
-    memory_.allow(pictures_.mappedBytes() + request.byteCount);
-    kept.mapped = MappedBytes::readable(packet.descriptors[0], request.byteCount);
-    return !kept.mapped.bytes().empty();
+    kept.copied.assign(request.inlineBytes.begin(), request.inlineBytes.end());
+    return true;
+  }
+
+  // What the host has mapped here does not count as the image's memory.
+  void allow(std::size_t more) {
+    const auto mapped = pictures_.mappedBytes() + more;
+    if (mapped != std::exchange(mapped_, mapped)) memory_.allow(mapped);
   }
 
   [[nodiscard]] Outcome open(interface::ImageFormat format, Kept kept) {
@@ -196,8 +203,8 @@ class Worker {
     const auto size = *request.drawing;
     MappedBytes file;
     std::span<std::uint8_t> pixels;
+    allow(request.pixelsInFile ? byteCountOf(size) : 0);
     if (request.pixelsInFile) {
-      memory_.allow(pictures_.mappedBytes() + byteCountOf(size));
       file = MappedBytes::writable(packet.descriptors[packet.count - 1], byteCountOf(size));
       pixels = file.pixels();
       if (pixels.empty()) return false;
@@ -233,6 +240,7 @@ class Worker {
   const MemoryLimit& memory_;
   const bool severalProcessors_ = sysconf(_SC_NPROCESSORS_ONLN) > 1;
   Pictures pictures_;
+  std::size_t mapped_ = 0;
   Bytes drawn_;
   Bytes message_;
 };
@@ -244,8 +252,7 @@ int serve(ImageChannel channel, Descriptor self, std::uint64_t number, const Pro
   std::signal(SIGABRT, endForWantOfMemory);
   std::signal(SIGTRAP, endForWantOfMemory);
   Worker worker(std::move(channel), program, memory);
-  worker.sayReady(std::move(self), number);
-  return worker.serve();
+  return worker.sayReady(std::move(self), number) ? worker.serve() : kLetGo;
 }
 
 }  // namespace kvl::decoder

@@ -173,6 +173,8 @@ TEST_F(WorkerTest, AnImageMayTake256MiBBesideItsFileAndTheBitmap) {
   constexpr std::size_t kLongest = kvl::kMaximumImageBytes;
   EXPECT_EQ(open(1, "take 240"), Outcome::kDone);
   EXPECT_EQ(open(1, "take 260"), Outcome::kMemory);
+  EXPECT_EQ(openFile(2, padded("TELL take 300", kLongest)), Outcome::kMemory);
+  EXPECT_EQ(open(1, "take 265"), Outcome::kMemory) << "the file has gone";
   EXPECT_EQ(openFile(2, padded("TELL take 240", kLongest)), Outcome::kDone);
   EXPECT_EQ(openFile(3, padded("TELL take 240", kLongest)), Outcome::kDone);
   EXPECT_EQ(openFile(4, padded("TELL take 260", kLongest)), Outcome::kMemory);
