@@ -252,7 +252,8 @@ int serve(ImageChannel channel, Descriptor self, std::uint64_t number, const Pro
   std::signal(SIGABRT, endForWantOfMemory);
   std::signal(SIGTRAP, endForWantOfMemory);
   Worker worker(std::move(channel), program, memory);
-  return worker.sayReady(std::move(self), number) ? worker.serve() : kLetGo;
+  const bool said = worker.sayReady(std::move(self), number);
+  return said ? worker.serve() : kLetGo;
 }
 
 }  // namespace kvl::decoder
