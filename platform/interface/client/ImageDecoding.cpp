@@ -36,6 +36,10 @@ class ImageSource::State {
   std::atomic<std::uint64_t> tooManyPixels = std::numeric_limits<std::uint64_t>::max();
   Mutex mutex;
   std::weak_ptr<DecoderPool> pool KVL_GUARDED_BY(mutex);  // the one that it was given to last
+  // The size at which it was thought to be drawn first, and what was drawn of it already.
+  PixelSize expected KVL_GUARDED_BY(mutex);
+  Bitmap ready KVL_GUARDED_BY(mutex);
+  bool wasDrawn KVL_GUARDED_BY(mutex) = false;
 
  private:
   static std::uint64_t nextNumber() {
@@ -98,24 +102,57 @@ void logRefusal(const State& source, std::string_view reason) {
   log("image refused: %@ of %@ bytes: %@", name, source.bytes.size(), reason);
 }
 
+// The size at which the next image is drawn: most likely that of the last one. Icons that are drawn
+// when they are opened cost one exchange instead of two, so it is guessed as long as that comes
+// true.
+class NextSize {
+ public:
+  [[nodiscard]] PixelSize last() const {
+    const MutexLock lock(mutex_);
+    return last_;
+  }
+  [[nodiscard]] std::optional<PixelSize> guess() const {
+    const MutexLock lock(mutex_);
+    if (trust_ < kEnough || last_ == PixelSize{}) return std::nullopt;
+    return last_;
+  }
+  // What was drawn first of an image, and what had been expected.
+  void note(PixelSize drawn, PixelSize expected) {
+    const MutexLock lock(mutex_);
+    if (expected != PixelSize{}) {
+      trust_ = std::clamp(trust_ + (drawn == expected ? 1 : -1), 0, kMost);
+    }
+    last_ = byteCountOf(drawn) <= kInlineBytes ? drawn : PixelSize{};
+  }
+
+ private:
+  static constexpr int kEnough = 2;
+  static constexpr int kMost = 3;
+  mutable Mutex mutex_;
+  PixelSize last_ KVL_GUARDED_BY(mutex_);
+  int trust_ KVL_GUARDED_BY(mutex_) = kEnough;
+};
+
 }  // namespace
 
 // The opening of an image or, with a size, its drawing.
 class ImageJob final : public DecoderJob {
  public:
   ImageJob(std::shared_ptr<State> source, std::optional<PixelSize> drawing,
-           const Decoder::Limits& limits)
-      : source_(std::move(source)), drawing_(drawing), limits_(limits) {}
+           const Decoder::Limits& limits, std::shared_ptr<NextSize> nextSize)
+      : source_(std::move(source)),
+        drawing_(drawing),
+        limits_(limits),
+        nextSize_(std::move(nextSize)) {}
 
   [[nodiscard]] bool drive(DecoderPlace& place) override {
     source_->place = place.number();
+    if (!drawing_) {
+      if (const auto isDone = openAndDraw(place)) return *isDone;
+    }
     auto size = drawing_;
     for (int halvings = 0;; ++halvings) {
-      ImageRequest request;
-      request.image = source_->number;
-      request.format = source_->format;
-      request.drawing = size;
-      auto exchange = place.exchange(request, source_->bytes.bytes(), limits_);
+      auto exchange = ask(place, size);
       if (!exchange) return true;
       if (exchange->end == End::kPutOff) return false;
       const bool mayComeSmaller =
@@ -139,6 +176,40 @@ class ImageJob final : public DecoderJob {
   Bitmap bitmap;
 
  private:
+  [[nodiscard]] std::optional<Decoder::Exchange> ask(DecoderPlace& place,
+                                                     std::optional<PixelSize> size) const {
+    ImageRequest request;
+    request.image = source_->number;
+    request.format = source_->format;
+    request.drawing = size;
+    return place.exchange(request, source_->bytes.bytes(), limits_);
+  }
+
+  // As `drive`. None when it is to be opened only: there is no guess, or it could not be drawn.
+  [[nodiscard]] std::optional<bool> openAndDraw(DecoderPlace& place) {
+    {
+      const MutexLock lock(source_->mutex);
+      source_->expected = nextSize_->last();
+    }
+    const auto size = nextSize_->guess();
+    if (!size || source_->bytes.size() > kInlineBytes) return std::nullopt;
+    auto exchange = ask(place, size);
+    if (!exchange) return true;
+    if (exchange->end == End::kPutOff) return false;
+    if (mayOpenAlone(*exchange)) return std::nullopt;
+    take(std::move(*exchange), size);
+    const MutexLock lock(source_->mutex);
+    source_->ready = std::exchange(bitmap, {});
+    return true;
+  }
+
+  static bool mayOpenAlone(const Decoder::Exchange& exchange) {
+    if (exchange.end == End::kDied || exchange.end == End::kWrong) return true;
+    const auto outcome = exchange.answer.outcome;
+    return exchange.end == End::kAnswered &&
+           (outcome == Outcome::kNotDrawn || outcome == Outcome::kMemory);
+  }
+
   void take(Decoder::Exchange exchange, std::optional<PixelSize> size) {
     if (exchange.end == End::kLetGo) return;
     if (exchange.end != End::kAnswered || exchange.answer.outcome != Outcome::kDone) {
@@ -177,6 +248,7 @@ class ImageJob final : public DecoderJob {
   const std::shared_ptr<State> source_;
   const std::optional<PixelSize> drawing_;
   const Decoder::Limits limits_;
+  const std::shared_ptr<NextSize> nextSize_;
 };
 
 ImageSource::ImageSource(Data bytes, ImageFormat format)
@@ -207,12 +279,20 @@ class ImageDecoding::Implementation {
   // Null when there is nothing to ask a decoder, or nobody to ask.
   [[nodiscard]] std::shared_ptr<ImageJob> job(const std::shared_ptr<State>& source,
                                               std::optional<PixelSize> drawing) const {
-    core::prepareForExit();
-    if (!pool_->isAtHome() || core::isExiting() || source->isLetGo) return nullptr;
+    if (!mayBegin(*source)) return nullptr;
     if (drawing ? !isDrawable(*source, *drawing) : !isReadable(*source)) return nullptr;
     const MutexLock lock(source->mutex);
     source->pool = pool_;
-    return std::make_shared<ImageJob>(source, drawing, limits_);
+    return std::make_shared<ImageJob>(source, drawing, limits_, nextSize_);
+  }
+
+  // What was drawn when the image was opened. It is not kept for a second time.
+  [[nodiscard]] Bitmap takeReady(State& source, PixelSize size) const {
+    if (!mayBegin(source)) return {};
+    const MutexLock lock(source.mutex);
+    if (!std::exchange(source.wasDrawn, true)) nextSize_->note(size, source.expected);
+    auto ready = std::exchange(source.ready, {});
+    return PixelSize{ready.width, ready.height} == size ? std::move(ready) : Bitmap();
   }
 
   void post(std::shared_ptr<ImageJob> job, const State& source) const {
@@ -222,7 +302,7 @@ class ImageDecoding::Implementation {
 
   // For what needs no decoder.
   void deliver(const State& source, DispatchQueue::Block block) const {
-    if (!pool_->isAtHome() || core::isExiting() || source.isLetGo) return;
+    if (!mayBegin(source)) return;
     queue_->async([block = std::move(block)] {
       const core::ThreadWork work;
       block();
@@ -230,6 +310,11 @@ class ImageDecoding::Implementation {
   }
 
  private:
+  [[nodiscard]] bool mayBegin(const State& source) const {
+    core::prepareForExit();
+    return pool_->isAtHome() && !core::isExiting() && !source.isLetGo;
+  }
+
   static bool isReadable(const State& source) {
     if (source.format == ImageFormat::kUnknown || source.bytes.empty()) {
       logRefusal(source, "no known format");
@@ -258,6 +343,7 @@ class ImageDecoding::Implementation {
   }
 
   const Decoder::Limits limits_;
+  const std::shared_ptr<NextSize> nextSize_ = std::make_shared<NextSize>();
   const std::shared_ptr<DispatchQueue> queue_;
   const std::shared_ptr<DecoderPool> pool_;
 };
@@ -297,6 +383,8 @@ std::optional<Size> ImageDecoding::open(const std::shared_ptr<ImageSource>& sour
 }
 
 Bitmap ImageDecoding::draw(const std::shared_ptr<ImageSource>& source, PixelSize size) {
+  auto ready = implementation_->takeReady(*source->state_, size);
+  if (!ready.empty()) return ready;
   const auto job = implementation_->job(source->state_, size);
   if (!job || !implementation_->pool().run(*job)) return {};
   return std::move(job->bitmap);
@@ -313,6 +401,12 @@ void ImageDecoding::open(std::shared_ptr<ImageSource> source, SizeHandler handle
 
 void ImageDecoding::draw(std::shared_ptr<ImageSource> source, PixelSize size,
                          BitmapHandler handler) {
+  auto ready = implementation_->takeReady(*source->state_, size);
+  if (!ready.empty()) {
+    return implementation_->deliver(
+        *source->state_,
+        [ready = std::move(ready), handler = std::move(handler)] { handler(ready); });
+  }
   auto job = implementation_->job(source->state_, size);
   if (!job)
     return implementation_->deliver(*source->state_,

@@ -5,6 +5,7 @@
 #include "tests/support/ProcessFigures.h"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 
 #include <csignal>
 #include <cstdint>
@@ -56,6 +57,13 @@ class ImageExchangeTest : public testing::Test {
     EXPECT_TRUE(decoding_->draw(source, size).empty()) << order;
     return refusal(order);
   }
+  static void endProgram() {
+    for (const pid_t program : kvltest::childrenOf(getpid())) {
+      siginfo_t end{};
+      kill(program, SIGKILL);
+      EXPECT_EQ(waitid(P_PID, program, &end, WEXITED | WNOWAIT), 0);
+    }
+  }
   void expectTheNextOneIsWell() {
     const auto source = sourceOf("honest");
     EXPECT_EQ(decoding_->open(source), kFalseSize);
@@ -78,6 +86,64 @@ TEST_F(ImageExchangeTest, SizeAndPixelsAreThoseOfTheDecoder) {
     ASSERT_EQ(bitmap.pixels.size(), byteCountOf(size));
     EXPECT_EQ(bitmap.pixels.data()[bitmap.pixels.size() - 2], 30);
   }
+}
+
+// Icons are drawn at the size of the one before when they are opened.
+TEST_F(ImageExchangeTest, WhatWasDrawnWhenItWasOpenedNeedsNoDecoder) {
+  expectTheNextOneIsWell();
+  const auto source = sourceOf("honest");
+  EXPECT_EQ(decoding_->open(source), kFalseSize);
+  endProgram();
+  const auto bitmap = decoding_->draw(source, {4, 4});
+  EXPECT_EQ(bitmap.width, 4U);
+  EXPECT_EQ(bitmap.pixels.size(), 64U);
+  EXPECT_EQ(kvltest::workers(), std::vector<pid_t>());
+  // It is not kept.
+  EXPECT_FALSE(decoding_->draw(source, {4, 4}).empty());
+  EXPECT_EQ(kvltest::workers().size(), 1U);
+}
+
+TEST_F(ImageExchangeTest, AnotherSizeThanExpectedIsDrawnAsAsked) {
+  expectTheNextOneIsWell();
+  const auto source = sourceOf("honest");
+  EXPECT_EQ(decoding_->open(source), kFalseSize);
+  EXPECT_EQ(decoding_->draw(source, {5, 6}).height, 6U);
+  EXPECT_EQ(decoding_->draw(source, {4, 4}).height, 4U);
+}
+
+TEST_F(ImageExchangeTest, SizesThatChangeAreNotExpected) {
+  const auto drawNext = [this](std::uint32_t side) {
+    const auto source = sourceOf("honest");
+    EXPECT_EQ(decoding_->open(source), kFalseSize);
+    EXPECT_FALSE(decoding_->draw(source, {side, side}).empty());
+  };
+  for (const std::uint32_t side : {4, 5, 4, 5, 4}) drawNext(side);
+  auto source = sourceOf("honest");
+  EXPECT_EQ(decoding_->open(source), kFalseSize);
+  endProgram();
+  EXPECT_FALSE(decoding_->draw(source, {4, 4}).empty());
+  EXPECT_EQ(kvltest::workers().size(), 1U);
+  // Until they stay the same.
+  for (int i = 0; i < 3; ++i) drawNext(4);
+  source = sourceOf("honest");
+  EXPECT_EQ(decoding_->open(source), kFalseSize);
+  endProgram();
+  EXPECT_FALSE(decoding_->draw(source, {4, 4}).empty());
+  EXPECT_EQ(kvltest::workers(), std::vector<pid_t>());
+}
+
+// An image is one although it cannot be drawn.
+TEST_F(ImageExchangeTest, WhatCannotBeDrawnIsOpenedAllTheSame) {
+  expectTheNextOneIsWell();
+  for (const std::string order :
+       {"draw-signal 6", "draw-number", "draw-exit 3", "draw-outcome 3", "draw-outcome 4"}) {
+    const auto source = sourceOf(order);
+    EXPECT_EQ(decoding_->open(source), kFalseSize) << order;
+    EXPECT_EQ(log_.lines(), std::vector<std::string>());
+    EXPECT_TRUE(decoding_->draw(source, {4, 4}).empty()) << order;
+    EXPECT_NE(refusal(order), "");
+  }
+  EXPECT_EQ(refusalOf(orderOf("outcome", Outcome::kNoImage)), "there is no image inside");
 }
 
 TEST_F(ImageExchangeTest, BytesOfAnyLengthArrive) {
