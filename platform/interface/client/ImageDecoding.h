@@ -41,11 +41,11 @@ class ImageDecoding {
 
   struct Options {
     std::vector<std::filesystem::path> places;  // of the program; empty: where this library lies
-    std::chrono::milliseconds processorTime{2000};  // of one decoding or drawing
-    std::chrono::milliseconds share{100};           // wall time, while others wait
-    std::chrono::milliseconds wallTime{20'000};     // of one request
-    std::chrono::milliseconds idle{60'000};         // after which the program ends
-    std::chrono::milliseconds retry{1'000};         // after a start that failed
+    std::chrono::milliseconds processorTime = kMaximumImageTime;  // of one decoding or drawing
+    std::chrono::milliseconds share{100};                         // wall time, while others wait
+    std::chrono::milliseconds wallTime{20'000};                   // of one request
+    std::chrono::milliseconds idle{60'000};                       // after which the program ends
+    std::chrono::milliseconds retry{1'000};                       // after a start that failed
     std::shared_ptr<DispatchQueue> queue;  // of those that do not wait; empty: one of its own
     // Calls what it is given after a delay; empty: the framework's own timers.
     std::function<void(std::chrono::nanoseconds, std::function<void()>)> later;

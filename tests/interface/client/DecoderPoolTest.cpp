@@ -267,7 +267,7 @@ TEST_F(NoDecoderTest, ThereAreNoDescriptors) {
     const kvltest::NoDescriptors none;
     EXPECT_EQ(decoding.open(sourceOf("honest")), std::nullopt);
   }
-  EXPECT_EQ(log_.lines(), std::vector<std::string>{"no images: Too many open files"});
+  EXPECT_EQ(log_.lines(), std::vector<std::string>{"no images: no descriptor is left"});
   EXPECT_EQ(decoding.open(sourceOf("honest")), kFalseSize);
 }
 
