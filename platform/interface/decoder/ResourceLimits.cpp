@@ -2,6 +2,8 @@
 
 #include "platform/interface/decoder/Sanitizer.h"
 
+#include <local/platform/Image.h>
+
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/prctl.h>
@@ -19,10 +21,9 @@ namespace {
 
 using interface::Descriptor;
 
-constexpr std::size_t kMiB = std::size_t{1} << 20;
-constexpr std::size_t kImageMemory = 256 * kMiB;
-// The longest file and the largest bitmap, and the files of the pictures that are kept.
-constexpr std::size_t kMostMapped = 16 * kMiB + 128 * kMiB + 32 * kMiB;
+// The longest file, the largest bitmap, and the files of the pictures that are kept.
+constexpr std::size_t kMostMapped =
+    kMaximumImageBytes + kMaximumBitmapPixels * 4 + (std::size_t{32} << 20);
 // Of a worker's life: behind the two seconds of an image, which the host measures.
 constexpr rlim_t kProcessorSeconds = 60;
 constexpr rlim_t kMostDescriptors = 32;
@@ -75,7 +76,7 @@ std::optional<std::size_t> MemoryLimit::sizeNow(const Descriptor& size) {
 void MemoryLimit::begin() const {
   limit(RLIMIT_CPU, kProcessorSeconds, kProcessorSeconds);
   if constexpr (!kSanitized) {
-    const auto most = size_ + kImageMemory + kMostMapped;
+    const auto most = size_ + kMaximumImageMemory + kMostMapped;
     limit(RLIMIT_AS, most, most);
   }
   allow(0);
@@ -83,7 +84,7 @@ void MemoryLimit::begin() const {
 
 void MemoryLimit::allow(std::size_t mapped) const {
   if constexpr (!kSanitized) {
-    limit(RLIMIT_AS, size_ + kImageMemory + mapped, RLIM_INFINITY);
+    limit(RLIMIT_AS, size_ + kMaximumImageMemory + mapped, RLIM_INFINITY);
   }
 }
 
