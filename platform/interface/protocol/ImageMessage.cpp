@@ -21,6 +21,8 @@
 namespace kvl::interface {
 namespace {
 
+static_assert(kLongestSide == kMaximumImageSide && kLongestSide >= kMaximumBitmapSide);
+
 constexpr std::size_t kHeadLength = 16;
 constexpr std::size_t kRequestLength = 48;
 constexpr std::size_t kAnswerLength = 64;
