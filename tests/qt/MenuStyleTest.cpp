@@ -195,6 +195,8 @@ TEST_F(MenuStyleTest, FollowsTheApplicationsStyle) {
   MenuView fresh(kvltest::pictureMenu());
   ASSERT_TRUE(open(fresh));
   ASSERT_TRUE(open(view));
+  kvltest::waitFor(fresh);
+  kvltest::waitFor(view);
   EXPECT_EQ(view.sizeHint(), fresh.sizeHint());
   EXPECT_THAT(before.height(), Lt(view.sizeHint().height()));
   EXPECT_EQ(view.grab().toImage(), fresh.grab().toImage());

@@ -139,12 +139,6 @@ bool hasIcons(const MenuView& view) {
   });
 }
 
-void waitFor(MenuView& view) {
-  if (!QTest::qWaitForWindowExposed(&view, kPatience) ||
-      !QTest::qWaitFor([&] { return hasIcons(view); }, kPatience))
-    throw std::runtime_error("the menu does not come");
-}
-
 MenuView* openSubmenu(const MenuView& view) {
   for (const QAction* action : view.actions())
     if (auto* below = qobject_cast<MenuView*>(action->menu()); below && below->isVisible())
@@ -166,6 +160,12 @@ std::shared_ptr<kvl::Menu> pictureMenu(MenuLanguage language) {
   KVLEncoding::addMenuItems(descriptions(words), *menu, std::make_shared<Drawings>(),
                             [](const auto&) {}, {});
   return menu;
+}
+
+void waitFor(MenuView& view) {
+  if (!QTest::qWaitForWindowExposed(&view, kPatience) ||
+      !QTest::qWaitFor([&] { return hasIcons(view); }, kPatience))
+    throw std::runtime_error("the menu does not come");
 }
 
 void openAll(MenuView& view) {
