@@ -124,6 +124,16 @@ TEST(BitmapPictureTest, ALargePhotographIsTurnedEachTimeItIsRead) {
   }
 }
 
+// What is drawn as high as it is has to be read as wide.
+TEST(BitmapPictureTest, ALargePhotographThatIsTurnedIsSharp) {
+  const auto jpeg = kvltest::madePixbuf("jpeg", 1024, 8192);
+  const auto photo = noted(jpeg.text(), 6);
+  const auto bitmap = drawn(photo, 100, 1024);
+  ASSERT_FALSE(bitmap.empty());
+  EXPECT_GT(pixelAt(bitmap, 50, 509)[0], 240);
+  EXPECT_GT(pixelAt(bitmap, 50, 514)[2], 240);
+}
+
 TEST(BitmapPictureTest, ALargePictureIsKeptSmallAndDrawnSharp) {
   for (const char* format : {"png", "jpeg", "tiff", "bmp"}) {
     const auto data = kvltest::madePixbuf(format, 4096, 512);
@@ -193,6 +203,17 @@ TEST(BitmapPictureTest, ItStandsThereAlsoWhenTheCanvasIsReadSmaller) {
 TEST(BitmapPictureTest, AWebPThatEndsTooEarlyIsNoPicture) {
   const std::string webp(kvltest::madeWebP().text());
   EXPECT_EQ(pictureOf(webp.substr(0, webp.size() - 4)), nullptr);
+}
+
+// Of the others the library takes the beginning for the whole.
+TEST(BitmapPictureTest, AGIFOrTIFFThatEndsTooEarlyIsNoPicture) {
+  const auto gif = kvltest::madeGIF(1);
+  const auto tiff = kvltest::madePixbuf("tiff", 200, 200);
+  for (const std::string_view file : {gif.text(), tiff.text()}) {
+    for (const std::size_t divisor : {2, 3, 5}) {
+      EXPECT_EQ(pictureOf(std::string(file.substr(0, file.size() / divisor))), nullptr) << divisor;
+    }
+  }
 }
 
 TEST(BitmapPictureTest, SidesBeyondTheLimitAreToldAndNotDrawn) {
