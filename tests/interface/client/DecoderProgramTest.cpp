@@ -1,13 +1,21 @@
 #include "platform/interface/client/DecoderProgram.h"
 #include "tests/interface/ImageFolder.h"
+#include "tests/interface/client/FalseDecoding.h"
 #include "tests/support/ProcessFigures.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -48,6 +56,40 @@ TEST(DecoderProgramTest, TheRealOneStartsAndEndsWithItsObject) {
   program.reset();
   EXPECT_FALSE(hasChild());
   EXPECT_EQ(kvltest::descriptorCount(), descriptors);
+}
+
+// Neither descriptors nor the environment, in which there may be secrets.
+TEST(DecoderProgramTest, InheritsNothingOfTheHosts) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe(ends.data()), 0);
+  ASSERT_EQ(setenv("KVL_SECRET", "secret", 1), 0);
+  std::string problem;
+  const auto program = DecoderProgram::start({KVL_FALSE_DECODER}, problem);
+  unsetenv("KVL_SECRET");
+  ASSERT_NE(program, nullptr) << problem;
+  const auto children = kvltest::childrenOf(getpid());
+  ASSERT_EQ(children.size(), 1U);
+  const fs::path folder = "/proc/" + std::to_string(children.front());
+  const auto target = fs::read_symlink("/proc/self/fd/" + std::to_string(ends[0]));
+  for (const auto& entry : fs::directory_iterator(folder / "fd")) {
+    std::error_code gone;
+    EXPECT_NE(fs::read_symlink(entry.path(), gone), target);
+  }
+  std::ifstream file(folder / "environ");
+  const std::string environment{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_NE(environment.find("HOME=/nonexistent"), std::string::npos);
+  EXPECT_EQ(environment.find("KVL_SECRET"), std::string::npos);
+  for (const int end : ends) close(end);
+}
+
+// Where the program's own descriptors are in use, or free, the socket goes to its place.
+TEST(DecoderProgramTest, AHostMayHaveClosedItsStandardInput) {
+  const int kept = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 10);
+  close(STDIN_FILENO);
+  std::string problem;
+  EXPECT_NE(DecoderProgram::start({KVL_FALSE_DECODER}, problem), nullptr) << problem;
+  if (kept >= 0) dup2(kept, STDIN_FILENO);
+  close(kept);
 }
 
 class ProgramFailureTest : public testing::Test {
