@@ -157,6 +157,9 @@ TEST_F(DecoderPoolTest, AHostMayIgnoreAndBlockSignals) {
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   sigaction(SIGCHLD, &usual, nullptr);
+  // Neither concerns the decoder's processes.
+  EXPECT_EQ(log_.lines(), std::vector<std::string>{"image refused: SVG of 9 bytes: the decoder "
+                                                   "ended with signal 15"});
 }
 
 // It has neither the processes nor the threads, and its end must not end what the host uses.
