@@ -27,7 +27,7 @@ using kvl::interface::ImageDecoding;
 using kvl::interface::ImageSource;
 using kvl::interface::PixelSize;
 
-constexpr std::size_t kSample = kSanitized ? 60 : 500;
+constexpr std::size_t kSample = kSanitized ? 60 : 300;
 constexpr std::array<double, 2> kSides{64, 256};
 constexpr double kMostDifference = 0.01;
 constexpr std::size_t kOneOf = 1000;  // may be missing, or look otherwise
