@@ -153,13 +153,25 @@ TEST_F(WorkerTest, TellsWhyThereIsNoImage) {
   EXPECT_EQ(open(1, "none-for-memory"), Outcome::kMemory);
   EXPECT_EQ(open(1, "none-after-error " + std::to_string(ENOMEM)), Outcome::kMemory);
   EXPECT_EQ(open(1, "none-after-error " + std::to_string(EPERM)), Outcome::kNoImage);
-  EXPECT_EQ(open(1, "none"), Outcome::kNoImage) << "each by itself";
   EXPECT_EQ(open(1, "throw-for-memory"), Outcome::kMemory);
   EXPECT_EQ(open(1, "wide 0"), Outcome::kNoImage);
   EXPECT_EQ(open(1, "wide 65535"), Outcome::kDone);
   EXPECT_EQ(open(1, "wide 65536"), Outcome::kTooLarge);
   ASSERT_EQ(open(1, "undrawn"), Outcome::kDone);
   EXPECT_EQ(draw(1), Outcome::kNotDrawn);
+}
+
+TEST_F(WorkerTest, AnImageIsNotJudgedByTheOneBefore) {
+  // All wait, so that nothing comes between the last two.
+  for (const auto& order : {std::string("take 50"), "none-after-error " + std::to_string(ENOMEM),
+                            std::string("none")}) {
+    ASSERT_TRUE(worker().send(openRequest(1, "TELL " + order)));
+  }
+  for (const auto outcome : {Outcome::kDone, Outcome::kMemory, Outcome::kNoImage}) {
+    const auto answered = worker().answer();
+    ASSERT_TRUE(answered);
+    EXPECT_EQ(answered->answer.outcome, outcome);
+  }
 }
 
 TEST_F(WorkerTest, AnImageThatFailsIsForgotten) {
