@@ -3,7 +3,6 @@
 #include "platform/interface/client/DecoderProgram.h"
 #include "platform/interface/protocol/SealedMemory.h"
 
-#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -27,9 +26,6 @@ constexpr std::chrono::seconds kMostProcessorTime{20};
 constexpr std::uint64_t kManyPixels = std::uint64_t{4} << 20;
 // Several threads of the worker may use up what is left sooner.
 constexpr std::chrono::milliseconds kShortestPause{5};
-
-// Icons take less, and being woken costs 40 microseconds.
-constexpr std::chrono::microseconds kLookingAhead{200};
 
 constexpr unsigned kAnswerReadable = 1;
 constexpr unsigned kProcessEnded = 2;
@@ -188,12 +184,9 @@ bool Decoder::send(ImageRequest& request, Span bytes, Descriptor& pixels) {
 }
 
 Decoder::Exchange Decoder::await(const ImageRequest& request, Watch& watch) {
-  static const bool severalProcessors = sysconf(_SC_NPROCESSORS_ONLN) > 1;
-  const auto until = Clock::now() + kLookingAhead;
-  while (severalProcessors && Clock::now() < until) {
-    if (auto exchange = receive(request)) return std::move(*exchange);
-    sched_yield();
-  }
+  std::optional<Exchange> seen;
+  if (shortLook_.sees([&] { return (seen = receive(request)).has_value(); }))
+    return std::move(*seen);
   while (true) {
     const auto readable =
         waitForInput({channel_.descriptor(), process_.get(), watch.nudge}, watch.deadline());

@@ -3,6 +3,7 @@
 
 #include "platform/interface/client/Schedule.h"
 #include "platform/interface/protocol/ImageChannel.h"
+#include "platform/interface/protocol/ShortLook.h"
 
 #include <local/platform/Data.h>
 
@@ -92,6 +93,7 @@ class Decoder {
   ImageChannel channel_;
   Descriptor process_;
   const clockid_t clock_;
+  ShortLook shortLook_;
   Bytes message_;
   std::vector<std::uint64_t> opened_;  // images; the last ones last
   std::uint64_t requests_ = 0;

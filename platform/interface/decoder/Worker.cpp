@@ -4,11 +4,11 @@
 #include "platform/interface/decoder/Status.h"
 #include "platform/interface/protocol/ImageMessage.h"
 #include "platform/interface/protocol/SealedMemory.h"
+#include "platform/interface/protocol/ShortLook.h"
 
 #include <local/platform/Image.h>
 
 #include <poll.h>
-#include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -33,12 +33,7 @@ using interface::ImageRequest;
 using interface::MappedBytes;
 using interface::Outcome;
 using interface::Span;
-using Clock = std::chrono::steady_clock;
 using Packet = ImageChannel::Packet;
-
-// Falling asleep and being woken costs the host 40 microseconds, and whoever has asked for an
-// image's size mostly asks for its pixels next.
-constexpr std::chrono::microseconds kLookingAhead{200};
 
 constexpr std::size_t kMostPictures = 32;
 constexpr std::size_t kMostKeptBytes = std::size_t{32} << 20;
@@ -137,17 +132,18 @@ class Worker {
 
  private:
   ImageChannel::Receipt next(Packet& packet) {
-    const auto until = Clock::now() + (severalProcessors_ ? kLookingAhead : kLookingAhead * 0);
-    while (true) {
-      const auto receipt = channel_.receive(packet, ImageChannel::kMostDescriptors);
-      if (receipt != ImageChannel::Receipt::kNothingYet) return receipt;
-      if (Clock::now() < until) {
-        sched_yield();
-        continue;
-      }
+    auto receipt = ImageChannel::Receipt::kNothingYet;
+    const auto isThere = [&] {
+      receipt = channel_.receive(packet, ImageChannel::kMostDescriptors);
+      return receipt != ImageChannel::Receipt::kNothingYet;
+    };
+    // Whoever has asked for an image's size mostly asks for its pixels next.
+    if (shortLook_.sees(isThere)) return receipt;
+    while (!isThere()) {
       pollfd entry{channel_.descriptor(), POLLIN, 0};
       poll(&entry, 1, -1);
     }
+    return receipt;
   }
 
   // False when the request's descriptors are not as they should be.
@@ -238,7 +234,7 @@ class Worker {
   ImageChannel channel_;
   const Program& program_;
   const MemoryLimit& memory_;
-  const bool severalProcessors_ = sysconf(_SC_NPROCESSORS_ONLN) > 1;
+  interface::ShortLook shortLook_;
   Pictures pictures_;
   std::size_t mapped_ = 0;
   Bytes drawn_;
