@@ -19,12 +19,13 @@ using interface::ImageFormat;
 using namespace std::string_view_literals;
 
 constexpr auto kGIF = "GIF89a\1\0\1\0\x80\0\0\0\0\0\xFF\xFF\xFF,\0\0\0\0\1\0\1\0\0\2\2D\1\0;"sv;
-// The picture within asks for what tells the kind of a file.
+// The pictures within ask for what tells the kind of a file, and for the loader of such.
 constexpr auto kSVG =
     "<svg xmlns='http://www.w3.org/2000/svg' width='8' height='8'><g opacity='.5'>"
     "<path d='M0 0h8v8z' fill='#123'/></g><image width='1' height='1' href='data:image/png;base64,"
     "iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAAAAAA6fptVAAAACklEQVR4nGNgAAAAAgABSK+kcQAAAABJRU5ErkJggg=="
-    "'/></svg>"sv;
+    "'/><image width='1' height='1' href=\"data:image/svg+xml,%3Csvg xmlns='http://www.w3.org/2000/"
+    "svg' width='1' height='1'/%3E\"/></svg>"sv;
 constexpr auto kSVGText =
     "<svg xmlns='http://www.w3.org/2000/svg' width='8' height='8'><text y='8'>A</text></svg>"sv;
 constexpr auto kPDF =
