@@ -124,8 +124,9 @@ class HostileImagesTest : public testing::Test {
         return drawn.empty() ? std::nullopt : std::optional(std::move(drawn));
       });
       if (!bitmap) continue;
-      EXPECT_EQ(bitmap->width, pixels.width) << name;
-      EXPECT_EQ(bitmap->height, pixels.height) << name;
+      // A drawing that takes too much memory may come with fewer pixels.
+      EXPECT_LE(bitmap->width, pixels.width) << name;
+      EXPECT_LE(bitmap->height, pixels.height) << name;
     }
     source->letGo();
   }

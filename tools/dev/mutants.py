@@ -33,7 +33,7 @@ PROGRAMS = {
     "platform/dispatch": ["kvl_dispatch_tests", "kvl_session_tests"],
     "platform/environment": ["kvl_environment_tests"],
     "platform/formatting": ["kvl_formatting_tests"],
-    "platform/interface": ["kvl_image_client_tests", "kvl_interface_tests", "kvl_binding_tests", "kvl_image_tests"],
+    "platform/interface": ["kvl_image_protocol_tests", "kvl_image_client_tests", "kvl_interface_tests", "kvl_binding_tests", "kvl_image_tests"],
     "platform/ipc": ["kvl_ipc_tests"],
     "platform/security": ["kvl_security_tests", "kvl_notary_tests"],
     "platform/serialisation": ["kvl_serialisation_tests"],
