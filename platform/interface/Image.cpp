@@ -126,8 +126,9 @@ void Image::rasterise(const std::shared_ptr<Image>& image, double scale, BitmapH
   if (const auto* const decoded = dynamic_cast<const DecodedImage*>(image.get())) {
     return decoded->rasterise(scale, std::move(handler));
   }
-  workers()->async(
-      [image, scale, handler = std::move(handler)] { handler(image->rasterised(scale)); });
+  workers()->async([image, scale, handler = std::move(handler)] {
+    handler(image ? image->rasterised(scale) : Bitmap());
+  });
 }
 
 }  // namespace kvl

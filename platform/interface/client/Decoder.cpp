@@ -35,6 +35,11 @@ bool isDrawing(ImageFormat format) {
   return format == ImageFormat::kSVG || format == ImageFormat::kPDF;
 }
 
+long processors() {
+  static const long count = std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L);
+  return count;
+}
+
 void drain(int nudge) {
   std::uint64_t count = 0;
   static_cast<void>(!::read(nudge, &count, sizeof count));
@@ -51,7 +56,8 @@ struct Decoder::Watch {
   std::optional<Clock::time_point> again;
   const std::chrono::nanoseconds usedBefore = decoder.processorTime();
   const Clock::time_point wallEnd = Clock::now() + limits.wallTime;
-  Clock::time_point clockLook = Clock::now() + limits.processorTime / 2;
+  // Threads on all processors may use it up so soon.
+  Clock::time_point clockLook = Clock::now() + limits.processorTime / (2 * processors());
 
   [[nodiscard]] Clock::time_point deadline() const {
     return std::min({wallEnd, clockLook, again.value_or(wallEnd)});
@@ -138,6 +144,8 @@ Decoder::Exchange Decoder::exchange(ImageRequest request, Span bytes, const Limi
     exchange = attempt(request, bytes, watch);
   }
   if (exchange.end == End::kAnswered) note(request, exchange.answer);
+  exchange.isAlone = !hasWorkedOnOthers_;
+  exchange.used = std::max(processorTime() - watch.usedBefore, exchange.used);
   return exchange;
 }
 

@@ -49,6 +49,8 @@ class Decoder {
     ImageAnswer answer = {};
     Data pixels = {};
     std::optional<int> waitStatus = {};  // of one that died, when that is known
+    bool isAlone = false;                // no other image can have to do with it
+    std::chrono::nanoseconds used{0};    // of the processor's time
   };
   // Says at some time what is to become of the request, and when to ask again at the latest.
   using Look = std::function<Schedule::Judgement()>;

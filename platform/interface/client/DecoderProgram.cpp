@@ -116,8 +116,12 @@ Descriptor spawn(const std::filesystem::path& file, const Descriptor& socket, in
                       arguments.data(), environment.data());
   if (error != 0) return {};
   Descriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-  if (!handle) error = errno;  // it ends without its socket
-  return handle;
+  if (handle) return handle;
+  error = errno;
+  kill(process, SIGKILL);
+  while (waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  return {};
 }
 
 void reap(const Descriptor& process) {

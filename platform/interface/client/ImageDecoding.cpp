@@ -5,15 +5,14 @@
 #include "platform/core/Threads.h"
 #include "platform/dispatch/Timers.h"
 #include "platform/interface/client/DecoderPool.h"
+#include "platform/interface/client/Refusal.h"
 
 #include <local/platform/Log.h>
 #include <local/platform/Mutex.h>
 
-#include <sys/resource.h>
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <atomic>
+#include <deque>
 #include <limits>
 #include <new>
 #include <string>
@@ -32,7 +31,7 @@ class ImageSource::State {
   std::atomic<bool> isLetGo = false;
   std::atomic<bool> isSlow = false;
   std::atomic<std::size_t> place = 0;  // where it was last
-  // A drawing of as many met a limit.
+  // A drawing of as many met a limit by itself.
   std::atomic<std::uint64_t> tooManyPixels = std::numeric_limits<std::uint64_t>::max();
   Mutex mutex;
   std::weak_ptr<DecoderPool> pool KVL_GUARDED_BY(mutex);  // the one that it was given to last
@@ -59,42 +58,6 @@ constexpr int kMostHalvings = 2;
 
 std::uint64_t pixelCount(PixelSize size) {
   return std::uint64_t{size.width} * size.height;
-}
-
-bool metMemory(const Decoder::Exchange& exchange) {
-  if (exchange.end == End::kAnswered) return exchange.answer.outcome == Outcome::kMemory;
-  const auto status = exchange.waitStatus;
-  return exchange.end == End::kDied && status && WIFEXITED(*status) &&
-         WEXITSTATUS(*status) == kOutOfMemory;
-}
-
-std::string durationText(std::chrono::milliseconds duration) {
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(duration);
-  if (seconds == duration) return format("%@ s", seconds.count());
-  return format("%@ ms", duration.count());
-}
-
-std::string deathReason(std::optional<int> status) {
-  if (status && WIFSIGNALED(*status)) {
-    return format("the decoder ended with signal %@", WTERMSIG(*status));
-  }
-  if (status) return format("the decoder ended with status %@", WEXITSTATUS(*status));
-  return "the decoder ended";
-}
-
-std::string outcomeReason(Outcome outcome) {
-  if (outcome == Outcome::kTooLarge) return "it is too large";
-  if (outcome == Outcome::kNotDrawn) return "it could not be drawn";
-  return "there is no image inside";
-}
-
-// What keeps a memory file from being made.
-std::string fileReason(std::uint64_t size) {
-  rlimit limit{};
-  if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
-    return format("the limit for files of this process is %@ bytes", limit.rlim_cur);
-  }
-  return "no descriptor or memory is left";
 }
 
 void logRefusal(const State& source, std::string_view reason) {
@@ -124,13 +87,33 @@ class NextSize {
     }
     last_ = byteCountOf(drawn) <= kInlineBytes ? drawn : PixelSize{};
   }
+  // Keeps what was drawn of the image until it is asked for, or many others have come.
+  void keep(const std::shared_ptr<State>& source, Bitmap bitmap) {
+    setReady(*source, std::move(bitmap));
+    std::shared_ptr<State> oldest;
+    {
+      const MutexLock lock(mutex_);
+      ready_.push_back(source);
+      if (ready_.size() <= kMostReady) return;
+      oldest = ready_.front().lock();
+      ready_.pop_front();
+    }
+    if (oldest) setReady(*oldest, {});
+  }
 
  private:
+  static void setReady(State& source, Bitmap bitmap) {
+    const MutexLock lock(source.mutex);
+    source.ready = std::move(bitmap);
+  }
+
   static constexpr int kEnough = 2;
   static constexpr int kMost = 3;
+  static constexpr std::size_t kMostReady = 64;
   mutable Mutex mutex_;
   PixelSize last_ KVL_GUARDED_BY(mutex_);
   int trust_ KVL_GUARDED_BY(mutex_) = kEnough;
+  std::deque<std::weak_ptr<State>> ready_ KVL_GUARDED_BY(mutex_);  // the last ones last
 };
 
 }  // namespace
@@ -151,14 +134,16 @@ class ImageJob final : public DecoderJob {
       if (const auto isDone = openAndDraw(place)) return *isDone;
     }
     auto size = drawing_;
+    auto left = limits_;
     for (int halvings = 0;; ++halvings) {
-      auto exchange = ask(place, size);
+      auto exchange = ask(place, size, left);
       if (!exchange) return true;
       if (exchange->end == End::kPutOff) return false;
-      const bool mayComeSmaller =
-          size && pixelCount(*size) > kFewPixels && halvings < kMostHalvings;
+      const bool mayComeSmaller = size && pixelCount(*size) > kFewPixels &&
+                                  halvings < kMostHalvings && exchange->used < left.processorTime;
       if (!metMemory(*exchange) || !mayComeSmaller) return take(std::move(*exchange), size), true;
       size = PixelSize{(size->width + 1) / 2, (size->height + 1) / 2};
+      left.processorTime -= std::chrono::ceil<std::chrono::milliseconds>(exchange->used);
     }
   }
   void deliver() override {
@@ -177,12 +162,13 @@ class ImageJob final : public DecoderJob {
 
  private:
   [[nodiscard]] std::optional<Decoder::Exchange> ask(DecoderPlace& place,
-                                                     std::optional<PixelSize> size) const {
+                                                     std::optional<PixelSize> size,
+                                                     const Decoder::Limits& limits) const {
     ImageRequest request;
     request.image = source_->number;
     request.format = source_->format;
     request.drawing = size;
-    return place.exchange(request, source_->bytes.bytes(), limits_);
+    return place.exchange(request, source_->bytes.bytes(), limits);
   }
 
   // As `drive`. None when it is to be opened only: there is no guess, or it could not be drawn.
@@ -193,21 +179,21 @@ class ImageJob final : public DecoderJob {
     }
     const auto size = nextSize_->guess();
     if (!size || source_->bytes.size() > kInlineBytes) return std::nullopt;
-    auto exchange = ask(place, size);
+    auto exchange = ask(place, size, limits_);
     if (!exchange) return true;
     if (exchange->end == End::kPutOff) return false;
     if (mayOpenAlone(*exchange)) return std::nullopt;
     take(std::move(*exchange), size);
-    const MutexLock lock(source_->mutex);
-    source_->ready = std::exchange(bitmap, {});
+    if (!bitmap.empty()) nextSize_->keep(source_, std::exchange(bitmap, {}));
     return true;
   }
 
+  // What fails may have been the drawing.
   static bool mayOpenAlone(const Decoder::Exchange& exchange) {
-    if (exchange.end == End::kDied || exchange.end == End::kWrong) return true;
+    if (exchange.end == End::kLetGo || exchange.end == End::kNotSent) return false;
     const auto outcome = exchange.answer.outcome;
-    return exchange.end == End::kAnswered &&
-           (outcome == Outcome::kNotDrawn || outcome == Outcome::kMemory);
+    return exchange.end != End::kAnswered || outcome == Outcome::kNotDrawn ||
+           outcome == Outcome::kMemory;
   }
 
   void take(Decoder::Exchange exchange, std::optional<PixelSize> size) {
@@ -220,29 +206,10 @@ class ImageJob final : public DecoderJob {
   }
 
   void refuse(const Decoder::Exchange& exchange) {
-    const bool isLimit = exchange.end == End::kProcessorTime || exchange.end == End::kNoProgress ||
-                         exchange.end == End::kDied || metMemory(exchange);
-    if (isLimit && drawing_) source_->tooManyPixels = pixelCount(*drawing_);
-    logRefusal(*source_, reason(exchange));
-  }
-
-  [[nodiscard]] std::string reason(const Decoder::Exchange& exchange) const {
-    if (metMemory(exchange)) return "it takes too much memory";
-    switch (exchange.end) {
-      case End::kProcessorTime:
-        return format("more than %@ of processor time", durationText(limits_.processorTime));
-      case End::kNoProgress:
-        return format("no end within %@", durationText(limits_.wallTime));
-      case End::kDied:
-        return deathReason(exchange.waitStatus);
-      case End::kNotSent:
-        return fileReason(std::max<std::uint64_t>(source_->bytes.size(),
-                                                  drawing_ ? pixelCount(*drawing_) * 4 : 0));
-      case End::kAnswered:
-        return outcomeReason(exchange.answer.outcome);
-      default:
-        return "the decoder answered wrongly";
-    }
+    if (metLimit(exchange) && drawing_) source_->tooManyPixels = pixelCount(*drawing_);
+    const auto longest =
+        std::max<std::uint64_t>(source_->bytes.size(), drawing_ ? pixelCount(*drawing_) * 4 : 0);
+    logRefusal(*source_, refusalReason(exchange, limits_, longest));
   }
 
   const std::shared_ptr<State> source_;
@@ -325,10 +292,12 @@ class ImageDecoding::Implementation {
     return false;
   }
 
-  // What met a limit has been logged.
   static bool isDrawable(const State& source, PixelSize size) {
     const auto count = pixelCount(size);
-    return count > 0 && count <= kMaximumBitmapPixels && count < source.tooManyPixels;
+    if (count == 0 || count > kMaximumBitmapPixels) return false;
+    if (count < source.tooManyPixels) return true;
+    logRefusal(source, "a drawing of as few pixels met a limit before");
+    return false;
   }
 
   static std::shared_ptr<DecoderPool> makePool(Options options,

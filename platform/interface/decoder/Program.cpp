@@ -76,17 +76,18 @@ class Birth {
   [[nodiscard]] bool knowsSize() const { return MemoryLimit::sizeNow(size_).has_value(); }
 
   // In the worker's process.
-  [[noreturn]] void work(Descriptor socket, std::uint64_t number) const {
+  [[noreturn]] void work(Descriptor socket, std::uint64_t number, bool isFiltered) const {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != parent_) _exit(kNoHost);
     const MemoryLimit memory(MemoryLimit::sizeNow(size_).value_or(0));
     // Nothing of what the parent has open, the socket of the other worker above all.
     if (dup3(socket.release(), kSocket, O_CLOEXEC) < 0) _exit(kNoHost);
-    close_range(kSocket + 1, ~0U, 0);
+    if (close_range(kSocket + 1, ~0U, 0) != 0) _exit(kNoHost);
     ImageChannel channel{Descriptor(kSocket)};
     Descriptor self(processDescriptor(getpid()));
     memory.begin();
-    static_cast<void>(SystemCallFilter::forWorker(program_.denied).apply());
+    const bool isFilteredFurther = SystemCallFilter::forWorker(program_.denied).apply();
+    if (isFiltered && !isFilteredFurther) _exit(kNotConfined);
     _exit(serve(std::move(channel), std::move(self), number, program_, memory));
   }
 
@@ -111,14 +112,15 @@ int run(const Program& program) {
   auto hello = confine(program);
   if (!birth.knowsSize()) hello.lacks |= interface::kNoLimits;
 
+  const bool isFiltered = (hello.lacks & interface::kNoSystemCallFilter) == 0;
   ImageChannel control{Descriptor(kSocket)};
   Bytes message;
   write(hello, message);
   if (!control.send(message)) return kNoHost;
   return Supervisor(
              std::move(control), std::move(host),
-             [&birth](Descriptor socket, std::uint64_t number) {
-               birth.work(std::move(socket), number);
+             [&birth, isFiltered](Descriptor socket, std::uint64_t number) {
+               birth.work(std::move(socket), number, isFiltered);
              },
              program.warmText)
       .run();

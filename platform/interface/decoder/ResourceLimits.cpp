@@ -25,7 +25,7 @@ using interface::Descriptor;
 constexpr std::size_t kMostMapped =
     kMaximumImageBytes + kMaximumBitmapPixels * 4 + (std::size_t{32} << 20);
 // Of a worker's life: behind the two seconds of an image, which the host measures.
-constexpr rlim_t kProcessorSeconds = 60;
+constexpr rlim_t kProcessorSeconds = 25;
 constexpr rlim_t kMostDescriptors = 32;
 // Above what anything else on a desktop has.
 constexpr std::string_view kFirstToGo = "800";

@@ -107,6 +107,13 @@ TEST(HostTest, WithoutProcessesThereIsNoImageAndOneLine) {
   EXPECT_EQ(host.wait(), 0);
 }
 
+TEST(HostTest, WithoutHandlesOfProcessesNoneIsLeft) {
+  Host host(KVL_FALSE_DECODER, "without-handles");
+  EXPECT_EQ(host.line(), "no images: Operation not permitted");
+  EXPECT_EQ(host.line(), "0 children");
+  EXPECT_EQ(host.wait(), 0);
+}
+
 TEST(HostTest, WhatTheSystemLacksIsSaidOnce) {
   const kvltest::ImageFolder folder;
   const auto program = folder.path() / "lacks";

@@ -103,6 +103,20 @@ TEST_F(ImageExchangeTest, WhatWasDrawnWhenItWasOpenedNeedsNoDecoder) {
   EXPECT_EQ(kvltest::workers().size(), 1U);
 }
 
+TEST_F(ImageExchangeTest, OfManyThatAreNotDrawnOnlyTheLastOnesAreKept) {
+  expectTheNextOneIsWell();
+  std::vector<kvltest::SourcePtr> sources;
+  for (int i = 0; i < 65; ++i) {
+    sources.push_back(sourceOf("honest"));
+    EXPECT_EQ(decoding_->open(sources.back()), kFalseSize);
+  }
+  endProgram();
+  EXPECT_FALSE(decoding_->draw(sources.at(1), {4, 4}).empty());
+  EXPECT_EQ(kvltest::workers(), std::vector<pid_t>());
+  EXPECT_FALSE(decoding_->draw(sources.at(0), {4, 4}).empty());
+  EXPECT_EQ(kvltest::workers().size(), 1U);
+}
+
 TEST_F(ImageExchangeTest, AnotherSizeThanExpectedIsDrawnAsAsked) {
   expectTheNextOneIsWell();
   const auto source = sourceOf("honest");
@@ -144,6 +158,13 @@ TEST_F(ImageExchangeTest, WhatCannotBeDrawnIsOpenedAllTheSame) {
     EXPECT_NE(refusal(order), "");
   }
   EXPECT_EQ(refusalOf(orderOf("outcome", Outcome::kNoImage)), "there is no image inside");
+}
+
+TEST_F(ImageExchangeTest, WhatTakesTooLongToBeDrawnIsOpenedAllTheSame) {
+  useShortLimits();
+  expectTheNextOneIsWell();
+  EXPECT_EQ(decoding_->open(sourceOf("draw-spin")), kFalseSize);
+  EXPECT_EQ(log_.lines(), std::vector<std::string>());
 }
 
 TEST_F(ImageExchangeTest, BytesOfAnyLengthArrive) {
@@ -291,9 +312,10 @@ TEST_F(ImageExchangeTest, WhatMetALimitIsNotDrawnAgainAtThatSize) {
   EXPECT_EQ(decoding_->open(source), kFalseSize);
   EXPECT_TRUE(decoding_->draw(source, {20, 10}).empty());
   EXPECT_EQ(refusal(order), "more than 60 ms of processor time");
-  EXPECT_TRUE(decoding_->draw(source, {20, 10}).empty());
-  EXPECT_TRUE(decoding_->draw(source, {21, 10}).empty());
-  EXPECT_EQ(log_.lines(), std::vector<std::string>());  // it has been said
+  for (const PixelSize size : {PixelSize{20, 10}, PixelSize{21, 10}}) {
+    EXPECT_TRUE(decoding_->draw(source, size).empty());
+    EXPECT_EQ(refusal(order), "a drawing of as few pixels met a limit before");
+  }
   EXPECT_TRUE(decoding_->draw(source, {19, 10}).empty());
   EXPECT_EQ(refusal(order), "more than 60 ms of processor time");
 }

@@ -6,9 +6,11 @@
 
 #include <local/platform/Log.h>
 
+#include <seccomp.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -35,6 +37,24 @@ int withoutProcesses(const char* program) {
     if (decoding.open(sourceOf("honest"))) return EXIT_FAILURE;
   }
   std::cout << "ended" << std::endl;
+  _exit(EXIT_SUCCESS);
+}
+
+// Where a child cannot be seen through a descriptor, as in some sandboxes.
+int withoutHandles(const char* program) {
+  const scmp_filter_ctx rules = seccomp_init(SCMP_ACT_ALLOW);
+  if (seccomp_rule_add(rules, SCMP_ACT_ERRNO(EPERM), SCMP_SYS(pidfd_open), 0) != 0) {
+    return EXIT_FAILURE;
+  }
+  if (seccomp_load(rules) != 0) return EXIT_FAILURE;
+  seccomp_release(rules);
+  auto options = kvltest::falseOptions(program);
+  options.retry = std::chrono::milliseconds(0);
+  auto& decoding = *new kvltest::ImageDecoding(options);
+  for (int i = 0; i < 3; ++i) {
+    if (decoding.open(sourceOf("honest"))) return EXIT_FAILURE;
+  }
+  std::cout << kvltest::childrenOf(getpid()).size() << " children" << std::endl;
   _exit(EXIT_SUCCESS);
 }
 
@@ -88,6 +108,7 @@ int main(int count, char** arguments) {
   const std::string_view how = arguments[2];
   kvl::setLogSink([](std::string_view line) { std::cout << line << std::endl; });
   if (how == "without-processes") return withoutProcesses(arguments[1]);
+  if (how == "without-handles") return withoutHandles(arguments[1]);
   if (how == "lacks") return withLacks(arguments[1]);
   auto& images = *new Images(arguments[1]);
   static Late late;

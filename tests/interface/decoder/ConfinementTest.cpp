@@ -103,7 +103,7 @@ TEST_F(ConfinementTest, TheKernelSaysTheSame) {
   EXPECT_EQ(saidOf(process, "limits", "Max open files"), "32 32");
   EXPECT_EQ(saidOf(process, "limits", "Max file size"), "0 0");
   EXPECT_EQ(saidOf(process, "limits", "Max core file size"), "0 0");
-  EXPECT_EQ(saidOf(process, "limits", "Max cpu time"), "60 60");
+  EXPECT_EQ(saidOf(process, "limits", "Max cpu time"), "25 25");
   EXPECT_EQ(saidOf(process, "oom_score_adj", ""), "800");
   for (const auto* sets : {"CapPrm:", "CapEff:", "CapInh:"}) {
     EXPECT_EQ(saidOf(process, "status", sets), "0000000000000000") << sets;
