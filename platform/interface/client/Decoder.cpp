@@ -90,7 +90,7 @@ std::unique_ptr<Decoder> Decoder::ready(Descriptor socket, std::uint64_t number,
     return nullptr;
   }
   if (const auto ended = readEnded(packet.message)) {
-    problem = {"the decoder has ended", ended->error != 0};
+    problem = {"the decoder has ended", ended->error != 0, ended->error == 0};
     if (problem.isTheSystems) problem.text = std::system_category().message(ended->error);
     return nullptr;
   }

@@ -22,6 +22,7 @@ namespace kvl::interface {
 struct DecoderProblem {
   std::string text;
   bool isTheSystems = false;  // the program is well
+  bool isTheWorkers = false;  // likewise: it has ended, and another one may be had
 };
 
 // Nothing that the worker says is trusted. Whatever is not as it should be, the worker is not used

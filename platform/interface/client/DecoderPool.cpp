@@ -6,10 +6,13 @@
 
 #include <local/platform/Log.h>
 
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
+#include <new>
 #include <utility>
 
 namespace kvl::interface {
@@ -54,6 +57,20 @@ bool mayBeAnothersFault(const Decoder::Exchange& exchange) {
          exchange.end == End::kAnswered;
 }
 
+// Whether the thread may be cancelled, which would end it in whatever it waits for or closes, and
+// the process with it where that is a destructor.
+class CancelState {
+ public:
+  explicit CancelState(int state) { pthread_setcancelstate(state, &before_); }
+  ~CancelState() { pthread_setcancelstate(before_, nullptr); }
+  CancelState(const CancelState&) = delete;
+  CancelState& operator=(const CancelState&) = delete;
+  [[nodiscard]] int before() const noexcept { return before_; }
+
+ private:
+  int before_ = PTHREAD_CANCEL_ENABLE;
+};
+
 }  // namespace
 
 // What goes wrong at a decoder that has worked on other images may be the fault of one of them. A
@@ -65,88 +82,118 @@ std::optional<Decoder::Exchange> DecoderPlace::exchange(const ImageRequest& requ
     DecoderPool::discard(site);
   }
   while (true) {
-    if (!site.decoder && !pool_.fill(site, ticket_)) return std::nullopt;
-    auto exchange = site.decoder->exchange(request, bytes, limits, nudge_, site.shareEnd,
-                                           [this] { return pool_.judge(ticket_); });
+    const bool isFirst = !std::exchange(hasBegun_, true);
+    if (!site.decoder) {
+      if (!pool_.fill(site)) return std::nullopt;
+      if (isFirst) pool_.renewShare(site, ticket_);
+    }
+    // Should nobody wait for the answer, it would be taken for the next one's.
+    auto decoder = std::move(site.decoder);
+    auto exchange = decoder->exchange(request, bytes, limits, nudge_, site.shareEnd,
+                                      [this] { return pool_.judge(ticket_); });
+    const bool isOver = !mayBeAnothersFault(exchange) || !decoder->hasWorkedOnOthers();
+    site.decoder = std::move(decoder);
     if (isFine(exchange)) return exchange;
-    const bool isOver = !mayBeAnothersFault(exchange) || !site.decoder->hasWorkedOnOthers();
     DecoderPool::discard(site);
     if (isOver) return exchange;
   }
 }
 
+// Gives back what the turn has, whichever way the thread leaves: a place that stays taken is lost
+// for good.
+class DecoderPool::Leaving {
+ public:
+  Leaving(DecoderPool& pool, const TurnPtr& turn) : pool_(pool), turn_(turn) {}
+  ~Leaving() { pool_.begin(pool_.release(turn_, true)); }
+  Leaving(const Leaving&) = delete;
+  Leaving& operator=(const Leaving&) = delete;
+
+ private:
+  DecoderPool& pool_;
+  const TurnPtr& turn_;
+};
+
 bool DecoderPool::run(DecoderJob& job) {
+  const CancelState uncancelled(PTHREAD_CANCEL_DISABLE);
   const auto turn = std::make_shared<Turn>(job);
-  Turns begun;
+  const Leaving leaving(*this, turn);
   {
     const MutexLock lock(mutex_);
-    if (!add(turn, begun)) return false;
+    if (isStopped_) return false;
+    static_cast<void>(add(turn));
   }
-  begin(std::move(begun));
-  while (true) {
-    {
-      MutexLock lock(mutex_);
-      while (!turn->place && !turn->isLetGo && !isStopped_) turn->changed.wait(lock);
-      if (!turn->place) {
-        static_cast<void>(schedule_.letGo(turn->ticket));
-        turns_.erase(turn->ticket);
-        return false;
-      }
-    }
-    const bool isDone = drive(turn);
-    begin(release(turn, isDone));
-    if (isDone) return true;
+  while (waitForPlace(*turn, uncancelled.before())) {
+    if (drive(turn)) return true;
+    begin(release(turn, false));
   }
+  return false;
+}
+
+bool DecoderPool::waitForPlace(Turn& turn, int cancelState) {
+  MutexLock lock(mutex_);
+  while (!turn.place && !turn.isLetGo && !isStopped_) {
+    const CancelState asBefore(cancelState);
+    turn.changed.wait(lock);
+  }
+  return turn.place.has_value();
 }
 
 void DecoderPool::post(std::shared_ptr<DecoderJob> job) {
   const auto turn = std::make_shared<Turn>(*job);
   turn->posted = std::move(job);
-  Turns begun;
+  TurnPtr begun;
   {
     const MutexLock lock(mutex_);
-    if (!add(turn, begun)) return;
+    if (isStopped_) return;
+    begun = add(turn);
   }
   begin(std::move(begun));
 }
 
-bool DecoderPool::add(const TurnPtr& turn, Turns& begun) {
-  if (isStopped_) return false;
+DecoderPool::TurnPtr DecoderPool::add(const TurnPtr& turn) {
   const auto& job = turn->job;
   turn->ticket = schedule_.add(job.isSlow(), job.favouredPlace());
-  turns_.emplace(turn->ticket, turn);
-  grant(begun);
-  if (turn->place) return true;
+  try {
+    turns_.emplace(turn->ticket, turn);
+  } catch (...) {
+    static_cast<void>(schedule_.letGo(turn->ticket));
+    throw;
+  }
+  auto begun = grant();
+  if (turn->place) return begun;
   const auto now = Clock::now();
   for (std::size_t place = 0; place < Schedule::kPlaces; ++place) {
     if (schedule_.isOverdue(place, now)) nudge(place);
   }
-  return true;
+  return begun;
 }
 
-void DecoderPool::grant(Turns& begun) {
-  while (!isStopped_) {
-    const auto now = Clock::now();
-    const auto granted = schedule_.grant(now);
-    if (!granted) return;
-    auto& nudge = nudges_.at(granted->place);
-    if (!nudge) nudge = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    const auto& turn = turns_.at(granted->ticket);
-    turn->place = granted->place;
-    turn->nudge = nudge.get();
-    sites_.at(granted->place).shareEnd = now + options_.share;
-    if (turn->posted) {
-      begun.push_back(turn);
-    } else {
-      turn->changed.notifyOne();
+// No place stays free while somebody waits: when one comes or a place becomes free, there is one at
+// most that begins.
+DecoderPool::TurnPtr DecoderPool::grant() {
+  if (isStopped_) return nullptr;
+  const auto now = Clock::now();
+  const auto granted = schedule_.grant(now);
+  if (!granted) return nullptr;
+  auto& nudge = nudges_.at(granted->place);
+  if (!nudge) nudge = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  const auto& turn = turns_.at(granted->ticket);
+  turn->place = granted->place;
+  turn->nudge = nudge.get();
+  sites_.at(granted->place).shareEnd = now + options_.share;
+  if (turn->posted) return turn;
+  turn->changed.notifyOne();
+  return nullptr;
+}
+
+// One that the queue has no memory for is lost.
+void DecoderPool::begin(TurnPtr turn) noexcept {
+  while (turn) {
+    try {
+      return options_.queue->async([self = shared_from_this(), turn] { self->serve(turn); });
+    } catch (const std::bad_alloc&) {
+      turn = release(turn, true);
     }
-  }
-}
-
-void DecoderPool::begin(Turns begun) {
-  for (auto& turn : begun) {
-    options_.queue->async(
-        [self = shared_from_this(), turn = std::move(turn)]() mutable { self->serve(turn); });
   }
 }
 
@@ -154,16 +201,18 @@ void DecoderPool::begin(Turns begun) {
 // take its time, gets a thread of its own then.
 void DecoderPool::serve(TurnPtr turn) {
   while (turn) {
-    const bool isDone = drive(turn);
-    auto begun = release(turn, isDone);
-    TurnPtr next;
-    if (!begun.empty()) {
-      next = std::move(begun.back());
-      begun.pop_back();
-    }
-    begin(std::move(begun));
+    const bool isDone = driveOrLose(turn);
+    auto next = release(turn, isDone);
     if (isDone) deliver(turn, next != nullptr);
     turn = std::move(next);
+  }
+}
+
+bool DecoderPool::driveOrLose(const TurnPtr& turn) {
+  try {
+    return drive(turn);
+  } catch (const std::exception&) {
+    return true;
   }
 }
 
@@ -176,8 +225,11 @@ void DecoderPool::deliver(const TurnPtr& turn, bool elsewhere) {
     const core::ThreadWork work;
     job->deliver();
   };
-  if (elsewhere) return options_.queue->async(std::move(block));
-  block();
+  if (!elsewhere) return block();
+  try {
+    options_.queue->async(std::move(block));
+  } catch (const std::bad_alloc&) {  // it is lost, and the next one has its turn
+  }
 }
 
 bool DecoderPool::drive(const TurnPtr& turn) {
@@ -190,20 +242,22 @@ bool DecoderPool::drive(const TurnPtr& turn) {
   return turn->job.drive(*place);
 }
 
-DecoderPool::Turns DecoderPool::release(const TurnPtr& turn, bool isDone) {
-  Turns begun;
+// Also of one that has no place.
+DecoderPool::TurnPtr DecoderPool::release(const TurnPtr& turn, bool isDone) noexcept {
+  TurnPtr begun;
   {
     const MutexLock lock(mutex_);
     const auto now = Clock::now();
     turn->place.reset();
     if (isDone) {
       if (schedule_.finish(turn->ticket, now)) turn->job.noteSlow();
+      static_cast<void>(schedule_.letGo(turn->ticket));
       turns_.erase(turn->ticket);
     } else {
       schedule_.putOff(turn->ticket);
     }
     lastUse_ = now;
-    grant(begun);
+    begun = grant();
   }
   watchIdleness();
   return begun;
@@ -245,17 +299,21 @@ void DecoderPool::stop() noexcept {
   for (std::size_t place = 0; place < Schedule::kPlaces; ++place) nudge(place);
 }
 
-bool DecoderPool::fill(Site& site, Schedule::Ticket ticket) {
+bool DecoderPool::fill(Site& site) {
   if (site.ending) {
     static_cast<void>(waitForInput({site.ending.get()}, Clock::now() + kLongestDeath));
     site.ending = {};
   }
   site.decoder = takeDecoder();
+  return site.decoder != nullptr;
+}
+
+// Of a turn whose decoder had to be started, which is not its image's fault.
+void DecoderPool::renewShare(Site& site, Schedule::Ticket ticket) {
   const auto now = Clock::now();
   site.shareEnd = now + options_.share;
   const MutexLock lock(mutex_);
   schedule_.restart(ticket, now);
-  return site.decoder != nullptr;
 }
 
 void DecoderPool::discard(Site& site) {
@@ -279,8 +337,10 @@ std::unique_ptr<Decoder> DecoderPool::makeDecoder() {
   }
   DecoderProblem problem;
   auto decoder = askForDecoder(problem);
-  // It may have been ended by somebody else since it was used last.
-  if (!decoder && wasRunning && !program_) decoder = askForDecoder(problem);
+  // It, or the worker that it bore, may have been ended by somebody else.
+  if (!decoder && (problem.isTheWorkers || (wasRunning && !program_))) {
+    decoder = askForDecoder(problem);
+  }
   failed_ = decoder ? std::nullopt : std::optional(Clock::now());
   const bool isKnown = std::exchange(isFailureKnown_, decoder == nullptr);
   if (!decoder && !isKnown) log("no images: %@", problem.text);
@@ -288,6 +348,7 @@ std::unique_ptr<Decoder> DecoderPool::makeDecoder() {
 }
 
 std::unique_ptr<Decoder> DecoderPool::askForDecoder(DecoderProblem& problem) {
+  problem = {};
   if (!program_) {
     const auto& places = options_.places;
     program_ = DecoderProgram::start(places.empty() ? decoderPlaces() : places, problem.text);
@@ -299,31 +360,39 @@ std::unique_ptr<Decoder> DecoderPool::askForDecoder(DecoderProblem& problem) {
   auto socket = program_->startWorker(number, problem.text);
   if (socket) {
     auto decoder = Decoder::ready(std::move(*socket), number, program_->process(), problem);
-    if (decoder || problem.isTheSystems) return decoder;
+    if (decoder || problem.isTheSystems || problem.isTheWorkers) return decoder;
   }
   program_.reset();
   isProgramRunning_ = false;
   return nullptr;
 }
 
+// Each block that waits for the program would take a thread.
 void DecoderPool::prepare() {
-  if (isProgramRunning_) return;
-  options_.queue->async([self = shared_from_this()] {
-    {
-      const MutexLock lock(self->control_);
-      if (self->program_) return;
-      self->spare_ = self->makeDecoder();
-    }
-    {
-      const MutexLock lock(self->mutex_);
-      self->lastUse_ = Clock::now();
-    }
-    self->watchIdleness();
-  });
+  if (isProgramRunning_ || isPreparing_.exchange(true)) return;
+  try {
+    options_.queue->async([self = shared_from_this()] { self->prepareNow(); });
+  } catch (const std::bad_alloc&) {
+    isPreparing_ = false;
+  }
+}
+
+void DecoderPool::prepareNow() {
+  try {
+    const MutexLock lock(control_);
+    if (!program_) spare_ = makeDecoder();
+  } catch (const std::exception&) {  // the first image tries again
+  }
+  isPreparing_ = false;
+  {
+    const MutexLock lock(mutex_);
+    lastUse_ = Clock::now();
+  }
+  watchIdleness();
 }
 
 // One timer, however often the decoders are used meanwhile.
-void DecoderPool::watchIdleness() {
+void DecoderPool::watchIdleness() noexcept {
   {
     const MutexLock lock(mutex_);
     if (isStopped_ || !isProgramRunning_ || std::exchange(isWatched_, true)) return;
@@ -331,10 +400,15 @@ void DecoderPool::watchIdleness() {
   lookLater(options_.idle);
 }
 
-void DecoderPool::lookLater(std::chrono::nanoseconds delay) {
-  options_.later(delay, [pool = weak_from_this()] {
-    if (const auto self = pool.lock()) self->lookWhetherIdle();
-  });
+void DecoderPool::lookLater(std::chrono::nanoseconds delay) noexcept {
+  try {
+    options_.later(delay, [pool = weak_from_this()] {
+      if (const auto self = pool.lock()) self->lookWhetherIdle();
+    });
+  } catch (const std::bad_alloc&) {
+    const MutexLock lock(mutex_);
+    isWatched_ = false;  // the next use sees to it
+  }
 }
 
 void DecoderPool::lookWhetherIdle() {

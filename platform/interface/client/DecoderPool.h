@@ -43,6 +43,7 @@ class DecoderPlace {
   const std::size_t number_;
   const Schedule::Ticket ticket_;
   const int nudge_;
+  bool hasBegun_ = false;
 };
 
 // Work that takes a place.
@@ -53,7 +54,8 @@ class DecoderJob {
   DecoderJob(const DecoderJob&) = delete;
   DecoderJob& operator=(const DecoderJob&) = delete;
 
-  // False when it was put off: then it is called again later.
+  // False when it was put off: then it is called again later. What it throws leaves `run`; one that
+  // was posted counts as done.
   [[nodiscard]] virtual bool drive(DecoderPlace& place) = 0;
   // Of one that was posted, once `drive` is through; no place is taken and no lock held.
   virtual void deliver() {}
@@ -86,13 +88,14 @@ class DecoderPool : public std::enable_shared_from_this<DecoderPool> {
 
   [[nodiscard]] bool isAtHome() const noexcept { return home_.isThisProcess(); }
 
-  // Waits for a place and drives the job. False when it was let go, or stopped, before its end.
+  // Waits for a place and drives the job. False when it was let go, or stopped, before its end. A
+  // thread may be cancelled while it waits for a place.
   [[nodiscard]] bool run(DecoderJob& job);
   // Drives the job on the queue and delivers it there; forgets it when it is let go.
   void post(std::shared_ptr<DecoderJob> job);
   // Forgets the owner's jobs. Never waits.
   void letGo(const void* owner) noexcept;
-  // Starts the program on the queue, unless it runs.
+  // Starts the program on the queue, unless it runs or is about to.
   void prepare();
   // Nothing is begun any more, and what is under way ends soon. Never waits.
   void stop() noexcept;
@@ -114,7 +117,7 @@ class DecoderPool : public std::enable_shared_from_this<DecoderPool> {
     Condition changed;
   };
   using TurnPtr = std::shared_ptr<Turn>;
-  using Turns = std::vector<TurnPtr>;
+  class Leaving;
 
   // What is at a place, for whoever has it.
   struct Site {
@@ -123,26 +126,30 @@ class DecoderPool : public std::enable_shared_from_this<DecoderPool> {
     Schedule::Clock::time_point shareEnd;
   };
 
-  [[nodiscard]] bool add(const TurnPtr& turn, Turns& begun) KVL_REQUIRES(mutex_);
-  // Those of `begun` are to be served on the queue.
-  void grant(Turns& begun) KVL_REQUIRES(mutex_);
-  void begin(Turns begun);
+  // What `grant` returns is to be served on the queue.
+  [[nodiscard]] TurnPtr add(const TurnPtr& turn) KVL_REQUIRES(mutex_);
+  [[nodiscard]] TurnPtr grant() KVL_REQUIRES(mutex_);
+  void begin(TurnPtr turn) noexcept;
+  [[nodiscard]] bool waitForPlace(Turn& turn, int cancelState);
   void serve(TurnPtr turn);
+  [[nodiscard]] bool driveOrLose(const TurnPtr& turn);
   void deliver(const TurnPtr& turn, bool elsewhere);
   [[nodiscard]] bool drive(const TurnPtr& turn);
-  [[nodiscard]] Turns release(const TurnPtr& turn, bool isDone);
+  [[nodiscard]] TurnPtr release(const TurnPtr& turn, bool isDone) noexcept;
   void nudge(std::size_t place) KVL_REQUIRES(mutex_);
   [[nodiscard]] Schedule::Judgement judge(Schedule::Ticket ticket);
 
-  [[nodiscard]] bool fill(Site& site, Schedule::Ticket ticket);
+  [[nodiscard]] bool fill(Site& site);
+  void renewShare(Site& site, Schedule::Ticket ticket);
   static void discard(Site& site);
   [[nodiscard]] std::unique_ptr<Decoder> takeDecoder();
   [[nodiscard]] std::unique_ptr<Decoder> makeDecoder() KVL_REQUIRES(control_);
   [[nodiscard]] std::unique_ptr<Decoder> askForDecoder(DecoderProblem& problem)
       KVL_REQUIRES(control_);
 
-  void watchIdleness();
-  void lookLater(std::chrono::nanoseconds delay);
+  void prepareNow();
+  void watchIdleness() noexcept;
+  void lookLater(std::chrono::nanoseconds delay) noexcept;
   void lookWhetherIdle();
 
   const Options options_;
@@ -157,6 +164,7 @@ class DecoderPool : public std::enable_shared_from_this<DecoderPool> {
   std::optional<Schedule::Clock::time_point> failed_ KVL_GUARDED_BY(control_);
   bool isFailureKnown_ KVL_GUARDED_BY(control_) = false;
   std::atomic<bool> isProgramRunning_ = false;
+  std::atomic<bool> isPreparing_ = false;
 
   Mutex mutex_;
   Schedule schedule_ KVL_GUARDED_BY(mutex_);

@@ -1,6 +1,7 @@
 #include "platform/interface/client/Schedule.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kvl::interface {
 
@@ -19,22 +20,22 @@ Schedule::Waiting* Schedule::nextList() {
   return !quick_.empty() && isQuickFirst ? &quick_ : &slow_;
 }
 
-std::optional<Schedule::Grant> Schedule::grant(Clock::time_point now) {
+std::optional<Schedule::Grant> Schedule::grant(Clock::time_point now) noexcept {
   Waiting* const list = nextList();
   if (list == nullptr) return std::nullopt;
-  const auto [ticket, favoured] = *list->begin();
-  list->erase(list->begin());
-  std::size_t place = favoured;
+  auto entry = list->extract(list->begin());
+  const auto ticket = entry.key();
+  std::size_t place = entry.mapped();
   if (place >= kPlaces || places_[place]) place = places_[0] ? 1 : 0;
   const bool isSlow = list == &slow_;
-  places_[place] = Running{ticket, favoured, now, isSlow, false};
+  places_[place] = Running{std::move(entry), now, isSlow, false};
   if (isSlow && !holder_) holder_ = ticket;
   return Grant{ticket, place};
 }
 
 std::optional<Schedule::Running>* Schedule::placeOf(Ticket ticket) {
   const auto place = std::ranges::find_if(
-      places_, [ticket](const auto& running) { return running && running->ticket == ticket; });
+      places_, [ticket](const auto& running) { return running && running->ticket() == ticket; });
   return place == places_.end() ? nullptr : &*place;
 }
 
@@ -54,24 +55,24 @@ Schedule::Judgement Schedule::judge(Ticket ticket, Clock::time_point now) {
   return {holder_ == ticket ? Verdict::kGoOn : Verdict::kPutOff, std::nullopt};
 }
 
-void Schedule::leave(std::optional<Running>& place) {
-  const Ticket ticket = place->ticket;
+Schedule::Waiting::node_type Schedule::leave(std::optional<Running>& place) {
+  auto entry = std::move(place->entry);
   place.reset();
-  if (holder_ != ticket) return;
+  if (holder_ != entry.key()) return entry;
   holder_.reset();
   for (const auto& other : places_) {
-    if (other && other->isSlow) holder_ = other->ticket;
+    if (other && other->isSlow) holder_ = other->ticket();
   }
+  return entry;
 }
 
-void Schedule::putOff(Ticket ticket) {
+void Schedule::putOff(Ticket ticket) noexcept {
   auto* const place = placeOf(ticket);
   if (place == nullptr) return;
-  slow_.emplace(ticket, (*place)->favouredPlace);
-  leave(*place);
+  slow_.insert(leave(*place));
 }
 
-bool Schedule::finish(Ticket ticket, Clock::time_point now) {
+bool Schedule::finish(Ticket ticket, Clock::time_point now) noexcept {
   auto* const place = placeOf(ticket);
   if (place == nullptr) return false;
   const bool isSlow = (*place)->isSlow || now - (*place)->since >= share_;
@@ -79,7 +80,7 @@ bool Schedule::finish(Ticket ticket, Clock::time_point now) {
   return isSlow;
 }
 
-bool Schedule::letGo(Ticket ticket) {
+bool Schedule::letGo(Ticket ticket) noexcept {
   if (auto* const place = placeOf(ticket)) (*place)->isLetGo = true;
   return quick_.erase(ticket) + slow_.erase(ticket) > 0;
 }

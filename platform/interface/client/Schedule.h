@@ -42,34 +42,35 @@ class Schedule {
   // free.
   [[nodiscard]] Ticket add(bool isSlow, std::size_t favouredPlace);
   // The next one that is to run, if any may; called until there is none.
-  [[nodiscard]] std::optional<Grant> grant(Clock::time_point now);
+  [[nodiscard]] std::optional<Grant> grant(Clock::time_point now) noexcept;
   // Its share counts from now on.
   void restart(Ticket ticket, Clock::time_point now);
   [[nodiscard]] Judgement judge(Ticket ticket, Clock::time_point now);
   // It has stopped running and waits again.
-  void putOff(Ticket ticket);
+  void putOff(Ticket ticket) noexcept;
   // It has stopped running for good. Whether it was slow.
-  bool finish(Ticket ticket, Clock::time_point now);
+  bool finish(Ticket ticket, Clock::time_point now) noexcept;
   // Whether it waited and is forgotten. One that runs ends with its share at the latest.
-  [[nodiscard]] bool letGo(Ticket ticket);
+  [[nodiscard]] bool letGo(Ticket ticket) noexcept;
 
   // Whether one runs there that has to be judged anew when a quick one comes or it is let go.
   [[nodiscard]] bool isOverdue(std::size_t place, Clock::time_point now) const;
   [[nodiscard]] bool isIdle() const;
 
  private:
+  using Waiting = std::map<Ticket, std::size_t>;  // with the favoured place
   struct Running {
-    Ticket ticket;
-    std::size_t favouredPlace;
+    Waiting::node_type entry;  // put off, it needs no memory
     Clock::time_point since;
     bool isSlow;
     bool isLetGo;
+
+    [[nodiscard]] Ticket ticket() const { return entry.key(); }
   };
-  using Waiting = std::map<Ticket, std::size_t>;  // with the favoured place
 
   [[nodiscard]] Waiting* nextList();
   [[nodiscard]] std::optional<Running>* placeOf(Ticket ticket);
-  void leave(std::optional<Running>& place);
+  Waiting::node_type leave(std::optional<Running>& place);
 
   const Clock::duration share_;
   Ticket lastTicket_ = 0;

@@ -1,6 +1,7 @@
 // The processes behind the images: when they start, when they end, and when there are none.
 #include "tests/interface/ImageFolder.h"
 #include "tests/interface/client/DecodingFixture.h"
+#include "tests/support/DrivenQueue.h"
 #include "tests/support/NoDescriptors.h"
 
 #include <gtest/gtest.h>
@@ -43,6 +44,19 @@ TEST_F(DecoderPoolTest, PreparingStartsTheProgramAndAWorker) {
   decoding.prepare();
   EXPECT_EQ(decoding.open(sourceOf("honest")), kFalseSize);
   EXPECT_EQ(kvltest::workers(), first);
+}
+
+// Each block would wait in a thread of its own until the program runs.
+TEST_F(DecoderPoolTest, PreparingAgainMeanwhileTakesNoFurtherBlock) {
+  auto options = falseOptions("/nonexistent/decoder");
+  const auto queue = std::make_shared<kvltest::DrivenQueue>();
+  options.queue = queue;
+  ImageDecoding decoding(options);
+  for (int i = 0; i < 2; ++i) {
+    for (int call = 0; call < 200; ++call) decoding.prepare();
+    EXPECT_EQ(queue->pendingCount(), 1U) << "attempt " << i;
+    queue->runDue();
+  }
 }
 
 TEST_F(DecoderPoolTest, TheRealProgramDraws) {
@@ -248,6 +262,40 @@ TEST_F(NoDecoderTest, AWorkerThatDiesBeforeItsFirstImage) {
   ImageDecoding decoding(optionsFor("worker-dies", milliseconds(0)));
   EXPECT_EQ(decoding.open(sourceOf("honest")), std::nullopt);
   EXPECT_EQ(log_.lines(), std::vector<std::string>{"no images: the decoder has ended"});
+}
+
+// Whose program is well: the other worker's image is not to suffer.
+TEST_F(NoDecoderTest, AWorkerThatDiesBeforeItsFirstImageIsReplaced) {
+  ImageDecoding decoding(optionsFor("second-worker-dies", milliseconds(0)));
+  Handlers handlers;
+  const auto busy = sourceOf("sleep");
+  decoding.open(busy, handlers.forSize());
+  ASSERT_TRUE(waitUntil([] { return kvltest::workers().size() == 1; }));
+  const auto programs = kvltest::childrenOf(getpid());
+  const auto before = kvltest::workers();
+  EXPECT_EQ(decoding.open(sourceOf("honest")), kFalseSize);
+  EXPECT_EQ(kvltest::childrenOf(getpid()), programs);
+  EXPECT_EQ(kvltest::workers().size(), 2U);
+  EXPECT_EQ(kvltest::workers().front(), before.front());
+  EXPECT_EQ(handlers.alive(), 1);
+  EXPECT_EQ(log_.lines(), std::vector<std::string>());
+  busy->letGo();
+  EXPECT_TRUE(handlers.waitForAll());
+}
+
+TEST_F(NoDecoderTest, WorkersThatDieBeforeTheirFirstImageLeaveTheOthersAlone) {
+  ImageDecoding decoding(optionsFor("further-workers-die", milliseconds(0)));
+  Handlers handlers;
+  const auto busy = sourceOf("sleep");
+  decoding.open(busy, handlers.forSize());
+  ASSERT_TRUE(waitUntil([] { return kvltest::workers().size() == 1; }));
+  const auto before = kvltest::workers();
+  EXPECT_EQ(decoding.open(sourceOf("honest")), std::nullopt);
+  EXPECT_TRUE(waitUntil([&] { return kvltest::workers() == before; }));
+  EXPECT_EQ(handlers.alive(), 1);
+  EXPECT_EQ(log_.lines(), std::vector<std::string>{"no images: the decoder has ended"});
+  busy->letGo();
+  EXPECT_TRUE(handlers.waitForAll());
 }
 
 TEST_F(NoDecoderTest, AWorkerThatIsNotTheOneAskedFor) {

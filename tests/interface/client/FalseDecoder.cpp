@@ -214,6 +214,8 @@ class FalseWorker {
 [[noreturn]] void work(Descriptor socket, std::uint64_t number, const std::string& name) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (name == "worker-dies") raise(SIGKILL);
+  if (name == "second-worker-dies" && number == 2) raise(SIGKILL);
+  if (name == "further-workers-die" && number > 1) raise(SIGKILL);
   FalseWorker worker{ImageChannel(std::move(socket))};
   worker.sayReady(name == "worker-of-another" ? number + 1 : number);
   worker.serve();
