@@ -153,6 +153,22 @@ BENCHMARK_CAPTURE(menuOf100, theme, themeIcon)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(80);
 
+// The same beside one thread, as a menu draws its icons that asks for one after the other.
+void menuOf100InTurn(benchmark::State& state, MakeIcon make) {
+  const auto drawInTurn = [make] {
+    for (unsigned i = 0; i < kMenu; ++i) drawHere(make(i));
+  };
+  compare(state, drawInTurn, [make] { drawMenu(make); });
+}
+BENCHMARK_CAPTURE(menuOf100InTurn, paths, icon)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(40);
+BENCHMARK_CAPTURE(menuOf100InTurn, theme, themeIcon)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(80);
+
 // An icon after each worker's sudden end.
 void replacement(benchmark::State& state) {
   draw(icon(0));

@@ -27,7 +27,8 @@ inline constexpr std::uint32_t kMaximumImageSide = 65'535;
 inline constexpr std::uint64_t kMaximumBitmapPixels = std::uint64_t{1} << 25;
 /// The greatest width and height of what `Image::rasterised` makes, in pixels.
 inline constexpr std::uint32_t kMaximumBitmapSide = 16'384;
-/// The processor time that one decoding, or one drawing, may take.
+/// The processor time that one decoding, or one drawing, may take. Its end comes after 20 s even if
+/// it takes none.
 inline constexpr std::chrono::milliseconds kMaximumImageTime{2000};
 /// The memory in bytes that it may take in the decoder's process, besides the encoded bytes and the
 /// bitmap.

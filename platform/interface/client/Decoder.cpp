@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <csignal>
 #include <system_error>
 #include <utility>
@@ -44,6 +45,19 @@ void drain(int nudge) {
   std::uint64_t count = 0;
   static_cast<void>(!::read(nudge, &count, sizeof count));
 }
+
+// A request of this process that has been sent.
+class UnderWay {
+ public:
+  UnderWay() noexcept { ++count; }
+  ~UnderWay() { --count; }
+  UnderWay(const UnderWay&) = delete;
+  UnderWay& operator=(const UnderWay&) = delete;
+  [[nodiscard]] static bool isOneOfSeveral() noexcept { return count > 1; }
+
+ private:
+  static inline std::atomic<int> count = 0;
+};
 
 }  // namespace
 
@@ -192,9 +206,13 @@ bool Decoder::send(ImageRequest& request, Span bytes, Descriptor& pixels) {
 }
 
 Decoder::Exchange Decoder::await(const ImageRequest& request, Watch& watch) {
+  const UnderWay underWay;
   std::optional<Exchange> seen;
-  if (shortLook_.sees([&] { return (seen = receive(request)).has_value(); }))
-    return std::move(*seen);
+  // Two who look would take the processor from the decoders that they wait for.
+  const auto hasCome = [&] {
+    return UnderWay::isOneOfSeveral() || (seen = receive(request)).has_value();
+  };
+  if (shortLook_.sees(hasCome) && seen) return std::move(*seen);
   while (true) {
     const auto readable =
         waitForInput({channel_.descriptor(), process_.get(), watch.nudge}, watch.deadline());
