@@ -228,7 +228,7 @@ void DecoderPool::deliver(const TurnPtr& turn, bool elsewhere) {
   if (!elsewhere) return block();
   try {
     options_.queue->async(std::move(block));
-  } catch (const std::bad_alloc&) {  // it is lost, and the next one has its turn
+  } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): the next one has its turn
   }
 }
 
@@ -381,7 +381,7 @@ void DecoderPool::prepareNow() {
   try {
     const MutexLock lock(control_);
     if (!program_) spare_ = makeDecoder();
-  } catch (const std::exception&) {  // the first image tries again
+  } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): the first image tries again
   }
   isPreparing_ = false;
   {
