@@ -87,13 +87,10 @@ std::optional<Decoder::Exchange> DecoderPlace::exchange(const ImageRequest& requ
       if (!pool_.fill(site)) return std::nullopt;
       if (isFirst) pool_.renewShare(site, ticket_);
     }
-    // Should nobody wait for the answer, it would be taken for the next one's.
-    auto decoder = std::move(site.decoder);
-    auto exchange = decoder->exchange(request, bytes, limits, nudge_, site.shareEnd,
-                                      [this] { return pool_.judge(ticket_); });
-    const bool isOver = !mayBeAnothersFault(exchange) || !decoder->hasWorkedOnOthers();
-    site.decoder = std::move(decoder);
+    auto exchange = site.decoder->exchange(request, bytes, limits, nudge_, site.shareEnd,
+                                           [this] { return pool_.judge(ticket_); });
     if (isFine(exchange)) return exchange;
+    const bool isOver = !mayBeAnothersFault(exchange) || !site.decoder->hasWorkedOnOthers();
     DecoderPool::discard(site);
     if (isOver) return exchange;
   }
