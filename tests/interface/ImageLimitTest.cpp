@@ -1,6 +1,7 @@
 #include "tests/interface/ImageFolder.h"
 #include "tests/interface/MadeImages.h"
 #include "tests/support/LogCapture.h"
+#include "tests/support/Sanitized.h"
 
 #include <local/platform/Image.h>
 
@@ -77,7 +78,10 @@ TEST(ImageLimitTest, LongBodiesAreNoImage) {
 TEST(ImageLimitTest, SizesThatOnlyTheHeaderClaimsAreNoImage) {
   const auto png = kvltest::madePixbuf("png", 32, 16);
   EXPECT_NE(kvl::Image::imageWithData(claiming(png, 32, 16)), nullptr);
-  EXPECT_EQ(kvl::Image::imageWithData(claiming(png, 16'000, 16'000)), nullptr);
+  // Sanitizers leave no room for a limit of memory.
+  if (!kvltest::kSanitized) {
+    EXPECT_EQ(kvl::Image::imageWithData(claiming(png, 16'000, 16'000)), nullptr);
+  }
   EXPECT_EQ(kvl::Image::imageWithData(claiming(png, 0x7FFFFFFF, 16)), nullptr);
   EXPECT_EQ(kvl::Image::imageWithData(changed(kvltest::madeGIF(1), 6, {255, 255, 255, 255})),
             nullptr);
