@@ -181,7 +181,8 @@ TEST_F(MenuIconsTest, AnImageThatIsLetGoWhileItIsDrawnIsGoneAtOnce) {
       "<path id='a0' d='M0 0h9v9z'/>";
   for (int i = 1; i < 18; ++i) {
     const auto used = "<use href='#a" + std::to_string(i - 1) + "'/>";
-    svg += "<g id='a" + std::to_string(i) + "'>" + used + used + "</g>";
+    svg.append("<g id='a").append(std::to_string(i)).append("'>");
+    svg.append(used).append(used).append("</g>");
   }
   auto image =
       kvl::Image::imageWithData(kvl::Data::fromText(svg + "</defs><use href='#a17'/></svg>"));

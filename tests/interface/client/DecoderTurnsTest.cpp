@@ -215,6 +215,7 @@ TEST_F(DecoderTurnsTest, EachAllocationOfAWaitingOneMayFail) {
     try {
       isThrough = pool_->run(job);
     } catch (const std::bad_alloc&) {
+      isThrough = false;
     }
     allocationsBeforeFailure = -1;
   }
@@ -231,6 +232,7 @@ TEST_F(DecoderTurnsTest, EachAllocationOfOneThatIsPostedMayFail) {
     try {
       pool_->post(job);
     } catch (const std::bad_alloc&) {
+      allocationsBeforeFailure = -1;
     }
     isThrough = std::exchange(allocationsBeforeFailure, -1) >= 0;
     EXPECT_TRUE(waitUntil([&] { return job->isDelivered || job.use_count() == 1; }));
