@@ -5,11 +5,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -28,6 +31,17 @@ fs::path presentProgram() {
     if (fs::exists(place)) return place;
   }
   return {};
+}
+
+// Whatever a system call said before.
+TEST(WaitForInputTest, TellsWhatCanBeReadAtOnce) {
+  const kvl::interface::Descriptor empty(eventfd(0, EFD_CLOEXEC));
+  const kvl::interface::Descriptor full(eventfd(1, EFD_CLOEXEC));
+  const auto now = std::chrono::steady_clock::now();
+  errno = EINTR;
+  EXPECT_EQ(kvl::interface::waitForInput({empty.get(), full.get()}, now), 2U);
+  errno = EINTR;
+  EXPECT_EQ(kvl::interface::waitForInput({empty.get()}, now), 0U);
 }
 
 bool hasChild() {

@@ -352,6 +352,18 @@ TEST_F(ImageExchangeTest, ADecoderIsReplacedAfterALargeImage) {
   EXPECT_EQ(kvltest::workers(), second);
 }
 
+TEST_F(ImageExchangeTest, ADecoderIsReplacedAfterALargeDrawing) {
+  const auto source = sourceOf("honest");
+  EXPECT_EQ(decoding_->open(source), kFalseSize);
+  const auto first = kvltest::workers();
+  EXPECT_FALSE(decoding_->draw(source, {2048, 2048}).empty());
+  expectTheNextOneIsWell();
+  EXPECT_EQ(kvltest::workers(), first);
+  EXPECT_FALSE(decoding_->draw(source, {2049, 2048}).empty());
+  expectTheNextOneIsWell();
+  EXPECT_NE(kvltest::workers(), first);
+}
+
 TEST_F(ImageExchangeTest, ADecoderIsReplacedAfterAThousandRequests) {
   const auto source = sourceOf("honest");
   EXPECT_EQ(decoding_->open(source), kFalseSize);

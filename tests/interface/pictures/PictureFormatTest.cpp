@@ -1,9 +1,11 @@
+#include "platform/interface/pictures/Pixels.h"
 #include "tests/interface/MadeImages.h"
 #include "tests/interface/pictures/DrawnPicture.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <random>
 #include <string>
 
@@ -118,6 +120,9 @@ TEST(PictureTest, ADrawingThatFailsIsTold) {
   EXPECT_TRUE(drawn(kvltest::madeSVG().text(), 40'000, 1).empty());
   EXPECT_TRUE(drawn(kvltest::madePDF().text(), 1, 40'000).empty());
   EXPECT_FALSE(drawn(kvltest::madeSVG().text(), 30'000, 1).empty());
+  std::array<std::uint8_t, 4> pixel{};
+  const auto fails = [](cairo_t*) { return false; };
+  EXPECT_FALSE(kvl::pictures::drawByCairo({pixel, 1, 1}, {1, 1}, fails));
 }
 
 TEST(PictureTest, DrawingsSayHowLargeTheyAreBeyondTheLimits) {

@@ -117,6 +117,9 @@ TEST(ImageMessageTest, TheOthersReadBackAsTheyWereWritten) {
   EXPECT_EQ(ended->status, 0x8B);
   EXPECT_EQ(ended->error, 11);
   EXPECT_EQ(ended->peakKiB, 4096U);
+  const auto endedWell = readEnded(written(WorkerEnded{.number = 3}));
+  ASSERT_TRUE(endedWell);
+  EXPECT_EQ(endedWell->error, 0);
   const auto hello = readHello(written(Hello{kNoLandlock | kNoLimits, 7}));
   ASSERT_TRUE(hello);
   EXPECT_EQ(hello->lacks, kNoLandlock | kNoLimits);
