@@ -14,12 +14,12 @@ die() {
   exit 1
 }
 
-# listed_packages GROUP...: all groups when none is named.
+# listed_packages GROUP...: when none is named all groups but the optional ones, with --all all of them.
 listed_packages() {
   awk -v wanted=" $* " '
     /^#/ || /^[[:space:]]*$/ { next }
-    /^\[/ { group = $1; gsub(/[][]/, "", group); next }
-    wanted == "  " || index(wanted, " " group " ") { print $1 }' "$package_list"
+    /^\[/ { group = $1; gsub(/[][]/, "", group); optional = $2 == "optional:"; next }
+    wanted == " --all " || (wanted == "  " ? !optional : index(wanted, " " group " ")) { print $1 }' "$package_list"
 }
 
 missing_packages() {
