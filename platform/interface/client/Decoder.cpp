@@ -19,8 +19,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kLongestReady{10};
 constexpr std::chrono::milliseconds kLongestNews{100};  // how it ended, once it has
-// The worker keeps as many; those that it has forgotten are sent again.
-constexpr std::size_t kMostOpened = 32;
 // What one leaves in the worker's heap is bounded by its end.
 constexpr std::uint64_t kMostRequests = 1'000;
 constexpr std::chrono::seconds kMostProcessorTime{20};
@@ -257,7 +255,7 @@ Decoder::Exchange Decoder::died() {
 void Decoder::note(const ImageRequest& request, const ImageAnswer& answer) {
   std::erase(opened_, request.image);
   if (answer.outcome != Outcome::kDone) return;
-  if (opened_.size() == kMostOpened) opened_.erase(opened_.begin());
+  if (opened_.size() == kMostOpenImages) opened_.erase(opened_.begin());
   opened_.push_back(request.image);
   const auto drawn = byteCountOf(request.drawing.value_or(PixelSize{})) / 4;
   const double read = answer.naturalSize.width * answer.naturalSize.height;

@@ -13,10 +13,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cmath>
 #include <csignal>
-#include <ctime>
 #include <list>
 #include <memory>
 #include <new>
@@ -35,15 +33,7 @@ using interface::Outcome;
 using interface::Span;
 using Packet = ImageChannel::Packet;
 
-constexpr std::size_t kMostPictures = 32;
 constexpr std::size_t kMostKeptBytes = std::size_t{32} << 20;
-
-std::chrono::microseconds processorTime() {
-  timespec time{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return std::chrono::duration_cast<std::chrono::microseconds>(
-      std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec));
-}
 
 bool isWithinLimits(const ImageRequest& request) {
   return !request.drawing || byteCountOf(*request.drawing) <= kMaximumBitmapPixels * 4;
@@ -88,7 +78,7 @@ class Pictures {
     std::size_t bytes = 0;
     std::erase_if(kept_, [&](const Kept& kept) {
       bytes += kept.cost();
-      return ++count >= kMostPictures || bytes > kMostKeptBytes;
+      return ++count >= interface::kMostOpenImages || bytes > kMostKeptBytes;
     });
   }
 
@@ -118,12 +108,10 @@ class Worker {
     while (next(packet) == ImageChannel::Receipt::kPacket) {
       const auto request = interface::readRequest(packet.message, packet.count);
       if (!request || !isWithinLimits(*request)) return kWrongMessage;
-      const auto before = processorTime();
       ImageAnswer answer;
       answer.number = request->number;
       answer.image = request->image;
       if (!work(*request, packet, answer)) return kWrongMessage;
-      answer.processorTime = processorTime() - before;
       write(answer, message_);
       if (!channel_.send(message_)) return kLetGo;
     }

@@ -6,7 +6,7 @@
 //            8 pixels into a file), 32 count of bytes (u64), 40 width (u32), 44 height (u32),
 //            48 bytes; a descriptor for flag 2, then one for flag 8
 //   answer   image (u64), 24 outcome (u32), 28 flags (u32: 1 pixels follow), 32 natural width and
-//            40 height (f64), 48 width (u32), 52 height (u32), 56 microseconds (u64), 64 pixels
+//            40 height (f64), 48 width (u32), 52 height (u32), 56 zero (u64), 64 pixels
 //   ready    process (i32), 20 zero (u32); a descriptor
 //   ended    status (i32), 20 error (i32), 24 most memory in KiB (u64)
 //   hello    lacks (u32), 20 version of Landlock (u32); its number is 0
@@ -16,7 +16,6 @@
 #include <local/platform/Image.h>
 
 #include <cstring>
-#include <limits>
 
 namespace kvl::interface {
 namespace {
@@ -155,7 +154,6 @@ void write(const ImageAnswer& answer, Bytes& message) {
   putField(message, 40, answer.naturalSize.height);
   putField(message, 48, answer.pixelSize.width);
   putField(message, 52, answer.pixelSize.height);
-  putField(message, 56, static_cast<std::uint64_t>(answer.processorTime.count()));
 }
 
 void write(const WorkerReady& ready, Bytes& message) {
@@ -221,17 +219,15 @@ std::optional<ImageAnswer> readAnswer(Span message) {
   const auto outcome = fieldAt<std::uint32_t>(message, 24);
   answer.naturalSize = {fieldAt<double>(message, 32), fieldAt<double>(message, 40)};
   answer.pixelSize = {fieldAt<std::uint32_t>(message, 48), fieldAt<std::uint32_t>(message, 52)};
-  const auto time = fieldAt<std::uint64_t>(message, 56);
   answer.inlinePixels = message.subspan(kAnswerLength);
   if (answer.image == 0 || outcome > static_cast<std::uint32_t>(Outcome::kUnknownImage) ||
       !isNaturalSide(answer.naturalSize.width) || !isNaturalSide(answer.naturalSize.height) ||
       (answer.pixelSize != PixelSize{} && !isSize(answer.pixelSize)) ||
-      time > std::uint64_t{std::numeric_limits<std::int64_t>::max()} ||
+      fieldAt<std::uint64_t>(message, 56) != 0 ||
       !hasItsPixels(answer, fieldAt<std::uint32_t>(message, 28))) {
     return {};
   }
   answer.outcome = static_cast<Outcome>(outcome);
-  answer.processorTime = std::chrono::microseconds(static_cast<std::int64_t>(time));
   return answer;
 }
 

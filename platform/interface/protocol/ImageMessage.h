@@ -7,7 +7,6 @@
 #include <local/platform/Data.h>
 #include <local/platform/Geometry.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -66,6 +65,9 @@ struct ImageRequest {
   bool pixelsInFile = false;           // the last descriptor
 };
 
+// A worker keeps as many; the host sends those again that it has forgotten.
+inline constexpr std::size_t kMostOpenImages = 32;
+
 struct ImageAnswer {
   std::uint64_t number = 0;
   std::uint64_t image = 0;
@@ -73,7 +75,6 @@ struct ImageAnswer {
   Size naturalSize{};
   PixelSize pixelSize{};
   Span inlinePixels{};
-  std::chrono::microseconds processorTime{0};  // what the worker says; never trusted
 };
 
 // Comes with a pidfd of the worker, by which the host ends it and sees its death.

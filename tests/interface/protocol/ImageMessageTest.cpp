@@ -93,7 +93,6 @@ TEST(ImageMessageTest, ARequestWithFilesReadsBackAsItWasWritten) {
 TEST(ImageMessageTest, AnAnswerReadsBackAsItWasWritten) {
   const Bytes pixels(32, 9);
   auto answer = drawn({2, 4}, pixels);
-  answer.processorTime = std::chrono::microseconds(1234);
   const auto message = written(answer);
   const auto read = readAnswer(message);
   ASSERT_TRUE(read);
@@ -103,7 +102,6 @@ TEST(ImageMessageTest, AnAnswerReadsBackAsItWasWritten) {
   EXPECT_EQ(read->naturalSize, (kvl::Size{12.5, 7}));
   EXPECT_EQ(read->pixelSize, (PixelSize{2, 4}));
   EXPECT_TRUE(std::ranges::equal(read->inlinePixels, pixels));
-  EXPECT_EQ(read->processorTime, std::chrono::microseconds(1234));
 }
 
 TEST(ImageMessageTest, TheOthersReadBackAsTheyWereWritten) {
@@ -273,7 +271,7 @@ TEST(ImageMessageTest, AnAnswersFieldsAreWithinTheirLimits) {
   EXPECT_FALSE(readAnswer(changed(message, 28, std::uint32_t{2}))) << "no flag";
   EXPECT_FALSE(readAnswer(changed(message, 48, std::uint32_t{1}))) << "a width only";
   EXPECT_FALSE(readAnswer(changed(message, 52, std::uint32_t{1}))) << "a height only";
-  EXPECT_FALSE(readAnswer(changed(message, 56, ~std::uint64_t{0}))) << "a time below zero";
+  EXPECT_FALSE(readAnswer(changed(message, 56, std::uint64_t{1}))) << "room that is not used";
   for (const std::size_t side : {32, 40}) {
     EXPECT_TRUE(readAnswer(changed(message, side, 0.0)));
     EXPECT_TRUE(readAnswer(changed(message, side, 65'535.0)));
