@@ -4,6 +4,7 @@
 #include "devservice/Log.h"
 #include "devservice/notary/Notary.h"
 
+#include <NotaryInterface.h>
 #include <gio/gio.h>
 #include <glib-unix.h>
 #include <signal.h>
@@ -19,14 +20,6 @@ namespace {
 
 constexpr const char* kName = "korvale.vandrel.local.notary";
 constexpr const char* kObject = "/korvale/vandrel/local/notary";
-constexpr const char* kInterface =
-    "<node><interface name='korvale.vandrel.local.notaryProtocol'>"
-    "<method name='SendNotary'>"
-    "<arg name='path' type='as' direction='in'/>"
-    "<arg name='request' type='a{sv}' direction='in'/>"
-    "<arg name='reply' type='aa{sv}' direction='out'/>"
-    "<arg name='error' type='a(sxa{sv})' direction='out'/>"
-    "</method></interface></node>";
 constexpr const char* kErrorDomain = "NSPOSIXErrorDomain";
 constexpr int kExitByFault = 70;
 
@@ -175,7 +168,7 @@ int runNotary(Notary& notary, std::chrono::milliseconds delay) {
   if (bus == nullptr) return 1;
   g_autoptr(GMainLoop) loop = g_main_loop_new(nullptr, FALSE);
   Context context{notary, delay, loop};
-  g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(kInterface, nullptr);
+  g_autoptr(GDBusNodeInfo) node = g_dbus_node_info_new_for_xml(kNotaryInterface, nullptr);
   GDBusInterfaceVTable functions{};
   functions.method_call = called;
   g_dbus_connection_register_object(bus, kObject, node->interfaces[0], &functions, &context,
