@@ -11,8 +11,8 @@ inline void logFailedStatus(const URLResponse& response) {
   constexpr std::int64_t kLowestLogged = 300;
   const auto status = KVLExtensions::statusCode(response);
   if (status < kLowestLogged) return;
-  log("%@: status: %ld / %@", response.url.absoluteString(), status,
-      localizedStringForStatusCode(status));
+  log(LogCategory::loading, LogLevel::warning, "%@: status: %ld / %@",
+      response.url.absoluteString(), status, localizedStringForStatusCode(status));
 }
 
 }  // namespace kvl::encoding

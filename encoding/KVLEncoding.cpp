@@ -22,7 +22,8 @@ std::optional<T> storedObject(DictionaryOrNone dictionary, std::string_view key,
   if (!dictionary) return std::nullopt;
   const kvl::Value& value = (*dictionary)[key];
   auto object = value.as<T>();
-  if (!object && !value.isNull()) kvl::log(diagnostic, key, *dictionary);
+  if (!object && !value.isNull())
+    kvl::log(kvl::LogCategory::documents, kvl::LogLevel::warning, diagnostic, key, *dictionary);
   return object;
 }
 
@@ -37,7 +38,8 @@ std::optional<T> objectOrFallback(DictionaryOrNone dictionary, std::string_view 
 std::optional<kvl::Date> dateFromText(DictionaryOrNone dictionary, std::string_view key,
                                       std::string_view text) {
   const auto date = KVLExtensions::dateFromRFC3339(text);
-  if (!date && !text.empty()) kvl::log(kNoRFC3339Date, key, *dictionary);
+  if (!date && !text.empty())
+    kvl::log(kvl::LogCategory::documents, kvl::LogLevel::warning, kNoRFC3339Date, key, *dictionary);
   return date;
 }
 

@@ -22,7 +22,7 @@ void reportFailure(const kvl::Error& error, const DataTaskHandler& handler,
   if (handler) {
     handler(std::nullopt, nullptr, error);
   } else {
-    kvl::log(logPattern, error);
+    kvl::log(kvl::LogCategory::documents, kvl::LogLevel::error, logPattern, error);
   }
 }
 
@@ -43,7 +43,7 @@ void reportUnheardAnswer(const std::optional<kvl::Data>& /*body*/,
                          const kvl::URLResponseRef& response,
                          const std::optional<kvl::Error>& error) {
   if (error) {
-    kvl::log("action error: %@", error);
+    kvl::log(kvl::LogCategory::loading, kvl::LogLevel::error, "action error: %@", error);
     if (kvl::isMainThread()) kvl::presentError(*error);
   }
   if (response) kvl::encoding::logFailedStatus(*response);

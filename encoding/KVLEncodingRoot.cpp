@@ -32,7 +32,7 @@ std::optional<kvl::Error> encodeRoot(const kvl::Value& root, kvl::URLRequest& re
 
 void reportUnencodable(const kvl::Error& error, const RootHandler& handler) {
   if (handler) return handler(std::nullopt, nullptr, error);
-  kvl::log("error encoding root: %@", error);
+  kvl::log(kvl::LogCategory::documents, kvl::LogLevel::error, "error encoding root: %@", error);
 }
 
 void deliverRoot(const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
@@ -46,7 +46,8 @@ void deliverRoot(const std::optional<kvl::Data>& body, const kvl::URLResponseRef
 }
 
 void logAnswer(const kvl::URLResponseRef& response, const std::optional<kvl::Error>& error) {
-  if (error) return kvl::log("json call failed: %@", error);
+  if (error)
+    return kvl::log(kvl::LogCategory::loading, kvl::LogLevel::error, "json call failed: %@", error);
   if (response) kvl::encoding::logFailedStatus(*response);
 }
 

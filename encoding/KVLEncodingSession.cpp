@@ -14,7 +14,7 @@ namespace {
 // Stands in for a handler that the caller did not give.
 constexpr auto kLogError = [](const auto& /*result*/, const auto& /*response*/,
                               const std::optional<kvl::Error>& error) {
-  if (error) kvl::log("request error: %@", error);
+  if (error) kvl::log(kvl::LogCategory::loading, kvl::LogLevel::error, "request error: %@", error);
 };
 
 // On the main queue, unless the transfer itself failed.
@@ -92,7 +92,7 @@ void KVLEncoding::detail::reportWrongDocument(const std::optional<kvl::Value>& d
                                               const std::optional<kvl::Error>& error,
                                               std::string_view required,
                                               const RelativePath& relativePath) {
-  kvl::log("request error: %@",
+  kvl::log(kvl::LogCategory::loading, kvl::LogLevel::error, "request error: %@",
            error ? *error : wrongDocumentError(document, required, relativePath));
 }
 

@@ -132,7 +132,8 @@ std::optional<MultipartPart> makePart(const Value& element, std::optional<Error>
   const Value* value = input->find("value");
   auto part = partOf(*name, value);
   if (!part) {
-    log("unsupported named value type in HTTP body encoding: %@ = %@", *name, *value);
+    log(LogCategory::documents, LogLevel::warning,
+        "unsupported named value type in HTTP body encoding: %@ = %@", *name, *value);
     storeError(error, unsupportedType(*name));
   }
   return part;

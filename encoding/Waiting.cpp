@@ -10,7 +10,8 @@ std::optional<kvl::Error> kvl::encoding::waitForSemaphore(Semaphore& semaphore,
                                                           std::chrono::nanoseconds limit) {
   // While the process exits nobody may be left to signal, so that the limit holds everywhere.
   if (isMainThread() && !core::isExiting()) {
-    log("WARNING: waiting for semaphore on main thread: %@", reason.text());
+    log(LogCategory::loading, LogLevel::warning,
+        "WARNING: waiting for semaphore on main thread: %@", reason.text());
     dispatch::serveMainLoopUntilFree(semaphore);
     return std::nullopt;
   }

@@ -109,7 +109,8 @@ std::string shown(std::string_view line) {
 void logTooLong(std::size_t longestLine, std::string_view carried, std::string_view rest) {
   std::string beginning(carried.substr(0, kLongestShownLine + 1));
   beginning += rest.substr(0, kLongestShownLine + 1);
-  kvl::log("ignoring event-source line of more than %ld bytes: %@\u2026", longestLine,
+  kvl::log(kvl::LogCategory::events, kvl::LogLevel::warning,
+           "ignoring event-source line of more than %ld bytes: %@\u2026", longestLine,
            shownBeginning(beginning));
 }
 
@@ -198,7 +199,8 @@ void EventCollector::dispatch() {
 }
 
 void EventCollector::reject(std::string_view line) {
-  kvl::log("ignoring malformed event-source line: %@", shown(line));
+  kvl::log(kvl::LogCategory::events, kvl::LogLevel::warning,
+           "ignoring malformed event-source line: %@", shown(line));
   clear();
 }
 

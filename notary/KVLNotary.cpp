@@ -71,15 +71,17 @@ using EndHandler = std::function<void(std::optional<kvl::Dictionary>, std::optio
 void exchange(const kvl::Environment& environment, const std::optional<std::string>& path,
               const kvl::Dictionary& request, EndHandler ended) {
   const ConnectionRef connection = environment.serviceConnection(kServiceName);
-  connection->setInterruptionHandler([] { kvl::log("xpc notary interrupted"); });
-  connection->setInvalidationHandler([] { kvl::log("xpc notary invalidated"); });
+  connection->setInterruptionHandler(
+      [] { kvl::log(kvl::LogCategory::notary, kvl::LogLevel::warning, "xpc notary interrupted"); });
+  connection->setInvalidationHandler(
+      [] { kvl::log(kvl::LogCategory::notary, kvl::LogLevel::debug, "xpc notary invalidated"); });
   start(*connection);
   // Both handlers share the caller's; the connection lets go of them once one has run.
   const auto shared = std::make_shared<const EndHandler>(std::move(ended));
   connection->sendNotary(
       path, request,
       [connection, shared](const kvl::Error& error) {
-        kvl::log("xpc error: %@", error);
+        kvl::log(kvl::LogCategory::notary, kvl::LogLevel::error, "xpc error: %@", error);
         (*shared)(std::nullopt, error, connection);
       },
       [connection, shared](std::optional<kvl::Dictionary> dictionary,
@@ -102,7 +104,8 @@ kvl::CertificateRef clientCertificate(const kvl::Dictionary& reply) {
   kvl::CertificateRef certificate;
   const auto text = reply[NotaryResponseKeyCertificate].string();
   if (const auto error = KVLNotary::decode(text, &certificate)) {
-    kvl::log("client certificate error: %@", *error);
+    kvl::log(kvl::LogCategory::notary, kvl::LogLevel::error, "client certificate error: %@",
+             *error);
   }
   return certificate;
 }
@@ -113,7 +116,8 @@ kvl::IdentityRef identityFor(const kvl::CertificateRef& certificate,
   const kvl::Status status = kvl::security::SecIdentityCreateWithCertificate(
       store, certificate, identity, kvl::hostIdentifier().value_or(std::string()));
   if (status == kvl::kSuccess) return identity;
-  kvl::log("client identity error: %@", kvl::Error(kvl::NSPOSIXErrorDomain, status));
+  kvl::log(kvl::LogCategory::notary, kvl::LogLevel::error, "client identity error: %@",
+           kvl::Error(kvl::NSPOSIXErrorDomain, status));
   return nullptr;
 }
 
@@ -126,7 +130,7 @@ class Completion {
 
   // Both on the reply thread, and one of them once.
   void succeed(const std::shared_ptr<KVLNotarySignature>& signature) {
-    kvl::log("%@", signature);
+    kvl::log(kvl::LogCategory::notary, kvl::LogLevel::info, "%@", signature);
     end(signature, std::nullopt);
   }
   void fail(std::optional<kvl::Error> error) { end(nullptr, std::move(error)); }
@@ -188,7 +192,7 @@ std::shared_ptr<KVLNotary> KVLNotary::sharedNotary() {
   // Never destroyed: a notary that deletes its keys while the process exits could block the exit.
   static const kvl::NoDestructor<std::shared_ptr<KVLNotary>> shared([] {
     auto path = variable(kPathVariable);
-    if (path) kvl::log("notary: %@", *path);
+    if (path) kvl::log(kvl::LogCategory::notary, kvl::LogLevel::info, "notary: %@", *path);
     return notaryWithPath(std::move(path));
   }());
   return *shared;
@@ -219,36 +223,41 @@ KVLNotary::~KVLNotary() {
   if (!implementation_->ownsKeys) return;
   const auto store = implementation_->environment->keyStore();
   if (const auto error = kvl::notary::deleteKeys(*store))
-    kvl::log("key deletion error: %@", *error);
+    kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "key deletion error: %@", *error);
 }
 
 void KVLNotary::makeKeysAndRequest() {
   if (!kvl::hostIdentifier()) {
-    kvl::log("no host identifier: call kvl::setHostIdentifier before the first notary is made");
+    kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error,
+             "no host identifier: call kvl::setHostIdentifier before the first notary is made");
     implementation_->ownsKeys = false;
     return;
   }
   const auto store = implementation_->environment->keyStore();
   if (const auto error = kvl::notary::deleteKeys(*store))
-    kvl::log("existing key deletion error: %@", *error);
+    kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "existing key deletion error: %@",
+             *error);
   kvl::KeyRef publicHalf;
   kvl::KeyRef privateHalf;
   if (const auto error = kvl::notary::createKeys(*store, &publicHalf, &privateHalf)) {
-    return kvl::log("key creation error: %@", *error);
+    return kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "key creation error: %@", *error);
   }
-  if (!privateHalf) return kvl::log("failed to create keys");
+  if (!privateHalf)
+    return kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "failed to create keys");
   setPrivateKey(privateHalf);
   setPublicKey(publicHalf);
   std::optional<kvl::Error> error;
   setPemCertificateSigningRequest(
       KVLCertificateRequest::createForPublicKey(std::move(publicHalf), privateHalf, &error));
-  if (error) kvl::log("certificate signing request error: %@", *error);
+  if (error)
+    kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "certificate signing request error: %@",
+             *error);
 }
 
 void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandler) {
   kvl::Dictionary request;
   if (variable(kMinimumVariable)) {
-    kvl::log("notary minimum");
+    kvl::log(kvl::LogCategory::notary, kvl::LogLevel::info, "notary minimum");
   } else if (const auto pem = pemCertificateSigningRequest()) {
     request.set(NotaryRequestKeyCertificateSigningRequest, *pem);
   }

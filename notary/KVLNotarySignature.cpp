@@ -22,7 +22,7 @@ std::optional<Date> notValidAfterFromValues(const std::optional<Dictionary>& val
   if (value == nullptr) return std::nullopt;
   if (const auto date = value->date()) return date;
   if (const auto seconds = value->real()) return Date(*seconds);
-  log("unknown not-after: %@", *values);
+  log(LogCategory::notary, LogLevel::warning, "unknown not-after: %@", *values);
   return std::nullopt;
 }
 

@@ -49,12 +49,14 @@ std::optional<std::string> renderEntry(const kvl::Dictionary& entry) {
   const auto dateText = textOf(storedDate);
   const auto date = KVLExtensions::dateFromRFC3339(dateText);
   if (!date && !dateText.empty()) {
-    kvl::log("invalid locale date: %@", dateText);
+    kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning, "invalid locale date: %@", dateText);
     return std::nullopt;
   }
   const auto seconds = integerFromDictionary(entry, "seconds", 0);
   auto value = date ? renderDate(type, *date) : renderSeconds(type, seconds);
-  if (!value) kvl::log("unknown or misconfigured locale type: %@ in %@", type, entry);
+  if (!value)
+    kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning,
+             "unknown or misconfigured locale type: %@ in %@", type, entry);
   return value;
 }
 
@@ -96,17 +98,19 @@ bool wouldBeTooLong(const std::string& text, std::string_view token, std::string
 void applyEntry(std::string& text, const std::optional<kvl::Dictionary>& entry) {
   const auto token = stringFromDictionary(entry, "find");
   if (!token || token->empty()) {
-    kvl::log("locale missing find");
+    kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning, "locale missing find");
     return;
   }
   const auto value = renderEntry(*entry);
   if (!value || value->empty()) return;
   if (wouldBeTooLong(text, *token, *value)) {
-    kvl::log("locale text too long: '%@'", *token);
+    kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning, "locale text too long: '%@'", *token);
     return;
   }
   const auto count = replaceAll(text, *token, *value);
-  if (count >= 2) kvl::log("locale matched multiple: %ld in '%@' in '%@'", count, *token, text);
+  if (count >= 2)
+    kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning,
+             "locale matched multiple: %ld in '%@' in '%@'", count, *token, text);
 }
 
 }  // namespace
@@ -117,7 +121,9 @@ constinit std::string_view KVLEncodingKeyLocale = "locale";
 std::string stringWithLocales(std::string_view text, const kvl::Value& locales) {
   std::string result(text);
   const auto entries = locales.array();
-  if (!entries && !locales.isNull()) kvl::log("expect locale as array: %@", locales);
+  if (!entries && !locales.isNull())
+    kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning, "expect locale as array: %@",
+             locales);
   if (!entries) return result;
   for (const auto& entry : *entries) applyEntry(result, entry.dictionary());
   return result;

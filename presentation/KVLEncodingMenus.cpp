@@ -95,7 +95,8 @@ void setForm(MenuItem& item, const std::optional<kvl::Dictionary>& form,
   if (auto identifier = textOrEmpty(*form, "id"); !identifier.empty()) {
     item.setIdentifier(std::move(identifier));
   } else {
-    kvl::log("menu item with action missing id: %@", *form);
+    kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning,
+             "menu item with action missing id: %@", *form);
   }
 }
 
@@ -105,7 +106,7 @@ std::shared_ptr<MenuItem> menuItemWithoutSubmenu(DictionaryOrNone description,
   const auto type = textOrEmpty(description, "type");
   if (type == "divider") return MenuItem::separatorItem();
   if (type != "title" && type != "item") {
-    kvl::log("unknown menu item type: %@", type);
+    kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning, "unknown menu item type: %@", type);
     return nullptr;
   }
   const auto text = textOrEmpty(description, KVLEncodingKeyText);

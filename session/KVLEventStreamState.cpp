@@ -85,7 +85,7 @@ void KVLEventStreamState::streamFromURL(std::string_view url, KVLSession& sessio
   if (!implementation_->isUsableSource(url)) return;
   const auto request = requestFor(*kvl::URL::parse(url), lastEventID(),
                                   implementation_->environment->limits.eventStreamSilence);
-  kvl::log("establishing event stream: %@", url);
+  kvl::log(kvl::LogCategory::events, kvl::LogLevel::info, "establishing event stream: %@", url);
   const auto longestLine = longestLineOf(session);
   implementation_->parser.setLongestLine(longestLine);
   kvl::DataTaskHandler none;  // the session itself receives the body
@@ -105,11 +105,13 @@ bool KVLEventStreamState::Implementation::isOpenAt(std::string_view url) const {
 
 bool KVLEventStreamState::Implementation::isUsableSource(std::string_view url) {
   if (url.empty()) {
-    if (!std::exchange(emptySourceLogged, true)) kvl::log("no event stream source is set");
+    if (!std::exchange(emptySourceLogged, true))
+      kvl::log(kvl::LogCategory::events, kvl::LogLevel::warning, "no event stream source is set");
     return false;
   }
   if (kvl::URL::parse(url)) return true;
-  kvl::log("event stream source is no URL: %@", url);
+  kvl::log(kvl::LogCategory::events, kvl::LogLevel::error, "event stream source is no URL: %@",
+           url);
   return false;
 }
 

@@ -51,7 +51,8 @@ bool restartsStream(const std::optional<kvl::Error>& error) {
 
 void logEnd(const std::optional<kvl::Error>& error) {
   if (!error) return;
-  kvl::log(error->domain() == kvl::NSURLErrorDomain
+  kvl::log(kvl::LogCategory::events, kvl::LogLevel::warning,
+           error->domain() == kvl::NSURLErrorDomain
                ? "event stream closed with unexpected network error: %@"
                : "event stream closed with unexpected error: %@",
            *error);
@@ -168,12 +169,13 @@ void KVLSession::Implementation::completeRequest(const std::shared_ptr<KVLSessio
                                                  const std::string& url,
                                                  const std::optional<kvl::Error>& error) {
   if (!error) return;
-  kvl::log("error from request: %@", url);
+  kvl::log(kvl::LogCategory::loading, kvl::LogLevel::error, "error from request: %@", url);
   if (!isNotarisationError(error)) return;
   // No notarisation completes meanwhile and puts another HTTPS session object in its place.
   const StreamSection section(eventStream.get());
   if (isReplaced(carrier.lock().get())) return;
-  kvl::log("notarisation error from request; enqueuing reconnection");
+  kvl::log(kvl::LogCategory::session, kvl::LogLevel::warning,
+           "notarisation error from request; enqueuing reconnection");
   reconnect(owner);
 }
 
@@ -241,7 +243,8 @@ void KVLSession::Implementation::reopen(const std::shared_ptr<KVLSession>& owner
   const auto current = session.get();
   if (current && current->isInvalidated()) {
     // Every stream would end there as this one has, at once and for ever.
-    kvl::log("HTTPS session object is invalidated; enqueuing reconnection");
+    kvl::log(kvl::LogCategory::events, kvl::LogLevel::warning,
+             "HTTPS session object is invalidated; enqueuing reconnection");
     return reconnect(owner);
   }
   stream->streamFromURL(task.originalRequest().urlText(), *owner);

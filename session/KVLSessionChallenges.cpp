@@ -43,10 +43,13 @@ void evaluate(const kvl::TrustRef& trust, std::string_view host, const Challenge
     return accept(trust, answer);
   }
   if (result == kvl::TrustResult::recoverableFailure && isLegacyHostMismatch(*trust, host)) {
-    kvl::log("legacy: accepting despite hostname mismatch");
+    kvl::log(kvl::LogCategory::session, kvl::LogLevel::warning,
+             "legacy: accepting despite hostname mismatch");
     return accept(trust, answer);
   }
-  if (const auto details = trust->copyResult()) kvl::log("untrusted certificate: %@", *details);
+  if (const auto details = trust->copyResult())
+    kvl::log(kvl::LogCategory::session, kvl::LogLevel::error, "untrusted certificate: %@",
+             *details);
   refuse(answer);
 }
 
@@ -83,7 +86,8 @@ void KVLSession::didReceiveAuthenticationChallenge(const kvl::Challenge& challen
   if (auto credential = currentCredentials(implementation_->signature)) {
     return completionHandler(ChallengeDisposition::useCredential, std::move(credential));
   }
-  kvl::log("\u2026no client certificate available for authentication");
+  kvl::log(kvl::LogCategory::session, kvl::LogLevel::warning,
+           "\u2026no client certificate available for authentication");
   refuse(completionHandler);
 }
 

@@ -69,7 +69,7 @@ void KVLSession::Implementation::completeNotarisation(
   const auto& limits = environment->limits;
   auto delay = limits.defaultDelay;
   if (error) {
-    kvl::log("notarisation error: %@", *error);
+    kvl::log(kvl::LogCategory::session, kvl::LogLevel::error, "notarisation error: %@", *error);
     const bool recoverable = isRecoverableError(error);
     if (recoverable) delay = limits.recoverableDelay;
     owner->setState(recoverable ? KVLSessionStateRecovering : KVLSessionStateDisconnected);

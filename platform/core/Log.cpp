@@ -18,6 +18,7 @@ namespace {
 struct SinkHolder {
   Mutex mutex;
   LogSink sink KVL_GUARDED_BY(mutex);
+  LogRecordSink recordSink KVL_GUARDED_BY(mutex);
 };
 
 // Threads may still log while the process exits.
@@ -26,27 +27,46 @@ SinkHolder& sinkHolder() {
   return *holder;
 }
 
+int priorityOf(LogLevel level) {
+  switch (level) {
+    case LogLevel::debug:
+      return LOG_DEBUG;
+    case LogLevel::info:
+      return LOG_INFO;
+    case LogLevel::notice:
+      return LOG_NOTICE;
+    case LogLevel::warning:
+      return LOG_WARNING;
+    case LogLevel::error:
+      return LOG_ERR;
+  }
+  return LOG_NOTICE;
+}
+
 // Unlike sd_journal_print, g_log_writer_journald tells whether the journal took the line.
-bool writeToJournal(const std::string& line) {
-  const std::array<GLogField, 3> fields{{
+bool writeToJournal(const std::string& line, LogCategory category, LogLevel level) {
+  const std::string priority = std::to_string(priorityOf(level));
+  const std::string name(nameOf(category));
+  const std::array<GLogField, 4> fields{{
       {"MESSAGE", line.c_str(), -1},
-      {"PRIORITY", "5", -1},
+      {"PRIORITY", priority.c_str(), -1},
       {"GLIB_DOMAIN", "korvale.local", -1},
+      {"KVL_CATEGORY", name.c_str(), -1},
   }};
   return g_log_writer_journald(G_LOG_LEVEL_MESSAGE, fields.data(), fields.size(), nullptr) ==
          G_LOG_WRITER_HANDLED;
 }
 
 // syslog(3) loses lines silently when nobody listens. The host's openlog settings stay untouched.
-bool writeToSyslog(const std::string& line) {
+bool writeToSyslog(const std::string& line, LogLevel level) {
   if (access("/dev/log", W_OK) != 0) return false;
-  syslog(LOG_USER | LOG_NOTICE, "%s", line.c_str());
+  syslog(LOG_USER | priorityOf(level), "%s", line.c_str());
   return true;
 }
 
 // Writes one line, which is printable, to the log of the operating system.
-void writeToSystemLog(const std::string& line) {
-  const bool taken = writeToJournal(line) || writeToSyslog(line);
+void writeToSystemLog(const std::string& line, LogCategory category, LogLevel level) {
+  const bool taken = writeToJournal(line, category, level) || writeToSyslog(line, level);
   if (!taken || isatty(STDERR_FILENO) != 0) {
     const std::string text = line + "\n";
     std::fwrite(text.data(), 1, text.size(), stderr);
@@ -85,14 +105,51 @@ LogSink setLogSink(LogSink sink) {
   return std::exchange(holder.sink, std::move(sink));
 }
 
-void logLine(std::string_view line) {
+LogRecordSink setLogRecordSink(LogRecordSink sink) {
   SinkHolder& holder = sinkHolder();
   MutexLock lock(holder.mutex);
-  if (holder.sink) {
-    holder.sink(inOneLine(line));
-  } else {
-    writeToSystemLog(printable(line));
+  return std::exchange(holder.recordSink, std::move(sink));
+}
+
+std::string_view nameOf(LogCategory category) noexcept {
+  switch (category) {
+    case LogCategory::general:
+      return "general";
+    case LogCategory::session:
+      return "session";
+    case LogCategory::notary:
+      return "notary";
+    case LogCategory::events:
+      return "events";
+    case LogCategory::loading:
+      return "loading";
+    case LogCategory::documents:
+      return "documents";
+    case LogCategory::menus:
+      return "menus";
+    case LogCategory::images:
+      return "images";
+    case LogCategory::keys:
+      return "keys";
+    case LogCategory::desktop:
+      return "desktop";
   }
+  return "general";
+}
+
+void logLine(LogCategory category, LogLevel level, std::string_view line) {
+  SinkHolder& holder = sinkHolder();
+  MutexLock lock(holder.mutex);
+  if (!holder.sink && !holder.recordSink) {
+    return writeToSystemLog(printable(line), category, level);
+  }
+  const std::string text = inOneLine(line);
+  if (holder.sink) holder.sink(text);
+  if (holder.recordSink) holder.recordSink({text, category, level});
+}
+
+void logLine(std::string_view line) {
+  logLine(LogCategory::general, LogLevel::notice, line);
 }
 
 std::string fillPattern(std::string_view pattern, const std::vector<std::string>& arguments) {

@@ -23,7 +23,7 @@ constexpr std::size_t kSpareDescriptors = 24;
 
 void note(const char* name, const std::exception& error) noexcept {
   try {
-    log("no thread for %@: %@", name, error.what());
+    log(LogCategory::general, LogLevel::error, "no thread for %@: %@", name, error.what());
   } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): then without a line
   }
 }

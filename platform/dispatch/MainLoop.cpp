@@ -70,7 +70,7 @@ class EarlyBlocks {
     if (blocks_.empty() && ensureMainContext()) return attach(std::move(block));
     blocks_.push_back(std::move(block));
     if (blocks_.size() > 1) return;
-    log("the main queue waits: no descriptor is left");
+    log(LogCategory::general, LogLevel::error, "the main queue waits: no descriptor is left");
     attachLater();
   }
 

@@ -112,7 +112,8 @@ class FallbackKeyStore final : public KeyStore {
       const MutexLock lock(mutex_);
       pausedUntil_[index] = Clock::now() + pause_;
     }
-    log("key store: %@ does not answer", stores_[index]->name());
+    log(LogCategory::keys, LogLevel::warning, "key store: %@ does not answer",
+        stores_[index]->name());
   }
 
   void noteChoice(std::size_t index) {
@@ -120,7 +121,8 @@ class FallbackKeyStore final : public KeyStore {
       const MutexLock lock(mutex_);
       if (std::exchange(chosen_, index) == index) return;
     }
-    log("key store: keys are kept in the %@", stores_[index]->name());
+    log(LogCategory::keys, LogLevel::notice, "key store: keys are kept in the %@",
+        stores_[index]->name());
   }
 
   const std::chrono::milliseconds pause_;

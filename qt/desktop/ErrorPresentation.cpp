@@ -61,7 +61,8 @@ ErrorBoxes::~ErrorBoxes() {
 void ErrorBoxes::show(const Error& error) {
   if (shown_ == error || std::ranges::find(waiting_, error) != waiting_.end()) return;
   if (!shown_ && waiting_.empty()) return open(error);
-  if (waiting_.size() >= kMostWaiting) return log("error not shown: %@", error);
+  if (waiting_.size() >= kMostWaiting)
+    return log(LogCategory::desktop, LogLevel::warning, "error not shown: %@", error);
   waiting_.push_back(error);
 }
 
@@ -95,10 +96,11 @@ ErrorPresenter errorPresenter(QPointer<ErrorBoxes> boxes, std::shared_ptr<GuiCal
           gui = QThread::currentThread()](const Error& error) {
     const auto show = [boxes, error] {
       if (boxes) return boxes->show(error);
-      log("error not shown: %@", error);
+      log(LogCategory::desktop, LogLevel::warning, "error not shown: %@", error);
     };
     if (QThread::currentThread() == gui) return show();
-    if (!calls->handOver(show)) log("error not shown: %@", error);
+    if (!calls->handOver(show))
+      log(LogCategory::desktop, LogLevel::warning, "error not shown: %@", error);
   };
 }
 

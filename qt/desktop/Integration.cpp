@@ -30,7 +30,7 @@ namespace kvl::qt {
 namespace {
 
 bool failToOpen(const std::string& url) {
-  log("error opening URL: %@", url);
+  log(LogCategory::desktop, LogLevel::error, "error opening URL: %@", url);
   return false;
 }
 

@@ -68,7 +68,8 @@ std::shared_ptr<MainContextBridge> MainContextBridge::whereNeeded() {
   if (dispatcher == nullptr || servedByQt(*dispatcher)) return nullptr;
   // Kept until the end: GLib wakes only the owner when other threads add something.
   if (g_main_context_acquire(g_main_context_default()) == FALSE) {
-    log("the main queue is served by another thread than Qt's");
+    log(LogCategory::desktop, LogLevel::warning,
+        "the main queue is served by another thread than Qt's");
     return nullptr;
   }
   auto bridge = std::make_shared<MainContextBridge>(*dispatcher);

@@ -1,5 +1,6 @@
 /// @file
-/// The log. Diagnostics are single lines without levels; where they go is one function.
+/// The log. Diagnostics are single lines; where they go is one function. Beside a line stand its
+/// category and its level, for hosts whose own log has such.
 #pragma once
 
 #include <local/platform/Error.h>
@@ -8,6 +9,7 @@
 #include <local/platform/Value.h>
 
 #include <concepts>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -29,12 +31,53 @@ using LogSink = std::function<void(std::string_view line)>;
 ///
 /// The system log is the journal when it takes the line, else `syslog(3)` when its socket exists,
 /// else standard error; a line also goes to standard error when that is a terminal. It gets lines
-/// as `kvl::printable` makes them.
+/// as `kvl::printable` makes them, with the level as their priority; the journal also gets the name
+/// of the category as `KVL_CATEGORY`.
 KVL_EXPORT LogSink setLogSink(LogSink sink);
 
 /// Writes one line: line ends are escaped, so that one diagnostic is one line. Never blocks on
-/// anything but the sink.
+/// anything but the sinks. Its category is `general`, its level `notice`.
 KVL_EXPORT void logLine(std::string_view line);
+
+/// How much a line matters, the least first. An `error` says that something asked for was not done,
+/// a `warning` that something was ignored or is wrong and work goes on; `info` is the usual course.
+enum class LogLevel : std::uint8_t { debug, info, notice, warning, error };
+
+/// What a line is about. Lines written without a category are `general`.
+enum class LogCategory : std::uint8_t {
+  general,
+  session,
+  notary,
+  events,
+  loading,
+  documents,
+  menus,
+  images,
+  keys,
+  desktop
+};
+
+/// The category's name in the log: "session" for `LogCategory::session`, and so on. Static storage.
+[[nodiscard]] KVL_EXPORT std::string_view nameOf(LogCategory category) noexcept;
+
+/// A line with what is known about it. The line is as a `LogSink` gets it, and valid during the
+/// call only.
+struct LogRecord {
+  std::string_view line;
+  LogCategory category = LogCategory::general;
+  LogLevel level = LogLevel::notice;
+};
+
+/// Receives one record. The rules of `LogSink` hold.
+using LogRecordSink = std::function<void(const LogRecord& record)>;
+
+/// Replaces the record sink of the process and returns the one before; an empty function means
+/// none. It stands beside the sink of lines: with both set, both are called, the sink of lines
+/// first. While it alone is set, it takes the place of the system log.
+KVL_EXPORT LogRecordSink setLogRecordSink(LogRecordSink sink);
+
+/// Writes one line as the other `logLine` does, with its category and level.
+KVL_EXPORT void logLine(LogCategory category, LogLevel level, std::string_view line);
 
 /// @name Text of a value as the log shows it. What is absent prints as `(null)`.
 /// @{
@@ -80,6 +123,13 @@ template <class... Arguments>
 template <class... Arguments>
 void log(std::string_view pattern, const Arguments&... arguments) {
   logLine(format(pattern, arguments...));
+}
+
+/// Formats and writes one line with its category and level.
+template <class... Arguments>
+void log(LogCategory category, LogLevel level, std::string_view pattern,
+         const Arguments&... arguments) {
+  logLine(category, level, format(pattern, arguments...));
 }
 
 }  // namespace kvl

@@ -41,7 +41,7 @@ void logLacks(std::uint32_t lacks) {
   if ((lacks & kNoLandlock) != 0) lacks &= ~std::uint32_t{kNoNetworkRules};
   const auto news = lacks & ~logged.fetch_or(lacks);
   for (const auto& [lack, text] : kLackTexts) {
-    if ((news & lack) != 0) log(text);
+    if ((news & lack) != 0) log(LogCategory::images, LogLevel::warning, text);
   }
 }
 
@@ -329,7 +329,8 @@ std::unique_ptr<Decoder> DecoderPool::makeDecoder() {
   if (failed_ && Clock::now() - *failed_ < options_.retry) return nullptr;
   const bool wasRunning = program_ != nullptr;
   if (!core::hasSpareDescriptors()) {
-    if (!std::exchange(isFailureKnown_, true)) log("no images: no descriptor is left");
+    if (!std::exchange(isFailureKnown_, true))
+      log(LogCategory::images, LogLevel::error, "no images: no descriptor is left");
     return nullptr;
   }
   DecoderProblem problem;
@@ -340,7 +341,8 @@ std::unique_ptr<Decoder> DecoderPool::makeDecoder() {
   }
   failed_ = decoder ? std::nullopt : std::optional(Clock::now());
   const bool isKnown = std::exchange(isFailureKnown_, decoder == nullptr);
-  if (!decoder && !isKnown) log("no images: %@", problem.text);
+  if (!decoder && !isKnown)
+    log(LogCategory::images, LogLevel::error, "no images: %@", problem.text);
   return decoder;
 }
 

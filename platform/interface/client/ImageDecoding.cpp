@@ -62,7 +62,8 @@ std::uint64_t pixelCount(PixelSize size) {
 
 void logRefusal(const State& source, std::string_view reason) {
   const auto name = source.format == ImageFormat::kUnknown ? "data" : nameOf(source.format);
-  log("image refused: %@ of %@ bytes: %@", name, source.bytes.size(), reason);
+  log(LogCategory::images, LogLevel::warning, "image refused: %@ of %@ bytes: %@", name,
+      source.bytes.size(), reason);
 }
 
 // The size at which the next image is drawn: most likely that of the last one. Icons that are drawn
