@@ -1,4 +1,4 @@
-#include "encoding/FileContent.h"
+#include "platform/core/FileContent.h"
 
 #include <local/KVLExtensions.h>
 #include <local/KVLInputFile.h>
@@ -31,7 +31,7 @@ KVLInputFile::KVLInputFile(Private, std::optional<std::string> filename,
 std::shared_ptr<KVLInputFile> KVLInputFile::newWithDescriptor(
     std::optional<std::string> filename, std::optional<std::string> contentType, int descriptor,
     std::optional<kvl::Error>* error) {
-  auto content = kvl::encoding::FileContent::make(descriptor, error);
+  auto content = kvl::core::FileContent::make(descriptor, error);
   if (!content) return nullptr;
   auto file = newWithFilename(std::move(filename), std::move(contentType), std::nullopt);
   file->content_.set({std::nullopt, std::move(content)});
@@ -65,7 +65,7 @@ void KVLInputFile::setData(std::optional<kvl::Data> data) {
   content_.set({std::move(data), nullptr});
 }
 
-std::shared_ptr<const kvl::encoding::FileContent> KVLInputFile::fileContent() const {
+std::shared_ptr<const kvl::core::FileContent> KVLInputFile::fileContent() const {
   return content_.get().file;
 }
 

@@ -3,7 +3,7 @@
 #include "encoding/MultipartBody.h"
 
 #include "encoding/Boundary.h"
-#include "encoding/FileContent.h"
+#include "platform/core/FileContent.h"
 #include "platform/core/LargeMemory.h"
 
 #include <local/KVLEncoding.h>
@@ -34,7 +34,7 @@ struct MultipartPart {
   std::string head;          // the header lines and the empty line
   std::string_view content;  // what the input holds, or `file`
   Data file;                 // kept here because the input's may be replaced meanwhile
-  std::shared_ptr<const FileContent> openFile;
+  std::shared_ptr<const core::FileContent> openFile;
 
   [[nodiscard]] std::size_t size() const noexcept {
     return head.size() + content.size() + (openFile ? openFile->size() : 0);
@@ -203,7 +203,7 @@ class Assembly {
       if (more > body_.max_size() - size) return Error(NSPOSIXErrorDomain, ENOMEM);
       size += more;
     }
-    if (auto error = reserveMore(body_, size)) return error;
+    if (auto error = core::reserveMore(body_, size)) return error;
     core::preferLargePages(body_.data(), body_.capacity());
     places_.reserve(parts.size() + 1);
     return std::nullopt;

@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-namespace kvl::encoding {
+namespace kvl::core {
 class FileContent;
 }
 
@@ -77,13 +77,13 @@ class KVL_EXPORT KVLInputFile final : public kvl::Object {
   [[nodiscard]] std::string description() const override;
 
   /// The open file that the content is still in, or null; for the framework itself.
-  [[nodiscard]] KVL_INTERNAL std::shared_ptr<const kvl::encoding::FileContent> fileContent() const;
+  [[nodiscard]] KVL_INTERNAL std::shared_ptr<const kvl::core::FileContent> fileContent() const;
 
  private:
   // One of the two at most.
   struct Content {
     std::optional<kvl::Data> data;
-    std::shared_ptr<const kvl::encoding::FileContent> file;
+    std::shared_ptr<const kvl::core::FileContent> file;
   };
 
   kvl::Atomic<std::optional<std::string>> filename_;

@@ -27,6 +27,8 @@ constexpr std::array kDescriptions = {
     Description{NSURLErrorHTTPTooManyRedirects, "The server redirected the request too often."},
     Description{NSURLErrorBadServerResponse, "The server's response is not valid."},
     Description{NSURLErrorCannotDecodeContentData, "The server's response cannot be decoded."},
+    Description{NSURLErrorRequestBodyStreamExhausted,
+                "The body of the request could not be read as far as it was announced."},
     Description{NSURLErrorAppTransportSecurityRequiresSecureConnection,
                 "The address is not secure, and only secure connections are allowed."},
     Description{NSURLErrorDataLengthExceedsMaximum,

@@ -53,9 +53,12 @@ std::size_t maximumBody(ContentKind kind, const URLSessionConfiguration& configu
   return ofAnyKind;
 }
 
-SteadyTime endOf(ContentKind kind, const URLSessionConfiguration& configuration) {
-  if (kind == ContentKind::eventStream) return SteadyTime::max();
-  return after(std::chrono::steady_clock::now(), configuration.timeoutIntervalForResource);
+SteadyTime endOf(const URLRequest& request, const URLSessionConfiguration& configuration) {
+  constexpr auto kNever = std::chrono::nanoseconds::max();
+  const bool isStream = request.contentKind() == ContentKind::eventStream;
+  return after(std::chrono::steady_clock::now(),
+               std::min(isStream ? kNever : configuration.timeoutIntervalForResource,
+                        request.totalTimeout().value_or(kNever)));
 }
 
 // Whether the body's bytes are not those of the content. An answer may have an encoding although
@@ -87,7 +90,7 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
       request_(std::move(request)),
       body_(task_->takeFraming()),
       maximumBody_(maximumBody(request_.contentKind(), configuration)),
-      end_(endOf(request_.contentKind(), configuration)) {}
+      end_(endOf(request_, configuration)) {}
 
 Transfer::~Transfer() {
   if (connection_ && ownsHandshake_) connection_->detach();
@@ -302,8 +305,8 @@ SteadyTime Transfer::nextFlush() const {
 }
 
 void Transfer::unpause() {
-  if (!std::exchange(paused_, false)) return;
   noteActivity();
+  if (!std::exchange(paused_, false)) return;
   curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
 }
 
@@ -334,7 +337,7 @@ SteadyTime Transfer::deadline() const {
 }
 
 SteadyTime Transfer::idleDeadline() const {
-  if (paused_ || deadlineSuspended_) return SteadyTime::max();
+  if (paused_ || deadlineSuspended_ || task_->isDeliverySuspended()) return SteadyTime::max();
   return after(lastActivity_,
                request_.timeoutInterval().value_or(configuration_.timeoutIntervalForRequest));
 }

@@ -11,26 +11,6 @@
 
 namespace kvl {
 
-URLSession::~URLSession() = default;
-bool URLSession::isInvalidated() const {
-  return false;
-}
-DataTask::~DataTask() = default;
-URLSessionDelegate::~URLSessionDelegate() = default;
-
-// NOLINTBEGIN(performance-unnecessary-value-param): whoever overrides it may keep the handler
-void URLSessionDelegate::didReceiveChallenge(URLSession&, const Challenge&,
-                                             ChallengeHandler completionHandler) {
-  completionHandler(ChallengeDisposition::performDefaultHandling, nullptr);
-}
-// NOLINTEND(performance-unnecessary-value-param)
-
-void URLSessionDelegate::didReceiveData(URLSession&, const std::shared_ptr<DataTask>&,
-                                        const Data&) {}
-
-void URLSessionDelegate::didCompleteWithError(URLSession&, const std::shared_ptr<DataTask>&,
-                                              const std::optional<Error>&) {}
-
 std::shared_ptr<URLSession> URLSession::create(URLSessionConfiguration configuration,
                                                std::weak_ptr<URLSessionDelegate> delegate) {
   return std::make_shared<urlloading::URLSessionObject>(std::move(configuration),
@@ -78,6 +58,11 @@ std::shared_ptr<DataTask> URLSessionObject::dataTask(const URLRequest& request,
                                           std::move(completionHandler));
 }
 
+std::shared_ptr<DataTask> URLSessionObject::streamingTask(const URLRequest& request,
+                                                          BodyReceiver receiver) {
+  return std::make_shared<DataTaskObject>(shared_from_this(), request, std::move(receiver));
+}
+
 void URLSessionObject::finishTasksAndInvalidate() {
   engine_->invalidate();
 }
@@ -91,33 +76,23 @@ bool URLSessionObject::isInvalidated() const {
   return engine_->isInvalidated();
 }
 
-bool DeliveryWindow::isOpen(std::size_t collected) {
-  const MutexLock lock(mutex_);
-  held_ = waiting_ + collected > limit_;
-  return !held_;
-}
-
-void DeliveryWindow::add(std::size_t count) {
-  const MutexLock lock(mutex_);
-  waiting_ += count;
-}
-
-bool DeliveryWindow::release(std::size_t count) {
-  const MutexLock lock(mutex_);
-  waiting_ -= count;
-  if (!held_ || waiting_ > limit_ / 2) return false;
-  held_ = false;
-  return true;
-}
-
 DataTaskObject::DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
                                DataTaskHandler handler)
     : identifier_(nextIdentifier()),
       request_(std::move(request)),
-      hasHandler_(handler != nullptr),
+      goes_(handler ? Goes::toHandler : Goes::toDelegate),
       window_(session->configuration().deliveryBufferSize),
       session_(std::move(session)),
       handler_(std::move(handler)) {}
+
+DataTaskObject::DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
+                               BodyReceiver receiver)
+    : identifier_(nextIdentifier()),
+      request_(std::move(request)),
+      goes_(Goes::toReceiver),
+      window_(session->configuration().deliveryBufferSize),
+      receiver_(std::move(receiver)),
+      session_(std::move(session)) {}
 
 DataTask::State DataTaskObject::state() const noexcept {
   const MutexLock lock(mutex_);
@@ -136,7 +111,7 @@ bool DataTaskObject::isClosing() const {
 
 void DataTaskObject::setFraming(std::unique_ptr<BodyFraming> framing) {
   const MutexLock lock(mutex_);
-  if (!hasHandler_) framing_ = std::move(framing);
+  if (!wantsBodyInOnePiece()) framing_ = std::move(framing);
 }
 
 std::unique_ptr<BodyFraming> DataTaskObject::takeFraming() {
@@ -183,31 +158,56 @@ void DataTaskObject::cancel() {
   }
 }
 
+void DataTaskObject::suspendDelivery() {
+  window_.suspend();
+}
+
+void DataTaskObject::resumeDelivery() {
+  if (!window_.resume()) return;
+  if (const auto held = session()) held->engine().unpause(identifier_);
+}
+
+void DataTaskObject::setResponse(URLResponseRef response) {
+  response_.set(response);
+  if (goes_ != Goes::toReceiver || !receiver_.head) return;
+  post([response = std::move(response)](DataTaskObject& self, URLSessionObject&) {
+    if (self.state() == State::running) self.receiver_.head(response);
+  });
+}
+
 void DataTaskObject::deliver(Data data) {
+  window_.add(data.size());
+  post([data = std::move(data)](DataTaskObject& self, URLSessionObject& held) {
+    self.handOver(held, data);
+  });
+}
+
+template <class Work>
+void DataTaskObject::post(Work work) {
   auto held = session();
   if (!held) return;
-  window_.add(data.size());
   auto& queue = held->queue();
-  queue.async([self = shared_from_this(), held = std::move(held), data = std::move(data)] {
-    const core::ThreadWork work;
-    self->handOver(*held, data);
-  });
+  queue.async(
+      [self = shared_from_this(), held = std::move(held), work = std::move(work)]() mutable {
+        const core::ThreadWork threadWork;
+        work(*self, *held);
+      });
 }
 
 void DataTaskObject::handOver(URLSessionObject& held, const Data& data) {
   if (state() == State::running) {
-    if (const auto delegate = held.delegate())
+    if (goes_ == Goes::toReceiver) {
+      if (receiver_.piece) receiver_.piece(data);
+    } else if (const auto delegate = held.delegate()) {
       delegate->didReceiveData(held, shared_from_this(), data);
+    }
   }
   if (window_.release(data.size())) held.engine().unpause(identifier_);
 }
 
 void DataTaskObject::complete(TaskOutcome outcome) {
-  const auto held = session();
-  if (!held) return;
-  held->queue().async([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
-    const core::ThreadWork work;
-    self->finish(std::move(outcome));
+  post([outcome = std::move(outcome)](DataTaskObject& self, URLSessionObject&) mutable {
+    self.finish(std::move(outcome));
   });
 }
 
@@ -227,6 +227,11 @@ void DataTaskObject::finish(TaskOutcome outcome) {
     held = std::exchange(session_, nullptr);
   }
   if (handler) return handler(std::move(outcome.body), outcome.response, outcome.error);
+  if (goes_ == Goes::toReceiver) {
+    const BodyReceiver receiver = std::exchange(receiver_, {});
+    if (receiver.end) receiver.end(outcome.response, outcome.error);
+    return;
+  }
   if (const auto delegate = held->delegate())
     delegate->didCompleteWithError(*held, shared_from_this(), outcome.error);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/urlloading/BodyFraming.h"
+#include "platform/urlloading/DeliveryWindow.h"
 #include "platform/urlloading/TLSConnection.h"
 
 #include <local/platform/Atomic.h>
@@ -33,6 +34,8 @@ class URLSessionObject final : public URLSession,
   std::shared_ptr<DataTask> dataTask(const URLRequest& request) override;
   std::shared_ptr<DataTask> dataTask(const URLRequest& request,
                                      DataTaskHandler completionHandler) override;
+  std::shared_ptr<DataTask> streamingTask(const URLRequest& request,
+                                          BodyReceiver receiver) override;
   void finishTasksAndInvalidate() override;
   void invalidateAndCancel() override;
   const URLSessionConfiguration& configuration() const noexcept override { return configuration_; }
@@ -51,27 +54,6 @@ class URLSessionObject final : public URLSession,
   const std::shared_ptr<Engine> engine_;
 };
 
-// How much of a body waits for the delegate: counts the bytes between the I/O thread, which adds,
-// and the delegate's queue, which takes away.
-class DeliveryWindow {
- public:
-  explicit DeliveryWindow(std::size_t limit) noexcept : limit_(limit) {}
-
-  // Whether there is room beside `collected` bytes that are about to be added. Without, the sender
-  // is held back until `release` says so.
-  [[nodiscard]] bool isOpen(std::size_t collected);
-  // Adds `count` bytes, however many wait already.
-  void add(std::size_t count);
-  // Takes `count` bytes away. True when a held sender may go on: once, at half of the limit.
-  [[nodiscard]] bool release(std::size_t count);
-
- private:
-  const std::size_t limit_;
-  Mutex mutex_;
-  std::size_t waiting_ KVL_GUARDED_BY(mutex_) = 0;
-  bool held_ KVL_GUARDED_BY(mutex_) = false;
-};
-
 // How a task ended.
 struct TaskOutcome {
   std::optional<Data> body;
@@ -87,6 +69,8 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   // A null handler: the body and the completion go to the delegate.
   DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
                  DataTaskHandler handler);
+  DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
+                 BodyReceiver receiver);
 
   std::uint64_t taskIdentifier() const noexcept override { return identifier_; }
   State state() const noexcept override;
@@ -96,6 +80,8 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   void cancel() override;
   void setPrefersIncrementalDelivery(bool prefers) override { prefersIncremental_ = prefers; }
   bool prefersIncrementalDelivery() const noexcept override { return prefersIncremental_; }
+  void suspendDelivery() override;
+  void resumeDelivery() override;
 
   // Before the task is resumed.
   void setFraming(std::unique_ptr<BodyFraming> framing);
@@ -106,10 +92,15 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   [[nodiscard]] bool isCancelled() const { return state() == State::canceling; }
   // Whether the session object takes no new tasks any more.
   [[nodiscard]] bool isClosing() const;
-  [[nodiscard]] bool wantsBodyInOnePiece() const noexcept { return hasHandler_; }
-  void setResponse(URLResponseRef response) { response_.set(std::move(response)); }
+  [[nodiscard]] bool wantsBodyInOnePiece() const noexcept { return goes_ == Goes::toHandler; }
+  // The head of the answer.
+  void setResponse(URLResponseRef response);
   // Whether more may be collected for the delegate now, beside `collected` bytes.
   [[nodiscard]] bool takesDelivery(std::size_t collected) { return window_.isOpen(collected); }
+  // Whether somebody has suspended the delivery, so that no silence of the server counts.
+  [[nodiscard]] bool isDeliverySuspended() const {
+    return !wantsBodyInOnePiece() && window_.isSuspended();
+  }
   // Hands over a piece of the body.
   void deliver(Data data);
   // Ends the task; the first call counts.
@@ -124,13 +115,19 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   [[nodiscard]] std::optional<Error> start();
   [[nodiscard]] std::shared_ptr<URLSessionObject> session() const;
   [[nodiscard]] bool openGate(const std::shared_ptr<ChallengeGate>& gate);
+  // Runs `work` with this task and its session object on the latter's queue.
+  template <class Work>
+  void post(Work work);
   void handOver(URLSessionObject& session, const Data& data);
   void finish(TaskOutcome outcome);
 
   const std::uint64_t identifier_;
   const URLRequest request_;
-  const bool hasHandler_;
+  // Where body and completion go.
+  enum class Goes : unsigned char { toHandler, toDelegate, toReceiver };
+  const Goes goes_;
   DeliveryWindow window_;
+  BodyReceiver receiver_;  // constant until the queue calls and empties its `end`
   Atomic<URLResponseRef> response_;
   std::atomic<bool> prefersIncremental_ = true;
 

@@ -45,6 +45,8 @@ inline constexpr std::int64_t NSURLErrorNetworkConnectionLost = -1005;
 inline constexpr std::int64_t NSURLErrorHTTPTooManyRedirects = -1007;
 inline constexpr std::int64_t NSURLErrorBadServerResponse = -1011;
 inline constexpr std::int64_t NSURLErrorCannotDecodeContentData = -1016;
+/// A body's source gave fewer bytes than it had said, or could not go back to its first one.
+inline constexpr std::int64_t NSURLErrorRequestBodyStreamExhausted = -1021;
 /// A clear-text address that the configuration does not allow.
 inline constexpr std::int64_t NSURLErrorAppTransportSecurityRequiresSecureConnection = -1022;
 inline constexpr std::int64_t NSURLErrorDataLengthExceedsMaximum = -1103;

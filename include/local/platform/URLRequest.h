@@ -2,7 +2,9 @@
 /// Requests and responses.
 #pragma once
 
+#include <local/platform/BodySource.h>
 #include <local/platform/Data.h>
+#include <local/platform/Error.h>
 #include <local/platform/Export.h>
 #include <local/platform/URL.h>
 
@@ -56,7 +58,11 @@ enum class ContentKind {
   eventStream,  ///< read as it arrives; no content encoding is offered or accepted
 };
 
-/// An HTTP request. A plain value: copies are independent.
+/// Which of the requests that wait for a connection to one host goes first: the higher one, and
+/// among equals the one that came first. A low one may wait for as long as others come.
+enum class RequestPriority : std::uint8_t { low, usual, high };
+
+/// An HTTP request. A plain value: copies are independent, but share a body's source.
 class KVL_EXPORT URLRequest {
  public:
   /// The idle time-out of a request that sets none takes the session configuration's.
@@ -87,8 +93,22 @@ class KVL_EXPORT URLRequest {
   [[nodiscard]] const HeaderFields& headers() const noexcept { return headers_; }
   [[nodiscard]] HeaderFields& headers() noexcept { return headers_; }
 
+  /// A body in memory. Setting it replaces a source.
   [[nodiscard]] const std::optional<Data>& body() const noexcept { return body_; }
-  void setBody(std::optional<Data> body) { body_ = std::move(body); }
+  void setBody(std::optional<Data> body) {
+    body_ = std::move(body);
+    bodySource_.reset();
+  }
+
+  /// A body that is read while it is sent, always over HTTP/1.1; null by default. Setting it
+  /// replaces a body in memory. Only one task at a time may use a source.
+  [[nodiscard]] const std::shared_ptr<BodySource>& bodySource() const noexcept {
+    return bodySource_;
+  }
+  void setBodySource(std::shared_ptr<BodySource> source) {
+    bodySource_ = std::move(source);
+    body_.reset();
+  }
 
   /// The longest silence allowed between two steps of the exchange, connecting included; absent
   /// takes the session configuration's.
@@ -96,6 +116,17 @@ class KVL_EXPORT URLRequest {
     return timeoutInterval_;
   }
   void setTimeoutInterval(std::chrono::nanoseconds interval) { timeoutInterval_ = interval; }
+
+  /// The longest time from the task's start to its end, redirects included, of event streams, too.
+  /// Where the session configuration allows less, that holds.
+  [[nodiscard]] std::optional<std::chrono::nanoseconds> totalTimeout() const noexcept {
+    return totalTimeout_;
+  }
+  void setTotalTimeout(std::chrono::nanoseconds timeout) { totalTimeout_ = timeout; }
+
+  /// `RequestPriority::usual` by default. Over HTTP/2 the server is told as well.
+  [[nodiscard]] RequestPriority priority() const noexcept { return priority_; }
+  void setPriority(RequestPriority priority) noexcept { priority_ = priority; }
 
   /// `ContentKind::data` by default.
   [[nodiscard]] ContentKind contentKind() const noexcept { return contentKind_; }
@@ -107,8 +138,11 @@ class KVL_EXPORT URLRequest {
   std::string method_ = "GET";
   HeaderFields headers_;
   std::optional<Data> body_;
+  std::shared_ptr<BodySource> bodySource_;
   std::optional<std::chrono::nanoseconds> timeoutInterval_;
+  std::optional<std::chrono::nanoseconds> totalTimeout_;
   ContentKind contentKind_ = ContentKind::data;
+  RequestPriority priority_ = RequestPriority::usual;
 };
 
 /// A response's head. Immutable once handed out.
@@ -128,5 +162,12 @@ using URLResponseRef = std::shared_ptr<const URLResponse>;
 /// Error", and "Unknown Status" outside 100 to 599. Any thread.
 [[nodiscard]] KVL_EXPORT std::string_view localizedStringForStatusCode(
     std::int64_t statusCode) noexcept;
+
+/// What a request came to, in one line for a person: "404 Not Found from /path" of an answer, the
+/// error's text where there is one, and "No answer" where there is neither. An error beside an
+/// answer that is no success (300 and above) follows from it, and the answer is what counts. Any
+/// thread.
+[[nodiscard]] KVL_EXPORT std::string outcomeText(const URLResponseRef& response,
+                                                 const std::optional<Error>& error);
 
 }  // namespace kvl

@@ -6,6 +6,7 @@
 #include <local/platform/Data.h>
 #include <local/platform/Error.h>
 #include <local/platform/Export.h>
+#include <local/platform/Observation.h>
 #include <local/platform/URLRequest.h>
 
 #include <chrono>
@@ -106,6 +107,30 @@ class KVL_EXPORT URLSessionDelegate {
 using DataTaskHandler =
     std::function<void(std::optional<Data>, URLResponseRef, std::optional<Error>)>;
 
+/// How far an exchange has come, in bytes of the two bodies. What is to come is absent while nobody
+/// knows: of an answer without a length, or with a content encoding, since what is received counts
+/// once decoded.
+struct TransferProgress {
+  std::uint64_t sent = 0;
+  std::uint64_t received = 0;
+  std::optional<std::uint64_t> toSend;
+  std::optional<std::uint64_t> toReceive;
+
+  friend bool operator==(const TransferProgress&, const TransferProgress&) = default;
+};
+
+/// Receives an answer piece by piece, on the session object's serial queue and in this order; each
+/// function may be empty. Waiting in one of them holds that queue up, see
+/// `DataTask::suspendDelivery`. All of them are destroyed after `end`.
+struct BodyReceiver {
+  /// The last answer's head, after redirects; at most once.
+  std::function<void(const URLResponseRef& head)> head;
+  /// Never empty; decoded; of any number and size, and none after a cancel.
+  std::function<void(const Data& piece)> piece;
+  /// Exactly once, last, also after a cancel.
+  std::function<void(const URLResponseRef& response, const std::optional<Error>& error)> end;
+};
+
 /// One request under way. Usable from any thread. A started task runs to its end even when nobody
 /// holds it. The request goes out once: without an answer it has failed with
 /// `NSURLErrorNetworkConnectionLost`, and the server may have taken it. Only one that the server
@@ -131,6 +156,20 @@ class KVL_EXPORT DataTask {
   /// that it can be read back.
   virtual void setPrefersIncrementalDelivery(bool prefers) = 0;
   [[nodiscard]] virtual bool prefersIncrementalDelivery() const noexcept = 0;
+
+  /// How far the task is. Zeros unless overridden.
+  [[nodiscard]] virtual TransferProgress progress() const;
+  /// Tells `handler` on a serial queue: the present state at once, then each new one, at most every
+  /// 50 ms, and the last one before the task's completion is delivered. Silent unless overridden.
+  [[nodiscard]] virtual Observation observeProgress(
+      std::function<void(const TransferProgress&)> handler);
+
+  /// Holds the sender back until `resumeDelivery` has been called as often. What has been read by
+  /// then still comes, `deliveryBufferSize` and one pass of reading at most. The task keeps its
+  /// connection; its idle time-out stands still meanwhile and begins anew afterwards, the total one
+  /// runs on. Nothing for a task with a completion handler, and unless overridden.
+  virtual void suspendDelivery();
+  virtual void resumeDelivery();
 };
 
 /// An HTTPS session object: connections, cookies and transfers that share one identity. It owns an
@@ -164,6 +203,12 @@ class KVL_EXPORT URLSession {
   /// Whether new tasks are refused. A class of the host's own that invalidates says so here, or a
   /// `KVLSession` goes on opening its event stream on it; false unless overridden.
   [[nodiscard]] virtual bool isInvalidated() const;
+
+  /// Makes a suspended task whose answer goes to `receiver`, piece by piece as it arrives. Unless
+  /// overridden, it arrives as a whole and is handed over in one piece, with the limits that hold
+  /// for such a body.
+  [[nodiscard]] virtual std::shared_ptr<DataTask> streamingTask(const URLRequest& request,
+                                                                BodyReceiver receiver);
 };
 
 }  // namespace kvl

@@ -6,9 +6,10 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
-namespace kvl::encoding {
+namespace kvl::core {
 
 // Makes room in `text` for so many bytes more. ENOMEM when no memory holds them: a file can be
 // larger than any.
@@ -31,6 +32,12 @@ class FileContent {
   // As it was in the beginning.
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
+  // Fills the front of `room`, which is not empty, with what stands `done` bytes behind the
+  // beginning, and says how many bytes; 0 at the end, which is where it was in the beginning, and
+  // with an error when the file cannot be read or has become shorter.
+  [[nodiscard]] std::size_t readAt(std::size_t done, std::span<char> room,
+                                   std::optional<Error>* error) const;
+
   // Appends so many bytes to `text`. An error when the file cannot be read, has become shorter or
   // is too large for the memory; `text` then has some of them.
   [[nodiscard]] std::optional<Error> appendTo(std::string& text) const;
@@ -41,4 +48,4 @@ class FileContent {
   const std::size_t size_;
 };
 
-}  // namespace kvl::encoding
+}  // namespace kvl::core

@@ -1,4 +1,4 @@
-#include "encoding/FileContent.h"
+#include "platform/core/FileContent.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,11 +9,11 @@
 #include <new>
 #include <vector>
 
-namespace kvl::encoding {
+namespace kvl::core {
 namespace {
 
 // Large enough for few calls, small enough to stay in the processor's cache.
-constexpr std::size_t kBlock = std::size_t{256} << 10;
+constexpr std::size_t kFileBlock = std::size_t{256} << 10;
 
 Error systemError(int code) {
   return {NSPOSIXErrorDomain, code};
@@ -61,19 +61,30 @@ std::optional<Error> reserveMore(std::string& text, std::size_t size) {
   return std::nullopt;
 }
 
+std::size_t FileContent::readAt(std::size_t done, std::span<char> room,
+                                std::optional<Error>* error) const {
+  if (done >= size_) return 0;
+  ssize_t count = -1;
+  do {
+    count = pread(descriptor_, room.data(), std::min(room.size(), size_ - done),
+                  static_cast<off_t>(offset_ + done));
+  } while (count < 0 && errno == EINTR);
+  if (count > 0) return static_cast<std::size_t>(count);
+  storeError(error, count < 0 ? systemError(errno) : shortenedError());
+  return 0;
+}
+
 std::optional<Error> FileContent::appendTo(std::string& text) const {
   if (auto error = reserveMore(text, size_)) return error;
-  std::vector<char> block(std::min(size_, kBlock));
+  std::vector<char> block(std::min(size_, kFileBlock));
   for (std::size_t done = 0; done < size_;) {
-    const ssize_t count = pread(descriptor_, block.data(), std::min(block.size(), size_ - done),
-                                static_cast<off_t>(offset_ + done));
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return systemError(errno);
-    if (count == 0) return shortenedError();
-    text.append(block.data(), static_cast<std::size_t>(count));
-    done += static_cast<std::size_t>(count);
+    std::optional<Error> error;
+    const std::size_t count = readAt(done, block, &error);
+    if (error) return error;
+    text.append(block.data(), count);
+    done += count;
   }
   return std::nullopt;
 }
 
-}  // namespace kvl::encoding
+}  // namespace kvl::core
