@@ -4,6 +4,8 @@
 #include "tools/kvlocal/Arguments.h"
 #include "tools/kvlocal/Text.h"
 
+#include <local/platform/Text.h>
+
 #include <algorithm>
 #include <string>
 #include <variant>
@@ -13,12 +15,12 @@ namespace {
 using kvl::fuzz::require;
 
 bool mayStandInALine(std::string_view text) {
-  return kvlocal::isUTF8(text) &&
+  return kvl::isUTF8(text) &&
          std::ranges::none_of(text, [](unsigned char byte) { return byte < 0x20 || byte == 0x7f; });
 }
 
 void checkFault(const std::string& fault) {
-  require(!fault.empty() && kvlocal::isUTF8(fault), "a fault is a text");
+  require(!fault.empty() && kvl::isUTF8(fault), "a fault is a text");
   require(std::ranges::none_of(fault, [](unsigned char byte) { return byte < 0x20; }),
           "a fault is one line");
 }
@@ -31,7 +33,7 @@ void checkTextInput(const std::string& text) {
   require(mayStandInALine(input.name) && input.name.find('"') == std::string::npos,
           "a name stays within its quotes");
   require(input.name.find('=') == std::string::npos, "a name ends at an equals sign");
-  require(kvlocal::isUTF8(input.value), "a value is UTF-8");
+  require(kvl::isUTF8(input.value), "a value is UTF-8");
 }
 
 void checkFileInput(const std::string& text) {
@@ -69,8 +71,8 @@ void checkArguments(kvl::fuzz::Input input) {
   checkFileInput(text);
   checkNumbers(text);
   if (kvlocal::identifierCheck()(text).empty())
-    require(!text.empty() && kvlocal::isUTF8(text), "an identifier is a text");
-  require(kvlocal::textCheck()(text).empty() == kvlocal::isUTF8(text), "a text is UTF-8");
+    require(!text.empty() && kvl::isUTF8(text), "an identifier is a text");
+  require(kvlocal::textCheck()(text).empty() == kvl::isUTF8(text), "a text is UTF-8");
 }
 
 const kvl::fuzz::Target arguments("arguments", checkArguments);

@@ -5,7 +5,8 @@
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 #include "platform/security/PEMSequence.h"
-#include "tools/kvlocal/JSON.h"
+
+#include <local/platform/Text.h>
 
 #include <algorithm>
 #include <string>
@@ -82,21 +83,19 @@ void checkImport(std::string_view text) {
 }
 
 // A block around these bytes, so that any are a certificate or nearly one.
-void checkBytes(std::string_view bytes) {
+void checkBytes(kvl::fuzz::Input bytes) {
   const std::string text =
-      std::string(kBeginLine) + kvlocal::base64(bytes) + std::string(kEndLine) + "text\n";
+      std::string(kBeginLine) + kvl::base64(bytes) + std::string(kEndLine) + "text\n";
   std::vector<CertificateRef> certificates;
   const auto status = kvl::security::SecItemImportCertificates(text, certificates);
-  const bool isOne =
-      readElsewhere({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}) != nullptr;
+  const bool isOne = readElsewhere(bytes) != nullptr;
   require((status == kvl::kSuccess) == isOne, "exactly the bytes of a certificate are one");
   if (isOne) checkCertificate(certificates.at(0));
 }
 
 void checkCertificateText(kvl::fuzz::Input input) {
-  const auto text = kvl::fuzz::textOf(input);
-  checkImport(text);
-  checkBytes(text);
+  checkImport(kvl::fuzz::textOf(input));
+  checkBytes(input);
 }
 
 const kvl::fuzz::Target certificates("certificate", checkCertificateText);

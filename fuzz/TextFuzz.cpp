@@ -5,10 +5,10 @@
 #include "platform/interface/binding/KeyEquivalent.h"
 #include "platform/interface/binding/ShownText.h"
 #include "platform/serialisation/JSONReader.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Text.h"
 
 #include <local/platform/PrintableText.h>
+#include <local/platform/Text.h>
 
 #include <glib.h>
 
@@ -65,7 +65,12 @@ std::string unescaped(std::string_view text) {
 void checkCharacters(const std::string& text) {
   const bool isUTF8 = isUTF8Elsewhere(text);
   require(kvl::core::isUTF8(text) == isUTF8, "both take the same for UTF-8");
-  require(kvlocal::isUTF8(text) == isUTF8, "the program takes the same for UTF-8");
+  const auto valid = kvl::validUTF8(text);
+  require(isUTF8Elsewhere(valid), "what is made valid is UTF-8");
+  const std::unique_ptr<char, decltype(&g_free)> elsewhere(
+      g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())), g_free);
+  require(text.find('\0') != std::string::npos || valid == elsewhere.get(),
+          "both make the same of it");
   const auto length = kvl::characterLength(text);
   require(length == 0 || isUTF8Elsewhere(text.substr(0, length)), "a character is UTF-8");
   if (length == 0 || text.front() == '\0') return;
@@ -85,7 +90,7 @@ void checkPrintable(const std::string& text) {
 }
 
 void checkJSONText(const std::string& text) {
-  const auto json = kvlocal::jsonText(kvl::Array{text});
+  const auto json = kvl::jsonText(kvl::Array{text});
   require(isPrintable(json), "JSON text is printable");
   const auto read = kvl::valueFromJSON(kvl::Data::fromText(json), nullptr);
   const auto array = read ? read->array() : std::nullopt;

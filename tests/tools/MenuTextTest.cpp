@@ -1,6 +1,7 @@
 #include "tests/support/UserEnvironment.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/MenuText.h"
+
+#include <local/platform/Text.h>
 
 #include <gtest/gtest.h>
 
@@ -39,7 +40,7 @@ class MenuTextTest : public testing::Test {
   }
 
   std::string drawing() const { return textOf(menu); }
-  std::string json() const { return jsonText(menuValue(menu)); }
+  std::string json() const { return kvl::jsonText(menuValue(menu)); }
 
   const kvltest::UserEnvironment user;
   Menu menu;

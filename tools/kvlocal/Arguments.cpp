@@ -1,8 +1,9 @@
 #include "tools/kvlocal/Arguments.h"
 
 #include "tools/kvlocal/Input.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Text.h"
+
+#include <local/platform/Text.h>
 
 #include <algorithm>
 #include <charconv>
@@ -27,7 +28,7 @@ bool holdsControl(std::string_view text) {
 
 // An empty text when it can stand in a line of its own.
 std::string faultOf(std::string_view text, std::string_view what) {
-  if (!isUTF8(text)) return std::string(what) + " is not UTF-8";
+  if (!kvl::isUTF8(text)) return std::string(what) + " is not UTF-8";
   if (holdsControl(text)) return std::string(what) + " holds a control character";
   return {};
 }
@@ -63,7 +64,7 @@ std::string repeatedParameter(std::string_view name) {
 }
 
 std::string unknownParameter(std::string_view parameter) {
-  return jsonText(parameter.substr(1, parameter.find('=') - 1)) +
+  return kvl::jsonText(parameter.substr(1, parameter.find('=') - 1)) +
          " is no parameter of a file, which has type and filename; send a file whose name looks "
          "like that from standard input";
 }
@@ -133,20 +134,20 @@ CLI::Validator secondsCheck() {
   return checkOf([](const std::string& text) -> std::string {
     const auto seconds = number(text);
     if (seconds && *seconds >= 0 && *seconds <= kLongestSeconds) return {};
-    return jsonText(text) + " is not a number of seconds from 0 to 1000000";
+    return kvl::jsonText(text) + " is not a number of seconds from 0 to 1000000";
   });
 }
 
 CLI::Validator identifierCheck() {
   return checkOf([](const std::string& text) -> std::string {
     if (text.empty()) return "an identifier cannot be empty: keys are kept under it";
-    return isUTF8(text) ? std::string() : "an identifier is UTF-8, and this one is not";
+    return kvl::isUTF8(text) ? std::string() : "an identifier is UTF-8, and this one is not";
   });
 }
 
 CLI::Validator textCheck() {
   return checkOf([](const std::string& text) {
-    return isUTF8(text) ? std::string() : jsonText(text) + " is not UTF-8";
+    return kvl::isUTF8(text) ? std::string() : kvl::jsonText(text) + " is not UTF-8";
   });
 }
 
@@ -156,24 +157,24 @@ CLI::Validator countCheck() {
     const char* const end = text.data() + text.size();
     const auto [rest, fault] = std::from_chars(text.data(), end, count);
     if (fault == std::errc{} && rest == end && count >= 0) return {};
-    return jsonText(text) + " is not a whole number from 0 to " +
+    return kvl::jsonText(text) + " is not a whole number from 0 to " +
            std::to_string(std::numeric_limits<std::int64_t>::max());
   });
 }
 
 std::variant<TextInput, std::string> parseTextInput(std::string_view text) {
   const std::size_t end = endOfName(text);
-  if (end == std::string_view::npos) return jsonText(text) + " is not NAME=VALUE";
+  if (end == std::string_view::npos) return kvl::jsonText(text) + " is not NAME=VALUE";
   TextInput input{std::string(text.substr(0, end)), std::string(text.substr(end + 1))};
   if (std::string fault = nameFault(input.name); !fault.empty()) return fault;
-  if (!isUTF8(input.value)) return "a value is not UTF-8; send it as a file";
+  if (!kvl::isUTF8(input.value)) return "a value is not UTF-8; send it as a file";
   return input;
 }
 
 std::variant<FileInput, std::string> parseFileInput(std::string_view text) {
   const std::size_t end = endOfName(text);
   if (end == std::string_view::npos || !text.substr(end + 1).starts_with('@'))
-    return jsonText(text) + " is not NAME=@PATH";
+    return kvl::jsonText(text) + " is not NAME=@PATH";
   FileInput input{std::string(text.substr(0, end)), {}, {}, {}};
   std::optional<std::string> filename;
   text.remove_prefix(end + 2);
@@ -190,7 +191,7 @@ std::variant<FileInput, std::string> parseFileInput(std::string_view text) {
 
 std::string sizeFault(const std::string& text) {
   if (parseSize(text)) return {};
-  return jsonText(text) + " is not WIDTHxHEIGHT with numbers above 0 and up to 100000";
+  return kvl::jsonText(text) + " is not WIDTHxHEIGHT with numbers above 0 and up to 100000";
 }
 
 kvl::Size sizeOf(const std::string& text) {
@@ -198,7 +199,7 @@ kvl::Size sizeOf(const std::string& text) {
 }
 
 std::string sizeText(kvl::Size size) {
-  return jsonText(size.width) + " x " + jsonText(size.height);
+  return kvl::jsonText(size.width) + " x " + kvl::jsonText(size.height);
 }
 
 }  // namespace kvlocal

@@ -4,6 +4,8 @@
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Output.h"
 
+#include <local/platform/Text.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
@@ -83,7 +85,7 @@ Client::Client(const Context& context)
 
 Client::~Client() {
   // The session lives as long as the process and would leave its disposable key pair behind.
-  if (const auto error = KVLNotary::deleteKeys()) complain(errorText(*error));
+  if (const auto error = KVLNotary::deleteKeys()) complain(kvl::errorText(*error));
 }
 
 ExitCode Client::establish() {
@@ -159,7 +161,7 @@ std::string Client::failureText() const {
   const auto error = lastError();
   if (!error) return "the notary service did not answer in time";
   if (isUnreachable(*error)) return "the notary service cannot be reached: " + reasonText(*error);
-  return "the notary service gave no identity: " + errorText(*error);
+  return "the notary service gave no identity: " + kvl::errorText(*error);
 }
 
 }  // namespace kvlocal

@@ -1,9 +1,9 @@
 #include "tools/kvlocal/Describe.h"
 
-#include "tools/kvlocal/JSON.h"
-
 #include <local/KVLEncodingLocale.h>
+#include <local/KVLExtensionsDateFormatter.h>
 #include <local/platform/PrintableText.h>
+#include <local/platform/Text.h>
 
 #include <cstdint>
 #include <string_view>
@@ -16,6 +16,11 @@ constexpr std::string_view kAbsent = "(none)";
 
 std::string orAbsent(std::string_view text) {
   return std::string(text.empty() ? kAbsent : text);
+}
+
+// RFC 3339, in UTC and whole seconds: "2024-05-01T12:34:56Z".
+std::string dateText(kvl::Date date) {
+  return KVLExtensions::rfc3339().stringFromDate(date);
 }
 
 kvl::Value dateValue(const std::optional<kvl::Date>& date) {
@@ -49,50 +54,22 @@ std::string clientText(const kvl::CertificateRef& client) {
          field("serial", client->serialNumber());
 }
 
-// The notary's reply has arrived, and holds no URL that can be used.
-bool hasNoURL(const kvl::Error& error) {
-  return error.is(kvl::NSPOSIXErrorDomain, kvl::NSURLErrorUnsupportedURL);
-}
-
-// The text of the parser or library that failed says more than domain and code.
-std::optional<std::string> reasonOf(const kvl::Error& error) {
-  if (hasNoURL(error)) return std::nullopt;
-  if (auto reason = error.localizedFailureReason()) return reason;
-  const auto text = error.userInfo()[kvl::NSDebugDescriptionErrorKey].string();
-  return text ? std::optional(std::string(*text)) : std::nullopt;
-}
-
-// Without domain and code, which stand behind it.
-std::string wordsOf(const kvl::Error& error) {
-  if (hasNoURL(error)) return "No URL that can be used was given.";
-  const std::string numbers =
-      " (" + error.domain() + " error " + std::to_string(error.code()) + ".)";
-  std::string text = error.localizedDescription();
-  if (!text.ends_with(numbers)) return text;
-  return reasonOf(error).value_or(text.substr(0, text.size() - numbers.size()));
-}
-
 std::string numberOf(const kvl::Error& error) {
   return " [" + error.domain() + " " + std::to_string(error.code()) + "]";
 }
 
 }  // namespace
 
-std::string errorText(const kvl::Error& error) {
-  std::string text = wordsOf(error);
-  const auto reason = reasonOf(error);
-  if (reason && text.find(*reason) == std::string::npos) text += " (" + *reason + ")";
-  return text + numberOf(error);
-}
-
 std::string reasonText(const kvl::Error& error) {
-  return reasonOf(error).value_or(wordsOf(error)) + numberOf(error);
+  const kvl::ErrorWords words = kvl::errorWords(error);
+  return words.why.value_or(words.what) + numberOf(error);
 }
 
 kvl::Dictionary errorValue(const kvl::Error& error) {
-  const std::string words = wordsOf(error);
-  kvl::Dictionary value{{"domain", error.domain()}, {"code", error.code()}, {"description", words}};
-  if (const auto reason = reasonOf(error); reason && *reason != words) value.set("reason", *reason);
+  const kvl::ErrorWords words = kvl::errorWords(error);
+  kvl::Dictionary value{
+      {"domain", error.domain()}, {"code", error.code()}, {"description", words.what}};
+  if (words.why && *words.why != words.what) value.set("reason", *words.why);
   return value;
 }
 

@@ -7,9 +7,7 @@
 
 namespace kvlocal {
 
-// One line: what went wrong and, where it says more, why, then domain and code.
-[[nodiscard]] std::string errorText(const kvl::Error& error);
-// The same without what went wrong, for a sentence that has said it.
+// kvl::errorText without what went wrong, for a sentence that has said it.
 [[nodiscard]] std::string reasonText(const kvl::Error& error);
 [[nodiscard]] kvl::Dictionary errorValue(const kvl::Error& error);
 

@@ -3,10 +3,10 @@
 #include "tools/kvlocal/Exchange.h"
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Input.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 
 #include <local/KVLEncodingRoot.h>
+#include <local/platform/Text.h>
 
 namespace kvlocal {
 namespace {
@@ -24,17 +24,17 @@ ExitCode readRoot(const Context& context, const std::string& path, Root& root) {
   const ExitCode result = readDocument(context, path, root);
   if (result != ExitCode::ok || root) return result;
   return fail(context.settings.json, ExitCode::usage,
-              jsonText(path) + " is null, which cannot be submitted");
+              kvl::jsonText(path) + " is null, which cannot be submitted");
 }
 
 ExitCode show(const Answer<Root>& answer, const Report& report) {
   if (report.json) {
     kvl::Dictionary value = headValue(*answer.response);
     if (answer.content) value.set("document", *answer.content);
-    return printLine(jsonText(value));
+    return printLine(kvl::jsonText(value));
   }
   std::string text = report.showsHead ? headText(*answer.response) : std::string();
-  if (answer.content) text += jsonText(*answer.content) + '\n';
+  if (answer.content) text += kvl::jsonText(*answer.content) + '\n';
   return print(text);
 }
 

@@ -1,7 +1,8 @@
 #include "tools/kvlocal/EventFeed.h"
 
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Text.h"
+
+#include <local/platform/Text.h>
 
 #include <iterator>
 #include <utility>
@@ -20,7 +21,7 @@ std::string jsonEventLine(const KVLEvent& event) {
   if (const auto name = event.event()) value.set("event", *name);
   if (const auto data = event.data()) value.set("data", *data);
   if (const auto identifier = event.identifier()) value.set("id", *identifier);
-  return jsonText(value) + '\n';
+  return kvl::jsonText(value) + '\n';
 }
 
 EventFeed::EventFeed(std::shared_ptr<Rendezvous> rendezvous, Format format)

@@ -5,10 +5,10 @@
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/EventFeed.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/StateName.h"
 
+#include <local/platform/Text.h>
 #include <local/platform/URL.h>
 #include <local/platform/URLRequest.h>
 
@@ -50,10 +50,10 @@ bool isHTTPScheme(std::string_view scheme) {
 std::string sourceFault(const std::string& source) {
   if (source.empty()) return "the URL is empty";
   const auto url = kvl::URL::parse(source);
-  if (!url) return jsonText(source) + " is no URL";
+  if (!url) return kvl::jsonText(source) + " is no URL";
   const auto scheme = url->scheme();
   if (!scheme || isHTTPScheme(*scheme)) return {};
-  return jsonText(source) + " is no URL of HTTP";
+  return kvl::jsonText(source) + " is no URL of HTTP";
 }
 
 std::string identifierFault(const std::string& identifier) {

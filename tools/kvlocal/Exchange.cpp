@@ -2,12 +2,12 @@
 
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Failure.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Text.h"
 
 #include <local/KVLEncodingSession.h>
 #include <local/platform/PrintableText.h>
+#include <local/platform/Text.h>
 
 #include <unistd.h>
 
@@ -114,13 +114,13 @@ std::string protocolName(int version) {
 
 std::string bodyJSON(const Answer<Body>& answer) {
   kvl::Dictionary value = headValue(*answer.response);
-  const std::string_view body = answer.content ? answer.content->text() : std::string_view();
-  if (isUTF8(body)) {
-    value.set("body", body);
+  const kvl::Data body = answer.content.value_or(kvl::Data());
+  if (kvl::isUTF8(body.text())) {
+    value.set("body", body.text());
   } else {
-    value.set("bodyBase64", base64(body));
+    value.set("bodyBase64", kvl::base64(body.bytes()));
   }
-  return jsonText(value) + '\n';
+  return kvl::jsonText(value) + '\n';
 }
 
 ExitCode showBody(const Answer<Body>& answer, const Report& report) {
@@ -204,7 +204,7 @@ kvl::Dictionary headValue(const kvl::URLResponse& response) {
 }
 
 ExitCode reportFailure(const kvl::Error& error, const kvl::URLResponseRef& response, bool json) {
-  return fail(json, ExitCode::transport, "the request failed: " + errorText(error), error,
+  return fail(json, ExitCode::transport, "the request failed: " + kvl::errorText(error), error,
               headOf(response));
 }
 
@@ -220,7 +220,7 @@ ExitCode reportNoDocument(const kvl::Error& error, const kvl::URLResponseRef& re
   const bool isUndecodable =
       response && error.is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError);
   if (!isUndecodable) return reportFailure(error, response, json);
-  return reportUnusable("the answer is no JSON document: " + errorText(error), error, response,
+  return reportUnusable("the answer is no JSON document: " + kvl::errorText(error), error, response,
                         json);
 }
 

@@ -1,7 +1,8 @@
 #include "tools/kvlocal/Failure.h"
 
 #include "tools/kvlocal/Describe.h"
-#include "tools/kvlocal/JSON.h"
+
+#include <local/platform/Text.h>
 
 namespace kvlocal {
 namespace {
@@ -21,7 +22,7 @@ ExitCode fail(bool json, ExitCode code, std::string_view sentence, const kvl::Er
   kvl::Dictionary value{{"error", errorValue(error)}};
   for (const auto& [name, entry] : more)
     if (!value.find(name)) value.set(name, entry);
-  const ExitCode printed = printLine(jsonText(value));
+  const ExitCode printed = printLine(kvl::jsonText(value));
   return printed == ExitCode::ok ? code : printed;
 }
 

@@ -5,10 +5,10 @@
 #include "tools/kvlocal/Exchange.h"
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Input.h"
-#include "tools/kvlocal/JSON.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLInputFile.h>
+#include <local/platform/Text.h>
 
 #include <algorithm>
 #include <map>
@@ -30,7 +30,8 @@ struct FormOptions {
 // An empty text when the framework would send the form to the service.
 std::string pathFault(const std::string& path) {
   if (!path.starts_with("https://")) return {};
-  return jsonText(path) + " would be opened in a browser; give a URL relative to the service's";
+  return kvl::jsonText(path) +
+         " would be opened in a browser; give a URL relative to the service's";
 }
 
 template <class Input>

@@ -4,9 +4,10 @@
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Failure.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/StateName.h"
+
+#include <local/platform/Text.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -108,7 +109,7 @@ ExitCode runWatch(const Context& context, const WatchOptions& options) {
     const auto change = watcher.next(limit);
     if (!change) break;
     const ExitCode printed =
-        print(context.settings.json ? jsonText(change->value) + '\n' : change->text);
+        print(context.settings.json ? kvl::jsonText(change->value) + '\n' : change->text);
     if (printed != ExitCode::ok) return printed;
   }
   return ExitCode::ok;
@@ -141,7 +142,7 @@ std::string statusJSON(const Client& client, ExitCode result) {
   } else if (result != ExitCode::ok) {
     value.set("error", errorValue(ownError(result, client.failureText())));
   }
-  return jsonText(value) + '\n';
+  return kvl::jsonText(value) + '\n';
 }
 
 ExitCode runStatus(const Context& context) {
@@ -162,7 +163,7 @@ ExitCode runCSR(const Context& context) {
                 "no signing request could be made; --verbose shows why");
   }
   if (!context.settings.json) return printLine(*request);
-  return printLine(jsonText(kvl::Dictionary{{"certificateSigningRequest", *request}}));
+  return printLine(kvl::jsonText(kvl::Dictionary{{"certificateSigningRequest", *request}}));
 }
 
 }  // namespace

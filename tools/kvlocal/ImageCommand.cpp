@@ -5,10 +5,10 @@
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Exchange.h"
 #include "tools/kvlocal/Failure.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 
 #include <local/KVLEncodingSession.h>
+#include <local/platform/Text.h>
 
 namespace kvlocal {
 namespace {
@@ -36,7 +36,7 @@ std::string imageJSON(const kvl::Image& image, const kvl::URLResponse& response)
   value.set("naturalSize", sizeValue(image.naturalSize()));
   value.set("template", image.isTemplate());
   value.set("bytes", image.data().size());
-  return jsonText(value);
+  return kvl::jsonText(value);
 }
 
 std::string imageText(const kvl::Image& image) {

@@ -2,9 +2,9 @@
 
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Failure.h"
-#include "tools/kvlocal/JSON.h"
 
 #include <local/KVLEncodingRoot.h>
+#include <local/platform/Text.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -67,7 +67,7 @@ ExitCode readInto(const Context& context, const std::string& path, const Taker& 
   const char* const fault =
       reading->isTaken ? " cannot be read: " : " cannot be kept in a temporary file: ";
   return fail(context.settings.json, ExitCode::usage,
-              jsonText(path) + fault + std::strerror(reading->error));
+              kvl::jsonText(path) + fault + std::strerror(reading->error));
 }
 
 // From this size on, content is in a file until it is sent.
@@ -172,7 +172,7 @@ ExitCode readDocument(const Context& context, const std::string& path,
       KVLEncoding::rootFromResponse(nullptr, kvl::Data::adoptingText(std::move(*text)), &error);
   if (!error) return ExitCode::ok;
   return fail(context.settings.json, ExitCode::usage,
-              jsonText(path) + " is no JSON document: " + errorText(*error), *error);
+              kvl::jsonText(path) + " is no JSON document: " + kvl::errorText(*error), *error);
 }
 
 }  // namespace kvlocal

@@ -3,13 +3,13 @@
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Exchange.h"
 #include "tools/kvlocal/Failure.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/MenuText.h"
 #include "tools/kvlocal/Output.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLEncodingMenus.h>
 #include <local/KVLEncodingSession.h>
+#include <local/platform/Text.h>
 
 namespace kvlocal {
 namespace {
@@ -41,7 +41,7 @@ ExitCode show(const kvl::Menu& menu, const kvl::URLResponse& response, MenuLook 
   if (!json) return print(menuText(menu, look));
   kvl::Dictionary value = headValue(response);
   value.set(kMenuKey, menuValue(menu));
-  return printLine(jsonText(value));
+  return printLine(kvl::jsonText(value));
 }
 
 // Why the item cannot be activated here; empty when it can.
@@ -117,7 +117,7 @@ class MenuRun {
     const auto item = itemWithIdentifier(menu_, identifier);
     if (const auto fault = faultOf(identifier, item, descriptions); !fault.empty()) {
       return fail(context_.settings.json, ExitCode::noItem,
-                  "the item " + jsonText(identifier) + " " + fault);
+                  "the item " + kvl::jsonText(identifier) + " " + fault);
     }
     const Exchange exchange{.send =
                                 [&](KVLSession&) {

@@ -1,8 +1,7 @@
 #include "tools/kvlocal/Output.h"
 
-#include "tools/kvlocal/JSON.h"
-
 #include <local/platform/PrintableText.h>
+#include <local/platform/Text.h>
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -41,7 +40,7 @@ std::optional<std::string> writeFile(const std::string& path, std::string_view b
     error = errno;
   }
   if (written) return std::nullopt;
-  return jsonText(path) + " cannot be written: " + std::strerror(error);
+  return kvl::jsonText(path) + " cannot be written: " + std::strerror(error);
 }
 
 std::size_t outputWidth() {

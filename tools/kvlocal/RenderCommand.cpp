@@ -3,12 +3,12 @@
 
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Input.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Text.h"
 
 #include <local/KVLEncodingLocale.h>
 #include <local/platform/Log.h>
+#include <local/platform/Text.h>
 
 namespace kvlocal {
 namespace {
@@ -19,7 +19,7 @@ struct RenderOptions {
 };
 
 ExitCode show(const std::string& rendered, bool json) {
-  if (json) return printLine(jsonText(kvl::Dictionary{{"text", rendered}}));
+  if (json) return printLine(kvl::jsonText(kvl::Dictionary{{"text", rendered}}));
   return printLine(escaped(rendered));
 }
 

@@ -71,15 +71,6 @@ void appendWrapped(std::string& text, std::string_view line, std::size_t width) 
 
 }  // namespace
 
-bool isUTF8(std::string_view text) {
-  while (!text.empty()) {
-    const std::size_t length = kvl::characterLength(text);
-    if (length == 0) return false;
-    text.remove_prefix(length);
-  }
-  return true;
-}
-
 std::string wrapped(std::string_view text, std::size_t width) {
   std::string result;
   for (;;) {

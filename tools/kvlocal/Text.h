@@ -8,9 +8,6 @@
 
 namespace kvlocal {
 
-// Whether all of the text is UTF-8 (RFC 3629).
-[[nodiscard]] bool isUTF8(std::string_view text);
-
 // `value` without characters that end lines, separate fields or do something to terminals
 // (kvl::isUnprintable): backslashes, tabs and line ends become `\\`, `\t`, `\r` and `\n`, each byte
 // of other such characters and of what is not UTF-8 `\0` and three octal digits. Any shell's

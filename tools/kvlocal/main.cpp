@@ -4,12 +4,12 @@
 #include "tools/kvlocal/Arguments.h"
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Failure.h"
-#include "tools/kvlocal/JSON.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Text.h"
 
 #include <local/platform/HostApplication.h>
 #include <local/platform/Log.h>
+#include <local/platform/Text.h>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -155,8 +155,8 @@ std::string faultText(const CLI::App& parser, const CLI::ParseError& error) {
   const auto words = parser.remaining();
   const auto isCommand = [](const std::string& word) { return !word.starts_with('-'); };
   const auto unknown = std::ranges::find_if(words, isCommand);
-  if (unknown != words.end()) return jsonText(*unknown) + " is no command";
-  return words.empty() ? error.what() : jsonText(words.front()) + " is no option";
+  if (unknown != words.end()) return kvl::jsonText(*unknown) + " is no command";
+  return words.empty() ? error.what() : kvl::jsonText(words.front()) + " is no option";
 }
 
 ExitCode endParsing(const CLI::App& parser, const CLI::ParseError& error, bool json) {
