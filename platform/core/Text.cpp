@@ -29,8 +29,8 @@ constexpr std::uint8_t kNoDigit = 64;
 constexpr std::array<std::uint8_t, 256> valuesOfDigits() {
   std::array<std::uint8_t, 256> values{};
   values.fill(kNoDigit);
-  for (std::uint8_t i = 0; i < kBase64Digits.size(); ++i)
-    values[static_cast<unsigned char>(kBase64Digits[i])] = i;
+  std::uint8_t value = 0;
+  for (const char digit : kBase64Digits) values[static_cast<unsigned char>(digit)] = value++;
   return values;
 }
 constexpr auto kDigitValues = valuesOfDigits();
