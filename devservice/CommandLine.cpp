@@ -48,8 +48,11 @@ constexpr const char* kRoutesHelp =
     "  /menu                            a menu, whose forms go to /echo\n"
     "  /desktop                         what a desktop application shows of a service\n"
     "  /icon/NAME                       an icon of its menus\n"
+    "  /notes                           notes to list, add and delete (/notes/ID)\n"
+    "  /notes/page                      the same as a page for a web view\n"
     "  /events?interval=&last=&...      an event stream\n"
-    "  /feed?interval=                  what has been sent to /echo, as an event stream\n"
+    "  /feed?interval=                  what has been sent to /echo and /notes, as an event "
+    "stream\n"
     "and the files of --documents, which go before all others.";
 
 template <class Options>

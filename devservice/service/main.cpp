@@ -85,6 +85,7 @@ void addRoutes(httplib::Server& server, ServiceState& state, const ServiceOption
   addTransferRoutes(server, state);
   addImageRoutes(server);
   addDocumentRoutes(server);
+  addNotesRoutes(server, state);
   addStreamRoutes(server, state);
   server.set_logger([&state](const httplib::Request& request, const httplib::Response& response) {
     state.countRequest();
