@@ -10,9 +10,6 @@
 namespace kvl::qt {
 namespace {
 
-// Far more than a person brings about while the event loop is busy.
-constexpr std::size_t kMostWaitingCalls = 100;
-
 // Whether events may be posted: the application takes its dispatcher down without asking whether
 // other threads are about to wake it.
 class Gate {
@@ -69,7 +66,7 @@ bool Relay::take(const QEvent& event) {
 
 bool GuiCalls::handOver(Call call) {
   const MutexLock lock(mutex_);
-  if (relay_ == nullptr || waiting_.size() >= kMostWaitingCalls) return false;
+  if (relay_ == nullptr || waiting_.size() >= most_) return false;
   waiting_.push_back(std::move(call));
   (*relay_)();
   return true;
@@ -80,27 +77,45 @@ void GuiCalls::setRelay(Relay* relay) {
   relay_ = relay;
 }
 
-std::vector<GuiCalls::Call> GuiCalls::takeWaiting() {
+std::size_t GuiCalls::count() {
+  const MutexLock lock(mutex_);
+  return waiting_.size();
+}
+
+GuiCalls::Call GuiCalls::takeNext() {
+  const MutexLock lock(mutex_);
+  if (waiting_.empty()) return nullptr;
+  Call next = std::move(waiting_.front());
+  waiting_.pop_front();
+  // The call may run an event loop of its own, in which the others' turn comes.
+  if (!waiting_.empty() && relay_ != nullptr) (*relay_)();
+  return next;
+}
+
+std::deque<GuiCalls::Call> GuiCalls::takeAll() {
   const MutexLock lock(mutex_);
   return std::exchange(waiting_, {});
 }
 
-GuiCallRunner::GuiCallRunner() {
+GuiCallRunner::GuiCallRunner(std::size_t most, QObject* parent)
+    : QObject(parent), calls_(std::make_shared<GuiCalls>(most)) {
   calls_->setRelay(&relay_);
 }
 
 GuiCallRunner::~GuiCallRunner() {
   calls_->setRelay(nullptr);
   // Destroyed here, with nothing locked: what they hold may do anything as it goes.
-  static_cast<void>(calls_->takeWaiting());
+  static_cast<void>(calls_->takeAll());
 }
 
 bool GuiCallRunner::event(QEvent* event) {
   if (!relay_.take(*event)) return QObject::event(event);
   const QPointer<GuiCallRunner> self(this);
-  for (const auto& call : calls_->takeWaiting()) {
-    if (!self) break;
-    call();
+  const auto calls = calls_;
+  // No more than there are now, so that a call which brings about the next leaves the loop its
+  // turn.
+  for (auto left = calls->count(); left > 0 && self; --left) {
+    if (const auto call = calls->takeNext()) call();
   }
   return true;
 }

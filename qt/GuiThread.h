@@ -5,9 +5,10 @@
 
 #include <QObject>
 #include <atomic>
+#include <cstddef>
+#include <deque>
 #include <functional>
 #include <memory>
-#include <vector>
 
 class QEvent;
 
@@ -38,14 +39,20 @@ class Relay {
   std::atomic<bool> posted_{false};
 };
 
-// Calls that wait for the GUI thread. Any thread may hold and use it, also when the
-// `GuiCallRunner` that it belongs to is gone.
+// Calls that wait for the thread of a `GuiCallRunner`. Any thread may hold and use it, also when
+// that runner is gone.
 class GuiCalls {
  public:
   using Call = std::function<void()>;
 
-  // Has `call` called on the GUI thread when the event loop runs again. False when nobody calls it:
-  // the runner is gone, or too many calls are waiting already.
+  // Far more than a person brings about while the event loop is busy.
+  static constexpr std::size_t kUsualMost = 100;
+
+  // At most so many wait.
+  explicit GuiCalls(std::size_t most) : most_(most) {}
+
+  // Has `call` called on the runner's thread when its event loop runs again, after those that wait
+  // already. False when nobody calls it: the runner is gone, or too many calls are waiting.
   [[nodiscard]] bool handOver(Call call);
 
  private:
@@ -53,17 +60,21 @@ class GuiCalls {
 
   // Null for the end.
   void setRelay(Relay* relay);
-  std::vector<Call> takeWaiting();
+  [[nodiscard]] std::size_t count();
+  // The next one, empty if there is none. If more wait, an event for them is on its way.
+  [[nodiscard]] Call takeNext();
+  std::deque<Call> takeAll();
 
+  const std::size_t most_;
   Mutex mutex_;
   Relay* relay_ KVL_GUARDED_BY(mutex_) = nullptr;
-  std::vector<Call> waiting_ KVL_GUARDED_BY(mutex_);
+  std::deque<Call> waiting_ KVL_GUARDED_BY(mutex_);
 };
 
-// Lives on the GUI thread and makes the calls that `GuiCalls` takes in.
-class GuiCallRunner final : public QObject {
+// Makes the calls that `GuiCalls` takes in, on the thread that it lives on.
+class GuiCallRunner : public QObject {
  public:
-  GuiCallRunner();
+  explicit GuiCallRunner(std::size_t most = GuiCalls::kUsualMost, QObject* parent = nullptr);
   // What waits is dropped.
   ~GuiCallRunner() override;
 
@@ -73,7 +84,7 @@ class GuiCallRunner final : public QObject {
   bool event(QEvent* event) override;
 
  private:
-  const std::shared_ptr<GuiCalls> calls_ = std::make_shared<GuiCalls>();
+  const std::shared_ptr<GuiCalls> calls_;
   Relay relay_{*this};
 };
 

@@ -1,0 +1,33 @@
+/// @file
+/// The events of a service as Qt has them.
+#pragma once
+
+#include <local/KVLEvent.h>
+#include <local/platform/Export.h>
+
+#include <QList>
+#include <QMetaType>
+#include <QObject>
+#include <QString>
+
+namespace kvl::qt {
+
+/// One event of the stream. A text that the event does not have is a null string.
+struct Event {
+  Q_GADGET_EXPORT(KVL_EXPORT)
+  Q_PROPERTY(QString name MEMBER name)
+  Q_PROPERTY(QString data MEMBER data)
+  Q_PROPERTY(QString identifier MEMBER identifier)
+
+ public:
+  QString name;
+  QString data;
+  QString identifier;
+
+  friend bool operator==(const Event&, const Event&) = default;
+};
+
+/// What `event` holds now. Any thread.
+[[nodiscard]] KVL_EXPORT Event eventOf(const KVLEvent& event);
+
+}  // namespace kvl::qt
