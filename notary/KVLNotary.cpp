@@ -198,6 +198,10 @@ std::shared_ptr<KVLNotary> KVLNotary::sharedNotary() {
   return *shared;
 }
 
+std::shared_ptr<KVLNotary> KVLNotary::sharedNotaryInBackground() {
+  return sharedNotary();
+}
+
 std::shared_ptr<KVLNotary> KVLNotary::notaryWithPath(std::optional<std::string> path) {
   return std::make_shared<KVLNotary>(std::move(path));
 }
@@ -252,6 +256,16 @@ void KVLNotary::makeKeysAndRequest() {
   if (error)
     kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "certificate signing request error: %@",
              *error);
+}
+
+bool KVLNotary::hasKeys() const {
+  return privateKey() && pemCertificateSigningRequest();
+}
+
+void KVLNotary::addUser() {}
+void KVLNotary::removeUser() {}
+void KVLNotary::endUser(std::function<void(std::optional<kvl::Error>)> ended) {
+  ended(std::nullopt);
 }
 
 void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandler) {

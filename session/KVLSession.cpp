@@ -1,5 +1,5 @@
-// A session's life, requests, event stream and properties. Its notarisations and its answers to
-// challenges have files of their own.
+// A session's making, requests and properties. Its notarisations, its event stream, its states and
+// its end, and its answers to challenges have files of their own.
 #include "session/Monitors.h"
 #include "session/SessionImplementation.h"
 
@@ -16,7 +16,7 @@
 namespace {
 
 using EnvironmentRef = std::shared_ptr<const kvl::Environment>;
-using kvl::session::DeliveryOrder;
+using kvl::session::notEstablished;
 using kvl::session::SessionSection;
 using kvl::session::StreamSection;
 
@@ -24,12 +24,6 @@ kvl::ProgressState connecting(const KVLNotary& notary) {
   const auto path = notary.path();
   return {1, 0, "Connecting\u2026",
           path ? kvl::format("Connecting to \"%@\"", *path) : "Connecting to local notary socket"};
-}
-
-kvl::Error notEstablished() {
-  return {kvl::NSURLErrorDomain,
-          kvl::NSURLErrorUnknown,
-          {{kvl::NSLocalizedDescriptionKey, "Notarised session is not established."}}};
 }
 
 std::shared_ptr<kvl::DataTask> refuse(const kvl::DataTaskHandler& completionHandler) {
@@ -41,21 +35,6 @@ std::shared_ptr<kvl::DataTask> refuse(const kvl::DataTaskHandler& completionHand
 kvl::URLRequest resolved(kvl::URLRequest request, const std::optional<kvl::URL>& base) {
   if (request.url() && base) request.setURL(request.url()->resolvedAgainst(*base));
   return request;
-}
-
-// An idle time-out or a cancellation from outside: the stream is simply opened again.
-bool restartsStream(const std::optional<kvl::Error>& error) {
-  return error && (error->is(kvl::NSURLErrorDomain, kvl::NSURLErrorTimedOut) ||
-                   error->is(kvl::NSURLErrorDomain, kvl::NSURLErrorCancelled));
-}
-
-void logEnd(const std::optional<kvl::Error>& error) {
-  if (!error) return;
-  kvl::log(kvl::LogCategory::events, kvl::LogLevel::warning,
-           error->domain() == kvl::NSURLErrorDomain
-               ? "event stream closed with unexpected network error: %@"
-               : "event stream closed with unexpected error: %@",
-           *error);
 }
 
 constexpr std::array<std::pair<std::string_view, std::int64_t>, 4> kRecoverableErrors = {{
@@ -87,7 +66,9 @@ KVLSession::Implementation::Implementation(std::shared_ptr<KVLNotary> initialNot
       frameworkQueue(environment->frameworkQueue("korvale.local.session")),
       configuration(kvl::URLSessionConfiguration::ephemeral()),
       observerQueue(environment->serialQueue("korvale.local.session.observers")),
-      progress(std::make_shared<kvl::Progress>(connecting(*notary.get()), observerQueue)) {}
+      progress(std::make_shared<kvl::Progress>(connecting(*notary.get()), observerQueue)) {
+  notary.get()->addUser();
+}
 
 std::shared_ptr<KVLSession> KVLSession::sessionWithNotary(
     std::shared_ptr<KVLNotary> notary, std::weak_ptr<KVLSessionDelegate> delegate) {
@@ -115,8 +96,12 @@ KVLSession::KVLSession(Private, std::shared_ptr<KVLNotary> notary,
 
 // A running stream would otherwise keep its HTTPS session object, and nobody could end it any more.
 KVLSession::~KVLSession() {
-  if (!implementation_->home.isThisProcess()) return;
-  if (const auto stream = implementation_->eventStream.get()) stream->cancel();
+  auto& self = *implementation_;
+  if (!self.home.isThisProcess()) return;
+  self.waiters.close({kvl::NSURLErrorDomain, kvl::NSURLErrorCancelled});
+  if (const auto stream = self.eventStream.get()) stream->cancel();
+  const kvl::MutexLock lock(self.notaryMutex);
+  if (self.usesNotary) self.notary.get()->removeUser();
 }
 
 void KVLSession::disconnectAfterError() {
@@ -125,6 +110,7 @@ void KVLSession::disconnectAfterError() {
   const auto stream = self.eventStream.get();
   const StreamSection streamSection(stream);
   const SessionSection section(self.signature);
+  if (self.gate.isClosed()) return;
   stream->cancel();
   self.signature.set(nullptr);
   self.disestablish(*this);
@@ -144,7 +130,7 @@ std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
   const SessionSection section(signature);
   const auto currentSignature = signature.get();
   const auto currentSession = session.get();
-  if (!currentSignature || !currentSession) return nullptr;
+  if (!currentSignature || !currentSession || gate.isClosed()) return nullptr;
   const auto copy = resolved(request, currentSignature->baseURL());
   std::shared_ptr<kvl::DataTask> task;
   if (completionHandler) {
@@ -168,7 +154,7 @@ void KVLSession::Implementation::completeRequest(const std::shared_ptr<KVLSessio
                                                  const std::weak_ptr<kvl::URLSession>& carrier,
                                                  const std::string& url,
                                                  const std::optional<kvl::Error>& error) {
-  if (!error) return;
+  if (!error || gate.isClosed()) return;
   kvl::log(kvl::LogCategory::loading, kvl::LogLevel::error, "error from request: %@", url);
   if (!isNotarisationError(error)) return;
   // No notarisation completes meanwhile and puts another HTTPS session object in its place.
@@ -176,78 +162,12 @@ void KVLSession::Implementation::completeRequest(const std::shared_ptr<KVLSessio
   if (isReplaced(carrier.lock().get())) return;
   kvl::log(kvl::LogCategory::session, kvl::LogLevel::warning,
            "notarisation error from request; enqueuing reconnection");
-  reconnect(owner);
+  reconnect(owner, error);
 }
 
 bool KVLSession::Implementation::isReplaced(const kvl::URLSession* carrier) const {
   const auto current = session.get();
   return current && current.get() != carrier;
-}
-
-void KVLSession::setEventStreamSource(const std::string& source) {
-  auto& self = *implementation_;
-  if (!self.home.isThisProcess()) return;
-  const auto stream = self.eventStream.get();
-  const StreamSection section(stream);
-  if (self.eventSource.exchange(source) == source) return;
-  stream->streamFromURL(source, *this);
-}
-
-void KVLSession::didReceiveData(kvl::URLSession& /*session*/,
-                                const std::shared_ptr<kvl::DataTask>& task, const kvl::Data& data) {
-  const auto stream = eventStream();
-  if (!delegate() || data.empty()) return;
-  std::vector<std::shared_ptr<KVLEvent>> events;
-  std::optional<DeliveryOrder::Turn> turn;
-  {
-    // A stream that is opened meanwhile must not find the rest of this one's last line.
-    const StreamSection section(stream);
-    if (!stream->isEqualToTask(*task)) return;
-    events = stream->read(data);
-    if (events.empty()) return;
-    turn.emplace(implementation_->deliveries);
-  }
-  turn->wait();
-  if (const auto receiver = delegate()) receiver->eventStream(*this, events);
-}
-
-void KVLSession::didCompleteWithError(kvl::URLSession& session,
-                                      const std::shared_ptr<kvl::DataTask>& task,
-                                      const std::optional<kvl::Error>& error) {
-  auto& self = *implementation_;
-  const auto stream = eventStream();
-  const StreamSection section(stream);
-  if (!stream->isEqualToTask(*task)) return;
-  if (restartsStream(error)) return self.reopenLater(shared_from_this(), stream, task);
-  logEnd(error);
-  // A stream that a renewal has left alone: only the identity before is refused.
-  if (isNotarisationError(error) && self.isReplaced(&session)) {
-    return self.reopenLater(shared_from_this(), stream, task);
-  }
-  self.reconnect(shared_from_this());
-}
-
-void KVLSession::Implementation::reopenLater(const std::shared_ptr<KVLSession>& owner,
-                                             const std::shared_ptr<KVLEventStreamState>& stream,
-                                             const std::shared_ptr<kvl::DataTask>& task) {
-  timerQueue()->async(
-      [owner, stream, task] { owner->implementation_->reopen(owner, stream, *task); });
-}
-
-void KVLSession::Implementation::reopen(const std::shared_ptr<KVLSession>& owner,
-                                        const std::shared_ptr<KVLEventStreamState>& stream,
-                                        const kvl::DataTask& task) {
-  const StreamSection section(stream);
-  // Somebody may have opened another stream in the meantime.
-  if (!stream->isEqualToTask(task)) return;
-  const auto current = session.get();
-  if (current && current->isInvalidated()) {
-    // Every stream would end there as this one has, at once and for ever.
-    kvl::log(kvl::LogCategory::events, kvl::LogLevel::warning,
-             "HTTPS session object is invalidated; enqueuing reconnection");
-    return reconnect(owner);
-  }
-  stream->streamFromURL(task.originalRequest().urlText(), *owner);
 }
 
 bool KVLSession::isRecoverableError(const std::optional<kvl::Error>& error) {
@@ -263,32 +183,15 @@ bool KVLSession::isNotarisationError(const std::optional<kvl::Error>& error) {
          std::ranges::find(kNotarisationErrors, error->code()) != kNotarisationErrors.end();
 }
 
-std::shared_ptr<const kvl::Progress> KVLSession::progress() const {
-  return implementation_->progress;
-}
-
-kvl::Observation KVLSession::observeState(std::function<void(KVLSessionState)> handler) const {
-  kvl::MutexLock lock(implementation_->stateMutex);
-  return implementation_->stateObservers.add(std::move(handler), implementation_->state);
-}
-
-KVLSessionState KVLSession::state() const {
-  kvl::MutexLock lock(implementation_->stateMutex);
-  return implementation_->state;
-}
-
-// Observers hear of states that are entered, not of those that merely stay.
-void KVLSession::setState(KVLSessionState state) {
-  kvl::MutexLock lock(implementation_->stateMutex);
-  if (std::exchange(implementation_->state, state) == state) return;
-  implementation_->stateObservers.notify(state);
-}
-
 std::shared_ptr<KVLNotary> KVLSession::notary() const {
   return implementation_->notary.get();
 }
 void KVLSession::setNotary(std::shared_ptr<KVLNotary> notary) {
-  implementation_->notary.set(std::move(notary));
+  auto& self = *implementation_;
+  const kvl::MutexLock lock(self.notaryMutex);
+  if (self.usesNotary) notary->addUser();
+  const auto before = self.notary.exchange(std::move(notary));
+  if (self.usesNotary) before->removeUser();
 }
 
 std::shared_ptr<KVLSessionDelegate> KVLSession::delegate() const {
@@ -344,5 +247,5 @@ std::shared_ptr<kvl::URLSession> KVLSession::session() const {
   return implementation_->session.get();
 }
 void KVLSession::setSession(std::shared_ptr<kvl::URLSession> session) {
-  implementation_->session.set(std::move(session));
+  implementation_->draining.add(implementation_->session.exchange(std::move(session)));
 }

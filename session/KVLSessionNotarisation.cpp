@@ -12,6 +12,7 @@
 
 namespace {
 
+using kvl::session::notEstablished;
 using kvl::session::SessionSection;
 using kvl::session::StreamSection;
 
@@ -39,32 +40,32 @@ std::string locationText(const KVLNotary& notary, const kvl::Error& error) {
 
 void KVLSession::enqueueNotarisation() {
   auto& self = *implementation_;
-  if (!self.home.isThisProcess()) return;
+  if (!self.home.isThisProcess() || !self.gate.enter()) return;
+  const auto keeper = shared_from_this();
+  bool isOutstanding = false;
   {
     const SessionSection section(self.signature);
-    if (self.awaitingSignature.exchange(true)) return;
+    isOutstanding = self.awaitingSignature.exchange(true);
   }
-  self.notary.get()->notariseWithCompletionHandler(
-      [session = shared_from_this()](const std::shared_ptr<KVLNotarySignature>& signature,
-                                     const std::optional<kvl::Error>& error) {
-        session->implementation_->completeNotarisation(session, signature, error);
-      });
+  if (!isOutstanding) {
+    self.notary.get()->notariseWithCompletionHandler(
+        [session = keeper](const std::shared_ptr<KVLNotarySignature>& signature,
+                           const std::optional<kvl::Error>& error) {
+          session->implementation_->completeNotarisation(session, signature, error);
+        });
+  }
+  if (self.gate.leave()) self.letGoOfKeys();
 }
 
 void KVLSession::Implementation::completeNotarisation(
     const std::shared_ptr<KVLSession>& owner, const std::shared_ptr<KVLNotarySignature>& received,
     const std::optional<kvl::Error>& error) {
-  {
-    const auto stream = eventStream.get();
-    const StreamSection streamSection(stream);
-    const SessionSection section(signature, received);
-    awaitingSignature = false;
-    signature.set(received);
-    if (received) {
-      establish(*owner, *received, *stream);
-    } else {
-      disestablish(*owner);
-    }
+  ++completing;
+  const bool counts = takeOutcome(*owner, received, error);
+  // `end` has come while this had the monitor of a stream that is no longer the session's.
+  if (!counts || gate.isClosed()) {
+    --completing;
+    return shutDown();
   }
   const auto& limits = environment->limits;
   auto delay = limits.defaultDelay;
@@ -72,33 +73,63 @@ void KVLSession::Implementation::completeNotarisation(
     kvl::log(kvl::LogCategory::session, kvl::LogLevel::error, "notarisation error: %@", *error);
     const bool recoverable = isRecoverableError(error);
     if (recoverable) delay = limits.recoverableDelay;
+    setLastError(error);
     owner->setState(recoverable ? KVLSessionStateRecovering : KVLSessionStateDisconnected);
     showFailure(*error, delay);
   } else if (const auto expires = received ? received->expires() : std::nullopt) {
     delay = renewalDelay(expires->secondsSince(environment->now())).value_or(delay);
   }
   scheduleNotarisation(owner, delay);
+  --completing;
+  tellWaiters(error || received ? error : notEstablished());
+}
+
+bool KVLSession::Implementation::takeOutcome(KVLSession& owner,
+                                             const std::shared_ptr<KVLNotarySignature>& received,
+                                             const std::optional<kvl::Error>& error) {
+  const auto stream = eventStream.get();
+  const StreamSection streamSection(stream);
+  const SessionSection section(signature, received);
+  awaitingSignature = false;
+  if (gate.isClosed()) return false;
+  noteOutcome(received != nullptr, error || received ? error : notEstablished());
+  signature.set(received);
+  if (received) {
+    establish(owner, *received, *stream);
+  } else {
+    disestablish(owner);
+  }
+  return true;
+}
+
+void KVLSession::Implementation::tellWaiters(const std::optional<kvl::Error>& failure) {
+  if (!failure) return waiters.tellAll(std::nullopt);
+  waiters.tellFailure(*failure);
 }
 
 // The HTTPS session object before is only let go, so that its running tasks may finish.
 void KVLSession::Implementation::establish(KVLSession& owner, const KVLNotarySignature& received,
                                            KVLEventStreamState& stream) {
-  session.set(environment->urlSession(configuration.get(), owner.weak_from_this()));
+  draining.add(
+      session.exchange(environment->urlSession(configuration.get(), owner.weak_from_this())));
   owner.setState(KVLSessionStateEstablished);
-  progress->update({1, 1, "Established", kvl::format("Notarised for \"%@\"", received.baseURL())});
+  show({1, 1, "Established", kvl::format("Notarised for \"%@\"", received.baseURL())});
   stream.streamFromURL(eventSource.get(), owner);
 }
 
 void KVLSession::Implementation::disestablish(KVLSession& owner) {
-  if (const auto closing = session.exchange(nullptr)) closing->finishTasksAndInvalidate();
+  if (const auto closing = session.exchange(nullptr)) {
+    draining.add(closing);
+    closing->finishTasksAndInvalidate();
+  }
   owner.setState(KVLSessionStateDisconnected);
 }
 
 void KVLSession::Implementation::showFailure(const kvl::Error& error, std::chrono::seconds delay) {
   const std::string retryTime = kvl::formatting::spelledOutDuration(delay.count());
-  progress->update({1, 0, "Reconnecting\u2026",
-                    kvl::format("%@ \u2013 %@\nRetrying every %@", error.localizedFailureReason(),
-                                locationText(*notary.get(), error), retryTime)});
+  show({1, 0, "Reconnecting\u2026",
+        kvl::format("%@ \u2013 %@\nRetrying every %@", error.localizedFailureReason(),
+                    locationText(*notary.get(), error), retryTime)});
 }
 
 std::shared_ptr<kvl::DispatchQueue> KVLSession::Implementation::timerQueue() const {
@@ -108,12 +139,15 @@ std::shared_ptr<kvl::DispatchQueue> KVLSession::Implementation::timerQueue() con
 
 void KVLSession::Implementation::scheduleNotarisation(const std::shared_ptr<KVLSession>& owner,
                                                       std::chrono::seconds delay) {
-  timerQueue()->asyncAfter(delay, [owner, ticket = renewals.ticket()] {
-    if (owner->implementation_->renewals.redeem(ticket)) owner->enqueueNotarisation();
+  timerQueue()->asyncAfter(delay, [anchor = timers.hold(owner), ticket = renewals.ticket()] {
+    const auto held = anchor->get();
+    if (held && held->implementation_->renewals.redeem(ticket)) held->enqueueNotarisation();
   });
 }
 
-void KVLSession::Implementation::reconnect(const std::shared_ptr<KVLSession>& owner) {
+void KVLSession::Implementation::reconnect(const std::shared_ptr<KVLSession>& owner,
+                                           const std::optional<kvl::Error>& error) {
+  setLastError(error);
   owner->disconnectAfterError();
   scheduleNotarisation(owner, environment->limits.reconnectionDelay);
 }

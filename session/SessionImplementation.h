@@ -1,11 +1,15 @@
 // What a session is made of.
 #pragma once
 
+#include "platform/core/Observer.h"
 #include "platform/core/Threads.h"
 #include "platform/dispatch/ObserverList.h"
 #include "platform/environment/Environment.h"
 #include "platform/urlloading/BodyFraming.h"
+#include "session/Ending.h"
+#include "session/EstablishmentWaiters.h"
 #include "session/Monitors.h"
+#include "session/PendingTimers.h"
 
 #include <local/KVLSession.h>
 #include <local/platform/Atomic.h>
@@ -17,6 +21,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kvl::session {
 
@@ -84,6 +90,46 @@ class DeliveryOrder {
   std::uint64_t ended_ KVL_GUARDED_BY(mutex_) = 0;
 };
 
+// Observers of events, which are told where the delegate is called. Thread-safe.
+class EventObservers {
+ public:
+  using Events = std::vector<std::shared_ptr<KVLEvent>>;
+  using Observer = core::Observer<const Events&>;
+
+  [[nodiscard]] Observation add(std::function<void(const Events&)> handler) {
+    auto observer = std::make_shared<Observer>(std::move(handler));
+    const MutexLock lock(mutex_);
+    prune();
+    observers_.push_back(observer);
+    return Observation(std::move(observer));
+  }
+  [[nodiscard]] bool isEmpty() {
+    const MutexLock lock(mutex_);
+    prune();
+    return observers_.empty();
+  }
+  // With no lock held.
+  void tell(const Events& events) {
+    for (const auto& weak : all())
+      if (const auto observer = weak.lock()) observer->tell(events);
+  }
+
+ private:
+  [[nodiscard]] std::vector<std::weak_ptr<Observer>> all() {
+    const MutexLock lock(mutex_);
+    return observers_;
+  }
+  void prune() KVL_REQUIRES(mutex_) {
+    std::erase_if(observers_, [](const auto& other) { return other.expired(); });
+  }
+
+  Mutex mutex_;
+  std::vector<std::weak_ptr<Observer>> observers_ KVL_GUARDED_BY(mutex_);
+};
+
+// What is said of a session that has no signature.
+[[nodiscard]] Error notEstablished();
+
 }  // namespace kvl::session
 
 // Called by the session that owns it, and by the handlers of its notarisations, requests and
@@ -113,27 +159,65 @@ struct KVLSession::Implementation {
   const std::shared_ptr<kvl::DispatchQueue> observerQueue;
   const std::shared_ptr<kvl::Progress> progress;
   kvl::session::RenewalChain renewals;
+  kvl::session::PendingTimers timers;
   // A renewed stream comes on another queue than the one before, whose last events are still first.
   kvl::session::DeliveryOrder deliveries;
+  kvl::session::EventObservers eventObservers;
+  std::atomic<int> eventHolds = 0;
+  kvl::session::DrainingSessions draining;
+  mutable kvl::session::EstablishmentWaiters waiters{observerQueue};
+  // Completions of notarisations that run: what they change is told when they are through.
+  std::atomic<int> completing = 0;
+  // Closed by `end`.
+  kvl::session::Gate gate;
+  const std::shared_ptr<kvl::session::EndHandlers> endHandlers =
+      std::make_shared<kvl::session::EndHandlers>(observerQueue);
+
+  // The notary counts the sessions that use it.
+  kvl::Mutex notaryMutex;
+  bool usesNotary KVL_GUARDED_BY(notaryMutex) = true;
 
   mutable kvl::Mutex stateMutex;
   KVLSessionState state KVL_GUARDED_BY(stateMutex) = KVLSessionStateConnecting;
   mutable kvl::dispatch::ObserverList<KVLSessionState> stateObservers KVL_GUARDED_BY(stateMutex){
       observerQueue};
+  std::optional<kvl::Error> lastError KVL_GUARDED_BY(stateMutex);
+  bool lastNotarisationFailed KVL_GUARDED_BY(stateMutex) = false;
+
+  void setLastError(std::optional<kvl::Error> error);
+  // Of a notarisation, before the state changes.
+  void noteOutcome(bool hasSignature, const std::optional<kvl::Error>& failure);
+  // Nothing is shown any more once the session has ended.
+  void show(kvl::ProgressState shown);
+  void enterEnd();
 
   // The steps of a notarisation's completion; KVLSessionNotarisation.cpp has the story.
   void completeNotarisation(const std::shared_ptr<KVLSession>& owner,
                             const std::shared_ptr<KVLNotarySignature>& received,
                             const std::optional<kvl::Error>& error);
+  // Whether it counts: not once the session has ended.
+  [[nodiscard]] bool takeOutcome(KVLSession& owner,
+                                 const std::shared_ptr<KVLNotarySignature>& received,
+                                 const std::optional<kvl::Error>& error);
   void establish(KVLSession& owner, const KVLNotarySignature& received, KVLEventStreamState& stream)
       KVL_REQUIRES(kvl::session::streamMonitor, kvl::session::sessionMonitor);
   void disestablish(KVLSession& owner) KVL_REQUIRES(kvl::session::sessionMonitor);
+  void tellWaiters(const std::optional<kvl::Error>& failure);
   void showFailure(const kvl::Error& error, std::chrono::seconds delay);
   [[nodiscard]] std::shared_ptr<kvl::DispatchQueue> timerQueue() const;
   void scheduleNotarisation(const std::shared_ptr<KVLSession>& owner, std::chrono::seconds delay);
 
   // Disconnects after an error and notarises anew soon.
-  void reconnect(const std::shared_ptr<KVLSession>& owner);
+  void reconnect(const std::shared_ptr<KVLSession>& owner, const std::optional<kvl::Error>& error);
+
+  // The steps of the end; KVLSessionLife.cpp has the story.
+  void shutDown();
+  void letGoOfKeys();
+  // What somebody who waits is told now, if anything.
+  using Settled = std::optional<std::optional<kvl::Error>>;
+  [[nodiscard]] Settled settled(KVLSessionWait how) const;
+  // What somebody is told who does not wait any longer.
+  [[nodiscard]] std::optional<kvl::Error> atLimit() const;
   // Null when the session is not established; the handler is then left as it is. A body that does
   // not go to a handler becomes chunks as `framing` says.
   [[nodiscard]] std::shared_ptr<kvl::DataTask> startTask(

@@ -115,6 +115,8 @@ QString stateText(KVLSessionState state) {
       return Host::tr("Disconnected");
     case KVLSessionStateRecovering:
       return Host::tr("Recovering");
+    case KVLSessionStateEnded:
+      return Host::tr("Ended");
   }
   return {};
 }

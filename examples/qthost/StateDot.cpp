@@ -13,6 +13,7 @@ constexpr int kHalfTurn = 180 * 16;  // as QPainter counts
 QColor colorOf(KVLSessionState state) {
   switch (state) {
     case KVLSessionStateConnecting:
+    case KVLSessionStateEnded:
       return {0x8a, 0x8a, 0x8a};
     case KVLSessionStateEstablished:
       return {0x2e, 0x9e, 0x44};

@@ -56,6 +56,11 @@ class KVL_EXPORT KVLNotary {
   /// `sharedNotary` The process's notary, made on first use and never destroyed.
   [[nodiscard]] static std::shared_ptr<KVLNotary> sharedNotary();
 
+  /// The same notary, but its keys are made on a thread of the framework's if there are none yet,
+  /// so that the call costs nothing. Notarisations that are asked for meanwhile wait for the keys,
+  /// and so does `sharedNotary`. Until then it has no keys and no request.
+  [[nodiscard]] static std::shared_ptr<KVLNotary> sharedNotaryInBackground();
+
   /// `notaryWithPath:`
   [[nodiscard]] static std::shared_ptr<KVLNotary> notaryWithPath(std::optional<std::string> path);
 
@@ -118,6 +123,11 @@ class KVL_EXPORT KVLNotary {
   [[nodiscard]] std::optional<std::string> pemCertificateSigningRequest() const;
   void setPemCertificateSigningRequest(std::optional<std::string> request);
 
+  /// Whether the key pair and the request are there. They are not while they are made in the
+  /// background, when they could not be made, and after the last session that used the notary has
+  /// ended.
+  [[nodiscard]] bool hasKeys() const;
+
   /// @name Key store
   /// Stateless; any thread. The keys are told apart by the host's identifier
   /// (`kvl::setHostIdentifier`); a host without one has no keys, which is logged.
@@ -135,6 +145,17 @@ class KVL_EXPORT KVLNotary {
   /// `deleteKeys` Deletes every key of the host's identifier. That there was none is no error; any
   /// other failure is `NSOSStatusErrorDomain` with "call" → "SecItemDelete".
   [[nodiscard]] static std::optional<kvl::Error> deleteKeys();
+  /// @}
+
+  /// @name Users
+  /// The sessions that use this notary. With the last one that ends, the key pair is deleted from
+  /// the key store; the next notarisation has a new one made first. For the framework itself.
+  /// @{
+  KVL_INTERNAL void addUser();
+  /// The keys stay.
+  KVL_INTERNAL void removeUser();
+  /// `ended` is called once, on any thread, when the keys are gone or others use them.
+  KVL_INTERNAL void endUser(std::function<void(std::optional<kvl::Error>)> ended);
   /// @}
 
  protected:

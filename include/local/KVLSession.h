@@ -14,11 +14,13 @@
 #include <local/platform/Progress.h>
 #include <local/platform/URLSession.h>
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 class KVLSession;
@@ -39,6 +41,18 @@ enum KVLSessionState : std::uint64_t {
   KVLSessionStateDisconnected = 2,
   /// 3: the last notarisation failed with a recoverable error; the next follows in 5 s.
   KVLSessionStateRecovering = 3,
+  /// 4: the host has ended the session. Entered by `end` and left by nothing.
+  KVLSessionStateEnded = 4,
+};
+
+/// "connecting", "established", "disconnected", "recovering" or "ended"; for logs and tools, in
+/// English.
+[[nodiscard]] KVL_EXPORT std::string_view KVLSessionStateText(KVLSessionState state);
+
+/// What else than its limit ends a wait for a session to be established.
+enum class KVLSessionWait : std::uint8_t {
+  untilLimit,         ///< nothing: failures are sat out
+  untilFirstFailure,  ///< the next notarisation that fails, or the last one if none is outstanding
 };
 
 /// Receives a session's events. A session never tells its delegate about states or failures: the
@@ -60,8 +74,8 @@ class KVL_EXPORT KVLSessionDelegate {
 /// session object built on it, the event stream, and the loop that renews and recovers.
 ///
 /// **Life.** A session keeps itself alive through the timer of its next notarisation: once created
-/// it goes on renewing for the life of the process. Only a notary that drops its handler uncalled
-/// ends that.
+/// it goes on renewing for the life of the process, until `end` is called. Only a notary that drops
+/// its handler uncalled ends that, too.
 ///
 /// **The loop.** Every completed notarisation schedules the next: after 80 % of the signature's
 /// remaining lifetime in whole seconds (15 s when there is none), 5 s after a recoverable error,
@@ -77,8 +91,8 @@ class KVL_EXPORT KVLSessionDelegate {
 /// **fork(2).** The parent goes on undisturbed. A child has none of the framework's threads and
 /// must `exec` or end with `_exit`. Until then a session of the parent's does nothing there:
 /// requests fail at once as when it is not established, and `enqueueNotarisation`,
-/// `disconnectAfterError` and `setEventStreamSource` return. Its other operations, and anything
-/// else of the framework, may wait for ever.
+/// `disconnectAfterError`, `setEventStreamSource` and `end` return, the latter without calling its
+/// handler. Its other operations, and anything else of the framework, may wait for ever.
 class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
                                     public std::enable_shared_from_this<KVLSession> {
   struct Private {
@@ -86,6 +100,13 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   };
 
  public:
+  /// Runs once, on the queue on which observers of the state are told, with the error of the
+  /// deletion of the notary's keys if that has failed.
+  using EndHandler = std::function<void(const std::optional<kvl::Error>& keyError)>;
+  /// Runs once, on the queue on which observers of the state are told: without an error when the
+  /// session is established.
+  using EstablishedHandler = std::function<void(const std::optional<kvl::Error>& error)>;
+
   /// `sessionWithNotary:delegate:` Creates a session and starts its loop. The call itself never
   /// waits for the notary service. Without a notary it makes one of its own, and then costs what
   /// `KVLNotary()` costs. The delegate is held weakly.
@@ -131,6 +152,44 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   std::shared_ptr<kvl::DataTask> request(const kvl::URLRequest& request,
                                          kvl::DataTaskHandler completionHandler = nullptr);
 
+  /// Ends the session for good: its renewals, its event stream and its requests, whose handlers get
+  /// `NSURLErrorCancelled`, and then the keys of its notary if no other session uses that one. A
+  /// session that begins on the same notary later has it make new keys. A host that wants the
+  /// answers of running requests waits for them first.
+  ///
+  /// Any thread, also inside any handler, observer or delegate; nothing is waited for. A delegate
+  /// that runs already runs on; no call of it begins afterwards. The session enters state 4, which
+  /// is the last that is told, and then refuses requests as when it is not established; other calls
+  /// that would start something return. A notarisation that is outstanding keeps the session until
+  /// it is answered; nothing else does.
+  ///
+  /// @param completionHandler called when all of it is done, the keys included, each time that
+  ///   `end` is called
+  void end(EndHandler completionHandler = nullptr);
+
+  /// Whether `end` has been called.
+  [[nodiscard]] bool isEnded() const;
+
+  /// Why the session is not established: the error of the last notarisation ("Notarised session is
+  /// not established." when it brought neither signature nor error), or that of the request or of
+  /// the event stream after which the session has disconnected (`NSURLErrorNetworkConnectionLost`
+  /// for a stream that the service has ended). Set before the state changes; none before the first
+  /// outcome and once established. It stays after `end`.
+  [[nodiscard]] std::optional<kvl::Error> lastError() const;
+
+  /// Calls `handler` once, after the observers of the state have been told: without an error when
+  /// the session is established or becomes so; with `lastError()`, or `NSPOSIXErrorDomain` 60 when
+  /// there is none, after `limit` (zero asks only) or the failure that `how` speaks of; with
+  /// `NSURLErrorCancelled` when the session ends or goes. Once the handle is gone it is not called.
+  [[nodiscard]] kvl::Observation whenEstablished(
+      std::chrono::nanoseconds limit, EstablishedHandler handler,
+      KVLSessionWait how = KVLSessionWait::untilLimit) const;
+
+  /// The same, for threads that may wait. No loop is served meanwhile, and none need be. Inside an
+  /// observer of the state or of the progress it comes to its limit, since it is told after those.
+  [[nodiscard]] std::optional<kvl::Error> waitUntilEstablished(
+      std::chrono::nanoseconds limit, KVLSessionWait how = KVLSessionWait::untilLimit) const;
+
   /// `isRecoverableError:` Whether the loop retries after 5 s rather than 15: any code of
   /// `NSPOSIXErrorDomain`, `NSOSStatusErrorDomain` -43, `NSCocoaErrorDomain` 260 and 256,
   /// `NSURLErrorDomain` -1002.
@@ -156,6 +215,17 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   /// The same text again does nothing; another one cancels the stream and opens the new one, at
   /// once when established, else after the next notarisation.
   void setEventStreamSource(const std::string& source);
+
+  /// Calls `handler` with the events that the delegate gets, after it, in the same order and under
+  /// the same rules. While an observation lives, events are read without a delegate, too. Those
+  /// that were read before are not told.
+  [[nodiscard]] kvl::Observation observeEvents(
+      std::function<void(const std::vector<std::shared_ptr<KVLEvent>>&)> handler) const;
+
+  /// While more calls with true than with false were made, the service is held back and nothing
+  /// more of the stream is read than what is under way; a renewal does not change that. For the
+  /// framework itself.
+  KVL_INTERNAL void holdEvents(bool hold);
 
   /// `progress` The record to show to the user. Updated from any thread.
   [[nodiscard]] std::shared_ptr<const kvl::Progress> progress() const;

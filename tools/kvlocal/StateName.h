@@ -5,7 +5,7 @@
 
 namespace kvlocal {
 
-// "connecting", "established", "disconnected" or "recovering".
+// "connecting", "established", "disconnected", "recovering" or "ended".
 [[nodiscard]] inline const char* stateName(KVLSessionState state) {
   switch (state) {
     case KVLSessionStateConnecting:
@@ -16,6 +16,8 @@ namespace kvlocal {
       return "disconnected";
     case KVLSessionStateRecovering:
       return "recovering";
+    case KVLSessionStateEnded:
+      return "ended";
   }
   return "unknown";
 }
