@@ -124,30 +124,56 @@ std::shared_ptr<kvl::DataTask> KVLSession::request(const kvl::URLRequest& reques
   return refuse(completionHandler);
 }
 
-std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
-    KVLSession& owner, const kvl::URLRequest& request, kvl::DataTaskHandler& completionHandler,
-    std::unique_ptr<kvl::urlloading::BodyFraming> framing) {
+std::shared_ptr<kvl::DataTask> KVLSession::requestPieces(const kvl::URLRequest& request,
+                                                         kvl::BodyReceiver receiver) {
+  auto& self = *implementation_;
+  const auto make = [&](const auto& carrier, const kvl::URLRequest& copy) {
+    receiver.end = [keeper = shared_from_this(), carrier = std::weak_ptr(carrier),
+                    url = std::string(copy.urlText()), end = std::move(receiver.end)](
+                       const auto& response, const std::optional<kvl::Error>& error) {
+      keeper->implementation_->completeRequest(keeper, carrier, url, error);
+      if (end) end(response, error);
+    };
+    return carrier->streamingTask(copy, std::move(receiver));
+  };
+  if (self.home.isThisProcess()) {
+    if (auto task = self.start(request, make)) return task;
+  }
+  if (receiver.end) receiver.end(nullptr, notEstablished());
+  return nullptr;
+}
+
+template <class Make>
+std::shared_ptr<kvl::DataTask> KVLSession::Implementation::start(const kvl::URLRequest& request,
+                                                                 const Make& make) {
   const SessionSection section(signature);
   const auto currentSignature = signature.get();
   const auto currentSession = session.get();
   if (!currentSignature || !currentSession || gate.isClosed()) return nullptr;
-  const auto copy = resolved(request, currentSignature->baseURL());
-  std::shared_ptr<kvl::DataTask> task;
-  if (completionHandler) {
-    task = currentSession->dataTask(
-        copy, [keeper = owner.shared_from_this(), carrier = std::weak_ptr(currentSession),
-               url = std::string(copy.urlText()), handler = std::move(completionHandler)](
-                  std::optional<kvl::Data> data, kvl::URLResponseRef response,
-                  std::optional<kvl::Error> error) {
-          keeper->implementation_->completeRequest(keeper, carrier, url, error);
-          handler(std::move(data), std::move(response), std::move(error));
-        });
-  } else {
-    task = currentSession->dataTask(copy);
-    kvl::urlloading::setBodyFraming(*task, std::move(framing));
-  }
+  auto task = make(currentSession, resolved(request, currentSignature->baseURL()));
   task->resume();
   return task;
+}
+
+std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
+    KVLSession& owner, const kvl::URLRequest& request, kvl::DataTaskHandler& completionHandler,
+    std::unique_ptr<kvl::urlloading::BodyFraming> framing) {
+  return start(request, [&](const auto& carrier, const kvl::URLRequest& copy) {
+    if (completionHandler) {
+      return carrier->dataTask(
+          copy, [keeper = owner.shared_from_this(), carrier = std::weak_ptr(carrier),
+                 url = std::string(copy.urlText()), handler = std::move(completionHandler)](
+                    std::optional<kvl::Data> data, kvl::URLResponseRef response,
+                    std::optional<kvl::Error> error) {
+            keeper->implementation_->completeRequest(keeper, carrier, url, error);
+            handler(std::move(data), std::move(response), std::move(error));
+          });
+    }
+    auto task = carrier->dataTask(copy);
+    if (framing && eventHolds > 0) task->suspendDelivery();
+    kvl::urlloading::setBodyFraming(*task, std::move(framing));
+    return task;
+  });
 }
 
 void KVLSession::Implementation::completeRequest(const std::shared_ptr<KVLSession>& owner,

@@ -110,8 +110,14 @@ kvl::Observation KVLSession::observeEvents(
   return implementation_->eventObservers.add(std::move(handler));
 }
 
+// A stream that is opened meanwhile begins held.
 void KVLSession::holdEvents(bool hold) {
   auto& self = *implementation_;
-  const StreamSection section(self.eventStream.get());
-  self.eventHolds += hold ? 1 : -1;
+  const auto stream = self.eventStream.get();
+  const StreamSection section(stream);
+  const int before = self.eventHolds.fetch_add(hold ? 1 : -1);
+  const auto task = stream->task();
+  if (!task) return;
+  if (hold && before == 0) task->suspendDelivery();
+  if (!hold && before == 1) task->resumeDelivery();
 }

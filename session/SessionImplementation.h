@@ -163,6 +163,7 @@ struct KVLSession::Implementation {
   // A renewed stream comes on another queue than the one before, whose last events are still first.
   kvl::session::DeliveryOrder deliveries;
   kvl::session::EventObservers eventObservers;
+  // Changed under the stream's monitor.
   std::atomic<int> eventHolds = 0;
   kvl::session::DrainingSessions draining;
   mutable kvl::session::EstablishmentWaiters waiters{observerQueue};
@@ -223,6 +224,10 @@ struct KVLSession::Implementation {
   [[nodiscard]] std::shared_ptr<kvl::DataTask> startTask(
       KVLSession& owner, const kvl::URLRequest& request, kvl::DataTaskHandler& completionHandler,
       std::unique_ptr<kvl::urlloading::BodyFraming> framing = nullptr);
+  // With the task that `make` makes on the HTTPS session object for the resolved request.
+  template <class Make>
+  [[nodiscard]] std::shared_ptr<kvl::DataTask> start(const kvl::URLRequest& request,
+                                                     const Make& make);
   void completeRequest(const std::shared_ptr<KVLSession>& owner,
                        const std::weak_ptr<kvl::URLSession>& carrier, const std::string& url,
                        const std::optional<kvl::Error>& error);

@@ -152,6 +152,12 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   std::shared_ptr<kvl::DataTask> request(const kvl::URLRequest& request,
                                          kvl::DataTaskHandler completionHandler = nullptr);
 
+  /// As `request`, but the answer goes to `receiver`, piece by piece on the HTTPS session object's
+  /// serial queue. When not established the result is null, and `receiver.end` has been called with
+  /// the error by then, on the caller's thread.
+  std::shared_ptr<kvl::DataTask> requestPieces(const kvl::URLRequest& request,
+                                               kvl::BodyReceiver receiver);
+
   /// Ends the session for good: its renewals, its event stream and its requests, whose handlers get
   /// `NSURLErrorCancelled`, and then the keys of its notary if no other session uses that one. A
   /// session that begins on the same notary later has it make new keys. A host that wants the
