@@ -1,4 +1,6 @@
+#include "encoding/AnswerBody.h"
 #include "encoding/FailedStatus.h"
+#include "encoding/FetchDelivery.h"
 #include "platform/core/ASCII.h"
 
 #include <local/KVLEncodingForm.h>
@@ -16,20 +18,26 @@ namespace {
 
 using kvl::DataTaskHandler;
 
+using FormDelivery = kvl::encoding::Delivery<std::optional<kvl::Data>>;
+using EmptyAnswer = kvl::RequestOptions::EmptyAnswer;
+
 // To the handler, or to the log without one.
-void reportFailure(const kvl::Error& error, const DataTaskHandler& handler,
-                   std::string_view logPattern) {
-  if (handler) {
-    handler(std::nullopt, nullptr, error);
-  } else {
-    kvl::log(kvl::LogCategory::documents, kvl::LogLevel::error, logPattern, error);
+kvl::Exchange reportFailure(const kvl::Error& error, const DataTaskHandler& handler,
+                            const kvl::RequestOptions& options, std::string_view logPattern) {
+  if (!handler) {
+    kvl::log(logPattern, error);
+    return {};
   }
+  const FormDelivery delivery(handler, options);
+  delivery.here(std::nullopt, nullptr, error);
+  return kvl::encoding::exchangeWithoutTask(delivery.turn());
 }
 
-void openAction(const kvl::String& action, const DataTaskHandler& handler) {
-  if (kvl::openURL(action)) return;
+kvl::Exchange openAction(const kvl::String& action, const DataTaskHandler& handler,
+                         const kvl::RequestOptions& options) {
+  if (kvl::openURL(action)) return {};
   const kvl::Error error(KVLEncoding::KVLEncodingErrorDomain, 400, {{"error opening URL", action}});
-  reportFailure(error, handler, "error performing action: %@");
+  return reportFailure(error, handler, options, "error performing action: %@");
 }
 
 std::string upperCased(std::string_view method) {
@@ -47,6 +55,17 @@ void reportUnheardAnswer(const std::optional<kvl::Data>& /*body*/,
     if (kvl::isMainThread()) kvl::presentError(*error);
   }
   if (response) kvl::encoding::logFailedStatus(*response);
+}
+
+// The body goes as it came, unless it is empty and somebody has asked what that means.
+void deliverAnswer(std::optional<kvl::Data> body, kvl::URLResponseRef response,
+                   std::optional<kvl::Error> error, EmptyAnswer emptyAnswer,
+                   const FormDelivery& delivery) {
+  if (!error && emptyAnswer != EmptyAnswer::usual && kvl::encoding::isWithoutBody(body)) {
+    body.reset();
+    if (emptyAnswer == EmptyAnswer::error) error = kvl::encoding::emptyAnswerError();
+  }
+  delivery.here(std::move(body), std::move(response), std::move(error));
 }
 
 kvl::Array inputsOf(KVLEncoding::DictionaryOrNone form) {
@@ -67,25 +86,35 @@ std::optional<kvl::Dictionary> KVLEncoding::formWithAdditionalInputs(
   return copy;
 }
 
-void KVLEncoding::submitForm(DictionaryOrNone form,
-                             const std::optional<kvl::Array>& additionalInputs,
-                             const RelativePath& relativePath, KVLSession& session,
-                             kvl::DataTaskHandler completionHandler) {
-  if (!form) return;
+kvl::Exchange KVLEncoding::submitForm(DictionaryOrNone form,
+                                      const std::optional<kvl::Array>& additionalInputs,
+                                      const RelativePath& relativePath, KVLSession& session,
+                                      kvl::DataTaskHandler completionHandler,
+                                      const FormOptions& options) {
+  if (!form) return {};
   const auto action = *stringFromDictionary(form, "action", kvl::String(relativePath.text()));
-  if (action.text().starts_with("https://")) return openAction(action, completionHandler);
+  if (action.text().starts_with("https://")) return openAction(action, completionHandler, options);
   kvl::URLRequest request(action.text());
   const auto inputs = inputsOf(formWithAdditionalInputs(form, additionalInputs));
   if (const auto error = KVLExtensions::setHTTPBodyWithInputs(request, inputs))
-    return reportFailure(*error, completionHandler, "error encoding inputs: %@");
+    return reportFailure(*error, completionHandler, options, "error encoding inputs: %@");
   setHeaderToAcceptRoot(request);
   const auto method = stringFromDictionary(form, "method");
   if (method && !method->empty()) request.setMethod(upperCased(*method));
+  kvl::urlloading::apply(options, request);
   if (!completionHandler) completionHandler = reportUnheardAnswer;
-  session.request(request, std::move(completionHandler));
+  const FormDelivery delivery(std::move(completionHandler), options);
+  return kvl::encoding::startExchange(
+      session, request, delivery.turn(),
+      [delivery, emptyAnswer = options.emptyAnswer](std::optional<kvl::Data> body,
+                                                    kvl::URLResponseRef response,
+                                                    std::optional<kvl::Error> error) {
+        deliverAnswer(std::move(body), std::move(response), std::move(error), emptyAnswer,
+                      delivery);
+      });
 }
 
-void KVLEncoding::submitForm(DictionaryOrNone form, const RelativePath& relativePath,
-                             KVLSession& session) {
-  submitForm(form, std::nullopt, relativePath, session);
+kvl::Exchange KVLEncoding::submitForm(DictionaryOrNone form, const RelativePath& relativePath,
+                                      KVLSession& session) {
+  return submitForm(form, std::nullopt, relativePath, session);
 }

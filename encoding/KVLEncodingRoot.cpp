@@ -1,5 +1,6 @@
 #include "encoding/AnswerBody.h"
 #include "encoding/FailedStatus.h"
+#include "encoding/FetchDelivery.h"
 #include "platform/serialisation/JSONReader.h"
 #include "platform/serialisation/JSONWriter.h"
 #include "platform/serialisation/PropertyListWriter.h"
@@ -30,19 +31,32 @@ std::optional<kvl::Error> encodeRoot(const kvl::Value& root, kvl::URLRequest& re
   return error;
 }
 
-void reportUnencodable(const kvl::Error& error, const RootHandler& handler) {
-  if (handler) return handler(std::nullopt, nullptr, error);
-  kvl::log(kvl::LogCategory::documents, kvl::LogLevel::error, "error encoding root: %@", error);
+using RootDelivery = kvl::encoding::Delivery<std::optional<kvl::Value>>;
+using EmptyAnswer = kvl::RequestOptions::EmptyAnswer;
+
+// Nothing is sent, and what comes of it may still be cancelled where it goes by a queue.
+kvl::Exchange reportUnencodable(const kvl::Error& error, const RootHandler& handler,
+                                const RootDelivery& delivery) {
+  if (!handler) {
+    kvl::log("error encoding root: %@", error);
+    return {};
+  }
+  delivery.here(std::nullopt, nullptr, error);
+  return kvl::encoding::exchangeWithoutTask(delivery.turn());
 }
 
 void deliverRoot(const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
                  const std::optional<kvl::Error>& error, std::size_t maximumCells,
-                 const RootHandler& handler) {
-  if (error) return handler(std::nullopt, response, error);
-  if (kvl::encoding::isWithoutBody(body)) return handler(std::nullopt, response, std::nullopt);
+                 EmptyAnswer emptyAnswer, const RootDelivery& delivery) {
+  if (error) return delivery.here(std::nullopt, response, error);
+  const bool isEmpty = kvl::encoding::isWithoutBody(body);
+  if (delivery.isCancelled() || (isEmpty && emptyAnswer != EmptyAnswer::error)) {
+    return delivery.here(std::nullopt, response, std::nullopt);
+  }
   std::optional<kvl::Error> decodingError;
-  auto root = kvl::encoding::rootFromBody(body, maximumCells, &decodingError);
-  handler(std::move(root), response, std::move(decodingError));
+  auto root =
+      kvl::encoding::rootFromBody(isEmpty ? std::nullopt : body, maximumCells, &decodingError);
+  delivery.here(std::move(root), response, std::move(decodingError));
 }
 
 void logAnswer(const kvl::URLResponseRef& response, const std::optional<kvl::Error>& error) {
@@ -51,24 +65,40 @@ void logAnswer(const kvl::URLResponseRef& response, const std::optional<kvl::Err
   if (response) kvl::encoding::logFailedStatus(*response);
 }
 
+// The answer goes to the log as it comes; nobody looks at its body.
+kvl::Exchange submitUnheard(const kvl::URLRequest& request, KVLSession& session,
+                            const kvl::urlloading::HandlerTurnRef& turn) {
+  return kvl::encoding::startExchange(
+      session, request, turn,
+      [turn](const std::optional<kvl::Data>&, const kvl::URLResponseRef& response,
+             const std::optional<kvl::Error>& error) {
+        (void)turn->begin();  // the log has no use for a result either way
+        logAnswer(response, error);
+      });
+}
+
 }  // namespace
 
-void KVLEncoding::submit(const kvl::Value& root, const RelativePath& relativePath,
-                         KVLSession& session, RootHandler completionHandler) {
+kvl::Exchange KVLEncoding::submit(const kvl::Value& root, const RelativePath& relativePath,
+                                  KVLSession& session, RootHandler completionHandler,
+                                  const kvl::RequestOptions& options) {
   kvl::URLRequest request(relativePath.text());
   setHeaderToAcceptRoot(request);
   request.setMethod("POST");
+  const RootDelivery delivery(completionHandler, options);
   if (const auto error = encodeRoot(root, request)) {
-    return reportUnencodable(*error, completionHandler);
+    return reportUnencodable(*error, completionHandler, delivery);
   }
-  session.request(request,
-                  [handler = std::move(completionHandler),
-                   maximumCells = kvl::encoding::maximumCellsOf(session)](
-                      const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
-                      const std::optional<kvl::Error>& error) {
-                    if (handler) return deliverRoot(body, response, error, maximumCells, handler);
-                    logAnswer(response, error);
-                  });
+  kvl::urlloading::apply(options, request);
+  if (!completionHandler) return submitUnheard(request, session, delivery.turn());
+  return kvl::encoding::startExchange(
+      session, request, delivery.turn(),
+      [delivery, emptyAnswer = options.emptyAnswer,
+       maximumCells = kvl::encoding::maximumCellsOf(session)](
+          const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
+          const std::optional<kvl::Error>& error) {
+        deliverRoot(body, response, error, maximumCells, emptyAnswer, delivery);
+      });
 }
 
 void KVLEncoding::setHeaderToAcceptRoot(kvl::URLRequest& request) {

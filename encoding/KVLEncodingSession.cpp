@@ -2,6 +2,7 @@
 // result.
 #include "encoding/AnswerBody.h"
 #include "encoding/ContentTypeRole.h"
+#include "encoding/FetchDelivery.h"
 #include "encoding/Waiting.h"
 #include "platform/interface/client/ImageDecoding.h"
 
@@ -17,19 +18,23 @@ constexpr auto kLogError = [](const auto& /*result*/, const auto& /*response*/,
   if (error) kvl::log(kvl::LogCategory::loading, kvl::LogLevel::error, "request error: %@", error);
 };
 
+using EmptyAnswer = kvl::RequestOptions::EmptyAnswer;
+using DocumentDelivery = kvl::encoding::Delivery<std::optional<kvl::Value>>;
+using ImageDelivery = kvl::encoding::Delivery<std::shared_ptr<kvl::Image>>;
+
 // On the main queue, unless the transfer itself failed.
 void deliverDocument(const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
                      std::optional<kvl::Error> error, std::size_t maximumCells,
-                     KVLEncoding::DocumentHandler handler) {
-  if (error) return handler(std::nullopt, std::move(response), std::move(error));
+                     EmptyAnswer emptyAnswer, const DocumentDelivery& delivery) {
+  if (error) return delivery.here(std::nullopt, std::move(response), std::move(error));
+  const bool isEmpty = kvl::encoding::isWithoutBody(body);
+  if (delivery.isCancelled() || (isEmpty && emptyAnswer == EmptyAnswer::none)) {
+    return delivery.onMainQueue(std::nullopt, std::move(response), std::nullopt);
+  }
   std::optional<kvl::Error> decodingError;
-  auto document = kvl::encoding::rootFromBody(
-      kvl::encoding::isWithoutBody(body) ? std::nullopt : body, maximumCells, &decodingError);
-  kvl::DispatchQueue::main()->async([handler = std::move(handler), document = std::move(document),
-                                     response = std::move(response),
-                                     decodingError = std::move(decodingError)]() mutable {
-    handler(std::move(document), std::move(response), std::move(decodingError));
-  });
+  auto document =
+      kvl::encoding::rootFromBody(isEmpty ? std::nullopt : body, maximumCells, &decodingError);
+  delivery.onMainQueue(std::move(document), std::move(response), std::move(decodingError));
 }
 
 kvl::Error wrongDocumentError(const std::optional<kvl::Value>& document, std::string_view required,
@@ -54,29 +59,47 @@ void prepare(kvl::Image& image, const kvl::URLResponseRef& response, kvl::Size s
   if (asksForTemplate(response)) image.setTemplate(true);
 }
 
+// What an answer without an image is, if it can be said at once.
+std::optional<kvl::Error> emptyImageError(EmptyAnswer emptyAnswer) {
+  if (emptyAnswer == EmptyAnswer::error) return kvl::encoding::emptyAnswerError();
+  return std::nullopt;
+}
+
 // On the main queue, from whichever thread made the image.
-void deliverImage(std::shared_ptr<kvl::Image> image, kvl::URLResponseRef response,
-                  std::optional<kvl::Error> error, KVLEncoding::ImageHandler handler) {
-  kvl::DispatchQueue::main()->async([handler = std::move(handler), image = std::move(image),
-                                     response = std::move(response),
-                                     error = std::move(error)]() mutable {
-    handler(std::move(image), std::move(response), std::move(error));
-  });
+void deliverImage(const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
+                  std::optional<kvl::Error> error, kvl::Size size, EmptyAnswer emptyAnswer,
+                  const ImageDelivery& delivery) {
+  if (!body || delivery.isCancelled())
+    return delivery.onMainQueue(nullptr, std::move(response), std::move(error));
+  if (body->empty() && emptyAnswer != EmptyAnswer::usual)
+    return delivery.onMainQueue(nullptr, std::move(response), emptyImageError(emptyAnswer));
+  kvl::Image::imageWithData(
+      *body, [size, delivery, response = std::move(response),
+              error = std::move(error)](std::shared_ptr<kvl::Image> image) mutable {
+        if (image) prepare(*image, response, size);
+        delivery.onMainQueue(std::move(image), std::move(response), std::move(error));
+      });
 }
 
 }  // namespace
 
-void KVLEncoding::jsonFromSession(KVLSession& session, const RelativePath& relativePath,
-                                  DocumentHandler completionHandler) {
+kvl::Exchange KVLEncoding::jsonFromSession(KVLSession& session, const RelativePath& relativePath,
+                                           DocumentHandler completionHandler,
+                                           const kvl::RequestOptions& options) {
   if (!completionHandler) completionHandler = kLogError;
   kvl::URLRequest request(relativePath.text());
   setHeaderToAcceptRoot(request);
-  session.request(request, [handler = std::move(completionHandler),
-                            maximumCells = kvl::encoding::maximumCellsOf(session)](
-                               const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
-                               std::optional<kvl::Error> error) mutable {
-    deliverDocument(body, std::move(response), std::move(error), maximumCells, std::move(handler));
-  });
+  kvl::urlloading::apply(options, request);
+  const DocumentDelivery delivery(std::move(completionHandler), options);
+  return kvl::encoding::startExchange(
+      session, request, delivery.turn(),
+      [delivery, emptyAnswer = options.emptyAnswer,
+       maximumCells = kvl::encoding::maximumCellsOf(session)](const std::optional<kvl::Data>& body,
+                                                              kvl::URLResponseRef response,
+                                                              std::optional<kvl::Error> error) {
+        deliverDocument(body, std::move(response), std::move(error), maximumCells, emptyAnswer,
+                        delivery);
+      });
 }
 
 std::optional<kvl::Value> KVLEncoding::jsonFromSession(KVLSession& session,
@@ -96,25 +119,23 @@ void KVLEncoding::detail::reportWrongDocument(const std::optional<kvl::Value>& d
            error ? *error : wrongDocumentError(document, required, relativePath));
 }
 
-void KVLEncoding::imageFromSession(KVLSession& session, const RelativePath& relativePath,
-                                   kvl::Size size, ImageHandler completionHandler) {
+kvl::Exchange KVLEncoding::imageFromSession(KVLSession& session, const RelativePath& relativePath,
+                                            kvl::Size size, ImageHandler completionHandler,
+                                            const kvl::RequestOptions& options) {
   if (!completionHandler) completionHandler = kLogError;
   kvl::URLRequest request(relativePath.text());
   request.headers().set("Accept", "application/pdf;q=0.9,image/*;q=0.8");
   request.setContentKind(kvl::ContentKind::image);
+  kvl::urlloading::apply(options, request);
   kvl::interface::ImageDecoding::process().prepare();  // starts while the request is under way
-  session.request(request, [size, handler = std::move(completionHandler)](
-                               const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
-                               std::optional<kvl::Error> error) mutable {
-    if (!body)
-      return deliverImage(nullptr, std::move(response), std::move(error), std::move(handler));
-    kvl::Image::imageWithData(
-        *body, [size, response = std::move(response), error = std::move(error),
-                handler = std::move(handler)](std::shared_ptr<kvl::Image> image) mutable {
-          if (image) prepare(*image, response, size);
-          deliverImage(std::move(image), std::move(response), std::move(error), std::move(handler));
-        });
-  });
+  const ImageDelivery delivery(std::move(completionHandler), options);
+  return kvl::encoding::startExchange(
+      session, request, delivery.turn(),
+      [delivery, size, emptyAnswer = options.emptyAnswer](const std::optional<kvl::Data>& body,
+                                                          kvl::URLResponseRef response,
+                                                          std::optional<kvl::Error> error) {
+        deliverImage(body, std::move(response), std::move(error), size, emptyAnswer, delivery);
+      });
 }
 
 std::shared_ptr<kvl::Image> KVLEncoding::imageFromSession(KVLSession& session,

@@ -5,6 +5,7 @@
 #include <local/KVLEncoding.h>
 #include <local/KVLEncodingRoot.h>
 #include <local/KVLSession.h>
+#include <local/platform/Exchange.h>
 #include <local/platform/Export.h>
 #include <local/platform/URLSession.h>
 #include <local/platform/Value.h>
@@ -26,6 +27,9 @@ namespace KVLEncoding {
 [[nodiscard]] KVL_EXPORT std::optional<kvl::Dictionary> formWithAdditionalInputs(
     DictionaryOrNone form, const std::optional<kvl::Array>& inputs);
 
+/// What the submission of a form wants beside the usual.
+struct FormOptions : kvl::RequestOptions {};
+
 /// `submitForm:additionalInputs:relativePath:session:completionHandler:` Submits a form.
 ///
 /// An action that begins with "https://" is opened in the user's browser (see
@@ -40,12 +44,18 @@ namespace KVLEncoding {
 ///   once on the caller's thread when nothing could be sent, else as `KVLSession::request` says.
 ///   Without one, failures and every status of 300 and more are written to the log, and an error
 ///   that arrives on the main thread is shown to the user (see `kvl::setErrorPresenter`).
-KVL_EXPORT void submitForm(DictionaryOrNone form, const std::optional<kvl::Array>& additionalInputs,
-                           const RelativePath& relativePath, KVLSession& session,
-                           kvl::DataTaskHandler completionHandler = nullptr);
+/// @param options with a queue the handler runs there, whatever the outcome, and never before this
+///   returns. An empty answer that is to be an error is `KVLEncodingErrorDomain`, 204.
+/// @return a handle of the submission, to cancel it or to follow it; nobody need keep it. Empty
+///   where nothing is left to wait for: for no form and for an action that the browser has opened.
+KVL_EXPORT kvl::Exchange submitForm(DictionaryOrNone form,
+                                    const std::optional<kvl::Array>& additionalInputs,
+                                    const RelativePath& relativePath, KVLSession& session,
+                                    kvl::DataTaskHandler completionHandler = nullptr,
+                                    const FormOptions& options = {});
 
 /// `submitForm:relativePath:session:` The same with no additional inputs and no handler.
-KVL_EXPORT void submitForm(DictionaryOrNone form, const RelativePath& relativePath,
-                           KVLSession& session);
+KVL_EXPORT kvl::Exchange submitForm(DictionaryOrNone form, const RelativePath& relativePath,
+                                    KVLSession& session);
 
 }  // namespace KVLEncoding

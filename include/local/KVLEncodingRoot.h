@@ -5,6 +5,7 @@
 #include <local/KVLSession.h>
 #include <local/platform/Data.h>
 #include <local/platform/Error.h>
+#include <local/platform/Exchange.h>
 #include <local/platform/Export.h>
 #include <local/platform/URLRequest.h>
 #include <local/platform/Value.h>
@@ -45,8 +46,15 @@ using RootHandler = std::function<void(std::optional<kvl::Value> root, kvl::URLR
 ///   brings none, the response and the decoder's error; an answer without a body, as with status
 ///   204, and a body of `null` bring none and no error. Without a handler, failures and every
 ///   status of 300 and more are written to the log.
-KVL_EXPORT void submit(const kvl::Value& root, const RelativePath& relativePath,
-                       KVLSession& session, RootHandler completionHandler = nullptr);
+/// @param options with a queue the handler runs there, whatever the outcome, and never before this
+///   returns. An empty answer that is to be an error is "korvale.vandrel.encoding.json", 1.
+/// @return a handle of the submission, to cancel it or to follow it; nobody need keep it.
+/// Cancelled,
+///   the handler gets `NSURLErrorCancelled` in the place of the root, and the service may have
+///   taken what was sent.
+KVL_EXPORT kvl::Exchange submit(const kvl::Value& root, const RelativePath& relativePath,
+                                KVLSession& session, RootHandler completionHandler = nullptr,
+                                const kvl::RequestOptions& options = {});
 
 /// `setHeaderToAcceptRoot:` Sets the field "Accept" to "application/json", replacing what is there.
 /// The answer may then be as large as the session's configuration allows documents to be.

@@ -6,6 +6,7 @@
 #include <local/KVLSession.h>
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Error.h>
+#include <local/platform/Exchange.h>
 #include <local/platform/Export.h>
 #include <local/platform/Geometry.h>
 #include <local/platform/Image.h>
@@ -67,8 +68,13 @@ using ImageHandler =
 ///   transfer comes at once on the thread on which the request completed: the HTTPS session
 ///   object's queue, or the caller's thread when the session is not established. The status code is
 ///   not judged. Without a handler errors are written to the log as "request error: %@".
-KVL_EXPORT void jsonFromSession(KVLSession& session, const RelativePath& relativePath,
-                                DocumentHandler completionHandler);
+/// @param options with a queue the handler runs there, whatever the outcome, and never before this
+///   returns.
+/// @return a handle of the fetch, to cancel it or to follow it; nobody need keep it. Cancelled, the
+///   handler gets `NSURLErrorCancelled` where an error of the transfer or a document would come.
+KVL_EXPORT kvl::Exchange jsonFromSession(KVLSession& session, const RelativePath& relativePath,
+                                         DocumentHandler completionHandler,
+                                         const kvl::RequestOptions& options = {});
 
 /// `jsonFromSession:withRelativePath:reason:error:` The same, waiting as `waitForSemaphore` does.
 ///
@@ -102,18 +108,22 @@ template <class T>
 /// must be a `T`: `kvl::String`, `Number`, `Date`, `Data`, `Array` or `Dictionary`.
 ///
 /// @param completionHandler called on the main queue, and only with a document of that type.
-///   Anything else is written to the log as "request error: %@": ask `jsonFromSession` to hear of
-///   failures.
+///   Anything else, a cancellation too, is written to the log as "request error: %@": ask
+///   `jsonFromSession` to hear of failures.
+/// @param options, and the result: as for the document.
 template <class T>
-void requireObjectOfClass(KVLSession& session, const RelativePath& relativePath,
-                          std::function<void(T)> completionHandler) {
-  jsonFromSession(session, relativePath,
-                  [relativePath, handler = std::move(completionHandler)](
-                      const std::optional<kvl::Value>& document, const kvl::URLResponseRef&,
-                      const std::optional<kvl::Error>& error) {
-                    const auto object = detail::requiredObject<T>(document, error, relativePath);
-                    if (object && handler) handler(*object);
-                  });
+kvl::Exchange requireObjectOfClass(KVLSession& session, const RelativePath& relativePath,
+                                   std::function<void(T)> completionHandler,
+                                   const kvl::RequestOptions& options = {}) {
+  return jsonFromSession(
+      session, relativePath,
+      [relativePath, handler = std::move(completionHandler)](
+          const std::optional<kvl::Value>& document, const kvl::URLResponseRef&,
+          const std::optional<kvl::Error>& error) {
+        const auto object = detail::requiredObject<T>(document, error, relativePath);
+        if (object && handler) handler(*object);
+      },
+      options);
 }
 
 /// `imageFromSession:withRelativePath:size:completionHandler:` Fetches an image.
@@ -127,8 +137,11 @@ void requireObjectOfClass(KVLSession& session, const RelativePath& relativePath,
 ///   brings neither image nor error, and a line in the log that says why. Without a handler errors
 ///   are written to the log as "request error: %@". Images may come in another order than they were
 ///   asked for.
-KVL_EXPORT void imageFromSession(KVLSession& session, const RelativePath& relativePath,
-                                 kvl::Size size, ImageHandler completionHandler);
+/// @param options, and the result: as for the document. A cancelled image is not decoded. An empty
+///   answer that is to be an error is `KVLEncodingErrorDomain`, 204.
+KVL_EXPORT kvl::Exchange imageFromSession(KVLSession& session, const RelativePath& relativePath,
+                                          kvl::Size size, ImageHandler completionHandler,
+                                          const kvl::RequestOptions& options = {});
 
 /// `imageFromSession:withRelativePath:size:reason:error:` The same, waiting as `waitForSemaphore`
 /// does; reason and error as for the document.

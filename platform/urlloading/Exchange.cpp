@@ -1,4 +1,5 @@
 #include "platform/urlloading/ExchangeState.h"
+#include "platform/urlloading/LoadingErrors.h"
 
 #include <utility>
 
@@ -32,37 +33,23 @@ void ExchangeState::setTask(std::shared_ptr<DataTask> task) {
   {
     const MutexLock lock(mutex_);
     task_ = task;
-    if (!cancelled_) return;
   }
-  task->cancel();
-}
-
-bool ExchangeState::begin() {
-  const MutexLock lock(mutex_);
-  begun_ = true;
-  return cancelled_;
+  if (turn_->isCancelled()) task->cancel();
 }
 
 // The task may be of the host's own class and call back, so the lock is not held for it.
 void ExchangeState::cancel() {
-  std::shared_ptr<DataTask> task;
-  {
-    const MutexLock lock(mutex_);
-    if (begun_) return;
-    cancelled_ = true;
-    task = task_;
-  }
-  if (task) task->cancel();
-}
-
-bool ExchangeState::hasBegun() const {
-  const MutexLock lock(mutex_);
-  return begun_;
+  if (!turn_->cancel()) return;
+  if (const auto held = task()) held->cancel();
 }
 
 std::shared_ptr<DataTask> ExchangeState::task() const {
   const MutexLock lock(mutex_);
   return task_;
+}
+
+Error cancelledError(const URLResponseRef& response) {
+  return makeURLError(NSURLErrorCancelled, response ? response->url.absoluteString() : "");
 }
 
 void apply(const RequestOptions& options, URLRequest& request) {

@@ -23,7 +23,7 @@ class ExchangeState;
 
 /// What a fetch or submission wants beside the usual.
 struct RequestOptions {
-  HeaderFields headers;  ///< each replaces the operation's own of that name
+  HeaderFields headers = {};  ///< each replaces the operation's own of that name
   /// Longest silence; else the configuration's.
   std::optional<std::chrono::nanoseconds> idleTimeout = std::nullopt;
   /// From start to end, redirects included.

@@ -1,0 +1,90 @@
+// How the outcome of a fetch or submission gets to its handler.
+#pragma once
+
+#include "platform/urlloading/ExchangeState.h"
+
+#include <local/KVLEncoding.h>
+#include <local/KVLSession.h>
+#include <local/platform/Data.h>
+#include <local/platform/DispatchQueue.h>
+#include <local/platform/Error.h>
+#include <local/platform/Exchange.h>
+#include <local/platform/URLRequest.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace kvl::encoding {
+
+// One outcome's way: to the queue that the options name, else where the operation documents. On
+// arrival it gives way to a `cancel` that came first.
+template <class Result>
+class Delivery {
+ public:
+  using Handler = std::function<void(Result, URLResponseRef, std::optional<Error>)>;
+
+  Delivery(Handler handler, const RequestOptions& options)
+      : handler_(std::move(handler)), queue_(options.queue) {}
+
+  [[nodiscard]] const urlloading::HandlerTurnRef& turn() const noexcept { return turn_; }
+  // Whether the result will not be asked for, so that nobody need make it.
+  [[nodiscard]] bool isCancelled() const noexcept { return turn_->isCancelled(); }
+
+  // On this thread, unless the options name a queue.
+  void here(Result result, URLResponseRef response, std::optional<Error> error) const {
+    if (queue_) return post(*queue_, std::move(result), std::move(response), std::move(error));
+    call(std::move(result), std::move(response), std::move(error));
+  }
+
+  // On the main queue, unless the options name another one.
+  void onMainQueue(Result result, URLResponseRef response, std::optional<Error> error) const {
+    const auto queue = queue_ ? queue_ : DispatchQueue::main();
+    post(*queue, std::move(result), std::move(response), std::move(error));
+  }
+
+ private:
+  void post(DispatchQueue& queue, Result result, URLResponseRef response,
+            std::optional<Error> error) const {
+    queue.async([delivery = *this, result = std::move(result), response = std::move(response),
+                 error = std::move(error)]() mutable {
+      delivery.call(std::move(result), std::move(response), std::move(error));
+    });
+  }
+
+  void call(Result result, URLResponseRef response, std::optional<Error> error) const {
+    if (turn_->begin()) return handler_(std::move(result), std::move(response), std::move(error));
+    auto cancelled = urlloading::cancelledError(response);
+    handler_({}, std::move(response), std::move(cancelled));
+  }
+
+  Handler handler_;
+  std::shared_ptr<DispatchQueue> queue_;
+  urlloading::HandlerTurnRef turn_ = std::make_shared<urlloading::HandlerTurn>();
+};
+
+// Sends the request for a handler that looks at `turn`.
+[[nodiscard]] inline Exchange startExchange(KVLSession& session, const URLRequest& request,
+                                            const urlloading::HandlerTurnRef& turn,
+                                            DataTaskHandler handler) {
+  auto state = std::make_shared<urlloading::ExchangeState>(turn);
+  if (auto task = session.request(request, std::move(handler))) state->setTask(std::move(task));
+  return Exchange(std::move(state));
+}
+
+// Of an operation that has failed before there was anything to send.
+[[nodiscard]] inline Exchange exchangeWithoutTask(const urlloading::HandlerTurnRef& turn) {
+  return Exchange(std::make_shared<urlloading::ExchangeState>(turn));
+}
+
+// The error of an empty answer where `RequestOptions::emptyAnswer` asks for one and the operation
+// has none of its own.
+[[nodiscard]] inline Error emptyAnswerError() {
+  constexpr std::int64_t kNoContent = 204;
+  return {KVLEncoding::KVLEncodingErrorDomain,
+          kNoContent,
+          {{NSLocalizedDescriptionKey, "The answer is empty."}}};
+}
+
+}  // namespace kvl::encoding
