@@ -1,12 +1,11 @@
 // The notary client: what it asks the notary service, and what it makes of the reply.
 #include "notary/Keychain.h"
+#include "notary/NotaryKeys.h"
 #include "notary/ProcessReferences.h"
 #include "platform/core/NoDestructor.h"
 #include "platform/environment/Environment.h"
-#include "platform/security/HeldKey.h"
 #include "platform/security/Operations.h"
 
-#include <local/KVLCertificateRequest.h>
 #include <local/KVLNotary.h>
 #include <local/platform/Atomic.h>
 #include <local/platform/HostApplication.h>
@@ -24,16 +23,13 @@ constinit std::string_view NotaryResponseKeyCertificate = "certificate";
 using EnvironmentRef = std::shared_ptr<const kvl::Environment>;
 
 struct KVLNotary::Implementation {
-  explicit Implementation(EnvironmentRef given) : environment(std::move(given)) {}
+  explicit Implementation(EnvironmentRef given)
+      : environment(std::move(given)),
+        keys(std::make_shared<kvl::notary::NotaryKeys>(environment)) {}
 
   const EnvironmentRef environment;
   kvl::Atomic<std::optional<std::string>> path;
-  kvl::Atomic<kvl::KeyRef> publicKey;
-  // Held, so that identities can be made with it while the notary lives, whoever deletes its entry
-  // in the key store and whether or not that store answers.
-  kvl::security::HeldKey privateKey;
-  kvl::Atomic<std::optional<std::string>> request;
-  bool ownsKeys = true;
+  const std::shared_ptr<kvl::notary::NotaryKeys> keys;
 };
 
 namespace {
@@ -186,20 +182,62 @@ void completeWithReply(const std::optional<kvl::Dictionary>& received,
   completeAfterLookup(std::move(signature), std::move(client), std::move(completion), environment);
 }
 
+void notarise(const std::optional<std::string>& path,
+              const std::optional<std::string>& signingRequest,
+              KVLNotary::CompletionHandler handler, const EnvironmentRef& environment) {
+  kvl::Dictionary request;
+  if (variable(kMinimumVariable)) {
+    kvl::log(kvl::LogCategory::notary, kvl::LogLevel::info, "notary minimum");
+  } else if (signingRequest) {
+    request.set(NotaryRequestKeyCertificateSigningRequest, *signingRequest);
+  }
+  exchange(*environment, path, request,
+           [handler = std::move(handler), environment](const std::optional<kvl::Dictionary>& reply,
+                                                       const std::optional<kvl::Error>& error,
+                                                       const ConnectionRef& connection) mutable {
+             completeWithReply(reply, error, Completion(std::move(handler), connection),
+                               environment);
+           });
+}
+
+// The keys have gone before they were there. No connection is made for that.
+void refuse(KVLNotary::CompletionHandler handler, const kvl::Environment& environment) {
+  environment.serviceConnection(kServiceName)->post([handler = std::move(handler)]() mutable {
+    std::exchange(handler, nullptr)(nullptr,
+                                    kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorCancelled));
+  });
+}
+
 }  // namespace
 
-std::shared_ptr<KVLNotary> KVLNotary::sharedNotary() {
-  // Never destroyed: a notary that deletes its keys while the process exits could block the exit.
+// Never destroyed: a notary that deletes its keys while the process exits could block the exit.
+// Its keys are made by whoever asks for it, in his way, and nobody waits for them in here.
+const std::shared_ptr<KVLNotary>& KVLNotary::processNotary() {
   static const kvl::NoDestructor<std::shared_ptr<KVLNotary>> shared([] {
     auto path = variable(kPathVariable);
     if (path) kvl::log(kvl::LogCategory::notary, kvl::LogLevel::info, "notary: %@", *path);
-    return notaryWithPath(std::move(path));
+    return std::shared_ptr<KVLNotary>(
+        new KVLNotary(KeysLater{}, std::move(path), kvl::Environment::process()));
   }());
   return *shared;
 }
 
+std::shared_ptr<KVLNotary> KVLNotary::sharedNotary() {
+  processNotary()->implementation_->keys->make();
+  return processNotary();
+}
+
 std::shared_ptr<KVLNotary> KVLNotary::sharedNotaryInBackground() {
-  return sharedNotary();
+  processNotary()->implementation_->keys->makeInBackground();
+  return processNotary();
+}
+
+std::shared_ptr<KVLNotary> KVLNotary::notaryInBackground(std::optional<std::string> path,
+                                                         EnvironmentRef environment) {
+  const std::shared_ptr<KVLNotary> notary(
+      new KVLNotary(KeysLater{}, std::move(path), std::move(environment)));
+  notary->implementation_->keys->makeInBackground();
+  return notary;
 }
 
 std::shared_ptr<KVLNotary> KVLNotary::notaryWithPath(std::optional<std::string> path) {
@@ -212,76 +250,45 @@ KVLNotary::KVLNotary(std::optional<std::string> path)
     : KVLNotary(std::move(path), kvl::Environment::process()) {}
 
 KVLNotary::KVLNotary(std::optional<std::string> path, EnvironmentRef environment)
+    : KVLNotary(KeysLater{}, std::move(path), std::move(environment)) {
+  implementation_->keys->make();
+}
+
+KVLNotary::KVLNotary(KeysLater, std::optional<std::string> path, EnvironmentRef environment)
     : implementation_(std::make_unique<Implementation>(std::move(environment))) {
-  makeKeysAndRequest();
   if (path) setPath(std::move(path));
 }
 
 KVLNotary::KVLNotary(WithoutKeys)
     : implementation_(std::make_unique<Implementation>(kvl::Environment::process())) {
-  implementation_->ownsKeys = false;
+  implementation_->keys->doWithout();
 }
 
 KVLNotary::~KVLNotary() {
-  implementation_->privateKey.set(nullptr);
-  if (!implementation_->ownsKeys) return;
-  const auto store = implementation_->environment->keyStore();
-  if (const auto error = kvl::notary::deleteKeys(*store))
-    kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "key deletion error: %@", *error);
-}
-
-void KVLNotary::makeKeysAndRequest() {
-  if (!kvl::hostIdentifier()) {
-    kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error,
-             "no host identifier: call kvl::setHostIdentifier before the first notary is made");
-    implementation_->ownsKeys = false;
-    return;
-  }
-  const auto store = implementation_->environment->keyStore();
-  if (const auto error = kvl::notary::deleteKeys(*store))
-    kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "existing key deletion error: %@",
-             *error);
-  kvl::KeyRef publicHalf;
-  kvl::KeyRef privateHalf;
-  if (const auto error = kvl::notary::createKeys(*store, &publicHalf, &privateHalf)) {
-    return kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "key creation error: %@", *error);
-  }
-  if (!privateHalf)
-    return kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "failed to create keys");
-  setPrivateKey(privateHalf);
-  setPublicKey(publicHalf);
-  std::optional<kvl::Error> error;
-  setPemCertificateSigningRequest(
-      KVLCertificateRequest::createForPublicKey(std::move(publicHalf), privateHalf, &error));
-  if (error)
-    kvl::log(kvl::LogCategory::keys, kvl::LogLevel::error, "certificate signing request error: %@",
-             *error);
+  implementation_->keys->close();
 }
 
 bool KVLNotary::hasKeys() const {
   return privateKey() && pemCertificateSigningRequest();
 }
 
-void KVLNotary::addUser() {}
-void KVLNotary::removeUser() {}
+void KVLNotary::addUser() {
+  implementation_->keys->addUser();
+}
+void KVLNotary::removeUser() {
+  implementation_->keys->removeUser();
+}
 void KVLNotary::endUser(std::function<void(std::optional<kvl::Error>)> ended) {
-  ended(std::nullopt);
+  implementation_->keys->endUser(std::move(ended));
 }
 
 void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandler) {
-  kvl::Dictionary request;
-  if (variable(kMinimumVariable)) {
-    kvl::log(kvl::LogCategory::notary, kvl::LogLevel::info, "notary minimum");
-  } else if (const auto pem = pemCertificateSigningRequest()) {
-    request.set(NotaryRequestKeyCertificateSigningRequest, *pem);
-  }
-  exchange(*implementation_->environment, path(), request,
-           [handler = std::move(completionHandler), environment = implementation_->environment](
-               const std::optional<kvl::Dictionary>& reply, const std::optional<kvl::Error>& error,
-               const ConnectionRef& connection) mutable {
-             completeWithReply(reply, error, Completion(std::move(handler), connection),
-                               environment);
-           });
+  implementation_->keys->whenReady(
+      [environment = implementation_->environment, asked = path(),
+       handler = std::move(completionHandler)](const kvl::notary::NotaryKeys* keys) mutable {
+        if (!keys) return refuse(std::move(handler), *environment);
+        notarise(asked, keys->request.get(), std::move(handler), environment);
+      });
 }
 
 void KVLNotary::sendNotary(const std::optional<std::string>& path, const kvl::Dictionary& request,
@@ -322,26 +329,26 @@ void KVLNotary::setPath(std::optional<std::string> path) {
 }
 
 kvl::KeyRef KVLNotary::publicKey() const {
-  return implementation_->publicKey.get();
+  return implementation_->keys->publicKey.get();
 }
 void KVLNotary::setPublicKey(kvl::KeyRef key) {
   kvl::notary::keepForProcess(key);
-  implementation_->publicKey.set(std::move(key));
+  implementation_->keys->publicKey.set(std::move(key));
 }
 
 kvl::KeyRef KVLNotary::privateKey() const {
-  return implementation_->privateKey.get();
+  return implementation_->keys->privateKey.get();
 }
 void KVLNotary::setPrivateKey(kvl::KeyRef key) {
   kvl::notary::keepForProcess(key);
-  implementation_->privateKey.set(std::move(key));
+  implementation_->keys->privateKey.set(std::move(key));
 }
 
 std::optional<std::string> KVLNotary::pemCertificateSigningRequest() const {
-  return implementation_->request.get();
+  return implementation_->keys->request.get();
 }
 void KVLNotary::setPemCertificateSigningRequest(std::optional<std::string> request) {
-  implementation_->request.set(std::move(request));
+  implementation_->keys->request.set(std::move(request));
 }
 
 kvl::Dictionary KVLNotary::keyQuery() {

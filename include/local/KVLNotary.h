@@ -77,14 +77,22 @@ class KVL_EXPORT KVLNotary {
   KVL_INTERNAL KVLNotary(std::optional<std::string> path,
                          std::shared_ptr<const kvl::Environment> environment);
 
-  /// Deletes the key pair from the key store.
+  /// As that one, with its keys made as those of `sharedNotaryInBackground`; for the framework
+  /// itself.
+  [[nodiscard]] KVL_INTERNAL static std::shared_ptr<KVLNotary> notaryInBackground(
+      std::optional<std::string> path, std::shared_ptr<const kvl::Environment> environment);
+
+  /// Deletes the key pair from the key store, or leaves that to the thread that makes it.
   virtual ~KVLNotary();
   KVLNotary(const KVLNotary&) = delete;
   KVLNotary& operator=(const KVLNotary&) = delete;
 
   /// `notariseWithCompletionHandler:` Asks the service for a signature. Never blocks; calls may
   /// overlap. The notary may be destroyed before the handler runs. What overrides it must not block
-  /// either: sessions renew from the few threads on which all timers of the framework fire.
+  /// either: sessions renew from the few threads on which all timers of the framework fire. A
+  /// notary without keys, because they are being made or because the last session that used it has
+  /// ended, has them made first; when they are taken away before that is done, the error is
+  /// `NSURLErrorCancelled`.
   ///
   /// Errors: the channel's (see `sendNotary`); the service's own, unchanged; `NSPOSIXErrorDomain`,
   /// -1002, with the reply's URLs under "urls" when none of them is usable; `NSPOSIXErrorDomain`
@@ -164,7 +172,11 @@ class KVL_EXPORT KVLNotary {
   explicit KVLNotary(WithoutKeys);
 
  private:
-  void makeKeysAndRequest();
+  // Has none until somebody makes them.
+  struct KeysLater {};
+  KVLNotary(KeysLater, std::optional<std::string> path,
+            std::shared_ptr<const kvl::Environment> environment);
+  [[nodiscard]] static const std::shared_ptr<KVLNotary>& processNotary();
 
   struct Implementation;
   const std::unique_ptr<Implementation> implementation_;
