@@ -6,7 +6,6 @@ import xml.etree.ElementTree as ElementTree
 
 import parts
 
-NAME = "korvale.vandrel.local.notary"
 OBJECT = "/korvale/vandrel/local/notary"
 
 
@@ -27,9 +26,9 @@ def introspection(program):
     with parts.private_bus() as (folder, environment):
         command = [program, "--state", folder / "state", "--url", "https://127.0.0.1:1/"]
         with parts.running(command, env=environment):
-            parts.wait_for_name(NAME, environment)
+            parts.wait_for_name(parts.NOTARY, environment)
             return subprocess.run(
-                ["gdbus", "introspect", "--session", "--xml", "--dest", NAME,
+                ["gdbus", "introspect", "--session", "--xml", "--dest", parts.NOTARY,
                  "--object-path", OBJECT],
                 env=environment, check=True, capture_output=True, text=True).stdout
 

@@ -1,12 +1,22 @@
-"""A private session bus and programs on it, for the tests of the protocol's other side."""
+"""A private session bus, programs on it and a client that is none of the framework's, for the tests
+of the protocol's other side."""
 import contextlib
+import http.client
 import os
 import pathlib
+import ssl
 import subprocess
 import tempfile
 import time
+import urllib.parse
+
+from cryptography import x509
+from cryptography.hazmat.primitives import hashes, serialization
+from cryptography.hazmat.primitives.asymmetric import rsa
+from gi.repository import Gio, GLib
 
 PATIENCE = 60  # seconds; a loaded machine takes its time
+NOTARY = "korvale.vandrel.local.notary"
 
 
 @contextlib.contextmanager
@@ -51,3 +61,55 @@ def wait_until(condition, what, process=None):
 def wait_for_name(name, environment):
     subprocess.run(["gdbus", "wait", "--session", "--timeout", str(PATIENCE), name],
                    env=environment, check=True)
+
+
+def signing_request(key):
+    builder = x509.CertificateSigningRequestBuilder(subject_name=x509.Name([]))
+    request = builder.sign(key, hashes.SHA256())
+    return request.public_bytes(serialization.Encoding.PEM).decode()
+
+
+def notarised(environment, path=(), csr=None):
+    """What the notary on that bus replies: its dictionary and its errors."""
+    bus = Gio.DBusConnection.new_for_address_sync(
+        environment["DBUS_SESSION_BUS_ADDRESS"],
+        Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
+        Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
+    entries = {"csr": GLib.Variant("s", csr)} if csr else {}
+    answer = bus.call_sync(
+        NOTARY, "/" + NOTARY.replace(".", "/"), NOTARY + "Protocol", "SendNotary",
+        GLib.Variant("(asa{sv})", (list(path), entries)), None, Gio.DBusCallFlags.NONE,
+        PATIENCE * 1000, None)
+    bus.close_sync(None)
+    return answer.unpack()
+
+
+class Client:
+    """One connection to the service, with an identity from the notary."""
+
+    def __init__(self, folder, environment):
+        key = rsa.generate_private_key(public_exponent=65537, key_size=2048)
+        (reply,), errors = notarised(environment, csr=signing_request(key))
+        assert not errors, errors
+        self.reply = reply
+        files = {"certificate": reply["certificate"].encode(),
+                 "key": key.private_bytes(serialization.Encoding.PEM,
+                                          serialization.PrivateFormat.PKCS8,
+                                          serialization.NoEncryption())}
+        for name, content in files.items():
+            (folder / name).write_bytes(content)
+        context = ssl.create_default_context(cadata=reply["anchor"])
+        context.load_cert_chain(folder / "certificate", folder / "key")
+        address = urllib.parse.urlsplit(reply["url"][0])
+        self.connection = http.client.HTTPSConnection(address.hostname, address.port,
+                                                      context=context, timeout=PATIENCE)
+
+    def request(self, method, path, body=None, **fields):
+        """Status and body."""
+        headers = {name.replace("_", "-"): value for name, value in fields.items()}
+        self.connection.request(method, path, body, headers)
+        answer = self.connection.getresponse()
+        return answer.status, answer.read()
+
+    def close(self):
+        self.connection.close()
