@@ -4,6 +4,7 @@
 #include "platform/environment/Environment.h"
 #include "session/Monitors.h"
 #include "session/SessionImplementation.h"
+#include "session/SessionTrace.h"
 
 #include <local/KVLEventStreamState.h>
 #include <local/KVLSession.h>
@@ -93,6 +94,7 @@ void KVLEventStreamState::streamFromURL(std::string_view url, KVLSession& sessio
       session, request, none,
       std::make_unique<EventFraming>(std::max(EventFraming::kLongestEvent, longestLine)));
   if (opened && kvl::isSystemVersionAtLeast(11, 3)) opened->setPrefersIncrementalDelivery(true);
+  if (opened) kvl::session::traceStream(*opened);
   setTask(std::move(opened));
 }
 

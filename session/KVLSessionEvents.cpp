@@ -1,6 +1,7 @@
 // A session's event stream: where it comes from, what it brings and how it ends.
 #include "session/Monitors.h"
 #include "session/SessionImplementation.h"
+#include "session/SessionTrace.h"
 
 #include <local/KVLSession.h>
 #include <local/platform/Log.h>
@@ -13,6 +14,8 @@ namespace {
 
 using kvl::session::DeliveryOrder;
 using kvl::session::StreamSection;
+using kvl::session::traceEvents;
+using kvl::session::traceStreamEnd;
 
 // An idle time-out or a cancellation from outside: the stream is simply opened again.
 bool restartsStream(const std::optional<kvl::Error>& error) {
@@ -62,6 +65,7 @@ void KVLSession::didReceiveData(kvl::URLSession& /*session*/,
   }
   turn->wait();
   if (self.gate.isClosed()) return;
+  traceEvents(*task, events.size(), data.size());
   if (const auto receiver = delegate()) receiver->eventStream(*this, events);
   self.eventObservers.tell(events);
 }
@@ -70,6 +74,7 @@ void KVLSession::didCompleteWithError(kvl::URLSession& session,
                                       const std::shared_ptr<kvl::DataTask>& task,
                                       const std::optional<kvl::Error>& error) {
   auto& self = *implementation_;
+  traceStreamEnd(*task, error);
   const auto stream = eventStream();
   const StreamSection section(stream);
   if (!stream->isEqualToTask(*task) || self.gate.isClosed()) return;

@@ -2,6 +2,7 @@
 #include "platform/formatting/LocalisedTime.h"
 #include "session/Monitors.h"
 #include "session/SessionImplementation.h"
+#include "session/SessionTrace.h"
 
 #include <local/KVLSession.h>
 #include <local/platform/Log.h>
@@ -48,9 +49,11 @@ void KVLSession::enqueueNotarisation() {
     isOutstanding = self.awaitingSignature.exchange(true);
   }
   if (!isOutstanding) {
+    const auto asked = kvl::session::traceNotarisation();
     self.notary.get()->notariseWithCompletionHandler(
-        [session = keeper](const std::shared_ptr<KVLNotarySignature>& signature,
-                           const std::optional<kvl::Error>& error) {
+        [session = keeper, asked](const std::shared_ptr<KVLNotarySignature>& signature,
+                                  const std::optional<kvl::Error>& error) {
+          kvl::session::traceNotarisationEnd(asked, error);
           session->implementation_->completeNotarisation(session, signature, error);
         });
   }
@@ -139,6 +142,7 @@ std::shared_ptr<kvl::DispatchQueue> KVLSession::Implementation::timerQueue() con
 
 void KVLSession::Implementation::scheduleNotarisation(const std::shared_ptr<KVLSession>& owner,
                                                       std::chrono::seconds delay) {
+  kvl::session::traceRetry(delay);
   timerQueue()->asyncAfter(delay, [anchor = timers.hold(owner), ticket = renewals.ticket()] {
     const auto held = anchor->get();
     if (held && held->implementation_->renewals.redeem(ticket)) held->enqueueNotarisation();

@@ -185,6 +185,7 @@ void Engine::begin(Command& command) {
                                              configuration_, cookies_.get());
   Transfer& begun = *transfer;
   transfers_.emplace(command.identifier, std::move(transfer));
+  begun.traceBegin();
   if (begun.task().isCancelled()) return end(begun, begun.outcome(CURLE_OK));
   launch(begun);
 }
@@ -290,6 +291,7 @@ void Engine::finishExchange(Transfer& transfer, CURLcode code) {
     end(transfer, transfer.outcome(code));
     return flush(connection);
   }
+  transfer.traceRepetition();
   curl_multi_remove_handle(multi_.get(), transfer.easy());
   slots_.release(transfer.task().taskIdentifier());
   launch(transfer);
@@ -335,6 +337,7 @@ void Engine::end(Transfer& transfer, TaskOutcome outcome) {
     const auto running = running_.extract(identifier);
     task = running.mapped();
   }
+  transfer.traceEnd(outcome);
   task->complete(std::move(outcome));
 }
 

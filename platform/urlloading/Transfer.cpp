@@ -88,6 +88,7 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
       cookies_(cookies),
       originalURL_(*request.url()),
       request_(std::move(request)),
+      trace_(task_->taskIdentifier()),
       body_(task_->takeFraming()),
       maximumBody_(maximumBody(request_.contentKind(), configuration)),
       end_(endOf(request_, configuration)) {}
@@ -194,6 +195,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int loca
   if (isShared) self->watch_.begin(self->easy(), self->connection_);
   self->connectionKind_ = isShared;
   self->sent_ = true;
+  self->trace_.noteSending(self->request_, self->easy());
   return CURL_PREREQFUNC_OK;
 }
 
@@ -201,12 +203,8 @@ std::size_t Transfer::onHeaderLine(char* text, std::size_t, std::size_t size, vo
   auto* self = static_cast<Transfer*>(transfer);
   self->noteArrival(size);
   if (self->connection_) self->connection_->markAnswered();
-  bool taken = false;
-  try {
-    taken = self->takeHeaderLine({text, size});
-  } catch (const std::bad_alloc&) {
-    taken = false;
-  }
+  const bool taken =
+      core::withoutExceptions(false, [&] { return self->takeHeaderLine({text, size}); });
   if (!taken) self->closeConnectionWithExchange();
   return taken ? size : 0;
 }
@@ -226,6 +224,7 @@ void Transfer::finishHead() {
   }
   response_ = std::make_shared<const URLResponse>(
       URLResponse{*request_.url(), head_.status(), head_.fields(), head_.version()});
+  trace_.noteAnswer(request_, head_.status());
   task_->setResponse(response_);
   if (task_->wantsBodyInOnePiece() && announcesMoreThan(maximumBody_)) {
     refusal_ = Refusal::bodyTooLarge;

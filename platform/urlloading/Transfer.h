@@ -6,6 +6,7 @@
 #include "platform/urlloading/ResponseHead.h"
 #include "platform/urlloading/TLSConnection.h"
 #include "platform/urlloading/TransferOptions.h"
+#include "platform/urlloading/TransferTrace.h"
 #include "platform/urlloading/URLSessionObject.h"
 
 #include <local/platform/URLSession.h>
@@ -57,6 +58,12 @@ class Transfer final : private ChallengeSource {
   // redirect or because nobody has looked at the request: the connection had ended before it went
   // out, or the server declined it. Prepare again.
   [[nodiscard]] bool follow();
+  // For the trace: the transfer begins, `follow` had another exchange follow, and how all ended.
+  void traceBegin() const { trace_.begin(request_); }
+  void traceRepetition() { trace_.noteRepetition(request_, head_.status()); }
+  void traceEnd(const TaskOutcome& outcome) const {
+    trace_.end(request_, easy(), outcome.response, outcome.error);
+  }
   // What the exchange came to.
   [[nodiscard]] TaskOutcome outcome(CURLcode code);
   [[nodiscard]] TaskOutcome timedOut() const;
@@ -135,6 +142,7 @@ class Transfer final : private ChallengeSource {
   CURLSH* const cookies_;
   const URL originalURL_;
   URLRequest request_;
+  TransferTrace trace_;
   DeclineWatch watch_;
   EasyHandle easy_;
   HeaderList fields_;
