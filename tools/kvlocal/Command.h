@@ -63,5 +63,6 @@ Command renderCommand();
 Command watchCommand();
 Command eventsCommand();
 Command csrCommand();
+Command devCommand();
 
 }  // namespace kvlocal

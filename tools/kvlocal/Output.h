@@ -18,6 +18,7 @@ enum class ExitCode : int {
   noRequest = 5,       // csr: keys or signing request could not be made
   output = 6,          // output could not be written, or nobody reads it
   noItem = 7,          // menu: there is no such item, or it cannot be activated
+  noPeers = 8,         // dev: bus, notary or service did not start, or ended by itself
   interrupted = 130,   // ended by the user before it was done
 };
 
@@ -32,6 +33,7 @@ inline constexpr const char* kExitCodesHelp =
     "  5    csr: keys or signing request could not be made\n"
     "  6    output could not be written, or nobody reads it any more\n"
     "  7    menu: there is no such item, or it cannot be activated\n"
+    "  8    dev: the bus, the notary or the service could not be started, or ended\n"
     "  130  interrupted before it was done";
 
 // Writes the bytes as they are and flushes. `ok`, or `output` after it has said why.

@@ -47,18 +47,32 @@ class Rendezvous {
     return interrupted_ || (limit && std::chrono::steady_clock::now() >= *limit);
   }
 
-  void interrupt() {
+  // `number` is the signal that did it, if one did.
+  void interrupt(int number = 0) {
     {
       const kvl::MutexLock lock(mutex_);
       interrupted_ = true;
+      interruptedBy_ = number;
     }
     condition_.notifyAll();
+  }
+  [[nodiscard]] int interruptedBy() const {
+    const kvl::MutexLock lock(mutex_);
+    return interruptedBy_;
+  }
+
+  // Waits until `isMet`, even if the user has interrupted before.
+  template <class IsMet>
+  void waitInAnyCase(const IsMet& isMet) {
+    kvl::MutexLock lock(mutex_);
+    while (!isMet()) condition_.wait(lock);
   }
 
  private:
   mutable kvl::Mutex mutex_;
   kvl::Condition condition_;
   bool interrupted_ KVL_GUARDED_BY(mutex_) = false;
+  int interruptedBy_ KVL_GUARDED_BY(mutex_) = 0;
 };
 
 // So many seconds from now; never without a number.

@@ -87,7 +87,7 @@ void Interruption::watch() {
   int number = 0;
   for (bool interrupted = false; sigwait(&set, &number) == 0 && !ending_; interrupted = true) {
     if (interrupted) std::_Exit(static_cast<int>(ExitCode::interrupted));
-    rendezvous_->interrupt();
+    rendezvous_->interrupt(number);
   }
 }
 
@@ -122,9 +122,10 @@ void declareSettings(CLI::App& parser, Settings& settings) {
 }
 
 // In the order in which --help shows them.
-std::array<Command, 10> commands() {
-  return {statusCommand(), getCommand(),    submitCommand(), formCommand(),   imageCommand(),
-          menuCommand(),   renderCommand(), watchCommand(),  eventsCommand(), csrCommand()};
+std::array<Command, 11> commands() {
+  return {statusCommand(), getCommand(),  submitCommand(), formCommand(),
+          imageCommand(),  menuCommand(), renderCommand(), watchCommand(),
+          eventsCommand(), csrCommand(),  devCommand()};
 }
 
 using Runners = std::map<const CLI::App*, Runner>;
