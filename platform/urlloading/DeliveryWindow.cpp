@@ -28,7 +28,9 @@ void DeliveryWindow::suspend() {
 
 bool DeliveryWindow::resume() {
   const MutexLock lock(mutex_);
-  return suspensions_ > 0 && --suspensions_ == 0;
+  if (suspensions_ == 0) return false;
+  --suspensions_;
+  return suspensions_ == 0;
 }
 
 bool DeliveryWindow::isSuspended() const {

@@ -60,13 +60,20 @@ bool Engine::ensureThread() {
 }
 
 void Engine::cancel(std::uint64_t identifier) {
-  const MutexLock lock(mutex_);
-  if (running_.contains(identifier)) post({Command::Kind::cancel, identifier, nullptr, {}});
+  postIfRunning(Command::Kind::cancel, identifier);
 }
 
 void Engine::unpause(std::uint64_t identifier) {
+  postIfRunning(Command::Kind::unpause, identifier);
+}
+
+void Engine::feed(std::uint64_t identifier) {
+  postIfRunning(Command::Kind::feed, identifier);
+}
+
+void Engine::postIfRunning(Command::Kind kind, std::uint64_t identifier) {
   const MutexLock lock(mutex_);
-  if (running_.contains(identifier)) post({Command::Kind::unpause, identifier, nullptr, {}});
+  if (running_.contains(identifier)) post({kind, identifier, nullptr, {}});
 }
 
 void Engine::post(Command command) {
@@ -168,15 +175,18 @@ bool Engine::takeCommands(std::vector<Command>& commands) {
 }
 
 void Engine::execute(Command& command) {
+  if (command.kind == Command::Kind::start) return begin(command);
+  const auto found = transfers_.find(command.identifier);
+  if (found == transfers_.end()) return;
   switch (command.kind) {
-    case Command::Kind::start:
-      return begin(command);
     case Command::Kind::cancel:
-      return stop(command.identifier);
+      return stop(*found->second);
     case Command::Kind::unpause:
-      if (const auto found = transfers_.find(command.identifier); found != transfers_.end())
-        found->second->unpause();
-      return;
+      return found->second->unpause();
+    case Command::Kind::feed:
+      return found->second->feed();
+    case Command::Kind::start:
+      break;
   }
 }
 
@@ -193,7 +203,8 @@ void Engine::begin(Command& command) {
 void Engine::launch(Transfer& transfer) {
   const auto identifier = transfer.task().taskIdentifier();
   const auto use = transfer.mayMultiplex() ? HostSlots::Use::shared : HostSlots::Use::exclusive;
-  if (slots_.admit(identifier, transfer.host(), std::chrono::steady_clock::now(), use)) {
+  if (slots_.admit(identifier, transfer.host(), std::chrono::steady_clock::now(), use,
+                   transfer.priority())) {
     return perform(transfer);
   }
   transfer.waitForSlot();
@@ -218,9 +229,8 @@ void Engine::perform(Transfer& transfer) {
     end(transfer, transfer.outcome(CURLE_FAILED_INIT));
 }
 
-void Engine::stop(std::uint64_t identifier) {
-  const auto found = transfers_.find(identifier);
-  if (found != transfers_.end()) breakOff(*found->second, found->second->outcome(CURLE_OK));
+void Engine::stop(Transfer& transfer) {
+  breakOff(transfer, transfer.outcome(CURLE_OK));
 }
 
 void Engine::step() {

@@ -44,6 +44,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
                                            URLRequest request);
   void cancel(std::uint64_t identifier);
   void unpause(std::uint64_t identifier);
+  void feed(std::uint64_t identifier);
   // Refuses tasks from now on.
   void invalidate();
   [[nodiscard]] bool isInvalidated() const;
@@ -52,7 +53,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
 
  private:
   struct Command {
-    enum class Kind { start, cancel, unpause } kind;
+    enum class Kind { start, cancel, unpause, feed } kind;
     std::uint64_t identifier;
     std::shared_ptr<DataTaskObject> task;
     std::optional<URLRequest> request;
@@ -60,6 +61,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
 
   [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
   void post(Command command) KVL_REQUIRES(mutex_);
+  void postIfRunning(Command::Kind kind, std::uint64_t identifier);
   void wake() KVL_REQUIRES(mutex_);
   [[nodiscard]] bool isOver() const KVL_REQUIRES(mutex_);
 
@@ -73,7 +75,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   void launch(Transfer& transfer);
   void perform(Transfer& transfer);
   void launchAdmitted();
-  void stop(std::uint64_t identifier);
+  void stop(Transfer& transfer);
   // One pass over all transfers.
   void step();
   void flushBodies(SteadyTime passBegan);

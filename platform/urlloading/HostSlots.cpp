@@ -15,15 +15,19 @@ HostSlots::HostSlots(int connections, bool mayMultiplex)
     : connections_(static_cast<std::size_t>(std::max(connections, 1))),
       mayMultiplex_(mayMultiplex) {}
 
-bool HostSlots::admit(Identifier identifier, const std::string& name, Time now, Use use) {
+bool HostSlots::admit(Identifier identifier, const std::string& name, Time now, Use use,
+                      RequestPriority priority) {
   const auto [place, isNew] = hosts_.try_emplace(name);
   Host& host = place->second;
   if (isNew) host.probedSince = now;
   if (isNew && !mayMultiplex_) open(host, false);
   places_[identifier] = place;
-  // Nobody is overtaken: whoever waits found no room, and is taken up as soon as there is some.
+  // Nobody is overtaken unseen: whoever waits found no room, and is taken up as soon as there is
+  // some.
   if (!hasRoom(host, use)) {
-    host.waiting.push_back({identifier, use});
+    const auto next = std::ranges::find_if(
+        host.waiting, [priority](const Waiting& other) { return other.priority < priority; });
+    host.waiting.insert(next, {identifier, use, priority});
     return false;
   }
   host.running.emplace(identifier, use);

@@ -1,6 +1,8 @@
 // How many exchanges run with one host at a time.
 #pragma once
 
+#include <local/platform/URLRequest.h>
+
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -11,12 +13,13 @@
 
 namespace kvl::urlloading {
 
-// Admits exchanges in the order in which they ask. Until a connection to a host shows whether it
-// multiplexes, one exchange probes it, so that a host that does gets one connection; then as many
-// run as that connection carries streams, or as there may be connections. Exchanges that need a
-// connection of their own share the others with a host that multiplexes. A host with which nothing
-// runs is forgotten. libcurl's own limit and waiting list are not used: in 7.88 an exchange on that
-// list is sometimes never taken up again. The engine asks it on its I/O thread.
+// Admits exchanges by priority, and those of one priority in the order in which they ask. Until a
+// connection to a host shows whether it multiplexes, one exchange probes it, so that a host that
+// does gets one connection; then as many run as that connection carries streams, or as there may be
+// connections. Exchanges that need a connection of their own share the others with a host that
+// multiplexes. A host with which nothing runs is forgotten. libcurl's own limit and waiting list
+// are not used: in 7.88 an exchange on that list is sometimes never taken up again. The engine asks
+// it on its I/O thread.
 class HostSlots {
  public:
   using Identifier = std::uint64_t;
@@ -33,7 +36,8 @@ class HostSlots {
 
   // Whether the exchange may begin; otherwise it waits until `takeAdmitted` names it.
   [[nodiscard]] bool admit(Identifier identifier, const std::string& host, Time now,
-                           Use use = Use::shared);
+                           Use use = Use::shared,
+                           RequestPriority priority = RequestPriority::usual);
   // Gives up the exchange's slot, or its place among those that wait.
   void release(Identifier identifier);
   // The connection of this running exchange shows whether its host multiplexes.
@@ -51,6 +55,7 @@ class HostSlots {
   struct Waiting {
     Identifier identifier;
     Use use;
+    RequestPriority priority;
   };
   struct Host {
     std::map<Identifier, Use> running;

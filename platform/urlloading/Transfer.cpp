@@ -18,8 +18,6 @@ namespace {
 
 constexpr std::uint16_t kHTTPPort = 80;
 constexpr std::uint16_t kHTTPSPort = 443;
-constexpr int kNotModified = 304;
-constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
 constexpr int kMostRepetitions = 3;  // of a request that servers decline
 // The I/O thread waits for the answer, however long the request itself may be silent.
 constexpr std::chrono::seconds kLongestChallenge{60};
@@ -94,6 +92,7 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
       end_(endOf(request_, configuration)) {}
 
 Transfer::~Transfer() {
+  closeFeed();
   if (connection_ && ownsHandshake_) connection_->detach();
 }
 
@@ -112,6 +111,7 @@ CURLcode Transfer::prepare() {
   sent_ = false;
   resendingRefused_ = false;
   watch_ = {};
+  prepareBody();
   noteActivity();
   OptionSetter options(easy_.get());
   applyCommonOptions(options, cookies_, configuration_);
@@ -138,10 +138,7 @@ void Transfer::installCallbacks(OptionSetter& options) {
   options.set(CURLOPT_PREREQDATA, this);
   options.set(CURLOPT_SSL_CTX_FUNCTION, &Transfer::onTLSContext);
   options.set(CURLOPT_SSL_CTX_DATA, this);
-  if (!request_.body()) return;
-  options.set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
-  options.set(CURLOPT_XFERINFODATA, this);
-  options.set(CURLOPT_NOPROGRESS, 0L);
+  installBodyCallbacks(options);
 }
 
 void Transfer::adopt(std::shared_ptr<TLSConnection> connection) {
@@ -233,88 +230,6 @@ void Transfer::finishHead() {
   }
 }
 
-bool Transfer::announcesMoreThan(std::size_t limit) const {
-  if (request_.method() == "HEAD" || head_.status() == kNotModified) return false;
-  const auto length = head_.fields().find("Content-Length");
-  std::uint64_t bytes = 0;
-  if (length) std::from_chars(length->data(), length->data() + length->size(), bytes);
-  return bytes > limit;
-}
-
-std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
-  auto* self = static_cast<Transfer*>(transfer);
-  self->noteArrival(size);
-  std::size_t taken = 0;
-  // No exception may pass through libcurl.
-  try {
-    taken = self->redirect_ ? self->discard(size) : self->takeBody(bytes, size);
-  } catch (const std::bad_alloc&) {
-    taken = 0;
-  }
-  if (taken == 0) self->closeConnectionWithExchange();
-  return taken;
-}
-
-// Nobody reads the text of a redirect; one without an end is broken off.
-std::size_t Transfer::discard(std::size_t size) {
-  discarded_ += size;
-  return discarded_ <= kLongestRedirectBody ? size : 0;
-}
-
-std::size_t Transfer::takeBody(const char* bytes, std::size_t size) {
-  if (task_->wantsBodyInOnePiece()) {
-    if (size > maximumBody_ - std::min(body_.size(), maximumBody_)) {
-      refusal_ = Refusal::bodyTooLarge;
-      return 0;
-    }
-  } else if (!task_->takesDelivery(body_.isCollecting() ? 0 : body_.size())) {
-    paused_ = true;
-    return CURL_WRITEFUNC_PAUSE;
-  }
-  body_.append({bytes, size}, lastActivity_);
-  return size;
-}
-
-int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded) {
-  auto* self = static_cast<Transfer*>(transfer);
-  if (std::exchange(self->uploaded_, uploaded) != uploaded) self->noteActivity();
-  return 0;
-}
-
-void Transfer::flush(bool isMore, SteadyTime now) {
-  growing_ = false;
-  if (body_.empty() || task_->wantsBodyInOnePiece()) return;
-  const auto source = paused_  ? PendingBody::Source::held
-                      : isMore ? PendingBody::Source::flowing
-                               : PendingBody::Source::quiet;
-  handOver(body_.due(source, now));
-  growing_ = source == PendingBody::Source::flowing && !body_.empty();
-}
-
-void Transfer::flushRest() {
-  if (!task_->wantsBodyInOnePiece()) handOver(body_.size());
-}
-
-void Transfer::handOver(std::size_t count) {
-  if (count > 0) task_->deliver(Data(body_.take(count)));
-}
-
-SteadyTime Transfer::nextFlush() const {
-  return paused_ || task_->wantsBodyInOnePiece() ? SteadyTime::max() : body_.latest();
-}
-
-void Transfer::unpause() {
-  noteActivity();
-  if (!std::exchange(paused_, false)) return;
-  curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
-}
-
-// Setting the pause that is there already would do nothing: only a change has libcurl look.
-void Transfer::flushConnection() {
-  if (!std::exchange(paused_, false)) curl_easy_pause(easy_.get(), CURLPAUSE_RECV);
-  curl_easy_pause(easy_.get(), CURLPAUSE_CONT);
-}
-
 void Transfer::closeConnectionWithExchange() {
   if (easy_) curl_easy_setopt(easy_.get(), CURLOPT_FORBID_REUSE, 1L);
 }
@@ -336,7 +251,8 @@ SteadyTime Transfer::deadline() const {
 }
 
 SteadyTime Transfer::idleDeadline() const {
-  if (paused_ || deadlineSuspended_ || task_->isDeliverySuspended()) return SteadyTime::max();
+  if (paused_ || starved_ || deadlineSuspended_ || task_->isDeliverySuspended())
+    return SteadyTime::max();
   return after(lastActivity_,
                request_.timeoutInterval().value_or(configuration_.timeoutIntervalForRequest));
 }
@@ -392,6 +308,9 @@ Error Transfer::refusalError(std::string_view urlText) const {
     case Refusal::encoded:
       return makeDescribedURLError(NSURLErrorCannotDecodeContentData,
                                    "The event stream has a content encoding.", urlText);
+    case Refusal::unreadable:
+      if (auto error = feed_->error()) return *error;
+      return makeURLError(NSURLErrorRequestBodyStreamExhausted, urlText);
     case Refusal::tooManyRedirects:
     case Refusal::none:
       break;

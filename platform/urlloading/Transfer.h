@@ -1,6 +1,7 @@
 // One task's exchange with the server, redirects included.
 #pragma once
 
+#include "platform/urlloading/BodyFeed.h"
 #include "platform/urlloading/BodyFraming.h"
 #include "platform/urlloading/DeclineWatch.h"
 #include "platform/urlloading/ResponseHead.h"
@@ -34,6 +35,7 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] CURL* easy() const noexcept { return easy_.get(); }
   [[nodiscard]] DataTaskObject& task() const noexcept { return *task_; }
 
+  [[nodiscard]] RequestPriority priority() const noexcept { return request_.priority(); }
   // Scheme, host and port that the present request goes to.
   [[nodiscard]] std::string host() const;
   // Whether the connection that has just been made or taken multiplexes; absent when none has.
@@ -85,8 +87,10 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] bool isGrowing() const noexcept { return growing_; }
   // When `flush` has something to do although nothing arrives.
   [[nodiscard]] SteadyTime nextFlush() const;
-  // Lets a held-back sender go on.
+  // Lets a held-back sender go on, and the time of its silence begin anew.
   void unpause();
+  // The body that is being sent goes on.
+  void feed();
   // The connection that the exchange uses; null without TLS, or before there is one.
   [[nodiscard]] const std::shared_ptr<TLSConnection>& connection() const { return connection_; }
   // Whether the exchange can have its connection send what waits to be sent.
@@ -106,6 +110,8 @@ class Transfer final : private ChallengeSource {
   static std::size_t onHeaderLine(char* text, std::size_t, std::size_t size, void* transfer);
   static std::size_t onBody(char* bytes, std::size_t, std::size_t size, void* transfer);
   static int onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded);
+  static std::size_t onRead(char* room, std::size_t, std::size_t size, void* transfer);
+  static int onSeek(void* transfer, curl_off_t offset, int origin);
   static int onSocket(void* transfer, curl_socket_t socket, curlsocktype);
   static int onConnected(void* transfer, char*, char*, int remotePort, int localPort);
   static CURLcode onTLSContext(CURL*, void* context, void* transfer);
@@ -117,6 +123,12 @@ class Transfer final : private ChallengeSource {
                                     const std::shared_ptr<security::ServerTrust>& trust);
 
   void installCallbacks(OptionSetter& options);
+  void installBodyCallbacks(OptionSetter& options);
+  // Has the source, if there is one, begin with the first byte.
+  void prepareBody();
+  void closeFeed();
+  [[nodiscard]] std::size_t takeUpload(char* room, std::size_t size);
+  void applyPauses(bool holdsAnswer);
   // Whether the request may go out again because the server declined it.
   [[nodiscard]] bool mayRepeat() const;
   void adopt(std::shared_ptr<TLSConnection> connection);
@@ -171,10 +183,13 @@ class Transfer final : private ChallengeSource {
   std::size_t headerBytes_ = 0;
 
   // Why this transfer broke the exchange off.
-  enum class Refusal { none, tooManyRedirects, headTooLarge, bodyTooLarge, encoded };
+  enum class Refusal { none, tooManyRedirects, headTooLarge, bodyTooLarge, encoded, unreadable };
   [[nodiscard]] Error refusalError(std::string_view urlText) const;
   Refusal refusal_ = Refusal::none;
 
+  std::shared_ptr<BodyFeed> feed_;
+  // Whether the upload waits for its source.
+  bool starved_ = false;
   bool paused_ = false;
   bool deadlineSuspended_ = false;
   std::optional<bool> connectionKind_;

@@ -15,6 +15,9 @@ namespace {
 constexpr long kNoConnectTimeoutMilliseconds = std::numeric_limits<int>::max();
 // libcurl 7.88 spins when a slow reader takes a large body over HTTP/2.
 constexpr std::size_t kLargestHTTP2Body = std::size_t{1} << 20;
+constexpr long kHighestWeight = 256;
+constexpr long kLowestWeight = 1;
+constexpr long kUploadBufferSize = 256L << 10;
 // How much of an answer libcurl keeps until the exchange takes it. When another exchange finds more
 // on their connection, libcurl 7.88 pauses nghttp2, and if that was in the answer's last frame,
 // does not notice the end until something else comes. So there is room for what two passes read of
@@ -70,12 +73,27 @@ void applyBody(OptionSetter& options, const std::optional<Data>& body) {
   options.set(CURLOPT_POSTFIELDS, size == 0 ? "" : reinterpret_cast<const char*>(body->data()));
 }
 
+void applySource(OptionSetter& options, const std::string& method) {
+  options.set(CURLOPT_UPLOAD, 1L);
+  options.set(CURLOPT_UPLOAD_BUFFERSIZE, kUploadBufferSize);
+  options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
+}
+
 void applyMethod(OptionSetter& options, const URLRequest& request) {
   const std::string& method = request.method();
   if (method == "HEAD") return options.set(CURLOPT_NOBODY, 1L);
+  if (request.bodySource()) return applySource(options, method);
   const bool sendsBody = (request.body() && !request.body()->empty()) || alwaysHasLength(method);
   if (sendsBody) applyBody(options, request.body());
   if (method != (sendsBody ? "POST" : "GET")) options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
+}
+
+// Servers may heed how requests compare (RFC 7540, 5.3). Usual ones have the weight that is meant
+// where none is told.
+void applyPriority(OptionSetter& options, RequestPriority priority) {
+  if (priority == RequestPriority::usual) return;
+  options.set(CURLOPT_STREAM_WEIGHT,
+              priority == RequestPriority::high ? kHighestWeight : kLowestWeight);
 }
 
 // A program that the host starts meanwhile inherits nothing.
@@ -105,6 +123,7 @@ void applyTLS(OptionSetter& options) {
 }  // namespace
 
 bool offersHTTP2(const URLRequest& request) {
+  if (request.bodySource()) return false;
   return !request.body() || request.body()->size() <= kLargestHTTP2Body;
 }
 
@@ -132,6 +151,7 @@ void applyRequest(OptionSetter& options, const URLRequest& request, HeaderList& 
   if (const auto cookie = request.headers().find("Cookie"))
     options.set(CURLOPT_COOKIE, std::string(*cookie).c_str());
   applyMethod(options, request);
+  applyPriority(options, request.priority());
   options.set(CURLOPT_HTTP_VERSION, allowsHTTP2 && offersHTTP2(request)
                                         ? static_cast<long>(CURL_HTTP_VERSION_2TLS)
                                         : static_cast<long>(CURL_HTTP_VERSION_1_1));

@@ -167,6 +167,10 @@ void DataTaskObject::resumeDelivery() {
   if (const auto held = session()) held->engine().unpause(identifier_);
 }
 
+void DataTaskObject::feedBody() {
+  if (const auto held = session()) held->engine().feed(identifier_);
+}
+
 void DataTaskObject::setResponse(URLResponseRef response) {
   response_.set(response);
   if (goes_ != Goes::toReceiver || !receiver_.head) return;

@@ -101,6 +101,8 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   [[nodiscard]] bool isDeliverySuspended() const {
     return !wantsBodyInOnePiece() && window_.isSuspended();
   }
+  // From any thread: the body that is being sent goes on.
+  void feedBody();
   // Hands over a piece of the body.
   void deliver(Data data);
   // Ends the task; the first call counts.

@@ -95,6 +95,37 @@ TEST(HostSlotsTest, NobodyOvertakesWhoeverWaits) {
   EXPECT_EQ(slots.takeAdmitted(), Identifiers{3});
 }
 
+TEST(HostSlotsTest, TheHigherPriorityGoesFirstAndAmongEqualsTheFirst) {
+  using kvl::RequestPriority;
+  constexpr auto kShared = HostSlots::Use::shared;
+  HostSlots slots(1, false);
+  EXPECT_TRUE(slots.admit(1, "a", kStart, kShared, RequestPriority::low));
+  EXPECT_FALSE(slots.admit(2, "a", kStart, kShared, RequestPriority::low));
+  EXPECT_FALSE(slots.admit(3, "a", kStart));
+  EXPECT_FALSE(slots.admit(4, "a", kStart, kShared, RequestPriority::high));
+  EXPECT_FALSE(slots.admit(5, "a", kStart));
+  EXPECT_FALSE(slots.admit(6, "a", kStart, kShared, RequestPriority::high));
+  EXPECT_FALSE(slots.admit(7, "a", kStart, kShared, RequestPriority::low));
+  Identifiers order;
+  for (HostSlots::Identifier running = 1; order.size() < 6; running = order.back()) {
+    slots.release(running);
+    const auto admitted = slots.takeAdmitted();
+    ASSERT_EQ(admitted.size(), 1U);
+    order.push_back(admitted.front());
+  }
+  EXPECT_EQ(order, (Identifiers{4, 6, 3, 5, 2, 7}));
+}
+
+TEST(HostSlotsTest, APriorityTakesNoRoomFromOthers) {
+  constexpr auto kOwn = HostSlots::Use::exclusive;
+  HostSlots slots(2, true);
+  EXPECT_TRUE(slots.admit(1, "a", kStart));
+  slots.noteMultiplexing(1, true);
+  EXPECT_TRUE(slots.admit(2, "a", kStart, kOwn));
+  EXPECT_FALSE(slots.admit(3, "a", kStart, kOwn, kvl::RequestPriority::high));
+  EXPECT_TRUE(slots.admit(4, "a", kStart, HostSlots::Use::shared, kvl::RequestPriority::low));
+}
+
 TEST(HostSlotsTest, WaitingExchangeMayGiveUp) {
   HostSlots slots(1, false);
   EXPECT_TRUE(slots.admit(1, "a", kStart));

@@ -25,8 +25,8 @@ class KVL_EXPORT BodySource {
   virtual ~BodySource();
 
   /// The number of bytes from the first on; absent when it is not known, and the body is then sent
-  /// in chunks. Asked when the request is sent, again with each redirect that repeats the body, on
-  /// one of the loader's threads: it must answer without waiting.
+  /// in chunks. Asked once, when the request is sent, on the loader's thread: it must answer
+  /// without waiting.
   [[nodiscard]] virtual std::optional<std::uint64_t> length() const = 0;
 
   /// Fills the front of `room`, which is not empty, and returns how many bytes; 0 is the end. An

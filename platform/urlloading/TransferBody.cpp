@@ -1,0 +1,180 @@
+// The bodies of a transfer, in both directions.
+#include "platform/core/CallbackBoundary.h"
+#include "platform/urlloading/Transfer.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace kvl::urlloading {
+namespace {
+
+constexpr int kNotModified = 304;
+constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
+
+}  // namespace
+
+bool Transfer::announcesMoreThan(std::size_t limit) const {
+  if (request_.method() == "HEAD" || head_.status() == kNotModified) return false;
+  const auto length = head_.fields().find("Content-Length");
+  std::uint64_t bytes = 0;
+  if (length) std::from_chars(length->data(), length->data() + length->size(), bytes);
+  return bytes > limit;
+}
+
+std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
+  auto* self = static_cast<Transfer*>(transfer);
+  self->noteArrival(size);
+  std::size_t taken = 0;
+  // No exception may pass through libcurl.
+  try {
+    taken = self->redirect_ ? self->discard(size) : self->takeBody(bytes, size);
+  } catch (const std::bad_alloc&) {
+    taken = 0;
+  }
+  if (taken == 0) self->closeConnectionWithExchange();
+  return taken;
+}
+
+// Nobody reads the text of a redirect; one without an end is broken off.
+std::size_t Transfer::discard(std::size_t size) {
+  discarded_ += size;
+  return discarded_ <= kLongestRedirectBody ? size : 0;
+}
+
+std::size_t Transfer::takeBody(const char* bytes, std::size_t size) {
+  if (task_->wantsBodyInOnePiece()) {
+    if (size > maximumBody_ - std::min(body_.size(), maximumBody_)) {
+      refusal_ = Refusal::bodyTooLarge;
+      return 0;
+    }
+  } else if (!task_->takesDelivery(body_.isCollecting() ? 0 : body_.size())) {
+    paused_ = true;
+    return CURL_WRITEFUNC_PAUSE;
+  }
+  body_.append({bytes, size}, lastActivity_);
+  return size;
+}
+
+int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded) {
+  auto* self = static_cast<Transfer*>(transfer);
+  if (std::exchange(self->uploaded_, uploaded) != uploaded) self->noteActivity();
+  return 0;
+}
+
+void Transfer::flush(bool isMore, SteadyTime now) {
+  growing_ = false;
+  if (body_.empty() || task_->wantsBodyInOnePiece()) return;
+  const auto source = paused_  ? PendingBody::Source::held
+                      : isMore ? PendingBody::Source::flowing
+                               : PendingBody::Source::quiet;
+  handOver(body_.due(source, now));
+  growing_ = source == PendingBody::Source::flowing && !body_.empty();
+}
+
+void Transfer::flushRest() {
+  if (!task_->wantsBodyInOnePiece()) handOver(body_.size());
+}
+
+void Transfer::handOver(std::size_t count) {
+  if (count > 0) task_->deliver(Data(body_.take(count)));
+}
+
+SteadyTime Transfer::nextFlush() const {
+  return paused_ || task_->wantsBodyInOnePiece() ? SteadyTime::max() : body_.latest();
+}
+
+void Transfer::unpause() {
+  noteActivity();
+  if (std::exchange(paused_, false)) applyPauses(false);
+}
+
+void Transfer::feed() {
+  if (!std::exchange(starved_, false)) return;
+  noteActivity();
+  applyPauses(paused_);
+}
+
+// libcurl sets both directions at once: an upload that waits for its source must stay paused, or it
+// asks again and again.
+void Transfer::applyPauses(bool holdsAnswer) {
+  curl_easy_pause(easy_.get(), (holdsAnswer ? CURLPAUSE_RECV : CURLPAUSE_CONT) |
+                                   (starved_ ? CURLPAUSE_SEND : CURLPAUSE_CONT));
+}
+
+// Setting the pause that is there already would do nothing: only a change has libcurl look.
+void Transfer::flushConnection() {
+  if (!std::exchange(paused_, false)) applyPauses(true);
+  applyPauses(false);
+}
+
+// A request that goes out again begins with the body's first byte.
+void Transfer::prepareBody() {
+  starved_ = false;
+  const auto& source = request_.bodySource();
+  if (!source) return closeFeed();
+  if (!feed_) {
+    feed_ = std::make_shared<BodyFeed>(source, [task = std::weak_ptr(task_)] {
+      if (const auto held = task.lock()) held->feedBody();
+    });
+  } else if (feed_->hasBegun()) {
+    feed_->rewind();
+  }
+}
+
+void Transfer::closeFeed() {
+  if (const auto feed = std::exchange(feed_, nullptr)) feed->close();
+}
+
+void Transfer::installBodyCallbacks(OptionSetter& options) {
+  if (feed_) {
+    constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<curl_off_t>::max());
+    const auto length = feed_->length();
+    const bool isKnown = length && *length <= kLargest;
+    options.set(CURLOPT_INFILESIZE_LARGE, isKnown ? static_cast<curl_off_t>(*length) : -1);
+    options.set(CURLOPT_READFUNCTION, &Transfer::onRead);
+    options.set(CURLOPT_READDATA, this);
+    options.set(CURLOPT_SEEKFUNCTION, &Transfer::onSeek);
+    options.set(CURLOPT_SEEKDATA, this);
+  }
+  if (!feed_ && !request_.body()) return;
+  options.set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+  options.set(CURLOPT_XFERINFODATA, this);
+  options.set(CURLOPT_NOPROGRESS, 0L);
+}
+
+std::size_t Transfer::onRead(char* room, std::size_t, std::size_t size, void* transfer) {
+  auto* self = static_cast<Transfer*>(transfer);
+  return core::withoutExceptions(static_cast<std::size_t>(CURL_READFUNC_ABORT),
+                                 [&] { return self->takeUpload(room, size); });
+}
+
+std::size_t Transfer::takeUpload(char* room, std::size_t size) {
+  std::size_t count = 0;
+  switch (feed_->take({reinterpret_cast<std::uint8_t*>(room), size}, count)) {
+    case BodyFeed::State::ready:
+    case BodyFeed::State::over:
+      break;
+    case BodyFeed::State::starved:
+      starved_ = true;
+      return CURL_READFUNC_PAUSE;
+    case BodyFeed::State::failed:
+      refusal_ = Refusal::unreadable;
+      closeConnectionWithExchange();
+      return CURL_READFUNC_ABORT;
+  }
+  return count;
+}
+
+// Nothing else is asked for than to stay at the beginning: a request that was sent in part is not
+// sent again by libcurl.
+int Transfer::onSeek(void* transfer, curl_off_t offset, int origin) {
+  auto* self = static_cast<Transfer*>(transfer);
+  const bool isThere = offset == 0 && origin == SEEK_SET && !self->feed_->hasBegun();
+  return isThere ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
+}
+
+}  // namespace kvl::urlloading

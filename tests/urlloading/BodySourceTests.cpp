@@ -1,0 +1,570 @@
+// Bodies that are read from a source while they are sent.
+#include "platform/urlloading/BodyFeed.h"
+#include "tests/urlloading/URLSessionFixture.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+#include <utility>
+
+namespace kvl::testing {
+namespace {
+
+// Opened once, waited for by others.
+class Door {
+ public:
+  void open() {
+    const MutexLock lock(mutex_);
+    isOpen_ = true;
+    changed_.notifyAll();
+  }
+  void pass() {
+    MutexLock lock(mutex_);
+    while (!isOpen_) changed_.wait(lock);
+  }
+
+ private:
+  Mutex mutex_;
+  Condition changed_;
+  bool isOpen_ KVL_GUARDED_BY(mutex_) = false;
+};
+
+// Gives a text, in steps as the test says.
+class TextSource final : public BodySource {
+ public:
+  explicit TextSource(std::string content) : text(std::move(content)), said(text.size()) {}
+
+  std::optional<std::uint64_t> length() const override { return said; }
+  std::size_t read(std::span<std::uint8_t> room, std::optional<Error>* error) override {
+    EXPECT_FALSE(room.empty());
+    EXPECT_EQ(++callers, 1);
+    ++reads;
+    if (onRead) onRead(given);
+    if (failsAt && given >= *failsAt) {
+      storeError(error, Error("Own", 5));
+      --callers;
+      return 0;
+    }
+    const std::size_t count = std::min({room.size(), step, text.size() - given});
+    std::copy_n(text.begin() + static_cast<std::ptrdiff_t>(given), count, room.begin());
+    given += count;
+    --callers;
+    return count;
+  }
+  bool rewind() override {
+    EXPECT_EQ(callers, 0);
+    ++rewinds;
+    given = 0;
+    return canRewind;
+  }
+
+  // Set before it is used.
+  const std::string text;
+  std::optional<std::uint64_t> said;
+  std::size_t step = std::size_t{1} << 20;
+  std::optional<std::size_t> failsAt;
+  bool canRewind = true;
+  std::function<void(std::size_t given)> onRead;
+
+  std::atomic<std::size_t> given = 0;
+  std::atomic<int> reads = 0;
+  std::atomic<int> rewinds = 0;
+  std::atomic<int> callers = 0;
+};
+
+std::string mixedText(std::size_t size) {
+  std::string text(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>('a' + (i * i + i / 251) % 26);
+  return text;
+}
+
+std::string readHead(TestPeer& peer) {
+  std::string head;
+  while (!head.ends_with("\r\n\r\n")) {
+    const std::string next = peer.read(1);
+    if (next.empty()) break;
+    head += next;
+  }
+  return head;
+}
+
+// The content of a chunked body.
+std::string readChunks(TestPeer& peer) {
+  std::string content;
+  for (;;) {
+    std::string line;
+    while (!line.ends_with("\r\n")) {
+      const std::string next = peer.read(1);
+      if (next.empty()) return "(cut) " + content;
+      line += next;
+    }
+    const std::size_t size = std::stoul(line, nullptr, 16);
+    const std::string chunk = peer.read(size + 2);
+    if (size == 0) return content;
+    content += chunk.substr(0, size);
+  }
+}
+
+class BodySourceTest : public URLSessionTest {
+ protected:
+  [[nodiscard]] static URLRequest request(const TestTLSServer& peer,
+                                          std::shared_ptr<BodySource> source,
+                                          std::string_view method = "POST") {
+    URLRequest made(peer.url("127.0.0.1"));
+    made.setMethod(method);
+    made.setBodySource(std::move(source));
+    return made;
+  }
+  [[nodiscard]] Outcome send(const TestTLSServer& peer, std::shared_ptr<BodySource> source) {
+    return load(*session, request(peer, std::move(source)));
+  }
+};
+
+// Answers each request with its own text.
+void returning(TestPeer& peer) {
+  for (;;) {
+    const std::string request = peer.readRequest();
+    if (request.empty() || !peer.write(httpResponse(request))) return;
+  }
+}
+
+TEST_F(BodySourceTest, EveryShortReadIsTaken) {
+  const TestTLSServer peer({.identity = &server()}, returning);
+  const std::string text = mixedText(3000);
+  for (const std::size_t step : {std::size_t{1}, std::size_t{7}, std::size_t{4096}}) {
+    const auto source = std::make_shared<TextSource>(text);
+    source->step = step;
+    const std::string sent = send(peer, source).text();
+    EXPECT_TRUE(sent.starts_with("POST / HTTP/1.1\r\n")) << sent;
+    EXPECT_NE(sent.find("Content-Length: 3000\r\n"), std::string::npos) << sent;
+    EXPECT_EQ(sent.find("Expect"), std::string::npos) << sent;
+    EXPECT_EQ(sent.find("Content-Type"), std::string::npos) << sent;
+    EXPECT_TRUE(sent.ends_with("\r\n\r\n" + text)) << step;
+    EXPECT_EQ(source->rewinds, 0);
+  }
+}
+
+TEST_F(BodySourceTest, LargeBodiesArriveWholeAndInOrder) {
+  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
+    const std::string request = client.readRequest();
+    client.write(httpResponse(std::to_string(std::hash<std::string_view>()(
+        std::string_view(request).substr(request.find("\r\n\r\n") + 4)))));
+  });
+  const std::string text = mixedText(5'000'003);
+  EXPECT_EQ(send(peer, std::make_shared<TextSource>(text)).text(),
+            std::to_string(std::hash<std::string_view>()(text)));
+}
+
+TEST_F(BodySourceTest, EveryMethodCanHaveOne) {
+  const TestTLSServer peer({}, returning);
+  for (const std::string method : {"GET", "PUT", "PATCH", "DELETE", "PROPFIND"}) {
+    const std::string sent =
+        load(*session, request(peer, std::make_shared<TextSource>("body"), method)).text();
+    EXPECT_TRUE(sent.starts_with(method + " / HTTP/1.1\r\n")) << sent;
+    EXPECT_TRUE(sent.ends_with("\r\n\r\nbody")) << sent;
+  }
+}
+
+TEST_F(BodySourceTest, AnEmptyOneIsNotRead) {
+  const TestTLSServer peer({}, returning);
+  const auto source = std::make_shared<TextSource>("");
+  const std::string sent = send(peer, source).text();
+  EXPECT_NE(sent.find("Content-Length: 0\r\n"), std::string::npos) << sent;
+  EXPECT_EQ(source->reads, 0);
+}
+
+TEST_F(BodySourceTest, ChunkedWithoutALength) {
+  const std::string text = mixedText(600'000);
+  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
+    const std::string head = readHead(client);
+    client.write(httpResponse(head + readChunks(client)));
+  });
+  for (const bool isEmpty : {false, true}) {
+    const auto source = std::make_shared<TextSource>(isEmpty ? "" : text);
+    source->said.reset();
+    const std::string sent = send(peer, source).text();
+    EXPECT_NE(sent.find("Transfer-Encoding: chunked\r\n"), std::string::npos);
+    EXPECT_EQ(sent.find("Content-Length"), std::string::npos);
+    EXPECT_TRUE(sent.ends_with("\r\n\r\n" + source->text));
+  }
+}
+
+TEST_F(BodySourceTest, AnErrorEndsTheRequestWithIt) {
+  std::atomic<int> served = 0;
+  const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
+    if (!client.readRequest().empty()) ++served;
+  });
+  for (const std::size_t place : {0, 400'000}) {
+    const auto source = std::make_shared<TextSource>(mixedText(500'000));
+    source->step = 100'000;
+    source->failsAt = place;
+    const Outcome outcome = send(peer, source);
+    ASSERT_TRUE(outcome.error);
+    EXPECT_EQ(*outcome.error, Error("Own", 5));
+  }
+}
+
+TEST_F(BodySourceTest, TooFewBytesAreAnError) {
+  const TestTLSServer peer({.identity = &server()}, returning);
+  const auto source = std::make_shared<TextSource>("some");
+  source->said = 5;
+  const Outcome outcome = send(peer, source);
+  EXPECT_EQ(outcome.code(), NSURLErrorRequestBodyStreamExhausted);
+  EXPECT_TRUE(outcome.error->userInfo()[NSURLErrorFailingURLStringErrorKey].string());
+}
+
+TEST_F(BodySourceTest, TooManyAreNotRead) {
+  const TestTLSServer peer({.identity = &server()}, returning);
+  const auto source = std::make_shared<TextSource>("some body");
+  source->said = 4;
+  EXPECT_TRUE(send(peer, source).text().ends_with("\r\n\r\nsome"));
+  EXPECT_EQ(source->given, 4U);
+}
+
+TEST_F(BodySourceTest, ASlowSourceHoldsUpNobodyAndSpinsNothing) {
+  const TestTLSServer peer({.identity = &server()}, returning);
+  Door door;
+  const auto source = std::make_shared<TextSource>(mixedText(300'000));
+  source->onRead = [&](std::size_t given) {
+    if (given > 0) door.pass();
+  };
+  URLRequest slow = request(peer, source);
+  // The silence is the host's own.
+  slow.setTimeoutInterval(std::chrono::milliseconds(200));
+  OutcomeBox box;
+  session->dataTask(slow, box.handler())->resume();
+  while (source->reads < 2) std::this_thread::yield();
+  const TestTLSServer silent({.identity = &server()}, [](TestPeer& client) {
+    static_cast<void>(client.readRequest());
+    static_cast<void>(client.readRequest());
+  });
+  const auto cpuTime = [] {
+    std::uint64_t all = 0;
+    for (const auto& thread : inputThreads()) {
+      std::uint64_t one = 0;
+      std::ifstream(thread / "schedstat") >> one;
+      all += one;
+    }
+    return std::chrono::nanoseconds(all);
+  };
+  EXPECT_TRUE(load(*session, URLRequest(peer.url("127.0.0.1"))).body);
+  URLRequest measure(silent.url("127.0.0.1"));
+  measure.setTimeoutInterval(std::chrono::milliseconds(600));
+  const auto before = cpuTime();
+  EXPECT_EQ(load(*session, measure).code(), NSURLErrorTimedOut);
+  EXPECT_LT(cpuTime() - before, std::chrono::milliseconds(300));
+  door.open();
+  EXPECT_TRUE(box.wait().text().ends_with(source->text));
+}
+
+TEST_F(BodySourceTest, TheTotalTimeEndsABlockedRead) {
+  const TestTLSServer peer({.identity = &server()}, returning);
+  Door door;
+  const auto source = std::make_shared<TextSource>("some body");
+  source->onRead = [&](std::size_t) { door.pass(); };
+  URLRequest slow = request(peer, source);
+  slow.setTotalTimeout(std::chrono::milliseconds(200));
+  EXPECT_EQ(load(*session, slow).code(), NSURLErrorTimedOut);
+  EXPECT_EQ(source->callers, 1);
+  door.open();
+  while (source->callers > 0) std::this_thread::yield();
+}
+
+TEST_F(BodySourceTest, ACancelDuringAReadWaitsForNothing) {
+  const TestTLSServer peer({.identity = &server()}, returning);
+  Door door;
+  auto source = std::make_shared<TextSource>("some body");
+  source->onRead = [&](std::size_t) { door.pass(); };
+  const std::weak_ptr<TextSource> watched = source;
+  OutcomeBox box;
+  auto task = session->dataTask(request(peer, source), box.handler());
+  task->resume();
+  while (source->reads == 0) std::this_thread::yield();
+  task->cancel();
+  EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+  EXPECT_EQ(std::exchange(source, nullptr)->callers, 1);
+  task.reset();
+  EXPECT_FALSE(watched.expired());
+  door.open();
+  while (!watched.expired()) std::this_thread::yield();
+}
+
+TEST_F(BodySourceTest, AReadCancelsItsOwnTask) {
+  const TestTLSServer peer({.identity = &server()}, returning);
+  const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
+  std::shared_ptr<DataTask> task;
+  source->onRead = [&](std::size_t given) {
+    if (given > 0) task->cancel();
+  };
+  OutcomeBox box;
+  task = session->dataTask(request(peer, source), box.handler());
+  task->resume();
+  EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+  while (source->callers > 0) std::this_thread::yield();
+}
+
+TEST_F(BodySourceTest, TheSessionObjectGoesDuringARead) {
+  const TestTLSServer peer({.identity = &server()}, returning);
+  const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
+  source->onRead = [&](std::size_t given) {
+    if (given > 0) session.reset();
+  };
+  OutcomeBox box;
+  session->dataTask(request(peer, source), box.handler())->resume();
+  EXPECT_TRUE(box.wait().text().ends_with(source->text));
+}
+
+// Reads the body of the first request, redirects it with this status and returns the second.
+TestTLSServer::Handler redirecting(std::string status) {
+  return [status = std::move(status)](TestPeer& client) {
+    static_cast<void>(client.readRequest());
+    client.write(httpResponse("elsewhere", status, "Location: /b\r\n"));
+    client.write(httpResponse(client.readRequest()));
+    static_cast<void>(client.readRequest());
+  };
+}
+
+TEST_F(BodySourceTest, ARedirectRewinds) {
+  for (const std::string status : {"307 Temporary Redirect", "308 Permanent Redirect"}) {
+    const TestTLSServer peer({.identity = &server()}, redirecting(status));
+    const auto source = std::make_shared<TextSource>(mixedText(700'000));
+    const std::string sent = send(peer, source).text();
+    EXPECT_TRUE(sent.starts_with("POST /b HTTP/1.1\r\n"));
+    EXPECT_TRUE(sent.ends_with("\r\n\r\n" + source->text));
+    EXPECT_EQ(source->rewinds, 1);
+  }
+}
+
+TEST_F(BodySourceTest, ARedirectToAGetLeavesItOut) {
+  const TestTLSServer peer({.identity = &server()}, redirecting("303 See Other"));
+  const auto source = std::make_shared<TextSource>("some body");
+  const std::string sent = send(peer, source).text();
+  EXPECT_TRUE(sent.starts_with("GET /b HTTP/1.1\r\n")) << sent;
+  EXPECT_TRUE(sent.ends_with("\r\n\r\n")) << sent;
+  EXPECT_EQ(source->rewinds, 0);
+}
+
+TEST_F(BodySourceTest, ASourceThatCannotRewindFails) {
+  const TestTLSServer peer({.identity = &server()}, redirecting("307 Temporary Redirect"));
+  const auto source = std::make_shared<TextSource>("some body");
+  source->canRewind = false;
+  EXPECT_EQ(send(peer, source).code(), NSURLErrorRequestBodyStreamExhausted);
+}
+
+// A server that wants no more of the body, while the source has no more to give for now.
+TEST_F(BodySourceTest, ARefusalBeforeTheEndIsTaken) {
+  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
+    static_cast<void>(readHead(client));
+    client.write(httpResponse("too much", "413 Content Too Large"));
+    while (!client.read(4096).empty()) continue;
+  });
+  Door door;
+  const auto blocked = std::make_shared<TextSource>(mixedText(1'000'000));
+  blocked->onRead = [&](std::size_t given) {
+    if (given > 0) door.pass();
+  };
+  const auto flowing = std::make_shared<TextSource>(mixedText(1'000'000));
+  for (const auto& source : {flowing, blocked}) {
+    const Outcome outcome = send(peer, source);
+    EXPECT_EQ(outcome.text(), "too much");
+    ASSERT_TRUE(outcome.response);
+    EXPECT_EQ(outcome.response->httpStatusCode, 413);
+  }
+  door.open();
+  while (blocked->callers > 0) std::this_thread::yield();
+}
+
+// Both directions at once, each held back by its own side now and then.
+TEST_F(BodySourceTest, TheAnswerFlowsWhileTheBodyIsSent) {
+  const std::string text = mixedText(2'000'000);
+  const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
+    static_cast<void>(readHead(client));
+    client.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(text.size()) + "\r\n\r\n");
+    for (std::size_t done = 0; done < text.size();) {
+      const std::string piece = client.read(std::min<std::size_t>(50'000, text.size() - done));
+      if (piece.empty() || !client.write(piece)) return;
+      done += piece.size();
+    }
+    static_cast<void>(client.readRequest());
+  });
+  auto configuration = anyPeers();
+  configuration.deliveryBufferSize = 64 << 10;
+  session = URLSession::create(configuration, delegate);
+  const auto source = std::make_shared<TextSource>(text);
+  source->step = 30'000;
+  const auto task = session->dataTask(request(peer, source));
+  std::atomic<int> chunk = 0;
+  delegate->onData = [&](const std::shared_ptr<DataTask>& of) {
+    if (++chunk % 3 == 0) {
+      of->suspendDelivery();
+      std::thread([of] { of->resumeDelivery(); }).detach();
+    }
+  };
+  task->resume();
+  const auto error = delegate->waitForCompletion();
+  EXPECT_FALSE(error) << error->description();
+  EXPECT_EQ(delegate->text(), text);
+}
+
+TEST_F(BodySourceTest, BodyAndSourceReplaceEachOther) {
+  URLRequest both("https://a/");
+  both.setBody(Data::fromText("body"));
+  both.setBodySource(std::make_shared<TextSource>("source"));
+  EXPECT_FALSE(both.body());
+  ASSERT_TRUE(both.bodySource());
+  both.setBody(Data::fromText("body"));
+  EXPECT_FALSE(both.bodySource());
+  EXPECT_TRUE(both.body());
+}
+
+class FileBodyTest : public BodySourceTest {
+ protected:
+  FileBodyTest() { std::ofstream(path) << "0123456789"; }
+  ~FileBodyTest() override { std::filesystem::remove(path); }
+
+  const std::filesystem::path path =
+      std::filesystem::temp_directory_path() / ("kvl-file-body-" + std::to_string(getpid()));
+};
+
+TEST_F(FileBodyTest, SendsWhatTheFileHolds) {
+  const TestTLSServer peer({}, returning);
+  EXPECT_TRUE(send(peer, fileBody(path)).text().ends_with("\r\n\r\n0123456789"));
+}
+
+TEST_F(FileBodyTest, BeginsAtTheDescriptorsOffsetAndLeavesIt) {
+  const TestTLSServer peer({}, redirecting("307 Temporary Redirect"));
+  FILE* file = fopen(path.c_str(), "re");
+  ASSERT_EQ(lseek(fileno(file), 4, SEEK_SET), 4);
+  const auto source = fileBody(fileno(file));
+  ASSERT_TRUE(source);
+  EXPECT_EQ(source->length(), 6U);
+  EXPECT_TRUE(send(peer, source).text().ends_with("\r\n\r\n456789"));
+  EXPECT_EQ(lseek(fileno(file), 0, SEEK_CUR), 4);
+  fclose(file);
+}
+
+TEST_F(FileBodyTest, AFileThatGrowsIsSentAsItWas) {
+  const TestTLSServer peer({}, returning);
+  const auto source = fileBody(path);
+  std::ofstream(path, std::ios::app) << "more";
+  EXPECT_TRUE(send(peer, source).text().ends_with("\r\n\r\n0123456789"));
+}
+
+TEST_F(FileBodyTest, AFileThatShrinksIsAnError) {
+  const TestTLSServer peer({}, returning);
+  const auto source = fileBody(path);
+  std::filesystem::resize_file(path, 5);
+  const Outcome outcome = send(peer, source);
+  ASSERT_TRUE(outcome.error);
+  EXPECT_TRUE(outcome.error->is(NSCocoaErrorDomain, NSFileReadUnknownError));
+}
+
+TEST_F(FileBodyTest, WhatIsNoRegularFileIsRefused) {
+  std::optional<Error> error;
+  EXPECT_FALSE(fileBody(path.parent_path(), &error));
+  EXPECT_TRUE(error && error->is(NSPOSIXErrorDomain, EINVAL));
+  EXPECT_FALSE(fileBody(path / "none", &error));
+  EXPECT_TRUE(error && error->is(NSPOSIXErrorDomain, ENOTDIR));
+  EXPECT_FALSE(fileBody(-1, &error));
+  EXPECT_TRUE(error && error->is(NSPOSIXErrorDomain, EBADF));
+  EXPECT_FALSE(fileBody(std::filesystem::path("/dev/null")));
+}
+
+// Takes everything there is, and waits for it.
+std::string drain(urlloading::BodyFeed& feed, Semaphore& ready, std::size_t room) {
+  std::string all;
+  std::vector<std::uint8_t> bytes(room);
+  for (;;) {
+    std::size_t count = 0;
+    switch (feed.take(bytes, count)) {
+      case urlloading::BodyFeed::State::ready:
+        all.append(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
+        break;
+      case urlloading::BodyFeed::State::starved:
+        ready.wait();
+        break;
+      case urlloading::BodyFeed::State::over:
+        return all;
+      case urlloading::BodyFeed::State::failed:
+        return all + "(failed)";
+    }
+  }
+}
+
+class BodyFeedTest : public ::testing::Test {
+ protected:
+  [[nodiscard]] std::shared_ptr<urlloading::BodyFeed> feedOf(
+      const std::shared_ptr<TextSource>& source) {
+    return std::make_shared<urlloading::BodyFeed>(source, [ready = ready] { ready->signal(); });
+  }
+  std::shared_ptr<Semaphore> ready = std::make_shared<Semaphore>(0);
+};
+
+TEST_F(BodyFeedTest, GivesAllInAnySteps) {
+  for (const std::size_t room : {1U, 100U, 300'000U}) {
+    for (const std::size_t step : {33U, 70'000U}) {
+      for (const bool isSaid : {true, false}) {
+        const auto source = std::make_shared<TextSource>(mixedText(room == 1 ? 2000 : 600'000));
+        source->step = room == 1 ? 33 : step * 10;
+        if (!isSaid) source->said.reset();
+        EXPECT_EQ(drain(*feedOf(source), *ready, room), source->text);
+      }
+    }
+  }
+}
+
+TEST_F(BodyFeedTest, ReadsNoMoreThanTwoBlocksAhead) {
+  const auto source = std::make_shared<TextSource>(mixedText(3'000'000));
+  Door second;
+  source->onRead = [&](std::size_t given) {
+    if (given > 0) second.open();
+  };
+  const auto feed = feedOf(source);
+  std::uint8_t byte = 0;
+  std::size_t count = 0;
+  EXPECT_EQ(feed->take({&byte, 1}, count), urlloading::BodyFeed::State::starved);
+  second.pass();
+  while (source->given < (512 << 10)) std::this_thread::yield();
+  // Nothing more is asked for until something is taken.
+  EXPECT_EQ(feed->take({&byte, 1}, count), urlloading::BodyFeed::State::ready);
+  EXPECT_EQ(source->reads, 2);
+  const std::string rest = drain(*feed, *ready, 100'000);
+  EXPECT_EQ(std::string(1, static_cast<char>(byte)) + rest, source->text);
+}
+
+TEST_F(BodyFeedTest, ARewindDuringAReadForgetsWhatThatGives) {
+  const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
+  Door door;
+  source->onRead = [&](std::size_t given) {
+    if (given > 0) door.pass();
+  };
+  const auto feed = feedOf(source);
+  std::vector<std::uint8_t> room(1000);
+  std::size_t count = 0;
+  EXPECT_EQ(feed->take(room, count), urlloading::BodyFeed::State::starved);
+  ready->wait();
+  EXPECT_EQ(feed->take(room, count), urlloading::BodyFeed::State::ready);
+  while (source->callers == 0) std::this_thread::yield();
+  EXPECT_TRUE(feed->hasBegun());
+  feed->rewind();
+  EXPECT_FALSE(feed->hasBegun());
+  door.open();
+  EXPECT_EQ(drain(*feed, *ready, 10'000), source->text);
+  EXPECT_EQ(source->rewinds, 1);
+}
+
+TEST_F(BodyFeedTest, AClosedOneAsksForNothingMore) {
+  const auto source = std::make_shared<TextSource>(mixedText(3'000'000));
+  const auto feed = feedOf(source);
+  std::vector<std::uint8_t> room(1000);
+  std::size_t count = 0;
+  feed->close();
+  EXPECT_EQ(feed->take(room, count), urlloading::BodyFeed::State::failed);
+  EXPECT_EQ(source->reads, 0);
+}
+
+}  // namespace
+}  // namespace kvl::testing
