@@ -1,14 +1,10 @@
+#include <local/platform/Text.h>
 #include <local/platform/URLRequest.h>
 
 #include <string>
 
 namespace kvl {
 namespace {
-
-std::string errorLine(const Error& error) {
-  return error.localizedDescription() + " (" + error.domain() + " " + std::to_string(error.code()) +
-         ")";
-}
 
 constexpr int kFirstFailure = 300;
 
@@ -21,7 +17,7 @@ std::string answerText(const URLResponse& response, int status) {
 
 std::string outcomeText(const URLResponseRef& response, const std::optional<Error>& error) {
   const int status = response ? response->httpStatusCode.value_or(0) : 0;
-  if (error && status < kFirstFailure) return errorLine(*error);
+  if (error && status < kFirstFailure) return errorText(*error);
   return status == 0 ? "No answer" : answerText(*response, status);
 }
 

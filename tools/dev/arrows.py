@@ -34,7 +34,7 @@ OWNERS = (
     (r'platform/Security\.h|platform/Credential\.h', 'security'),
     (r'platform/(URLSession|URLRequest|BodySource|Exchange)\.h', 'urlloading'),
     (r'platform/(DispatchQueue|Progress|Task)\.h', 'dispatch'),
-    (r'platform/(DateFormatter|UpdateCount|Text)\.h', 'formatting'),
+    (r'platform/(DateFormatter|UpdateCount)\.h', 'formatting'),
     (r'platform/(FontMeasurement|Image|Menu|MenuItem|MenuAction|SegmentedControl|Workspace)\.h', 'interface'),
     (r'platform/', 'core'),
     (r'KVLSession\.h|KVLEventStreamState\.h', 'session'),
