@@ -34,11 +34,19 @@ def running(command, **options):
             process.wait()
 
 
+# Starts no services, those of the user's key store among them.
+BUS = """<busconfig><type>session</type><listen>unix:dir={folder}</listen><auth>EXTERNAL</auth>
+<policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/>
+</policy></busconfig>"""
+
+
 @contextlib.contextmanager
 def private_bus():
     """A folder of its own and an environment whose session bus nobody else uses."""
     with tempfile.TemporaryDirectory(prefix="kvl-protocol-") as folder:
-        command = ["dbus-daemon", "--session", "--nofork", "--print-address"]
+        settings = pathlib.Path(folder, "bus.conf")
+        settings.write_text(BUS.format(folder=folder))
+        command = ["dbus-daemon", f"--config-file={settings}", "--nofork", "--print-address"]
         with running(command, stdout=subprocess.PIPE, text=True) as bus:
             environment = dict(os.environ, DBUS_SESSION_BUS_ADDRESS=bus.stdout.readline().strip(),
                                XDG_RUNTIME_DIR=folder, HOME=folder)
@@ -63,9 +71,9 @@ def wait_for_name(name, environment):
                    env=environment, check=True)
 
 
-def signing_request(key):
+def signing_request(key, digest=hashes.SHA256()):
     builder = x509.CertificateSigningRequestBuilder(subject_name=x509.Name([]))
-    request = builder.sign(key, hashes.SHA256())
+    request = builder.sign(key, digest)
     return request.public_bytes(serialization.Encoding.PEM).decode()
 
 

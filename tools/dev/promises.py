@@ -4,9 +4,9 @@ import re
 import subprocess
 import sys
 
-PAGES = ("docs/security.md", "docs/reliability.md")
-NAMED = re.compile(r"`(?:\w+/)?([A-Z]\w+|package)\.([A-Z]\w+)(?:/\w+)?`")
-DEFINED = re.compile(r"\bTEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\s*\)|\bNAME (package)\.(\w+)")
+PAGES = ("docs/security.md", "docs/reliability.md", "docs/protocol.md")
+NAMED = re.compile(r"`(?:\w+/)?([A-Z]\w+|package|protocol)\.([A-Z]\w+)(?:/\w+)?`")
+DEFINED = re.compile(r"\bTEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\s*\)|\bNAME (package|protocol)\.(\w+)")
 
 
 def defined_tests():

@@ -1,0 +1,107 @@
+#!/usr/bin/python3
+"""usage: notary.py FOLDER [SECONDS]
+A notary for the service of this folder, as docs/protocol.md wants it. Certificates last SECONDS."""
+import datetime
+import errno
+import fcntl
+import os
+import pathlib
+import sys
+import tempfile
+
+from cryptography import x509
+from cryptography.hazmat.primitives import hashes, serialization
+from cryptography.hazmat.primitives.asymmetric import ec, rsa
+from cryptography.x509.oid import ExtendedKeyUsageOID, NameOID
+from gi.repository import Gio, GLib
+
+NAME = "korvale.vandrel.local.notary"
+INTERFACE = Gio.DBusNodeInfo.new_for_xml(f"""<node><interface name="{NAME}Protocol">
+<method name="SendNotary"><arg type="as" direction="in"/><arg type="a{{sv}}" direction="in"/>
+<arg type="aa{{sv}}" direction="out"/><arg type="a(sxa{{sv}})" direction="out"/></method>
+</interface></node>""")
+YEAR = 365 * 24 * 3600
+SLACK = datetime.timedelta(seconds=60)  # by which certificates begin in the past
+LEAF = x509.BasicConstraints(False, None)
+
+
+def write(file, content):
+    """In one step, readable by the user only."""
+    with tempfile.NamedTemporaryFile(dir=file.parent, delete=False) as draft:
+        draft.write(content)
+    os.replace(draft.name, file)
+
+
+def key_pem(key):
+    return key.private_bytes(serialization.Encoding.PEM, serialization.PrivateFormat.PKCS8,
+                             serialization.NoEncryption())
+
+
+class Authority:
+    """Kept in a folder, made by whoever needs it first."""
+    def __init__(self, folder):
+        folder.mkdir(mode=0o700, parents=True, exist_ok=True)
+        file = folder / "authority.pem"
+        with open(folder / "lock", "w") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            if not file.exists():
+                self.key, self.name = ec.generate_private_key(ec.SECP256R1()), None
+                made = self.issue("Notes authority", self.key.public_key(), 10 * YEAR,
+                                  x509.BasicConstraints(True, 0))
+                write(file, key_pem(self.key) + made)
+        self.key = serialization.load_pem_private_key(file.read_bytes(), None)
+        self.name = x509.load_pem_x509_certificate(file.read_bytes()).subject
+        self.pem = file.read_text().partition("-----END PRIVATE KEY-----\n")[2]
+
+    def issue(self, name, public_key, seconds, constraints, *extensions):
+        subject = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, name)])
+        begin = datetime.datetime.utcnow() - SLACK
+        builder = x509.CertificateBuilder(
+            self.name or subject, subject, public_key, x509.random_serial_number(), begin,
+            begin + SLACK + datetime.timedelta(seconds=seconds)).add_extension(constraints, True)
+        for extension in extensions:
+            builder = builder.add_extension(extension, False)
+        return builder.sign(self.key, hashes.SHA256()).public_bytes(serialization.Encoding.PEM)
+
+
+def key_of(text):
+    request = x509.load_pem_x509_csr(text[:16384].replace("\r\n", "\n").encode())
+    key = request.public_key()
+    if not request.is_signature_valid or not isinstance(key, rsa.RSAPublicKey) or key.key_size < 2048:
+        raise ValueError("The signing request is not of an RSA key of 2048 bits.")
+    return key
+
+
+def reply_to(request, folder, seconds):
+    authority = Authority(folder)
+    reply = {"url": GLib.Variant("as", [(folder / "url").read_text()]),
+             "anchor": GLib.Variant("s", authority.pem)}
+    if "csr" in request:
+        issued = authority.issue("Notes client", key_of(request["csr"]), seconds, LEAF,
+                                 x509.ExtendedKeyUsage([ExtendedKeyUsageOID.CLIENT_AUTH]))
+        reply["certificate"] = GLib.Variant("s", issued.decode())
+        print("issued a certificate", flush=True)
+    return reply
+
+
+def main(folder, seconds="3600"):
+    def called(_bus, _sender, _object, _interface, _method, arguments, invocation):
+        replies, errors = [], []
+        try:
+            replies.append(reply_to(arguments.unpack()[1], pathlib.Path(folder), int(seconds)))
+        except (OSError, TypeError, ValueError) as fault:
+            errors.append(("NSPOSIXErrorDomain", getattr(fault, "errno", None) or errno.EINVAL,
+                           {"NSLocalizedFailureReason": GLib.Variant("s", str(fault))}))
+        invocation.return_value(GLib.Variant("(aa{sv}a(sxa{sv}))", (replies, errors)))
+
+    loop = GLib.MainLoop()
+    bus = Gio.bus_get_sync(Gio.BusType.SESSION)
+    bus.register_object("/" + NAME.replace(".", "/"), INTERFACE.interfaces[0], called, None, None)
+    Gio.bus_own_name_on_connection(bus, NAME, Gio.BusNameOwnerFlags.DO_NOT_QUEUE, None,
+                                   lambda *_: loop.quit())
+    loop.run()
+    return "The name is somebody else's."
+
+
+if __name__ == "__main__":
+    sys.exit(main(*sys.argv[1:]))
