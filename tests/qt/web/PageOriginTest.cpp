@@ -1,0 +1,120 @@
+// What pages cannot do, and who else gets nothing of the service.
+#include "tests/qt/web/WebFixture.h"
+
+#include <gmock/gmock.h>
+
+#include <QSignalSpy>
+
+namespace {
+
+using kvl::testing::TestPeer;
+using kvltest::answerOf;
+using kvltest::eventually;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// Another server on the same machine, which never says a word.
+class PageOriginTest : public kvltest::WebTest {
+ protected:
+  PageOriginTest() {
+    QObject::connect(relay.get(), &kvl::qt::PageRelay::linkChosen,
+                     [this](const QUrl& url) { links.append(url.toString()); });
+  }
+  // Ends once everything that the page asked before has been decided.
+  [[nodiscard]] bool showAndSettle(const std::string& html) {
+    service.page("/settled", "");
+    return show(html +
+                "<script>addEventListener('load', () => { const x = new XMLHttpRequest();"
+                "x.open('GET', '/settled'); x.onload = () => console.log('settled'); x.send(); "
+                "})</script>") &&
+           logs(QStringLiteral("settled"));
+  }
+
+  std::atomic<int> visits = 0;
+  const kvl::testing::TestIdentity other = kvl::testing::makeTestIdentity({});
+  const kvl::testing::TestTLSServer elsewhere{{.identity = &other},
+                                              [this](TestPeer&) { ++visits; }};
+  QStringList links;
+};
+
+TEST_F(PageOriginTest, NothingIsLoadedFromElsewhere) {
+  const auto url = elsewhere.url("127.0.0.1", "/x");
+  ASSERT_TRUE(showAndSettle("<img src='" + url + "'><iframe src='" + url +
+                            "'></iframe><script src='" + url +
+                            "'></script><link rel=stylesheet href='" + url +
+                            "'><script>new WebSocket('wss" + url.substr(5) +
+                            "');"
+                            "const x = new XMLHttpRequest(); x.open('GET', '" +
+                            url +
+                            "');"
+                            "x.onerror = () => console.log('kept'); x.send()</script>"));
+  EXPECT_TRUE(logs(QStringLiteral("kept")));
+  EXPECT_EQ(elsewhere.connections(), 0);
+}
+
+TEST_F(PageOriginTest, FramesOfAnotherOriginGetNothing) {
+  ASSERT_TRUE(showAndSettle(
+      "<iframe src=\"data:text/html,<img src='kvlocal://service/stolen'>\"></iframe>"
+      "<iframe sandbox='allow-scripts allow-forms' srcdoc=\"<script>const x = new XMLHttpRequest();"
+      "x.open('GET', 'kvlocal://service/stolen'); x.send()</script>"
+      "<form id=f method=post action='kvlocal://service/stolen'></form>"
+      "<script>document.getElementById('f').submit()</script>\"></iframe>"));
+  EXPECT_TRUE(eventually(
+      [this] { return failures.filter(QStringLiteral("/stolen: only pages")).size() == 3; }));
+  EXPECT_THAT(service.requests("GET /stolen"), IsEmpty());
+  EXPECT_THAT(service.requests("POST /stolen"), IsEmpty());
+}
+
+TEST_F(PageOriginTest, AnotherHostOfTheSchemeIsNobody) {
+  ASSERT_TRUE(
+      showAndSettle("<script>const x = new XMLHttpRequest(); x.open('GET', 'kvlocal://other/page');"
+                    "x.onerror = () => console.log('nobody'); x.send()</script>"));
+  EXPECT_TRUE(logs(QStringLiteral("nobody")));
+}
+
+TEST_F(PageOriginTest, APathThatLooksLikeAnotherHostStaysAtTheService) {
+  const auto path = "//" + elsewhere.url("127.0.0.1", "/x").substr(8);
+  ASSERT_TRUE(
+      showAndSettle("<script>const x = new XMLHttpRequest(); x.open('GET', 'kvlocal://service" +
+                    path + "'); x.onload = () => console.log('answered'); x.send()</script>"));
+  EXPECT_TRUE(logs(QStringLiteral("answered")));
+  EXPECT_THAT(service.requests("GET " + path + " HTTP/1.1"), SizeIs(1));
+  EXPECT_EQ(elsewhere.connections(), 0);
+}
+
+TEST_F(PageOriginTest, AnAnswerFromElsewhereIsNotShown) {
+  const kvl::testing::TestTLSServer trusted{
+      {.identity = &service.identity()}, [](TestPeer& peer) {
+        static_cast<void>(peer.readRequest());
+        peer.write(answerOf("<title>stranger</title>", "text/html"));
+      }};
+  service.on("/away", [&](TestPeer& peer, const std::string&) {
+    peer.write(kvl::testing::httpResponse("", "302 Found",
+                                          "Location: " + trusted.url("127.0.0.1") + "\r\n"));
+  });
+  notarise();
+  EXPECT_FALSE(load(QStringLiteral("/away")));
+  EXPECT_EQ(failures, QStringList(QStringLiteral("/away: the answer came from elsewhere")));
+  EXPECT_NE(page->title(), QStringLiteral("stranger"));
+}
+
+TEST_F(PageOriginTest, ALinkThatLeadsAwayIsTheHosts) {
+  const auto url = elsewhere.url("127.0.0.1", "/x?y");
+  ASSERT_TRUE(showAndSettle("<title>stays</title><a id=a href='" + url + "'>away</a>"));
+  run(QStringLiteral("document.getElementById('a').click()"));
+  EXPECT_TRUE(eventually([this] { return !links.empty(); }));
+  EXPECT_EQ(links, QStringList(QString::fromStdString(url)));
+  run(QStringLiteral("console.log('still ' + document.title)"));
+  EXPECT_TRUE(logs(QStringLiteral("still stays")));
+  EXPECT_EQ(elsewhere.connections(), 0);
+}
+
+TEST_F(PageOriginTest, TheServicesOwnAddressLeadsToThePage) {
+  service.page("/other", "<title>other</title>");
+  ASSERT_TRUE(showAndSettle("<a id=a href='" + service.url("/other") + "'>own</a>"));
+  run(QStringLiteral("document.getElementById('a').click()"));
+  EXPECT_TRUE(eventually([this] { return page->title() == QLatin1String("other"); }));
+  EXPECT_EQ(page->url(), QUrl(QStringLiteral("kvlocal://service/other")));
+}
+
+}  // namespace
