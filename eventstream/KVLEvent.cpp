@@ -83,6 +83,13 @@ bool KVLEvent::isValid() const {
   return name && !name->empty();
 }
 
+std::size_t KVLEvent::textSize() const {
+  const Properties& own = properties();
+  const auto sizeOf = [](const auto& text) { return text ? text->size() : 0; };
+  kvl::MutexLock lock(own.mutex);
+  return sizeOf(own.event) + sizeOf(own.data) + sizeOf(own.sharedData) + sizeOf(own.identifier);
+}
+
 std::string KVLEvent::description() const {
   return kvl::format("event:%@,data:%@,id:%@", event(), data(), identifier());
 }

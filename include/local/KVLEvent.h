@@ -47,6 +47,9 @@ class KVL_EXPORT KVLEvent {
   /// `isValid` Whether the event has a name of at least one character.
   [[nodiscard]] bool isValid() const;
 
+  /// The bytes of its texts, which are not copied for that. For the framework itself.
+  [[nodiscard]] KVL_INTERNAL std::size_t textSize() const;
+
   /// `description` "event:%@,data:%@,id:%@".
   [[nodiscard]] std::string description() const;
 

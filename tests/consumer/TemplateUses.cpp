@@ -35,6 +35,22 @@ template <class T>
   await(KVLEncoding::awaitable::submitForm(std::nullopt, std::nullopt, path, session));
 }
 
+[[maybe_unused]] kvl::Task<int> awaitInATask(KVLSession& session) {
+  const auto error = co_await KVLEncoding::awaitable::established(session, {});
+  co_return error ? 1 : 0;
+}
+
+[[maybe_unused]] kvl::Task<> awaitATask(KVLSession& session) {
+  co_await awaitInATask(session);
+  co_await KVLEncoding::awaitable::request(session, kvl::URLRequest("a"));
+  co_await KVLEncoding::awaitable::ended(session);
+}
+
+[[maybe_unused]] int runTasks(KVLSession& session) {
+  kvl::run(awaitATask(session));
+  return kvl::run(awaitInATask(session).on(kvl::DispatchQueue::main()));
+}
+
 [[maybe_unused]] kvl::Dictionary makeValues(const std::shared_ptr<KVLInputFile>& file) {
   return {{"boolean", true},
           {"integer", 1},

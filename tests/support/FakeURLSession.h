@@ -30,6 +30,9 @@ class FakeDataTask final : public kvl::DataTask {
     return prefersIncremental_;
   }
 
+  void suspendDelivery() override { ++suspensions; }
+  void resumeDelivery() override { --suspensions; }
+
   [[nodiscard]] bool hasHandler() const { return handler_ != nullptr; }
   void complete(const std::optional<kvl::Data>& data, const kvl::URLResponseRef& response,
                 const std::optional<kvl::Error>& error) {
@@ -37,6 +40,8 @@ class FakeDataTask final : public kvl::DataTask {
     if (const auto handler = std::exchange(handler_, nullptr)) handler(data, response, error);
   }
   void fail(const kvl::Error& error) { complete(std::nullopt, nullptr, error); }
+
+  std::atomic<int> suspensions = 0;
 
  private:
   const std::uint64_t identifier_;
