@@ -19,7 +19,7 @@ TEST_F(UsageTest, HelpNamesCommandsAndExitCodes) {
   const Outcome outcome = run({"--help"});
   EXPECT_EQ(outcome.exitCode, 0);
   for (const auto* text : {"status", "get", "submit", "form", "image", "menu", "render", "watch",
-                           "events", "csr", "dev", "Exit status", "130"})
+                           "events", "csr", "identity", "dev", "Exit status", "130"})
     EXPECT_THAT(outcome.output, HasSubstr(text));
   EXPECT_THAT(outcome.errors, IsEmpty());
 }

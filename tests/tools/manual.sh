@@ -13,7 +13,7 @@ fi
 text=$(MANWIDTH=200 man --local-file "$page" | col -b)
 missing=0
 export COLUMNS=1000  # an entry of the help is a line
-names=$({ "$program" --help; for command in status get submit form image menu render watch events csr dev; do "$program" $command --help; done; } |
+names=$({ "$program" --help; for command in status get submit form image menu render watch events csr identity dev; do "$program" $command --help; done; } |
   sed -nE 's/^  +((-.,)?(--?[a-z-]+)|[a-z]+) .*/\1/p' | tr ',' '\n' | sort -u)
 [ -n "$names" ]
 for name in $names; do

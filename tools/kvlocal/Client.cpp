@@ -158,7 +158,10 @@ ExitCode Client::reportFailure() const {
 }
 
 std::string Client::failureText() const {
-  const auto error = lastError();
+  return notaryFailureText(lastError());
+}
+
+std::string notaryFailureText(const std::optional<kvl::Error>& error) {
   if (!error) return "the notary service did not answer in time";
   if (isUnreachable(*error)) return "the notary service cannot be reached: " + reasonText(*error);
   return "the notary service gave no identity: " + kvl::errorText(*error);

@@ -15,6 +15,9 @@ namespace kvlocal {
 // The path that notaries of this program have: the option's, else the environment's.
 [[nodiscard]] std::optional<std::string> notaryPath(const Settings& settings);
 
+// Why a notary gave no identity: its error, or none when no answer came.
+[[nodiscard]] std::string notaryFailureText(const std::optional<kvl::Error>& error);
+
 // A session that the user's settings describe. Its keys are removed from the key store at the end.
 class Client {
  public:

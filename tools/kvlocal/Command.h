@@ -64,5 +64,6 @@ Command watchCommand();
 Command eventsCommand();
 Command csrCommand();
 Command devCommand();
+Command identityCommand();
 
 }  // namespace kvlocal

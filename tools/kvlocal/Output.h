@@ -15,8 +15,8 @@ enum class ExitCode : int {
   usage = 2,           // the command line is wrong, or a file that it names cannot be sent
   notEstablished = 3,  // no identity: the notary refused, failed or took too long
   transport = 4,       // a request failed, or its answer is not what was asked for
-  noRequest = 5,       // csr: keys or signing request could not be made
-  output = 6,          // output could not be written, or nobody reads it
+  noRequest = 5,       // csr, identity: keys or signing request could not be made
+  output = 6,          // output or files could not be written, or nobody reads it
   noItem = 7,          // menu: there is no such item, or it cannot be activated
   noPeers = 8,         // dev: bus, notary or service did not start, or ended by itself
   interrupted = 130,   // ended by the user before it was done
@@ -30,8 +30,8 @@ inline constexpr const char* kExitCodesHelp =
     "  3    no identity: the notary refused, failed or took too long\n"
     "  4    a request failed before a whole answer was there, or its answer is not "
     "what was asked for\n"
-    "  5    csr: keys or signing request could not be made\n"
-    "  6    output could not be written, or nobody reads it any more\n"
+    "  5    csr, identity: keys or signing request could not be made\n"
+    "  6    output or files could not be written, or nobody reads it any more\n"
     "  7    menu: there is no such item, or it cannot be activated\n"
     "  8    dev: the bus, the notary or the service could not be started, or ended\n"
     "  130  interrupted before it was done";

@@ -122,10 +122,10 @@ void declareSettings(CLI::App& parser, Settings& settings) {
 }
 
 // In the order in which --help shows them.
-std::array<Command, 11> commands() {
-  return {statusCommand(), getCommand(),  submitCommand(), formCommand(),
-          imageCommand(),  menuCommand(), renderCommand(), watchCommand(),
-          eventsCommand(), csrCommand(),  devCommand()};
+std::array<Command, 12> commands() {
+  return {statusCommand(), getCommand(),  submitCommand(),   formCommand(),
+          imageCommand(),  menuCommand(), renderCommand(),   watchCommand(),
+          eventsCommand(), csrCommand(),  identityCommand(), devCommand()};
 }
 
 using Runners = std::map<const CLI::App*, Runner>;
