@@ -1,8 +1,10 @@
 #!/bin/bash
-# usage: manual.sh MANUAL-PAGE PROGRAM
-# The page has no markup errors, and names every option and command that the program's help names.
+# usage: manual.sh MANUAL-PAGE PROGRAM [COMMAND...]
+# The page has no markup errors, and names every option and command that the help of the program and
+# of its COMMANDs names.
 set -euo pipefail
 page=$1 program=$2
+shift 2
 
 errors=$(man --warnings --local-file "$page" 2>&1 >/dev/null)
 if [ -n "$errors" ]; then
@@ -13,7 +15,7 @@ fi
 text=$(MANWIDTH=200 man --local-file "$page" | col -b)
 missing=0
 export COLUMNS=1000  # an entry of the help is a line
-names=$({ "$program" --help; for command in status get submit form image menu render watch events csr identity dev; do "$program" $command --help; done; } |
+names=$({ "$program" --help; for command; do "$program" "$command" --help; done; } |
   sed -nE 's/^  +((-.,)?(--?[a-z-]+)|[a-z]+) .*/\1/p' | tr ',' '\n' | sort -u)
 [ -n "$names" ]
 for name in $names; do

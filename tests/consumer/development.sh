@@ -1,0 +1,63 @@
+#!/bin/bash
+# usage: development.sh BUILD-TREE WORK-DIRECTORY
+# Installs the component for those who write the other side, and nothing else, into a prefix: all of
+# it is there and works there.
+set -euo pipefail
+build=$1 work=$2
+prefix=$work/prefix
+
+fail() {
+  echo "$*"
+  exit 1
+}
+
+rm -rf "$work"
+mkdir -p "$work"
+cmake --install "$build" --component development --prefix "$prefix" >"$work/install.log"
+documents=$prefix/share/doc/kvlocal
+
+echo '== what is there'
+for file in bin/kvlocal-devnotary bin/kvlocal-devservice share/man/man1/kvlocal-devnotary.1 \
+  share/man/man1/kvlocal-devservice.1 \
+  share/dbus-1/interfaces/korvale.vandrel.local.notaryProtocol.xml \
+  share/doc/kvlocal/protocol.md share/doc/kvlocal/schemas/menu.schema.json \
+  share/doc/kvlocal/examples/console/main.cpp share/doc/kvlocal/examples/service/service.py \
+  share/doc/kvlocal/examples/dbus/korvale.vandrel.local.notary.service \
+  share/doc/kvlocal/examples/systemd/kvlocal-devnotary.service \
+  share/doc/kvlocal/examples/systemd/kvlocal-devservice.service; do
+  [ -s "$prefix/$file" ] || fail "$file is missing"
+done
+[ ! -e "$prefix/bin/kvlocal" ] || fail 'the client is no part of it'
+[ ! -e "$prefix/share/dbus-1/services" ] || fail 'installing it would start a notary'
+if grep -rn '@KVL' "$documents/examples/dbus" "$documents/examples/systemd"; then
+  fail 'a place was left open'
+fi
+
+echo '== the programs'
+"$prefix/bin/kvlocal-devservice" --help >/dev/null
+for unit in "$documents"/examples/systemd/*.service; do
+  program=$(sed -n 's/^ExecStart="\(.*\)"$/\1/p' "$unit")
+  [ -x "$program" ] || fail "$unit names $program, which is no program"
+done
+
+echo '== a bus starts the notary'
+cat >"$work/bus.conf" <<TEXT
+<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>session</type>
+  <listen>unix:tmpdir=/tmp</listen>
+  <auth>EXTERNAL</auth>
+  <servicedir>$documents/examples/dbus</servicedir>
+  <policy context="default">
+    <allow send_destination="*" eavesdrop="true"/>
+    <allow eavesdrop="true"/>
+    <allow own="*"/>
+  </policy>
+</busconfig>
+TEXT
+mkdir -m 700 "$work/runtime"
+XDG_RUNTIME_DIR=$work/runtime dbus-run-session --config-file="$work/bus.conf" -- \
+  gdbus introspect --session --dest korvale.vandrel.local.notary \
+  --object-path /korvale/vandrel/local/notary >"$work/interface"
+grep -q 'SendNotary(' "$work/interface" || fail 'the notary has no method SendNotary'
