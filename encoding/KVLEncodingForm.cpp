@@ -25,7 +25,7 @@ using EmptyAnswer = kvl::RequestOptions::EmptyAnswer;
 kvl::Exchange reportFailure(const kvl::Error& error, const DataTaskHandler& handler,
                             const kvl::RequestOptions& options, std::string_view logPattern) {
   if (!handler) {
-    kvl::log(logPattern, error);
+    kvl::log(kvl::LogCategory::documents, kvl::LogLevel::warning, logPattern, error);
     return {};
   }
   const FormDelivery delivery(handler, options);

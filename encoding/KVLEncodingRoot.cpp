@@ -38,7 +38,7 @@ using EmptyAnswer = kvl::RequestOptions::EmptyAnswer;
 kvl::Exchange reportUnencodable(const kvl::Error& error, const RootHandler& handler,
                                 const RootDelivery& delivery) {
   if (!handler) {
-    kvl::log("error encoding root: %@", error);
+    kvl::log(kvl::LogCategory::documents, kvl::LogLevel::warning, "error encoding root: %@", error);
     return {};
   }
   delivery.here(std::nullopt, nullptr, error);

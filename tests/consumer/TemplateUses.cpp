@@ -61,6 +61,7 @@ template <class T>
 }
 
 [[maybe_unused]] void logValues(const std::optional<kvl::Value>& value) {
+  kvl::log(kvl::LogCategory::general, kvl::LogLevel::info, "%@", value);
   kvl::log("%@ %@ %@ %ld", value, std::make_shared<kvl::Array>(), kvl::Dictionary(), 1);
 }
 

@@ -154,6 +154,8 @@ def main():
     command += [f"-Wl,-rpath,{pathlib.Path(library).parent}" for library in libraries]
     if "clang" not in pathlib.Path(compiler).name:
         command.append("-fkeep-inline-functions")
+        # g++ 12's own headers declare this one inline and define it nowhere.
+        command.append("-Wl,--defsym=_ZNSt10filesystem7__cxx114path5_List4typeENS1_5_TypeE=0")
     linked = subprocess.run(command, check=False).returncode == 0
     if linked:
         subprocess.run([directory / "uses"], check=True, env={"LD_BIND_NOW": "1"})

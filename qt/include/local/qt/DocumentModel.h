@@ -69,7 +69,7 @@ class KVL_EXPORT DocumentModel : public QAbstractItemModel {
   [[nodiscard]] QHash<int, QByteArray> roleNames() const override;
 
  private:
-  class Rows;
+  class KVL_INTERNAL Rows;
   const std::unique_ptr<Rows> rows_;
 };
 
