@@ -12,7 +12,6 @@
 #include <vector>
 
 namespace kvl::qt {
-namespace {
 
 struct DocumentRow {
   DocumentRow* parent = nullptr;
@@ -21,6 +20,8 @@ struct DocumentRow {
   bool isAsked = false;                  // whether a view has asked for children
   std::vector<DocumentRow*> children{};  // those that have been made
 };
+
+namespace {
 
 int countOf(const Value& value) {
   const auto array = value.array();
