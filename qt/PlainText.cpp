@@ -27,6 +27,17 @@ QString linesOf(std::string_view text) {
   return qString(interface::shownLines(text));
 }
 
+QString shortened(const QString& text, qsizetype longest) {
+  if (text.size() <= longest) return text;
+  qsizetype end = longest - 1;
+  if (end > 0 && text.at(end - 1).isHighSurrogate()) --end;
+  return text.left(end) + u'…';
+}
+
+QString escaped(QString text) {
+  return text.replace(u'&', QStringLiteral("&&"));
+}
+
 QString withoutMnemonic(const QString& text) {
   QString plain;
   plain.reserve(text.size());

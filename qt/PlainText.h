@@ -18,6 +18,12 @@ inline constexpr qsizetype kLongestText = interface::kLongestShownText;
 // The same with its line feeds.
 [[nodiscard]] QString linesOf(std::string_view text);
 
+// The text itself if it has at most `longest` code units, else its beginning and an ellipsis.
+[[nodiscard]] QString shortened(const QString& text, qsizetype longest);
+
+// A text as it is, for a widget that takes "&" for the mark of a mnemonic.
+[[nodiscard]] QString escaped(QString text);
+
 // The text of an action or the title of a menu as it is read, without its mnemonic.
 [[nodiscard]] QString withoutMnemonic(const QString& text);
 

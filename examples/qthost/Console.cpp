@@ -1,12 +1,11 @@
 #include "examples/qthost/Console.h"
 
 #include "examples/qthost/DocumentView.h"
-#include "examples/qthost/FormDialog.h"
 #include "examples/qthost/MainWindow.h"
 #include "examples/qthost/Texts.h"
 
-#include <local/platform/Log.h>
 #include <local/qt/Conversions.h>
+#include <local/qt/FormDialog.h>
 #include <local/qt/MenuView.h>
 
 #include <unistd.h>
@@ -24,6 +23,9 @@
 #include <iostream>
 
 namespace qthost {
+
+using kvl::qt::SessionObject;
+
 namespace {
 
 // Icons are still on their way when a menu opens.
@@ -31,6 +33,10 @@ constexpr std::chrono::milliseconds kPictureDelay{300};
 
 void say(const QString& what, const QString& text) {
   std::cout << kvl::qt::utf8(what) << ": " << kvl::qt::utf8(text) << std::endl;
+}
+
+QString orNull(const QString& text) {
+  return text.isNull() ? QStringLiteral("(null)") : text;
 }
 
 bool belongsTo(const QWidget* widget, const QWidget& window) {
@@ -60,9 +66,10 @@ QList<QWidget*> shownWith(const QWidget& window) {
 
 }  // namespace
 
-Console::Console(Host& host, MainWindow& window) : QObject(&window), window_(window) {
-  connect(&host, &Host::stateChanged, this, [&host] { say("state", stateText(host.state())); });
-  connect(&host, &Host::eventsReceived, this, &Console::tellEvents);
+Console::Console(SessionObject& session, MainWindow& window) : QObject(&window), window_(window) {
+  connect(&session, &SessionObject::stateChanged, this,
+          [&session] { say("state", session.stateText()); });
+  connect(&session, &SessionObject::eventsReceived, this, &Console::tellEvents);
   connect(&window, &MainWindow::menusShown, this,
           [](const QStringList& titles) { say("menus", titles.join(", ")); });
   connect(&window, &MainWindow::submitted, this, [](const QString& title, const QString& outcome) {
@@ -125,18 +132,17 @@ void Console::dismiss() {
 }
 
 void Console::submit() {
-  if (auto* dialog = window_.findChild<FormDialog*>()) dialog->submit();
+  if (auto* dialog = window_.findChild<kvl::qt::FormDialog*>()) dialog->submit();
 }
 
 void Console::savePicture(const QString& file) {
   say("picture", pictureOf(window_).save(file) ? file : "failed");
 }
 
-void Console::tellEvents(const EventInbox::Events& events) {
-  for (const auto& event : events) {
-    say("event", kvl::qt::qString(kvl::format("%@, id %@, data %@", event->event(),
-                                              event->identifier(), event->data())));
-  }
+void Console::tellEvents(const QList<kvl::qt::Event>& events) {
+  for (const auto& event : events)
+    say("event", QStringLiteral("%1, id %2, data %3")
+                     .arg(orNull(event.name), orNull(event.identifier), orNull(event.data)));
 }
 
 QPixmap pictureOf(QWidget& window) {

@@ -1,7 +1,7 @@
 // The host as a script sees it.
 #pragma once
 
-#include "examples/qthost/Host.h"
+#include <local/qt/SessionObject.h>
 
 #include <QByteArray>
 #include <QObject>
@@ -28,8 +28,8 @@ class Console : public QObject {
   Q_OBJECT
 
  public:
-  // Goes away with the window. The host must outlive this.
-  Console(Host& host, MainWindow& window);
+  // Goes away with the window. The session must outlive this.
+  Console(kvl::qt::SessionObject& session, MainWindow& window);
 
  private:
   void read();
@@ -39,7 +39,7 @@ class Console : public QObject {
   void dismiss();
   void submit();
   void savePicture(const QString& file);
-  void tellEvents(const EventInbox::Events& events);
+  void tellEvents(const QList<kvl::qt::Event>& events);
 
   MainWindow& window_;
   QByteArray input_;

@@ -1,11 +1,5 @@
 #include "examples/qthost/DocumentView.h"
 
-#include "examples/qthost/DocumentTree.h"
-#include "examples/qthost/GuiThread.h"
-
-#include <local/KVLEncodingSession.h>
-#include <local/qt/Conversions.h>
-
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -13,12 +7,14 @@
 
 namespace qthost {
 
-DocumentView::DocumentView(Host& host, const QString& path, QWidget* parent)
+using kvl::qt::SessionObject;
+
+DocumentView::DocumentView(SessionObject& session, const QString& path, QWidget* parent)
     : QWidget(parent),
-      host_(host),
+      session_(session),
       path_(new QLineEdit(path)),
-      notice_(new Notice),
-      tree_(new DocumentTree) {
+      notice_(new kvl::qt::Notice),
+      tree_(new kvl::qt::DocumentTree) {
   auto* label = new QLabel(tr("&Document"));
   label->setBuddy(path_);
   path_->setAccessibleName(tr("Path of the document"));
@@ -34,14 +30,14 @@ DocumentView::DocumentView(Host& host, const QString& path, QWidget* parent)
   layout->addWidget(tree_);
   connect(button, &QPushButton::clicked, this, [this] { fetch(path_->text()); });
   connect(path_, &QLineEdit::returnPressed, this, [this] { fetch(path_->text()); });
-  connect(&host, &Host::stateChanged, this, &DocumentView::fetchWhereDue);
+  connect(&session, &SessionObject::stateChanged, this, &DocumentView::fetchWhereDue);
   fetchWhereDue();
 }
 
 // The first document; and what could not be had without the session, so that no error outlives its
 // cause.
 void DocumentView::fetchWhereDue() {
-  if (!host_.isEstablished()) return;
+  if (!session_.isEstablished()) return;
   if (!failed_.isEmpty()) return request(failed_);
   if (fetches_ == 0 && !path_->text().isEmpty()) request(path_->text());
 }
@@ -51,31 +47,22 @@ void DocumentView::fetch(const QString& path) {
   request(path);
 }
 
+// Only the last one is shown.
 void DocumentView::request(const QString& path) {
-  // An error may come on another thread, and the window may be gone by then.
-  KVLEncoding::jsonFromSession(
-      host_.session(), KVLEncoding::RelativePath(kvl::qt::utf8(path)),
-      [view = QPointer(this), number = ++fetches_, path](std::optional<kvl::Value> document,
-                                                         const kvl::URLResponseRef& response,
-                                                         const std::optional<kvl::Error>& error) {
-        Answer answer{path, std::move(document), outcomeOf(response, error)};
-        onGuiThread(view, [number, answer = std::move(answer)](DocumentView& self) {
-          self.take(number, answer);
-        });
-      });
+  session_.json(path, this, [this, number = ++fetches_, path](const kvl::qt::Fetched& fetched) {
+    if (number == fetches_) take(path, fetched);
+  });
 }
 
-void DocumentView::take(int number, const Answer& answer) {
-  if (number != fetches_) return;
-  const auto& [path, document, outcome] = answer;
-  failed_ = outcome.isGood ? QString() : path;
-  if (document && outcome.isGood) tree_->setDocument(*document);
-  if (outcome.isGood) {
+void DocumentView::take(const QString& path, const kvl::qt::Fetched& fetched) {
+  failed_ = fetched.isGood() ? QString() : path;
+  if (fetched.isGood()) {
+    if (fetched.document) tree_->setDocument(*fetched.document);
     notice_->showOutcome({});
   } else {
-    notice_->showError(outcome.text);
+    notice_->showError(fetched.outcome());
   }
-  Q_EMIT shown(path, outcome.text);
+  Q_EMIT shown(path, fetched.outcome());
 }
 
 }  // namespace qthost

@@ -1,10 +1,9 @@
 // Documents of the service, fetched and shown.
 #pragma once
 
-#include "examples/qthost/Host.h"
-#include "examples/qthost/Outcome.h"
-
-#include <local/platform/Value.h>
+#include <local/qt/DocumentTree.h>
+#include <local/qt/Notice.h>
+#include <local/qt/SessionObject.h>
 
 #include <QWidget>
 
@@ -12,16 +11,14 @@ class QLineEdit;
 
 namespace qthost {
 
-class DocumentTree;
-
 // A path to type, and the document there. What goes wrong is told in place, and the document that
 // was shown stays. It is tried again when the session is established anew.
 class DocumentView : public QWidget {
   Q_OBJECT
 
  public:
-  // Shows the document at `path` as soon as it can be had. The host must outlive this.
-  DocumentView(Host& host, const QString& path, QWidget* parent = nullptr);
+  // Shows the document at `path` as soon as it can be had. The session must outlive this.
+  DocumentView(kvl::qt::SessionObject& session, const QString& path, QWidget* parent = nullptr);
 
   void fetch(const QString& path);
 
@@ -30,20 +27,14 @@ class DocumentView : public QWidget {
   void shown(const QString& path, const QString& outcome);
 
  private:
-  struct Answer {
-    QString path;
-    std::optional<kvl::Value> document;
-    Outcome outcome;
-  };
-
   void fetchWhereDue();
   void request(const QString& path);
-  void take(int number, const Answer& answer);
+  void take(const QString& path, const kvl::qt::Fetched& fetched);
 
-  Host& host_;
+  kvl::qt::SessionObject& session_;
   QLineEdit* const path_;
-  Notice* const notice_;
-  DocumentTree* const tree_;
+  kvl::qt::Notice* const notice_;
+  kvl::qt::DocumentTree* const tree_;
   int fetches_ = 0;  // only the last one is shown
   QString failed_;   // the path of the document that is missing; empty for none
 };

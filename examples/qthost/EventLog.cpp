@@ -1,6 +1,6 @@
 #include "examples/qthost/EventLog.h"
 
-#include "examples/qthost/Texts.h"
+#include <local/qt/TextDelegate.h>
 
 #include <QHeaderView>
 #include <QScrollBar>
@@ -10,32 +10,23 @@ namespace {
 
 constexpr int kNumberWidth = 70;
 
-QString textOf(const KVLEvent::Text& text) {
-  return text ? lineOf(*text) : QString();
-}
-
 }  // namespace
 
-EventLog::EventLog(QWidget* parent) : QTreeWidget(parent) {
-  setColumnCount(3);
-  setHeaderLabels({tr("Number"), tr("Event"), tr("Data")});
+EventLog::EventLog(kvl::qt::SessionObject& session, QWidget* parent) : QTreeView(parent) {
+  auto* events = new kvl::qt::EventListModel(this);
+  events->setSource(&session);
+  setModel(events);
   setRootIsDecorated(false);
   setAlternatingRowColors(true);
   setUniformRowHeights(true);
   setAccessibleName(tr("Events"));
-  setItemDelegate(new TechnicalText(this));
-  header()->resizeSection(0, kNumberWidth);
-}
-
-void EventLog::add(const EventInbox::Events& events) {
-  const bool follows = verticalScrollBar()->value() == verticalScrollBar()->maximum();
-  QList<QTreeWidgetItem*> lines;
-  for (const auto& event : events)
-    lines.append(new QTreeWidgetItem(
-        {textOf(event->identifier()), textOf(event->event()), textOf(event->data())}));
-  addTopLevelItems(lines);
-  while (topLevelItemCount() > kMostLines) delete topLevelItem(0);
-  if (follows) scrollToBottom();
+  setItemDelegate(new kvl::qt::TextDelegate(this));
+  header()->resizeSection(kvl::qt::EventListModel::IdentifierColumn, kNumberWidth);
+  connect(verticalScrollBar(), &QScrollBar::rangeChanged, this,
+          [this, last = 0](int /*first*/, int next) mutable {
+            if (verticalScrollBar()->value() >= last) scrollToBottom();
+            last = next;
+          });
 }
 
 }  // namespace qthost

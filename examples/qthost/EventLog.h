@@ -1,22 +1,19 @@
 // The events of the service, a line each.
 #pragma once
 
-#include "examples/qthost/Host.h"
+#include <local/qt/EventListModel.h>
+#include <local/qt/SessionObject.h>
 
-#include <QTreeWidget>
+#include <QTreeView>
 
 namespace qthost {
 
 // Shows the latest events and follows new ones while the last line is in sight.
-class EventLog : public QTreeWidget {
+class EventLog : public QTreeView {
   Q_OBJECT
 
  public:
-  static constexpr int kMostLines = 1000;
-
-  explicit EventLog(QWidget* parent = nullptr);
-
-  void add(const EventInbox::Events& events);
+  explicit EventLog(kvl::qt::SessionObject& session, QWidget* parent = nullptr);
 };
 
 }  // namespace qthost

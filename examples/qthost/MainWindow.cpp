@@ -2,13 +2,10 @@
 
 #include "examples/qthost/DocumentView.h"
 #include "examples/qthost/EventLog.h"
-#include "examples/qthost/FormDialog.h"
-#include "examples/qthost/GuiThread.h"
 #include "examples/qthost/ServiceMenus.h"
 #include "examples/qthost/StateDot.h"
 #include "examples/qthost/Texts.h"
 
-#include <local/KVLEncodingForm.h>
 #include <local/qt.h>
 
 #include <QApplication>
@@ -23,6 +20,9 @@
 #include <QVBoxLayout>
 
 namespace qthost {
+
+using kvl::qt::SessionObject;
+
 namespace {
 
 constexpr QSize kUsualSize{760, 560};
@@ -30,15 +30,15 @@ constexpr int kMessageTime = 8000;
 
 }  // namespace
 
-MainWindow::MainWindow(Host& host, const Options& options, QWidget* parent)
+MainWindow::MainWindow(SessionObject& session, const Options& options, QWidget* parent)
     : QMainWindow(parent),
-      host_(host),
+      session_(session),
       options_(options),
-      menus_(new ServiceMenus(host, options.menu, this)),
+      menus_(new ServiceMenus(session, options.menu, this)),
       segments_(new kvl::qt::SegmentedControlView(std::make_shared<kvl::SegmentedControl>())),
       statusButton_(new QToolButton),
       statusMenu_(new kvl::qt::MenuView(nullptr, this)),
-      progress_(new kvl::qt::ProgressView(host.session().progress())),
+      progress_(new kvl::qt::ProgressView(session.session()->progress())),
       stateText_(new QLabel) {
   setWindowTitle(tr("Local service"));
   setAttribute(Qt::WA_DeleteOnClose);
@@ -51,10 +51,9 @@ MainWindow::MainWindow(Host& host, const Options& options, QWidget* parent)
   connect(menus_, &ServiceMenus::chosen, this, &MainWindow::choose);
   connect(menus_, &ServiceMenus::failed, this, &MainWindow::tellFault);
   connect(menus_, &ServiceMenus::fetched, this, &MainWindow::forgetFault);
-  connect(&host, &Host::stateChanged, this, &MainWindow::showAvailability);
-  connect(&host, &Host::stateChanged, this, &MainWindow::showProgress);
-  connect(&host, &Host::progressChanged, this, &MainWindow::showProgress);
-  connect(&host, &Host::eventsReceived, events_, &EventLog::add);
+  connect(&session, &SessionObject::stateChanged, this, &MainWindow::showAvailability);
+  connect(&session, &SessionObject::stateChanged, this, &MainWindow::showProgress);
+  connect(&session, &SessionObject::progressChanged, this, &MainWindow::showProgress);
   showAvailability();
   showProgress();
 }
@@ -89,33 +88,33 @@ void MainWindow::addServiceTools() {
 }
 
 void MainWindow::addViews(const QString& document) {
-  document_ = new DocumentView(host_, document);
-  events_ = new EventLog;
+  document_ = new DocumentView(session_, document);
+  auto* events = new EventLog(session_);
   auto* splitter = new QSplitter(Qt::Vertical);
   splitter->addWidget(document_);
-  splitter->addWidget(events_);
+  splitter->addWidget(events);
   auto* center = new QWidget;
   (new QVBoxLayout(center))->addWidget(splitter);
   setCentralWidget(center);
 }
 
 void MainWindow::addStatus() {
-  statusBar()->addPermanentWidget(new StateDot(host_));
+  statusBar()->addPermanentWidget(new StateDot(session_));
   statusBar()->addPermanentWidget(stateText_);
   statusBar()->addPermanentWidget(progress_);
 }
 
 // A session that has just been disconnected still has the progress of the one before.
 void MainWindow::showProgress() {
-  const bool isOld = host_.state() == KVLSessionStateDisconnected &&
+  const bool isOld = session_.state() == SessionObject::Disconnected &&
                      progress_->progress()->state().fractionCompleted() >= 1;
-  stateText_->setText(stateText(host_.state()));
+  stateText_->setText(session_.stateText());
   stateText_->setVisible(isOld);
   progress_->setVisible(!isOld);
 }
 
 void MainWindow::openWindow() {
-  (new MainWindow(host_, options_))->show();
+  (new MainWindow(session_, options_))->show();
 }
 
 void MainWindow::showInPanel() {
@@ -146,10 +145,11 @@ void MainWindow::showMenus() {
 
 // Without a session the menus are there, but nothing can be chosen.
 void MainWindow::showAvailability() {
-  for (kvl::qt::MenuView* view : barMenus_) view->menuAction()->setEnabled(host_.isEstablished());
-  statusMenu_->setEnabled(host_.isEstablished());  // the panel shows it, too
-  statusButton_->setEnabled(host_.isEstablished() && menus_->status()->itemCount() > 0);
-  segments_->setEnabled(host_.isEstablished());
+  for (kvl::qt::MenuView* view : barMenus_)
+    view->menuAction()->setEnabled(session_.isEstablished());
+  statusMenu_->setEnabled(session_.isEstablished());  // the panel shows it, too
+  statusButton_->setEnabled(session_.isEstablished() && menus_->status()->itemCount() > 0);
+  segments_->setEnabled(session_.isEstablished());
   segmentsAction_->setVisible(menus_->segments()->itemCount() > 0);
 }
 
@@ -169,24 +169,18 @@ void MainWindow::chooseSegment(int index) {
 }
 
 void MainWindow::openDialog(const QString& title, const kvl::Dictionary& form) {
-  auto* dialog = new FormDialog(host_, title, form,
-                                KVLEncoding::RelativePath(kvl::qt::utf8(options_.menu)), this);
+  auto* dialog = new kvl::qt::FormDialog(session_.session(), title, form, options_.menu, this);
   dialog->setAttribute(Qt::WA_DeleteOnClose);
-  connect(dialog, &FormDialog::submitted, this, &MainWindow::submitted);
+  connect(dialog, &kvl::qt::FormDialog::submitted, this, &MainWindow::submitted);
   dialog->open();
 }
 
 void MainWindow::submitAtOnce(const QString& title, const kvl::Dictionary& form) {
-  KVLEncoding::submitForm(
-      form, std::nullopt, KVLEncoding::RelativePath(kvl::qt::utf8(options_.menu)), host_.session(),
-      [window = QPointer(this), title](const std::optional<kvl::Data>& /*body*/,
-                                       const kvl::URLResponseRef& response,
-                                       const std::optional<kvl::Error>& error) {
-        onGuiThread(window, [title, outcome = outcomeOf(response, error)](MainWindow& self) {
-          self.tell(title, outcome.text);
-          Q_EMIT self.submitted(title, outcome.text);
-        });
-      });
+  session_.submitForm(form, std::nullopt, options_.menu, this,
+                      [this, title](const kvl::qt::Fetched& fetched) {
+                        tell(title, fetched.outcome());
+                        Q_EMIT submitted(title, fetched.outcome());
+                      });
 }
 
 void MainWindow::tell(const QString& title, const QString& outcome) {

@@ -1,8 +1,9 @@
 // The window of the host.
 #pragma once
 
-#include "examples/qthost/Host.h"
 #include "examples/qthost/Options.h"
+
+#include <local/qt/SessionObject.h>
 
 #include <QMainWindow>
 #include <QStringList>
@@ -25,17 +26,15 @@ class SegmentedControlView;
 namespace qthost {
 
 class DocumentView;
-class EventLog;
-class FormDialog;
 class ServiceMenus;
 
 // Menus, segments, a document and the events of the service, and how the session is doing. Any
-// number of windows share a host, which must outlive them; each has menus of its own.
+// number of windows share a session, which must outlive them; each has menus of its own.
 class MainWindow : public QMainWindow {
   Q_OBJECT
 
  public:
-  MainWindow(Host& host, const Options& options, QWidget* parent = nullptr);
+  MainWindow(kvl::qt::SessionObject& session, const Options& options, QWidget* parent = nullptr);
   ~MainWindow() override;
 
   // Shows the status menu in the desktop's panel as well, where there is one.
@@ -65,7 +64,7 @@ class MainWindow : public QMainWindow {
   void tellFault(const QString& why);
   void forgetFault();
 
-  Host& host_;
+  kvl::qt::SessionObject& session_;
   const Options options_;
   ServiceMenus* const menus_;
   kvl::qt::SegmentedControlView* const segments_;
@@ -75,7 +74,6 @@ class MainWindow : public QMainWindow {
   kvl::qt::ProgressView* const progress_;
   QLabel* const stateText_;
   DocumentView* document_ = nullptr;
-  EventLog* events_ = nullptr;
   QString fault_;  // of the menus, as it was told last
   std::vector<kvl::qt::MenuView*> barMenus_;
 };

@@ -1,15 +1,17 @@
 #include "examples/qthost/ServiceMenus.h"
 
-#include "examples/qthost/GuiThread.h"
 #include "examples/qthost/Texts.h"
 
-#include <local/KVLEncodingSession.h>
-#include <local/qt/Conversions.h>
+#include <local/KVLEncodingMenus.h>
+#include <local/qt/ImageSource.h>
 
 #include <QCoreApplication>
 #include <algorithm>
 
 namespace qthost {
+
+using kvl::qt::SessionObject;
+
 namespace {
 
 constexpr std::chrono::milliseconds kFirstDelay{1000};
@@ -43,10 +45,10 @@ kvl::Value withEllipsis(kvl::Dictionary description) {
 
 }  // namespace
 
-ServiceMenus::ServiceMenus(Host& host, const QString& path, QObject* parent)
+ServiceMenus::ServiceMenus(SessionObject& session, const QString& path, QObject* parent)
     : QObject(parent),
-      host_(host),
-      path_(kvl::qt::utf8(path)),
+      session_(session),
+      path_(path),
       action_([this](const std::shared_ptr<kvl::MenuItem>& item) { Q_EMIT chosen(item); }),
       target_(std::make_shared<ServiceMenus*>(this)),
       bar_(std::make_shared<kvl::Menu>()),
@@ -54,7 +56,7 @@ ServiceMenus::ServiceMenus(Host& host, const QString& path, QObject* parent)
       segments_(std::make_shared<kvl::Menu>()) {
   retry_.setSingleShot(true);
   connect(&retry_, &QTimer::timeout, this, &ServiceMenus::fetch);
-  connect(&host, &Host::stateChanged, this, &ServiceMenus::fetchWhenEstablished);
+  connect(&session, &SessionObject::stateChanged, this, &ServiceMenus::fetchWhenEstablished);
   fetchWhenEstablished();
 }
 
@@ -63,24 +65,16 @@ ServiceMenus::~ServiceMenus() = default;
 void ServiceMenus::fetchWhenEstablished() {
   retry_.stop();
   delay_ = kFirstDelay;
-  if (host_.isEstablished()) fetch();
+  if (session_.isEstablished()) fetch();
 }
 
 void ServiceMenus::fetch() {
-  // An error may come on another thread.
-  KVLEncoding::jsonFromSession(
-      host_.session(), path_,
-      [menus = QPointer(this)](const std::optional<kvl::Value>& document,
-                               const kvl::URLResponseRef& response,
-                               const std::optional<kvl::Error>& error) {
-        onGuiThread(menus, [document, outcome = outcomeOf(response, error)](ServiceMenus& self) {
-          self.take(document, outcome);
-        });
-      });
+  session_.json(path_, this, [this](const kvl::qt::Fetched& fetched) { take(fetched); });
 }
 
-void ServiceMenus::take(const std::optional<kvl::Value>& document, const Outcome& outcome) {
-  if (!outcome.isGood) return fail(outcome.text);
+void ServiceMenus::take(const kvl::qt::Fetched& answer) {
+  if (!answer.isGood()) return fail(answer.outcome());
+  const auto& document = answer.document;
   const auto menus = document ? document->dictionary() : std::nullopt;
   if (!menus) return fail(tr("The service has no menus there."));
   delay_ = kFirstDelay;
@@ -92,7 +86,7 @@ void ServiceMenus::take(const std::optional<kvl::Value>& document, const Outcome
 }
 
 void ServiceMenus::fail(const QString& why) {
-  if (host_.isEstablished()) retry_.start(delay_);
+  if (session_.isEstablished()) retry_.start(delay_);
   delay_ = std::min(2 * delay_, kLongestDelay);
   Q_EMIT failed(why);
 }
@@ -107,7 +101,7 @@ void ServiceMenus::build(const kvl::Dictionary& document) {
 std::shared_ptr<kvl::Menu> ServiceMenus::menuOf(const kvl::Value& descriptions) const {
   auto menu = std::make_shared<kvl::Menu>();
   if (const auto array = descriptions.array())
-    KVLEncoding::addMenuItems(withEllipses(*array), *menu, host_.icons(), action_, target_);
+    KVLEncoding::addMenuItems(withEllipses(*array), *menu, session_.images(), action_, target_);
   return menu;
 }
 

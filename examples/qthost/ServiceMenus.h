@@ -1,12 +1,10 @@
 // The menus that the service describes, and how they come into a menu bar.
 #pragma once
 
-#include "examples/qthost/Host.h"
-#include "examples/qthost/Outcome.h"
-
-#include <local/KVLEncodingMenus.h>
 #include <local/platform/Menu.h>
+#include <local/platform/MenuAction.h>
 #include <local/platform/Value.h>
+#include <local/qt/SessionObject.h>
 
 #include <QObject>
 #include <QString>
@@ -25,8 +23,8 @@ class ServiceMenus : public QObject {
   Q_OBJECT
 
  public:
-  // The host must outlive this.
-  ServiceMenus(Host& host, const QString& path, QObject* parent = nullptr);
+  // The session must outlive this.
+  ServiceMenus(kvl::qt::SessionObject& session, const QString& path, QObject* parent = nullptr);
   ~ServiceMenus() override;
 
   // Each without items before they are known.
@@ -45,13 +43,13 @@ class ServiceMenus : public QObject {
  private:
   void fetchWhenEstablished();
   void fetch();
-  void take(const std::optional<kvl::Value>& document, const Outcome& outcome);
+  void take(const kvl::qt::Fetched& answer);
   void fail(const QString& why);
   void build(const kvl::Dictionary& document);
   [[nodiscard]] std::shared_ptr<kvl::Menu> menuOf(const kvl::Value& descriptions) const;
 
-  Host& host_;
-  const KVLEncoding::RelativePath path_;
+  kvl::qt::SessionObject& session_;
+  const QString path_;
   std::optional<kvl::Value> document_;
   QTimer retry_;
   std::chrono::milliseconds delay_{0};  // before the next try

@@ -3,6 +3,9 @@
 #include <QPainter>
 
 namespace qthost {
+
+using kvl::qt::SessionObject;
+
 namespace {
 
 constexpr int kSide = 16;
@@ -10,16 +13,16 @@ constexpr qreal kDiameter = 9;
 constexpr qreal kStroke = 2;
 constexpr int kHalfTurn = 180 * 16;  // as QPainter counts
 
-QColor colorOf(KVLSessionState state) {
+QColor colorOf(SessionObject::State state) {
   switch (state) {
-    case KVLSessionStateConnecting:
-    case KVLSessionStateEnded:
+    case SessionObject::Connecting:
+    case SessionObject::Ended:
       return {0x8a, 0x8a, 0x8a};
-    case KVLSessionStateEstablished:
+    case SessionObject::Established:
       return {0x2e, 0x9e, 0x44};
-    case KVLSessionStateDisconnected:
+    case SessionObject::Disconnected:
       return {0xd2, 0x3b, 0x3b};
-    case KVLSessionStateRecovering:
+    case SessionObject::Recovering:
       return {0xe0, 0x9a, 0x1a};
   }
   return {};
@@ -32,22 +35,24 @@ void drawCross(QPainter& painter, const QRectF& place) {
 
 }  // namespace
 
-void drawState(QPainter& painter, const QRectF& place, KVLSessionState state) {
+void drawState(QPainter& painter, const QRectF& place, SessionObject::State state) {
   const QColor color = colorOf(state);
   constexpr qreal kInset = kStroke / 2;
   const QRectF lines = place.adjusted(kInset, kInset, -kInset, -kInset);
   painter.setRenderHint(QPainter::Antialiasing);
   painter.setPen(QPen(color, kStroke));
-  if (state == KVLSessionStateDisconnected) return drawCross(painter, lines);
-  painter.setBrush(state == KVLSessionStateEstablished ? QBrush(color) : QBrush(Qt::NoBrush));
+  const bool isCross = state == SessionObject::Disconnected || state == SessionObject::Ended;
+  if (isCross) return drawCross(painter, lines);
+  painter.setBrush(state == SessionObject::Established ? QBrush(color) : QBrush(Qt::NoBrush));
   painter.drawEllipse(lines);
   painter.setBrush(color);
-  if (state == KVLSessionStateRecovering) painter.drawChord(lines, 0, -kHalfTurn);
+  if (state == SessionObject::Recovering) painter.drawChord(lines, 0, -kHalfTurn);
 }
 
-StateDot::StateDot(const Host& host, QWidget* parent) : QWidget(parent), host_(host) {
+StateDot::StateDot(const SessionObject& session, QWidget* parent)
+    : QWidget(parent), session_(session) {
   setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
-  connect(&host, &Host::stateChanged, this, &StateDot::showState);
+  connect(&session, &SessionObject::stateChanged, this, &StateDot::showState);
   showState();
 }
 
@@ -56,7 +61,7 @@ QSize StateDot::sizeHint() const {
 }
 
 void StateDot::showState() {
-  const QString text = tr("Session: %1").arg(stateText(host_.state()));
+  const QString text = tr("Session: %1").arg(session_.stateText());
   setToolTip(text);
   setAccessibleName(text);
   update();
@@ -66,7 +71,7 @@ void StateDot::paintEvent(QPaintEvent* /*event*/) {
   QRectF dot(0, 0, kDiameter, kDiameter);
   dot.moveCenter(QRectF(rect()).center());
   QPainter painter(this);
-  drawState(painter, dot, host_.state());
+  drawState(painter, dot, session_.state());
 }
 
 }  // namespace qthost

@@ -1,7 +1,7 @@
 // The state of the session at a glance.
 #pragma once
 
-#include "examples/qthost/Host.h"
+#include <local/qt/SessionObject.h>
 
 #include <QWidget>
 
@@ -10,8 +10,8 @@ class QPainter;
 namespace qthost {
 
 // Draws the sign of a state into `place`: a disc for established, a ring for connecting, half a
-// disc in a ring for recovering, a cross for disconnected.
-void drawState(QPainter& painter, const QRectF& place, KVLSessionState state);
+// disc in a ring for recovering, a cross for disconnected, in grey for ended.
+void drawState(QPainter& painter, const QRectF& place, kvl::qt::SessionObject::State state);
 
 // A sign whose shape and colour tell the state; the tool tip and the accessible name tell it in
 // words.
@@ -20,7 +20,7 @@ class StateDot : public QWidget {
 
  public:
   // The host must outlive this.
-  explicit StateDot(const Host& host, QWidget* parent = nullptr);
+  explicit StateDot(const kvl::qt::SessionObject& session, QWidget* parent = nullptr);
 
   [[nodiscard]] QSize sizeHint() const override;
 
@@ -30,7 +30,7 @@ class StateDot : public QWidget {
  private:
   void showState();
 
-  const Host& host_;
+  const kvl::qt::SessionObject& session_;
 };
 
 }  // namespace qthost

@@ -42,13 +42,4 @@ QString readText(const QString& text) {
   return read;
 }
 
-void TechnicalText::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const {
-  QStyledItemDelegate::initStyleOption(option, index);
-  const bool isMirrored = option->direction == Qt::RightToLeft;
-  const bool isLeftwards = option->text.isRightToLeft();
-  option->displayAlignment = (isMirrored || isLeftwards ? Qt::AlignRight : Qt::AlignLeft) |
-                             Qt::AlignAbsolute | Qt::AlignVCenter;
-  option->direction = isLeftwards ? Qt::RightToLeft : Qt::LeftToRight;
-}
-
 }  // namespace qthost

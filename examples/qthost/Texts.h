@@ -2,7 +2,6 @@
 #pragma once
 
 #include <QString>
-#include <QStyledItemDelegate>
 #include <string_view>
 
 namespace qthost {
@@ -19,17 +18,5 @@ inline constexpr qsizetype kLongestLine = 500;
 
 // What the user reads of a text with marks of mnemonics.
 [[nodiscard]] QString readText(const QString& text);
-
-// Shows cells of a view whose text is a service's: each as its own letters run, at the side where
-// it begins. Code runs from left to right, whatever the user's language is.
-class TechnicalText : public QStyledItemDelegate {
-  Q_OBJECT
-
- public:
-  using QStyledItemDelegate::QStyledItemDelegate;
-
- protected:
-  void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override;
-};
 
 }  // namespace qthost

@@ -1,12 +1,12 @@
 // A host with windows: shows what the service describes as menus, segments and forms, a document,
 // and the service's events; and how the session is doing.
 #include "examples/qthost/Console.h"
-#include "examples/qthost/Host.h"
 #include "examples/qthost/MainWindow.h"
 #include "examples/qthost/Options.h"
 
 #include <local/platform/HostApplication.h>
 #include <local/qt/Integration.h>
+#include <local/qt/SessionObject.h>
 
 #include <QApplication>
 
@@ -16,9 +16,10 @@ int main(int argc, char** argv) {
   qthost::setLook(options);
   kvl::setHostIdentifier("korvale.vandrel.example.qthost");
   const kvl::qt::Integration integration;
-  qthost::Host host(options.events);
-  auto* window = new qthost::MainWindow(host, options);  // deletes itself when it is closed
-  if (options.traces) new qthost::Console(host, *window);
+  kvl::qt::SessionObject session;
+  if (!options.events.isEmpty()) session.setEventSource(options.events);
+  auto* window = new qthost::MainWindow(session, options);  // deletes itself when it is closed
+  if (options.traces) new qthost::Console(session, *window);
   window->showInPanel();
   window->show();
   return QApplication::exec();

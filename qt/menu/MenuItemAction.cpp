@@ -17,10 +17,6 @@
 namespace kvl::qt {
 namespace {
 
-QString escaped(QString title) {
-  return title.replace(QLatin1Char('&'), QLatin1String("&&"));
-}
-
 // The picture of an action's item for those who show actions by themselves, such as tool bars; menu
 // views ask their `MenuContents` instead. It is drawn when somebody asks for it, and nothing until
 // then: the action gets a new icon when it has come. Templates are in the colour of text. GUI

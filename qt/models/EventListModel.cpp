@@ -1,9 +1,11 @@
 #include "qt/PlainText.h"
 
 #include <local/qt/Conversions.h>
+#include <local/qt/SessionObject.h>
 #include <local/qt/EventListModel.h>
 
 #include <QDateTime>
+#include <QPointer>
 #include <algorithm>
 #include <deque>
 
@@ -39,12 +41,29 @@ Event eventOf(const KVLEvent& event) {
 struct EventListModel::Content {
   std::deque<EventRow> rows;
   int most = kUsualMost;
+  QPointer<SessionObject> source;
 };
 
 EventListModel::EventListModel(QObject* parent)
     : QAbstractListModel(parent), content_(std::make_unique<Content>()) {}
 
 EventListModel::~EventListModel() = default;
+
+SessionObject* EventListModel::source() const {
+  return content_->source;
+}
+
+void EventListModel::setSource(SessionObject* source) {
+  SessionObject* before = content_->source;
+  if (before == source) return;
+  if (before != nullptr) before->disconnect(this);
+  content_->source = source;
+  if (source != nullptr) {
+    connect(source, &SessionObject::eventsReceived, this, &EventListModel::append);
+    connect(source, &QObject::destroyed, this, &EventListModel::sourceChanged);
+  }
+  Q_EMIT sourceChanged();
+}
 
 int EventListModel::most() const {
   return content_->most;

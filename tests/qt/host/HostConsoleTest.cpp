@@ -48,7 +48,7 @@ class HostConsoleTest : public kvltest::HostTest {
 
 TEST_F(HostConsoleTest, TellsWhatReallyHappens) {
   auto& window = openCompleteWindow();
-  new qthost::Console(host(), window);
+  new qthost::Console(session(), window);
   say("open 1");
   EXPECT_TRUE(waitFor("opened: Documents"));
   say("dismiss");
@@ -63,7 +63,7 @@ TEST_F(HostConsoleTest, TellsWhatReallyHappens) {
 
 TEST_F(HostConsoleTest, AMenuThatCannotBeUsedFails) {
   auto& window = openCompleteWindow();
-  new qthost::Console(host(), window);
+  new qthost::Console(session(), window);
   killService();
   EXPECT_TRUE(waitFor("state: Disconnected"));
   say("open 1");

@@ -3,7 +3,6 @@
 #include "examples/qthost/EventLog.h"
 #include "examples/qthost/StateDot.h"
 #include "examples/qthost/Texts.h"
-#include "tests/support/SilentNotary.h"
 
 #include <local/platform/HostApplication.h>
 #include <local/qt/Conversions.h>
@@ -40,11 +39,13 @@ void HostTest::SetUp() {
 
 void HostTest::TearDown() {
   for (const auto& window : windows_) delete window.data();
-  if (host_) {
-    host_->session().setNotary(std::make_shared<SilentNotary>());
-    host_->session().disconnectAfterError();
+  const auto session = session_ ? session_->session() : nullptr;
+  session_.reset();
+  if (session) {
+    kvl::Semaphore ended;
+    session->end([&](const auto& /*error*/) { ended.signal(); });
+    EXPECT_TRUE(ended.waitFor(std::chrono::milliseconds(kPatience)));
   }
-  host_.reset();
   integration_.reset();
   application_.reset();
   (void)KVLNotary::deleteKeys();
@@ -53,11 +54,12 @@ void HostTest::TearDown() {
 void HostTest::startHost(const QtLook& look, const QString& events) {
   application_.emplace(look);
   integration_.emplace();
-  host_ = std::make_unique<qthost::Host>(events);
+  session_ = std::make_unique<kvl::qt::SessionObject>();
+  if (!events.isEmpty()) session_->setEventSource(events);
 }
 
 qthost::MainWindow& HostTest::openWindow(const qthost::Options& options) {
-  auto* window = new qthost::MainWindow(*host_, options);
+  auto* window = new qthost::MainWindow(*session_, options);
   windows_.emplace_back(window);
   window->move(0, 0);
   window->show();
@@ -101,9 +103,9 @@ bool HostTest::waitForMenus(const qthost::MainWindow& window) {
 
 QStringList HostTest::logLines(const qthost::MainWindow& window) {
   QStringList lines;
-  const auto* log = window.findChild<qthost::EventLog*>();
-  for (int i = 0; i < log->topLevelItemCount(); ++i)
-    lines.append(log->topLevelItem(i)->text(1) + ' ' + log->topLevelItem(i)->text(2));
+  const auto* log = window.findChild<qthost::EventLog*>()->model();
+  for (int i = 0; i < log->rowCount(); ++i)
+    lines.append(log->index(i, 1).data().toString() + ' ' + log->index(i, 2).data().toString());
   return lines;
 }
 

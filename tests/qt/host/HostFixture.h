@@ -1,13 +1,13 @@
 // The example host's windows beside the development notary and service.
 #pragma once
 
-#include "examples/qthost/Host.h"
 #include "examples/qthost/MainWindow.h"
 #include "tests/support/QtApplication.h"
 #include "tests/tools/ServiceFixture.h"
 
 #include <local/qt/Integration.h>
 #include <local/qt/MenuView.h>
+#include <local/qt/SessionObject.h>
 
 #include <QPointer>
 #include <QTest>
@@ -32,7 +32,7 @@ class HostTest : public ServiceTest {
 
   // Starts the services.
   void SetUp() override;
-  // Destroys what is left of windows and session, in this order.
+  // Destroys what is left of windows and session, in this order; the session ends, its keys go.
   void TearDown() override;
 
   // Starts the application and its session.
@@ -44,7 +44,7 @@ class HostTest : public ServiceTest {
   // Starts the host and opens a window that has everything from the service.
   qthost::MainWindow& openCompleteWindow(const QtLook& look = {});
 
-  [[nodiscard]] qthost::Host& host() const { return *host_; }
+  [[nodiscard]] kvl::qt::SessionObject& session() const { return *session_; }
   [[nodiscard]] QtApplication& application() { return *application_; }
 
   // The menu of the menu bar with that title; null for none.
@@ -64,7 +64,7 @@ class HostTest : public ServiceTest {
   std::optional<SessionBusVariable> busVariable_;
   std::optional<QtApplication> application_;
   std::optional<kvl::qt::Integration> integration_;
-  std::unique_ptr<qthost::Host> host_;
+  std::unique_ptr<kvl::qt::SessionObject> session_;
   std::vector<QPointer<qthost::MainWindow>> windows_;
 };
 

@@ -1,7 +1,7 @@
 // What forms look like, and how the keyboard goes through them.
-#include "examples/qthost/FormDialog.h"
-#include "examples/qthost/FormField.h"
 #include "tests/qt/host/HostFixture.h"
+
+#include <local/qt/FormDialog.h>
 
 #include <gmock/gmock.h>
 
@@ -12,15 +12,15 @@
 
 namespace {
 
+using kvl::qt::FormDialog;
 using kvltest::eventually;
-using qthost::FormDialog;
 
 class HostFormLayoutTest : public kvltest::HostTest {
  protected:
   FormDialog& open(const kvl::Array& inputs) {
     startHost();
     const kvl::Dictionary form{{"action", "/echo"}, {"method", "post"}, {"inputs", inputs}};
-    dialog_ = std::make_unique<FormDialog>(host(), "Form", form, KVLEncoding::RelativePath("/"));
+    dialog_ = std::make_unique<FormDialog>(session().session(), "Form", form, "/");
     dialog_->show();
     activate(*dialog_);
     return *dialog_;
@@ -33,7 +33,8 @@ class HostFormLayoutTest : public kvltest::HostTest {
 
   static void addFiles(FormDialog& dialog, int count) {
     for (int i = 0; i < count; ++i) {
-      const auto* field = dialog.addFile();
+      dialog.addFile();
+      const auto* field = dialog.findChildren<QLineEdit*>().back();
       ASSERT_TRUE(eventually([&] { return field->isVisible(); }));
     }
   }
@@ -120,7 +121,7 @@ TEST_F(HostFormLayoutTest, TheKeyboardReachesAFileOfAFormWithoutInputs) {
 
 TEST_F(HostFormLayoutTest, TheButtonThatSubmitsHasTheFocusAgain) {
   auto& dialog = open({kvl::Dictionary{{"name", "a"}}});
-  ASSERT_TRUE(eventually([&] { return host().isEstablished(); }));
+  ASSERT_TRUE(eventually([&] { return session().isEstablished(); }));
   auto* submit = buttonOf(dialog, "&Submit");
   submit->setFocus();
   QTest::keyClick(submit, Qt::Key_Space);
@@ -131,7 +132,7 @@ TEST_F(HostFormLayoutTest, TheButtonThatSubmitsHasTheFocusAgain) {
 
 TEST_F(HostFormLayoutTest, AFocusThatTheUserHasMovedStaysWhereItIs) {
   auto& dialog = open({kvl::Dictionary{{"name", "a"}}, kvl::Dictionary{{"name", "b"}}});
-  ASSERT_TRUE(eventually([&] { return host().isEstablished(); }));
+  ASSERT_TRUE(eventually([&] { return session().isEstablished(); }));
   auto* submit = buttonOf(dialog, "&Submit");
   submit->setFocus();
   QTest::keyClick(submit, Qt::Key_Space);

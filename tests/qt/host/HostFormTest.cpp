@@ -1,9 +1,9 @@
-#include "examples/qthost/DocumentTree.h"
 #include "examples/qthost/DocumentView.h"
-#include "examples/qthost/FormDialog.h"
-#include "examples/qthost/FormField.h"
-#include "examples/qthost/Outcome.h"
 #include "tests/qt/host/HostFixture.h"
+
+#include <local/qt/DocumentTree.h>
+#include <local/qt/FormDialog.h>
+#include <local/qt/Notice.h>
 
 #include <gmock/gmock.h>
 
@@ -15,8 +15,8 @@
 
 namespace {
 
+using kvl::qt::FormDialog;
 using kvltest::eventually;
-using qthost::FormDialog;
 
 class HostFormTest : public kvltest::HostTest {
  protected:
@@ -34,7 +34,7 @@ class HostFormTest : public kvltest::HostTest {
   }
 
   static QString noticeOf(const FormDialog& dialog) {
-    return dialog.findChild<qthost::Notice*>()->text();
+    return dialog.findChild<kvl::qt::Notice*>()->text();
   }
 };
 
@@ -56,17 +56,24 @@ TEST_F(HostFormTest, AFormIsFilledInAndSentWithAFile) {
   EXPECT_TRUE(waitForLine(
       window, R"({"title":"Plans","copies":"3","draft":"0","attachment":"notes.txt, 5 bytes"})"));
   ASSERT_TRUE(eventually([&] { return noticeOf(*dialog).endsWith("200 OK"); }));
-  const auto* answer = dialog->findChild<qthost::DocumentTree*>();
-  EXPECT_FALSE(answer->findItems("Plans", Qt::MatchExactly | Qt::MatchRecursive, 1).isEmpty());
+  const auto* answer = dialog->findChild<kvl::qt::DocumentTree*>()->model();
+  EXPECT_FALSE(answer
+                   ->match(answer->index(0, 1), Qt::DisplayRole, "Plans", 1,
+                           Qt::MatchExactly | Qt::MatchRecursive)
+                   .isEmpty());
 }
 
 TEST_F(HostFormTest, AFileIsAddedWithAChooser) {
   auto& window = openCompleteWindow();
   FormDialog* dialog = openReport(window);
   ASSERT_NE(dialog, nullptr);
-  qthost::FileField* field = dialog->addFile();
-  field->choose();
-  auto* chooser = field->findChild<QFileDialog*>();
+  dialog->addFile();
+  QPushButton* button = nullptr;
+  for (auto* one : dialog->findChildren<QPushButton*>())
+    if (one->accessibleName() == "Choose a file: File") button = one;
+  ASSERT_NE(button, nullptr);
+  button->click();
+  auto* chooser = dialog->findChild<QFileDialog*>();
   ASSERT_NE(chooser, nullptr);
   Q_EMIT chooser->fileSelected(QString::fromStdString(file("more.txt", "more")));
   chooser->close();
@@ -93,7 +100,7 @@ TEST_F(HostFormTest, AFormThatCannotBeSentSaysWhy) {
   FormDialog* dialog = openReport(window);
   ASSERT_NE(dialog, nullptr);
   killService();
-  ASSERT_TRUE(eventually([&] { return !host().isEstablished(); }));
+  ASSERT_TRUE(eventually([&] { return !session().isEstablished(); }));
   dialog->submit();
   ASSERT_TRUE(eventually([&] { return !noticeOf(*dialog).isEmpty(); }));
   EXPECT_EQ(noticeOf(*dialog), "Sending…");
@@ -102,13 +109,11 @@ TEST_F(HostFormTest, AFormThatCannotBeSentSaysWhy) {
 
 TEST_F(HostFormTest, ADialogIsClosedWhileItsFormIsUnderWay) {
   auto& window = openCompleteWindow();
-  const QPointer<FormDialog> dialog =
-      new FormDialog(host(), "Slow", {{"action", "/slow?ms=300"}, {"method", "post"}},
-                     KVLEncoding::RelativePath("/"), &window);
+  const QPointer<FormDialog> dialog = new FormDialog(
+      session().session(), "Slow", {{"action", "/slow?ms=300"}, {"method", "post"}}, "/", &window);
   dialog->show();
   dialog->submit();
   delete dialog.data();
-  EXPECT_TRUE(waitForServiceLog("POST /slow"));
   activate(window);
   QTest::keyClick(&window, Qt::Key_I, Qt::ControlModifier);
   EXPECT_TRUE(waitForLine(window, "install=all"));

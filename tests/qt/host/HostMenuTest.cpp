@@ -1,7 +1,7 @@
 #include "examples/qthost/DocumentView.h"
-#include "examples/qthost/FormDialog.h"
 #include "tests/qt/host/HostFixture.h"
 
+#include <local/qt/FormDialog.h>
 #include <local/qt/SegmentedControlView.h>
 
 #include <gmock/gmock.h>
@@ -114,8 +114,8 @@ TEST_F(HostMenuTest, AMenuThatIsOpenStaysWhenTheSessionIsEstablishedAnew) {
   auto* menu = barMenu(window, "Documents");
   menu->popup(window.mapToGlobal(QPoint(10, 10)));
   ASSERT_TRUE(QTest::qWaitForWindowExposed(menu, kvltest::kPatience));
-  host().session().disconnectAfterError();
-  host().session().enqueueNotarisation();
+  session().session()->disconnectAfterError();
+  session().session()->enqueueNotarisation();
   ASSERT_TRUE(
       eventually([&] { return QString::fromStdString(serviceLog()).count("GET /desktop") >= 2; }));
   // What is sent later is shown later.
@@ -140,7 +140,7 @@ TEST_F(HostMenuTest, WithoutASessionNoMenuOfTheServiceIsOpen) {
   QToolButton* button = statusButton(window);
   EXPECT_TRUE(button->menu()->isEnabled());
   killService();
-  ASSERT_TRUE(eventually([&] { return !host().isEstablished(); }));
+  ASSERT_TRUE(eventually([&] { return !session().isEstablished(); }));
   EXPECT_FALSE(button->isEnabled());
   EXPECT_FALSE(button->menu()->isEnabled());
   EXPECT_FALSE(barMenu(window, "Help")->menuAction()->isEnabled());
@@ -166,8 +166,8 @@ TEST_F(HostMenuTest, AnAnswerThatIsARefusalLeavesTheMenus) {
   const auto& window = openWindow({.menu = "/code?status=503"});
   ASSERT_TRUE(eventually([&] { return barMenu(window, "First") != nullptr; }));
   std::filesystem::remove(directory.path() / "documents" / "code");
-  host().session().disconnectAfterError();
-  host().session().enqueueNotarisation();
+  session().session()->disconnectAfterError();
+  session().session()->enqueueNotarisation();
   ASSERT_TRUE(eventually(
       [&] { return window.statusBar()->currentMessage() == "Menus: 503 Service Unavailable"; }));
   EXPECT_NE(barMenu(window, "First"), nullptr);
@@ -183,7 +183,7 @@ TEST_F(HostMenuTest, WhetherAnItemAsksIsUpToItsForm) {
   ASSERT_TRUE(eventually([&] { return barMenu(window, "Menu") != nullptr; }));
   QTest::keyClick(&window, Qt::Key_A, Qt::ControlModifier);
   EXPECT_TRUE(eventually([&] { return window.statusBar()->currentMessage() == "Act…: 200 OK"; }));
-  EXPECT_EQ(window.findChild<qthost::FormDialog*>(), nullptr);
+  EXPECT_EQ(window.findChild<kvl::qt::FormDialog*>(), nullptr);
 }
 
 }  // namespace

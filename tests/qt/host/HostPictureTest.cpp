@@ -1,11 +1,11 @@
 // The host as it is shown, compared with the pictures in docs/images. With KVL_WRITE_PICTURES=1 in
 // the environment the tests write those pictures instead: look at each before it is kept.
 #include "examples/qthost/Console.h"
-#include "examples/qthost/FormDialog.h"
 #include "examples/qthost/Options.h"
 #include "tests/qt/host/HostFixture.h"
 #include "tests/support/PictureComparison.h"
 
+#include <local/qt/FormDialog.h>
 #include <local/qt/ProgressView.h>
 #include <local/qt/SegmentedControlView.h>
 
@@ -87,8 +87,8 @@ TEST_F(HostPictureTest, LooksRightOnALightDesktop) {
 TEST_F(HostPictureTest, LooksRightOnADarkDesktop) {
   auto& window = openUsedWindow({.dark = true});
   QTest::keyClick(&window, Qt::Key_R, Qt::ControlModifier);
-  ASSERT_TRUE(eventually([&] { return window.findChild<qthost::FormDialog*>() != nullptr; }));
-  auto* dialog = window.findChild<qthost::FormDialog*>();
+  ASSERT_TRUE(eventually([&] { return window.findChild<kvl::qt::FormDialog*>() != nullptr; }));
+  auto* dialog = window.findChild<kvl::qt::FormDialog*>();
   // No cursor that blinks.
   for (auto* field : dialog->findChildren<QWidget*>()) field->setFocusPolicy(Qt::NoFocus);
   if (dialog->focusWidget() != nullptr) dialog->focusWidget()->clearFocus();

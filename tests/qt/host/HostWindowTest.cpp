@@ -1,8 +1,9 @@
-#include "examples/qthost/DocumentTree.h"
 #include "examples/qthost/DocumentView.h"
 #include "examples/qthost/EventLog.h"
-#include "examples/qthost/Outcome.h"
 #include "tests/qt/host/HostFixture.h"
+
+#include <local/qt/DocumentTree.h>
+#include <local/qt/Notice.h>
 
 #include <gmock/gmock.h>
 
@@ -18,13 +19,16 @@ using qthost::DocumentView;
 
 class HostWindowTest : public kvltest::HostTest {
  protected:
-  static qthost::Notice* noticeOf(const qthost::MainWindow& window) {
-    return window.documentView()->findChild<qthost::Notice*>();
+  static kvl::qt::Notice* noticeOf(const qthost::MainWindow& window) {
+    return window.documentView()->findChild<kvl::qt::Notice*>();
   }
 
   static bool showsDocumentWith(const qthost::MainWindow& window, const QString& text) {
-    const auto* tree = window.documentView()->findChild<qthost::DocumentTree*>();
-    return !tree->findItems(text, Qt::MatchContains | Qt::MatchRecursive, 1).isEmpty();
+    const auto* model = window.documentView()->findChild<kvl::qt::DocumentTree*>()->model();
+    return !model
+                ->match(model->index(0, 1), Qt::DisplayRole, text, 1,
+                        Qt::MatchContains | Qt::MatchRecursive)
+                .isEmpty();
   }
 
   // Another window than that one.
@@ -39,9 +43,8 @@ class HostWindowTest : public kvltest::HostTest {
   // The numbers of the event log.
   static std::vector<int> numbersIn(const qthost::MainWindow& window) {
     std::vector<int> numbers;
-    const auto* log = window.findChild<qthost::EventLog*>();
-    for (int i = 0; i < log->topLevelItemCount(); ++i)
-      numbers.push_back(log->topLevelItem(i)->text(0).toInt());
+    const auto* log = window.findChild<qthost::EventLog*>()->model();
+    for (int i = 0; i < log->rowCount(); ++i) numbers.push_back(log->index(i, 0).data().toInt());
     return numbers;
   }
 };
@@ -95,7 +98,7 @@ TEST_F(HostWindowTest, ItSurvivesTheServicesRestart) {
 TEST_F(HostWindowTest, AnErrorGoesWhenTheServiceIsBack) {
   auto& window = openCompleteWindow();
   killService();
-  ASSERT_TRUE(eventually([&] { return !host().isEstablished(); }));
+  ASSERT_TRUE(eventually([&] { return !session().isEstablished(); }));
   window.documentView()->fetch("/desktop");
   ASSERT_TRUE(eventually([&] { return noticeOf(window)->isVisible(); }));
   auto* path = window.documentView()->findChild<QLineEdit*>();
@@ -147,8 +150,9 @@ TEST_F(HostWindowTest, AFloodOfEventsLeavesTheLatest) {
   startHost({}, "/events?last=50000&then=silence");
   auto& window = openWindow();
   ASSERT_TRUE(waitForLine(window, R"(tick {"number":50000})"));
-  EXPECT_EQ(numbersIn(window).size(), static_cast<std::size_t>(qthost::EventLog::kMostLines));
-  EXPECT_EQ(numbersIn(window).front(), 50000 - qthost::EventLog::kMostLines + 1);
+  constexpr int kMost = kvl::qt::EventListModel::kUsualMost;
+  EXPECT_EQ(numbersIn(window).size(), static_cast<std::size_t>(kMost));
+  EXPECT_EQ(numbersIn(window).front(), 50000 - kMost + 1);
 }
 
 TEST_F(HostWindowTest, WhateverTakesTheFocusHasAName) {

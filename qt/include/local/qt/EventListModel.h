@@ -11,12 +11,17 @@
 #include <QVariant>
 #include <memory>
 
+Q_MOC_INCLUDE(<local/qt/SessionObject.h>)
+
 namespace kvl::qt {
+
+class SessionObject;
 
 /// The latest events, the oldest first: a list with three columns, which are its identifier, its
 /// name and its data. Texts are shown as single lines of at most 1,000 UTF-16 code units.
 class KVL_EXPORT EventListModel : public QAbstractListModel {
   Q_OBJECT
+  Q_PROPERTY(kvl::qt::SessionObject* source READ source WRITE setSource NOTIFY sourceChanged)
   Q_PROPERTY(int most READ most WRITE setMost NOTIFY mostChanged)
   Q_PROPERTY(int count READ count NOTIFY countChanged)
 
@@ -38,6 +43,10 @@ class KVL_EXPORT EventListModel : public QAbstractListModel {
   explicit EventListModel(QObject* parent = nullptr);
   ~EventListModel() override;
 
+  /// Whose events are added as they come; null for nobody's. It may go at any time.
+  [[nodiscard]] SessionObject* source() const;
+  void setSource(SessionObject* source);
+
   /// How many are kept; of more the oldest go. Less than 0 counts as 0.
   [[nodiscard]] int most() const;
   void setMost(int most);
@@ -55,6 +64,7 @@ class KVL_EXPORT EventListModel : public QAbstractListModel {
   [[nodiscard]] QHash<int, QByteArray> roleNames() const override;
 
  Q_SIGNALS:
+  void sourceChanged();
   void mostChanged();
   void countChanged();
 

@@ -11,7 +11,7 @@
 
 class QLineEdit;
 
-namespace qthost {
+namespace kvl::qt {
 
 // One input of a form: a dictionary with a "name" and perhaps a "value". A "label" and the "type"
 // "file" are agreements of this host with its service.
@@ -20,24 +20,24 @@ class FormField : public QWidget {
 
  public:
   // The field for an input: a line of text, a number, a switch, or a file.
-  [[nodiscard]] static FormField* make(const kvl::Dictionary& input, QWidget* parent);
+  [[nodiscard]] static FormField* make(const Dictionary& input, QWidget* parent);
 
   [[nodiscard]] QString label() const;
 
   // The input with the value that the user has given it; none when there is nothing to send. What
   // is wrong with it, if anything, is in `fault`.
-  [[nodiscard]] virtual std::optional<kvl::Dictionary> input(QString& fault) const = 0;
+  [[nodiscard]] virtual std::optional<Dictionary> input(QString& fault) const = 0;
 
  protected:
-  FormField(const kvl::Dictionary& input, QWidget* parent);
+  FormField(const Dictionary& input, QWidget* parent);
 
   // The field's one widget.
   void setContent(QWidget* content);
-  [[nodiscard]] const kvl::Dictionary& description() const { return description_; }
-  [[nodiscard]] kvl::Dictionary withValue(const kvl::Value& value) const;
+  [[nodiscard]] const Dictionary& description() const { return description_; }
+  [[nodiscard]] Dictionary withValue(const Value& value) const;
 
  private:
-  const kvl::Dictionary description_;
+  const Dictionary description_;
 };
 
 // A file that the user names or chooses.
@@ -47,16 +47,16 @@ class FileField : public FormField {
  public:
   static constexpr qint64 kMostBytes = 256 << 20;  // it is read while the window waits
 
-  FileField(const kvl::Dictionary& input, QWidget* parent);
+  FileField(const Dictionary& input, QWidget* parent);
 
   void setPath(const QString& path);
   // Opens a file chooser, which belongs to the field.
   void choose();
 
-  [[nodiscard]] std::optional<kvl::Dictionary> input(QString& fault) const override;
+  [[nodiscard]] std::optional<Dictionary> input(QString& fault) const override;
 
  private:
   QLineEdit* const path_;
 };
 
-}  // namespace qthost
+}  // namespace kvl::qt

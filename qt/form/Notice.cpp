@@ -1,10 +1,8 @@
-#include "examples/qthost/Outcome.h"
-
-#include <local/qt/Conversions.h>
+#include <local/qt/Notice.h>
 
 #include <QPalette>
 
-namespace qthost {
+namespace kvl::qt {
 namespace {
 
 // Dark on light and light on dark.
@@ -15,21 +13,14 @@ QColor errorColor(const QPalette& palette) {
 
 }  // namespace
 
-Outcome outcomeOf(const kvl::URLResponseRef& response, const std::optional<kvl::Error>& error) {
-  const int status = response ? response->httpStatusCode.value_or(0) : 0;
-  const bool isRefused = status >= 300;
-  if (error && !isRefused) return {false, kvl::qt::qString(error->localizedDescription())};
-  if (status == 0) return {true, {}};
-  const QString reason = kvl::qt::qString(kvl::localizedStringForStatusCode(status));
-  return {!isRefused, QStringLiteral("%1 %2").arg(QString::number(status), reason)};
-}
-
 Notice::Notice(QWidget* parent) : QLabel(parent) {
   setTextFormat(Qt::PlainText);
   setWordWrap(true);
   setTextInteractionFlags(Qt::TextSelectableByMouse);
   hide();
 }
+
+Notice::~Notice() = default;
 
 void Notice::showOutcome(const QString& text) {
   setPalette({});
@@ -46,4 +37,4 @@ void Notice::showError(const QString& text) {
   setPalette(colors);
 }
 
-}  // namespace qthost
+}  // namespace kvl::qt

@@ -1,6 +1,6 @@
-#include "examples/qthost/FormField.h"
+#include "qt/form/FormField.h"
 
-#include "examples/qthost/Texts.h"
+#include "qt/PlainText.h"
 
 #include <local/KVLEncoding.h>
 #include <local/KVLInputFile.h>
@@ -17,20 +17,20 @@
 #include <QSpinBox>
 #include <limits>
 
-namespace qthost {
+namespace kvl::qt {
 namespace {
 
 class TextField : public FormField {
  public:
-  TextField(const kvl::Dictionary& input, QWidget* parent)
+  TextField(const Dictionary& input, QWidget* parent)
       : FormField(input, parent), line_(new QLineEdit) {
-    const auto text = KVLEncoding::stringFromDictionary(input, "value", kvl::String());
-    line_->setText(kvl::qt::qString(text->text()));
+    const auto text = KVLEncoding::stringFromDictionary(input, "value", String());
+    line_->setText(qString(text->text()));
     setContent(line_);
   }
 
-  [[nodiscard]] std::optional<kvl::Dictionary> input(QString& /*fault*/) const override {
-    return withValue(kvl::qt::utf8(line_->text()));
+  [[nodiscard]] std::optional<Dictionary> input(QString& /*fault*/) const override {
+    return withValue(utf8(line_->text()));
   }
 
  private:
@@ -39,14 +39,14 @@ class TextField : public FormField {
 
 class NumberField : public FormField {
  public:
-  NumberField(const kvl::Dictionary& input, QWidget* parent)
+  NumberField(const Dictionary& input, QWidget* parent)
       : FormField(input, parent), number_(new QSpinBox) {
     number_->setRange(std::numeric_limits<int>::min(), std::numeric_limits<int>::max());
     number_->setValue(static_cast<int>(KVLEncoding::integerFromDictionary(input, "value", 0)));
     setContent(number_);
   }
 
-  [[nodiscard]] std::optional<kvl::Dictionary> input(QString& /*fault*/) const override {
+  [[nodiscard]] std::optional<Dictionary> input(QString& /*fault*/) const override {
     return withValue(number_->value());
   }
 
@@ -56,13 +56,13 @@ class NumberField : public FormField {
 
 class SwitchField : public FormField {
  public:
-  SwitchField(const kvl::Dictionary& input, QWidget* parent)
+  SwitchField(const Dictionary& input, QWidget* parent)
       : FormField(input, parent), box_(new QCheckBox) {
     box_->setChecked(KVLEncoding::boolFromDictionary(input, "value", false));
     setContent(box_);
   }
 
-  [[nodiscard]] std::optional<kvl::Dictionary> input(QString& /*fault*/) const override {
+  [[nodiscard]] std::optional<Dictionary> input(QString& /*fault*/) const override {
     return withValue(box_->isChecked());
   }
 
@@ -71,11 +71,11 @@ class SwitchField : public FormField {
 };
 
 // Numbers that the spin box cannot hold are shown, and sent, as they are written.
-bool fits(const kvl::Value& value) {
-  return value.kind() == kvl::Value::Kind::integer && std::in_range<int>(*value.integer());
+bool fits(const Value& value) {
+  return value.kind() == Value::Kind::integer && std::in_range<int>(*value.integer());
 }
 
-kvl::Dictionary withText(kvl::Dictionary input) {
+Dictionary withText(Dictionary input) {
   if (input["value"].isNumber()) input.set("value", input["value"].description());
   return input;
 }
@@ -112,23 +112,23 @@ std::optional<QByteArray> contentsOf(const QString& path, QString& fault) {
 
 }  // namespace
 
-FormField::FormField(const kvl::Dictionary& input, QWidget* parent)
+FormField::FormField(const Dictionary& input, QWidget* parent)
     : QWidget(parent), description_(input) {
   auto* layout = new QHBoxLayout(this);
   layout->setContentsMargins(0, 0, 0, 0);
 }
 
-FormField* FormField::make(const kvl::Dictionary& input, QWidget* parent) {
-  const auto type = KVLEncoding::stringFromDictionary(input, "type", kvl::String());
-  const kvl::Value& value = input["value"];
+FormField* FormField::make(const Dictionary& input, QWidget* parent) {
+  const auto type = KVLEncoding::stringFromDictionary(input, "type", String());
+  const Value& value = input["value"];
   if (type->text() == "file") return new FileField(input, parent);
-  if (value.kind() == kvl::Value::Kind::boolean) return new SwitchField(input, parent);
+  if (value.kind() == Value::Kind::boolean) return new SwitchField(input, parent);
   if (fits(value)) return new NumberField(input, parent);
   return new TextField(withText(input), parent);
 }
 
 QString FormField::label() const {
-  const auto name = KVLEncoding::stringFromDictionary(description_, "name", kvl::String());
+  const auto name = KVLEncoding::stringFromDictionary(description_, "name", String());
   return lineOf(KVLEncoding::stringFromDictionary(description_, "label", name)->text());
 }
 
@@ -138,19 +138,19 @@ void FormField::setContent(QWidget* content) {
   setFocusProxy(content);
 }
 
-kvl::Dictionary FormField::withValue(const kvl::Value& value) const {
-  kvl::Dictionary input = description_;
+Dictionary FormField::withValue(const Value& value) const {
+  Dictionary input = description_;
   input.set("value", value);
   return input;
 }
 
-FileField::FileField(const kvl::Dictionary& input, QWidget* parent)
+FileField::FileField(const Dictionary& input, QWidget* parent)
     : FormField(input, parent), path_(new QLineEdit) {
   path_->setPlaceholderText(tr("No file"));
   setContent(path_);
   auto* chooser = new QPushButton(tr("Choose…"));
   chooser->setAutoDefault(false);
-  chooser->setAccessibleName(tr("Choose a file: %1").arg(kvl::qt::isolated(label())));
+  chooser->setAccessibleName(tr("Choose a file: %1").arg(isolated(label())));
   connect(chooser, &QPushButton::clicked, this, &FileField::choose);
   layout()->addWidget(chooser);
 }
@@ -167,20 +167,19 @@ void FileField::choose() {
   dialog->open();
 }
 
-std::optional<kvl::Dictionary> FileField::input(QString& fault) const {
+std::optional<Dictionary> FileField::input(QString& fault) const {
   if (path_->text().isEmpty()) return std::nullopt;
   QString reason;
   const auto contents = contentsOf(path_->text(), reason);
   if (!contents) {
-    const QString path = lineOf(kvl::qt::utf8(path_->text()));
-    fault = tr("%1: %2").arg(kvl::qt::isolated(path), reason);
+    const QString path = lineOf(utf8(path_->text()));
+    fault = tr("%1: %2").arg(isolated(path), reason);
     return std::nullopt;
   }
   const QFileInfo info(path_->text());
   const QString type = QMimeDatabase().mimeTypeForFile(info).name();
-  return withValue(
-      kvl::Value(KVLInputFile::newWithFilename(kvl::qt::utf8(info.fileName()), kvl::qt::utf8(type),
-                                               kvl::Data::adoptingText(contents->toStdString()))));
+  return withValue(Value(KVLInputFile::newWithFilename(
+      utf8(info.fileName()), utf8(type), Data::adoptingText(contents->toStdString()))));
 }
 
-}  // namespace qthost
+}  // namespace kvl::qt

@@ -1,0 +1,124 @@
+/// @file
+/// A session as an object of Qt.
+#pragma once
+
+#include <local/KVLSession.h>
+#include <local/platform/DispatchQueue.h>
+#include <local/platform/Exchange.h>
+#include <local/platform/Export.h>
+#include <local/platform/Value.h>
+#include <local/qt/Events.h>
+#include <local/qt/Fetched.h>
+
+#include <QImage>
+#include <QList>
+#include <QObject>
+#include <QSize>
+#include <QString>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#ifndef Q_MOC_RUN  // which cannot read <chrono> before another header of g++ 12
+#include <local/KVLEncodingForm.h>
+#endif
+
+namespace kvl::qt {
+
+class ImageSource;
+
+/// A `KVLSession` with properties and signals, and fetches that need no thought of threads. Every
+/// signal and every handler comes on the thread of this object, when its event loop runs, and none
+/// after it has gone. Use it on that thread, with the application there.
+///
+/// **Handlers** are called once, whatever the outcome; without one, a failure is told by `failed`.
+/// `context` is what the handler works on: once it has gone the handler is not called. It lives on
+/// the same thread; null for none. The `queue` of the options does not count. Handlers and
+/// receivers of signals may destroy this object.
+class KVL_EXPORT SessionObject : public QObject {
+  Q_OBJECT
+  Q_PROPERTY(State state READ state NOTIFY stateChanged)
+  Q_PROPERTY(bool established READ isEstablished NOTIFY stateChanged)
+  Q_PROPERTY(QString stateText READ stateText NOTIFY stateChanged)
+  Q_PROPERTY(QString errorText READ errorText NOTIFY stateChanged)
+  Q_PROPERTY(double progress READ progress NOTIFY progressChanged)
+  Q_PROPERTY(QString progressText READ progressText NOTIFY progressChanged)
+  Q_PROPERTY(QString progressDetail READ progressDetail NOTIFY progressChanged)
+  Q_PROPERTY(QString eventSource READ eventSource WRITE setEventSource NOTIFY eventSourceChanged)
+
+ public:
+  enum State { Connecting, Established, Disconnected, Recovering, Ended };
+  Q_ENUM(State)
+
+  using Handler = std::function<void(const Fetched& fetched)>;
+  using ImageHandler = std::function<void(const QImage& image, const Fetched& fetched)>;
+
+  /// Makes a session of its own with the shared notary, whose keys are made in the background, and
+  /// ends it when it is destroyed.
+  explicit SessionObject(QObject* parent = nullptr);
+  /// Shows a session that others use as well, and leaves it as it is.
+  ///
+  /// @param session not null
+  explicit SessionObject(std::shared_ptr<KVLSession> session, QObject* parent = nullptr);
+  ~SessionObject() override;
+
+  /// @name What was told last
+  /// @{
+  [[nodiscard]] State state() const;
+  [[nodiscard]] bool isEstablished() const { return state() == Established; }
+  /// "Established", for the user.
+  [[nodiscard]] QString stateText() const;
+  /// Why the session is not established; empty where there is no error (`KVLSession::lastError`).
+  [[nodiscard]] QString errorText() const;
+  /// The completed share, between 0 and 1.
+  [[nodiscard]] double progress() const;
+  [[nodiscard]] QString progressText() const;
+  [[nodiscard]] QString progressDetail() const;
+  /// @}
+
+  /// The source of the event stream as it was set here.
+  [[nodiscard]] QString eventSource() const;
+  void setEventSource(const QString& source);
+
+  /// @name Fetches and submissions, as in `KVLEncoding`
+  /// @{
+  Exchange json(const QString& path, QObject* context, Handler handler,
+                RequestOptions options = {});
+  /// @param size in points; an empty one leaves the image its own. The picture has as many pixels
+  /// as
+  ///   the application's sharpest screen wants.
+  Exchange image(const QString& path, QSize size, QObject* context, ImageHandler handler,
+                 RequestOptions options = {});
+  Exchange submit(const Value& root, const QString& path, QObject* context, Handler handler,
+                  RequestOptions options = {});
+  /// An answer that is no document is no error here. The handler of a form for the browser is
+  /// called only if that cannot be opened.
+  Exchange submitForm(const Dictionary& form, const std::optional<Array>& inputs,
+                      const QString& path, QObject* context, Handler handler,
+                      KVLEncoding::FormOptions options = {});
+  /// @}
+
+  [[nodiscard]] std::shared_ptr<KVLSession> session() const;
+  /// The queue of this object's thread, see `queueOf`.
+  [[nodiscard]] std::shared_ptr<DispatchQueue> queue() const;
+  /// The images of the session, kept. Made at the first call.
+  [[nodiscard]] std::shared_ptr<ImageSource> images() const;
+  /// Ends the session, see `KVLSession::end`, also one that others use.
+  Q_INVOKABLE void end();
+
+ Q_SIGNALS:
+  void stateChanged();
+  void progressChanged();
+  void eventSourceChanged();
+  /// All events that have come since the last time, in order. While the thread does not keep up the
+  /// latest 10,000 wait, fewer if they are large.
+  void eventsReceived(const QList<kvl::qt::Event>& events);
+  /// The session is not established, or a fetch without a handler has failed.
+  void failed(const QString& text);
+
+ private:
+  class Implementation;
+  const std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace kvl::qt
