@@ -4,6 +4,7 @@
 #include "devservice/CommandLine.h"
 #include "devservice/Log.h"
 #include "devservice/StateDirectory.h"
+#include "devservice/service/Parameters.h"
 #include "devservice/service/Routes.h"
 #include "devservice/service/ServiceState.h"
 
@@ -15,6 +16,7 @@
 
 #include <atomic>
 #include <exception>
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -118,6 +120,24 @@ sigset_t endSignals() {
   return signals;
 }
 
+bool isOfInternet(int descriptor) {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+  return getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+         address.ss_family == AF_INET;
+}
+
+// Before it ends the library waits for connections that are kept open to be silent for as long as
+// they may be. They end at once when nothing can come from them any more; what is being answered
+// still goes out.
+void endReading() {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const auto descriptor =
+        static_cast<int>(wholeNumber(entry.path().filename().string()).value_or(-1));
+    if (isOfInternet(descriptor)) shutdown(descriptor, SHUT_RD);
+  }
+}
+
 // Serves on a thread of its own while this one waits for a signal. False when serving ended by
 // itself.
 bool serveUntilSignal(httplib::Server& server, ServiceState& state) {
@@ -134,6 +154,7 @@ bool serveUntilSignal(httplib::Server& server, ServiceState& state) {
   while (!server.is_running() && !failed) std::this_thread::yield();
   state.end();
   server.stop();
+  endReading();
   serving.join();
   return !failed;
 }

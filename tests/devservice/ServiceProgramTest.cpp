@@ -1,9 +1,11 @@
 #include "tests/devservice/ProgramFixture.h"
+#include "tests/devservice/RecordClient.h"
 
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/wait.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -122,6 +124,19 @@ TEST_F(ServiceProgramTest, SignalEndsItCleanly) {
   EXPECT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 0);
   EXPECT_FALSE(std::filesystem::exists(state() / "service.url"));
+}
+
+TEST_F(ServiceProgramTest, SignalEndsItAtOnceThoughAConnectionIsKeptOpen) {
+  constexpr std::chrono::seconds kKeptOpen{60};
+  start();
+  RecordClient client(serviceURL(), bus_.directory());
+  EXPECT_THAT(client.get("status"), StartsWith("HTTP/1.1 200 "));
+  // Meanwhile the service has begun to wait for this connection's next request.
+  EXPECT_EQ(get("status").status, 0);
+  const auto begin = std::chrono::steady_clock::now();
+  service_.signal(SIGTERM);
+  EXPECT_EQ(service_.wait(), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kKeptOpen / 2);
 }
 
 }  // namespace
