@@ -3,7 +3,8 @@
 # Every line that the framework writes to the log has a category and a level.
 set -euo pipefail
 cd "$1"
-# A call's first words may stand on the next line.
+# A call's first words may stand on the next line; the dollar signs are perl's.
+# shellcheck disable=SC2016
 bare=$(find platform notary eventstream session encoding presentation qt -name '*.cpp' -o -name '*.h' |
   sort | xargs perl -0777 -ne '
     while (/(?<![\w.>&:~])(?:kvl::)?log(?:Line)?\(\s*(?!(?:kvl::)?LogCategory::)([^\n]*)/g) {
