@@ -33,6 +33,16 @@ read -r -a options <<<"$(pkg-config --cflags --libs kvlocal-qt6)"
 "$compiler" -std=c++20 "$hosts/qthost/main.cpp" -o "$work/qthost" "${options[@]}"
 LD_LIBRARY_PATH=$library_dir "$work/qthost"
 
+if [ -n "$(find "$prefix" -name 'KVLocalQt6WebTargets.cmake')" ]; then
+  echo '== the component for pages'
+  configure "$hosts/webhost" "$work/web" >"$work/web.log" || {
+    cat "$work/web.log"
+    exit 1
+  }
+  cmake --build "$work/web"
+  "$work/web/webhost"
+fi
+
 echo '== without Qt'
 configure "$hosts/host" "$work/base" -DCMAKE_DISABLE_FIND_PACKAGE_Qt6=ON >"$work/base.log" || {
   cat "$work/base.log"
