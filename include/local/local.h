@@ -6,6 +6,8 @@
 #include <local/KVLConstants.h>
 #include <local/KVLEncoding.h>
 #include <local/KVLEncodingAwait.h>
+#include <local/KVLEncodingAwaitEvents.h>
+#include <local/KVLEncodingDownload.h>
 #include <local/KVLEncodingForm.h>
 #include <local/KVLEncodingLocale.h>
 #include <local/KVLEncodingMenus.h>
@@ -24,12 +26,14 @@
 #include <local/KVLSession.h>
 #include <local/platform/Atomic.h>
 #include <local/platform/AttributedText.h>
+#include <local/platform/BodySource.h>
 #include <local/platform/Credential.h>
 #include <local/platform/Data.h>
 #include <local/platform/Date.h>
 #include <local/platform/DateFormatter.h>
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Error.h>
+#include <local/platform/Exchange.h>
 #include <local/platform/Export.h>
 #include <local/platform/FontMeasurement.h>
 #include <local/platform/Geometry.h>
@@ -48,6 +52,9 @@
 #include <local/platform/SegmentedControl.h>
 #include <local/platform/Semaphore.h>
 #include <local/platform/SystemVersion.h>
+#include <local/platform/Task.h>
+#include <local/platform/Text.h>
+#include <local/platform/Trace.h>
 #include <local/platform/URL.h>
 #include <local/platform/URLRequest.h>
 #include <local/platform/URLSession.h>
