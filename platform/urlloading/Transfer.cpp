@@ -59,18 +59,6 @@ SteadyTime endOf(const URLRequest& request, const URLSessionConfiguration& confi
                         request.totalTimeout().value_or(kNever)));
 }
 
-// Whether the body's bytes are not those of the content. An answer may have an encoding although
-// none was offered.
-bool isEncoded(const HeaderFields& fields) {
-  return std::ranges::any_of(fields, [](const HeaderFields::Field& field) {
-    const std::string_view value = ascii::trimmed(field.second);
-    if (ascii::equalIgnoringCase(field.first, "Content-Encoding"))
-      return !value.empty() && !ascii::equalIgnoringCase(value, "identity");
-    return ascii::equalIgnoringCase(field.first, "Transfer-Encoding") &&
-           !ascii::equalIgnoringCase(value, "chunked");
-  });
-}
-
 // What it means that no second connection could be made for a request that has gone out.
 CURLcode failureAfterSending(CURLcode code) {
   return code == CURLE_COULDNT_CONNECT || code == CURLE_COULDNT_RESOLVE_HOST ? CURLE_RECV_ERROR
@@ -211,23 +199,6 @@ bool Transfer::takeHeaderLine(std::string_view line) {
   if (headerBytes_ > configuration_.maximumHeaderBytes) refusal_ = Refusal::headTooLarge;
   if (refusal_ == Refusal::none && head_.take(line)) finishHead();
   return refusal_ == Refusal::none || refusal_ == Refusal::tooManyRedirects;
-}
-
-void Transfer::finishHead() {
-  redirect_ = redirectedRequest(request_, head_.status(), head_.fields());
-  if (redirect_) {
-    if (redirects_ >= configuration_.maximumRedirects) refusal_ = Refusal::tooManyRedirects;
-    return;
-  }
-  response_ = std::make_shared<const URLResponse>(
-      URLResponse{*request_.url(), head_.status(), head_.fields(), head_.version()});
-  trace_.noteAnswer(request_, head_.status());
-  task_->setResponse(response_);
-  if (task_->wantsBodyInOnePiece() && announcesMoreThan(maximumBody_)) {
-    refusal_ = Refusal::bodyTooLarge;
-  } else if (request_.contentKind() == ContentKind::eventStream && isEncoded(head_.fields())) {
-    refusal_ = Refusal::encoded;
-  }
 }
 
 void Transfer::closeConnectionWithExchange() {

@@ -126,6 +126,7 @@ class Transfer final : private ChallengeSource {
   void installBodyCallbacks(OptionSetter& options);
   // Has the source, if there is one, begin with the first byte.
   void prepareBody();
+  void prepareFeed();
   void closeFeed();
   [[nodiscard]] std::size_t takeUpload(char* room, std::size_t size);
   void applyPauses(bool holdsAnswer);
@@ -135,6 +136,9 @@ class Transfer final : private ChallengeSource {
   // False when the answer is broken off.
   [[nodiscard]] bool takeHeaderLine(std::string_view line);
   void finishHead();
+  [[nodiscard]] bool hasNoBody() const;
+  // How much of the answer's content is to come, if that is known.
+  [[nodiscard]] std::optional<std::uint64_t> lengthToCome() const;
   [[nodiscard]] bool announcesMoreThan(std::size_t limit) const;
   [[nodiscard]] std::size_t discard(std::size_t size);
   [[nodiscard]] std::size_t takeBody(const char* bytes, std::size_t size);

@@ -15,14 +15,59 @@ namespace {
 constexpr int kNotModified = 304;
 constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
 
+// Whether the body's bytes are not those of the content. An answer may have an encoding although
+// none was offered.
+bool isEncoded(const HeaderFields& fields) {
+  return std::ranges::any_of(fields, [](const HeaderFields::Field& field) {
+    const std::string_view value = ascii::trimmed(field.second);
+    if (ascii::equalIgnoringCase(field.first, "Content-Encoding"))
+      return !value.empty() && !ascii::equalIgnoringCase(value, "identity");
+    return ascii::equalIgnoringCase(field.first, "Transfer-Encoding") &&
+           !ascii::equalIgnoringCase(value, "chunked");
+  });
+}
+
+std::optional<std::uint64_t> announcedLength(const HeaderFields& fields) {
+  const auto length = fields.find("Content-Length");
+  std::uint64_t bytes = 0;
+  if (!length) return std::nullopt;
+  const auto result = std::from_chars(length->data(), length->data() + length->size(), bytes);
+  return result.ec == std::errc() ? std::optional(bytes) : std::nullopt;
+}
+
 }  // namespace
 
+void Transfer::finishHead() {
+  redirect_ = redirectedRequest(request_, head_.status(), head_.fields());
+  if (redirect_) {
+    if (redirects_ >= configuration_.maximumRedirects) refusal_ = Refusal::tooManyRedirects;
+    return;
+  }
+  response_ = std::make_shared<const URLResponse>(
+      URLResponse{*request_.url(), head_.status(), head_.fields(), head_.version()});
+  trace_.noteAnswer(request_, head_.status());
+  task_->setResponse(response_);
+  task_->meter().noteToReceive(lengthToCome());
+  if (task_->wantsBodyInOnePiece() && announcesMoreThan(maximumBody_)) {
+    refusal_ = Refusal::bodyTooLarge;
+  } else if (request_.contentKind() == ContentKind::eventStream && isEncoded(head_.fields())) {
+    refusal_ = Refusal::encoded;
+  }
+}
+
+bool Transfer::hasNoBody() const {
+  return request_.method() == "HEAD" || head_.status() == kNotModified;
+}
+
 bool Transfer::announcesMoreThan(std::size_t limit) const {
-  if (request_.method() == "HEAD" || head_.status() == kNotModified) return false;
-  const auto length = head_.fields().find("Content-Length");
-  std::uint64_t bytes = 0;
-  if (length) std::from_chars(length->data(), length->data() + length->size(), bytes);
-  return bytes > limit;
+  return !hasNoBody() && announcedLength(head_.fields()).value_or(0) > limit;
+}
+
+std::optional<std::uint64_t> Transfer::lengthToCome() const {
+  if (hasNoBody()) return 0;
+  // What counts is the content, decoded.
+  if (isEncoded(head_.fields()) || head_.fields().find("Transfer-Encoding")) return std::nullopt;
+  return announcedLength(head_.fields());
 }
 
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
@@ -56,17 +101,21 @@ std::size_t Transfer::takeBody(const char* bytes, std::size_t size) {
     return CURL_WRITEFUNC_PAUSE;
   }
   body_.append({bytes, size}, lastActivity_);
+  task_->meter().noteReceived(size);
   return size;
 }
 
 int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded) {
   auto* self = static_cast<Transfer*>(transfer);
-  if (std::exchange(self->uploaded_, uploaded) != uploaded) self->noteActivity();
+  if (std::exchange(self->uploaded_, uploaded) == uploaded) return 0;
+  self->noteActivity();
+  self->task_->meter().noteSent(static_cast<std::uint64_t>(uploaded));
   return 0;
 }
 
 void Transfer::flush(bool isMore, SteadyTime now) {
   growing_ = false;
+  task_->meter().publish(now);
   if (body_.empty() || task_->wantsBodyInOnePiece()) return;
   const auto source = paused_  ? PendingBody::Source::held
                       : isMore ? PendingBody::Source::flowing
@@ -84,7 +133,9 @@ void Transfer::handOver(std::size_t count) {
 }
 
 SteadyTime Transfer::nextFlush() const {
-  return paused_ || task_->wantsBodyInOnePiece() ? SteadyTime::max() : body_.latest();
+  const auto progress = task_->meter().nextPublication();
+  if (paused_ || task_->wantsBodyInOnePiece()) return progress;
+  return std::min(progress, body_.latest());
 }
 
 void Transfer::unpause() {
@@ -114,6 +165,12 @@ void Transfer::flushConnection() {
 // A request that goes out again begins with the body's first byte.
 void Transfer::prepareBody() {
   starved_ = false;
+  prepareFeed();
+  const auto& body = request_.body();
+  task_->meter().beginSending(feed_ ? feed_->length() : body ? body->size() : 0);
+}
+
+void Transfer::prepareFeed() {
   const auto& source = request_.bodySource();
   if (!source) return closeFeed();
   if (!feed_) {

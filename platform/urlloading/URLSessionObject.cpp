@@ -158,6 +158,10 @@ void DataTaskObject::cancel() {
   }
 }
 
+Observation DataTaskObject::observeProgress(std::function<void(const TransferProgress&)> handler) {
+  return meter_.observe(std::move(handler));
+}
+
 void DataTaskObject::suspendDelivery() {
   window_.suspend();
 }
@@ -209,7 +213,17 @@ void DataTaskObject::handOver(URLSessionObject& held, const Data& data) {
   if (window_.release(data.size())) held.engine().unpause(identifier_);
 }
 
+// The last state of the progress is told before the completion is delivered.
 void DataTaskObject::complete(TaskOutcome outcome) {
+  const auto queue = meter_.finish();
+  if (!queue) return postFinish(std::move(outcome));
+  queue->async([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
+    const core::ThreadWork threadWork;
+    self->postFinish(std::move(outcome));
+  });
+}
+
+void DataTaskObject::postFinish(TaskOutcome outcome) {
   post([outcome = std::move(outcome)](DataTaskObject& self, URLSessionObject&) mutable {
     self.finish(std::move(outcome));
   });

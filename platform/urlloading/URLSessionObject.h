@@ -3,6 +3,7 @@
 
 #include "platform/urlloading/BodyFraming.h"
 #include "platform/urlloading/DeliveryWindow.h"
+#include "platform/urlloading/ProgressMeter.h"
 #include "platform/urlloading/TLSConnection.h"
 
 #include <local/platform/Atomic.h>
@@ -80,6 +81,8 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   void cancel() override;
   void setPrefersIncrementalDelivery(bool prefers) override { prefersIncremental_ = prefers; }
   bool prefersIncrementalDelivery() const noexcept override { return prefersIncremental_; }
+  TransferProgress progress() const override { return meter_.present(); }
+  Observation observeProgress(std::function<void(const TransferProgress&)> handler) override;
   void suspendDelivery() override;
   void resumeDelivery() override;
 
@@ -105,6 +108,7 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   void feedBody();
   // Hands over a piece of the body.
   void deliver(Data data);
+  [[nodiscard]] ProgressMeter& meter() noexcept { return meter_; }
   // Ends the task; the first call counts.
   void complete(TaskOutcome outcome);
   // Waits for the delegate's answer.
@@ -121,6 +125,7 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   template <class Work>
   void post(Work work);
   void handOver(URLSessionObject& session, const Data& data);
+  void postFinish(TaskOutcome outcome);
   void finish(TaskOutcome outcome);
 
   const std::uint64_t identifier_;
@@ -129,6 +134,7 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   enum class Goes : unsigned char { toHandler, toDelegate, toReceiver };
   const Goes goes_;
   DeliveryWindow window_;
+  ProgressMeter meter_;
   BodyReceiver receiver_;  // constant until the queue calls and empties its `end`
   Atomic<URLResponseRef> response_;
   std::atomic<bool> prefersIncremental_ = true;

@@ -109,7 +109,7 @@ using DataTaskHandler =
 
 /// How far an exchange has come, in bytes of the two bodies. What is to come is absent while nobody
 /// knows: of an answer without a length, or with a content encoding, since what is received counts
-/// once decoded.
+/// once decoded. What is sent begins again with a redirect.
 struct TransferProgress {
   std::uint64_t sent = 0;
   std::uint64_t received = 0;
