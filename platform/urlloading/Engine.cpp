@@ -341,6 +341,8 @@ void Engine::end(Transfer& transfer, TaskOutcome outcome) {
   curl_multi_remove_handle(multi_.get(), transfer.easy());
   slots_.release(identifier);
   transfer.flushRest();
+  // Before anybody hears of the end.
+  transfer.closeFeed();
   std::shared_ptr<DataTaskObject> task;
   {
     const MutexLock lock(mutex_);

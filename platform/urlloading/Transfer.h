@@ -91,6 +91,8 @@ class Transfer final : private ChallengeSource {
   void unpause();
   // The body that is being sent goes on.
   void feed();
+  // Asks its source for nothing more.
+  void closeFeed();
   // The connection that the exchange uses; null without TLS, or before there is one.
   [[nodiscard]] const std::shared_ptr<TLSConnection>& connection() const { return connection_; }
   // Whether the exchange can have its connection send what waits to be sent.
@@ -127,7 +129,7 @@ class Transfer final : private ChallengeSource {
   // Has the source, if there is one, begin with the first byte.
   void prepareBody();
   void prepareFeed();
-  void closeFeed();
+  void giveUpUploadIfRefused();
   [[nodiscard]] std::size_t takeUpload(char* room, std::size_t size);
   void applyPauses(bool holdsAnswer);
   // Whether the request may go out again because the server declined it.
@@ -194,6 +196,8 @@ class Transfer final : private ChallengeSource {
   std::shared_ptr<BodyFeed> feed_;
   // Whether the upload waits for its source.
   bool starved_ = false;
+  // Whether the server wanted no more of it.
+  bool uploadGivenUp_ = false;
   bool paused_ = false;
   bool deadlineSuspended_ = false;
   std::optional<bool> connectionKind_;

@@ -13,6 +13,7 @@ namespace kvl::urlloading {
 namespace {
 
 constexpr int kNotModified = 304;
+constexpr int kFirstRefusal = 300;
 constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
 
 // Whether the body's bytes are not those of the content. An answer may have an encoding although
@@ -115,6 +116,7 @@ int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, cur
 
 void Transfer::flush(bool isMore, SteadyTime now) {
   growing_ = false;
+  giveUpUploadIfRefused();
   task_->meter().publish(now);
   if (body_.empty() || task_->wantsBodyInOnePiece()) return;
   const auto source = paused_  ? PendingBody::Source::held
@@ -165,6 +167,7 @@ void Transfer::flushConnection() {
 // A request that goes out again begins with the body's first byte.
 void Transfer::prepareBody() {
   starved_ = false;
+  uploadGivenUp_ = false;
   prepareFeed();
   const auto& body = request_.body();
   task_->meter().beginSending(feed_ ? feed_->length() : body ? body->size() : 0);
@@ -209,7 +212,18 @@ std::size_t Transfer::onRead(char* room, std::size_t, std::size_t size, void* tr
                                  [&] { return self->takeUpload(room, size); });
 }
 
+// libcurl 7.88 stops sending when the server has refused, but does not notice that while it waits
+// for the source, and not at all when the server closes the connection.
+void Transfer::giveUpUploadIfRefused() {
+  if (!starved_ || uploadGivenUp_ || !head_.isComplete() || head_.status() < kFirstRefusal) return;
+  uploadGivenUp_ = true;
+  closeConnectionWithExchange();
+  feed();
+}
+
 std::size_t Transfer::takeUpload(char* room, std::size_t size) {
+  // A body in chunks would look complete.
+  if (uploadGivenUp_ && feed_->length()) return 0;
   std::size_t count = 0;
   switch (feed_->take({reinterpret_cast<std::uint8_t*>(room), size}, count)) {
     case BodyFeed::State::ready:

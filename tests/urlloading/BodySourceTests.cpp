@@ -2,6 +2,8 @@
 #include "platform/urlloading/BodyFeed.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
+#include <local/platform/Atomic.h>
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -226,10 +228,10 @@ TEST_F(BodySourceTest, TooManyAreNotRead) {
 
 TEST_F(BodySourceTest, ASlowSourceHoldsUpNobodyAndSpinsNothing) {
   const TestTLSServer peer({.identity = &server()}, returning);
-  Door door;
+  const auto door = std::make_shared<Door>();
   const auto source = std::make_shared<TextSource>(mixedText(300'000));
-  source->onRead = [&](std::size_t given) {
-    if (given > 0) door.pass();
+  source->onRead = [door](std::size_t given) {
+    if (given > 0) door->pass();
   };
   URLRequest slow = request(peer, source);
   // The silence is the host's own.
@@ -256,28 +258,28 @@ TEST_F(BodySourceTest, ASlowSourceHoldsUpNobodyAndSpinsNothing) {
   const auto before = cpuTime();
   EXPECT_EQ(load(*session, measure).code(), NSURLErrorTimedOut);
   EXPECT_LT(cpuTime() - before, std::chrono::milliseconds(300));
-  door.open();
+  door->open();
   EXPECT_TRUE(box.wait().text().ends_with(source->text));
 }
 
 TEST_F(BodySourceTest, TheTotalTimeEndsABlockedRead) {
   const TestTLSServer peer({.identity = &server()}, returning);
-  Door door;
+  const auto door = std::make_shared<Door>();
   const auto source = std::make_shared<TextSource>("some body");
-  source->onRead = [&](std::size_t) { door.pass(); };
+  source->onRead = [door](std::size_t) { door->pass(); };
   URLRequest slow = request(peer, source);
   slow.setTotalTimeout(std::chrono::milliseconds(200));
   EXPECT_EQ(load(*session, slow).code(), NSURLErrorTimedOut);
   EXPECT_EQ(source->callers, 1);
-  door.open();
+  door->open();
   while (source->callers > 0) std::this_thread::yield();
 }
 
 TEST_F(BodySourceTest, ACancelDuringAReadWaitsForNothing) {
   const TestTLSServer peer({.identity = &server()}, returning);
-  Door door;
+  const auto door = std::make_shared<Door>();
   auto source = std::make_shared<TextSource>("some body");
-  source->onRead = [&](std::size_t) { door.pass(); };
+  source->onRead = [door](std::size_t) { door->pass(); };
   const std::weak_ptr<TextSource> watched = source;
   OutcomeBox box;
   auto task = session->dataTask(request(peer, source), box.handler());
@@ -288,22 +290,24 @@ TEST_F(BodySourceTest, ACancelDuringAReadWaitsForNothing) {
   EXPECT_EQ(std::exchange(source, nullptr)->callers, 1);
   task.reset();
   EXPECT_FALSE(watched.expired());
-  door.open();
+  door->open();
   while (!watched.expired()) std::this_thread::yield();
 }
 
 TEST_F(BodySourceTest, AReadCancelsItsOwnTask) {
   const TestTLSServer peer({.identity = &server()}, returning);
   const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
-  std::shared_ptr<DataTask> task;
-  source->onRead = [&](std::size_t given) {
-    if (given > 0) task->cancel();
+  const auto held = std::make_shared<Atomic<std::shared_ptr<DataTask>>>();
+  source->onRead = [held](std::size_t given) {
+    const auto task = held->get();
+    if (given > 0 && task) task->cancel();
   };
   OutcomeBox box;
-  task = session->dataTask(request(peer, source), box.handler());
+  const auto task = session->dataTask(request(peer, source), box.handler());
+  held->set(task);
   task->resume();
   EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
-  while (source->callers > 0) std::this_thread::yield();
+  held->set(nullptr);
 }
 
 TEST_F(BodySourceTest, TheSessionObjectGoesDuringARead) {
@@ -356,25 +360,36 @@ TEST_F(BodySourceTest, ASourceThatCannotRewindFails) {
 
 // A server that wants no more of the body, while the source has no more to give for now.
 TEST_F(BodySourceTest, ARefusalBeforeTheEndIsTaken) {
-  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
-    static_cast<void>(readHead(client));
-    client.write(httpResponse("too much", "413 Content Too Large"));
-    while (!client.read(4096).empty()) continue;
-  });
-  Door door;
-  const auto blocked = std::make_shared<TextSource>(mixedText(1'000'000));
-  blocked->onRead = [&](std::size_t given) {
-    if (given > 0) door.pass();
+  struct Case {
+    const char* fields;
+    bool isBlocked;
+    bool hasLength;
+    bool comesLate;  // when all there is has been taken
   };
-  const auto flowing = std::make_shared<TextSource>(mixedText(1'000'000));
-  for (const auto& source : {flowing, blocked}) {
+  constexpr std::size_t kFirstBlock = std::size_t{256} << 10;
+  const auto door = std::make_shared<Door>();
+  for (const auto& [fields, isBlocked, hasLength, comesLate] :
+       {Case{"", false, true, false}, Case{"", true, true, false}, Case{"", true, true, true},
+        Case{"", true, false, true}, Case{"Connection: close\r\n", true, true, true}}) {
+    const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
+      static_cast<void>(readHead(client));
+      if (comesLate) static_cast<void>(client.read(kFirstBlock));
+      client.write(httpResponse("too much", "413 Content Too Large", fields));
+      while (!client.read(4096).empty()) continue;
+    });
+    const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
+    if (!hasLength) source->said.reset();
+    if (isBlocked) {
+      source->onRead = [door](std::size_t given) {
+        if (given > 0) door->pass();
+      };
+    }
     const Outcome outcome = send(peer, source);
-    EXPECT_EQ(outcome.text(), "too much");
+    EXPECT_EQ(outcome.text(), "too much") << fields << isBlocked << hasLength << comesLate;
     ASSERT_TRUE(outcome.response);
     EXPECT_EQ(outcome.response->httpStatusCode, 413);
   }
-  door.open();
-  while (blocked->callers > 0) std::this_thread::yield();
+  door->open();
 }
 
 // Both directions at once, each held back by its own side now and then.

@@ -19,7 +19,8 @@ namespace kvl {
 ///
 /// `read` and `rewind` come on worker threads, one call at a time, with none of the framework's
 /// locks held, and may wait for as long as they like: the request's idle time-out stands still
-/// meanwhile, its total one runs on. A task that ends during a call does not wait for it.
+/// meanwhile, its total one runs on. A task that ends during a call does not wait
+/// for it, and makes no other.
 class KVL_EXPORT BodySource {
  public:
   virtual ~BodySource();
