@@ -1,8 +1,8 @@
 #include "qt/PlainText.h"
 
 #include <local/qt/Conversions.h>
-#include <local/qt/SessionObject.h>
 #include <local/qt/EventListModel.h>
+#include <local/qt/SessionObject.h>
 
 #include <QDateTime>
 #include <QPointer>

@@ -6,6 +6,7 @@
 #include <local/qt/ImageSource.h>
 #include <local/qt/SessionObject.h>
 
+#include <QFile>
 #include <QGuiApplication>
 #include <QPointer>
 #include <utility>
@@ -48,6 +49,7 @@ class SessionObject::Implementation {
 
   // What a fetch calls, on this object's thread.
   [[nodiscard]] auto receiver(QObject* context, Handler handler);
+  void finish(const Context& context, const Handler& handler, const Fetched& fetched);
   void draw(const std::shared_ptr<Image>& image, const Fetched& fetched, const Context& context,
             const ImageHandler& handler);
 
@@ -64,7 +66,6 @@ class SessionObject::Implementation {
   void enter(KVLSessionState entered, const QString& why);
   void show(const ProgressState& shown);
   void deliverEvents();
-  void finish(const Context& context, const Handler& handler, const Fetched& fetched);
 
   const bool isOwn_;
   const std::shared_ptr<EventInbox> inbox_ = std::make_shared<EventInbox>();
@@ -248,6 +249,19 @@ Exchange SessionObject::submitForm(const Dictionary& form, const std::optional<A
           const std::optional<Data>& body, const URLResponseRef& response,
           const std::optional<Error>& error) {
         receive(KVLEncoding::rootFromResponse(response, body), response, error);
+      },
+      options);
+}
+
+Exchange SessionObject::download(const QString& path, const QString& file, QObject* context,
+                                 DownloadHandler handler, KVLEncoding::DownloadOptions options) {
+  options.queue = queue();
+  return KVLEncoding::downloadFromSession(
+      *session(), relative(path), QFile::encodeName(file).toStdString(),
+      [self = implementation_.get(), to = Context(context),
+       handler = std::move(handler)](const KVLEncoding::DownloadResult& result) {
+        const Handler all = handler ? [&](const Fetched&) { handler(result); } : Handler();
+        self->finish(to, all, {std::nullopt, result.response, result.error});
       },
       options);
 }

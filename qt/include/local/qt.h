@@ -16,6 +16,7 @@
 #include <local/qt/GuiThread.h>
 #include <local/qt/ImageSource.h>
 #include <local/qt/Integration.h>
+#include <local/qt/LogBridge.h>
 #include <local/qt/MenuView.h>
 #include <local/qt/Notice.h>
 #include <local/qt/ProgressView.h>

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <QFile>
 #include <QSignalSpy>
 #include <QThread>
 #include <atomic>
@@ -113,6 +114,22 @@ TEST_F(SessionObjectTest, ADestroyedContextIsNotCalled) {
                   [](const QImage&, const Fetched&) { ADD_FAILURE(); });
   context.reset();
   waitForLater();
+}
+
+TEST_F(SessionObjectTest, ADownloadArrivesAsAFile) {
+  establish();
+  const QString file = QString::fromStdString((directory.path() / "Grüße").string());
+  int calls = 0;
+  const QSignalSpy failed(&session(), &SessionObject::failed);
+  session().download("/status", file, nullptr, [&](const KVLEncoding::DownloadResult& result) {
+    EXPECT_EQ(QThread::currentThread(), session().thread());
+    EXPECT_TRUE(result.file);
+    ++calls;
+  });
+  session().download("/code?status=404", file + "2", nullptr, nullptr);
+  EXPECT_TRUE(eventually([&] { return calls == 1 && !failed.isEmpty(); }));
+  EXPECT_TRUE(QFile::exists(file));
+  EXPECT_EQ(failed.front().front(), "404 Not Found");
 }
 
 TEST_F(SessionObjectTest, AnObjectOfAWorkerThread) {

@@ -11,7 +11,7 @@
 #include <QVariant>
 #include <memory>
 
-Q_MOC_INCLUDE(<local/qt/SessionObject.h>)
+Q_MOC_INCLUDE("local/qt/SessionObject.h")
 
 namespace kvl::qt {
 

@@ -20,6 +20,7 @@
 #include <optional>
 
 #ifndef Q_MOC_RUN  // which cannot read <chrono> before another header of g++ 12
+#include <local/KVLEncodingDownload.h>
 #include <local/KVLEncodingForm.h>
 #endif
 
@@ -51,6 +52,7 @@ class KVL_EXPORT SessionObject : public QObject {
   Q_ENUM(State)
 
   using Handler = std::function<void(const Fetched& fetched)>;
+  using DownloadHandler = std::function<void(const KVLEncoding::DownloadResult& result)>;
   using ImageHandler = std::function<void(const QImage& image, const Fetched& fetched)>;
 
   /// Makes a session of its own with the shared notary, whose keys are made in the background, and
@@ -96,6 +98,8 @@ class KVL_EXPORT SessionObject : public QObject {
   Exchange submitForm(const Dictionary& form, const std::optional<Array>& inputs,
                       const QString& path, QObject* context, Handler handler,
                       KVLEncoding::FormOptions options = {});
+  Exchange download(const QString& path, const QString& file, QObject* context,
+                    DownloadHandler handler, KVLEncoding::DownloadOptions options = {});
   /// @}
 
   [[nodiscard]] std::shared_ptr<KVLSession> session() const;
