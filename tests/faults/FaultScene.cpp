@@ -3,7 +3,6 @@
 #include "tests/support/FolderWait.h"
 #include "tests/support/ProcessFigures.h"
 #include "tests/support/WaitUntil.h"
-#include "tools/kvlocal/StateName.h"
 
 #include <local/platform/Log.h>
 
@@ -123,8 +122,9 @@ void FaultScene::startHost() {
   session = KVLSession::sessionWithNotary(std::make_shared<KVLNotary>(std::nullopt, environment_),
                                           {}, environment_);
   states = std::make_unique<StateWatcher>(*session);
-  states_ = session->observeState(
-      [seen = seen_](KVLSessionState state) { seen->states.add(kvlocal::stateName(state)); });
+  states_ = session->observeState([seen = seen_](KVLSessionState state) {
+    seen->states.add(std::string(KVLSessionStateText(state)));
+  });
   progress_ = session->progress()->observe([seen = seen_](const kvl::ProgressState& state) {
     seen->progress.add(state.localizedDescription);
   });
@@ -272,7 +272,7 @@ void FaultScene::expectRetryAfter(double seconds) {
 
 void FaultScene::recover() {
   ASSERT_TRUE(waitUntil([this] { return ask().status() == 200; }))
-      << "not established again; state " << kvlocal::stateName(session->state());
+      << "not established again; state " << KVLSessionStateText(session->state());
   row_.recovery = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - faultEnd_);
   // A renewal that was under way has left the connection of the answer above.
   EXPECT_TRUE(waitUntil([this] {

@@ -4,11 +4,11 @@
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Output.h"
 
+#include <local/platform/Semaphore.h>
 #include <local/platform/Text.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <functional>
 #include <utility>
 
 namespace kvlocal {
@@ -20,35 +20,6 @@ using Result = Rendezvous::Result;
 constexpr std::chrono::milliseconds kLongestPause{1000};
 
 constexpr auto kPathVariable = "korvale_vandrel_notary";
-
-// A session shows its notary's errors only as progress texts; this notary keeps the last one. It
-// is recorded before the session learns of it, so whoever sees the state change finds it. That
-// there is an answer is told after the session has dealt with it: all that it logs has been logged,
-// and the states that it leads to wait to be told.
-class RecordingNotary final : public KVLNotary {
- public:
-  using Record = std::shared_ptr<kvl::Atomic<std::optional<kvl::Error>>>;
-
-  using AnswerHandler = std::function<void(bool hasFailed)>;
-
-  RecordingNotary(std::optional<std::string> path, Record record, AnswerHandler onAnswer)
-      : KVLNotary(std::move(path)), record_(std::move(record)), onAnswer_(std::move(onAnswer)) {}
-
-  void notariseWithCompletionHandler(CompletionHandler completionHandler) override {
-    KVLNotary::notariseWithCompletionHandler(
-        [record = record_, onAnswer = onAnswer_, handler = std::move(completionHandler)](
-            std::shared_ptr<KVLNotarySignature> signature, std::optional<kvl::Error> error) {
-          record->set(error);
-          const bool failed = signature == nullptr;
-          handler(std::move(signature), std::move(error));
-          onAnswer(failed);
-        });
-  }
-
- private:
-  const Record record_;
-  const AnswerHandler onAnswer_;
-};
 
 // Whether the service could not be reached at all, as opposed to one that answered with an error.
 bool isUnreachable(const kvl::Error& error) {
@@ -75,55 +46,47 @@ std::optional<std::string> notaryPath(const Settings& settings) {
 Client::Client(const Context& context)
     : context_(context),
       session_(KVLSession::sessionWithNotary(
-          std::make_shared<RecordingNotary>(
-              notaryPath(context.settings), lastError_,
-              [rendezvous = context.rendezvous, seen = seen_](bool hasFailed) {
-                rendezvous->change([&] { (hasFailed ? seen->failed : seen->established) = true; });
-              }),
-          {})),
+          KVLNotary::notaryWithPath(notaryPath(context.settings)), {})),
       limit_(std::chrono::steady_clock::now() + context.settings.limit()) {}
 
 Client::~Client() {
-  // The session lives as long as the process and would leave its disposable key pair behind.
-  if (const auto error = KVLNotary::deleteKeys()) complain(kvl::errorText(*error));
+  // The key pair goes with it.
+  kvl::Semaphore ended;
+  session_->end([&ended](const std::optional<kvl::Error>& error) {
+    if (error) complain(kvl::errorText(*error));
+    ended.signal();
+  });
+  ended.wait();
 }
 
 ExitCode Client::establish() {
-  const bool retries = context_.settings.retries();
   for (;;) {
-    bool established = false;
-    const Result result = context_.rendezvous->wait(retries ? nextTrial() : limit_, [&] {
-      established = seen_->established;
-      return established || (!retries && seen_->failed);
-    });
-    if (result == Result::interrupted) return ExitCode::interrupted;
-    if (established) return ExitCode::ok;
-    if (result == Result::met) return awaitTelling();
-    if (isOver()) return ExitCode::notEstablished;
-    askAgain();
+    const ExitCode outcome = awaitNotarisation();
+    if (outcome != ExitCode::notEstablished || !context_.settings.retries() || isOver())
+      return outcome;
+    const auto never = [] { return false; };
+    if (context_.rendezvous->wait(nextTrial(), never) == Result::interrupted)
+      return ExitCode::interrupted;
+    // The session's own next trial may be 15 seconds away.
+    session_->enqueueNotarisation();
   }
 }
 
-// Observers are told in turn, so this one is told when all others know where the failure led.
-ExitCode Client::awaitTelling() const {
-  const auto last =
-      session_->observeState([rendezvous = context_.rendezvous, seen = seen_](KVLSessionState) {
-        rendezvous->change([&] { seen->failureTold = true; });
-      });
-  bool established = false;
-  const Result result = context_.rendezvous->wait(limit_, [&] {
-    established = seen_->established;
-    return established || seen_->failureTold;
-  });
+ExitCode Client::awaitNotarisation() const {
+  const auto isTold = std::make_shared<bool>(false);
+  const auto isEstablished = std::make_shared<bool>(false);
+  const auto waiting = session_->whenEstablished(
+      std::max(limit_ - std::chrono::steady_clock::now(), std::chrono::nanoseconds{0}),
+      [=, rendezvous = context_.rendezvous](const std::optional<kvl::Error>& error) {
+        rendezvous->change([&] {
+          *isTold = true;
+          *isEstablished = !error;
+        });
+      },
+      KVLSessionWait::untilFirstFailure);
+  const Result result = context_.rendezvous->wait(std::nullopt, [&] { return *isTold; });
   if (result == Result::interrupted) return ExitCode::interrupted;
-  return established ? ExitCode::ok : ExitCode::notEstablished;
-}
-
-// The session's own next trial may be 15 seconds away.
-void Client::askAgain() {
-  bool failed = false;
-  context_.rendezvous->change([&] { failed = std::exchange(seen_->failed, false); });
-  if (failed) session_->enqueueNotarisation();
+  return *isEstablished ? ExitCode::ok : ExitCode::notEstablished;
 }
 
 std::chrono::steady_clock::time_point Client::nextTrial() {
@@ -146,7 +109,6 @@ ExitCode Client::waitForService() {
   if (context_.rendezvous->wait(nextTrial(), never) == Result::interrupted)
     return ExitCode::interrupted;
   // A service that has been started anew may be elsewhere.
-  context_.rendezvous->change([&] { *seen_ = {}; });
   session_->enqueueNotarisation();
   return establish();
 }

@@ -4,7 +4,6 @@
 #include "tools/kvlocal/Command.h"
 
 #include <local/KVLSession.h>
-#include <local/platform/Atomic.h>
 
 #include <chrono>
 #include <memory>
@@ -18,7 +17,7 @@ namespace kvlocal {
 // Why a notary gave no identity: its error, or none when no answer came.
 [[nodiscard]] std::string notaryFailureText(const std::optional<kvl::Error>& error);
 
-// A session that the user's settings describe. Its keys are removed from the key store at the end.
+// A session that the user's settings describe. It ends with this object, and so do its keys.
 class Client {
  public:
   explicit Client(const Context& context);
@@ -43,7 +42,7 @@ class Client {
   [[nodiscard]] ExitCode waitForService();
 
   // Why the last notarisation failed; absent when it has not.
-  [[nodiscard]] std::optional<kvl::Error> lastError() const { return lastError_->get(); }
+  [[nodiscard]] std::optional<kvl::Error> lastError() const { return session_->lastError(); }
 
   // Tells that `establish` has failed, and why.
   [[nodiscard]] ExitCode reportFailure() const;
@@ -52,22 +51,11 @@ class Client {
  private:
   [[nodiscard]] bool isOver() const { return std::chrono::steady_clock::now() >= limit_; }
   [[nodiscard]] std::chrono::steady_clock::time_point nextTrial();
-  [[nodiscard]] ExitCode awaitTelling() const;
-  void askAgain();
-
-  // What has happened so far, protected by the rendezvous.
-  struct Seen {
-    bool established = false;  // the session has dealt with a notarisation that succeeded
-    bool failed = false;       // or with one that failed
-    bool failureTold = false;  // and observers have been told the state that this led to
-  };
-
-  using ErrorRecord = kvl::Atomic<std::optional<kvl::Error>>;
+  // Until the session is established, a notarisation fails or the time is over.
+  [[nodiscard]] ExitCode awaitNotarisation() const;
 
   const Context context_;
   std::chrono::milliseconds pause_{100};
-  const std::shared_ptr<ErrorRecord> lastError_ = std::make_shared<ErrorRecord>();
-  const std::shared_ptr<Seen> seen_ = std::make_shared<Seen>();
   const std::shared_ptr<KVLSession> session_;
   // Until when identity and service may come: keys have been made by then.
   const std::chrono::steady_clock::time_point limit_;

@@ -50,9 +50,10 @@ ExitCode runSubmit(const Context& context, const SubmitOptions& options) {
   const Mailbox<Root> mailbox(context);
   const Exchange exchange{.send =
                               [&](KVLSession& session) {
-                                KVLEncoding::submit(*root, KVLEncoding::RelativePath(options.path),
-                                                    session, mailbox.handler());
-                                return Exchange::Task();
+                                return KVLEncoding::submit(*root,
+                                                           KVLEncoding::RelativePath(options.path),
+                                                           session, mailbox.handler())
+                                    .task();
                               },
                           .tellsProgress = options.tellsProgress};
   Answer<Root> answer;

@@ -6,7 +6,6 @@
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/EventFeed.h"
 #include "tools/kvlocal/Output.h"
-#include "tools/kvlocal/StateName.h"
 
 #include <local/platform/Text.h>
 #include <local/platform/URL.h>
@@ -76,7 +75,7 @@ kvl::Observation tellStates(const KVLSession& session, const std::shared_ptr<Eve
   bool established = false;
   bool told = false;
   return session.observeState([=](KVLSessionState state) mutable {
-    if (verbose) complain(std::string("the session is ") + stateName(state));
+    if (verbose) complain("the session is " + std::string(KVLSessionStateText(state)));
     established = established || state == KVLSessionStateEstablished;
     const bool lost = established && state == KVLSessionStateDisconnected;
     if (told || !lost || feed->hasReceived()) return;

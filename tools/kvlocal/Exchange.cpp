@@ -5,7 +5,7 @@
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Text.h"
 
-#include <local/KVLEncodingSession.h>
+#include <local/platform/DispatchQueue.h>
 #include <local/platform/PrintableText.h>
 #include <local/platform/Text.h>
 
@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <thread>
 
 namespace kvlocal {
 namespace {
@@ -91,19 +90,6 @@ Result waitVisibly(Rendezvous& rendezvous, const Exchange& exchange, const Excha
   }
 }
 
-// The wait needs a thread of its own while this one, the main thread, serves the queue.
-Result servingMainQueue(const std::function<Result()>& wait) {
-  Result result = Result::late;
-  kvl::Semaphore done;
-  std::thread waiting([&] {
-    result = wait();
-    done.signal();
-  });
-  const auto late = KVLEncoding::waitForSemaphore(done, KVLEncoding::WaitReason("the answer"));
-  waiting.join();
-  return late ? Result::late : result;
-}
-
 constexpr int kFirstErrorStatus = 400;
 
 std::string protocolName(int version) {
@@ -156,15 +142,18 @@ ExitCode establish(Client& client) {
   return result == ExitCode::notEstablished ? client.reportFailure() : result;
 }
 
+kvl::RequestOptions onOtherThread() {
+  kvl::RequestOptions options;
+  options.queue = kvl::DispatchQueue::serial("kvlocal.answers");
+  return options;
+}
+
 ExitCode detail::carryOut(const Context& context, const Client& client, const Exchange& exchange,
                           const std::function<bool()>& isComplete, bool& isLate) {
   const auto limit =
       exchange.limitsItself ? Rendezvous::Limit() : limitAfter(context.settings.timeoutSeconds);
   const Exchange::Task task = exchange.send(client.session());
-  const auto wait = [&] {
-    return waitVisibly(*context.rendezvous, exchange, task, limit, isComplete);
-  };
-  const Result result = exchange.usesMainQueue ? servingMainQueue(wait) : wait();
+  const Result result = waitVisibly(*context.rendezvous, exchange, task, limit, isComplete);
   if (result == Result::interrupted && task) task->cancel();
   isLate = result == Result::late;
   return result == Result::interrupted ? ExitCode::interrupted : ExitCode::ok;

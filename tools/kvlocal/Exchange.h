@@ -8,6 +8,7 @@
 #include <local/KVLSession.h>
 #include <local/platform/Data.h>
 #include <local/platform/Error.h>
+#include <local/platform/Exchange.h>
 #include <local/platform/URLRequest.h>
 #include <local/platform/Value.h>
 
@@ -41,8 +42,6 @@ struct Exchange {
   // Whether the request itself heeds --timeout. The framework's own requests do not, so the whole
   // of them is limited.
   bool limitsItself = false;
-  // Whether the answer comes through the main queue, which must then be served.
-  bool usesMainQueue = false;
 };
 
 // Declares --progress.
@@ -51,6 +50,9 @@ void declareProgress(CLI::App& parser, bool& tellsProgress);
 // What requests need first. `ok`; otherwise the user has been told why there is no identity, unless
 // it was the user who ended it.
 [[nodiscard]] ExitCode establish(Client& client);
+
+// For fetches whose answers would come by the main queue, which nobody serves here.
+[[nodiscard]] kvl::RequestOptions onOtherThread();
 
 namespace detail {
 

@@ -83,10 +83,11 @@ ExitCode runForm(const Context& context, const FormOptions& options, const Input
   const Mailbox<Body> mailbox(context);
   const Exchange exchange{.send =
                               [&](KVLSession& session) {
-                                KVLEncoding::submitForm(kvl::Dictionary{}, inputs,
-                                                        KVLEncoding::RelativePath(options.path),
-                                                        session, mailbox.handler());
-                                return Exchange::Task();
+                                return KVLEncoding::submitForm(
+                                           kvl::Dictionary{}, inputs,
+                                           KVLEncoding::RelativePath(options.path), session,
+                                           mailbox.handler())
+                                    .task();
                               },
                           .tellsProgress = options.tellsProgress};
   Answer<Body> answer;

@@ -5,7 +5,6 @@
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Output.h"
-#include "tools/kvlocal/StateName.h"
 
 #include <local/platform/Text.h>
 
@@ -30,8 +29,9 @@ struct Change {
 
 Change stateChange(KVLSessionState state) {
   const auto number = static_cast<std::uint64_t>(state);
-  return {field("state", std::to_string(number) + " " + stateName(state)),
-          {{"state", stateName(state)}, {"value", number}}};
+  const std::string name(KVLSessionStateText(state));
+  return {field("state", std::to_string(number) + " " + name),
+          {{"state", name}, {"value", number}}};
 }
 
 Change progressChange(const kvl::ProgressState& progress) {
@@ -127,13 +127,13 @@ Runner prepareWatch(CLI::App& parser) {
 }
 
 std::string statusText(const Client& client) {
-  std::string text = field("state", stateName(client.session().state()));
+  std::string text = field("state", KVLSessionStateText(client.session().state()));
   if (const auto signature = client.session().signature()) text += signatureText(*signature);
   return text;
 }
 
 std::string statusJSON(const Client& client, ExitCode result) {
-  kvl::Dictionary value{{"state", stateName(client.session().state())}};
+  kvl::Dictionary value{{"state", KVLSessionStateText(client.session().state())}};
   if (const auto signature = client.session().signature())
     value.set("signature", signatureValue(*signature));
   const auto error = client.lastError();

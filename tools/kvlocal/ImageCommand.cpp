@@ -77,13 +77,12 @@ ExitCode runImage(const Context& context, const ImageOptions& options) {
   const Mailbox<ImageRef> mailbox(context);
   const Exchange exchange{.send =
                               [&](KVLSession& session) {
-                                KVLEncoding::imageFromSession(
-                                    session, KVLEncoding::RelativePath(options.path),
-                                    sizeOf(options.size), mailbox.handler());
-                                return Exchange::Task();
+                                return KVLEncoding::imageFromSession(
+                                           session, KVLEncoding::RelativePath(options.path),
+                                           sizeOf(options.size), mailbox.handler(), onOtherThread())
+                                    .task();
                               },
-                          .tellsProgress = options.tellsProgress,
-                          .usesMainQueue = true};
+                          .tellsProgress = options.tellsProgress};
   Answer<ImageRef> answer;
   const ExitCode result = mailbox.collect(context, exchange, answer);
   return result == ExitCode::ok ? reportImage(answer, options, json) : result;

@@ -89,13 +89,12 @@ class MenuRun {
     const Mailbox<Document> mailbox(context_);
     const Exchange exchange{.send =
                                 [&](KVLSession& session) {
-                                  KVLEncoding::jsonFromSession(
-                                      session, KVLEncoding::RelativePath(options_.path),
-                                      mailbox.handler());
-                                  return Exchange::Task();
+                                  return KVLEncoding::jsonFromSession(
+                                             session, KVLEncoding::RelativePath(options_.path),
+                                             mailbox.handler(), onOtherThread())
+                                      .task();
                                 },
-                            .tellsProgress = options_.tellsProgress,
-                            .usesMainQueue = true};
+                            .tellsProgress = options_.tellsProgress};
     return mailbox.collect(context_, client_, exchange, document_);
   }
 
