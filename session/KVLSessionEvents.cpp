@@ -67,7 +67,7 @@ void KVLSession::didReceiveData(kvl::URLSession& /*session*/,
   if (self.gate.isClosed()) return;
   traceEvents(*task, events.size(), data.size());
   if (const auto receiver = delegate()) receiver->eventStream(*this, events);
-  self.eventObservers.tell(events);
+  if (!self.gate.isClosed()) self.eventObservers.tell(events);
 }
 
 void KVLSession::didCompleteWithError(kvl::URLSession& session,

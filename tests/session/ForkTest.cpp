@@ -81,6 +81,12 @@ TEST_F(ForkTest, InAChildEverythingOfASessionFailsAtOnce) {
     session->setAwaitingSignature(false);
     session->enqueueNotarisation();
     if (session->awaitingSignature()) _exit(3);
+    session->end([](auto&&...) { _exit(4); });
+    if (session->isEnded()) _exit(5);
+    std::optional<kvl::Error> refused;
+    kvl::BodyReceiver pieces;
+    pieces.end = [&](const auto&, const auto& error) { refused = error; };
+    if (session->requestPieces(kvl::URLRequest("a"), pieces) || !refused) _exit(6);
   });
   EXPECT_EQ(status, kStatus);
   halt.letGo();

@@ -76,4 +76,34 @@ TEST_F(SessionObservationTest, ASessionMayGoOnAnotherThreadWhileItsObserverRuns)
   EXPECT_EQ(told, 2);
 }
 
+TEST_F(SessionObservationTest, TheEndIsToldLast) {
+  std::vector<KVLSessionState> states;
+  const auto observation =
+      session->observeState([&](KVLSessionState state) { states.push_back(state); });
+  std::vector<kvl::ProgressState> shown;
+  const auto shows = session->progress()->observe(
+      [&](const kvl::ProgressState& state) { shown.push_back(state); });
+  kvl::Semaphore ended;
+  session->end([&](auto&&...) { ended.signal(); });
+  ASSERT_TRUE(ended.waitFor(20s));
+  session->setState(KVLSessionStateDisconnected);
+  session->disconnectAfterError();
+  session->end([&](auto&&...) { ended.signal(); });
+  ASSERT_TRUE(ended.waitFor(20s));
+  EXPECT_EQ(states, (std::vector{KVLSessionStateEstablished, KVLSessionStateEnded}));
+  ASSERT_EQ(shown.size(), 2U);
+  EXPECT_EQ(shown.back(), (kvl::ProgressState{1, 0, "Ended", ""}));
+}
+
+TEST_F(SessionObservationTest, WhoeverComesAfterTheEndHearsOfItOnce) {
+  session->end();
+  std::vector<KVLSessionState> states;
+  const auto observation =
+      session->observeState([&](KVLSessionState state) { states.push_back(state); });
+  kvl::Semaphore ended;
+  session->end([&](auto&&...) { ended.signal(); });
+  ASSERT_TRUE(ended.waitFor(20s));
+  EXPECT_EQ(states, std::vector{KVLSessionStateEnded});
+}
+
 }  // namespace
