@@ -170,6 +170,13 @@ TEST_F(BodySourceTest, EveryMethodCanHaveOne) {
   }
 }
 
+TEST_F(BodySourceTest, NoneGoesOverHTTP2) {
+  const TestTLSServer peer({.identity = &server(), .protocol = "h2"}, returning);
+  const Outcome outcome = send(peer, std::make_shared<TextSource>("body"));
+  ASSERT_TRUE(outcome.response);
+  EXPECT_EQ(outcome.response->httpVersion, 11);
+}
+
 TEST_F(BodySourceTest, AnEmptyOneIsNotRead) {
   const TestTLSServer peer({}, returning);
   const auto source = std::make_shared<TextSource>("");

@@ -196,6 +196,32 @@ TEST_F(ProgressTest, AnObserverEndsItselfInside) {
   EXPECT_EQ(calls, 1);
 }
 
+TEST_F(ProgressTest, TheCompletionWaitsForASlowObserver) {
+  const TestTLSServer peer({}, answering(httpResponse("hello")));
+  Semaphore told;
+  Semaphore released;
+  std::atomic<bool> completed = false;
+  OutcomeBox box;
+  const auto task = session->dataTask(
+      URLRequest(peer.url("127.0.0.1")),
+      [&, handler = box.handler()](std::optional<Data> body, URLResponseRef response,
+                                   std::optional<Error> error) {
+        completed = true;
+        handler(std::move(body), std::move(response), std::move(error));
+      });
+  const Observation observation = task->observeProgress([&](const TransferProgress& state) {
+    if (state.received < 5) return;
+    told.signal();
+    released.wait();
+  });
+  task->resume();
+  told.wait();
+  EXPECT_EQ(load(*session, URLRequest(peer.url("127.0.0.1"))).text(), "hello");
+  EXPECT_FALSE(completed);
+  released.signal();
+  EXPECT_EQ(box.wait().text(), "hello");
+}
+
 TEST_F(ProgressTest, AnObserverCancelsItsTask) {
   const TestTLSServer peer({.identity = &server()},
                            answering(httpResponse(std::string(9 << 20, 'x'))));

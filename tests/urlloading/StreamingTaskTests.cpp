@@ -166,7 +166,11 @@ TEST_F(StreamingTaskTest, ACancelInsideAPieceIsTheLast) {
   std::atomic<std::size_t> written = 0;
   const TestTLSServer peer({.identity = &server()}, flooding(8 * kMiB, written));
   std::shared_ptr<DataTask> task;
-  pieces.onPiece = [&] { task->cancel(); };
+  // Others wait behind the first one by then.
+  pieces.onPiece = [&] {
+    while (written < 4 * kMiB) std::this_thread::yield();
+    task->cancel();
+  };
   task = session->streamingTask(URLRequest(peer.url("127.0.0.1")), pieces.receiver());
   task->resume();
   EXPECT_EQ(pieces.wait(), (Calls{"head 200", "piece", "end 200 -999"}));
