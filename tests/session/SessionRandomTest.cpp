@@ -23,6 +23,8 @@ class Counter final : public KVLSessionDelegate {
   std::int64_t count = 0;
 };
 
+constexpr std::size_t kStepsToTheEnd = 1000;
+
 class Life {
  public:
   explicit Life(std::uint64_t seed) : scheduler_(seed) {
@@ -42,6 +44,8 @@ class Life {
   }
 
   void step() {
+    // At some time in most lives, and in the midst of anything.
+    if (scheduler_.happens(kStepsToTheEnd)) return end();
     switch (scheduler_.below(16)) {
       case 0:
         return session_->enqueueNotarisation();
@@ -75,8 +79,14 @@ class Life {
     if (session_->state() == KVLSessionStateEstablished) EXPECT_TRUE(hasSignature);
     if (session_->state() == KVLSessionStateConnecting) EXPECT_FALSE(hasSignature);
     EXPECT_EQ(notary_->outstanding(), session_->awaitingSignature() ? 1U : 0U);
-    EXPECT_TRUE(session_->awaitingSignature() || scheduler_.pending() > 0)
-        << "nobody will notarise again";
+    if (session_->isEnded()) {
+      EXPECT_FALSE(hasSignature);
+      EXPECT_EQ(session_->state(), KVLSessionStateEnded);
+      EXPECT_EQ(session_->eventStream()->task(), nullptr);
+    } else {
+      EXPECT_TRUE(session_->awaitingSignature() || scheduler_.pending() > 0)
+          << "nobody will notarise again";
+    }
     EXPECT_EQ(session_->progress()->completedUnitCount(), completed_);
     if (hasSignature && !session_->eventSource().empty()) {
       EXPECT_NE(session_->eventStream()->task(), nullptr);
@@ -90,9 +100,12 @@ class Life {
     service_.endAll();
     scheduler_.runAll();
     EXPECT_EQ(answered_, sent_);
+    EXPECT_EQ(ended_, ends_);
+    EXPECT_EQ(counter_->count, eventsAtEnd_.value_or(counter_->count)) << "events after the end";
     EXPECT_EQ(last_, session_->state()) << "an observer has not heard of a state";
   }
 
+  [[nodiscard]] bool hasEnded() const { return ends_ > 0; }
   [[nodiscard]] std::size_t renewals() const { return renewals_; }
   [[nodiscard]] std::size_t sent() const { return sent_; }
   [[nodiscard]] std::int64_t events() const { return counter_->count; }
@@ -114,7 +127,19 @@ class Life {
     EXPECT_NE(state, last_) << "entered twice in a row";
     if (last_) EXPECT_NE(state, KVLSessionStateConnecting);
     if (state == KVLSessionStateRecovering) EXPECT_NE(last_, KVLSessionStateConnecting);
+    EXPECT_NE(last_, KVLSessionStateEnded) << "left again";
     last_ = state;
+  }
+
+  // Nothing is asked for and nothing comes any more, but for what was sent before.
+  void end() {
+    ++ends_;
+    completed_ = 0;
+    session_->end([this](const auto&) {
+      EXPECT_EQ(last_, KVLSessionStateEnded) << "the state is told first";
+      ++ended_;
+    });
+    eventsAtEnd_ = eventsAtEnd_.value_or(counter_->count);
   }
 
   void chooseSource() {
@@ -161,7 +186,7 @@ class Life {
         completed_ = 0;
         return notary_->answer(signature, recoverableError());
       default:
-        completed_ = 1;
+        completed_ = session_->isEnded() ? 0 : 1;
         ++renewals_;
         return notary_->answer(signature);
     }
@@ -179,6 +204,9 @@ class Life {
   std::size_t answered_ = 0;
   std::size_t renewals_ = 0;
   std::int64_t completed_ = 0;
+  int ends_ = 0;
+  int ended_ = 0;
+  std::optional<std::int64_t> eventsAtEnd_;
 };
 
 // What has happened in all lives, lest nothing has.
@@ -186,6 +214,7 @@ struct Totals {
   std::size_t renewals = 0;
   std::size_t requests = 0;
   std::int64_t events = 0;
+  std::uint64_t ends = 0;
 };
 
 void live(std::uint64_t seed, std::uint64_t steps, Totals& totals) {
@@ -201,6 +230,7 @@ void live(std::uint64_t seed, std::uint64_t steps, Totals& totals) {
   totals.renewals += life.renewals();
   totals.requests += life.sent();
   totals.events += life.events();
+  totals.ends += life.hasEnded() ? 1 : 0;
 }
 
 TEST(SessionRandomTest, AnyOrderOfEventsLeavesEverythingInOrder) {
@@ -211,6 +241,7 @@ TEST(SessionRandomTest, AnyOrderOfEventsLeavesEverythingInOrder) {
   Totals totals;
   for (auto seed = first; seed < first + lives && !HasFailure(); ++seed) live(seed, steps, totals);
   if (HasFailure()) return;
+  if (lives >= 10) EXPECT_GT(totals.ends, lives / 5);
   EXPECT_GT(totals.renewals, lives * steps / 100);
   EXPECT_GT(totals.requests, lives * steps / 100);
   EXPECT_GT(totals.events, static_cast<std::int64_t>(lives * steps / 100));
