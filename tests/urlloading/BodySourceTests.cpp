@@ -1,5 +1,5 @@
 // Bodies that are read from a source while they are sent.
-#include "platform/urlloading/BodyFeed.h"
+#include "tests/urlloading/TextSource.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
 #include <local/platform/Atomic.h>
@@ -7,81 +7,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <thread>
 #include <utility>
 
 namespace kvl::testing {
 namespace {
-
-// Opened once, waited for by others.
-class Door {
- public:
-  void open() {
-    const MutexLock lock(mutex_);
-    isOpen_ = true;
-    changed_.notifyAll();
-  }
-  void pass() {
-    MutexLock lock(mutex_);
-    while (!isOpen_) changed_.wait(lock);
-  }
-
- private:
-  Mutex mutex_;
-  Condition changed_;
-  bool isOpen_ KVL_GUARDED_BY(mutex_) = false;
-};
-
-// Gives a text, in steps as the test says.
-class TextSource final : public BodySource {
- public:
-  explicit TextSource(std::string content) : text(std::move(content)), said(text.size()) {}
-
-  std::optional<std::uint64_t> length() const override { return said; }
-  std::size_t read(std::span<std::uint8_t> room, std::optional<Error>* error) override {
-    EXPECT_FALSE(room.empty());
-    EXPECT_EQ(++callers, 1);
-    ++reads;
-    if (onRead) onRead(given);
-    if (failsAt && given >= *failsAt) {
-      storeError(error, Error("Own", 5));
-      --callers;
-      return 0;
-    }
-    const std::size_t count = std::min({room.size(), step, text.size() - given});
-    std::copy_n(text.begin() + static_cast<std::ptrdiff_t>(given), count, room.begin());
-    given += count;
-    --callers;
-    return count;
-  }
-  bool rewind() override {
-    EXPECT_EQ(callers, 0);
-    ++rewinds;
-    given = 0;
-    return canRewind;
-  }
-
-  // Set before it is used.
-  const std::string text;
-  std::optional<std::uint64_t> said;
-  std::size_t step = std::size_t{1} << 20;
-  std::optional<std::size_t> failsAt;
-  bool canRewind = true;
-  std::function<void(std::size_t given)> onRead;
-
-  std::atomic<std::size_t> given = 0;
-  std::atomic<int> reads = 0;
-  std::atomic<int> rewinds = 0;
-  std::atomic<int> callers = 0;
-};
-
-std::string mixedText(std::size_t size) {
-  std::string text(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>('a' + (i * i + i / 251) % 26);
-  return text;
-}
 
 std::string readHead(TestPeer& peer) {
   std::string head;
@@ -493,99 +424,6 @@ TEST_F(FileBodyTest, WhatIsNoRegularFileIsRefused) {
   EXPECT_FALSE(fileBody(-1, &error));
   EXPECT_TRUE(error && error->is(NSPOSIXErrorDomain, EBADF));
   EXPECT_FALSE(fileBody(std::filesystem::path("/dev/null")));
-}
-
-// Takes everything there is, and waits for it.
-std::string drain(urlloading::BodyFeed& feed, Semaphore& ready, std::size_t room) {
-  std::string all;
-  std::vector<std::uint8_t> bytes(room);
-  for (;;) {
-    std::size_t count = 0;
-    switch (feed.take(bytes, count)) {
-      case urlloading::BodyFeed::State::ready:
-        all.append(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
-        break;
-      case urlloading::BodyFeed::State::starved:
-        ready.wait();
-        break;
-      case urlloading::BodyFeed::State::over:
-        return all;
-      case urlloading::BodyFeed::State::failed:
-        return all + "(failed)";
-    }
-  }
-}
-
-class BodyFeedTest : public ::testing::Test {
- protected:
-  [[nodiscard]] std::shared_ptr<urlloading::BodyFeed> feedOf(
-      const std::shared_ptr<TextSource>& source) {
-    return std::make_shared<urlloading::BodyFeed>(source, [ready = ready] { ready->signal(); });
-  }
-  std::shared_ptr<Semaphore> ready = std::make_shared<Semaphore>(0);
-};
-
-TEST_F(BodyFeedTest, GivesAllInAnySteps) {
-  for (const std::size_t room : {1U, 100U, 300'000U}) {
-    for (const std::size_t step : {33U, 70'000U}) {
-      for (const bool isSaid : {true, false}) {
-        const auto source = std::make_shared<TextSource>(mixedText(room == 1 ? 2000 : 600'000));
-        source->step = room == 1 ? 33 : step * 10;
-        if (!isSaid) source->said.reset();
-        EXPECT_EQ(drain(*feedOf(source), *ready, room), source->text);
-      }
-    }
-  }
-}
-
-TEST_F(BodyFeedTest, ReadsNoMoreThanTwoBlocksAhead) {
-  const auto source = std::make_shared<TextSource>(mixedText(3'000'000));
-  Door second;
-  source->onRead = [&](std::size_t given) {
-    if (given > 0) second.open();
-  };
-  const auto feed = feedOf(source);
-  std::uint8_t byte = 0;
-  std::size_t count = 0;
-  EXPECT_EQ(feed->take({&byte, 1}, count), urlloading::BodyFeed::State::starved);
-  second.pass();
-  while (source->given < (512 << 10)) std::this_thread::yield();
-  // Nothing more is asked for until something is taken.
-  EXPECT_EQ(feed->take({&byte, 1}, count), urlloading::BodyFeed::State::ready);
-  EXPECT_EQ(source->reads, 2);
-  const std::string rest = drain(*feed, *ready, 100'000);
-  EXPECT_EQ(std::string(1, static_cast<char>(byte)) + rest, source->text);
-}
-
-TEST_F(BodyFeedTest, ARewindDuringAReadForgetsWhatThatGives) {
-  const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
-  Door door;
-  source->onRead = [&](std::size_t given) {
-    if (given > 0) door.pass();
-  };
-  const auto feed = feedOf(source);
-  std::vector<std::uint8_t> room(1000);
-  std::size_t count = 0;
-  EXPECT_EQ(feed->take(room, count), urlloading::BodyFeed::State::starved);
-  ready->wait();
-  EXPECT_EQ(feed->take(room, count), urlloading::BodyFeed::State::ready);
-  while (source->callers == 0) std::this_thread::yield();
-  EXPECT_TRUE(feed->hasBegun());
-  feed->rewind();
-  EXPECT_FALSE(feed->hasBegun());
-  door.open();
-  EXPECT_EQ(drain(*feed, *ready, 10'000), source->text);
-  EXPECT_EQ(source->rewinds, 1);
-}
-
-TEST_F(BodyFeedTest, AClosedOneAsksForNothingMore) {
-  const auto source = std::make_shared<TextSource>(mixedText(3'000'000));
-  const auto feed = feedOf(source);
-  std::vector<std::uint8_t> room(1000);
-  std::size_t count = 0;
-  feed->close();
-  EXPECT_EQ(feed->take(room, count), urlloading::BodyFeed::State::failed);
-  EXPECT_EQ(source->reads, 0);
 }
 
 }  // namespace
