@@ -1,6 +1,6 @@
 /// @file
-/// The whole Qt 6 binding: a session as an object of Qt, models, forms, and views that show what the
-/// framework holds as data.
+/// The whole Qt 6 binding: a session as an object of Qt, models, forms, and views that show what
+/// the framework holds as data.
 ///
 /// Everything in `kvl::qt` belongs to the GUI thread, while what it shows may change on any thread:
 /// the views follow on theirs. Link `KVLocal::qt6`.
