@@ -23,21 +23,15 @@ struct ImageKey {
   friend auto operator<=>(const ImageKey&, const ImageKey&) = default;
 };
 
-struct DeleteOnItsThread {
-  void operator()(QObject* object) const {
-    if (object->thread() == QThread::currentThread())
-      delete object;
-    else
-      object->deleteLater();
-  }
-};
-
 }  // namespace
 
 class ImageSource::Implementation : public std::enable_shared_from_this<Implementation> {
  public:
   Implementation(std::shared_ptr<KVLSession> session, std::size_t most)
       : session_(std::move(session)), most_(most) {}
+  ~Implementation();
+  Implementation(const Implementation&) = delete;
+  Implementation& operator=(const Implementation&) = delete;
 
   void request(const KVLEncoding::RelativePath& relativePath, Size size, Completion completion);
   void forget();
@@ -53,7 +47,7 @@ class ImageSource::Implementation : public std::enable_shared_from_this<Implemen
 
   const std::shared_ptr<KVLSession> session_;
   const std::size_t most_;
-  const std::unique_ptr<QObject, DeleteOnItsThread> home_{new QObject};
+  std::unique_ptr<QObject> home_ = std::make_unique<QObject>();  // goes on its thread
   QThread* const thread_ = QThread::currentThread();
   const std::shared_ptr<DispatchQueue> queue_ = queueOf(*home_);
   Mutex mutex_;
@@ -62,6 +56,12 @@ class ImageSource::Implementation : public std::enable_shared_from_this<Implemen
   int generation_ KVL_GUARDED_BY(mutex_) = 0;  // of what may be kept
   std::map<ImageKey, std::vector<Completion>> waiting_ KVL_GUARDED_BY(mutex_);
 };
+
+// By the queue, which knows when the application ends.
+ImageSource::Implementation::~Implementation() {
+  if (QThread::currentThread() == thread_) return;
+  queue_->async([home = home_.release()] { delete home; });
+}
 
 void ImageSource::Implementation::request(const KVLEncoding::RelativePath& relativePath, Size size,
                                           Completion completion) {

@@ -52,12 +52,12 @@ class ObjectElsewhere {
     thread_.wait();
   }
 
-  QObject& object() { return *object_; }
-  QThread& thread() { return thread_; }
+  [[nodiscard]] const std::shared_ptr<kvl::DispatchQueue>& queue() const { return queue_; }
 
  private:
   QThread thread_;
-  std::unique_ptr<QObject> object_ = std::make_unique<QObject>();
+  const std::unique_ptr<QObject> object_ = std::make_unique<QObject>();
+  const std::shared_ptr<kvl::DispatchQueue> queue_ = queueOf(*object_);
 };
 
 TEST(ObjectQueueTest, BlocksOfManyThreadsRunOnTheObjectsThreadInTheirOrder) {
@@ -154,13 +154,7 @@ TEST(ObjectQueueTest, TenThreadsPostWhileItGoes) {
   const QtApplication application;
   for (int round = 0; round < (kvltest::kSanitized ? 5 : 20); ++round) {
     std::optional<ObjectElsewhere> elsewhere(std::in_place);
-    std::shared_ptr<kvl::DispatchQueue> queue;
-    std::latch isMade(1);
-    QMetaObject::invokeMethod(&elsewhere->object(), [&] {
-      queue = queueOf(elsewhere->object());
-      isMade.count_down();
-    });
-    isMade.wait();
+    const auto queue = elsewhere->queue();
     std::latch begun(10);
     std::vector<std::thread> threads;
     for (int i = 0; i < 10; ++i) {

@@ -1,6 +1,7 @@
 #include "tests/qt/host/HostFixture.h"
 
 #include <local/qt/EventListModel.h>
+#include <local/qt/GuiThread.h>
 #include <local/qt/SessionObject.h>
 
 #include <gmock/gmock.h>
@@ -136,10 +137,11 @@ TEST_F(SessionObjectTest, AnObjectOfAWorkerThread) {
   establish();
   QThread thread;
   auto helper = std::make_unique<QObject>();
+  const auto queue = kvl::qt::queueOf(*helper);
   helper->moveToThread(&thread);
   thread.start();
   std::atomic<QThread*> where = nullptr;
-  QMetaObject::invokeMethod(helper.get(), [&] {
+  queue->async([&] {
     auto* object = new SessionObject(session().session());
     object->json("/status", nullptr, [&, object](const Fetched&) {
       delete object;
