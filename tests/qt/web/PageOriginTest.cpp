@@ -101,8 +101,9 @@ TEST_F(PageOriginTest, AnAnswerFromElsewhereIsNotShown) {
 TEST_F(PageOriginTest, ALinkThatLeadsAwayIsTheHosts) {
   const auto url = elsewhere.url("127.0.0.1", "/x?y");
   ASSERT_TRUE(showAndSettle("<title>stays</title><a id=a href='" + url + "'>away</a>"));
+  QSignalSpy finished(page.get(), &QWebEnginePage::loadFinished);
   run(QStringLiteral("document.getElementById('a').click()"));
-  EXPECT_TRUE(eventually([this] { return !links.empty(); }));
+  EXPECT_TRUE(eventually([&] { return !links.empty() && !finished.empty(); }));
   EXPECT_EQ(links, QStringList(QString::fromStdString(url)));
   run(QStringLiteral("console.log('still ' + document.title)"));
   EXPECT_TRUE(logs(QStringLiteral("still stays")));

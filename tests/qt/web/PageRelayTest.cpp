@@ -223,12 +223,18 @@ TEST_F(PageRelayTest, ABodyThatBreaksOffIsAFailure) {
   EXPECT_THAT(failures, SizeIs(1));
 }
 
-TEST_F(PageRelayTest, APageWaitsForTheSession) {
-  service.page("/page", "<title>here</title>");
-  page->load(relay->urlOf(QStringLiteral("page")));
-  ASSERT_TRUE(eventually([this] { return notary->outstanding() == 1; }));
+// Requests of a page arrive in their order, so the refused one shows that the other is waiting.
+TEST_F(PageRelayTest, ARequestWaitsForTheSession) {
+  service.page("/late", "");
+  ASSERT_TRUE(
+      show("<script>function ask(url) { const x = new XMLHttpRequest(); x.open('GET', url);"
+           "x.onload = () => console.log('answered ' + url);"
+           "x.onerror = () => console.log('failed ' + url); x.send(); }</script>"));
+  session->disconnectAfterError();
+  run(QStringLiteral("ask('/late'); ask('kvlocal://other/')"));
+  EXPECT_TRUE(logs(QStringLiteral("failed kvlocal://other/")));
   notarise();
-  EXPECT_TRUE(eventually([this] { return page->title() == QLatin1String("here"); }));
+  EXPECT_TRUE(logs(QStringLiteral("answered /late")));
 }
 
 TEST_F(PageRelayTest, APageWithAContentPolicyIsRefusedUnlessTheHostShowsIt) {
