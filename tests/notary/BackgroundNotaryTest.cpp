@@ -104,6 +104,9 @@ TEST_F(BackgroundNotaryTest, NeverOnTheCallersThreadWhichGoesOn) {
   ASSERT_TRUE(told.waitFor(std::chrono::seconds(60)));
   EXPECT_TRUE(notary->hasKeys());
   EXPECT_NE(store->thread.load(), std::this_thread::get_id());
+  // The connection is closed after the handler.
+  kvl::Environment::processLookupQueue()->async([&] { told.signal(); });
+  ASSERT_TRUE(told.waitFor(std::chrono::seconds(60)));
 }
 
 TEST_F(BackgroundNotaryTest, FailsAsTheOtherDoes) {

@@ -120,6 +120,23 @@ TEST_F(SessionEndTest, WhileANotarisationCompletes) {
   EXPECT_EQ(notary->calls(), 1U);
 }
 
+// The completion has looked whether the session has ended, and goes on.
+TEST_F(SessionEndTest, WhileAFailedNotarisationIsLogged) {
+  create();
+  const auto before = kvl::setLogSink([this](std::string_view line) {
+    if (line.starts_with("notarisation error: ")) session->end();
+  });
+  notary->answer(nullptr, recoverableError());
+  kvl::setLogSink(before);
+  expectEnded();
+  EXPECT_EQ(session->progress()->localizedDescription(), "Ended");
+  const std::weak_ptr<KVLSession> watch = session;
+  session.reset();
+  EXPECT_TRUE(watch.expired()) << "its timer holds it";
+  queue->advance(1000s);
+  EXPECT_EQ(notary->calls(), 1U);
+}
+
 class EndingDelegate final : public KVLSessionDelegate {
  public:
   void eventStream(KVLSession& session,
