@@ -35,9 +35,9 @@ using RootDelivery = kvl::encoding::Delivery<std::optional<kvl::Value>>;
 using EmptyAnswer = kvl::RequestOptions::EmptyAnswer;
 
 // Nothing is sent, and what comes of it may still be cancelled where it goes by a queue.
-kvl::Exchange reportUnencodable(const kvl::Error& error, const RootHandler& handler,
+kvl::Exchange reportUnencodable(const kvl::Error& error, bool isHeard,
                                 const RootDelivery& delivery) {
-  if (!handler) {
+  if (!isHeard) {
     kvl::log(kvl::LogCategory::documents, kvl::LogLevel::warning, "error encoding root: %@", error);
     return {};
   }
@@ -85,12 +85,13 @@ kvl::Exchange KVLEncoding::submit(const kvl::Value& root, const RelativePath& re
   kvl::URLRequest request(relativePath.text());
   setHeaderToAcceptRoot(request);
   request.setMethod("POST");
-  const RootDelivery delivery(completionHandler, options);
+  const bool isHeard = static_cast<bool>(completionHandler);
+  const RootDelivery delivery(std::move(completionHandler), options);
   if (const auto error = encodeRoot(root, request)) {
-    return reportUnencodable(*error, completionHandler, delivery);
+    return reportUnencodable(*error, isHeard, delivery);
   }
   kvl::urlloading::apply(options, request);
-  if (!completionHandler) return submitUnheard(request, session, delivery.turn());
+  if (!isHeard) return submitUnheard(request, session, delivery.turn());
   return kvl::encoding::startExchange(
       session, request, delivery.turn(),
       [delivery, emptyAnswer = options.emptyAnswer,
