@@ -125,9 +125,9 @@ class Download : public std::enable_shared_from_this<Download> {
  public:
   Download(std::filesystem::path target, ContentDelivery delivery,
            const KVLEncoding::DownloadOptions& options)
-      : delivery_(std::move(delivery)),
-        emptyAnswer_(options.emptyAnswer),
+      : emptyAnswer_(options.emptyAnswer),
         replaces_(options.replaces),
+        delivery_(std::move(delivery)),
         file_(std::move(target)) {}
 
   [[nodiscard]] kvl::BodyReceiver receiver() {
@@ -196,7 +196,7 @@ class Download : public std::enable_shared_from_this<Download> {
       error = conclude(response, content);
     }
     if (!content.file) file_.remove();
-    delivery_.onMainQueue(std::move(content), response, std::move(error));
+    std::move(delivery_).onMainQueue(std::move(content), response, std::move(error));
   }
 
   [[nodiscard]] std::optional<kvl::Error> conclude(const kvl::URLResponseRef& response,
@@ -216,12 +216,12 @@ class Download : public std::enable_shared_from_this<Download> {
 
   const std::shared_ptr<kvl::DispatchQueue> queue_ =
       kvl::DispatchQueue::serial("korvale.local.download");
-  const ContentDelivery delivery_;
   const EmptyAnswer emptyAnswer_;
   const bool replaces_;
   Flow flow_;
 
   // On the queue.
+  ContentDelivery delivery_;
   kvl::encoding::PartialFile file_;
   bool hasBegun_ = false;
   bool isRefused_ = false;
@@ -241,9 +241,10 @@ kvl::Exchange KVLEncoding::downloadFromSession(KVLSession& session,
   kvl::urlloading::apply(options, request);
   std::error_code code;
   const auto target = std::filesystem::absolute(file, code);
-  const ContentDelivery delivery(handlerOf(std::move(completionHandler)), options);
-  const auto download = std::make_shared<Download>(code ? file : target, delivery, options);
+  ContentDelivery delivery(handlerOf(std::move(completionHandler)), options);
   const auto state = std::make_shared<kvl::urlloading::ExchangeState>(delivery.turn());
+  const auto download =
+      std::make_shared<Download>(code ? file : target, std::move(delivery), options);
   if (auto task = session.requestPieces(request, download->receiver())) {
     download->setTask(task);
     state->setTask(std::move(task));

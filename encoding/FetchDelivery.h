@@ -19,7 +19,8 @@
 namespace kvl::encoding {
 
 // One outcome's way: to the queue that the options name, else where the operation documents. On
-// arrival it gives way to a `cancel` that came first.
+// arrival it gives way to a `cancel` that came first. It is used up by that: the handler goes where
+// it ran, and with it what it holds, which may be for that thread only.
 template <class Result>
 class Delivery {
  public:
@@ -33,30 +34,31 @@ class Delivery {
   [[nodiscard]] bool isCancelled() const noexcept { return turn_->isCancelled(); }
 
   // On this thread, unless the options name a queue.
-  void here(Result result, URLResponseRef response, std::optional<Error> error) const {
-    if (queue_) return post(*queue_, std::move(result), std::move(response), std::move(error));
+  void here(Result result, URLResponseRef response, std::optional<Error> error) && {
+    if (queue_) return post(queue_, std::move(result), std::move(response), std::move(error));
     call(std::move(result), std::move(response), std::move(error));
   }
 
   // On the main queue, unless the options name another one.
-  void onMainQueue(Result result, URLResponseRef response, std::optional<Error> error) const {
-    const auto queue = queue_ ? queue_ : DispatchQueue::main();
-    post(*queue, std::move(result), std::move(response), std::move(error));
+  void onMainQueue(Result result, URLResponseRef response, std::optional<Error> error) && {
+    post(queue_ ? queue_ : DispatchQueue::main(), std::move(result), std::move(response),
+         std::move(error));
   }
 
  private:
-  void post(DispatchQueue& queue, Result result, URLResponseRef response,
-            std::optional<Error> error) const {
-    queue.async([delivery = *this, result = std::move(result), response = std::move(response),
-                 error = std::move(error)]() mutable {
+  void post(const std::shared_ptr<DispatchQueue> queue, Result result, URLResponseRef response,
+            std::optional<Error> error) {
+    queue->async([delivery = std::move(*this), result = std::move(result),
+                  response = std::move(response), error = std::move(error)]() mutable {
       delivery.call(std::move(result), std::move(response), std::move(error));
     });
   }
 
-  void call(Result result, URLResponseRef response, std::optional<Error> error) const {
-    if (turn_->begin()) return handler_(std::move(result), std::move(response), std::move(error));
+  void call(Result result, URLResponseRef response, std::optional<Error> error) {
+    const Handler handler = std::exchange(handler_, nullptr);
+    if (turn_->begin()) return handler(std::move(result), std::move(response), std::move(error));
     auto cancelled = urlloading::cancelledError(response);
-    handler_({}, std::move(response), std::move(cancelled));
+    handler({}, std::move(response), std::move(cancelled));
   }
 
   Handler handler_;

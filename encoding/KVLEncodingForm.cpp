@@ -28,9 +28,10 @@ kvl::Exchange reportFailure(const kvl::Error& error, const DataTaskHandler& hand
     kvl::log(kvl::LogCategory::documents, kvl::LogLevel::warning, logPattern, error);
     return {};
   }
-  const FormDelivery delivery(handler, options);
-  delivery.here(std::nullopt, nullptr, error);
-  return kvl::encoding::exchangeWithoutTask(delivery.turn());
+  FormDelivery delivery(handler, options);
+  const auto turn = delivery.turn();
+  std::move(delivery).here(std::nullopt, nullptr, error);
+  return kvl::encoding::exchangeWithoutTask(turn);
 }
 
 kvl::Exchange openAction(const kvl::String& action, const DataTaskHandler& handler,
@@ -60,12 +61,12 @@ void reportUnheardAnswer(const std::optional<kvl::Data>& /*body*/,
 // The body goes as it came, unless it is empty and somebody has asked what that means.
 void deliverAnswer(std::optional<kvl::Data> body, kvl::URLResponseRef response,
                    std::optional<kvl::Error> error, EmptyAnswer emptyAnswer,
-                   const FormDelivery& delivery) {
+                   FormDelivery delivery) {
   if (!error && emptyAnswer != EmptyAnswer::usual && kvl::encoding::isWithoutBody(body)) {
     body.reset();
     if (emptyAnswer == EmptyAnswer::error) error = kvl::encoding::emptyAnswerError();
   }
-  delivery.here(std::move(body), std::move(response), std::move(error));
+  std::move(delivery).here(std::move(body), std::move(response), std::move(error));
 }
 
 kvl::Array inputsOf(KVLEncoding::DictionaryOrNone form) {
@@ -103,14 +104,15 @@ kvl::Exchange KVLEncoding::submitForm(DictionaryOrNone form,
   if (method && !method->empty()) request.setMethod(upperCased(*method));
   kvl::urlloading::apply(options, request);
   if (!completionHandler) completionHandler = reportUnheardAnswer;
-  const FormDelivery delivery(std::move(completionHandler), options);
+  FormDelivery delivery(std::move(completionHandler), options);
+  const auto turn = delivery.turn();
   return kvl::encoding::startExchange(
-      session, request, delivery.turn(),
-      [delivery, emptyAnswer = options.emptyAnswer](std::optional<kvl::Data> body,
-                                                    kvl::URLResponseRef response,
-                                                    std::optional<kvl::Error> error) {
+      session, request, turn,
+      [delivery = std::move(delivery), emptyAnswer = options.emptyAnswer](
+          std::optional<kvl::Data> body, kvl::URLResponseRef response,
+          std::optional<kvl::Error> error) mutable {
         deliverAnswer(std::move(body), std::move(response), std::move(error), emptyAnswer,
-                      delivery);
+                      std::move(delivery));
       });
 }
 

@@ -35,28 +35,28 @@ using RootDelivery = kvl::encoding::Delivery<std::optional<kvl::Value>>;
 using EmptyAnswer = kvl::RequestOptions::EmptyAnswer;
 
 // Nothing is sent, and what comes of it may still be cancelled where it goes by a queue.
-kvl::Exchange reportUnencodable(const kvl::Error& error, bool isHeard,
-                                const RootDelivery& delivery) {
+kvl::Exchange reportUnencodable(const kvl::Error& error, bool isHeard, RootDelivery delivery) {
   if (!isHeard) {
     kvl::log(kvl::LogCategory::documents, kvl::LogLevel::warning, "error encoding root: %@", error);
     return {};
   }
-  delivery.here(std::nullopt, nullptr, error);
-  return kvl::encoding::exchangeWithoutTask(delivery.turn());
+  const auto turn = delivery.turn();
+  std::move(delivery).here(std::nullopt, nullptr, error);
+  return kvl::encoding::exchangeWithoutTask(turn);
 }
 
 void deliverRoot(const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
                  const std::optional<kvl::Error>& error, std::size_t maximumCells,
-                 EmptyAnswer emptyAnswer, const RootDelivery& delivery) {
-  if (error) return delivery.here(std::nullopt, response, error);
+                 EmptyAnswer emptyAnswer, RootDelivery delivery) {
+  if (error) return std::move(delivery).here(std::nullopt, response, error);
   const bool isEmpty = kvl::encoding::isWithoutBody(body);
   if (delivery.isCancelled() || (isEmpty && emptyAnswer != EmptyAnswer::error)) {
-    return delivery.here(std::nullopt, response, std::nullopt);
+    return std::move(delivery).here(std::nullopt, response, std::nullopt);
   }
   std::optional<kvl::Error> decodingError;
   auto root =
       kvl::encoding::rootFromBody(isEmpty ? std::nullopt : body, maximumCells, &decodingError);
-  delivery.here(std::move(root), response, std::move(decodingError));
+  std::move(delivery).here(std::move(root), response, std::move(decodingError));
 }
 
 void logAnswer(const kvl::URLResponseRef& response, const std::optional<kvl::Error>& error) {
@@ -86,19 +86,20 @@ kvl::Exchange KVLEncoding::submit(const kvl::Value& root, const RelativePath& re
   setHeaderToAcceptRoot(request);
   request.setMethod("POST");
   const bool isHeard = static_cast<bool>(completionHandler);
-  const RootDelivery delivery(std::move(completionHandler), options);
+  RootDelivery delivery(std::move(completionHandler), options);
+  const auto turn = delivery.turn();
   if (const auto error = encodeRoot(root, request)) {
-    return reportUnencodable(*error, isHeard, delivery);
+    return reportUnencodable(*error, isHeard, std::move(delivery));
   }
   kvl::urlloading::apply(options, request);
-  if (!isHeard) return submitUnheard(request, session, delivery.turn());
+  if (!isHeard) return submitUnheard(request, session, turn);
   return kvl::encoding::startExchange(
-      session, request, delivery.turn(),
-      [delivery, emptyAnswer = options.emptyAnswer,
+      session, request, turn,
+      [delivery = std::move(delivery), emptyAnswer = options.emptyAnswer,
        maximumCells = kvl::encoding::maximumCellsOf(session)](
           const std::optional<kvl::Data>& body, const kvl::URLResponseRef& response,
-          const std::optional<kvl::Error>& error) {
-        deliverRoot(body, response, error, maximumCells, emptyAnswer, delivery);
+          const std::optional<kvl::Error>& error) mutable {
+        deliverRoot(body, response, error, maximumCells, emptyAnswer, std::move(delivery));
       });
 }
 

@@ -25,16 +25,17 @@ using ImageDelivery = kvl::encoding::Delivery<std::shared_ptr<kvl::Image>>;
 // On the main queue, unless the transfer itself failed.
 void deliverDocument(const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
                      std::optional<kvl::Error> error, std::size_t maximumCells,
-                     EmptyAnswer emptyAnswer, const DocumentDelivery& delivery) {
-  if (error) return delivery.here(std::nullopt, std::move(response), std::move(error));
+                     EmptyAnswer emptyAnswer, DocumentDelivery delivery) {
+  if (error) return std::move(delivery).here(std::nullopt, std::move(response), std::move(error));
   const bool isEmpty = kvl::encoding::isWithoutBody(body);
   if (delivery.isCancelled() || (isEmpty && emptyAnswer == EmptyAnswer::none)) {
-    return delivery.onMainQueue(std::nullopt, std::move(response), std::nullopt);
+    return std::move(delivery).onMainQueue(std::nullopt, std::move(response), std::nullopt);
   }
   std::optional<kvl::Error> decodingError;
   auto document =
       kvl::encoding::rootFromBody(isEmpty ? std::nullopt : body, maximumCells, &decodingError);
-  delivery.onMainQueue(std::move(document), std::move(response), std::move(decodingError));
+  std::move(delivery).onMainQueue(std::move(document), std::move(response),
+                                  std::move(decodingError));
 }
 
 kvl::Error wrongDocumentError(const std::optional<kvl::Value>& document, std::string_view required,
@@ -68,16 +69,17 @@ std::optional<kvl::Error> emptyImageError(EmptyAnswer emptyAnswer) {
 // On the main queue, from whichever thread made the image.
 void deliverImage(const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
                   std::optional<kvl::Error> error, kvl::Size size, EmptyAnswer emptyAnswer,
-                  const ImageDelivery& delivery) {
+                  ImageDelivery delivery) {
   if (!body || delivery.isCancelled())
-    return delivery.onMainQueue(nullptr, std::move(response), std::move(error));
+    return std::move(delivery).onMainQueue(nullptr, std::move(response), std::move(error));
   if (body->empty() && emptyAnswer != EmptyAnswer::usual)
-    return delivery.onMainQueue(nullptr, std::move(response), emptyImageError(emptyAnswer));
+    return std::move(delivery).onMainQueue(nullptr, std::move(response),
+                                           emptyImageError(emptyAnswer));
   kvl::Image::imageWithData(
-      *body, [size, delivery, response = std::move(response),
+      *body, [size, delivery = std::move(delivery), response = std::move(response),
               error = std::move(error)](std::shared_ptr<kvl::Image> image) mutable {
         if (image) prepare(*image, response, size);
-        delivery.onMainQueue(std::move(image), std::move(response), std::move(error));
+        std::move(delivery).onMainQueue(std::move(image), std::move(response), std::move(error));
       });
 }
 
@@ -90,15 +92,16 @@ kvl::Exchange KVLEncoding::jsonFromSession(KVLSession& session, const RelativePa
   kvl::URLRequest request(relativePath.text());
   setHeaderToAcceptRoot(request);
   kvl::urlloading::apply(options, request);
-  const DocumentDelivery delivery(std::move(completionHandler), options);
+  DocumentDelivery delivery(std::move(completionHandler), options);
+  const auto turn = delivery.turn();
   return kvl::encoding::startExchange(
-      session, request, delivery.turn(),
-      [delivery, emptyAnswer = options.emptyAnswer,
-       maximumCells = kvl::encoding::maximumCellsOf(session)](const std::optional<kvl::Data>& body,
-                                                              kvl::URLResponseRef response,
-                                                              std::optional<kvl::Error> error) {
+      session, request, turn,
+      [delivery = std::move(delivery), emptyAnswer = options.emptyAnswer,
+       maximumCells = kvl::encoding::maximumCellsOf(session)](
+          const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
+          std::optional<kvl::Error> error) mutable {
         deliverDocument(body, std::move(response), std::move(error), maximumCells, emptyAnswer,
-                        delivery);
+                        std::move(delivery));
       });
 }
 
@@ -128,13 +131,15 @@ kvl::Exchange KVLEncoding::imageFromSession(KVLSession& session, const RelativeP
   request.setContentKind(kvl::ContentKind::image);
   kvl::urlloading::apply(options, request);
   kvl::interface::ImageDecoding::process().prepare();  // starts while the request is under way
-  const ImageDelivery delivery(std::move(completionHandler), options);
+  ImageDelivery delivery(std::move(completionHandler), options);
+  const auto turn = delivery.turn();
   return kvl::encoding::startExchange(
-      session, request, delivery.turn(),
-      [delivery, size, emptyAnswer = options.emptyAnswer](const std::optional<kvl::Data>& body,
-                                                          kvl::URLResponseRef response,
-                                                          std::optional<kvl::Error> error) {
-        deliverImage(body, std::move(response), std::move(error), size, emptyAnswer, delivery);
+      session, request, turn,
+      [delivery = std::move(delivery), size, emptyAnswer = options.emptyAnswer](
+          const std::optional<kvl::Data>& body, kvl::URLResponseRef response,
+          std::optional<kvl::Error> error) mutable {
+        deliverImage(body, std::move(response), std::move(error), size, emptyAnswer,
+                     std::move(delivery));
       });
 }
 

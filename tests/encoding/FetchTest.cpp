@@ -40,6 +40,19 @@ TEST_F(DocumentFetchTest, DocumentArrivesOnTheMainQueue) {
   EXPECT_EQ(outcome.error, std::nullopt);
 }
 
+// It may be for the main thread alone.
+TEST_F(DocumentFetchTest, WhatAHandlerHoldsGoesWhereItRan) {
+  auto held = std::make_shared<int>();
+  const std::weak_ptr<int> watched = held;
+  KVLEncoding::jsonFromSession(*session, RelativePath("a"),
+                               [held = std::move(held)](const auto&, const auto&, const auto&) {});
+  const auto loaders = task().takeHandler();
+  onAnotherThread([&] { loaders(kvl::Data::fromText("1"), responseWith(200), std::nullopt); });
+  EXPECT_FALSE(watched.expired());
+  runPendingMainBlocks();
+  EXPECT_TRUE(watched.expired()) << "the loader's thread would let go of it";
+}
+
 TEST_F(DocumentFetchTest, DocumentThatArrivesOnTheMainThreadTakesTheMainQueueToo) {
   fetch();
   answer("1");

@@ -33,6 +33,7 @@ class FakeDataTask final : public kvl::DataTask {
   void suspendDelivery() override { ++suspensions; }
   void resumeDelivery() override { --suspensions; }
 
+  [[nodiscard]] kvl::DataTaskHandler takeHandler() { return std::exchange(handler_, nullptr); }
   [[nodiscard]] bool hasHandler() const { return handler_ != nullptr; }
   void complete(const std::optional<kvl::Data>& data, const kvl::URLResponseRef& response,
                 const std::optional<kvl::Error>& error) {
