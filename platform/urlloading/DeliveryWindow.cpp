@@ -30,12 +30,18 @@ bool DeliveryWindow::resume() {
   const MutexLock lock(mutex_);
   if (suspensions_ == 0) return false;
   --suspensions_;
-  return suspensions_ == 0;
+  isResuming_ = suspensions_ == 0;
+  return isResuming_;
 }
 
 bool DeliveryWindow::isSuspended() const {
   const MutexLock lock(mutex_);
-  return suspensions_ > 0;
+  return suspensions_ > 0 || isResuming_;
+}
+
+void DeliveryWindow::noteResumed() {
+  const MutexLock lock(mutex_);
+  isResuming_ = false;
 }
 
 }  // namespace kvl::urlloading

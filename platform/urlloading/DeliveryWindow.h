@@ -25,13 +25,16 @@ class DeliveryWindow {
   void suspend();
   // True when the window is shut no more. It may be as full as before: the sender finds out.
   [[nodiscard]] bool resume();
+  // Also after that, until `noteResumed`: the sender does not know yet that its silence counts again.
   [[nodiscard]] bool isSuspended() const;
+  void noteResumed();
 
  private:
   const std::size_t limit_;
   mutable Mutex mutex_;
   std::size_t waiting_ KVL_GUARDED_BY(mutex_) = 0;
   std::size_t suspensions_ KVL_GUARDED_BY(mutex_) = 0;
+  bool isResuming_ KVL_GUARDED_BY(mutex_) = false;
   bool held_ KVL_GUARDED_BY(mutex_) = false;
 };
 

@@ -77,7 +77,9 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
       trace_(task_->taskIdentifier()),
       body_(task_->takeFraming()),
       maximumBody_(maximumBody(request_.contentKind(), configuration)),
-      end_(endOf(request_, configuration)) {}
+      end_(endOf(request_, configuration)) {
+  task_->noteDeliveryResumed();
+}
 
 Transfer::~Transfer() {
   closeFeed();
@@ -222,8 +224,11 @@ SteadyTime Transfer::deadline() const {
 }
 
 SteadyTime Transfer::idleDeadline() const {
-  if (paused_ || starved_ || deadlineSuspended_ || task_->isDeliverySuspended())
+  // A source is not waited for any more once the server has refused the body.
+  if (paused_ || (starved_ && !uploadGivenUp_) || deadlineSuspended_ ||
+      task_->isDeliverySuspended()) {
     return SteadyTime::max();
+  }
   return after(lastActivity_,
                request_.timeoutInterval().value_or(configuration_.timeoutIntervalForRequest));
 }

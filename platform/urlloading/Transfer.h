@@ -49,6 +49,7 @@ class Transfer final : private ChallengeSource {
   void waitForSlot() {
     adopt(nullptr);
     easy_.reset();
+    starved_ = false;
     noteActivity();
   }
   // The host can be reached, so that waiting for other exchanges with it is no silence of its own.

@@ -142,6 +142,7 @@ SteadyTime Transfer::nextFlush() const {
 
 void Transfer::unpause() {
   noteActivity();
+  task_->noteDeliveryResumed();
   if (std::exchange(paused_, false)) applyPauses(false);
 }
 

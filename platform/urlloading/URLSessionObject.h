@@ -104,6 +104,8 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   [[nodiscard]] bool isDeliverySuspended() const {
     return !wantsBodyInOnePiece() && window_.isSuspended();
   }
+  // After a resumption, once the time of silence has begun anew.
+  void noteDeliveryResumed() { window_.noteResumed(); }
   // From any thread: the body that is being sent goes on.
   void feedBody();
   // Hands over a piece of the body.

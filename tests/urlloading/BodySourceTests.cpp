@@ -297,6 +297,26 @@ TEST_F(BodySourceTest, ASourceThatCannotRewindFails) {
 }
 
 // A server that wants no more of the body, while the source has no more to give for now.
+TEST_F(BodySourceTest, ARefusedBodyWithoutALengthIsWaitedForNoLongerThanTheServer) {
+  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
+    static_cast<void>(readHead(client));
+    static_cast<void>(client.read(std::size_t{256} << 10));
+    client.write(httpResponse("too much", "413 Content Too Large", "Connection: close\r\n"));
+    while (!client.read(4096).empty()) continue;
+  });
+  const auto door = std::make_shared<Door>();
+  const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
+  source->said.reset();
+  source->onRead = [door](std::size_t given) {
+    if (given > 0) door->pass();
+  };
+  URLRequest patient = request(peer, source);
+  patient.setTimeoutInterval(std::chrono::milliseconds(200));
+  const Outcome outcome = load(*session, patient);
+  EXPECT_TRUE(outcome.text() == "too much" || outcome.code() == NSURLErrorTimedOut);
+  door->open();
+}
+
 TEST_F(BodySourceTest, ARefusalBeforeTheEndIsTaken) {
   struct Case {
     const char* fields;

@@ -258,8 +258,24 @@ TEST_F(StreamingTaskTest, ASuspendedTaskHasNoIdleTimeout) {
   measure.setTimeoutInterval(std::chrono::milliseconds(600));
   EXPECT_EQ(load(*session, measure).code(), NSURLErrorTimedOut);
   EXPECT_EQ(task->state(), DataTask::State::running);
+  const auto resumption = std::chrono::steady_clock::now();
   task->resumeDelivery();
   EXPECT_EQ(pieces.waitForEnd(), "end 200 -1001");
+  EXPECT_GE(std::chrono::steady_clock::now() - resumption, std::chrono::milliseconds(400));
+}
+
+TEST_F(StreamingTaskTest, ATaskThatWasResumedBeforeItBeganHasItsIdleTimeout) {
+  const TestTLSServer silent({.identity = &server()}, [](TestPeer& client) {
+    static_cast<void>(client.readRequest());
+    static_cast<void>(client.readRequest());
+  });
+  URLRequest request(silent.url("127.0.0.1"));
+  request.setTimeoutInterval(std::chrono::milliseconds(100));
+  const auto task = session->streamingTask(request, pieces.receiver());
+  task->suspendDelivery();
+  task->resumeDelivery();
+  task->resume();
+  EXPECT_EQ(pieces.waitForEnd(), "end none -1001");
 }
 
 TEST_F(StreamingTaskTest, ASuspendedTaskKeepsItsTotalTimeout) {
@@ -388,8 +404,11 @@ TEST(DeliveryWindowTest, ASuspendedWindowIsShutHoweverFewWait) {
   EXPECT_FALSE(window.isOpen(0));
   EXPECT_TRUE(window.resume());
   EXPECT_TRUE(window.isOpen(0));
+  EXPECT_TRUE(window.isSuspended()) << "the sender has not been told";
+  window.noteResumed();
   EXPECT_FALSE(window.isSuspended());
   EXPECT_FALSE(window.resume());
+  EXPECT_FALSE(window.isSuspended());
 }
 
 }  // namespace
