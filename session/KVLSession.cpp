@@ -214,9 +214,10 @@ std::shared_ptr<KVLNotary> KVLSession::notary() const {
 }
 void KVLSession::setNotary(std::shared_ptr<KVLNotary> notary) {
   auto& self = *implementation_;
+  std::shared_ptr<KVLNotary> before;  // may go here, once the lock has been given back
   const kvl::MutexLock lock(self.notaryMutex);
   if (self.usesNotary) notary->addUser();
-  const auto before = self.notary.exchange(std::move(notary));
+  before = self.notary.exchange(std::move(notary));
   if (self.usesNotary) before->removeUser();
 }
 

@@ -51,6 +51,27 @@ TEST_F(SessionReferencesTest, ASessionMayGoInsideItsOwnTimer) {
   EXPECT_TRUE(watch.expired());
 }
 
+// A host's own notary may do what it likes as it goes.
+TEST_F(SessionReferencesTest, ANotaryThatIsReplacedGoesWithNoLockHeld) {
+  class Ending final : public KVLNotary {
+   public:
+    explicit Ending(std::weak_ptr<KVLSession> ended)
+        : KVLNotary(WithoutKeys{}), ended_(std::move(ended)) {}
+    Ending(const Ending&) = delete;
+    Ending& operator=(const Ending&) = delete;
+    ~Ending() override {
+      if (const auto session = ended_.lock()) session->end();
+    }
+    void notariseWithCompletionHandler(CompletionHandler) override {}
+
+   private:
+    const std::weak_ptr<KVLSession> ended_;
+  };
+  session->setNotary(std::make_shared<Ending>(session));
+  session->setNotary(notary);
+  EXPECT_TRUE(session->isEnded());
+}
+
 TEST_F(SessionReferencesTest, ARequestKeepsTheSession) {
   std::optional<kvl::Error> received;
   session->request(kvl::URLRequest("a"), [&](auto&&, auto&&, std::optional<kvl::Error> error) {
