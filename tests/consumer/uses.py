@@ -61,7 +61,9 @@ class Uses:
         self.unused_templates = []
 
     def take(self, declaration, scope):
-        if declaration.get("isImplicit") or is_hidden(declaration):
+        # A macro of Qt declares the latter and defines it nowhere.
+        if (declaration.get("isImplicit") or is_hidden(declaration) or
+                declaration.get("name", "").startswith("qt_check_for_")):
             return
         kind = declaration["kind"]
         name = declaration.get("name", "")
