@@ -248,11 +248,18 @@ TEST_F(EventSequenceTest, OtherCoroutinesMayDestroyItWhereItsEventsArrive) {
 
 TEST_F(EventSequenceTest, HoldsItsSessionOnlyWhileANextWaits) {
   auto sequence = awaitable::events(*session);
-  receive("a");
+  auto taking = takeOne(sequence, taken);
+  taking.start();
+  const std::shared_ptr<kvl::URLSession> stays = loader;
+  const auto stream = streamTask();
   const auto watch = release();
   loader->dropTasks();
+  ASSERT_FALSE(watch.expired()) << "the next that waits has lost its session";
+  watch.lock()->didReceiveData(*stays, stream, kvl::Data::fromText("event: a\n\n"));
+  runPendingMainBlocks();
+  EXPECT_EQ(taken, "a");
   EXPECT_TRUE(watch.expired());
-  take(sequence, 2);
+  take(sequence, 1);
   EXPECT_EQ(taken, "a.");
 }
 
