@@ -25,7 +25,8 @@ class DeliveryWindow {
   void suspend();
   // True when the window is shut no more. It may be as full as before: the sender finds out.
   [[nodiscard]] bool resume();
-  // Also after that, until `noteResumed`: the sender does not know yet that its silence counts again.
+  // Also after that, until `noteResumed`: the sender does not know yet that its silence counts
+  // again.
   [[nodiscard]] bool isSuspended() const;
   void noteResumed();
 
