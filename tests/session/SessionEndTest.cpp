@@ -120,6 +120,16 @@ TEST_F(SessionEndTest, WhileANotarisationCompletes) {
   EXPECT_EQ(notary->calls(), 1U);
 }
 
+TEST_F(SessionEndTest, InTheMiddleOfAnEstablishment) {
+  create();
+  session->setEventStreamSource("events");
+  *made = [this](auto&&...) { session->end(); };
+  notary->answer(signatureEnding(queue->wallTime().adding(1000)));
+  expectEnded();
+  EXPECT_EQ(session->lastError(), std::nullopt);
+  *made = nullptr;
+}
+
 // The completion has looked whether the session has ended, and goes on.
 TEST_F(SessionEndTest, WhileAFailedNotarisationIsLogged) {
   create();

@@ -236,6 +236,7 @@ TEST_F(SessionKeysTest, WhileTheNotaryIsAskedTheyStay) {
   AwaitedEnd end;
   notary->whenAsked = [&] {
     session->end(end.handler());
+    session->end();
     EXPECT_EQ(lookups->waiting(), 0U);
   };
   session->enqueueNotarisation();
