@@ -98,8 +98,8 @@ TEST_F(DownloadTest, MovesTheFileAtTheEnd) {
   });
   fill(target, "old");
   auto pending = start(server);
-  ASSERT_TRUE(waitUntil([this] { return names().size() == 2; }));
-  EXPECT_TRUE(names()[0].starts_with(".file.")) << names()[0];
+  const bool isBeside = waitUntil([this] { return names().size() == 2; });
+  EXPECT_TRUE(isBeside && names()[0].starts_with(".file."));
   EXPECT_EQ(contentOf(target), "old");
   hasLooked.set_value();
   const auto result = pending.result.get();
@@ -293,6 +293,27 @@ TEST_F(DownloadTest, IsCancelledWhileItIsMoved) {
   }
   EXPECT_GE(cancelled, 1);
   EXPECT_LE(cancelled, 40);
+}
+
+// The service has said all, and the disk has not taken it yet.
+TEST_F(DownloadTest, IsCancelledAfterTheAnswer) {
+  const TestTLSServer server({}, answering(httpResponse("new")));
+  fill(target, "old");
+  auto disk = std::make_optional<SlowDisk>();
+  auto pending = start(server);
+  const bool hasAnswer = waitUntil([&] {
+    const auto task = pending.exchange.task();
+    return task && task->state() == kvl::DataTask::State::completed;
+  });
+  EXPECT_TRUE(hasAnswer);
+  EXPECT_FALSE(pending.exchange.isOver());
+  pending.exchange.cancel();
+  disk.reset();
+  const auto result = pending.result.get();
+  EXPECT_TRUE(result.error && result.error->is(kvl::NSURLErrorDomain, kvl::NSURLErrorCancelled));
+  EXPECT_FALSE(result.file);
+  EXPECT_EQ(contentOf(target), "old");
+  EXPECT_EQ(names(), (std::vector<std::string>{"file"}));
 }
 
 TEST_F(DownloadTest, DestroyedFromItsOwnHandler) {

@@ -25,12 +25,13 @@ from mutations import mutations_of
 # The test programs of a folder, the quickest first; FILTER stands behind a colon.
 PROGRAMS = {
     "session": ["kvl_session_tests"],
-    "notary": ["kvl_notary_tests"],
+    "notary": ["kvl_notary_tests", "kvl_session_tests:SessionKeys*"],
     "eventstream": ["kvl_eventstream_tests", "kvl_session_tests"],
     "encoding": ["kvl_encoding_tests"],
     "presentation": ["kvl_presentation_tests"],
-    "platform/core": ["kvl_core_tests", "kvl_dispatch_tests", "kvl_serialisation_tests"],
-    "platform/dispatch": ["kvl_dispatch_tests", "kvl_session_tests"],
+    "platform/core": ["kvl_core_tests", "kvl_dispatch_tests", "kvl_serialisation_tests", "kvl_formatting_tests",
+                      "kvl_encoding_tests:InputFile*", "kvl_urlloading_tests:FileBody*"],
+    "platform/dispatch": ["kvl_dispatch_tests", "kvl_session_tests", "kvl_encoding_tests:Await*"],
     "platform/environment": ["kvl_environment_tests"],
     "platform/formatting": ["kvl_formatting_tests"],
     "platform/interface": ["kvl_image_protocol_tests", "kvl_image_client_tests", "kvl_interface_tests", "kvl_binding_tests", "kvl_image_tests",
