@@ -125,8 +125,8 @@ class FakeCopy:
         return self.runs.pop(0)
 
 
-class FakeFault:
-    name, folder, tests = "fault", "notary", None
+class FakeFault:  # of a folder with one test program
+    name, folder, tests = "fault", "encoding", None
 
     def apply(self, copy):
         copy.has_fault = True
