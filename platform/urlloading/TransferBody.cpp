@@ -1,4 +1,5 @@
 // The bodies of a transfer, in both directions.
+#include "platform/core/ASCII.h"
 #include "platform/core/CallbackBoundary.h"
 #include "platform/urlloading/Transfer.h"
 
