@@ -203,6 +203,9 @@ struct KVLSession::Implementation {
   void establish(KVLSession& owner, const KVLNotarySignature& received, KVLEventStreamState& stream)
       KVL_REQUIRES(kvl::session::streamMonitor, kvl::session::sessionMonitor);
   void disestablish(KVLSession& owner) KVL_REQUIRES(kvl::session::sessionMonitor);
+  // In the section of the outcome: another notarisation may establish the session right behind it.
+  void noteFailure(KVLSession& owner, const kvl::Error& error)
+      KVL_REQUIRES(kvl::session::sessionMonitor);
   void tellWaiters(const std::optional<kvl::Error>& failure);
   void showFailure(const kvl::Error& error, std::chrono::seconds delay);
   [[nodiscard]] std::shared_ptr<kvl::DispatchQueue> timerQueue() const;
