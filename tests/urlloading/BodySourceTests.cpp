@@ -232,6 +232,34 @@ TEST_F(BodySourceTest, ACancelDuringAReadWaitsForNothing) {
   while (!watched.expired()) std::this_thread::yield();
 }
 
+// The read of the first goes on when the second one's head has long arrived.
+TEST_F(BodySourceTest, IsSentAgainAfterACancelDuringARead) {
+  const auto source = std::make_shared<TextSource>(mixedText(10'000));
+  std::atomic<bool> hasComeAgain = false;
+  const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
+    if (readHead(client).starts_with("POST /again ")) hasComeAgain = true;
+    client.write(httpResponse(client.read(source->text.size())));
+  });
+  const auto door = std::make_shared<Door>();
+  source->onRead = [door](std::size_t) { door->pass(); };
+  OutcomeBox box;
+  const auto task = session->dataTask(request(peer, source), box.handler());
+  task->resume();
+  while (source->reads == 0) std::this_thread::yield();
+  task->cancel();
+  EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+  URLRequest again(peer.url("127.0.0.1", "/again"));
+  again.setMethod("POST");
+  again.setBodySource(source);
+  OutcomeBox second;
+  session->dataTask(again, second.handler())->resume();
+  while (!hasComeAgain) std::this_thread::yield();
+  EXPECT_EQ(source->reads, 1);
+  door->open();
+  EXPECT_EQ(second.wait().text(), source->text);
+  EXPECT_EQ(source->rewinds, 1);
+}
+
 TEST_F(BodySourceTest, AReadCancelsItsOwnTask) {
   const TestTLSServer peer({.identity = &server()}, returning);
   const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
@@ -294,6 +322,8 @@ TEST_F(BodySourceTest, ASourceThatCannotRewindFails) {
   const auto source = std::make_shared<TextSource>("some body");
   source->canRewind = false;
   EXPECT_EQ(send(peer, source).code(), NSURLErrorRequestBodyStreamExhausted);
+  const TestTLSServer other({.identity = &server()}, returning);
+  EXPECT_EQ(send(other, source).code(), NSURLErrorRequestBodyStreamExhausted);
 }
 
 // A server that wants no more of the body, while the source has no more to give for now.
@@ -405,6 +435,14 @@ class FileBodyTest : public BodySourceTest {
 TEST_F(FileBodyTest, SendsWhatTheFileHolds) {
   const TestTLSServer peer({}, returning);
   EXPECT_TRUE(send(peer, fileBody(path)).text().ends_with("\r\n\r\n0123456789"));
+}
+
+TEST_F(FileBodyTest, TheSameRequestIsSentTwice) {
+  const TestTLSServer peer({}, returning);
+  const URLRequest twice = request(peer, fileBody(path));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_TRUE(load(*session, twice).text().ends_with("\r\n\r\n0123456789"));
+  }
 }
 
 TEST_F(FileBodyTest, BeginsAtTheDescriptorsOffsetAndLeavesIt) {
