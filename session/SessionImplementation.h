@@ -8,6 +8,7 @@
 #include "platform/urlloading/BodyFraming.h"
 #include "session/Ending.h"
 #include "session/EstablishmentWaiters.h"
+#include "session/EventHold.h"
 #include "session/Monitors.h"
 #include "session/PendingTimers.h"
 
@@ -163,8 +164,7 @@ struct KVLSession::Implementation {
   // A renewed stream comes on another queue than the one before, whose last events are still first.
   kvl::session::DeliveryOrder deliveries;
   kvl::session::EventObservers eventObservers;
-  // Changed under the stream's monitor.
-  std::atomic<int> eventHolds = 0;
+  kvl::session::EventHold eventHold;
   kvl::session::DrainingSessions draining;
   mutable kvl::session::EstablishmentWaiters waiters{observerQueue};
   // Completions of notarisations that run: what they change is told when they are through.
