@@ -114,9 +114,11 @@ ContentDelivery::Handler handlerOf(KVLEncoding::DownloadHandler handler) {
   };
 }
 
+// A part of the document, as a host's own `Range` field brings it, would pass for the whole.
 bool isSuccess(const kvl::URLResponseRef& response) {
+  constexpr int kPartialContent = 206;
   const auto status = response ? response->httpStatusCode : std::nullopt;
-  return !status || (*status >= 200 && *status < 300);
+  return !status || (*status >= 200 && *status < 300 && *status != kPartialContent);
 }
 
 // One download. The task's receiver keeps it; what it does with the file happens on a queue of its

@@ -17,7 +17,7 @@ void EventBuffer::add(const std::vector<Event>& events) {
     for (const auto& event : events) push(event);
     waiter = takeWaiter();
     if (waiter) first = takeFirst();
-    if (limits_.overflow == EventLimits::Overflow::hold && isFull()) wantsHold_ = true;
+    wantHoldIfFull();
   }
   settleHold();
   if (waiter) (*waiter)(std::move(first));
@@ -39,11 +39,29 @@ void EventBuffer::close() {
   std::deque<Event> dropped;
   {
     const kvl::MutexLock lock(mutex_);
+    isClosed_ = true;
     dropped.swap(events_);
     sizes_.clear();
     bytes_ = 0;
   }
   end();
+}
+
+void EventBuffer::giveBack(Event event) {
+  std::shared_ptr<Waiter> waiter;
+  std::optional<Event> first;
+  {
+    const kvl::MutexLock lock(mutex_);
+    if (isClosed_) return;
+    sizes_.push_front(event->textSize());
+    bytes_ += sizes_.front();
+    events_.push_front(std::move(event));
+    waiter = takeWaiter();
+    if (waiter) first = takeFirst();
+    wantHoldIfFull();
+  }
+  settleHold();
+  if (waiter) (*waiter)(std::move(first));
 }
 
 void EventBuffer::next(const std::shared_ptr<Waiter>& waiter) {
@@ -83,6 +101,10 @@ void EventBuffer::push(const Event& event) {
   while (events_.size() > 1 && (events_.size() > limits_.most || bytes_ > limits_.bytes)) {
     (void)takeFirst();
   }
+}
+
+void EventBuffer::wantHoldIfFull() {
+  if (limits_.overflow == EventLimits::Overflow::hold && !isOver_ && isFull()) wantsHold_ = true;
 }
 
 bool EventBuffer::isFull() const {

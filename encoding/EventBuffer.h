@@ -31,6 +31,8 @@ class EventBuffer {
   void end();
   // The same, and what waits is dropped.
   void close();
+  // Takes an event back that its waiter has no use for: it is the next one again.
+  void giveBack(Event event);
   // Calls `waiter` once, now or later. One that waits already gets none.
   void next(const std::shared_ptr<Waiter>& waiter);
 
@@ -38,6 +40,7 @@ class EventBuffer {
   [[nodiscard]] std::shared_ptr<Waiter> takeWaiter() KVL_REQUIRES(mutex_);
   [[nodiscard]] Event takeFirst() KVL_REQUIRES(mutex_);
   void push(const Event& event) KVL_REQUIRES(mutex_);
+  void wantHoldIfFull() KVL_REQUIRES(mutex_);
   [[nodiscard]] bool isFull() const KVL_REQUIRES(mutex_);
   [[nodiscard]] bool isAlmostEmpty() const KVL_REQUIRES(mutex_);
   void settleHold();
@@ -50,6 +53,7 @@ class EventBuffer {
   std::size_t bytes_ KVL_GUARDED_BY(mutex_) = 0;
   std::weak_ptr<Waiter> waiter_ KVL_GUARDED_BY(mutex_);
   bool isOver_ KVL_GUARDED_BY(mutex_) = false;
+  bool isClosed_ KVL_GUARDED_BY(mutex_) = false;
   bool wantsHold_ KVL_GUARDED_BY(mutex_) = false;
   bool isHeld_ KVL_GUARDED_BY(mutex_) = false;
   bool isSettling_ KVL_GUARDED_BY(mutex_) = false;

@@ -1,6 +1,7 @@
 // How the outcome of a fetch or submission gets to its handler.
 #pragma once
 
+#include "platform/core/ProcessExit.h"
 #include "platform/urlloading/ExchangeState.h"
 
 #include <local/KVLEncoding.h>
@@ -50,6 +51,7 @@ class Delivery {
             std::optional<Error> error) {
     queue->async([delivery = std::move(*this), result = std::move(result),
                   response = std::move(response), error = std::move(error)]() mutable {
+      const core::QueuedDelivery queued;
       delivery.call(std::move(result), std::move(response), std::move(error));
     });
   }

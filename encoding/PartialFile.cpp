@@ -21,10 +21,25 @@ constexpr std::size_t kRandomLetters = 6;
 // The longest name of a file has 255 bytes; a cut one leaves room for the rest.
 constexpr std::size_t kLongestShownName = 200;
 
+constexpr std::size_t kLongestContinuation = 3;
+
+// Some file systems take whole characters only.
+std::string_view shownPart(std::string_view name) {
+  constexpr unsigned kMask = 0xc0;
+  constexpr unsigned kContinuation = 0x80;
+  if (name.size() <= kLongestShownName) return name;
+  std::size_t size = kLongestShownName;
+  while (size > kLongestShownName - kLongestContinuation &&
+         (static_cast<unsigned char>(name[size]) & kMask) == kContinuation) {
+    --size;
+  }
+  return name.substr(0, size);
+}
+
 std::string nameBeside(std::string_view name) {
   constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyz0123456789";
   const core::ByteSource random = core::StrongRandom();
-  std::string text = "." + std::string(name.substr(0, kLongestShownName)) + ".";
+  std::string text = "." + std::string(shownPart(name)) + ".";
   for (std::size_t i = 0; i < kRandomLetters; ++i)
     text += kLetters[core::uniformDraw(kLetters.size(), random)];
   return text;

@@ -21,14 +21,19 @@ void NotaryKeys::doWithout() {
 }
 
 void NotaryKeys::make() {
-  {
-    MutexLock lock(mutex_);
-    while (phase_ == Phase::making || phase_ == Phase::removing) changed_.wait(lock);
-    if (phase_ == Phase::ready) return;
-    phase_ = Phase::making;
+  while (beginMaking()) {
+    produce();
+    finishMaking();
   }
-  produce();
-  finishMaking();
+}
+
+// Keys that are there or being made may be removed before anybody has seen them.
+bool NotaryKeys::beginMaking() {
+  MutexLock lock(mutex_);
+  while (phase_ == Phase::making || phase_ == Phase::removing) changed_.wait(lock);
+  if (phase_ == Phase::ready || isClosed_) return false;
+  phase_ = Phase::making;
+  return true;
 }
 
 void NotaryKeys::makeInBackground() {

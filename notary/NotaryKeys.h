@@ -55,6 +55,8 @@ class NotaryKeys : public std::enable_shared_from_this<NotaryKeys> {
  private:
   enum class Phase { none, making, ready, removing };
 
+  // Waits until nothing is under way. False when there is nothing to make.
+  [[nodiscard]] bool beginMaking();
   void startMaking() KVL_REQUIRES(mutex_);
   void startRemoving() KVL_REQUIRES(mutex_);
   [[nodiscard]] bool isWanted();

@@ -170,7 +170,7 @@ std::shared_ptr<kvl::DataTask> KVLSession::Implementation::startTask(
           });
     }
     auto task = carrier->dataTask(copy);
-    if (framing && eventHolds > 0) task->suspendDelivery();
+    if (framing) eventHold.add(task);
     kvl::urlloading::setBodyFraming(*task, std::move(framing));
     return task;
   });

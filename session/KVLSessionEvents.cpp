@@ -117,12 +117,5 @@ kvl::Observation KVLSession::observeEvents(
 
 // A stream that is opened meanwhile begins held.
 void KVLSession::holdEvents(bool hold) {
-  auto& self = *implementation_;
-  const auto stream = self.eventStream.get();
-  const StreamSection section(stream);
-  const int before = self.eventHolds.fetch_add(hold ? 1 : -1);
-  const auto task = stream->task();
-  if (!task) return;
-  if (hold && before == 0) task->suspendDelivery();
-  if (!hold && before == 1) task->resumeDelivery();
+  implementation_->eventHold.change(hold);
 }

@@ -74,11 +74,7 @@ void KVLSession::Implementation::completeNotarisation(
   auto delay = limits.defaultDelay;
   if (error) {
     kvl::log(kvl::LogCategory::session, kvl::LogLevel::error, "notarisation error: %@", *error);
-    const bool recoverable = isRecoverableError(error);
-    if (recoverable) delay = limits.recoverableDelay;
-    setLastError(error);
-    owner->setState(recoverable ? KVLSessionStateRecovering : KVLSessionStateDisconnected);
-    showFailure(*error, delay);
+    if (isRecoverableError(error)) delay = limits.recoverableDelay;
   } else if (const auto expires = received ? received->expires() : std::nullopt) {
     delay = renewalDelay(expires->secondsSince(environment->now())).value_or(delay);
   }
@@ -102,7 +98,16 @@ bool KVLSession::Implementation::takeOutcome(KVLSession& owner,
   } else {
     disestablish(owner);
   }
+  if (error) noteFailure(owner, *error);
   return true;
+}
+
+void KVLSession::Implementation::noteFailure(KVLSession& owner, const kvl::Error& error) {
+  const auto& limits = environment->limits;
+  const bool recoverable = isRecoverableError(error);
+  setLastError(error);
+  owner.setState(recoverable ? KVLSessionStateRecovering : KVLSessionStateDisconnected);
+  showFailure(error, recoverable ? limits.recoverableDelay : limits.defaultDelay);
 }
 
 void KVLSession::Implementation::tellWaiters(const std::optional<kvl::Error>& failure) {

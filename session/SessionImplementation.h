@@ -8,6 +8,7 @@
 #include "platform/urlloading/BodyFraming.h"
 #include "session/Ending.h"
 #include "session/EstablishmentWaiters.h"
+#include "session/EventHold.h"
 #include "session/Monitors.h"
 #include "session/PendingTimers.h"
 
@@ -163,8 +164,7 @@ struct KVLSession::Implementation {
   // A renewed stream comes on another queue than the one before, whose last events are still first.
   kvl::session::DeliveryOrder deliveries;
   kvl::session::EventObservers eventObservers;
-  // Changed under the stream's monitor.
-  std::atomic<int> eventHolds = 0;
+  kvl::session::EventHold eventHold;
   kvl::session::DrainingSessions draining;
   mutable kvl::session::EstablishmentWaiters waiters{observerQueue};
   // Completions of notarisations that run: what they change is told when they are through.
@@ -203,6 +203,9 @@ struct KVLSession::Implementation {
   void establish(KVLSession& owner, const KVLNotarySignature& received, KVLEventStreamState& stream)
       KVL_REQUIRES(kvl::session::streamMonitor, kvl::session::sessionMonitor);
   void disestablish(KVLSession& owner) KVL_REQUIRES(kvl::session::sessionMonitor);
+  // In the section of the outcome: another notarisation may establish the session right behind it.
+  void noteFailure(KVLSession& owner, const kvl::Error& error)
+      KVL_REQUIRES(kvl::session::sessionMonitor);
   void tellWaiters(const std::optional<kvl::Error>& failure);
   void showFailure(const kvl::Error& error, std::chrono::seconds delay);
   [[nodiscard]] std::shared_ptr<kvl::DispatchQueue> timerQueue() const;

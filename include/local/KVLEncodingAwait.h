@@ -110,7 +110,11 @@ class Rendezvous : public std::enable_shared_from_this<Rendezvous<Result>> {
     phase_.compare_exchange_strong(expected, Phase::suspended);
     return true;
   }
-  [[nodiscard]] Result take() { return std::move(*result_); }
+  [[nodiscard]] Result take() {
+    isTaken_ = true;
+    return std::move(*result_);
+  }
+  [[nodiscard]] bool isTaken() const noexcept { return isTaken_; }
 
   // What the operation has started, and how a task ends it that goes away meanwhile. Let go of when
   // nobody waits any more.
@@ -182,6 +186,7 @@ class Rendezvous : public std::enable_shared_from_this<Rendezvous<Result>> {
   std::atomic<Phase> phase_ = Phase::starting;
   bool arrivedWhileStarting_ = false;  // the starting thread's alone
   std::optional<Result> result_;
+  bool isTaken_ = false;
 
   kvl::Mutex mutex_;
   std::function<void()> end_ KVL_GUARDED_BY(mutex_);

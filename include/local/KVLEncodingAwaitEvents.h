@@ -53,8 +53,9 @@ class KVL_EXPORT EventSequence {
   ~EventSequence();  ///< as `close`
 
   /// The next event: one that waits, else the next that comes. None when the session has ended and
-  /// nothing waits any more, and once the sequence is closed. Another `next` that waits already
-  /// gets none.
+  /// nothing waits any more, and once the sequence is closed or moved from. Another `next` that
+  /// waits already gets none. An event whose `next` is cancelled before it goes on is the next
+  /// one's.
   [[nodiscard]] Operation<std::optional<std::shared_ptr<KVLEvent>>> next();
 
   /// Ends the sequence: what waits is dropped, a held stream is read on, and a `next` that waits

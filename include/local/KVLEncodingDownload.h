@@ -21,7 +21,8 @@ struct DownloadResult {
   /// The whole answer, at the place that was asked for, as an absolute path.
   std::optional<std::filesystem::path> file;
   kvl::URLResponseRef response;
-  /// Of an answer whose status is not 200 to 299: the first 64 KiB of what the service says.
+  /// Of an answer whose status is not 200 to 299, or is 206, a part: the first 64 KiB of what the
+  /// service says.
   std::optional<kvl::Data> body;
   std::optional<kvl::Error> error;
 };

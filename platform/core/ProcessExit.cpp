@@ -137,6 +137,10 @@ ThreadWork::~ThreadWork() {
   if (--ownWorks == 0) --state().works;
 }
 
+QueuedDelivery::QueuedDelivery() noexcept {
+  if (blocks > 0 && thisThread() != getpid()) work_.emplace();
+}
+
 LibraryUse::LibraryUse() noexcept {
   prepareForExit();
   ExitState& all = state();

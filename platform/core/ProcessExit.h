@@ -6,6 +6,8 @@
 // has not begun never begins.
 #pragma once
 
+#include <optional>
+
 namespace kvl::core {
 
 // Whether the process has begun to exit. Static objects of other libraries may be gone.
@@ -42,6 +44,19 @@ class ThreadWork {
 
  private:
   const RunningBlock block_;
+};
+
+// A delivery on a queue of the host's choice: `ThreadWork` on a thread of ours. On the main thread
+// and on threads of the host's own it does nothing, since the host may wait for those at its exit.
+class QueuedDelivery {
+ public:
+  QueuedDelivery() noexcept;
+  ~QueuedDelivery() = default;
+  QueuedDelivery(const QueuedDelivery&) = delete;
+  QueuedDelivery& operator=(const QueuedDelivery&) = delete;
+
+ private:
+  std::optional<ThreadWork> work_;
 };
 
 // A call into a library that does not survive the exit. False while the process exits: then the

@@ -1,3 +1,4 @@
+#include "platform/core/ProcessExit.h"
 #include "platform/dispatch/MainLoop.h"
 
 #include <local/platform/Task.h>
@@ -17,7 +18,10 @@ void kvl::detail::TaskScope::start(std::function<void()> finish) noexcept {
 }
 
 void kvl::detail::TaskScope::arrive(std::coroutine_handle<> innermost) {
-  home_->async([self = shared_from_this(), innermost] { self->goOn(innermost); });
+  home_->async([self = shared_from_this(), innermost] {
+    const core::QueuedDelivery queued;
+    self->goOn(innermost);
+  });
 }
 
 // A task that awaits another and one that ends come back here rather than resume each other, so

@@ -14,10 +14,7 @@ constexpr std::size_t kMostBlocks = 2;
 }  // namespace
 
 BodyFeed::BodyFeed(std::shared_ptr<BodySource> source, std::function<void()> whenReady)
-    : source_(std::move(source)),
-      whenReady_(std::move(whenReady)),
-      queue_(DispatchQueue::serial("korvale.local.body")),
-      length_(source_->length()) {}
+    : source_(std::move(source)), whenReady_(std::move(whenReady)), length_(source_->length()) {}
 
 BodyFeed::~BodyFeed() = default;
 
@@ -91,7 +88,7 @@ void BodyFeed::workUnlessWorking() {
     if (working_ || nextStep() == Step::none) return;
     working_ = true;
   }
-  queue_->async([self = shared_from_this()] { self->work(); });
+  source_->use_->queue->async([self = shared_from_this()] { self->work(); });
 }
 
 void BodyFeed::work() {
@@ -102,8 +99,8 @@ void BodyFeed::work() {
     {
       const MutexLock lock(mutex_);
       // A rewound source has nothing yet.
-      wasStarved =
-          !rewinding_ && (!blocks_.empty() || ended_ || failed_) && std::exchange(starved_, false);
+      wasStarved = !rewinding_ && (!blocks_.empty() || ended_ || failed_ || length_ == read_) &&
+                   std::exchange(starved_, false);
     }
     if (wasStarved) whenReady_();
   }
@@ -119,6 +116,9 @@ bool BodyFeed::workOnce() {
     working_ = step != Step::none;
   }
   if (step == Step::none) return false;
+  const bool isFirst = !std::exchange(hasSource_, true);
+  // Another feed has left it somewhere.
+  if (isFirst && std::exchange(source_->use_->hasBegun, true)) step = Step::rewind;
   step == Step::read ? read(size) : rewindSource();
   return true;
 }

@@ -14,10 +14,17 @@
 #include <span>
 #include <vector>
 
+// What the feeds of one source share: a call that a cancelled task has left behind must end before
+// the next task's begin.
+struct kvl::BodySource::Use {
+  const std::shared_ptr<DispatchQueue> queue = DispatchQueue::serial("korvale.local.body");
+  bool hasBegun = false;  // on the queue
+};
+
 namespace kvl::urlloading {
 
-// Reads ahead, two blocks at most, on a queue of its own. Thread-safe; the transfer lets go of it
-// at any time without waiting, and a call of the source that is under way comes to nothing.
+// Reads ahead, two blocks at most, on the queue of its source. Thread-safe; the transfer lets go of
+// it at any time without waiting, and a call of the source that is under way comes to nothing.
 class BodyFeed : public std::enable_shared_from_this<BodyFeed> {
  public:
   // `whenReady` is called on the queue after `take` found nothing: it has something now.
@@ -60,9 +67,9 @@ class BodyFeed : public std::enable_shared_from_this<BodyFeed> {
 
   const std::shared_ptr<BodySource> source_;
   const std::function<void()> whenReady_;
-  const std::shared_ptr<DispatchQueue> queue_;
   const std::optional<std::uint64_t> length_;
 
+  bool hasSource_ = false;  // on the queue
   mutable Mutex mutex_;
   std::deque<std::vector<std::uint8_t>> blocks_ KVL_GUARDED_BY(mutex_);
   std::size_t takenOfFront_ KVL_GUARDED_BY(mutex_) = 0;

@@ -1,4 +1,5 @@
 #include "platform/core/FileContent.h"
+#include "platform/urlloading/BodyFeed.h"
 
 #include <local/platform/BodySource.h>
 
@@ -37,6 +38,7 @@ class FileBody final : public BodySource {
 
 }  // namespace
 
+BodySource::BodySource() : use_(std::make_shared<Use>()) {}
 BodySource::~BodySource() = default;
 
 std::shared_ptr<BodySource> fileBody(int descriptor, std::optional<Error>* error) {

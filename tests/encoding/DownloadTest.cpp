@@ -234,6 +234,36 @@ TEST_F(DownloadTest, TheLongestNameWillDo) {
   EXPECT_EQ(names().size(), 1U);
 }
 
+TEST_F(DownloadTest, ALongNameIsCutBetweenCharacters) {
+  std::promise<void> hasLooked;
+  const TestTLSServer server({}, [&](TestPeer& peer) {
+    (void)peer.readRequest();
+    peer.write(headOf(4) + "ha");
+    hasLooked.get_future().wait();
+    peer.write("lf");
+  });
+  const std::string beginning(199, 'n');
+  target = folder / (beginning + "\u00e4\u00e4");
+  auto pending = start(server);
+  EXPECT_TRUE(waitUntil([this] { return names().size() == 1; }));
+  EXPECT_TRUE(names()[0].starts_with("." + beginning + ".")) << names()[0];
+  hasLooked.set_value();
+  EXPECT_EQ(pending.result.get().file, target);
+}
+
+TEST_F(DownloadTest, APartIsNotTakenForTheWhole) {
+  fill(target, "old");
+  const TestTLSServer server(
+      {}, answering(httpResponse("part", "206 Partial Content", "Content-Range: bytes 0-3/9\r\n")));
+  DownloadOptions options;
+  options.headers.set("Range", "bytes=0-3");
+  const auto result = download(server, options);
+  EXPECT_FALSE(result.error);
+  EXPECT_FALSE(result.file);
+  EXPECT_EQ(result.body ? result.body->text() : "", "part");
+  EXPECT_EQ(contentOf(target), "old");
+}
+
 TEST_F(DownloadTest, AnEmptyAnswerIsWhatTheOptionsSay) {
   const TestTLSServer server({}, answering(httpResponse("")));
   DownloadOptions options;

@@ -234,6 +234,55 @@ TEST_F(EventSequenceTest, DestroyedWhileNextWaitsLosesNoEvent) {
   EXPECT_EQ(taken, "a");
 }
 
+// The event has left the buffer, and waits for its turn on the main queue.
+TEST_F(EventSequenceTest, CancelledBeforeItGoesOnLosesNoEvent) {
+  auto sequence = awaitable::events(*session);
+  {
+    auto taking = takeOne(sequence, taken);
+    taking.start();
+    receive("ab");
+  }
+  {
+    auto takingAtOnce = takeOne(sequence, taken);
+    takingAtOnce.start();
+  }
+  runPendingMainBlocks();
+  EXPECT_EQ(taken, "");
+  take(sequence, 2);
+  EXPECT_EQ(taken, "ab");
+}
+
+TEST_F(EventSequenceTest, ItsEventIsForWhoeverWaitsByThen) {
+  auto sequence = awaitable::events(*session, {.most = 1});
+  std::string first;
+  auto late = takeOne(sequence, taken);
+  {
+    auto early = takeOne(sequence, first);
+    early.start();
+    receive("a");
+    late.start();
+  }
+  runPendingMainBlocks();
+  EXPECT_EQ(first + taken, "a");
+  EXPECT_EQ(holds(), 0);
+  {
+    auto cancelled = takeOne(sequence, taken);
+    cancelled.start();
+    receive("b");
+    sequence.close();
+  }
+  take(sequence, 1);
+  EXPECT_EQ(taken, "a.") << "an event has come back into a closed sequence";
+}
+
+TEST_F(EventSequenceTest, MovedFromItGivesNone) {
+  auto sequence = awaitable::events(*session);
+  const auto moved = std::move(sequence);
+  receive("a");
+  take(sequence, 1);  // NOLINT(bugprone-use-after-move)
+  EXPECT_EQ(taken, ".");
+}
+
 TEST_F(EventSequenceTest, OtherCoroutinesMayDestroyItWhereItsEventsArrive) {
   auto sequence = std::make_optional(awaitable::events(*session));
   [](std::optional<EventSequence>& events, std::string& text) -> Detached {

@@ -60,6 +60,8 @@ INSTANTIATE_TEST_SUITE_P(
                     ExitCase{"Quickly", {"quick"}, ""},
                     ExitCase{"FromMainWithASlowStatic", {"main", "300"}, "torn down\n"},
                     ExitCase{"FromAHandlerWithASlowStatic", {"handler", "300"}, "torn down\n"},
+                    ExitCase{"WithHandlersAndCoroutinesOnQueues", {"queues", "50"}, "torn down\n"},
+                    ExitCase{"WhileItsSessionEnds", {"ending", "50"}, "torn down\n"},
                     ExitCase{"WithAStaticThatUsesTheLibrary",
                              {"main", "50", "use"},
                              "not loaded\ntorn down\n"}),

@@ -1,5 +1,6 @@
 // A host that exits while its session is busy. The arguments say from where, with what threads
 // under way, and how long its static objects take to go.
+#include <local/KVLEncodingAwait.h>
 #include <local/local.h>
 
 #include <atomic>
@@ -10,12 +11,14 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace {
 
 constexpr int kStatus = 7;
 constexpr int kLoads = 12;
 constexpr std::size_t kReaders = 4;
+constexpr std::chrono::milliseconds kHandling{5};
 
 std::atomic<int> deliveries = 0;
 
@@ -45,6 +48,7 @@ struct Global {
   // From the moment when the first static object goes nothing is delivered any more.
   std::atomic<bool> isGoing = false;
   std::shared_ptr<KVLSession> session;
+  std::vector<kvl::Task<>> followers;
 };
 Global global;
 
@@ -73,7 +77,58 @@ void received(bool exits) {
     static const Later later;
     std::exit(kStatus);
   }
-  load(exits);
+  if (!global.session->isEnded()) load(exits);
+}
+
+// What a host does with a document on a queue of its own. Others wait behind it.
+void handle() {
+  if (global.isGoing) std::cout << "late" << std::endl;
+  std::this_thread::sleep_for(kHandling);
+  ++deliveries;
+}
+
+void fetch(const std::shared_ptr<kvl::DispatchQueue>& queue) {
+  kvl::RequestOptions options;
+  options.queue = queue;
+  KVLEncoding::jsonFromSession(
+      *global.session, KVLEncoding::RelativePath("menu"),
+      [queue](auto&&...) {
+        handle();
+        fetch(queue);
+      },
+      options);
+}
+
+kvl::Task<> follow() {
+  const kvl::URLRequest menu("menu");
+  for (;;) {
+    static_cast<void>(co_await KVLEncoding::awaitable::request(*global.session, menu));
+    handle();
+  }
+}
+
+// Returns when the first of many who wait for the end has been told.
+void endSession() {
+  constexpr int kHandlers = 30;
+  const auto told = std::make_shared<kvl::Semaphore>();
+  for (int i = 0; i < kHandlers; ++i) {
+    global.session->end([told](auto&&...) {
+      handle();
+      told->signal();
+    });
+  }
+  told->wait();
+}
+
+// Handlers and coroutines by the dozen, each kind on a queue of the framework's.
+void fetchOnQueues() {
+  const auto handlers = kvl::DispatchQueue::serial("handlers");
+  const auto home = kvl::DispatchQueue::serial("home");
+  for (int i = 0; i < kLoads; ++i) {
+    fetch(handlers);
+    global.followers.push_back(follow().on(home));
+    global.followers.back().start();
+  }
 }
 
 // Reads documents on a thread of its own for as long as there are threads.
@@ -133,6 +188,7 @@ int main(int count, char** arguments) {
   global.session->setEventStreamSource("feed?interval=1");
   const bool exits = from == "handler";
   for (int i = 0; i < kLoads; ++i) load(exits);
+  if (from == "queues") fetchOnQueues();
   const auto readers = kvl::DispatchQueue::concurrent("readers");
   for (std::size_t i = 0; i < kReaders; ++i) readers->async([=] { read(readers, 100 + i); });
   while (deliveries < 2 * kLoads || exits)
@@ -142,6 +198,7 @@ int main(int count, char** arguments) {
     std::thread([] { std::exit(kStatus); }).detach();
     std::this_thread::sleep_for(std::chrono::seconds(60));
   }
+  if (from == "ending") endSession();
   static const Later later;
   return kStatus;
 }

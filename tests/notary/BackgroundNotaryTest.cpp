@@ -1,4 +1,5 @@
 // A notary whose keys are made on a thread of the framework's.
+#include "notary/NotaryKeys.h"
 #include "platform/security/Operations.h"
 #include "tests/notary/NotaryFixture.h"
 #include "tests/notary/OwnKeys.h"
@@ -9,6 +10,7 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 
 namespace kvltest {
 namespace {
@@ -118,6 +120,23 @@ TEST_F(BackgroundNotaryTest, FailsAsTheOtherDoes) {
   EXPECT_EQ(answered, std::vector{1});
   EXPECT_TRUE(script.request.empty());
   EXPECT_FALSE(notary->hasKeys());
+}
+
+// The last session ends while somebody makes the keys and waits for them.
+TEST_F(BackgroundNotaryTest, WhoeverWaitsHasKeysThatAreRemovedMeanwhileMadeAgain) {
+  const auto keys = std::make_shared<kvl::notary::NotaryKeys>(
+      surroundings(store, kvl::Environment::processLookupQueue()));
+  kvl::Semaphore areRemoved;
+  keys->addUser();
+  bool hasEnded = false;
+  store->whenAKeyIsStored = [&] {
+    if (std::exchange(hasEnded, true)) return;
+    keys->endUser([&](auto&&...) { areRemoved.signal(); });
+  };
+  keys->make();
+  ASSERT_TRUE(areRemoved.waitFor(std::chrono::seconds(60)));
+  EXPECT_NE(keys->publicKey.get(), nullptr);
+  EXPECT_TRUE(areKeysStored());
 }
 
 TEST_F(BackgroundNotaryTest, DestroyedBeforeTheyAreMadeItLeavesNone) {

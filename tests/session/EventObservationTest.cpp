@@ -152,6 +152,20 @@ TEST_F(EventHoldTest, WithoutAStreamTheHoldIsKeptForTheNext) {
   session->holdEvents(false);
 }
 
+// A host's own stream state leaves the task of the one before running.
+TEST_F(EventHoldTest, AStreamThatIsReplacedMeanwhileIsLetGoOfAsWell) {
+  const auto before = loader->tasks().back();
+  session->holdEvents(true);
+  EXPECT_EQ(before->suspensions, 1);
+  session->setEventStream(std::make_shared<KVLEventStreamState>());
+  session->setEventStreamSource("others");
+  ASSERT_NE(loader->tasks().back(), before);
+  EXPECT_EQ(suspensions(), 1);
+  session->holdEvents(false);
+  EXPECT_EQ(before->suspensions, 0) << "it keeps its connection for good";
+  EXPECT_EQ(suspensions(), 0);
+}
+
 // A real stream that brings as much as it is allowed to.
 class HeldStreamTest : public SessionFixture {
  protected:

@@ -65,6 +65,24 @@ TEST_F(SessionLifecycleTest, EachHTTPSSessionObjectGetsTheConfigurationAndTheSes
   EXPECT_EQ(configurations.size(), 2U);
 }
 
+// The completion of the failure has given its monitors back, and goes on.
+TEST_F(SessionLifecycleTest, ASuccessRightBehindAFailureIsNotUndone) {
+  create();
+  establish();  // nothing is logged about the source after that
+  session->enqueueNotarisation();
+  const auto before = kvl::setLogSink([this](std::string_view line) {
+    if (!line.starts_with("notarisation error: ")) return;
+    session->enqueueNotarisation();
+    notary->answer(signatureEnding(queue->wallTime().adding(1000)));
+  });
+  notary->answer(nullptr, recoverableError());
+  kvl::setLogSink(before);
+  EXPECT_NE(session->signature(), nullptr);
+  EXPECT_EQ(session->state(), KVLSessionStateEstablished);
+  EXPECT_EQ(session->lastError(), std::nullopt);
+  EXPECT_EQ(session->progress()->localizedDescription(), "Established");
+}
+
 TEST_F(SessionLifecycleTest, ProgressBeginsWithTheLocalSocketWithoutAPath) {
   create();
   EXPECT_EQ(session->progress()->state(),

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -94,6 +95,37 @@ TEST_F(BodyFeedTest, ARewindDuringAReadForgetsWhatThatGives) {
   EXPECT_FALSE(feed->hasBegun());
   door.open();
   EXPECT_EQ(drain(*feed, *ready, 10'000), source->text);
+  EXPECT_EQ(source->rewinds, 1);
+}
+
+TEST_F(BodyFeedTest, AnEmptySourceIsOverOnceItIsRewound) {
+  const auto source = std::make_shared<TextSource>("");
+  Door door;
+  source->onRewind = [&] { door.pass(); };
+  const auto feed = feedOf(source);
+  feed->rewind();
+  std::uint8_t byte = 0;
+  std::size_t count = 0;
+  EXPECT_EQ(feed->take({&byte, 1}, count), urlloading::BodyFeed::State::starved);
+  door.open();
+  ASSERT_TRUE(ready->waitFor(std::chrono::seconds(20))) << "nobody hears that there is nothing";
+  EXPECT_EQ(drain(*feed, *ready, 1), "");
+}
+
+TEST_F(BodyFeedTest, TheNextOneBeginsAnewAfterTheCallsOfTheOneBefore) {
+  const auto source = std::make_shared<TextSource>(mixedText(100'000));
+  Door door;
+  source->onRead = [&](std::size_t) { door.pass(); };
+  const auto before = feedOf(source);
+  std::vector<std::uint8_t> room(1000);
+  std::size_t count = 0;
+  EXPECT_EQ(before->take(room, count), urlloading::BodyFeed::State::starved);
+  while (source->callers == 0) std::this_thread::yield();
+  before->close();
+  const auto after = feedOf(source);
+  EXPECT_EQ(after->take(room, count), urlloading::BodyFeed::State::starved);
+  door.open();
+  EXPECT_EQ(drain(*after, *ready, 10'000), source->text);
   EXPECT_EQ(source->rewinds, 1);
 }
 

@@ -1,10 +1,8 @@
 // Bodies that are read from a source while they are sent.
+#include "tests/urlloading/BodySourceFixture.h"
 #include "tests/urlloading/TextSource.h"
-#include "tests/urlloading/URLSessionFixture.h"
 
 #include <local/platform/Atomic.h>
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
@@ -38,29 +36,6 @@ std::string readChunks(TestPeer& peer) {
     const std::string chunk = peer.read(size + 2);
     if (size == 0) return content;
     content += chunk.substr(0, size);
-  }
-}
-
-class BodySourceTest : public URLSessionTest {
- protected:
-  [[nodiscard]] static URLRequest request(const TestTLSServer& peer,
-                                          std::shared_ptr<BodySource> source,
-                                          std::string_view method = "POST") {
-    URLRequest made(peer.url("127.0.0.1"));
-    made.setMethod(method);
-    made.setBodySource(std::move(source));
-    return made;
-  }
-  [[nodiscard]] Outcome send(const TestTLSServer& peer, std::shared_ptr<BodySource> source) {
-    return load(*session, request(peer, std::move(source)));
-  }
-};
-
-// Answers each request with its own text.
-void returning(TestPeer& peer) {
-  for (;;) {
-    const std::string request = peer.readRequest();
-    if (request.empty() || !peer.write(httpResponse(request))) return;
   }
 }
 
@@ -232,6 +207,34 @@ TEST_F(BodySourceTest, ACancelDuringAReadWaitsForNothing) {
   while (!watched.expired()) std::this_thread::yield();
 }
 
+// The read of the first goes on when the second one's head has long arrived.
+TEST_F(BodySourceTest, IsSentAgainAfterACancelDuringARead) {
+  const auto source = std::make_shared<TextSource>(mixedText(10'000));
+  std::atomic<bool> hasComeAgain = false;
+  const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
+    if (readHead(client).starts_with("POST /again ")) hasComeAgain = true;
+    client.write(httpResponse(client.read(source->text.size())));
+  });
+  const auto door = std::make_shared<Door>();
+  source->onRead = [door](std::size_t) { door->pass(); };
+  OutcomeBox box;
+  const auto task = session->dataTask(request(peer, source), box.handler());
+  task->resume();
+  while (source->reads == 0) std::this_thread::yield();
+  task->cancel();
+  EXPECT_EQ(box.wait().code(), NSURLErrorCancelled);
+  URLRequest again(peer.url("127.0.0.1", "/again"));
+  again.setMethod("POST");
+  again.setBodySource(source);
+  OutcomeBox second;
+  session->dataTask(again, second.handler())->resume();
+  while (!hasComeAgain) std::this_thread::yield();
+  EXPECT_EQ(source->reads, 1);
+  door->open();
+  EXPECT_EQ(second.wait().text(), source->text);
+  EXPECT_EQ(source->rewinds, 1);
+}
+
 TEST_F(BodySourceTest, AReadCancelsItsOwnTask) {
   const TestTLSServer peer({.identity = &server()}, returning);
   const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
@@ -259,16 +262,6 @@ TEST_F(BodySourceTest, TheSessionObjectGoesDuringARead) {
   EXPECT_TRUE(box.wait().text().ends_with(source->text));
 }
 
-// Reads the body of the first request, redirects it with this status and returns the second.
-TestTLSServer::Handler redirecting(std::string status) {
-  return [status = std::move(status)](TestPeer& client) {
-    static_cast<void>(client.readRequest());
-    client.write(httpResponse("elsewhere", status, "Location: /b\r\n"));
-    client.write(httpResponse(client.readRequest()));
-    static_cast<void>(client.readRequest());
-  };
-}
-
 TEST_F(BodySourceTest, ARedirectRewinds) {
   for (const std::string status : {"307 Temporary Redirect", "308 Permanent Redirect"}) {
     const TestTLSServer peer({.identity = &server()}, redirecting(status));
@@ -294,6 +287,8 @@ TEST_F(BodySourceTest, ASourceThatCannotRewindFails) {
   const auto source = std::make_shared<TextSource>("some body");
   source->canRewind = false;
   EXPECT_EQ(send(peer, source).code(), NSURLErrorRequestBodyStreamExhausted);
+  const TestTLSServer other({.identity = &server()}, returning);
+  EXPECT_EQ(send(other, source).code(), NSURLErrorRequestBodyStreamExhausted);
 }
 
 // A server that wants no more of the body, while the source has no more to give for now.
@@ -391,59 +386,6 @@ TEST_F(BodySourceTest, BodyAndSourceReplaceEachOther) {
   both.setBody(Data::fromText("body"));
   EXPECT_FALSE(both.bodySource());
   EXPECT_TRUE(both.body());
-}
-
-class FileBodyTest : public BodySourceTest {
- protected:
-  FileBodyTest() { std::ofstream(path) << "0123456789"; }
-  ~FileBodyTest() override { std::filesystem::remove(path); }
-
-  const std::filesystem::path path =
-      std::filesystem::temp_directory_path() / ("kvl-file-body-" + std::to_string(getpid()));
-};
-
-TEST_F(FileBodyTest, SendsWhatTheFileHolds) {
-  const TestTLSServer peer({}, returning);
-  EXPECT_TRUE(send(peer, fileBody(path)).text().ends_with("\r\n\r\n0123456789"));
-}
-
-TEST_F(FileBodyTest, BeginsAtTheDescriptorsOffsetAndLeavesIt) {
-  const TestTLSServer peer({}, redirecting("307 Temporary Redirect"));
-  FILE* file = fopen(path.c_str(), "re");
-  ASSERT_EQ(lseek(fileno(file), 4, SEEK_SET), 4);
-  const auto source = fileBody(fileno(file));
-  ASSERT_TRUE(source);
-  EXPECT_EQ(source->length(), 6U);
-  EXPECT_TRUE(send(peer, source).text().ends_with("\r\n\r\n456789"));
-  EXPECT_EQ(lseek(fileno(file), 0, SEEK_CUR), 4);
-  fclose(file);
-}
-
-TEST_F(FileBodyTest, AFileThatGrowsIsSentAsItWas) {
-  const TestTLSServer peer({}, returning);
-  const auto source = fileBody(path);
-  std::ofstream(path, std::ios::app) << "more";
-  EXPECT_TRUE(send(peer, source).text().ends_with("\r\n\r\n0123456789"));
-}
-
-TEST_F(FileBodyTest, AFileThatShrinksIsAnError) {
-  const TestTLSServer peer({}, returning);
-  const auto source = fileBody(path);
-  std::filesystem::resize_file(path, 5);
-  const Outcome outcome = send(peer, source);
-  ASSERT_TRUE(outcome.error);
-  EXPECT_TRUE(outcome.error->is(NSCocoaErrorDomain, NSFileReadUnknownError));
-}
-
-TEST_F(FileBodyTest, WhatIsNoRegularFileIsRefused) {
-  std::optional<Error> error;
-  EXPECT_FALSE(fileBody(path.parent_path(), &error));
-  EXPECT_TRUE(error && error->is(NSPOSIXErrorDomain, EINVAL));
-  EXPECT_FALSE(fileBody(path / "none", &error));
-  EXPECT_TRUE(error && error->is(NSPOSIXErrorDomain, ENOTDIR));
-  EXPECT_FALSE(fileBody(-1, &error));
-  EXPECT_TRUE(error && error->is(NSPOSIXErrorDomain, EBADF));
-  EXPECT_FALSE(fileBody(std::filesystem::path("/dev/null")));
 }
 
 }  // namespace

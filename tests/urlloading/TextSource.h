@@ -60,6 +60,7 @@ class TextSource final : public BodySource {
   bool rewind() override {
     EXPECT_EQ(callers, 0);
     ++rewinds;
+    if (onRewind) onRewind();
     given = 0;
     return canRewind;
   }
@@ -71,6 +72,7 @@ class TextSource final : public BodySource {
   std::optional<std::size_t> failsAt;
   bool canRewind = true;
   std::function<void(std::size_t given)> onRead;
+  std::function<void()> onRewind;
 
   std::atomic<std::size_t> given = 0;
   std::atomic<int> reads = 0;

@@ -13,9 +13,12 @@
 #include <span>
 
 namespace kvl {
+namespace urlloading {
+class BodyFeed;
+}
 
 /// Where the body of a request comes from when it is not in memory. Used by one task at a time,
-/// from its first byte on: a source that has been read from is rewound before it serves another.
+/// from its first byte on: a source that another task has used is rewound before it is read.
 ///
 /// `read` and `rewind` come on worker threads, one call at a time, with none of the framework's
 /// locks held, and may wait for as long as they like: the request's idle time-out stands still
@@ -23,6 +26,7 @@ namespace kvl {
 /// for it, and makes no other.
 class KVL_EXPORT BodySource {
  public:
+  BodySource();
   virtual ~BodySource();
 
   /// The number of bytes from the first on; absent when it is not known, and the body is then sent
@@ -36,9 +40,14 @@ class KVL_EXPORT BodySource {
   [[nodiscard]] virtual std::size_t read(std::span<std::uint8_t> room,
                                          std::optional<Error>* error) = 0;
 
-  /// Goes back to the first byte, for a redirect that repeats the body. False when that cannot be
-  /// done: the request then fails with `NSURLErrorRequestBodyStreamExhausted`.
+  /// Goes back to the first byte, for another task or a redirect that repeats the body. False when
+  /// that cannot be done: the request then fails with `NSURLErrorRequestBodyStreamExhausted`.
   [[nodiscard]] virtual bool rewind() = 0;
+
+ private:
+  friend class urlloading::BodyFeed;
+  struct Use;
+  std::shared_ptr<Use> use_;
 };
 
 /// A source of what a regular file holds now. Null with an error in `NSPOSIXErrorDomain` when it
