@@ -5,6 +5,7 @@
 
 #include <QDesktopServices>
 #include <QSignalSpy>
+#include <QWebEngineSettings>
 
 namespace {
 
@@ -99,6 +100,9 @@ TEST_F(PageOriginTest, AddressesOfOtherSchemesOpenNoProgram) {
   QObject::connect(&opener, &kvl::qt::PageRelay::linkChosen,
                    [&](const QUrl& url) { opened.append(url.toString()); });
   QDesktopServices::setUrlHandler(QStringLiteral("kvltest"), &opener, "linkChosen");
+  relay.reset();
+  profile.settings()->setUnknownUrlSchemePolicy(QWebEngineSettings::AllowAllUnknownUrlSchemes);
+  relay = std::make_unique<kvl::qt::PageRelay>(session, profile);
   ASSERT_TRUE(showAndSettle("<a id=a href='kvltest:away'>away</a>"));
   QSignalSpy finished(page.get(), &QWebEnginePage::loadFinished);
   run(QStringLiteral("document.getElementById('a').click()"));
