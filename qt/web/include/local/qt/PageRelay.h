@@ -24,9 +24,9 @@ namespace kvl::qt {
 /// the page. A document that the service means to be kept as a file (`Content-Disposition:
 /// attachment`) is refused. What WebRTC connects to is not kept from a page's scripts.
 ///
-/// What a page has not:
+/// What a page has not, or not as elsewhere:
 ///
-/// - cookies in scripts (those of HTTP work, in the session), and workers of any kind;
+/// - cookies in scripts (those of HTTP work, in the session), and workers;
 /// - ranges of a body, bodies of more than 16 MiB to send, and the progress of sending one;
 /// - `sendBeacon`, and the coordinates of an image that submits a form;
 /// - of `fetch`: answers before they are complete, `Response.url`, and the options about redirects;
