@@ -29,7 +29,7 @@ class Window final : public QMainWindow {
     setCentralWidget(view_);
     resize(kWidth, kHeight);
     connect(&page_, &QWebEnginePage::titleChanged, this, &QWidget::setWindowTitle);
-    connect(&relay_, &kvl::qt::PageRelay::linkChosen, this, &QDesktopServices::openUrl);
+    connect(&relay_, &kvl::qt::PageRelay::linkChosen, this, &Window::openElsewhere);
     connect(&relay_, &kvl::qt::PageRelay::requestFailed, this,
             [this](const QString& path, const QString& why) {
               statusBar()->showMessage(path + QStringLiteral(": ") + why);
@@ -45,6 +45,12 @@ class Window final : public QMainWindow {
   }
 
  private:
+  // What a page names may be any program's address: a browser's only.
+  static void openElsewhere(const QUrl& url) {
+    if (url.scheme() == QLatin1String("https") || url.scheme() == QLatin1String("http"))
+      QDesktopServices::openUrl(url);
+  }
+
   void keepPicture(const QString& file) {
     connect(&page_, &QWebEnginePage::loadFinished, this, [this, file](bool isShown) {
       QTimer::singleShot(kDrawing, this, [this, file, isShown] {

@@ -20,15 +20,13 @@ constexpr std::chrono::seconds kFormLife{10};
 constexpr std::size_t kMostForms = 4;
 constexpr std::size_t kMostHeads = 256;
 
-QByteArray mediaType(const QByteArray& contentType) {
-  return contentType.split(';').constFirst().trimmed().toLower();
-}
-
 QString withoutFragment(const QString& address) {
   return QUrl(address).toString(QUrl::FullyEncoded | QUrl::RemoveFragment);
 }
 
-bool isForPages(std::string_view name) {
+// A script that is given a field that HTTP forbids cannot make its answer of the others either.
+bool isForPages(std::string_view name, std::string_view value) {
+  if (!isSendableHeaderField(name, value)) return false;
   const auto lower =
       QByteArray::fromRawData(name.data(), static_cast<qsizetype>(name.size())).toLower();
   return lower != "set-cookie" && lower != "set-cookie2";
@@ -39,6 +37,10 @@ QString textOf(std::string_view text) {
 }
 
 }  // namespace
+
+QByteArray kindOf(const QByteArray& value) {
+  return value.split(';').constFirst().trimmed().toLower();
+}
 
 std::optional<QByteArray> bodyOfField(const QByteArray& base64) {
   const auto result =
@@ -56,7 +58,7 @@ bool HandedForms::add(const QByteArray& json) {
   for (const auto value : object[QLatin1String("bodies")].toArray()) {
     const auto body = value.toObject();
     const auto bytes = bodyOfField(body[QLatin1String("bytes")].toString().toLatin1());
-    if (!bytes) return false;
+    if (!bytes) continue;  // the form may be sent in another encoding
     form.bodies.append({body[QLatin1String("type")].toString().toLatin1(), *bytes});
   }
   if (form.addresses.isEmpty() || form.bodies.isEmpty()) return false;
@@ -76,7 +78,7 @@ std::optional<PageRequestBody> HandedForms::take(const QString& address, const Q
   const Form form = std::move(*found);
   forms_.erase(found);
   for (const auto& body : form.bodies)
-    if (mediaType(body.type) == mediaType(type)) return body;
+    if (kindOf(body.type) == kindOf(type)) return body;
   return std::nullopt;
 }
 
@@ -84,7 +86,7 @@ void AnswerHeads::add(const QByteArray& number, const URLResponse& head) {
   const auto status = head.httpStatusCode.value_or(0);
   QJsonArray fields;
   for (const auto& [name, value] : head.headers)
-    if (isForPages(name)) fields.append(QJsonArray{textOf(name), textOf(value)});
+    if (isForPages(name, value)) fields.append(QJsonArray{textOf(name), textOf(value)});
   const QJsonObject object{{QStringLiteral("status"), status},
                            {QStringLiteral("reason"), textOf(localizedStringForStatusCode(status))},
                            {QStringLiteral("fields"), fields}};

@@ -18,13 +18,17 @@ struct PageRequestBody {
   QByteArray bytes;
 };
 
+// A field's value without its parameters, in small letters.
+[[nodiscard]] QByteArray kindOf(const QByteArray& value);
+
 // The body in a field of the script's; none when it is none or too large.
 [[nodiscard]] std::optional<QByteArray> bodyOfField(const QByteArray& base64);
 
 // Forms that a page is about to submit. GUI thread.
 class HandedForms {
  public:
-  // As the script writes it. False for anything else, or more than is allowed; it is dropped then.
+  // As the script writes it, without the encodings that are too large. False for anything else, or
+  // when nothing is left; it is dropped then.
   [[nodiscard]] bool add(const QByteArray& json);
   // The newest body for this address, in the encoding of this content type, taken out.
   [[nodiscard]] std::optional<PageRequestBody> take(const QString& address, const QByteArray& type);

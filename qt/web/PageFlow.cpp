@@ -62,10 +62,13 @@ BodyReceiver PageFlow::receiver() {
 }
 
 void PageFlow::setTask(const std::shared_ptr<DataTask>& task) {
+  bool isLetGo = false;
   {
     const MutexLock lock(mutex_);
-    if (listener_ != nullptr && !news_.isOver) task_ = task;
+    isLetGo = listener_ == nullptr;
+    if (!isLetGo && !news_.isOver) task_ = task;
   }
+  if (isLetGo && task) task->cancel();
   applyHold();
 }
 

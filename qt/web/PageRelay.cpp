@@ -10,6 +10,7 @@
 #include <QWebEngineProfile>
 #include <QWebEngineScript>
 #include <QWebEngineScriptCollection>
+#include <QWebEngineSettings>
 #include <QWebEngineUrlRequestInfo>
 #include <QWebEngineUrlRequestInterceptor>
 #include <QWebEngineUrlRequestJob>
@@ -67,7 +68,9 @@ class Interceptor final : public QWebEngineUrlRequestInterceptor {
       return info.block(true);
     // A page that is left for nothing stays as it is.
     info.redirect(inRelay(QUrl(QStringLiteral("/")), kElsewhereHost));
-    if (info.navigationType() == QWebEngineUrlRequestInfo::NavigationTypeLink) linkChosen_(url);
+    if (info.navigationType() != QWebEngineUrlRequestInfo::NavigationTypeLink) return;
+    const auto chosen = linkChosen_;  // the host may destroy the relay
+    chosen(url);
   }
 
  private:
@@ -142,6 +145,8 @@ class PageRelay::Implementation {
     profile.installUrlSchemeHandler(kPageScheme, &handler_);
     profile.setUrlRequestInterceptor(&interceptor_);
     profile.scripts()->insert(relayScript());
+    // The engine would hand addresses of schemes that it does not know to the desktop.
+    profile.settings()->setUnknownUrlSchemePolicy(QWebEngineSettings::DisallowUnknownUrlSchemes);
   }
 
   ~Implementation() {

@@ -79,6 +79,20 @@ std::string_view fieldOf(const URLResponse& head, std::string_view name) {
   return head.headers.find(name).value_or(std::string_view());
 }
 
+QByteArray bytesOf(std::string_view text) {
+  return {text.data(), static_cast<qsizetype>(text.size())};
+}
+
+bool isEventStream(const URLResponse& head) {
+  return kindOf(bytesOf(fieldOf(head, "Content-Type"))) == "text/event-stream";
+}
+
+// What is not known counts as a file too (RFC 6266, 4.2).
+bool isFileToKeep(const URLResponse& head) {
+  const auto kind = kindOf(bytesOf(fieldOf(head, "Content-Disposition")));
+  return !kind.isEmpty() && kind != "inline";
+}
+
 bool mayHaveBody(const std::string& method) {
   return method != "GET" && method != "HEAD" && method != "DELETE" && method != "OPTIONS";
 }
@@ -102,7 +116,7 @@ PageRequest::PageRequest(PageSurroundings& surroundings, QWebEngineUrlRequestJob
       flow_(std::make_shared<PageFlow>(*this)) {
   connect(&job, &QObject::destroyed, this, [this] {
     const QPointer<PageRequest> self(this);
-    if (!isFailed_) tellEnd();
+    if (!isOver_) tellEnd();
     delete self.data();
   });
 }
@@ -176,7 +190,7 @@ bool PageRequest::event(QEvent* event) {
 // Whatever ends the job may destroy this object.
 void PageRequest::goOn() {
   const auto news = flow_->news();
-  if (!job_ || isFailed_) return;
+  if (!job_ || isOver_) return;
   if (news.isReady && !isSent_) return send();
   if (!body_) {
     if (news.head) return answer(*news.head);
@@ -191,28 +205,29 @@ void PageRequest::answer(const URLResponse& head) {
   if (const auto why = refusal(head); !why.isEmpty()) return fail(why);
   if (isDocument() &&
       placeOf(head.url) !=
-          placeOf(URLRequest(referenceOf(address_)).url()->resolvedAgainst(head.url)))
+          placeOf(URLRequest(referenceOf(address_)).url()->resolvedAgainst(head.url))) {
+    isOver_ = true;
+    flow_->letGo();
     return job_->redirect(addressAt(head.url));
+  }
   if (const auto number = field(kNumberField); !number.isNull())
     surroundings_.heads.add(number, head);
   const auto type = fieldOf(head, "Content-Type");
-  isStream_ = type.starts_with("text/event-stream");
+  isStream_ = isEventStream(head);
   if (isStream_) ++surroundings_.streams;
   body_ = new PageBody(flow_);
   connect(job_, &QObject::destroyed, body_, &QObject::deleteLater);
   // Nothing is to be guessed from the bytes.
-  job_->reply(type.empty() ? QByteArray("application/octet-stream")
-                           : QByteArray(type.data(), static_cast<qsizetype>(type.size())),
-              body_);
+  job_->reply(type.empty() ? QByteArray("application/octet-stream") : bytesOf(type), body_);
 }
 
 QString PageRequest::refusal(const URLResponse& head) const {
   if (!isOfService(*surroundings_.session, head.url)) return tr("the answer came from elsewhere");
+  if (isDocument() && isFileToKeep(head)) return tr("the answer is a file to keep, not a page");
   if (isDocument() && !surroundings_.showsPagesWithPolicies &&
       head.headers.find("Content-Security-Policy"))
     return tr("the page has a content policy, which cannot be kept");
-  if (fieldOf(head, "Content-Type").starts_with("text/event-stream") &&
-      surroundings_.streams >= kMostStreams)
+  if (isEventStream(head) && surroundings_.streams >= kMostStreams)
     return tr("the pages have too many event streams");
   return {};
 }
@@ -222,7 +237,7 @@ bool PageRequest::isDocument() const {
 }
 
 void PageRequest::fail(const QString& why) {
-  isFailed_ = true;
+  isOver_ = true;
   flow_->letGo();
   const QPointer<PageRequest> self(this);
   if (job_) job_->fail(QWebEngineUrlRequestJob::RequestFailed);

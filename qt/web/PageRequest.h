@@ -36,6 +36,8 @@ struct PageSurroundings {
 
 // Lives as long as the job; destroyed earlier, it fails the job. GUI thread.
 class PageRequest final : public QObject {
+  Q_OBJECT
+
  public:
   // @pre the job is for the service, and by somebody who may ask it
   PageRequest(PageSurroundings& surroundings, QWebEngineUrlRequestJob& job, QObject* parent);
@@ -69,7 +71,7 @@ class PageRequest final : public QObject {
   QPointer<PageBody> body_;
   bool isStream_ = false;
   bool isSent_ = false;
-  bool isFailed_ = false;
+  bool isOver_ = false;  // failed or redirected: nothing of the answer counts any more
 };
 
 }  // namespace kvl::qt

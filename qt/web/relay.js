@@ -8,15 +8,24 @@
   const prototype = XMLHttpRequest.prototype;
   const {open, send, setRequestHeader} = prototype;
   const getterOf = (owner, name) => Object.getOwnPropertyDescriptor(owner, name).get;
+  // Not of the objects themselves, where names of the page's own elements hide them.
   const elementsOf = getterOf(HTMLFormElement.prototype, 'elements');
+  const baseOf = getterOf(Node.prototype, 'baseURI');
+  const addressOf = getterOf(Document.prototype, 'URL');
+  const {getAttribute} = Element.prototype;
   const nativeStatus = getterOf(prototype, 'status');
   const nativeReason = getterOf(prototype, 'statusText');
   const nativeField = prototype.getResponseHeader;
   const nativeFields = prototype.getAllResponseHeaders;
   const nativeFetch = self.fetch;
   const states = new WeakMap();
+  const unknownHead = {status: 0, reason: '', fields: []};
 
-  const isOwn = url => new URL(url, document.baseURI).protocol === 'kvlocal:';
+  // More of one body is not taken; it is told in base64.
+  const most = Math.ceil((16 << 20) / 3) * 4;
+
+  const whole = address => new URL(address, baseOf.call(document));
+  const isOwn = url => whole(url).protocol === 'kvlocal:';
   const utf8 = text => new TextEncoder().encode(text);
   const ascii = text => text.replace(/[^ -~]/g, c => '\\u' + c.charCodeAt(0).toString(16).padStart(4, '0'));
   const token = () => Array.from(crypto.getRandomValues(new Uint32Array(4)), n => n.toString(36)).join('');
@@ -31,15 +40,15 @@
   }
 
   // A body has to be complete when the submission or `send` goes on, and this is the one way to read a
-  // file without waiting.
+  // file without waiting. Its beginning would count as a byte order mark, if it looks like one.
   function bytesOf(blob) {
-    const url = URL.createObjectURL(blob);
+    const url = URL.createObjectURL(new Blob(['-', blob]));
     const request = new XMLHttpRequest();
     open.call(request, 'GET', url, false);
     request.overrideMimeType('text/plain; charset=x-user-defined');
     send.call(request);
     URL.revokeObjectURL(url);
-    return Uint8Array.from(request.responseText, c => c.charCodeAt(0));
+    return Uint8Array.from(request.responseText.slice(1), c => c.charCodeAt(0));
   }
 
   function base64(parts) {
@@ -98,12 +107,12 @@
   // buttons it was shows in the request only, so the body is handed over for each address and encoding.
   addEventListener('formdata', event => {
     const ways = [event.target, ...elementsOf.call(event.target)];
-    const read = (way, name) => way.getAttribute((way === event.target ? '' : 'form') + name);
+    const read = (way, name) => getAttribute.call(way, (way === event.target ? '' : 'form') + name);
     if (!ways.some(way => /^post$/i.test(read(way, 'method')))) return;
-    const addresses = ways.map(way => new URL(read(way, 'action') || document.URL, document.baseURI).href);
+    const addresses = ways.map(way => whole(read(way, 'action') || addressOf.call(document)).href);
     const entries = entriesOf(event);
-    const form = {addresses: addresses.filter(isOwn),
-                  bodies: [multipart, urlEncoded, plain].map(encoded => encoded(entries))};
+    const bodies = [multipart, urlEncoded, plain].map(encoded => encoded(entries));
+    const form = {addresses: addresses.filter(isOwn), bodies: bodies.filter(body => body.bytes.length <= most)};
     askRelay('X-KVLocal-Form', ascii(JSON.stringify(form)));
   });
 
@@ -140,11 +149,12 @@
     send.call(this);
   };
 
-  // What the service's answer began with; none before it has come and after a failure.
+  // What the service's answer began with; none before it has come and after a failure. The relay keeps
+  // the latest only, and the engine calls each of them 200.
   function headOf(request) {
     const state = states.get(request);
     if (!state || !state.isOwn || nativeStatus.call(request) === 0) return null;
-    if (!state.head) state.head = JSON.parse(askRelay('X-KVLocal-Head', state.number) || 'null');
+    if (!state.head) state.head = JSON.parse(askRelay('X-KVLocal-Head', state.number) || 'null') || unknownHead;
     return state.head;
   }
 
@@ -173,9 +183,13 @@
       exchange.onerror = () => reject(new TypeError('Failed to fetch'));
       exchange.onabort = () => reject(new DOMException('The request was aborted.', 'AbortError'));
       exchange.onload = () => {
-        const {status, reason, fields} = headOf(exchange) || {status: 200, reason: '', fields: []};
+        const {status, reason, fields} = headOf(exchange) || unknownHead;
         const content = [204, 205, 304].includes(status) ? null : exchange.response;
-        resolve(new Response(content, {status, statusText: reason, headers: fields}));
+        try {
+          resolve(new Response(content, {status, statusText: reason, headers: fields}));
+        } catch (error) {
+          reject(new TypeError('Failed to fetch: ' + error.message));
+        }
       };
       request.signal.addEventListener('abort', () => exchange.abort());
       exchange.send(body && body.byteLength ? body : null);

@@ -41,6 +41,9 @@ if [ -n "$(find "$prefix" -name 'KVLocalQt6WebTargets.cmake')" ]; then
   }
   cmake --build "$work/web"
   "$work/web/webhost"
+  read -r -a options <<<"$(pkg-config --cflags --libs kvlocal-qt6web)"
+  "$compiler" -std=c++20 "$hosts/webhost/main.cpp" -o "$work/webhost" "${options[@]}"
+  LD_LIBRARY_PATH=$library_dir "$work/webhost"
 fi
 
 echo '== without Qt'

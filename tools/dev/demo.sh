@@ -1,8 +1,9 @@
 # ./dev demo: notary, service and host as separate processes in a session of their own. Every
 # section waits for what it announces; the exit status is 0 only if all of it happened. With --qt the
-# host has windows (see demo-qt.sh).
+# host has windows (see demo-qt.sh), with --web a page of the service (see demo-web.sh).
 # shellcheck shell=bash
 source tools/dev/demo-qt.sh
+source tools/dev/demo-web.sh
 
 readonly demo_patience=20 # seconds for any one thing to happen
 demo_bin=build/demo/bin
@@ -266,12 +267,18 @@ begin_demo() {
 
 packages_for_demo() {
   printf '%s\n' build peers
-  [ "${1:-}" != --qt ] || printf '%s\n' qt display
+  case ${1:-} in
+    --qt) printf '%s\n' qt display ;;
+    --web) printf '%s\n' qt webengine ;;
+  esac
 }
 
 run_demo() {
   if [ "${1:-}" = --qt ]; then
     run_qt_demo "${@:2}"
+    return
+  elif [ "${1:-}" = --web ]; then
+    run_web_demo
     return
   fi
   configure_and_build demo kvlocal-devnotary kvlocal-devservice kvlocal-cli \

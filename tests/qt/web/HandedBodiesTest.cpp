@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace {
 
 using kvl::qt::AnswerHeads;
@@ -34,6 +36,17 @@ TEST(HandedBodiesTest, FormsThatAreNoneAreDropped) {
     EXPECT_FALSE(forms.add(json)) << json;
   EXPECT_FALSE(forms.add(formOf("kvlocal://service/a?b", QByteArray(kMost + 1, 'x'))));
   EXPECT_TRUE(forms.add(formOf("kvlocal://service/a?b", QByteArray(kMost, 'x'))));
+}
+
+TEST(HandedBodiesTest, AnEncodingThatIsTooLargeCostsNoOther) {
+  HandedForms forms;
+  ASSERT_TRUE(forms.add(R"({"addresses":["kvlocal://service/a?b"],"bodies":[{"type":"text/html",)"
+                        R"("bytes":")" +
+                        QByteArray(kMost + 1, 'x').toBase64() +
+                        R"("},{"type":"text/plain","bytes":"eA=="}]})"));
+  const auto body = forms.take(kAddress, "text/plain");
+  ASSERT_TRUE(body);
+  EXPECT_EQ(body->bytes, "x");
 }
 
 TEST(HandedBodiesTest, ABodyIsForItsAddressAndEncodingOnce) {
@@ -70,6 +83,15 @@ TEST(HandedBodiesTest, HeadsOfTheLatestAnswersAreKept) {
   EXPECT_EQ(heads.jsonOf("0"), QByteArray());
   EXPECT_EQ(heads.jsonOf("1"), R"({"fields":[["A","ü"]],"reason":"Not Found","status":404})");
   EXPECT_EQ(heads.jsonOf("257"), QByteArray());
+}
+
+TEST(HandedBodiesTest, FieldsThatHTTPForbidsAreKeptFromScripts) {
+  AnswerHeads heads;
+  kvl::URLResponse head{*kvl::URL::parse("https://localhost/"), 200, {}, 11};
+  for (const auto& [name, value] : {std::pair{"A B", "1"}, {"C", "1\n2"}, {"D", "3"}})
+    head.headers.append(name, value);
+  heads.add("1", head);
+  EXPECT_EQ(heads.jsonOf("1"), R"({"fields":[["D","3"]],"reason":"OK","status":200})");
 }
 
 }  // namespace

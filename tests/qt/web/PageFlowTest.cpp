@@ -149,6 +149,14 @@ TEST_F(PageFlowTest, LettingGoCancelsAndIsAnErrorForTheReader) {
   EXPECT_EQ(listener.told, 1);  // of what came before
 }
 
+TEST_F(PageFlowTest, ATaskThatIsKnownAfterLettingGoIsCancelled) {
+  const auto other = std::make_shared<PageFlow>(listener);
+  other->letGo();
+  other->setTask(task);
+  EXPECT_EQ(task->cancels, 1);
+  other->setTask(nullptr);
+}
+
 TEST_F(PageFlowTest, ManyNewsAreOneEvent) {
   for (int i = 0; i < 10; ++i) receiver.piece(bytes(1));
   receiver.end(nullptr, std::nullopt);

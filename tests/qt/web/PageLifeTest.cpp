@@ -130,6 +130,25 @@ TEST_F(PageLifeTest, ManyStreamsLeaveRoom) {
   EXPECT_EQ(failures, QStringList(QStringLiteral("/feed: the pages have too many event streams")));
 }
 
+TEST_F(PageLifeTest, AStreamCountsHoweverItsTypeIsWritten) {
+  service.on("/feed", [](TestPeer& peer, const std::string&) {
+    peer.write("HTTP/1.1 200 OK\r\nContent-Type: Text/Event-Stream\r\n\r\n");
+    static_cast<void>(peer.read(1));
+  });
+  ASSERT_TRUE(
+      show("<script>let open = 0; for (let i = 0; i < 3; ++i) { const e = new EventSource('/feed');"
+           "e.onopen = () => console.log('open ' + ++open); }</script>"));
+  EXPECT_TRUE(logs(QStringLiteral("open 3")));
+  run(
+      QStringLiteral("const f = new EventSource('/feed'); f.onopen = () => console.log('fourth');"
+                     "f.onerror = () => { console.log('refused'); f.close(); }"));
+  EXPECT_TRUE(eventually([this] {
+    return page->lines.contains(QStringLiteral("refused")) ||
+           page->lines.contains(QStringLiteral("fourth"));
+  }));
+  EXPECT_EQ(failures, QStringList(QStringLiteral("/feed: the pages have too many event streams")));
+}
+
 TEST_F(PageLifeTest, ThePageAborts) {
   serveHeld("/last/held");
   ASSERT_TRUE(show(
@@ -176,6 +195,16 @@ TEST_F(PageLifeTest, DestroyedWhileAFailureIsTold) {
                    [this] { relay.reset(); });
   EXPECT_FALSE(load(QStringLiteral("/page")));
   EXPECT_EQ(relay, nullptr);
+}
+
+TEST_F(PageLifeTest, DestroyedWhileALinkIsTold) {
+  ASSERT_TRUE(show("<a id=a href='https://127.0.0.1:1/'>away</a>"));
+  QObject::connect(relay.get(), &kvl::qt::PageRelay::linkChosen, page.get(),
+                   [this] { relay.reset(); });
+  run(QStringLiteral("document.getElementById('a').click()"));
+  EXPECT_TRUE(eventually([&] { return relay == nullptr; }));
+  run(QStringLiteral("console.log('still here')"));
+  EXPECT_TRUE(logs(QStringLiteral("still here")));
 }
 
 // Requests of a page arrive in their order, so the refused one shows that the other is waiting.

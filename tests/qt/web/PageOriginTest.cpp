@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <QDesktopServices>
 #include <QSignalSpy>
+#include <QWebEngineSettings>
 
 namespace {
 
@@ -70,6 +72,43 @@ TEST_F(PageOriginTest, AnotherHostOfTheSchemeIsNobody) {
       showAndSettle("<script>const x = new XMLHttpRequest(); x.open('GET', 'kvlocal://other/page');"
                     "x.onerror = () => console.log('nobody'); x.send()</script>"));
   EXPECT_TRUE(logs(QStringLiteral("nobody")));
+  EXPECT_THAT(service.requests("GET /page"), SizeIs(1));  // the page itself
+}
+
+// What a page hands over by a request of its own, in place of the script.
+TEST_F(PageOriginTest, ABodysTypeWritesNoFieldsOfItsOwn) {
+  ASSERT_TRUE(
+      showAndSettle("<form id=f method=post enctype='text/plain' action='/answer'></form><script>"
+                    "document.addEventListener('formdata', e => e.stopPropagation(), true);"
+                    "const x = new XMLHttpRequest(); x.open('GET', '/page', false);"
+                    "x.setRequestHeader('X-KVLocal-Form', JSON.stringify({"
+                    "addresses: ['kvlocal://service/answer'],"
+                    "bodies: [{type: 'text/plain;\\r\\nX-Added: 1', bytes: btoa('a')}]}));"
+                    "x.send(); console.log('taken ' + x.responseText)</script>"));
+  EXPECT_TRUE(logs(QStringLiteral("taken true")));
+  run(QStringLiteral("document.getElementById('f').submit()"));
+  EXPECT_TRUE(eventually([this] { return !failures.empty(); }));
+  EXPECT_THAT(failures.filter(QStringLiteral("/answer: ")), SizeIs(1));
+  EXPECT_THAT(service.requests("POST"), IsEmpty());
+}
+
+// The engine would ask the desktop for a program.
+TEST_F(PageOriginTest, AddressesOfOtherSchemesOpenNoProgram) {
+  QWebEngineProfile another;
+  kvl::qt::PageRelay opener(session, another);  // its signal is one that may be called by name
+  QStringList opened;
+  QObject::connect(&opener, &kvl::qt::PageRelay::linkChosen,
+                   [&](const QUrl& url) { opened.append(url.toString()); });
+  QDesktopServices::setUrlHandler(QStringLiteral("kvltest"), &opener, "linkChosen");
+  relay.reset();
+  profile.settings()->setUnknownUrlSchemePolicy(QWebEngineSettings::AllowAllUnknownUrlSchemes);
+  relay = std::make_unique<kvl::qt::PageRelay>(session, profile);
+  ASSERT_TRUE(showAndSettle("<a id=a href='kvltest:away'>away</a>"));
+  QSignalSpy finished(page.get(), &QWebEnginePage::loadFinished);
+  run(QStringLiteral("document.getElementById('a').click()"));
+  EXPECT_TRUE(eventually([&] { return !finished.empty() || !opened.empty(); }));
+  QDesktopServices::unsetUrlHandler(QStringLiteral("kvltest"));
+  EXPECT_THAT(opened, IsEmpty());
 }
 
 TEST_F(PageOriginTest, APathThatLooksLikeAnotherHostStaysAtTheService) {

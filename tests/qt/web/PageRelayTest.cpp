@@ -109,6 +109,15 @@ TEST_F(PageRelayTest, AFormWithoutAMethodIsAQuery) {
   EXPECT_THAT(service.requests("GET /answer?a=b+c HTTP"), SizeIs(1));
 }
 
+TEST_F(PageRelayTest, AFormWithInputsOfAnyNameIsSent) {
+  const auto request = submitted(
+      "<img name=baseURI><img name=URL>"
+      "<form id=f method=post action='/answer'><input name=getAttribute value=1>"
+      "<input name=elements value=2></form>",
+      QStringLiteral("document.getElementById('f').submit()"));
+  EXPECT_EQ(bodyOf(request), "getAttribute=1&elements=2");
+}
+
 // A script that stops the event keeps the body from being handed over.
 TEST_F(PageRelayTest, AFormWhoseBodyIsNotHandedOverIsNotSent) {
   ASSERT_TRUE(
@@ -172,6 +181,27 @@ TEST_F(PageRelayTest, EveryKindOfBodyIsSent) {
   std::vector<std::string> bodies;
   for (const auto& request : service.requests("POST")) bodies.push_back(bodyOf(request));
   EXPECT_THAT(bodies, ElementsAre("blob", "ab", "c", "q=1", "", ""));
+}
+
+TEST_F(PageRelayTest, AFileThatBeginsLikeAByteOrderMarkIsSentAsItIs) {
+  service.page("/taken", "");
+  ASSERT_TRUE(show(R"(<script>
+    const files = [[0xEF, 0xBB, 0xBF, 0x61], [0xFF, 0xFE, 0x61, 0x62], [0xFE, 0xFF, 0x61, 0x62]];
+    function next() {
+      if (!files.length) return console.log('all');
+      const x = new XMLHttpRequest(); x.open('POST', '/taken'); x.onload = next;
+      x.send(new Blob([new Uint8Array(files.shift())]));
+    }
+    next();</script>)"));
+  EXPECT_TRUE(logs(QStringLiteral("all")));
+  std::vector<std::string> bodies;
+  for (const auto& request : service.requests("POST")) bodies.push_back(bodyOf(request));
+  EXPECT_THAT(bodies, ElementsAre("\xEF\xBB\xBF"
+                                  "a",
+                                  "\xFF\xFE"
+                                  "ab",
+                                  "\xFE\xFF"
+                                  "ab"));
 }
 
 TEST_F(PageRelayTest, ARedirectLeadsToTheAddressWhereItEnds) {

@@ -21,12 +21,22 @@ namespace kvl::qt {
 ///
 /// Only the host's own `load` and pages of that one origin are answered. Every other address is
 /// kept from the profile's pages, frames and scripts; the service's own `https` address leads to
-/// the page.
+/// the page. A document that the service means to be kept as a file (`Content-Disposition:
+/// attachment`) is refused. What WebRTC connects to is not kept from a page's scripts.
 ///
-/// What a page has not: cookies in scripts (those of HTTP work, in the session), service workers,
-/// ranges of a body, bodies of more than 16 MiB to send, more than three event streams at a time,
-/// and answers of `fetch` before they are complete. An answer of a redirect is fetched once more
-/// under the address where it ended, by GET.
+/// What a page has not, or not as elsewhere:
+///
+/// - cookies in scripts (those of HTTP work, in the session), and workers;
+/// - ranges of a body, bodies of more than 16 MiB to send, and the progress of sending one;
+/// - `sendBeacon`, and the coordinates of an image that submits a form;
+/// - of `fetch`: answers before they are complete, `Response.url`, and the options about redirects;
+/// - more than three event streams at a time;
+/// - the status and the fields of an answer that a script first asks for after 256 newer ones: the
+///   status is 0 then;
+/// - forms, and the status and bodies of requests, where a policy in its `meta` element forbids
+///   `connect-src` to the page's own origin; files to send, where it forbids it to `blob:`.
+///
+/// An answer of a redirect is fetched once more under the address where it ended, by GET.
 ///
 /// A request that comes while the session is not established waits 10 s for it.
 ///
@@ -39,7 +49,8 @@ class KVL_EXPORT PageRelay : public QObject {
   static void registerScheme();
 
   /// Serves the pages of `profile`, one relay a profile. Take a profile that is off the record:
-  /// what another one keeps of the service's pages stays on the disk.
+  /// what another one keeps of the service's pages stays on the disk. From then on the profile's
+  /// pages open no programs for addresses of other schemes (`UnknownUrlSchemePolicy`).
   PageRelay(std::shared_ptr<KVLSession> session, QWebEngineProfile& profile,
             QObject* parent = nullptr);
   ~PageRelay() override;
@@ -53,6 +64,8 @@ class KVL_EXPORT PageRelay : public QObject {
 
  Q_SIGNALS:
   /// A link of a page leads away from the service. Nothing is loaded; the host may open a browser.
+  /// The address is the page's: of any scheme, unchecked, also without a click. Check it before
+  /// handing it on.
   void linkChosen(const QUrl& elsewhere);
   /// A request that a page made, or the host's, has failed or was refused.
   void requestFailed(const QString& path, const QString& why);
