@@ -163,7 +163,7 @@ TEST_F(DevTest, ACommandMayGoOnAfterEachInterrupt) {
   const pid_t group = program.process().id();
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(kill(-group, SIGINT), 0);
-    EXPECT_EQ(program.readLine(), "interrupted");
+    ASSERT_EQ(program.readLine(), "interrupted");
     EXPECT_TRUE(waitUntil([&] { return hasTakenSignals(group); }));
   }
   program.process().signal(SIGTERM);
