@@ -78,9 +78,23 @@ void notFound(httplib::Response& response) {
   response.set_content(JsonObject().add("error", "There is no such note.").text(), kJsonType);
 }
 
+// Browsers say whose page asks for a change. Nothing comes from pages that a host shows, whose
+// address is not the service's.
+bool isOfAnotherOrigin(const httplib::Request& request) {
+  return request.has_header("Origin") &&
+         (request.get_header_value_count("Origin") != 1 ||
+          request.get_header_value("Origin") != "https://" + request.get_header_value("Host"));
+}
+
+void forbid(httplib::Response& response) {
+  response.status = 403;
+  response.set_content(JsonObject().add("error", "Another page asked for this.").text(), kJsonType);
+}
+
 // A browser that has sent a form is led back to the page, everybody else gets the note.
 void add(Notes& notes, const httplib::Request& request, const std::string& body,
          httplib::Response& response) {
+  if (isOfAnotherOrigin(request)) return forbid(response);
   const std::string type = request.get_header_value("Content-Type");
   const auto text = noteFrom(type, body);
   if (const auto* fault = std::get_if<NoteFault>(&text)) return refuse(response, fault->reason);
@@ -93,6 +107,7 @@ void add(Notes& notes, const httplib::Request& request, const std::string& body,
 }
 
 void remove(Notes& notes, const httplib::Request& request, httplib::Response& response) {
+  if (isOfAnotherOrigin(request)) return forbid(response);
   const auto number = wholeNumber(request.matches[1].str());
   if (!number || !notes.remove(*number)) return notFound(response);
   response.set_content(JsonObject().add("deleted", *number).text(), kJsonType);

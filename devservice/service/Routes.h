@@ -62,7 +62,8 @@ void addDocumentRoutes(httplib::Server& server);
 // GET /notes: {"notes":[{"id":1,"text":"milk","form":{…}}],"form":{…}}, with the forms that delete
 // a note and that add one. POST /notes adds one (Notes.h tells which bodies): 201 and the note.
 // DELETE /notes/ID: {"deleted":1}. Each change is an event "notes" of the feed, with {"added":{…}}
-// or {"deleted":1}. GET /notes/page: all of it as a page, which follows the feed.
+// or {"deleted":1}. 403 for a change with an Origin that is not the service's own. GET /notes/page:
+// all of it as a page, which follows the feed.
 void addNotesRoutes(httplib::Server& server, ServiceState& state);
 // GET of the files below `directory`; they go before all other routes. A path without a file is
 // tried with ".json" too. Nothing outside the directory is served, whatever links lead there.

@@ -20,9 +20,9 @@ INTERFACE = Gio.DBusNodeInfo.new_for_xml(f"""<node><interface name="{NAME}Protoc
 <method name="SendNotary"><arg type="as" direction="in"/><arg type="a{{sv}}" direction="in"/>
 <arg type="aa{{sv}}" direction="out"/><arg type="a(sxa{{sv}})" direction="out"/></method>
 </interface></node>""")
-YEAR = 365 * 24 * 3600
-SLACK = datetime.timedelta(seconds=60)  # by which certificates begin in the past
-LEAF = x509.BasicConstraints(False, None)
+YEAR, SLACK = 365 * 24 * 3600, datetime.timedelta(seconds=60)  # certificates begin in the past
+LEAF = x509.BasicConstraints(False, None), x509.KeyUsage(True, *[False] * 8)
+ROOT = x509.BasicConstraints(True, 0), x509.KeyUsage(*[False] * 5, True, *[False] * 3)
 
 
 def write(file, content):
@@ -41,31 +41,34 @@ class Authority:
     """Kept in a folder, made by whoever needs it first."""
     def __init__(self, folder):
         folder.mkdir(mode=0o700, parents=True, exist_ok=True)
+        folder.chmod(0o700)  # also when it was there
         file = folder / "authority.pem"
         with open(folder / "lock", "w") as lock:
             fcntl.flock(lock, fcntl.LOCK_EX)
             if not file.exists():
                 self.key, self.name = ec.generate_private_key(ec.SECP256R1()), None
-                made = self.issue("Notes authority", self.key.public_key(), 10 * YEAR,
-                                  x509.BasicConstraints(True, 0))
+                made = self.issue("Notes authority", self.key.public_key(), 10 * YEAR, *ROOT)
                 write(file, key_pem(self.key) + made)
         self.key = serialization.load_pem_private_key(file.read_bytes(), None)
         self.name = x509.load_pem_x509_certificate(file.read_bytes()).subject
         self.pem = file.read_text().partition("-----END PRIVATE KEY-----\n")[2]
 
-    def issue(self, name, public_key, seconds, constraints, *extensions):
+    def issue(self, name, public_key, seconds, *extensions):
         subject = x509.Name([x509.NameAttribute(NameOID.COMMON_NAME, name)])
-        begin = datetime.datetime.utcnow() - SLACK
-        builder = x509.CertificateBuilder(
-            self.name or subject, subject, public_key, x509.random_serial_number(), begin,
-            begin + SLACK + datetime.timedelta(seconds=seconds)).add_extension(constraints, True)
-        for extension in extensions:
-            builder = builder.add_extension(extension, False)
+        now, own_key = datetime.datetime.utcnow(), self.key.public_key()
+        builder = x509.CertificateBuilder(self.name or subject, subject, public_key,
+            x509.random_serial_number(), now - SLACK, now + datetime.timedelta(seconds=seconds))
+        extensions += (x509.SubjectKeyIdentifier.from_public_key(public_key),
+                       x509.AuthorityKeyIdentifier.from_issuer_public_key(own_key))
+        for index, extension in enumerate(extensions):
+            builder = builder.add_extension(extension, index < 2)  # constraints and usage are critical
         return builder.sign(self.key, hashes.SHA256()).public_bytes(serialization.Encoding.PEM)
 
 
 def key_of(text):
-    request = x509.load_pem_x509_csr(text[:16384].replace("\r\n", "\n").encode())
+    if len(text) > 16384 or text.partition("-----END CERTIFICATE REQUEST-----")[2].strip():
+        raise ValueError("The signing request is too long, or something follows it.")
+    request = x509.load_pem_x509_csr(text.replace("\r\n", "\n").encode())
     key = request.public_key()
     if not request.is_signature_valid or not isinstance(key, rsa.RSAPublicKey) or key.key_size < 2048:
         raise ValueError("The signing request is not of an RSA key of 2048 bits.")
@@ -77,7 +80,7 @@ def reply_to(request, folder, seconds):
     reply = {"url": GLib.Variant("as", [(folder / "url").read_text()]),
              "anchor": GLib.Variant("s", authority.pem)}
     if "csr" in request:
-        issued = authority.issue("Notes client", key_of(request["csr"]), seconds, LEAF,
+        issued = authority.issue("Notes client", key_of(request["csr"]), seconds, *LEAF,
                                  x509.ExtendedKeyUsage([ExtendedKeyUsageOID.CLIENT_AUTH]))
         reply["certificate"] = GLib.Variant("s", issued.decode())
         print("issued a certificate", flush=True)

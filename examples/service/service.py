@@ -19,7 +19,6 @@ from notary import LEAF, YEAR, Authority, key_pem, write
 
 ADDRESS = ipaddress.IPv4Address("127.0.0.1")
 PATIENCE, PULSE = 60, 15  # seconds of silence, and between signs of life in a stream
-LARGEST_BODY = 1 << 20
 STARTED = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())
 FORM = {"id": "add", "action": "/notes", "inputs": [{"name": "text", "value": "Milk"}]}
 MENU = {"menu": [
@@ -95,7 +94,7 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
     def do_POST(self):
         length = self.headers.get("Content-Length", "")
-        if not length.isdecimal() or int(length) > LARGEST_BODY:
+        if not length.isdecimal() or int(length) > 1 << 20:
             self.close_connection = True
             return self.answer({"error": "The body has no length, or is too long."}, 413)
         body, kind = self.rfile.read(int(length)), self.headers.get("Content-Type", "")
@@ -117,9 +116,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
 class Server(http.server.ThreadingHTTPServer):
     def __init__(self, folder):
         super().__init__((str(ADDRESS), 0), Handler)
-        self.notes = Notes()
-        authority, key = Authority(folder), ec.generate_private_key(ec.SECP256R1())
-        own = authority.issue("Notes service", key.public_key(), YEAR, LEAF,
+        self.notes, authority, key = Notes(), Authority(folder), ec.generate_private_key(ec.SECP256R1())
+        own = authority.issue("Notes service", key.public_key(), YEAR, *LEAF,
                               x509.ExtendedKeyUsage([ExtendedKeyUsageOID.SERVER_AUTH]),
                               x509.SubjectAlternativeName([x509.IPAddress(ADDRESS)]))
         write(folder / "service.pem", key_pem(key) + own)

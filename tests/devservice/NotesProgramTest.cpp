@@ -43,6 +43,27 @@ TEST_F(NotesProgramTest, WhatCannotBeDoneIsRefused) {
   EXPECT_THAT(send("notes/a", "-X DELETE"), EndsWith(" 404"));
 }
 
+// A browser that has the identity shows it to the service for any page that asks.
+TEST_F(NotesProgramTest, OtherPagesChangeNothing) {
+  std::string own = serviceURL();
+  own.pop_back();  // the slash
+  const std::string port = own.substr(own.rfind(':'));
+  for (const std::string& origin : {std::string("null"), std::string("https://example.org"),
+                                    "http" + own.substr(5), own.substr(0, own.size() - port.size()),
+                                    "https://localhost" + port, own + ".example.org"}) {
+    const std::string field = "-H 'Origin: " + origin + "' ";
+    EXPECT_EQ(send("notes", field + "--data text=milk"),
+              R"({"error":"Another page asked for this."} 403)");
+    EXPECT_EQ(send("notes/1", field + "-X DELETE"),
+              R"({"error":"Another page asked for this."} 403)");
+  }
+  const std::string field = "-H 'Origin: " + own + "' ";
+  EXPECT_THAT(send("notes", field + "-H 'Origin: null' --data text=milk"), EndsWith(" 403"));
+  EXPECT_THAT(get("notes").output, StartsWith(R"({"notes":[],)"));
+  EXPECT_THAT(send("notes", field + "--data text=milk"), EndsWith(" 303"));
+  EXPECT_EQ(send("notes/1", field + "-X DELETE"), R"({"deleted":1} 200)");
+}
+
 TEST_F(NotesProgramTest, TheFeedTellsChanges) {
   RecordClient client(serviceURL(), bus_.directory());
   client.get("feed", "Last-Event-ID: 1\r\n");

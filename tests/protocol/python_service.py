@@ -5,12 +5,15 @@ import contextlib
 import http.client
 import json
 import pathlib
+import re
 import ssl
+import stat
 import subprocess
 import sys
 import unittest
 import urllib.parse
 
+from cryptography import x509
 from cryptography.hazmat.primitives.asymmetric import ed25519, rsa
 
 import parts
@@ -30,6 +33,8 @@ class Scene:
         self.stack = contextlib.ExitStack()
         self.folder, self.environment = self.stack.enter_context(parts.private_bus())
         self.state = self.folder / "state"
+        self.state.mkdir()
+        self.state.chmod(0o755)  # as somebody made it who did not think of that
         self.start(examples / "notary.py", self.state, LIFETIME)
         parts.wait_for_name(parts.NOTARY, self.environment)
         self.before = parts.notarised(self.environment)
@@ -48,6 +53,12 @@ class Scene:
     def run(self, *arguments, **options):
         return subprocess.run([self.kvlocal, *arguments], env=self.environment, text=True,
                               capture_output=True, timeout=parts.PATIENCE, **options)
+
+
+def usage_of(certificate):
+    """Whether the usage is critical, and whether it is to sign and to issue."""
+    usage = certificate.extensions.get_extension_for_class(x509.KeyUsage)
+    return usage.critical, usage.value.digital_signature, usage.value.key_cert_sign
 
 
 class PythonServiceTest(unittest.TestCase):
@@ -81,6 +92,37 @@ class PythonServiceTest(unittest.TestCase):
                     parts.signing_request(ed25519.Ed25519PrivateKey.generate(), None)):
             replies, [(domain, code, _)] = parts.notarised(self.scene.environment, csr=csr)
             self.assertEqual((replies, domain, code), ([], "NSPOSIXErrorDomain", EINVAL), csr)
+
+    def test_requests_have_a_longest_size_and_an_end(self):
+        good = parts.signing_request(rsa.generate_private_key(65537, 2048))
+        longest = good + "\n" * (16384 - len(good))
+        for csr in (good.replace("\n", "\r\n"), longest):
+            (reply,), errors = parts.notarised(self.scene.environment, csr=csr)
+            self.assertEqual((errors, "certificate" in reply), ([], True))
+        for csr in (longest + "\n", good + "more", good + good):
+            replies, [(domain, code, information)] = parts.notarised(self.scene.environment, csr=csr)
+            self.assertEqual((replies, domain, code), ([], "NSPOSIXErrorDomain", EINVAL), csr)
+            self.assertIn("follows it", information["NSLocalizedFailureReason"])
+
+    def test_nobody_else_sees_the_folder(self):
+        self.assertEqual(stat.S_IMODE(self.scene.state.stat().st_mode), 0o700)
+        for file in self.scene.state.iterdir():
+            if file.name != "lock":
+                self.assertEqual(stat.S_IMODE(file.stat().st_mode), 0o600, file)
+
+    def test_certificates_say_what_they_are_for_and_whose(self):
+        csr = parts.signing_request(rsa.generate_private_key(65537, 2048))
+        (reply,), _ = parts.notarised(self.scene.environment, csr=csr)
+        anchor = x509.load_pem_x509_certificate(reply["anchor"].encode())
+        issued = reply["certificate"].encode() + (self.scene.state / "service.pem").read_bytes()
+        usages = [usage_of(anchor)]
+        key = anchor.extensions.get_extension_for_class(x509.SubjectKeyIdentifier).value.digest
+        for pem in re.findall(b"-----BEGIN CERT.*?-----END CERTIFICATE-----", issued, re.DOTALL):
+            certificate = x509.load_pem_x509_certificate(pem)
+            usages.append(usage_of(certificate))
+            identifier = certificate.extensions.get_extension_for_class(x509.AuthorityKeyIdentifier)
+            self.assertEqual(identifier.value.key_identifier, key)
+        self.assertEqual(usages, [(True, False, True), (True, True, False), (True, True, False)])
 
     def test_strangers_are_not_served(self):
         (reply,), _ = parts.notarised(self.scene.environment)

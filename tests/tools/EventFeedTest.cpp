@@ -102,7 +102,7 @@ TEST_F(EventFeedTest, HoldsOneMoreBatchThanTheLimitAtMost) {
 
 class EventFeedEndTest : public EventFeedTest, public testing::WithParamInterface<bool> {
  protected:
-  void end() { GetParam() ? feed->close() : rendezvous->interrupt(); }
+  void end() { GetParam() ? feed->close() : static_cast<void>(rendezvous->interrupt()); }
 };
 
 TEST_P(EventFeedEndTest, ReleasesWhoeverWaits) {

@@ -48,6 +48,13 @@ std::vector<pid_t> childrenOf(pid_t process) {
   return {std::istream_iterator<pid_t>(file), {}};
 }
 
+// Whether the program has looked at all signals that it was sent.
+bool hasTakenSignals(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/status");
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  return text.find("ShdPnd:\t0000000000000000\n") != std::string::npos;
+}
+
 // Processes that nobody has waited for yet have ended all the same.
 bool hasEnded(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/stat");
@@ -132,6 +139,57 @@ TEST_F(DevTest, SignalsButTheTerminalsArePassedOn) {
   EXPECT_TRUE(isEmpty());
 }
 
+TEST_F(DevTest, ASignalThatIsOnlyTheTerminalsIsNotPassedOn) {
+  RunningProgram program =
+      launch({"dev", "--", "sh", "-c",
+              "trap 'echo interrupted' INT; trap 'exit 3' HUP; echo begun; while :; do :; done"});
+  EXPECT_EQ(program.readLine(), "begun");
+  for (int i = 0; i < 3; ++i) {
+    program.process().signal(SIGINT);
+    EXPECT_TRUE(waitUntil([&] { return hasTakenSignals(program.process().id()); }));
+  }
+  program.process().signal(SIGHUP);
+  EXPECT_EQ(program.readAll(), "");
+  EXPECT_EQ(program.wait(), 3);
+  EXPECT_TRUE(isEmpty());
+}
+
+// As in a terminal, where Ctrl-C reaches all of them.
+TEST_F(DevTest, ACommandMayGoOnAfterEachInterrupt) {
+  RunningProgram program = launchInShell(
+      "exec setsid \"$0\" dev -- sh -c \"trap 'echo interrupted' INT; trap 'exit 4' TERM; "
+      "echo begun; while :; do :; done\"");
+  EXPECT_EQ(program.readLine(), "begun");
+  const pid_t group = program.process().id();
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(kill(-group, SIGINT), 0);
+    ASSERT_EQ(program.readLine(), "interrupted");
+    EXPECT_TRUE(waitUntil([&] { return hasTakenSignals(group); }));
+  }
+  program.process().signal(SIGTERM);
+  EXPECT_EQ(program.wait(), 4);
+  EXPECT_TRUE(isEmpty());
+}
+
+TEST_F(DevTest, TheSecondSignalToEndKillsTheCommand) {
+  RunningProgram program =
+      launch({"dev", "--", "sh", "-c", "trap 'echo told' TERM; echo begun; while :; do :; done"});
+  EXPECT_EQ(program.readLine(), "begun");
+  program.process().signal(SIGTERM);
+  EXPECT_EQ(program.readLine(), "told");
+  program.process().signal(SIGHUP);
+  EXPECT_EQ(program.wait(), 128 + SIGKILL);
+  EXPECT_TRUE(isEmpty());
+}
+
+TEST_F(DevTest, HoweverOftenItIsEndedNothingStays) {
+  RunningProgram program = launch({"dev"});
+  useBusOf(program);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) program.process().signal(number);
+  EXPECT_EQ(program.wait(), 0);
+  EXPECT_TRUE(isEmpty());
+}
+
 TEST_F(DevTest, NothingRunsOnWhenItIsKilled) {
   RunningProgram program = launch({"dev", "--", "sh", "-c", "echo begun; while :; do :; done"});
   EXPECT_EQ(program.readLine(), "begun");
@@ -139,7 +197,11 @@ TEST_F(DevTest, NothingRunsOnWhenItIsKilled) {
   EXPECT_EQ(children.size(), 4U);
   program.process().signal(SIGKILL);
   EXPECT_EQ(program.wait(), -SIGKILL);
-  for (const pid_t child : children) EXPECT_TRUE(waitUntil([child] { return hasEnded(child); }));
+  for (const pid_t child : children) {
+    if (waitUntil([child] { return hasEnded(child); })) continue;
+    ADD_FAILURE() << child << " runs on";
+    kill(child, SIGKILL);
+  }
 }
 
 TEST_F(DevTest, StateAndDocumentsMayBeTheUsersOwn) {

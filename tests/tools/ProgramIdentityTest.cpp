@@ -160,6 +160,15 @@ TEST_F(IdentityTest, AFailureLeavesNothingBehind) {
       runInShell("trap '' XFSZ; ulimit -f 1; \"$0\" identity --out '" + folder().string() + "'");
   EXPECT_EQ(outcome.exitCode, 6);
   EXPECT_THAT(outcome.errors, HasSubstr("/certificate.pem\" cannot be written: File too large\n"));
+  EXPECT_FALSE(fs::exists(folder()));
+}
+
+TEST_F(IdentityTest, AFailureLeavesTheUsersOwnFolder) {
+  fs::create_directory(folder());
+  EXPECT_EQ(
+      runInShell("trap '' XFSZ; ulimit -f 1; \"$0\" identity --out '" + folder().string() + "'")
+          .exitCode,
+      6);
   EXPECT_THAT(files(), IsEmpty());
 }
 
@@ -172,7 +181,7 @@ TEST_F(IdentityTest, HalfAnIdentityIsNone) {
     const Outcome outcome = identity(folder());
     EXPECT_EQ(outcome.exitCode, 3) << fault;
     EXPECT_THAT(outcome.errors, HasSubstr(sentence)) << fault;
-    EXPECT_THAT(files(), IsEmpty());
+    EXPECT_FALSE(fs::exists(folder())) << fault;
   }
 }
 
@@ -188,7 +197,7 @@ TEST_F(IdentityTest, TheUserMayEndIt) {
       [](const std::string& log) { return log.find("without an answer") != std::string::npos; }));
   program.process().signal(SIGINT);
   EXPECT_EQ(program.wait(), 130);
-  EXPECT_THAT(files(), IsEmpty());
+  EXPECT_FALSE(fs::exists(folder()));
 }
 
 // The keys of a host that runs are another pair, and stay where they are.

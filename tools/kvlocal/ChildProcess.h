@@ -23,7 +23,8 @@ struct ProgramStart {
   std::function<void(std::string_view line)> onLine;
 };
 
-// It ends with this object, and is killed when this process dies.
+// It ends with this object, and is killed when this process dies, unless it runs as another user
+// (set-uid): the kernel forgets that then. What it has started itself is its own to end.
 class ChildProcess {
  public:
   // `rendezvous` learns of the end. When the program cannot be started, null and the error's

@@ -257,21 +257,30 @@ std::string environmentJSON(const Peers& peers) {
          '\n';
 }
 
-// Being ended by the user is how this normally ends.
-ExitCode serve(const Context& context, Peers& peers) {
+// Writing may block for ever: only here does a second interrupt end the process at once.
+ExitCode show(const Context& context, const Peers& peers) {
+  context.rendezvous->setTaking(false);
   const ExitCode printed =
       print(context.settings.json ? environmentJSON(peers) : environmentText(peers));
-  if (printed != ExitCode::ok) return printed;
+  context.rendezvous->setTaking(true);
+  return printed;
+}
+
+// Being ended by the user is how this normally ends.
+ExitCode serve(const Context& context, Peers& peers) {
+  const ExitCode shown = show(context, peers);
+  if (shown != ExitCode::ok) return shown;
   const auto result = context.rendezvous->wait(std::nullopt, [&] { return peers.hasEnds(); });
   if (result == Rendezvous::Result::interrupted) return ExitCode::ok;
   peers.tellEnds();
   return ExitCode::noPeers;
 }
 
-// A terminal's interrupt reaches the command without our help.
-void passOn(const Context& context, const ChildProcess& command) {
-  const int number = context.rendezvous->interruptedBy();
-  if (number != SIGINT) command.signal(number);
+// A terminal's interrupt reaches the command without our help, and what it does then is its own
+// business.
+void passOn(const Context& context, const ChildProcess& command, bool& isEnding) {
+  const int number = context.rendezvous->takeInterrupt();
+  if (number != SIGINT) command.signal(std::exchange(isEnding, true) ? SIGKILL : number);
 }
 
 // The command's own status.
@@ -286,22 +295,19 @@ ExitCode runIn(const Context& context, Peers& peers, const std::vector<std::stri
     return static_cast<ExitCode>(error == ENOENT ? kNotFound : kCannotBeRun);
   }
   std::optional<int> status;
-  const auto hasEnded = [&] {
-    status = command->status();
-    return status.has_value();
-  };
-  for (;;) {
-    const auto result =
-        context.rendezvous->wait(std::nullopt, [&] { return hasEnded() || peers.hasEnds(); });
-    if (status) break;
-    if (result == Rendezvous::Result::interrupted) passOn(context, *command);
-    if (result == Rendezvous::Result::interrupted) context.rendezvous->waitInAnyCase(hasEnded);
+  for (bool isEnding = false;;) {
+    const auto result = context.rendezvous->wait(std::nullopt, [&] {
+      status = command->status();
+      return status || peers.hasEnds();
+    });
+    if (status) return static_cast<ExitCode>(*status);
+    if (result == Rendezvous::Result::interrupted) passOn(context, *command, isEnding);
     peers.tellEnds();
   }
-  return static_cast<ExitCode>(*status);
 }
 
 ExitCode runDev(const Context& context, const DevOptions& options) {
+  context.rendezvous->setTaking(true);
   Peers peers(context, options);
   const ExitCode started = peers.start();
   if (started != ExitCode::ok) return started;

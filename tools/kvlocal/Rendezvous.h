@@ -4,8 +4,11 @@
 
 #include <local/platform/Mutex.h>
 
+#include <signal.h>
+
 #include <chrono>
 #include <optional>
+#include <utility>
 
 namespace kvlocal {
 
@@ -47,25 +50,30 @@ class Rendezvous {
     return interrupted_ || (limit && std::chrono::steady_clock::now() >= *limit);
   }
 
-  // `number` is the signal that did it, if one did.
-  void interrupt(int number = 0) {
+  // `number` is the signal that did it, if one did. False when the user has interrupted before and
+  // nobody has taken that or says that it will be taken.
+  bool interrupt(int number = 0) {
+    bool isHeard = false;
     {
       const kvl::MutexLock lock(mutex_);
+      isHeard = !interrupted_ || isTaking_;
+      // Before it is taken, one that is meant for everybody goes before a terminal's.
+      if (!interrupted_ || number != SIGINT) interruptedBy_ = number;
       interrupted_ = true;
-      interruptedBy_ = number;
     }
     condition_.notifyAll();
+    return isHeard;
   }
-  [[nodiscard]] int interruptedBy() const {
+  // The signal that did it; from now on the user has not interrupted.
+  int takeInterrupt() {
     const kvl::MutexLock lock(mutex_);
-    return interruptedBy_;
+    interrupted_ = false;
+    return std::exchange(interruptedBy_, 0);
   }
-
-  // Waits until `isMet`, even if the user has interrupted before.
-  template <class IsMet>
-  void waitInAnyCase(const IsMet& isMet) {
-    kvl::MutexLock lock(mutex_);
-    while (!isMet()) condition_.wait(lock);
+  // Whether interrupts are taken, or followed by the end, within seconds.
+  void setTaking(bool isTaking) {
+    const kvl::MutexLock lock(mutex_);
+    isTaking_ = isTaking;
   }
 
  private:
@@ -73,6 +81,7 @@ class Rendezvous {
   kvl::Condition condition_;
   bool interrupted_ KVL_GUARDED_BY(mutex_) = false;
   int interruptedBy_ KVL_GUARDED_BY(mutex_) = 0;
+  bool isTaking_ KVL_GUARDED_BY(mutex_) = false;
 };
 
 // So many seconds from now; never without a number.

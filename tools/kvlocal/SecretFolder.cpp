@@ -59,10 +59,11 @@ std::optional<std::string> faultOfFolder(const struct stat& status) {
 int enter(int parent, const Path& name, const Path& whole, std::optional<std::string>& fault) {
   constexpr int kFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
   const int descriptor = openat(parent, name.c_str(), kFlags);
+  struct stat status{};
+  const bool isSeen = descriptor >= 0 && fstat(descriptor, &status) == 0;
   const int error = errno;
   close(parent);
-  struct stat status{};
-  if (descriptor < 0 || fstat(descriptor, &status) != 0) {
+  if (!isSeen) {
     fault = systemFailure(whole, "cannot be opened", error);
   } else if (S_ISLNK(status.st_mode)) {
     fault = failure(whole, "is a symbolic link");
@@ -86,13 +87,15 @@ bool isFit(int folder, const Path& whole, std::optional<std::string>& fault, con
   return !fault;
 }
 
-int openFolder(const Path& path, std::optional<std::string>& fault) {
+// `isNew` tells whether it has been made.
+int openFolder(const Path& path, std::optional<std::string>& fault, bool& isNew) {
   Path reached = path.root_path();
   int folder = open(reached.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0) fault = systemFailure(reached, "cannot be opened", errno);
   for (const Path& name : path.relative_path()) {
     if (folder < 0 || !isFit(folder, reached, fault, faultOfParent)) break;
     reached /= name;
-    if (reached == path) mkdirat(folder, name.c_str(), kOwnerOnlyFolder);  // it may be there
+    if (reached == path) isNew = mkdirat(folder, name.c_str(), kOwnerOnlyFolder) == 0;
     folder = enter(folder, name, reached, fault);
   }
   if (folder >= 0 && !fault) isFit(folder, reached, fault, faultOfFolder);
@@ -129,45 +132,77 @@ int writeNew(int folder, const std::string& name, std::string_view content) {
   return error;
 }
 
-// The files under their temporary names, and which of them have their own by now. What is left
-// undone at the end is taken back.
+// The files under their temporary names until they have their own; those that they replace have the
+// temporary ones then. What is not kept is taken back, and the temporary names go in any case.
 class Undertaking {
  public:
   Undertaking(int folder, bool replaces) : folder_(folder), replaces_(replaces) {}
   ~Undertaking() {
-    for (const std::string& name : names_) unlinkat(folder_, name.c_str(), 0);
+    for (const Entry& entry : entries_) {
+      if (!isKept_) takeBack(entry);
+      unlinkat(folder_, entry.temporary.c_str(), 0);
+    }
   }
   Undertaking(const Undertaking&) = delete;
   Undertaking& operator=(const Undertaking&) = delete;
 
   int add(std::string_view content) {
-    names_.push_back(temporaryName());
-    return writeNew(folder_, names_.back(), content);
+    entries_.emplace_back().temporary = temporaryName();
+    return writeNew(folder_, entries_.back().temporary, content);
   }
   // The file that was added as the `index`th.
   int finish(std::size_t index, const char* name) {
-    const unsigned int flags = replaces_ ? 0 : RENAME_NOREPLACE;
-    if (renameat2(folder_, names_[index].c_str(), folder_, name, flags) != 0) return errno;
-    names_[index] = name;
+    Entry& entry = entries_[index];
+    if (replaces_ && rename(entry.temporary, name, RENAME_EXCHANGE) == 0) {
+      entry.exchangedWith = name;
+      return isFile(entry.temporary) ? 0 : EEXIST;
+    }
+    if (replaces_ && errno != ENOENT) return errno;
+    if (rename(entry.temporary, name, RENAME_NOREPLACE) != 0) return errno;
+    entry.movedTo = name;
     return 0;
   }
-  void keep() { names_.clear(); }
+  void keep() { isKept_ = true; }
 
  private:
+  struct Entry {
+    std::string temporary;
+    std::string exchangedWith;  // or empty, as below
+    std::string movedTo;
+  };
+
+  [[nodiscard]] int rename(const std::string& from, const std::string& to,
+                           unsigned int flags) const {
+    return renameat2(folder_, from.c_str(), folder_, to.c_str(), flags);
+  }
+  // Something else may have got the name since that was asked.
+  [[nodiscard]] bool isFile(const std::string& name) const {
+    struct stat status{};
+    return fstatat(folder_, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           S_ISREG(status.st_mode);
+  }
+  void takeBack(const Entry& entry) const {
+    if (!entry.exchangedWith.empty())
+      (void)rename(entry.temporary, entry.exchangedWith, RENAME_EXCHANGE);
+    if (!entry.movedTo.empty()) unlinkat(folder_, entry.movedTo.c_str(), 0);
+  }
+
   const int folder_;
   const bool replaces_;
-  std::vector<std::string> names_;
+  bool isKept_ = false;
+  std::vector<Entry> entries_;
 };
 
 }  // namespace
 
 SecretFolder::SecretFolder(const Path& path, std::optional<std::string>& fault)
     : path_(plainPath(path, fault).value_or(path)) {
-  if (!fault) descriptor_ = openFolder(path_, fault);
+  if (!fault) descriptor_ = openFolder(path_, fault, isNew_);
 }
 
 SecretFolder::~SecretFolder() {
   if (descriptor_ >= 0) close(descriptor_);
+  if (isNew_) rmdir(path_.c_str());  // fails when there is something in it
 }
 
 std::optional<std::string> SecretFolder::faultOf(const char* name, bool replaces) const {

@@ -43,9 +43,10 @@ void occupyStandardDescriptors() {
   }
 }
 
-// Turns SIGINT, SIGTERM and SIGHUP into an interrupt of the rendezvous as long as it lives; a
-// second one ends the process at once, for a user whose terminal or pipe blocks the first. Make it
-// before any other thread starts: threads inherit that these signals are blocked.
+// Turns SIGINT, SIGTERM and SIGHUP into an interrupt of the rendezvous as long as it lives. One
+// that the rendezvous does not hear ends the process at once, for a user whose terminal or pipe
+// blocks the first. Make it before any other thread starts: threads inherit that these signals are
+// blocked.
 class Interruption {
  public:
   explicit Interruption(std::shared_ptr<Rendezvous> rendezvous);
@@ -85,10 +86,8 @@ Interruption::~Interruption() {
 void Interruption::watch() {
   const sigset_t set = watchedSignals();
   int number = 0;
-  for (bool interrupted = false; sigwait(&set, &number) == 0 && !ending_; interrupted = true) {
-    if (interrupted) std::_Exit(static_cast<int>(ExitCode::interrupted));
-    rendezvous_->interrupt(number);
-  }
+  while (sigwait(&set, &number) == 0 && !ending_)
+    if (!rendezvous_->interrupt(number)) std::_Exit(static_cast<int>(ExitCode::interrupted));
 }
 
 // With one line per problem on standard error already, the framework's lines would repeat it.
