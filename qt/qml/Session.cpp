@@ -1,19 +1,14 @@
 #include "qt/qml/Session.h"
 
+#include "qt/qml/ImageProvider.h"
+#include "qt/qml/Plain.h"
+
 #include <local/qt/Conversions.h>
 
-#include <QJSEngine>
+#include <QQmlEngine>
 #include <utility>
 
 namespace kvl::qt {
-namespace {
-
-// What a script made, without what only its engine understands.
-QVariant plain(const QVariant& variant) {
-  return variant.canConvert<QJSValue>() ? variant.value<QJSValue>().toVariant() : variant;
-}
-
-}  // namespace
 
 void Session::fetch(const QString& path, const QJSValue& then) {
   json(path, this, handlerOf(then));
@@ -23,30 +18,36 @@ void Session::submit(const QString& path, const QVariant& document, const QJSVal
   SessionObject::submit(value(plain(document)), path, this, handlerOf(then));
 }
 
+void Session::send(const QVariant& form, const QJSValue& then) {
+  const auto description = value(plain(form)).dictionary();
+  submitForm(description.value_or(Dictionary()), std::nullopt, QStringLiteral("/"), this,
+             handlerOf(then));
+}
+
+void Session::classBegin() {
+  if (auto* engine = qmlEngine(this)) ImageProvider::of(*engine).addSource(images());
+}
+
 SessionObject::Handler Session::handlerOf(const QJSValue& then) {
   if (!then.isCallable()) return nullptr;
-  return [this, then](const Fetched& fetched) {
-    auto* engine = qjsEngine(this);
-    if (engine == nullptr) return;
-    const QVariant document = fetched.document ? variant(*fetched.document) : QVariant();
-    const auto result = then.call(
-        {QJSValue(fetched.isGood()), engine->toScriptValue(document), QJSValue(fetched.outcome())});
-    if (result.isError()) qWarning("%s", qUtf8Printable(result.toString()));
-  };
+  const quint64 number = ++lastNumber_;
+  functions_.insert(number, then);
+  return [this, number](const Fetched& fetched) { call(number, fetched); };
 }
 
-void EventModel::setSession(SessionObject* session) {
-  if (session == session_) return;
-  if (session_) session_->disconnect(this);
-  session_ = session;
-  if (session_) connect(session_, &SessionObject::eventsReceived, this, &EventListModel::append);
-  Q_EMIT sessionChanged();
-}
-
-void Document::setVariant(const QVariant& document) {
-  document_ = plain(document);
-  setDocument(value(document_));
-  Q_EMIT documentChanged();
+// The function may destroy this object.
+void Session::call(quint64 number, const Fetched& fetched) {
+  const QJSValue function = functions_.take(number);
+  auto* engine = qjsEngine(this);
+  if (engine == nullptr || !function.isCallable()) return;
+  const QVariant document = fetched.document ? variant(*fetched.document) : QVariant();
+  const auto result = function.call(
+      {QJSValue(fetched.isGood()), engine->toScriptValue(document), QJSValue(fetched.outcome())});
+  if (result.isError()) {
+    qWarning("%s:%d: %s", qUtf8Printable(result.property(QStringLiteral("fileName")).toString()),
+             result.property(QStringLiteral("lineNumber")).toInt(),
+             qUtf8Printable(result.toString()));
+  }
 }
 
 }  // namespace kvl::qt

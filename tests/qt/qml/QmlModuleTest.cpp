@@ -1,81 +1,44 @@
-// The module as a page of QML uses it, beside the development notary and service.
-#include "tests/tools/ServiceFixture.h"
+// The module as a file of QML uses it.
+#include "tests/qt/qml/QmlFixture.h"
 
-#include <local/KVLNotary.h>
-#include <local/platform/HostApplication.h>
+#include <gmock/gmock.h>
 
-#include <unistd.h>
-
-#include <QGuiApplication>
-#include <QQmlComponent>
-#include <QQmlEngine>
-#include <QTest>
-#include <cstdlib>
-#include <memory>
-#include <optional>
+#include <QFile>
 
 namespace {
 
-constexpr int kPatience = 60'000;  // ms
-
-class QmlModuleTest : public kvltest::ServiceTest {
- protected:
-  void SetUp() override {
-    ServiceTest::SetUp();
-    busVariable_.emplace(busAddress());
-    setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    // The kernel's keyring is shared with whoever else runs these tests at the same time.
-    kvl::setHostIdentifier("org.example.QmlModuleTest-" + std::to_string(getpid()));
-    application_ = std::make_unique<QGuiApplication>(count_, arguments_);
-    engine_ = std::make_unique<QQmlEngine>();
-    engine_->addImportPath(QStringLiteral(KVL_QML_MODULES));
-  }
-  void TearDown() override {
-    root.reset();
-    engine_.reset();
-    application_.reset();
-    (void)KVLNotary::deleteKeys();
-  }
-
-  // An object with `said`, a text that `text` fills.
-  [[nodiscard]] bool make(const QByteArray& text) {
-    QQmlComponent component(engine_.get());
-    component.setData(
-        "import QtQml\nimport KVLocal\nQtObject {\nid: root\nproperty string said\n" + text + "}",
-        {});
-    root.reset(component.create());
-    EXPECT_NE(root, nullptr) << component.errorString().toStdString();
-    return root != nullptr;
-  }
-  [[nodiscard]] bool says(const QString& text) {
-    const bool found = QTest::qWaitFor([&] { return said() == text; }, kPatience);
-    EXPECT_TRUE(found) << said().toStdString();
-    return found;
-  }
-  [[nodiscard]] QString said() const { return root->property("said").toString(); }
-
-  std::unique_ptr<QObject> root;
-
- private:
-  int count_ = 1;
-  std::string name_ = "kvltest";
-  char* arguments_[2] = {name_.data(), nullptr};
-  std::optional<kvltest::SessionBusVariable> busVariable_;
-  std::unique_ptr<QGuiApplication> application_;
-  std::unique_ptr<QQmlEngine> engine_;
-};
+using QmlModuleTest = kvltest::QmlTest;
 
 TEST_F(QmlModuleTest, SubmitsAndFetchesDocuments) {
   ASSERT_TRUE(make(R"(
     property var session: Session {
-      onEstablishedChanged: if (established) submit("/notes", {text: "Grüße"}, added)
+      onEstablishedChanged: if (established) submit("/notes", {text: "Grüße"}, root.added)
     }
     function added(good, note, text) {
       session.fetch("/notes", (good2, list, text2) => {
-        root.said = [good, note.text, good2, list.notes.length, list.notes[0].text].join()
+        said = [good, note.text, text, good2, list.notes.length, list.notes[0].text].join()
       })
     })"));
-  EXPECT_TRUE(says(QStringLiteral("true,Grüße,true,1,Grüße")));
+  EXPECT_TRUE(says(QStringLiteral("true,Grüße,201 Created,true,1,Grüße")));
+}
+
+TEST_F(QmlModuleTest, SendsTheFormsThatTheServiceDescribes) {
+  ASSERT_TRUE(make(R"(
+    property var session: Session {
+      onEstablishedChanged: if (established) fetch("/notes", root.add)
+    }
+    function add(good, list) {
+      list.form.inputs[0].value = "milk"
+      session.send(list.form, () => session.fetch("/notes", root.remove))
+    }
+    function remove(good, list) {
+      said = list.notes[0].text
+      session.send(list.notes[0].form, (good2, answer, text) => {
+        session.fetch("/notes", (good3, left) => { said += " " + text + " " + left.notes.length })
+      })
+    })"));
+  EXPECT_TRUE(says(QStringLiteral("milk 200 OK 0")));
+  EXPECT_THAT(serviceLog(), testing::HasSubstr("DELETE /notes/"));
 }
 
 TEST_F(QmlModuleTest, TellsWhyAFetchFailed) {
@@ -87,35 +50,94 @@ TEST_F(QmlModuleTest, TellsWhyAFetchFailed) {
   EXPECT_TRUE(says(QStringLiteral("false 404 Not Found")));
 }
 
+TEST_F(QmlModuleTest, AFailureWithoutAFunctionIsASignal) {
+  ASSERT_TRUE(make(R"(
+    property var session: Session {
+      onEstablishedChanged: if (established) fetch("/missing")
+      onFailed: text => root.said = text
+    })"));
+  EXPECT_TRUE(says(QStringLiteral("404 Not Found")));
+}
+
+TEST_F(QmlModuleTest, WhatIsNoFormIsRefused) {
+  ASSERT_TRUE(make(R"(
+    property var session: Session {
+      onEstablishedChanged: if (established) send("no form", good => { root.said = "good: " + good })
+    })"));
+  EXPECT_TRUE(says(QStringLiteral("good: false")));
+}
+
+TEST_F(QmlModuleTest, AFaultInAFunctionIsLoggedWithItsLine) {
+  QTest::ignoreMessage(QtWarningMsg, QRegularExpression(":[0-9]+: ReferenceError: nothing is not"));
+  ASSERT_TRUE(make(R"(
+    property var session: Session {
+      onEstablishedChanged: if (established) {
+        fetch("/notes", () => nothing.at)
+        fetch("/notes", () => { root.said = "second" })
+      }
+    })"));
+  EXPECT_TRUE(says(QStringLiteral("second")));
+}
+
 TEST_F(QmlModuleTest, EventsFillTheModel) {
   ASSERT_TRUE(make(R"(
-    property var session: Session { eventSource: "/feed" }
+    property var session: Session {
+      eventSource: "/feed"
+      onEstablishedChanged: if (established) submit("/notes", {text: "bread"})
+    }
     property var events: EventModel {
-      session: root.session
-      onCountChanged: if (count > 0) root.said = "some"
+      source: root.session
+      onCountChanged: if (data(index(count - 1, 1)) == "notes") root.said = data(index(count - 1, 2))
     })"));
-  EXPECT_TRUE(says(QStringLiteral("some")));
+  EXPECT_TRUE(kvltest::eventually([&] { return said().contains(QStringLiteral("bread")); }));
 }
 
 TEST_F(QmlModuleTest, ADocumentIsAModel) {
   ASSERT_TRUE(make(R"(
     property var model: DocumentModel { document: ({a: [1, 2], b: "x"}) }
-    Component.onCompleted: root.said = model.data(model.index(1, 1)))"));
-  EXPECT_TRUE(says(QStringLiteral("x")));
+    function text(row) { return model.data(model.index(row, 1)) }
+    Component.onCompleted: {
+      const first = [model.rowCount(), text(1), model.document.a[1]]
+      model.document = undefined
+      said = first.concat(model.rowCount()).join()
+    })"));
+  EXPECT_EQ(said(), QStringLiteral("2,x,2,0"));
 }
 
 TEST_F(QmlModuleTest, AFunctionIsNotCalledOnceTheSessionHasGone) {
   ASSERT_TRUE(make(R"(
+    property var other: Session {}
     property var session: Session {
       onEstablishedChanged: if (established) {
         fetch("/notes", () => { root.said = "called" })
+        root.other.fetch("/slow?ms=300", () => { root.said += "gone" })
         destroy()
-        Qt.callLater(() => { root.said = "gone" })
       }
     })"));
   EXPECT_TRUE(says(QStringLiteral("gone")));
-  QTest::qWait(0);
-  EXPECT_EQ(said(), QStringLiteral("gone"));
+}
+
+TEST_F(QmlModuleTest, AFunctionMayDestroyTheSession) {
+  ASSERT_TRUE(make(R"(
+    property var session: Session {
+      onEstablishedChanged: if (established)
+        fetch("/notes", () => { root.session.destroy(); gc(); root.said = "destroyed" })
+    })"));
+  EXPECT_TRUE(says(QStringLiteral("destroyed")));
+}
+
+TEST_F(QmlModuleTest, TheEngineMayGoWhileAFunctionWaits) {
+  ASSERT_TRUE(make(R"(
+    property var session: Session {
+      onEstablishedChanged: if (established) {
+        fetch("/slow?ms=100", () => { root.said = "called" })
+        root.said = "waits"
+      }
+    })"));
+  ASSERT_TRUE(says(QStringLiteral("waits")));
+  engine.reset();
+  EXPECT_TRUE(waitForServiceLog("GET /slow"));
+  root.reset();
 }
 
 }  // namespace
