@@ -8,6 +8,7 @@
 #include <QQuickImageResponse>
 #include <QQuickTextureFactory>
 #include <QRegularExpression>
+#include <algorithm>
 #include <utility>
 
 namespace kvl::qt {
@@ -95,15 +96,20 @@ void draw(const ImageRef& image, const std::shared_ptr<const Waiting>& waiting) 
       image, 1, [waiting, kept = image](const Bitmap& bitmap) { waiting->take(qImage(bitmap)); });
 }
 
+// An item may want a width or a height only.
+int sideOf(QSize wanted) {
+  return wanted.isEmpty() ? std::max({wanted.width(), wanted.height(), 0})
+                          : std::min(wanted.width(), wanted.height());
+}
+
 }  // namespace
 
 ImageAddress::ImageAddress(const QString& identifier) : path(identifier) {
-  static const QRegularExpression pattern(QStringLiteral(R"(^(.*)\?(\d{1,5})(?:x(\d{1,5}))?$)"));
+  static const QRegularExpression pattern(QStringLiteral(R"(^(.*)\?([0-9]{1,5})$)"));
   const auto match = pattern.match(identifier);
   if (!match.hasMatch()) return;
   path = match.captured(1);
-  const int width = match.captured(2).toInt();
-  size = QSize(width, match.hasCaptured(3) ? match.captured(3).toInt() : width);
+  side = match.captured(2).toInt();
 }
 
 ImageProvider& ImageProvider::of(QQmlEngine& engine) {
@@ -136,13 +142,11 @@ QQuickImageResponse* ImageProvider::requestImageResponse(const QString& identifi
   const auto from = source();
   if (!from) return response;
   const ImageAddress address(identifier);
-  const QSize size = (address.size.isEmpty() ? wanted : address.size).expandedTo({0, 0});
-  from->imageWithRelativePath(
-      KVLEncoding::RelativePath(utf8(QLatin1Char('/') + address.path)),
-      {static_cast<double>(size.width()), static_cast<double>(size.height())},
-      [waiting](const ImageRef& image) {
-        if (image) draw(image, waiting);
-      });
+  const double side = address.side > 0 ? address.side : sideOf(wanted);
+  from->imageWithRelativePath(KVLEncoding::RelativePath(utf8(QLatin1Char('/') + address.path)),
+                              {side, side}, [waiting](const ImageRef& image) {
+                                if (image) draw(image, waiting);
+                              });
   return response;
 }
 

@@ -1,5 +1,4 @@
-// The images of a session in QML: "image://kvlocal/PATH", "image://kvlocal/PATH?24" and
-// "image://kvlocal/PATH?32x24".
+// The images of a session in QML: "image://kvlocal/PATH" and "image://kvlocal/PATH?24".
 #pragma once
 
 #include <local/platform/Mutex.h>
@@ -15,17 +14,17 @@ class QQmlEngine;
 
 namespace kvl::qt {
 
-// What such an address names. What follows the last "?" is a size if it looks like one, else it
+// What such an address names. What follows the last "?" is the size if it is a number, else it
 // belongs to the path.
 struct ImageAddress {
   QString path;
-  QSize size;  // in pixels, empty for none
+  int side = 0;  // of the square that the image fits, in pixels; 0 for none
 
   explicit ImageAddress(const QString& identifier);
 };
 
-// Asks the oldest source that lives. Images have the size of the address, else the one that the
-// item asks for, else their own.
+// Asks the oldest source that lives. Images fit the square of the address, else the one in what
+// the item asks for, else they have their own size.
 //
 // The engine asks on a thread of its own and may drop what it has asked for at any time, as the
 // session may go at any time, which fails what waits.

@@ -78,6 +78,18 @@ TEST_F(FormDialogTest, ClosingCancelsWhatIsUnderWay) {
   EXPECT_FALSE(submitted.front().at(2).toBool());
 }
 
+TEST_F(FormDialogTest, WhatIsUnderWayIsNotSubmittedAgain) {
+  auto dialog = dialogFor("/slow?ms=50");
+  QSignalSpy submitted(dialog.get(), &FormDialog::submitted);
+  dialog->submit();
+  dialog->submit();
+  ASSERT_TRUE(eventually([&] { return !submitted.isEmpty(); }));
+  dialog->submit();
+  ASSERT_TRUE(eventually([&] { return submitted.size() == 2; }));
+  ASSERT_TRUE(waitForServiceLog("POST /slow", 2));
+  EXPECT_EQ(QString::fromStdString(serviceLog()).count("POST /slow"), 2);
+}
+
 TEST_F(FormDialogTest, DestroyedByWhoeverHearsOfTheAnswer) {
   auto dialog = dialogFor("/echo");
   QObject::connect(dialog.get(), &FormDialog::submitted, qApp, [&] { dialog.reset(); });

@@ -26,16 +26,17 @@ TEST_F(QmlImageTest, TheAddressHasTheSize) {
   EXPECT_TRUE(says(QStringLiteral("true 24x24")));
 }
 
-TEST_F(QmlImageTest, WidthAndHeightMayDiffer) {
-  ASSERT_TRUE(
-      makeImage("source: session.established ? 'image://kvlocal/image?format=png?32x24' : ''"));
-  EXPECT_TRUE(says(QStringLiteral("true 32x24")));
-}
-
 TEST_F(QmlImageTest, TheItemHasTheSizeOtherwise) {
-  ASSERT_TRUE(makeImage(R"(sourceSize: Qt.size(20, 20)
+  ASSERT_TRUE(makeImage(R"(sourceSize: Qt.size(40, 20)
     source: session.established ? 'image://kvlocal/image?format=png' : '')"));
   EXPECT_TRUE(says(QStringLiteral("true 20x20")));
+  root->property("image").value<QObject*>()->setProperty("sourceSize", QSize(30, 0));
+  EXPECT_TRUE(says(QStringLiteral("true 30x30")));
+}
+
+TEST_F(QmlImageTest, WithoutASizeItHasItsOwn) {
+  ASSERT_TRUE(makeImage("source: session.established ? 'image://kvlocal/image?format=png' : ''"));
+  EXPECT_TRUE(says(QStringLiteral("true 16x16")));
 }
 
 TEST_F(QmlImageTest, WhatIsNotThereFails) {
