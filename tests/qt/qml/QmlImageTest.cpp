@@ -54,14 +54,19 @@ TEST_F(QmlImageTest, WithoutASessionItFails) {
   EXPECT_TRUE(says(QStringLiteral("failed")));
 }
 
-TEST_F(QmlImageTest, TheOldestSessionThatLivesIsAsked) {
+TEST_F(QmlImageTest, AnotherSessionIsAskedOnceTheOldestHasGone) {
   ASSERT_TRUE(make(R"(
-    property var first: Session { }
-    property var second: Session { onEstablishedChanged: if (established) root.first.destroy() }
+    property var second: null
+    property var first: Session {
+      onEstablishedChanged: if (established) {
+        root.second = Qt.createQmlObject("import KVLocal; Session {}", root)
+        destroy()
+      }
+    }
     property var image: Image {
       source: root.first === null && root.second.established
         ? "image://kvlocal/image?format=png?8" : ""
-      onStatusChanged: if (status == Image.Ready) root.said = "ready"
+      onStatusChanged: root.said = ["null", "ready", "loading", "failed"][status]
     })"));
   EXPECT_TRUE(says(QStringLiteral("ready")));
 }
