@@ -201,6 +201,7 @@ std::optional<Array> FormDialog::Implementation::inputsOf(const std::vector<Form
 }
 
 void FormDialog::Implementation::submit() {
+  if (!submit_->isEnabled()) return;
   const auto inputs = inputsOf(fields_);
   const auto files = inputs ? inputsOf(files_) : std::nullopt;
   if (!files) return;

@@ -54,7 +54,8 @@ class ImageSource::Implementation : public std::enable_shared_from_this<Implemen
   Kept images_ KVL_GUARDED_BY(mutex_);  // the one asked for most recently in front
   std::map<ImageKey, Kept::iterator> places_ KVL_GUARDED_BY(mutex_);
   int generation_ KVL_GUARDED_BY(mutex_) = 0;  // of what may be kept
-  std::map<ImageKey, std::vector<Completion>> waiting_ KVL_GUARDED_BY(mutex_);
+  // Those who ask after a `forget` do not join a fetch from before it.
+  std::map<std::pair<ImageKey, int>, std::vector<Completion>> waiting_ KVL_GUARDED_BY(mutex_);
 };
 
 // By the queue, which knows when the application ends.
@@ -74,7 +75,7 @@ void ImageSource::Implementation::request(const KVLEncoding::RelativePath& relat
       return callHere(completion, image);
     }
     generation = generation_;
-    auto& waiting = waiting_[key];
+    auto& waiting = waiting_[{key, generation}];
     waiting.push_back(std::move(completion));
     if (waiting.size() > 1) return;
   }
@@ -101,7 +102,7 @@ void ImageSource::Implementation::arrived(const ImageKey& key, const std::shared
   std::vector<Completion> waiting;
   {
     const MutexLock lock(mutex_);
-    if (auto node = waiting_.extract(key)) waiting = std::move(node.mapped());
+    if (auto node = waiting_.extract({key, generation})) waiting = std::move(node.mapped());
     if (image && generation == generation_) keep(key, image);
   }
   for (const auto& completion : waiting) completion(image);

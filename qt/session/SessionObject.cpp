@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QPointer>
+#include <QThread>
 #include <utility>
 
 namespace kvl::qt {
@@ -22,10 +23,33 @@ QString textOf(const std::optional<Error>& error) {
   return error ? qString(error->localizedDescription()) : QString();
 }
 
+const QGuiApplication* guiApplication() {
+  return qobject_cast<const QGuiApplication*>(QCoreApplication::instance());
+}
+
+// GUI thread, which alone may look at screens.
 double sharpestScale() {
-  const auto* application = qobject_cast<const QGuiApplication*>(QCoreApplication::instance());
+  const auto* application = guiApplication();
   return application != nullptr ? application->devicePixelRatio() : 1;
 }
+
+// The GUI thread's queue for an object that lives on another one.
+class ScreenQueue {
+ public:
+  ScreenQueue() { home_->moveToThread(QCoreApplication::instance()->thread()); }
+  // By the queue, which knows when the application ends.
+  ~ScreenQueue() {
+    queue_->async([home = home_] { delete home; });
+  }
+  ScreenQueue(const ScreenQueue&) = delete;
+  ScreenQueue& operator=(const ScreenQueue&) = delete;
+
+  void async(DispatchQueue::Block block) const { queue_->async(std::move(block)); }
+
+ private:
+  QObject* const home_ = new QObject;
+  const std::shared_ptr<DispatchQueue> queue_ = queueOf(*home_);
+};
 
 // For whom a handler is, if that matters.
 class Context {
@@ -52,6 +76,8 @@ class SessionObject::Implementation {
   void finish(const Context& context, const Handler& handler, const Fetched& fetched);
   void draw(const std::shared_ptr<Image>& image, const Fetched& fetched, const Context& context,
             const ImageHandler& handler);
+  // Calls `work` with the scale to draw with, on any thread.
+  void withScale(std::function<void(double scale)> work);
 
   SessionObject& object;
   const std::shared_ptr<KVLSession> session;
@@ -68,6 +94,7 @@ class SessionObject::Implementation {
   void deliverEvents();
 
   const bool isOwn_;
+  std::unique_ptr<ScreenQueue> screens_;  // made when it is needed
   const std::shared_ptr<EventInbox> inbox_ = std::make_shared<EventInbox>();
   // Silent once they are gone; what is on its way to the queue then goes with the object.
   Observation states_;
@@ -144,13 +171,22 @@ void SessionObject::Implementation::draw(const std::shared_ptr<Image>& image,
     return finish(context,
                   handler ? Handler([&](const Fetched& all) { handler({}, all); }) : nullptr,
                   fetched);
-  const double scale = sharpestScale();
-  Image::rasterise(image, scale, [=, to = queue, kept = image](const Bitmap& bitmap) {
-    // Whoever asked for it is on the other thread.
-    to->async([context, handler, fetched, drawn = qImage(bitmap, scale)] {
-      if (!context.hasGone()) handler(drawn, fetched);
+  withScale([=, to = queue](double scale) {
+    Image::rasterise(image, scale, [=, kept = image](const Bitmap& bitmap) {
+      // Whoever asked for it is on the other thread.
+      to->async([context, handler, fetched, drawn = qImage(bitmap, scale)] {
+        if (!context.hasGone()) handler(drawn, fetched);
+      });
     });
   });
+}
+
+void SessionObject::Implementation::withScale(std::function<void(double scale)> work) {
+  const auto* application = guiApplication();
+  if (application == nullptr || application->thread() == QThread::currentThread())
+    return work(sharpestScale());
+  if (!screens_) screens_ = std::make_unique<ScreenQueue>();
+  screens_->async([work = std::move(work)] { work(sharpestScale()); });
 }
 
 SessionObject::SessionObject(QObject* parent)

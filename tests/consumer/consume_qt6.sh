@@ -46,6 +46,16 @@ if [ -n "$(find "$prefix" -name 'KVLocalQt6WebTargets.cmake')" ]; then
   LD_LIBRARY_PATH=$library_dir "$work/webhost"
 fi
 
+plugin=$(find "$prefix" -name libkvlocalqml.so)
+if [ -n "$plugin" ]; then
+  echo '== the module of QML'
+  [ "$plugin" = "$library_dir/qt6/qml/KVLocal/libkvlocalqml.so" ]
+  grep -qx 'module KVLocal' "$(dirname "$plugin")/qmldir"
+  ldd "$plugin" | grep "libkvlocal-qt6.* => $prefix/"
+  cmake --install "$build" --prefix "$work/qml" --component qml >"$work/qml.log"
+  [ "$(find "$work/qml" -type f | wc -l)" = 2 ]
+fi
+
 echo '== without Qt'
 configure "$hosts/host" "$work/base" -DCMAKE_DISABLE_FIND_PACKAGE_Qt6=ON >"$work/base.log" || {
   cat "$work/base.log"

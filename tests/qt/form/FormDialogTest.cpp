@@ -78,6 +78,19 @@ TEST_F(FormDialogTest, ClosingCancelsWhatIsUnderWay) {
   EXPECT_FALSE(submitted.front().at(2).toBool());
 }
 
+TEST_F(FormDialogTest, WhatIsUnderWayIsNotSubmittedAgain) {
+  auto dialog = dialogFor("/slow?ms=50");
+  QSignalSpy submitted(dialog.get(), &FormDialog::submitted);
+  dialog->submit();
+  dialog->submit();
+  bool isLater = false;
+  session().json("/slow?ms=300", nullptr, [&](const kvl::qt::Fetched&) { isLater = true; });
+  ASSERT_TRUE(eventually([&] { return isLater && !submitted.isEmpty(); }));
+  EXPECT_EQ(submitted.size(), 1);
+  dialog->submit();
+  EXPECT_TRUE(eventually([&] { return submitted.size() == 2; }));
+}
+
 TEST_F(FormDialogTest, DestroyedByWhoeverHearsOfTheAnswer) {
   auto dialog = dialogFor("/echo");
   QObject::connect(dialog.get(), &FormDialog::submitted, qApp, [&] { dialog.reset(); });

@@ -108,6 +108,22 @@ TEST_F(ImageSourceTest, OneThatComesAfterwardsIsForgottenToo) {
   expectRequests(2);
 }
 
+TEST_F(ImageSourceTest, WhoeverAsksAfterwardsGetsAnother) {
+  ImageSource source(session().session());
+  std::vector<ImageRef> images;
+  const auto ask = [&] {
+    source.imageWithRelativePath(KVLEncoding::RelativePath("/image?format=png"), {8, 8},
+                                 [&](const ImageRef& image) { images.push_back(image); });
+  };
+  ask();
+  source.forget();
+  ask();
+  EXPECT_TRUE(eventually([&] { return images.size() == 2; }));
+  ASSERT_TRUE(images.at(0) != nullptr && images.at(1) != nullptr);
+  EXPECT_NE(images.at(0), images.at(1));
+  expectRequests(2);
+}
+
 TEST_F(ImageSourceTest, WhoeverAsksOnAnotherThreadIsCalledBackHere) {
   ImageSource source(session().session());
   (void)imageFrom(source, 8);

@@ -248,4 +248,14 @@ TEST(GuiThreadTest, WorkIsDoneOnTheGUIThreadWhileTheReceiverLives) {
   EXPECT_TRUE(QTest::qWaitFor([&] { return told == &stays; }, kPatience));
 }
 
+TEST(GuiThreadTest, WorkMayChangeWhatItBrings) {
+  const QtApplication application;
+  QObject receiver;
+  QString told;
+  kvl::qt::onGuiThread(QPointer(&receiver), [&told, text = QString("text")](QObject&) mutable {
+    told = std::move(text);
+  });
+  EXPECT_TRUE(QTest::qWaitFor([&] { return told == "text"; }, kPatience));
+}
+
 }  // namespace

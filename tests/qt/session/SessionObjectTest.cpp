@@ -10,6 +10,7 @@
 #include <QSignalSpy>
 #include <QThread>
 #include <atomic>
+#include <semaphore>
 #include <thread>
 
 namespace {
@@ -150,6 +151,38 @@ TEST_F(SessionObjectTest, AnObjectOfAWorkerThread) {
   });
   EXPECT_TRUE(eventually([&] { return where != nullptr; }));
   EXPECT_EQ(where, &thread);
+  thread.quit();
+  thread.wait();
+}
+
+// Screens belong to the GUI thread.
+TEST_F(SessionObjectTest, AnImageForAWorkerThreadAsksTheGUIThreadForItsScale) {
+  establish();
+  QThread thread;
+  auto helper = std::make_unique<QObject>();
+  const auto queue = kvl::qt::queueOf(*helper);
+  helper->moveToThread(&thread);
+  thread.start();
+  std::atomic<bool> isDrawn = false;
+  std::binary_semaphore later(0);
+  queue->async([&] {
+    auto* object = new SessionObject(session().session(), helper.get());
+    object->image("/image?format=png", {12, 12}, nullptr, [&](const QImage& image, const Fetched&) {
+      EXPECT_EQ(QThread::currentThread(), &thread);
+      EXPECT_EQ(image.size(), QSize(12, 12));
+      isDrawn = true;
+    });
+    object->json("/slow?ms=300", nullptr, [&](const Fetched&) { later.release(); });
+  });
+  later.acquire();
+  EXPECT_FALSE(isDrawn);
+  EXPECT_TRUE(eventually([&] { return isDrawn.load(); }));
+  std::atomic<bool> isGone = false;
+  queue->async([&] {
+    helper.reset();
+    isGone = true;
+  });
+  EXPECT_TRUE(eventually([&] { return isGone.load(); }));
   thread.quit();
   thread.wait();
 }

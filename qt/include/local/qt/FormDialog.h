@@ -39,6 +39,7 @@ class KVL_EXPORT FormDialog : public QDialog {
   /// A field for one more file.
   void addFile(const QString& path = {});
 
+  /// As the button does: while a submission is under way, nothing.
   void submit();
   /// Whether the service has answered what was submitted last.
   [[nodiscard]] bool isAnswered() const;
@@ -50,7 +51,9 @@ class KVL_EXPORT FormDialog : public QDialog {
 
  Q_SIGNALS:
   /// The service has answered, or will not: `outcome` is a status such as "200 OK", or what went
-  /// wrong. A status of 300 and more is not good. May destroy the dialog.
+  /// wrong. A status of 300 and more is not good. What a closed dialog had under way is told as
+  /// cancelled when its answer has not come before, and not at all once the dialog has gone. May
+  /// destroy the dialog.
   void submitted(const QString& title, const QString& outcome, bool isGood);
 
  private:

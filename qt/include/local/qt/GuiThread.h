@@ -16,7 +16,7 @@ namespace kvl::qt {
 /// thread. Needs the main queue, which Qt's event loop serves (see `Integration`).
 template <class Receiver, class Work>
 void onGuiThread(const QPointer<Receiver>& receiver, Work work) {
-  DispatchQueue::main()->async([receiver, work = std::move(work)] {
+  DispatchQueue::main()->async([receiver, work = std::move(work)]() mutable {
     if (receiver) work(*receiver);
   });
 }

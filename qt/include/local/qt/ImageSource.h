@@ -30,7 +30,8 @@ class KVL_EXPORT ImageSource final : public KVLEncodingImageSource {
   void imageWithRelativePath(const KVLEncoding::RelativePath& relativePath, Size size,
                              Completion completionHandler) override;
 
-  /// Drops what is kept, so that all is fetched anew.
+  /// Drops what is kept, so that all is fetched anew. Who waits already still gets what was asked
+  /// for before.
   void forget();
 
  private:

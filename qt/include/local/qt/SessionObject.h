@@ -88,7 +88,8 @@ class KVL_EXPORT SessionObject : public QObject {
                 RequestOptions options = {});
   /// @param size in points; an empty one leaves the image its own. The picture has as many pixels
   /// as
-  ///   the application's sharpest screen wants.
+  ///   the application's sharpest screen wants, which the GUI thread is asked for: its event loop
+  ///   has to run, too, where this object lives on another thread.
   Exchange image(const QString& path, QSize size, QObject* context, ImageHandler handler,
                  RequestOptions options = {});
   Exchange submit(const Value& root, const QString& path, QObject* context, Handler handler,
