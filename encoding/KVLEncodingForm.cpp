@@ -83,17 +83,18 @@ using ExchangeStateRef = std::shared_ptr<kvl::urlloading::ExchangeState>;
 
 // The request has its body already.
 void send(KVLSession& session, Submission submission, kvl::urlloading::ExchangeState& exchange) {
-  auto& [request, method, options, delivery] = submission;
+  auto& request = submission.request;
   KVLEncoding::setHeaderToAcceptRoot(request);
-  if (!method.empty()) request.setMethod(method);
-  kvl::urlloading::apply(options, request);
-  kvl::encoding::send(session, request, exchange,
-                      [delivery = std::move(delivery), emptyAnswer = options.emptyAnswer](
-                          std::optional<kvl::Data> body, kvl::URLResponseRef response,
-                          std::optional<kvl::Error> error) mutable {
-                        deliverAnswer(std::move(body), std::move(response), std::move(error),
-                                      emptyAnswer, std::move(delivery));
-                      });
+  if (!submission.method.empty()) request.setMethod(submission.method);
+  kvl::urlloading::apply(submission.options, request);
+  kvl::encoding::send(
+      session, request, exchange,
+      [delivery = std::move(submission.delivery), emptyAnswer = submission.options.emptyAnswer](
+          std::optional<kvl::Data> body, kvl::URLResponseRef response,
+          std::optional<kvl::Error> error) mutable {
+        deliverAnswer(std::move(body), std::move(response), std::move(error), emptyAnswer,
+                      std::move(delivery));
+      });
 }
 
 // The boundary is in the request's head, so the files are searched for one before it is sent.
@@ -103,8 +104,9 @@ void sendOnceSearched(KVLSession& session, Submission submission, SourceRef sour
       ->async([session = session.shared_from_this(), submission = std::move(submission),
                source = std::move(source), exchange = std::move(exchange)]() mutable {
         const auto turn = submission.delivery.turn();
-        auto error = source->findBoundary(KVLExtensions::randomBoundary,
-                                          [&] { return turn->isCancelled() || session->isEnded(); });
+        auto error = source->findBoundary(KVLExtensions::randomBoundary, [&] {
+          return turn->isCancelled() || session->isEnded();
+        });
         const kvl::core::ThreadWork work;
         if (error)
           return std::move(submission.delivery).here(std::nullopt, nullptr, std::move(error));
