@@ -68,12 +68,18 @@ class Delivery {
   urlloading::HandlerTurnRef turn_ = std::make_shared<urlloading::HandlerTurn>();
 };
 
+// Sends the request of an exchange whose handler looks at its turn.
+inline void send(KVLSession& session, const URLRequest& request,
+                 urlloading::ExchangeState& exchange, DataTaskHandler handler) {
+  if (auto task = session.request(request, std::move(handler))) exchange.setTask(std::move(task));
+}
+
 // Sends the request for a handler that looks at `turn`.
 [[nodiscard]] inline Exchange startExchange(KVLSession& session, const URLRequest& request,
                                             const urlloading::HandlerTurnRef& turn,
                                             DataTaskHandler handler) {
   auto state = std::make_shared<urlloading::ExchangeState>(turn);
-  if (auto task = session.request(request, std::move(handler))) state->setTask(std::move(task));
+  send(session, request, *state, std::move(handler));
   return Exchange(std::move(state));
 }
 

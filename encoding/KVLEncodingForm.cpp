@@ -1,7 +1,9 @@
 #include "encoding/AnswerBody.h"
 #include "encoding/FailedStatus.h"
 #include "encoding/FetchDelivery.h"
+#include "encoding/MultipartSource.h"
 #include "platform/core/ASCII.h"
+#include "platform/core/ProcessExit.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLExtensionsURLRequest.h>
@@ -69,6 +71,50 @@ void deliverAnswer(std::optional<kvl::Data> body, kvl::URLResponseRef response,
   std::move(delivery).here(std::move(body), std::move(response), std::move(error));
 }
 
+// A form on its way, its body apart.
+struct Submission {
+  kvl::URLRequest request;
+  std::string method;  // empty: that of the body
+  kvl::RequestOptions options;
+  FormDelivery delivery;
+};
+using SourceRef = std::shared_ptr<kvl::encoding::MultipartSource>;
+using ExchangeStateRef = std::shared_ptr<kvl::urlloading::ExchangeState>;
+
+// The request has its body already.
+void send(KVLSession& session, Submission submission, kvl::urlloading::ExchangeState& exchange) {
+  auto& request = submission.request;
+  KVLEncoding::setHeaderToAcceptRoot(request);
+  if (!submission.method.empty()) request.setMethod(submission.method);
+  kvl::urlloading::apply(submission.options, request);
+  kvl::encoding::send(
+      session, request, exchange,
+      [delivery = std::move(submission.delivery), emptyAnswer = submission.options.emptyAnswer](
+          std::optional<kvl::Data> body, kvl::URLResponseRef response,
+          std::optional<kvl::Error> error) mutable {
+        deliverAnswer(std::move(body), std::move(response), std::move(error), emptyAnswer,
+                      std::move(delivery));
+      });
+}
+
+// The boundary is in the request's head, so the files are searched for one before it is sent.
+void sendOnceSearched(KVLSession& session, Submission submission, SourceRef source,
+                      ExchangeStateRef exchange) {
+  kvl::DispatchQueue::concurrent("korvale.local.form")
+      ->async([session = session.shared_from_this(), submission = std::move(submission),
+               source = std::move(source), exchange = std::move(exchange)]() mutable {
+        const auto turn = submission.delivery.turn();
+        auto error = source->findBoundary(KVLExtensions::randomBoundary, [&] {
+          return turn->isCancelled() || session->isEnded();
+        });
+        const kvl::core::ThreadWork work;
+        if (error)
+          return std::move(submission.delivery).here(std::nullopt, nullptr, std::move(error));
+        kvl::encoding::MultipartSource::setBody(submission.request, std::exchange(source, nullptr));
+        send(*session, std::move(submission), *exchange);
+      });
+}
+
 kvl::Array inputsOf(KVLEncoding::DictionaryOrNone form) {
   return *KVLEncoding::arrayFromDictionary(form, "inputs", kvl::Array());
 }
@@ -97,23 +143,22 @@ kvl::Exchange KVLEncoding::submitForm(DictionaryOrNone form,
   if (action.text().starts_with("https://")) return openAction(action, completionHandler, options);
   kvl::URLRequest request(action.text());
   const auto inputs = inputsOf(formWithAdditionalInputs(form, additionalInputs));
-  if (const auto error = KVLExtensions::setHTTPBodyWithInputs(request, inputs))
-    return reportFailure(*error, completionHandler, options, "error encoding inputs: %@");
-  setHeaderToAcceptRoot(request);
+  std::optional<kvl::Error> error;
+  SourceRef source;
+  if (options.streamsFiles) source = kvl::encoding::MultipartSource::make(inputs, &error);
+  if (!source && !error) error = KVLExtensions::setHTTPBodyWithInputs(request, inputs);
+  if (error) return reportFailure(*error, completionHandler, options, "error encoding inputs: %@");
   const auto method = stringFromDictionary(form, "method");
-  if (method && !method->empty()) request.setMethod(upperCased(*method));
-  kvl::urlloading::apply(options, request);
   if (!completionHandler) completionHandler = reportUnheardAnswer;
   FormDelivery delivery(std::move(completionHandler), options);
-  const auto turn = delivery.turn();
-  return kvl::encoding::startExchange(
-      session, request, turn,
-      [delivery = std::move(delivery), emptyAnswer = options.emptyAnswer](
-          std::optional<kvl::Data> body, kvl::URLResponseRef response,
-          std::optional<kvl::Error> error) mutable {
-        deliverAnswer(std::move(body), std::move(response), std::move(error), emptyAnswer,
-                      std::move(delivery));
-      });
+  const auto exchange = std::make_shared<kvl::urlloading::ExchangeState>(delivery.turn());
+  Submission submission{std::move(request), method ? upperCased(*method) : std::string(), options,
+                        std::move(delivery)};
+  if (source)
+    sendOnceSearched(session, std::move(submission), std::move(source), exchange);
+  else
+    send(session, std::move(submission), *exchange);
+  return kvl::Exchange(exchange);
 }
 
 kvl::Exchange KVLEncoding::submitForm(DictionaryOrNone form, const RelativePath& relativePath,

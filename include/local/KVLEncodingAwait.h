@@ -2,6 +2,7 @@
 /// The fetches and submissions for coroutines.
 #pragma once
 
+#include <local/KVLEncodingDownload.h>
 #include <local/KVLEncodingForm.h>
 #include <local/KVLEncodingRoot.h>
 #include <local/KVLEncodingSession.h>
@@ -21,6 +22,7 @@
 #include <atomic>
 #include <chrono>
 #include <coroutine>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -333,6 +335,22 @@ inline Operation<FormResult> submitForm(const std::optional<kvl::Dictionary>& fo
         options));
     // A handler that nobody kept will not be called any more.
     if (handler.expired()) rendezvous->complete({});
+  });
+}
+
+/// A document of any kind and size into `file`, as `KVLEncoding::downloadFromSession`. The file of
+/// a task that is cancelled before it has its name is removed.
+///
+/// @param file a relative path counts from the folder that the process is in when it is awaited.
+inline Operation<DownloadResult> downloadFromSession(KVLSession& session,
+                                                     const RelativePath& relativePath,
+                                                     const std::filesystem::path& file,
+                                                     const DownloadOptions& options = {}) {
+  return Operation<DownloadResult>([relativePath, file, session = session.shared_from_this(),
+                                    options](const auto& rendezvous) {
+    rendezvous->holds(KVLEncoding::downloadFromSession(
+        *session, relativePath, file,
+        [rendezvous](DownloadResult result) { rendezvous->complete(std::move(result)); }, options));
   });
 }
 

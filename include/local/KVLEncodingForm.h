@@ -28,7 +28,18 @@ namespace KVLEncoding {
     DictionaryOrNone form, const std::optional<kvl::Array>& inputs);
 
 /// What the submission of a form wants beside the usual.
-struct FormOptions : kvl::RequestOptions {};
+struct FormOptions : kvl::RequestOptions {
+  /// Whether files that are open (`KVLInputFile::newWithDescriptor`) are read while they are sent,
+  /// in little memory, rather than into one body before. What goes out is the same.
+  ///
+  /// The request is sent once a worker thread has read the files to the end, to find a boundary
+  /// that occurs in none of them; the time-outs begin then. Until then the operation holds the
+  /// session, and a handler without a queue of the options' is called on that thread if nothing can
+  /// be sent. A file that has become shorter by then, or while it is sent, is
+  /// `NSFileReadUnknownError`; what others write to it meanwhile could hold the boundary. Of no
+  /// effect on a form without open files.
+  bool streamsFiles = false;
+};
 
 /// `submitForm:additionalInputs:relativePath:session:completionHandler:` Submits a form.
 ///

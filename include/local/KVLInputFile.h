@@ -39,7 +39,8 @@ class KVL_EXPORT KVLInputFile final : public kvl::Object {
       std::optional<kvl::Data> data);
 
   /// A new file object with the content of an open file, which is read only when it is needed: a
-  /// form reads it straight into the body of its request, and no other copy is kept. Any thread.
+  /// form reads it straight into the body of its request, or while it is sent
+  /// (`KVLEncoding::FormOptions::streamsFiles`), and no other copy is kept. Any thread.
   ///
   /// @param filename, contentType as above
   /// @param descriptor of a regular file, open for reading: its content from the descriptor's

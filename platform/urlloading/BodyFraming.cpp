@@ -6,6 +6,12 @@
 #include <utility>
 
 namespace kvl::urlloading {
+namespace {
+
+// Of a body without a framing. One pass of reading can bring as much as the receiver lets wait.
+constexpr std::size_t kLargestPiece = std::size_t{256} << 10;
+
+}  // namespace
 
 void setBodyFraming(DataTask& task, std::unique_ptr<BodyFraming> framing) {
   if (auto* object = dynamic_cast<DataTaskObject*>(&task)) object->setFraming(std::move(framing));
@@ -26,17 +32,30 @@ std::size_t PendingBody::due(Source source, Time now) {
   return framing_ ? framing_->due(size(), source, now) : size();
 }
 
+bool PendingBody::isFull() const noexcept {
+  return !framing_ && bytes_.size() >= kLargestPiece;
+}
+
 PendingBody::Time PendingBody::latest() const {
   return isCollecting() ? framing_->latest() : Time::max();
 }
 
 Bytes PendingBody::take(std::size_t count) {
   if (count == 0) return {};
-  if (framing_) framing_->taken(text(), count);
   const auto cut = bytes_.begin() + static_cast<std::ptrdiff_t>(count);
+  if (!framing_) {
+    Bytes piece(bytes_.begin(), cut);
+    bytes_.erase(bytes_.begin(), cut);
+    return piece;
+  }
+  framing_->taken(text(), count);
   Bytes rest(cut, bytes_.end());
   bytes_.erase(cut, bytes_.end());
   return std::exchange(bytes_, std::move(rest));
+}
+
+Bytes PendingBody::takeAll() {
+  return std::exchange(bytes_, {});
 }
 
 }  // namespace kvl::urlloading

@@ -49,7 +49,7 @@ class PendingBody {
   using Source = BodyFraming::Source;
   using Time = BodyFraming::Time;
 
-  // Without a framing, what one pass of reading brings is a chunk.
+  // Without a framing, what one pass of reading brings is a chunk, or several if it is much.
   explicit PendingBody(std::unique_ptr<BodyFraming> framing) noexcept
       : framing_(std::move(framing)) {}
 
@@ -59,12 +59,18 @@ class PendingBody {
   // Whether there are bytes that may have to wait for others.
   [[nodiscard]] bool isCollecting() const noexcept { return framing_ && !empty(); }
 
+  // Whether enough has come for a chunk, though the pass goes on. With a framing, never.
+  [[nodiscard]] bool isFull() const noexcept;
+
   // As the framing says.
   [[nodiscard]] std::size_t due(Source source, Time now);
   [[nodiscard]] Time latest() const;
 
-  // Takes that many bytes off the front.
+  // Takes that many bytes off the front. Without a framing they are copied into memory of just
+  // their size, and the memory in which they were collected serves again.
   [[nodiscard]] Bytes take(std::size_t count);
+  // Takes all of them in the memory that they are in, past the framing.
+  [[nodiscard]] Bytes takeAll();
 
  private:
   [[nodiscard]] std::string_view text() const noexcept;

@@ -269,7 +269,7 @@ TaskOutcome Transfer::outcome(CURLcode code) {
   if (code != CURLE_OK) return {std::nullopt, response_, failure(code)};
   if (!response_) return {std::nullopt, nullptr, makeURLError(NSURLErrorBadServerResponse, text)};
   if (!task_->wantsBodyInOnePiece()) return {std::nullopt, response_, std::nullopt};
-  return {Data(body_.take(body_.size())), response_, std::nullopt};
+  return {Data(body_.takeAll()), response_, std::nullopt};
 }
 
 Error Transfer::refusalError(std::string_view urlText) const {

@@ -104,6 +104,7 @@ std::size_t Transfer::takeBody(const char* bytes, std::size_t size) {
   }
   body_.append({bytes, size}, lastActivity_);
   task_->meter().noteReceived(size);
+  if (body_.isFull() && !task_->wantsBodyInOnePiece()) handOver(body_.size());
   return size;
 }
 

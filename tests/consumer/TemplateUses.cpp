@@ -43,6 +43,8 @@ template <class T>
 [[maybe_unused]] kvl::Task<> awaitATask(KVLSession& session) {
   co_await awaitInATask(session);
   co_await KVLEncoding::awaitable::request(session, kvl::URLRequest("a"));
+  co_await KVLEncoding::awaitable::downloadFromSession(session, KVLEncoding::RelativePath("a"),
+                                                       "a");
   co_await KVLEncoding::awaitable::ended(session);
 }
 

@@ -4,8 +4,13 @@
 
 #include <local/KVLEncodingAwait.h>
 
+#include <stdlib.h>
+
 #include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 
 namespace {
 
@@ -117,6 +122,8 @@ TEST_F(AwaitTaskTest, ADestroyedTaskCancelsItsExchange) {
       [&] { return awaitable::submitForm(kvl::Dictionary(), std::nullopt, path, *session); });
   expectToBeCancelled<awaitable::RequestResult>(
       [&] { return awaitable::request(*session, kvl::URLRequest("a")); });
+  expectToBeCancelled<KVLEncoding::DownloadResult>(
+      [&] { return awaitable::downloadFromSession(*session, path, "/nonexistent/file"); });
 }
 
 kvltest::Task awaitElsewhere(KVLSession& session) {
@@ -172,6 +179,34 @@ TEST_F(AwaitTaskTest, RequestBringsTheBodyAsItCame) {
   EXPECT_TRUE(requested.result.error);
 }
 
+TEST_F(AwaitTaskTest, DownloadBringsTheFileOrTheRefusal) {
+  std::string folder = "/tmp/kvl-await-XXXXXX";
+  ASSERT_NE(mkdtemp(folder.data()), nullptr);
+  const auto file = std::filesystem::path(folder) / "file";
+  TaskArrival<KVLEncoding::DownloadResult> downloaded;
+  const auto download = [&] {
+    return awaitable::downloadFromSession(*session, RelativePath("b"), file);
+  };
+  auto waiting = awaitInTask(download, downloaded);
+  EXPECT_TRUE(loader->tasks().empty());
+  waiting.start();
+  EXPECT_EQ(sent().urlText(), "https://127.0.0.1:4321/base/b");
+  answer("the bytes");
+  runMainLoopUntil([&] { return downloaded.times == 1; });
+  EXPECT_EQ(downloaded.result.file, file);
+  EXPECT_FALSE(downloaded.result.error);
+  EXPECT_EQ(downloaded.thread, std::this_thread::get_id());
+  std::ifstream stream(file);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), "the bytes");
+  disconnect();
+  auto refused = awaitInTask(download, downloaded);
+  refused.start();
+  runMainLoopUntil([&] { return downloaded.times == 2; });
+  EXPECT_FALSE(downloaded.result.file);
+  EXPECT_TRUE(downloaded.result.error);
+  std::filesystem::remove_all(folder);
+}
+
 TEST_F(AwaitTaskTest, OptionsReachTheRequest) {
   kvl::RequestOptions options{.totalTimeout = 5s};
   options.headers.set("X-Host", "1");
@@ -180,6 +215,7 @@ TEST_F(AwaitTaskTest, OptionsReachTheRequest) {
     waiting.start();
     EXPECT_EQ(sentHeader("X-Host"), "1");
     EXPECT_EQ(sent().totalTimeout(), 5s);
+    task().fail(kLostConnection);
     loader->dropTasks();
   };
   const RelativePath path("a");
@@ -191,6 +227,10 @@ TEST_F(AwaitTaskTest, OptionsReachTheRequest) {
   expectOptions([&] {
     return awaitable::submitForm(kvl::Dictionary(), std::nullopt, path, *session,
                                  KVLEncoding::FormOptions{options});
+  });
+  expectOptions([&] {
+    return awaitable::downloadFromSession(*session, path, "/nonexistent/file",
+                                          KVLEncoding::DownloadOptions{options});
   });
 }
 

@@ -1,3 +1,4 @@
+#include "tests/encoding/OpenFile.h"
 #include "tests/support/Pipe.h"
 
 #include <local/KVLExtensionsURLRequest.h>
@@ -7,7 +8,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -23,6 +23,7 @@
 namespace {
 
 using namespace std::string_literals;
+using kvltest::OpenFile;
 
 TEST(InputFileTest, KeepsWhatItWasMadeOf) {
   const auto file = KVLInputFile::newWithFilename("a.txt", "text/x-a", kvl::Data::fromText("abc"));
@@ -66,22 +67,6 @@ TEST(InputFileTest, SharesItsDataWithWhoGaveIt) {
   const auto file = KVLInputFile::newWithFilename("a", "t/t", data);
   EXPECT_EQ(file->data()->data(), data.data());
 }
-
-// The open file that holds these bytes.
-class OpenFile {
- public:
-  explicit OpenFile(std::string_view bytes) : descriptor_(memfd_create("file", MFD_CLOEXEC)) {
-    EXPECT_EQ(pwrite(descriptor_, bytes.data(), bytes.size(), 0),
-              static_cast<ssize_t>(bytes.size()));
-  }
-  ~OpenFile() { close(descriptor_); }
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  [[nodiscard]] int descriptor() const { return descriptor_; }
-
- private:
-  const int descriptor_;
-};
 
 std::optional<kvl::Error> bodyOf(const std::shared_ptr<KVLInputFile>& file, std::string& body) {
   kvl::URLRequest request("a");

@@ -57,6 +57,48 @@ TEST(PendingBodyTest, PlainBodiesGoAtOnce) {
   EXPECT_EQ(take(body, body.due(Source::quiet, kStart)), "");
 }
 
+// However they came: what waits for a slow receiver is counted by its size.
+TEST(PendingBodyTest, PlainPiecesTakeNoMoreMemoryThanTheirSize) {
+  PendingBody body(nullptr);
+  for (const std::size_t size : {std::size_t{3}, std::size_t{112} << 10, std::size_t{1} << 20}) {
+    std::string sent;
+    for (std::size_t i = 0; sent.size() < size; ++i) {
+      const std::string some(std::min<std::size_t>(size - sent.size(), 16384), "abc"[i % 3]);
+      body.append(some, kStart);
+      sent += some;
+    }
+    const Bytes piece = body.take(size - 1);
+    EXPECT_EQ(piece.capacity(), size - 1);
+    EXPECT_TRUE(std::string(piece.begin(), piece.end()) == sent.substr(0, size - 1));
+    EXPECT_EQ(take(body, body.size()), sent.substr(size - 1));
+  }
+}
+
+TEST(PendingBodyTest, PlainBodiesGoBeforeTheyGetLarge) {
+  constexpr std::size_t kMost = std::size_t{256} << 10;
+  PendingBody body(nullptr);
+  body.append(std::string(kMost - 1, 'x'), kStart);
+  EXPECT_FALSE(body.isFull());
+  body.append("x", kStart);
+  EXPECT_TRUE(body.isFull());
+  EXPECT_EQ(take(body, kMost).size(), kMost);
+  EXPECT_FALSE(body.isFull());
+  std::vector<std::string> notes;
+  PendingBody framed(std::make_unique<PairFraming>(notes));
+  framed.append(std::string(kMost, 'x'), kStart);
+  EXPECT_FALSE(framed.isFull());
+}
+
+TEST(PendingBodyTest, AllOfItIsTakenWhereItIs) {
+  PendingBody body(nullptr);
+  body.append("a body in one piece", kStart);
+  const Bytes whole = body.takeAll();
+  EXPECT_EQ(std::string(whole.begin(), whole.end()), "a body in one piece");
+  EXPECT_TRUE(body.empty());
+  body.append("x", kStart);
+  EXPECT_EQ(take(body, 1), "x");
+}
+
 TEST(PendingBodyTest, TheFramingDecidesHowMuchGoes) {
   std::vector<std::string> notes;
   PendingBody body(std::make_unique<PairFraming>(notes));
