@@ -51,12 +51,12 @@ std::size_t maximumBody(ContentKind kind, const URLSessionConfiguration& configu
   return ofAnyKind;
 }
 
-SteadyTime endOf(const URLRequest& request, const URLSessionConfiguration& configuration) {
+SteadyTime endOf(const URLRequest& request, const URLSessionConfiguration& configuration,
+                 SteadyTime began) {
   constexpr auto kNever = std::chrono::nanoseconds::max();
   const bool isStream = request.contentKind() == ContentKind::eventStream;
-  return after(std::chrono::steady_clock::now(),
-               std::min(isStream ? kNever : configuration.timeoutIntervalForResource,
-                        request.totalTimeout().value_or(kNever)));
+  return after(began, std::min(isStream ? kNever : configuration.timeoutIntervalForResource,
+                               request.totalTimeout().value_or(kNever)));
 }
 
 // What it means that no second connection could be made for a request that has gone out.
@@ -74,10 +74,10 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
       cookies_(cookies),
       originalURL_(*request.url()),
       request_(std::move(request)),
-      trace_(task_->taskIdentifier()),
+      trace_(task_->taskIdentifier(), began_),
       body_(task_->takeFraming()),
       maximumBody_(maximumBody(request_.contentKind(), configuration)),
-      end_(endOf(request_, configuration)) {
+      end_(endOf(request_, configuration, began_)) {
   task_->noteDeliveryResumed();
 }
 
@@ -182,7 +182,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int loca
   if (isShared) self->watch_.begin(self->easy(), self->connection_);
   self->connectionKind_ = isShared;
   self->sent_ = true;
-  self->trace_.noteSending(self->request_, self->easy());
+  self->trace_.noteSending(self->request_, self->easy(), self->lastActivity_);
   return CURL_PREREQFUNC_OK;
 }
 

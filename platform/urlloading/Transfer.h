@@ -160,6 +160,7 @@ class Transfer final : private ChallengeSource {
   const URLSessionConfiguration& configuration_;
   CURLSH* const cookies_;
   const URL originalURL_;
+  const SteadyTime began_ = std::chrono::steady_clock::now();
   URLRequest request_;
   TransferTrace trace_;
   DeclineWatch watch_;
@@ -205,7 +206,7 @@ class Transfer final : private ChallengeSource {
   curl_off_t uploaded_ = 0;
   const std::size_t maximumBody_;
   const SteadyTime end_;
-  SteadyTime lastActivity_ = std::chrono::steady_clock::now();
+  SteadyTime lastActivity_ = began_;
   std::chrono::steady_clock::duration timeInChallenges_{};
   std::array<char, CURL_ERROR_SIZE> errorText_{};
 };

@@ -9,6 +9,7 @@ namespace kvl::urlloading {
 namespace {
 
 using Kind = TraceRecord::Kind;
+using Clock = std::chrono::steady_clock;
 
 // A request that is sent has a URL.
 std::string_view pathOf(const URLRequest& request) {
@@ -39,8 +40,8 @@ void TransferTrace::begin(const URLRequest& request) const {
   });
 }
 
-void TransferTrace::noteSending(const URLRequest& request, CURL* easy) {
-  if (!sent_) sent_ = Clock::now();
+void TransferTrace::noteSending(const URLRequest& request, CURL* easy, Time now) {
+  if (!sent_) sent_ = now;
   if (!core::isTraced() || !hasConnected(easy)) return;
   const auto connecting = interval(easy, CURLINFO_CONNECT_TIME_T);
   const auto secured = interval(easy, CURLINFO_APPCONNECT_TIME_T);

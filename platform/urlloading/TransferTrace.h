@@ -12,14 +12,17 @@
 
 namespace kvl::urlloading {
 
-// Knows since when the request runs, and when it went out. On the I/O thread.
+// Knows since when the request runs, and when it went out, by times that somebody else needs as
+// well: whoever is not observed reads no clock. On the I/O thread.
 class TransferTrace {
  public:
-  explicit TransferTrace(std::uint64_t task) noexcept : task_(task) {}
+  using Time = std::chrono::steady_clock::time_point;
+
+  TransferTrace(std::uint64_t task, Time began) noexcept : task_(task), began_(began) {}
 
   void begin(const URLRequest& request) const;
   // The present request goes out, perhaps on a connection that was made for it.
-  void noteSending(const URLRequest& request, CURL* easy);
+  void noteSending(const URLRequest& request, CURL* easy, Time now);
   void noteAnswer(const URLRequest& request, std::int64_t status) const;
   // `next` follows, after a redirect of `status` or because nobody had looked at the one before.
   void noteRepetition(const URLRequest& next, std::int64_t status);
@@ -28,11 +31,9 @@ class TransferTrace {
            const std::optional<Error>& error) const;
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   const std::uint64_t task_;
-  const Clock::time_point began_ = Clock::now();
-  std::optional<Clock::time_point> sent_;  // first
+  const Time began_;
+  std::optional<Time> sent_;  // first
   std::int64_t repetitions_ = 0;
 };
 

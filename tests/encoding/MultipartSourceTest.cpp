@@ -231,6 +231,18 @@ TEST(MultipartSourceTest, AFileThatHasBecomeShorterIsAnError) {
   EXPECT_TRUE(error->is(kvl::NSCocoaErrorDomain, kvl::NSFileReadUnknownError));
 }
 
+TEST(MultipartSourceTest, AFileThatGrowsIsSentAsItWas) {
+  const OpenFile open("the file");
+  const kvl::Array inputs{input("a", fileOf(open))};
+  kvl::URLRequest request("a");
+  ASSERT_EQ(writeMultipartBody(request, inputs, always(kBoundary)), std::nullopt);
+  const auto source = MultipartSource::make(inputs, nullptr);
+  open.resize(2 * kBlockSize);
+  ASSERT_EQ(source->findBoundary(always(kBoundary), isWanted), std::nullopt);
+  std::mt19937 random(8);
+  EXPECT_EQ(readAll(*source, random), request.body()->text());
+}
+
 TEST(MultipartSourceTest, TheSearchStopsOnceNobodyWantsIt) {
   const OpenFile open("");
   open.resize(4 * kBlockSize);

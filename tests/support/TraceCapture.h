@@ -3,8 +3,7 @@
 
 #include <local/platform/Trace.h>
 
-#include <algorithm>
-#include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -24,6 +23,10 @@ class TraceCapture {
  public:
   using Kind = kvl::TraceRecord::Kind;
 
+  // The trace is the process's. Given a task's identifier, it keeps what is told of later ones
+  // only.
+  explicit TraceCapture(std::uint64_t after = 0) : after_(after) {}
+
   [[nodiscard]] std::vector<KeptTrace> all() const {
     const std::lock_guard lock(kept_->mutex);
     return kept_->all;
@@ -39,14 +42,6 @@ class TraceCapture {
     std::erase_if(found, [kind](const KeptTrace& kept) { return kept.record.kind != kind; });
     return found;
   }
-  // Waits until one of that kind has been told.
-  void waitFor(Kind kind) const {
-    std::unique_lock lock(kept_->mutex);
-    kept_->changed.wait(lock, [&] {
-      return std::ranges::any_of(
-          kept_->all, [kind](const KeptTrace& kept) { return kept.record.kind == kind; });
-    });
-  }
   void clear() const {
     const std::lock_guard lock(kept_->mutex);
     kept_->all.clear();
@@ -55,20 +50,21 @@ class TraceCapture {
  private:
   struct Kept {
     std::mutex mutex;
-    std::condition_variable changed;
     std::vector<KeptTrace> all;
   };
 
+  const std::uint64_t after_;
   std::shared_ptr<Kept> kept_ = std::make_shared<Kept>();
-  kvl::Observation observation_ = kvl::observeTrace([kept = kept_](const kvl::TraceRecord& record) {
-    KeptTrace copy{record, std::string(record.path), std::nullopt};
-    copy.record.path = {};
-    copy.record.error = nullptr;
-    if (record.error != nullptr) copy.error = *record.error;
-    const std::lock_guard lock(kept->mutex);
-    kept->all.push_back(std::move(copy));
-    kept->changed.notify_all();
-  });
+  kvl::Observation observation_ =
+      kvl::observeTrace([kept = kept_, after = after_](const kvl::TraceRecord& record) {
+        if (after != 0 && record.task <= after) return;
+        KeptTrace copy{record, std::string(record.path), std::nullopt};
+        copy.record.path = {};
+        copy.record.error = nullptr;
+        if (record.error != nullptr) copy.error = *record.error;
+        const std::lock_guard lock(kept->mutex);
+        kept->all.push_back(std::move(copy));
+      });
 };
 
 }  // namespace kvltest

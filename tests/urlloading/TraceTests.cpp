@@ -3,6 +3,7 @@
 
 #include <local/platform/Trace.h>
 
+#include <chrono>
 #include <future>
 #include <string>
 #include <vector>
@@ -16,7 +17,8 @@ using TraceKinds = std::vector<TraceRecord::Kind>;
 
 class LoadingTraceTest : public URLSessionTest {
  protected:
-  const TraceCapture trace;
+  // Of this test's tasks alone: others may still end.
+  const TraceCapture trace{session->dataTask(URLRequest("https://a/"))->taskIdentifier()};
 };
 
 TEST_F(LoadingTraceTest, TellsEveryStep) {
@@ -48,6 +50,34 @@ TEST_F(LoadingTraceTest, TimesFollowOneAnother) {
   EXPECT_GE(ended.waiting, connected.duration);
   EXPECT_GT(answered.duration, ended.waiting);
   EXPECT_GE(ended.duration, answered.duration);
+}
+
+TEST_F(URLSessionTest, WhoObservesLateIsToldAllTimes) {
+  using Clock = std::chrono::steady_clock;
+  std::promise<Clock::time_point> asked;
+  std::promise<void> observed;
+  const TestTLSServer peer({}, [&](TestPeer& client) {
+    const auto connected = Clock::now();
+    (void)client.readRequest();
+    asked.set_value(connected);
+    observed.get_future().wait();
+    client.write(httpResponse("hello"));
+  });
+  OutcomeBox box;
+  const auto task = session->dataTask(URLRequest(peer.url("127.0.0.1")), box.handler());
+  const auto start = Clock::now();
+  task->resume();
+  const auto connected = asked.get_future().get();
+  const TraceCapture trace{task->taskIdentifier() - 1};
+  const auto now = Clock::now();
+  observed.set_value();
+  (void)box.wait();
+  const auto answered = trace.of(TraceRecord::Kind::answered).at(0).record;
+  const auto ended = trace.of(TraceRecord::Kind::requestEnded).at(0).record;
+  EXPECT_GT(answered.duration, now - connected);
+  EXPECT_GT(ended.waiting.count(), 0);
+  EXPECT_LT(ended.waiting, answered.duration);
+  EXPECT_LT(ended.duration, Clock::now() - start);
 }
 
 TEST_F(LoadingTraceTest, NamesNoQuery) {
@@ -106,14 +136,16 @@ TEST_F(LoadingTraceTest, AFailureIsToldBeforeTheHandlerIsCalled) {
 }
 
 TEST_F(LoadingTraceTest, ACancelIsAnEnd) {
-  const TestTLSServer peer({}, [](TestPeer& client) {
+  std::promise<void> sent;
+  const TestTLSServer peer({}, [&sent](TestPeer& client) {
     (void)client.readRequest();
+    sent.set_value();
     (void)client.readRequest();
   });
   OutcomeBox box;
   const auto task = session->dataTask(URLRequest(peer.url("127.0.0.1")), box.handler());
   task->resume();
-  trace.waitFor(TraceRecord::Kind::connected);
+  sent.get_future().wait();
   task->cancel();
   (void)box.wait();
   EXPECT_EQ(trace.kinds(),
