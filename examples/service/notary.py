@@ -12,7 +12,7 @@ import tempfile
 from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import ec, rsa
-from cryptography.x509.oid import ExtendedKeyUsageOID, NameOID
+from cryptography.x509.oid import ExtendedKeyUsageOID as EKU, NameOID
 from gi.repository import Gio, GLib
 
 NAME = "korvale.vandrel.local.notary"
@@ -21,7 +21,8 @@ INTERFACE = Gio.DBusNodeInfo.new_for_xml(f"""<node><interface name="{NAME}Protoc
 <arg type="aa{{sv}}" direction="out"/><arg type="a(sxa{{sv}})" direction="out"/></method>
 </interface></node>""")
 YEAR, SLACK = 365 * 24 * 3600, datetime.timedelta(seconds=60)  # certificates begin in the past
-LEAF = x509.BasicConstraints(False, None), x509.KeyUsage(True, *[False] * 8)
+CLIENT, SERVER = ((x509.BasicConstraints(False, None), x509.KeyUsage(True, *[False] * 8),
+                   x509.ExtendedKeyUsage([purpose])) for purpose in (EKU.CLIENT_AUTH, EKU.SERVER_AUTH))
 ROOT = x509.BasicConstraints(True, 0), x509.KeyUsage(*[False] * 5, True, *[False] * 3)
 
 
@@ -40,15 +41,15 @@ def key_pem(key):
 class Authority:
     """Kept in a folder, made by whoever needs it first."""
     def __init__(self, folder):
-        folder.mkdir(mode=0o700, parents=True, exist_ok=True)
-        folder.chmod(0o700)  # also when it was there
+        folder.mkdir(parents=True, exist_ok=True)
+        folder.chmod(0o700)
         file = folder / "authority.pem"
         with open(folder / "lock", "w") as lock:
             fcntl.flock(lock, fcntl.LOCK_EX)
             if not file.exists():
                 self.key, self.name = ec.generate_private_key(ec.SECP256R1()), None
-                made = self.issue("Notes authority", self.key.public_key(), 10 * YEAR, *ROOT)
-                write(file, key_pem(self.key) + made)
+                own = self.issue("Notes authority", self.key.public_key(), 10 * YEAR, *ROOT)
+                write(file, key_pem(self.key) + own)
         self.key = serialization.load_pem_private_key(file.read_bytes(), None)
         self.name = x509.load_pem_x509_certificate(file.read_bytes()).subject
         self.pem = file.read_text().partition("-----END PRIVATE KEY-----\n")[2]
@@ -80,8 +81,7 @@ def reply_to(request, folder, seconds):
     reply = {"url": GLib.Variant("as", [(folder / "url").read_text()]),
              "anchor": GLib.Variant("s", authority.pem)}
     if "csr" in request:
-        issued = authority.issue("Notes client", key_of(request["csr"]), seconds, *LEAF,
-                                 x509.ExtendedKeyUsage([ExtendedKeyUsageOID.CLIENT_AUTH]))
+        issued = authority.issue("Notes client", key_of(request["csr"]), seconds, *CLIENT)
         reply["certificate"] = GLib.Variant("s", issued.decode())
         print("issued a certificate", flush=True)
     return reply
@@ -92,7 +92,7 @@ def main(folder, seconds="3600"):
         replies, errors = [], []
         try:
             replies.append(reply_to(arguments.unpack()[1], pathlib.Path(folder), int(seconds)))
-        except (OSError, TypeError, ValueError) as fault:
+        except Exception as fault:  # whatever it is, the host gets an answer
             errors.append(("NSPOSIXErrorDomain", getattr(fault, "errno", None) or errno.EINVAL,
                            {"NSLocalizedFailureReason": GLib.Variant("s", str(fault))}))
         invocation.return_value(GLib.Variant("(aa{sv}a(sxa{sv}))", (replies, errors)))

@@ -1,11 +1,13 @@
 #!/usr/bin/python3
 """usage: service.py FOLDER
 A service that keeps notes, as docs/protocol.md wants it. FOLDER is where it meets its notary."""
+import atexit
 import http.server
 import ipaddress
 import json
 import pathlib
 import re
+import signal
 import ssl
 import sys
 import threading
@@ -13,17 +15,16 @@ import time
 
 from cryptography import x509
 from cryptography.hazmat.primitives.asymmetric import ec
-from cryptography.x509.oid import ExtendedKeyUsageOID
 
-from notary import LEAF, YEAR, Authority, key_pem, write
+from notary import SERVER, YEAR, Authority, key_pem, write
 
 ADDRESS = ipaddress.IPv4Address("127.0.0.1")
 PATIENCE, PULSE = 60, 15  # seconds of silence, and between signs of life in a stream
 STARTED = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime())
 FORM = {"id": "add", "action": "/notes", "inputs": [{"name": "text", "value": "Milk"}]}
-MENU = {"menu": [
-    {"type": "item", "text": "Milk", "icon": "/icon", "form": FORM, "subtext": "since %start",
-     "locale": [{"find": "%start", "type": "date time", "date": STARTED}]}]}
+LOCALE = [{"find": "%start", "type": "date time", "date": STARTED}]
+MENU = {"menu": [{"type": "item", "text": "Milk", "icon": "/icon", "form": FORM,
+                  "subtext": "since %start", "locale": LOCALE}]}
 ICON = b'<svg xmlns="http://www.w3.org/2000/svg" width="16" height="16"><path d="M3 2h10v12H3z"/></svg>'
 
 
@@ -39,9 +40,7 @@ class Notes:
 
     def follow(self, seen):
         """An event for each note behind the one that was seen, and a comment now and then."""
-        with self.changed:
-            position = 1 + next((i for i, note in enumerate(self.notes) if note["id"] == seen), -1)
-        yield b":\n"
+        position = 1 + next((i for i, note in enumerate(self.notes) if note["id"] == seen), -1)
         while True:
             with self.changed:
                 if position == len(self.notes):
@@ -51,9 +50,9 @@ class Notes:
                           for note in news).encode() or b":\n"
 
 
-def form_inputs(content_type, body):
+def form_inputs(headers, body):
     """The texts of a form by name."""
-    edge = b"\n--" + content_type.partition("boundary=")[2].encode()
+    edge = b"\n--" + headers.get_boundary("").encode()
     if not body.startswith(edge[1:] + b"\n") or not body.endswith(edge + b"--\n"):
         raise ValueError("the form is of another dialect")
     inputs = {}
@@ -66,6 +65,7 @@ def form_inputs(content_type, body):
 
 class Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
+    error_content_type, error_message_format = "application/json", '{"error": "%(explain)s"}'
 
     def setup(self):
         self.request.settimeout(PATIENCE)
@@ -81,28 +81,31 @@ class Handler(http.server.BaseHTTPRequestHandler):
         self.wfile.write(body)
 
     def do_GET(self):
-        notes = self.server.notes
         documents = {"/status": {"started": STARTED}, "/menu": MENU,
-                     "/notes": {"notes": notes.notes, "form": FORM}}
+                     "/notes": {"notes": self.server.notes.notes, "form": FORM}}
         if self.path == "/feed":
-            self.stream(notes.follow(self.headers.get("Last-Event-ID")))
+            self.stream(self.server.notes.follow(self.headers.get("Last-Event-ID")))
         elif self.path == "/icon":
             self.answer(ICON, content_type="image/svg+xml; role=template")
+        elif self.path in documents:
+            self.answer(documents[self.path])
         else:
-            found = documents.get(self.path)
-            self.answer(found or {"error": "There is nothing here."}, 200 if found else 404)
+            self.send_error(404, explain="There is nothing here.")
 
     def do_POST(self):
-        length = self.headers.get("Content-Length", "")
+        length, kind = self.headers.get("Content-Length", ""), self.headers.get_content_type()
         if not length.isdecimal() or int(length) > 1 << 20:
-            self.close_connection = True
-            return self.answer({"error": "The body has no length, or is too long."}, 413)
-        body, kind = self.rfile.read(int(length)), self.headers.get("Content-Type", "")
+            return self.send_error(413, explain="The body has no length, or is too long.")
+        body = self.rfile.read(int(length))
+        if self.path != "/notes" or "Origin" in self.headers:  # pages have that field, hosts do not
+            return self.send_error(403, explain="Notes are for /notes, and not from pages.")
+        if kind not in ("application/json", "multipart/form-data"):
+            return self.send_error(415, explain="A note is JSON or a form.")
         try:
-            inputs = form_inputs(kind, body) if kind.startswith("multipart/") else json.loads(body)
+            inputs = form_inputs(self.headers, body) if "form" in kind else json.loads(body)
             self.answer(self.server.notes.add(str(inputs["text"])), 201)
-        except (KeyError, TypeError, ValueError) as fault:
-            self.answer({"error": f"This is no note: {fault}"}, 400)
+        except (KeyError, TypeError, ValueError):
+            self.send_error(400, explain="This is no note.")
 
     def stream(self, pieces):
         self.send_response(200)
@@ -117,24 +120,21 @@ class Server(http.server.ThreadingHTTPServer):
     def __init__(self, folder):
         super().__init__((str(ADDRESS), 0), Handler)
         self.notes, authority, key = Notes(), Authority(folder), ec.generate_private_key(ec.SECP256R1())
-        own = authority.issue("Notes service", key.public_key(), YEAR, *LEAF,
-                              x509.ExtendedKeyUsage([ExtendedKeyUsageOID.SERVER_AUTH]),
+        own = authority.issue("Notes service", key.public_key(), YEAR, *SERVER,
                               x509.SubjectAlternativeName([x509.IPAddress(ADDRESS)]))
         write(folder / "service.pem", key_pem(key) + own)
-        self.tls = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH, cadata=authority.pem)
-        self.tls.load_cert_chain(folder / "service.pem")
-        self.tls.verify_mode = ssl.CERT_REQUIRED
-        self.tls.options |= ssl.OP_NO_TICKET
-        self.tls.num_tickets = 0
+        tls = ssl.create_default_context(ssl.Purpose.CLIENT_AUTH, cadata=authority.pem)
+        tls.load_cert_chain(folder / "service.pem")
+        tls.verify_mode = ssl.CERT_REQUIRED
+        tls.options, tls.num_tickets = tls.options | ssl.OP_NO_TICKET, 0
+        self.socket = tls.wrap_socket(self.socket, True, do_handshake_on_connect=False)
         write(folder / "url", f"https://{ADDRESS}:{self.server_port}/".encode())
-
-    def get_request(self):
-        connection, peer = super().get_request()
-        return self.tls.wrap_socket(connection, True, do_handshake_on_connect=False), peer
+        atexit.register((folder / "url").unlink)  # so that the notary knows that nobody serves
 
     def handle_error(self, request, client_address):
         print(f"a connection ended: {sys.exc_info()[1]}", file=sys.stderr)
 
 
 if __name__ == "__main__":
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit())
     Server(pathlib.Path(sys.argv[1])).serve_forever()

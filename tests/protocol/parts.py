@@ -78,12 +78,13 @@ def signing_request(key, digest=hashes.SHA256()):
 
 
 def notarised(environment, path=(), csr=None):
-    """What the notary on that bus replies: its dictionary and its errors."""
+    """What the notary on that bus replies: its dictionary and its errors. The request is a text, or
+    something of another type."""
     bus = Gio.DBusConnection.new_for_address_sync(
         environment["DBUS_SESSION_BUS_ADDRESS"],
         Gio.DBusConnectionFlags.AUTHENTICATION_CLIENT |
         Gio.DBusConnectionFlags.MESSAGE_BUS_CONNECTION, None, None)
-    entries = {"csr": GLib.Variant("s", csr)} if csr else {}
+    entries = {"csr": GLib.Variant("s", csr) if isinstance(csr, str) else csr} if csr else {}
     answer = bus.call_sync(
         NOTARY, "/" + NOTARY.replace(".", "/"), NOTARY + "Protocol", "SendNotary",
         GLib.Variant("(asa{sv})", (list(path), entries)), None, Gio.DBusCallFlags.NONE,

@@ -15,6 +15,7 @@ import urllib.parse
 
 from cryptography import x509
 from cryptography.hazmat.primitives.asymmetric import ed25519, rsa
+from gi.repository import GLib
 
 import parts
 import schemas
@@ -89,7 +90,8 @@ class PythonServiceTest(unittest.TestCase):
         lines[6] = lines[6][::-1]
         for csr in ("rubbish", "\n".join(lines), good[:-40],
                     parts.signing_request(rsa.generate_private_key(65537, 1024)),
-                    parts.signing_request(ed25519.Ed25519PrivateKey.generate(), None)):
+                    parts.signing_request(ed25519.Ed25519PrivateKey.generate(), None),
+                    GLib.Variant("as", ["no text"])):
             replies, [(domain, code, _)] = parts.notarised(self.scene.environment, csr=csr)
             self.assertEqual((replies, domain, code), ([], "NSPOSIXErrorDomain", EINVAL), csr)
 
@@ -143,6 +145,27 @@ class PythonServiceTest(unittest.TestCase):
                 status, answer = client.request("POST", "/notes", body, Content_Type=content_type)
                 self.assertEqual(status, 400, body)
                 self.assertIn("error", json.loads(answer))
+
+    def test_refusals_are_documents(self):
+        with contextlib.closing(parts.Client(self.scene.folder, self.scene.environment)) as client:
+            note, kind = '{"text":"refused"}', {"Content_Type": "application/json"}
+            for expected, method, path, body, fields in (
+                    (404, "GET", "/nothing", None, {}), (501, "PUT", "/notes", note, kind),
+                    (403, "POST", "/nothing", note, kind),
+                    (403, "POST", "/notes", note, dict(kind, Origin="https://127.0.0.1:1")),
+                    (415, "POST", "/notes", note, {"Content_Type": "application/x-plist"}),
+                    (415, "POST", "/notes", note, {}),
+                    (413, "POST", "/notes", [note.encode()], kind),
+                    (413, "POST", "/notes", " " * (1 << 20) + note, kind)):
+                status, answer = client.request(method, path, body, **fields)
+                self.assertEqual((status, [*json.loads(answer)]), (expected, ["error"]), path)
+            self.assertNotIn(b"refused", client.request("GET", "/notes")[1])
+
+    def test_when_the_service_ends_the_notary_knows(self):
+        state = self.scene.folder / "ended"
+        with parts.running([sys.executable, "-B", self.examples / "service.py", state]) as serving:
+            parts.wait_until((state / "url").exists, "the service", serving)
+        self.assertFalse((state / "url").exists())
 
     def test_kvlocal_works_with_it(self):
         self.assertIn("CN=Notes client", self.output("status"))
