@@ -40,7 +40,9 @@ PROGRAMS = {
     "platform/security": ["kvl_security_tests", "kvl_notary_tests"],
     "platform/serialisation": ["kvl_serialisation_tests"],
     "platform/urlloading": ["kvl_urlloading_tests"],
+    "tools/kvlocal": ["kvlocal_input_tests"],
 }
+NAMED_ONLY = {"tools/kvlocal"}  # these programs are not to notice just any fault there
 NAMED = pathlib.Path("tests/mutants")
 EQUIVALENT = NAMED / "equivalent.txt"
 COPIES = pathlib.Path("build/mutants")
@@ -94,7 +96,7 @@ def tree_files():
 
 
 def folder_of(path):
-    matching = [each for each in PROGRAMS if path.startswith(each + "/")]
+    matching = [each for each in PROGRAMS if each not in NAMED_ONLY and path.startswith(each + "/")]
     return max(matching, key=len) if matching else None
 
 
