@@ -140,7 +140,7 @@ class PythonServiceTest(unittest.TestCase):
             form = f'--abcDEF012345\nContent-Disposition: form-data; name="text"\n\n{"a" * 40}\n'
             kind = "multipart/form-data; boundary=abcDEF012345"
             usual = (form + "--abcDEF012345--\n").replace("\n", "\r\n")
-            whole = f"preamble\n{form}--abcDEF012345--\n"
+            whole = f"what a mail begins with\n{form}--abcDEF012345--\n"
             for body, content_type in ((usual, kind), (form, kind), ("", kind), (whole, kind),
                                        ("{", "application/json"), ("[]", "application/json")):
                 status, answer = client.request("POST", "/notes", body, Content_Type=content_type)
