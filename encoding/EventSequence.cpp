@@ -1,13 +1,193 @@
-#include "encoding/EventBuffer.h"
-
 #include <local/KVLEncodingAwaitEvents.h>
+#include <local/KVLSession.h>
 #include <local/platform/Mutex.h>
 
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
-using KVLEncoding::awaitable::detail::EventBuffer;
+using KVLEncoding::awaitable::EventLimits;
 
 namespace {
+
+// The events that wait for a coroutine, and the stream that is held while they are many.
+// Thread-safe. Nothing is called with its lock held.
+class EventBuffer {
+ public:
+  using Event = std::shared_ptr<KVLEvent>;
+  // Receives the next event, or none at the end. Whoever waits holds it, and forgets it by letting
+  // go.
+  using Waiter = std::function<void(std::optional<Event>)>;
+  // Called with whether the stream is to be held, never twice with the same.
+  using Hold = std::function<void(bool)>;
+
+  EventBuffer(const EventLimits& limits, Hold hold);
+
+  void add(const std::vector<Event>& events);
+  // No more will come; what waits stays.
+  void end();
+  // The same, and what waits is dropped.
+  void close();
+  // Takes an event back that its waiter has no use for: it is the next one again.
+  void giveBack(Event event);
+  // Calls `waiter` once, now or later. One that waits already gets none.
+  void next(const std::shared_ptr<Waiter>& waiter);
+
+ private:
+  [[nodiscard]] std::shared_ptr<Waiter> takeWaiter() KVL_REQUIRES(mutex_);
+  [[nodiscard]] Event takeFirst() KVL_REQUIRES(mutex_);
+  void push(const Event& event) KVL_REQUIRES(mutex_);
+  void wantHoldIfFull() KVL_REQUIRES(mutex_);
+  [[nodiscard]] bool isFull() const KVL_REQUIRES(mutex_);
+  [[nodiscard]] bool isAlmostEmpty() const KVL_REQUIRES(mutex_);
+  void settleHold();
+
+  const EventLimits limits_;
+  const Hold hold_;
+  kvl::Mutex mutex_;
+  std::deque<Event> events_ KVL_GUARDED_BY(mutex_);
+  std::deque<std::size_t> sizes_ KVL_GUARDED_BY(mutex_);  // of their texts, which may change
+  std::size_t bytes_ KVL_GUARDED_BY(mutex_) = 0;
+  std::weak_ptr<Waiter> waiter_ KVL_GUARDED_BY(mutex_);
+  bool isOver_ KVL_GUARDED_BY(mutex_) = false;
+  bool isClosed_ KVL_GUARDED_BY(mutex_) = false;
+  bool wantsHold_ KVL_GUARDED_BY(mutex_) = false;
+  bool isHeld_ KVL_GUARDED_BY(mutex_) = false;
+  bool isSettling_ KVL_GUARDED_BY(mutex_) = false;
+};
+
+EventBuffer::EventBuffer(const EventLimits& limits, Hold hold)
+    : limits_(limits), hold_(std::move(hold)) {}
+
+void EventBuffer::add(const std::vector<Event>& events) {
+  if (events.empty()) return;
+  std::shared_ptr<Waiter> waiter;
+  std::optional<Event> first;
+  {
+    const kvl::MutexLock lock(mutex_);
+    if (isOver_) return;
+    for (const auto& event : events) push(event);
+    waiter = takeWaiter();
+    if (waiter) first = takeFirst();
+    wantHoldIfFull();
+  }
+  settleHold();
+  if (waiter) (*waiter)(std::move(first));
+}
+
+void EventBuffer::end() {
+  std::shared_ptr<Waiter> waiter;
+  {
+    const kvl::MutexLock lock(mutex_);
+    isOver_ = true;
+    wantsHold_ = false;
+    waiter = takeWaiter();
+  }
+  settleHold();
+  if (waiter) (*waiter)(std::nullopt);
+}
+
+void EventBuffer::close() {
+  std::deque<Event> dropped;
+  {
+    const kvl::MutexLock lock(mutex_);
+    isClosed_ = true;
+    dropped.swap(events_);
+    sizes_.clear();
+    bytes_ = 0;
+  }
+  end();
+}
+
+void EventBuffer::giveBack(Event event) {
+  std::shared_ptr<Waiter> waiter;
+  std::optional<Event> first;
+  {
+    const kvl::MutexLock lock(mutex_);
+    if (isClosed_) return;
+    sizes_.push_front(event->textSize());
+    bytes_ += sizes_.front();
+    events_.push_front(std::move(event));
+    waiter = takeWaiter();
+    if (waiter) first = takeFirst();
+    wantHoldIfFull();
+  }
+  settleHold();
+  if (waiter) (*waiter)(std::move(first));
+}
+
+void EventBuffer::next(const std::shared_ptr<Waiter>& waiter) {
+  std::shared_ptr<Waiter> before;
+  std::optional<Event> first;
+  bool isWaiting = false;
+  {
+    const kvl::MutexLock lock(mutex_);
+    before = takeWaiter();
+    if (!events_.empty()) first = takeFirst();
+    isWaiting = !first && !isOver_;
+    if (isWaiting) waiter_ = waiter;
+    if (isAlmostEmpty()) wantsHold_ = false;
+  }
+  settleHold();
+  if (before) (*before)(std::nullopt);
+  if (!isWaiting) (*waiter)(std::move(first));
+}
+
+std::shared_ptr<EventBuffer::Waiter> EventBuffer::takeWaiter() {
+  return std::exchange(waiter_, {}).lock();
+}
+
+EventBuffer::Event EventBuffer::takeFirst() {
+  auto event = std::move(events_.front());
+  events_.pop_front();
+  bytes_ -= sizes_.front();
+  sizes_.pop_front();
+  return event;
+}
+
+void EventBuffer::push(const Event& event) {
+  events_.push_back(event);
+  sizes_.push_back(event->textSize());
+  bytes_ += sizes_.back();
+  if (limits_.overflow != EventLimits::Overflow::dropOldest) return;
+  while (events_.size() > 1 && (events_.size() > limits_.most || bytes_ > limits_.bytes)) {
+    (void)takeFirst();
+  }
+}
+
+void EventBuffer::wantHoldIfFull() {
+  if (limits_.overflow == EventLimits::Overflow::hold && !isOver_ && isFull()) wantsHold_ = true;
+}
+
+bool EventBuffer::isFull() const {
+  return !events_.empty() && (events_.size() >= limits_.most || bytes_ >= limits_.bytes);
+}
+
+bool EventBuffer::isAlmostEmpty() const {
+  constexpr std::size_t kPart = 4;
+  return events_.empty() ||
+         (events_.size() < limits_.most / kPart && bytes_ < limits_.bytes / kPart);
+}
+
+// One thread at a time, so that the stream hears of holding and letting go in turn; what is wanted
+// meanwhile it finds when it looks again.
+void EventBuffer::settleHold() {
+  kvl::MutexLock lock(mutex_);
+  if (isSettling_) return;
+  isSettling_ = true;
+  while (wantsHold_ != isHeld_) {
+    isHeld_ = wantsHold_;
+    const bool holds = isHeld_;
+    lock.unlock();
+    hold_(holds);
+    lock.lock();
+  }
+  isSettling_ = false;
+}
 
 // An event on its way from the buffer to a `next`, which may be cancelled before it goes on.
 // Thread-safe.
