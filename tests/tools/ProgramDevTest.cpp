@@ -60,12 +60,18 @@ bool hasTakenSignals(pid_t process) {
   return text.find("ShdPnd:\t0000000000000000\n") != std::string::npos;
 }
 
-// Processes that nobody has waited for yet have ended all the same.
-bool hasEnded(pid_t process) {
+// As ps shows it; nothing when there is none.
+char stateOf(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/stat");
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   const auto name = text.rfind(')');
-  return name == std::string::npos || text[name + 2] == 'Z';
+  return name == std::string::npos ? '\0' : text[name + 2];
+}
+
+// Processes that nobody has waited for yet have ended all the same.
+bool hasEnded(pid_t process) {
+  const char state = stateOf(process);
+  return state == '\0' || state == 'Z';
 }
 
 TEST_F(DevTest, AProgramFindsNotaryAndService) {
@@ -189,7 +195,10 @@ TEST_F(DevTest, TheSecondSignalToEndKillsTheCommand) {
 
 TEST_F(DevTest, HoweverOftenItIsEndedNothingStays) {
   RunningProgram program = launch({"dev"});
-  useBusOf(program);
+  program.readUntil("# state: ");
+  program.readLine();
+  // It has written everything, so it sleeps only when it waits for its end.
+  EXPECT_TRUE(waitUntil([&] { return stateOf(program.process().id()) == 'S'; }));
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) program.process().signal(number);
   EXPECT_EQ(program.wait(), 0);
   EXPECT_TRUE(isEmpty());
@@ -267,7 +276,7 @@ TEST_F(DevTest, APeerThatEndsByItselfEndsIt) {
 
 TEST_F(DevTest, AProgramOutlivesItsPeers) {
   RunningProgram program =
-      launch({"dev", "--", "sh", "-c", "echo begun; trap 'exit 5' TERM; " + kGoesOn});
+      launch({"dev", "--", "sh", "-c", "trap 'exit 5' TERM; echo begun; " + kGoesOn});
   EXPECT_EQ(program.readLine(), "begun");
   kill(childrenOf(program.process().id()).at(1), SIGKILL);
   EXPECT_TRUE(waitUntil([this] { return !errors().empty(); }));
