@@ -155,8 +155,12 @@ TEST_F(DownloadTest, LeavesNothingAfterAFullDisk) {
   EXPECT_TRUE(names().empty());
 }
 
-TEST_F(DownloadTest, FailsWithoutTheFolder) {
-  const TestTLSServer server({}, answering(httpResponse("x")));
+TEST_F(DownloadTest, FailsWithoutTheFolderAndWaitsForNothingMore) {
+  const TestTLSServer server({}, [](TestPeer& peer) {
+    (void)peer.readRequest();
+    peer.write(headOf(10) + "x");
+    (void)peer.readRequest();
+  });
   target = folder / "none" / "file";
   const auto result = download(server);
   ASSERT_TRUE(result.error);

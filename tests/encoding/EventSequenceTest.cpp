@@ -190,7 +190,12 @@ TEST_F(EventSequenceTest, ClosingDropsWhatWaits) {
 TEST_F(EventSequenceTest, EndGivesWhatWaitsAndThenNone) {
   auto sequence = awaitable::events(*session);
   receive("a");
+  kvl::Semaphore isTold;  // after the sequence
+  const auto states = session->observeState([&](KVLSessionState state) {
+    if (state == KVLSessionStateEnded) isTold.signal();
+  });
   session->end();
+  isTold.wait();
   auto taking = takeAll(sequence, taken);
   taking.start();
   runMainLoopUntil([this] { return taken.ends_with("."); });

@@ -312,6 +312,25 @@ TEST_F(BodySourceTest, ARefusedBodyWithoutALengthIsWaitedForNoLongerThanTheServe
   door->open();
 }
 
+TEST_F(BodySourceTest, ARefusalWithoutAnEndTimesOutThoughTheSourceWaits) {
+  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
+    static_cast<void>(readHead(client));
+    static_cast<void>(client.read(std::size_t{256} << 10));
+    client.write("HTTP/1.1 413 Content Too Large\r\nContent-Length: 9\r\n\r\ntoo");
+    while (!client.read(4096).empty()) continue;
+  });
+  const auto door = std::make_shared<Door>();
+  const auto source = std::make_shared<TextSource>(mixedText(1'000'000));
+  source->said.reset();
+  source->onRead = [door](std::size_t given) {
+    if (given > 0) door->pass();
+  };
+  URLRequest patient = request(peer, source);
+  patient.setTimeoutInterval(std::chrono::milliseconds(200));
+  EXPECT_EQ(load(*session, patient).code(), NSURLErrorTimedOut);
+  door->open();
+}
+
 TEST_F(BodySourceTest, ARefusalBeforeTheEndIsTaken) {
   struct Case {
     const char* fields;

@@ -1,5 +1,6 @@
 // Bodies of requests that are files.
 #include "tests/urlloading/BodySourceFixture.h"
+#include "tests/urlloading/TextSource.h"
 
 #include <unistd.h>
 
@@ -24,6 +25,13 @@ class FileBodyTest : public BodySourceTest {
 TEST_F(FileBodyTest, SendsWhatTheFileHolds) {
   const TestTLSServer peer({}, returning);
   EXPECT_TRUE(send(peer, fileBody(path)).text().ends_with("\r\n\r\n0123456789"));
+}
+
+TEST_F(FileBodyTest, LargeFilesAreSentWhole) {
+  const TestTLSServer peer({}, returning);
+  const std::string text = mixedText(700'000);
+  std::ofstream(path) << text;
+  EXPECT_TRUE(send(peer, fileBody(path)).text().ends_with("\r\n\r\n" + text));
 }
 
 TEST_F(FileBodyTest, TheSameRequestIsSentTwice) {
