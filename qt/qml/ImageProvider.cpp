@@ -122,16 +122,20 @@ ImageProvider& ImageProvider::of(QQmlEngine& engine) {
   return *provider;
 }
 
-void ImageProvider::addSource(const std::shared_ptr<ImageSource>& source) {
+void ImageProvider::addSource(const std::shared_ptr<KVLSession>& session,
+                              const std::shared_ptr<ImageSource>& images) {
   const MutexLock lock(mutex_);
-  std::erase_if(sources_, [](const auto& one) { return one.expired(); });
-  sources_.push_back(source);
+  std::erase_if(sources_, [](const Source& one) { return one.images.expired(); });
+  sources_.push_back({session, images});
 }
 
 std::shared_ptr<ImageSource> ImageProvider::source() {
   const MutexLock lock(mutex_);
-  for (const auto& one : sources_)
-    if (auto source = one.lock()) return source;
+  for (const Source& one : sources_) {
+    const auto session = one.session.lock();
+    auto images = one.images.lock();
+    if (images && session && !session->isEnded()) return images;
+  }
   return nullptr;
 }
 

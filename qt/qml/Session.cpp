@@ -3,12 +3,24 @@
 #include "qt/qml/ImageProvider.h"
 #include "qt/qml/Plain.h"
 
+#include <local/KVLEncoding.h>
 #include <local/qt/Conversions.h>
 
+#include <QPointer>
 #include <QQmlEngine>
+#include <optional>
 #include <utility>
 
 namespace kvl::qt {
+namespace {
+
+Fetched noForm() {
+  return {std::nullopt, nullptr,
+          Error(KVLEncoding::KVLEncodingErrorDomain, 400,
+                {{NSLocalizedDescriptionKey, "What was to be sent is no form."}})};
+}
+
+}  // namespace
 
 void Session::fetch(const QString& path, const QJSValue& then) {
   json(path, this, handlerOf(then));
@@ -20,12 +32,17 @@ void Session::submit(const QString& path, const QVariant& document, const QJSVal
 
 void Session::send(const QVariant& form, const QJSValue& then) {
   const auto description = value(plain(form)).dictionary();
-  submitForm(description.value_or(Dictionary()), std::nullopt, QStringLiteral("/"), this,
-             handlerOf(then));
+  const Handler handler = handlerOf(then);
+  if (!description) return tell(handler, noForm());
+  const QPointer<Session> self(this);  // whatever opens addresses may destroy it
+  const Exchange exchange =
+      submitForm(*description, std::nullopt, QStringLiteral("/"), this, handler);
+  // Nobody else tells of an action that the browser has opened.
+  if (self && exchange.isOver()) tell(handler, {});
 }
 
 void Session::classBegin() {
-  if (auto* engine = qmlEngine(this)) ImageProvider::of(*engine).addSource(images());
+  if (auto* engine = qmlEngine(this)) ImageProvider::of(*engine).addSource(session(), images());
 }
 
 SessionObject::Handler Session::handlerOf(const QJSValue& then) {
@@ -33,6 +50,13 @@ SessionObject::Handler Session::handlerOf(const QJSValue& then) {
   const quint64 number = ++lastNumber_;
   functions_.insert(number, then);
   return [this, number](const Fetched& fetched) { call(number, fetched); };
+}
+
+void Session::tell(const Handler& handler, const Fetched& fetched) {
+  queue()->async([this, handler, fetched] {
+    if (handler) return handler(fetched);
+    if (!fetched.isGood()) Q_EMIT failed(fetched.outcome());
+  });
 }
 
 // The function may destroy this object.
