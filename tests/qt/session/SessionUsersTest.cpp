@@ -38,6 +38,12 @@ TEST_F(SessionUsersTest, DestroyedInsideItsEvents) {
   EXPECT_TRUE(eventually([&] { return object == nullptr && received.size() > 2; }));
 }
 
+TEST_F(SessionUsersTest, DestroyedInsideItsProgress) {
+  auto object = std::make_unique<SessionObject>();
+  QObject::connect(object.get(), &SessionObject::progressChanged, qApp, [&] { object.reset(); });
+  EXPECT_TRUE(eventually([&] { return object == nullptr; }));
+}
+
 TEST_F(SessionUsersTest, AModelThatGoesBeforeItsSourceIsToldNothing) {
   auto model = std::make_unique<EventListModel>();
   EventListModel other;
