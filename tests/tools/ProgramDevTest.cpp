@@ -188,8 +188,38 @@ TEST_F(DevTest, TheSecondSignalToEndKillsTheCommand) {
   EXPECT_EQ(program.readLine(), "begun");
   program.process().signal(SIGTERM);
   EXPECT_EQ(program.readLine(), "told");
-  program.process().signal(SIGHUP);
+  program.process().signal(SIGTERM);
   EXPECT_EQ(program.wait(), 128 + SIGKILL);
+  EXPECT_TRUE(isEmpty());
+}
+
+// A terminal's window that is closed hangs up twice, and may do so after another signal.
+TEST_F(DevTest, AHangUpThatComesAgainLeavesTheCommandItsTime) {
+  RunningProgram program =
+      launch({"dev", "--", "sh", "-c",
+              "trap 'echo hung up' HUP; trap 'echo told' TERM; echo begun; " + kGoesOn});
+  EXPECT_EQ(program.readLine(), "begun");
+  for (const int number : {SIGHUP, SIGHUP, SIGTERM, SIGHUP}) {
+    program.process().signal(number);
+    ASSERT_EQ(program.readLine(), number == SIGHUP ? "hung up" : "told");
+  }
+  program.process().signal(SIGTERM);
+  EXPECT_EQ(program.wait(), 128 + SIGKILL);
+  EXPECT_TRUE(isEmpty());
+}
+
+// The key of the notary's authority is in the folder that would stay.
+TEST_F(DevTest, NothingStaysWhenNobodyReadsWhereTheyAre) {
+  RunningProgram program = launchInShell("head -c 65536 /dev/zero; exec \"$0\" --verbose dev");
+  ASSERT_TRUE(program.waitUntilBlocked());
+  ASSERT_TRUE(waitUntil([this] { return errors().find(" claimed ") != std::string::npos; }));
+  EXPECT_FALSE(isEmpty());
+  // One that comes while the first is dealt with is the same one to the kernel.
+  EXPECT_TRUE(waitUntil([&] {
+    program.process().signal(SIGTERM);
+    return program.hasEnded();
+  }));
+  EXPECT_EQ(program.wait(), 130);
   EXPECT_TRUE(isEmpty());
 }
 

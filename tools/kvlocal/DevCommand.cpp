@@ -17,6 +17,7 @@
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace kvlocal {
@@ -257,13 +258,28 @@ std::string environmentJSON(const Peers& peers) {
          '\n';
 }
 
-// Writing may block for ever: only here does a second interrupt end the process at once.
+// 0 or an error's number. Past stdio, whose lock the end of the process would wait for.
+int writeToOutput(std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = ::write(STDOUT_FILENO, text.data(), text.size());
+    if (count < 0 && errno != EINTR) return errno;
+    if (count > 0) text.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+// A terminal or a pipe may never take it; nobody waits for the thread then, since what has been
+// made for the session must go.
 ExitCode show(const Context& context, const Peers& peers) {
-  context.rendezvous->setTaking(false);
-  const ExitCode printed =
-      print(context.settings.json ? environmentJSON(peers) : environmentText(peers));
-  context.rendezvous->setTaking(true);
-  return printed;
+  const auto error = std::make_shared<std::optional<int>>();
+  std::thread([text = context.settings.json ? environmentJSON(peers) : environmentText(peers),
+               rendezvous = context.rendezvous, error] {
+    const int result = writeToOutput(text);
+    rendezvous->change([&] { *error = result; });
+  }).detach();
+  const auto result = context.rendezvous->wait({}, [&] { return error->has_value(); });
+  if (result == Rendezvous::Result::interrupted) return ExitCode::interrupted;
+  return **error == 0 ? ExitCode::ok : giveUpOutput(**error);
 }
 
 // Being ended by the user is how this normally ends.
@@ -277,10 +293,12 @@ ExitCode serve(const Context& context, Peers& peers) {
 }
 
 // A terminal's interrupt reaches the command without our help, and what it does then is its own
-// business.
+// business. A terminal that is closed hangs up more than once, the kernel as well as the shell.
 void passOn(const Context& context, const ChildProcess& command, bool& isEnding) {
   const int number = context.rendezvous->takeInterrupt();
-  if (number != SIGINT) command.signal(std::exchange(isEnding, true) ? SIGKILL : number);
+  if (number == SIGINT) return;
+  const bool isForce = number == SIGTERM && std::exchange(isEnding, true);
+  command.signal(isForce ? SIGKILL : number);
 }
 
 // The command's own status.

@@ -57,8 +57,10 @@ class Rendezvous {
     {
       const kvl::MutexLock lock(mutex_);
       isHeard = !interrupted_ || isTaking_;
-      // Before it is taken, one that is meant for everybody goes before a terminal's.
-      if (!interrupted_ || number != SIGINT) interruptedBy_ = number;
+      // Before it is taken, one that asks for the end goes before a terminal's, and one that says
+      // so plainly before a hang-up.
+      const bool isLess = number == SIGINT || (number == SIGHUP && interruptedBy_ == SIGTERM);
+      if (!interrupted_ || !isLess) interruptedBy_ = number;
       interrupted_ = true;
     }
     condition_.notifyAll();
