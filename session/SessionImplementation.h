@@ -135,27 +135,56 @@ class EventHold {
  public:
   // A stream's task, before it starts.
   void add(const std::shared_ptr<DataTask>& task) {
-    const RecursiveMutexLock lock(mutex_);
-    std::erase_if(streams_, [](const auto& other) { return other.expired(); });
-    streams_.push_back(task);
-    if (holds_ > 0) task->suspendDelivery();
+    const auto stream = std::make_shared<Stream>(task);
+    {
+      const MutexLock lock(mutex_);
+      std::erase_if(streams_, [](const auto& other) { return other->task.expired(); });
+      streams_.push_back(stream);
+    }
+    settle(*stream, true);
   }
   // The first suspends and the last resumes.
   void change(bool hold) {
-    const RecursiveMutexLock lock(mutex_);
-    const int before = std::exchange(holds_, holds_ + (hold ? 1 : -1));
-    if (before != (hold ? 0 : 1)) return;
-    const auto streams = streams_;  // a task of the host's own class may have another one made
-    for (const auto& stream : streams) {
-      const auto task = stream.lock();
-      if (task) hold ? task->suspendDelivery() : task->resumeDelivery();
+    std::vector<std::shared_ptr<Stream>> streams;
+    {
+      const MutexLock lock(mutex_);
+      holds_ += hold ? 1 : -1;
+      streams = streams_;
     }
+    for (const auto& stream : streams) settle(*stream, false);
   }
 
  private:
-  RecursiveMutex mutex_;
+  struct Stream {
+    explicit Stream(const std::shared_ptr<DataTask>& streamTask) : task(streamTask) {}
+
+    const std::weak_ptr<DataTask> task;
+    // Both with the mutex held. Who calls the task makes up for what others have changed meanwhile,
+    // so that its calls keep their order; at first that is who adds it.
+    bool isHeld = false;
+    bool isCalled = true;
+  };
+
+  // Calls the task with no lock held: one of the host's own class may wait for the session, or
+  // change the hold itself.
+  void settle(Stream& stream, bool isCalling) {
+    const auto task = stream.task.lock();
+    while (const auto hold = next(stream, std::exchange(isCalling, true)))
+      if (task) *hold ? task->suspendDelivery() : task->resumeDelivery();
+  }
+  // What the task is to be told; nothing when it knows, or when somebody else is at it.
+  std::optional<bool> next(Stream& stream, bool isCalling) {
+    const MutexLock lock(mutex_);
+    if (stream.isCalled && !isCalling) return std::nullopt;
+    stream.isCalled = stream.isHeld != (holds_ > 0);
+    if (!stream.isCalled) return std::nullopt;
+    stream.isHeld = !stream.isHeld;
+    return stream.isHeld;
+  }
+
+  Mutex mutex_;
   int holds_ KVL_GUARDED_BY(mutex_) = 0;
-  std::vector<std::weak_ptr<DataTask>> streams_ KVL_GUARDED_BY(mutex_);
+  std::vector<std::shared_ptr<Stream>> streams_ KVL_GUARDED_BY(mutex_);
 };
 
 // What is said of a session that has no signature.

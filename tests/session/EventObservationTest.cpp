@@ -166,6 +166,36 @@ TEST_F(EventHoldTest, AStreamThatIsReplacedMeanwhileIsLetGoOfAsWell) {
   EXPECT_EQ(suspensions(), 0);
 }
 
+// A task of the host's own class may wait for another thread that has to do with the session.
+TEST_F(EventHoldTest, IsChangedByOthersWhileATaskIsToldAndTheTaskLearnsItInOrder) {
+  const Halt halt;
+  const auto stream = loader->tasks().back();
+  std::vector<bool> told;
+  stream->onHold = [&, place = halt.place()](bool holds) {
+    if (holds) place();
+    told.push_back(holds);
+  };
+  OtherThread holding([this] { session->holdEvents(true); });
+  ASSERT_TRUE(halt.isReached());
+  OtherThread lettingGo([this] { session->holdEvents(false); });
+  EXPECT_FALSE(lettingGo.isWaiting());
+  halt.letGo();
+  lettingGo.join();
+  holding.join();
+  EXPECT_EQ(told, (std::vector<bool>{true, false}));
+  EXPECT_EQ(stream->suspensions, 0);
+}
+
+TEST_F(EventHoldTest, MayBeChangedByTheTaskThatIsTold) {
+  const auto stream = loader->tasks().back();
+  stream->onHold = [&](bool holds) {
+    EXPECT_EQ(stream->suspensions, holds ? 0 : 1);
+    if (holds) session->holdEvents(false);
+  };
+  session->holdEvents(true);
+  EXPECT_EQ(stream->suspensions, 0);
+}
+
 // A real stream that brings as much as it is allowed to.
 class HeldStreamTest : public SessionFixture {
  protected:

@@ -30,8 +30,14 @@ class FakeDataTask final : public kvl::DataTask {
     return prefersIncremental_;
   }
 
-  void suspendDelivery() override { ++suspensions; }
-  void resumeDelivery() override { --suspensions; }
+  void suspendDelivery() override {
+    if (onHold) onHold(true);
+    ++suspensions;
+  }
+  void resumeDelivery() override {
+    if (onHold) onHold(false);
+    --suspensions;
+  }
 
   [[nodiscard]] kvl::DataTaskHandler takeHandler() { return std::exchange(handler_, nullptr); }
   [[nodiscard]] bool hasHandler() const { return handler_ != nullptr; }
@@ -43,6 +49,7 @@ class FakeDataTask final : public kvl::DataTask {
   void fail(const kvl::Error& error) { complete(std::nullopt, nullptr, error); }
 
   std::atomic<int> suspensions = 0;
+  std::function<void(bool holds)> onHold;
 
  private:
   const std::uint64_t identifier_;
