@@ -1,5 +1,6 @@
 #include "tests/qt/host/HostFixture.h"
 
+#include <local/KVLEncodingRoot.h>
 #include <local/qt/EventListModel.h>
 #include <local/qt/GuiThread.h>
 #include <local/qt/SessionObject.h>
@@ -19,6 +20,31 @@ using kvl::qt::EventListModel;
 using kvl::qt::Fetched;
 using kvl::qt::SessionObject;
 using kvltest::eventually;
+
+// Finds the parent of a queue that is used on the GUI thread, and tells on which thread it goes.
+class QueueParentFilter : public QObject {
+ public:
+  explicit QueueParentFilter(const QObject& known) : known_(known) {}
+
+  [[nodiscard]] QThread* goneOn() const { return goneOn_; }
+
+ protected:
+  bool eventFilter(QObject* receiver, QEvent* /*event*/) override {
+    const QObject* parent = receiver->parent();
+    if (!isFound_ && parent != &known_ && receiver->inherits("kvl::qt::ObjectQueueRunner")) {
+      isFound_ = true;
+      connect(
+          parent, &QObject::destroyed, this, [this] { goneOn_ = QThread::currentThread(); },
+          Qt::DirectConnection);
+    }
+    return false;
+  }
+
+ private:
+  const QObject& known_;
+  bool isFound_ = false;
+  std::atomic<QThread*> goneOn_ = nullptr;
+};
 
 class SessionObjectTest : public kvltest::HostTest {
  protected:
@@ -165,6 +191,8 @@ TEST_F(SessionObjectTest, AnImageForAWorkerThreadAsksTheGUIThreadForItsScale) {
   thread.start();
   std::atomic<bool> isDrawn = false;
   std::binary_semaphore later(0);
+  QueueParentFilter screens(session());
+  qApp->installEventFilter(&screens);
   queue->async([&] {
     auto* object = new SessionObject(session().session(), helper.get());
     object->image("/image?format=png", {12, 12}, nullptr, [&](const QImage& image, const Fetched&) {
@@ -177,12 +205,9 @@ TEST_F(SessionObjectTest, AnImageForAWorkerThreadAsksTheGUIThreadForItsScale) {
   later.acquire();
   EXPECT_FALSE(isDrawn);
   EXPECT_TRUE(eventually([&] { return isDrawn.load(); }));
-  std::atomic<bool> isGone = false;
-  queue->async([&] {
-    helper.reset();
-    isGone = true;
-  });
-  EXPECT_TRUE(eventually([&] { return isGone.load(); }));
+  queue->async([&] { helper.reset(); });
+  EXPECT_TRUE(eventually([&] { return screens.goneOn() != nullptr; }));
+  EXPECT_EQ(screens.goneOn(), qApp->thread());
   thread.quit();
   thread.wait();
 }
@@ -203,9 +228,13 @@ TEST_F(SessionObjectTest, DestroyedInsideItsOwnSignals) {
   QObject::connect(failing.get(), &SessionObject::failed, qApp, [&] { failing.reset(); });
   failing->json("/code?status=404", nullptr, nullptr);
   auto changing = another();
-  QObject::connect(changing.get(), &SessionObject::stateChanged, qApp, [&] { changing.reset(); });
+  // With the text of an error, which `failed` would tell next.
+  QObject::connect(changing.get(), &SessionObject::stateChanged, qApp, [&] {
+    if (!changing->errorText().isEmpty()) changing.reset();
+  });
   EXPECT_TRUE(eventually([&] { return failing == nullptr; }));
-  session().session()->disconnectAfterError();
+  session().setEventSource("/events?interval=20");
+  killService();
   EXPECT_TRUE(eventually([&] { return changing == nullptr; }));
 }
 
@@ -223,10 +252,20 @@ TEST_F(SessionObjectTest, LeavesAGivenSession) {
 
 TEST_F(SessionObjectTest, AfterTheApplicationNothingIsTold) {
   establish();
+  ASSERT_TRUE(eventually([&] { return session().progressText() == "Established"; }));
+  QCoreApplication::processEvents();  // so that no event for the queue is on its way
   QObject::connect(&session(), &SessionObject::stateChanged, [] { ADD_FAILURE(); });
-  session().json("/status", nullptr, [](const Fetched&) { ADD_FAILURE(); });
+  session().json("/slow?ms=100000", nullptr, [](const Fetched&) { ADD_FAILURE(); });
   application().end();
+  std::counting_semaphore<> told(0);
+  const auto observed = session().session()->observeState([&](KVLSessionState state) {
+    if (state != KVLSessionStateEstablished) told.release();
+  });
   session().session()->disconnectAfterError();
+  told.acquire();
+  // The next one would deliver what has been posted meanwhile.
+  const kvltest::QtApplication next;
+  QCoreApplication::processEvents();
 }
 
 TEST_F(SessionObjectTest, EventsThatHaveComeMeanwhileAreOneSignal) {
@@ -237,12 +276,17 @@ TEST_F(SessionObjectTest, EventsThatHaveComeMeanwhileAreOneSignal) {
     count += events.size();
     count.notify_all();
   });
-  session().setEventSource("/events?last=100&then=silence");
-  // The event loop does not run.
-  for (auto seen = count.load(); seen < 100; seen = count) count.wait(seen);
+  // The event loop does not run. Each event is read before the next one is brought about.
+  session().setEventSource("/feed");
+  for (auto seen = count.load(); seen < 1; seen = count) count.wait(seen);
+  for (std::size_t next = 2; next <= 4; ++next) {
+    KVLEncoding::submit(kvl::Dictionary(), KVLEncoding::RelativePath("/echo"), *session().session(),
+                        nullptr);
+    for (auto seen = count.load(); seen < next; seen = count) count.wait(seen);
+  }
   ASSERT_TRUE(eventually([&] { return !received.isEmpty(); }));
   EXPECT_EQ(received.size(), 1);
-  EXPECT_EQ(received.front().front().value<QList<kvl::qt::Event>>().size(), 100);
+  EXPECT_EQ(received.front().front().value<QList<kvl::qt::Event>>().size(), 4);
 }
 
 TEST_F(SessionObjectTest, AModelHasTheEventsOfItsSource) {
