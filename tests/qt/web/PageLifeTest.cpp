@@ -2,7 +2,11 @@
 #include "tests/qt/web/WebFixture.h"
 #include "tests/support/WaitUntil.h"
 
+#include <local/platform/Trace.h>
+
 #include <gmock/gmock.h>
+
+#include <QSignalSpy>
 
 namespace {
 
@@ -167,15 +171,49 @@ TEST_F(PageLifeTest, APageThatGoesEndsItsStream) {
   EXPECT_TRUE(eventually([this] { return ended == 1; }));
 }
 
+// The service reads nothing of the body before the page has gone.
+TEST_F(PageLifeTest, APageThatGoesEndsWhatItSends) {
+  std::atomic<bool> isCancelled = false;
+  const auto trace = kvl::observeTrace([&](const kvl::TraceRecord& record) {
+    if (record.path == "/upload" && record.kind == kvl::TraceRecord::Kind::requestEnded)
+      isCancelled = record.error != nullptr && record.error->code() == kvl::NSURLErrorCancelled;
+  });
+  service.page("/last/page", "<title>sends</title>");
+  notarise();
+  ASSERT_TRUE(load(QStringLiteral("/last/page")));
+  service.reads = false;
+  run(
+      QStringLiteral("const x = new XMLHttpRequest(); x.open('POST', '/upload');"
+                     "x.send(new Uint8Array(12 << 20))"));
+  ASSERT_TRUE(eventually([&] { return service.open() == 1; }));
+  page.reset();
+  EXPECT_TRUE(eventually([&] { return isCancelled.load(); }));
+  service.reads = true;
+  EXPECT_TRUE(eventually([this] { return service.open() == 0; }));
+  EXPECT_THAT(service.requests("POST"), testing::IsEmpty());
+}
+
 TEST_F(PageLifeTest, DestroyedWhileLoading) {
   serveHeld("/last/held");
   notarise();
-  bool failed = false;
-  QObject::connect(page.get(), &QWebEnginePage::loadFinished, [&](bool good) { failed = !good; });
+  QSignalSpy finished(page.get(), &QWebEnginePage::loadFinished);
   page->load(relay->urlOf(QStringLiteral("/last/held")));
   ASSERT_TRUE(eventually([this] { return held == 1; }));
   relay.reset();
-  EXPECT_TRUE(eventually([&] { return failed && ended == 1; }));
+  EXPECT_TRUE(eventually([&] { return !finished.empty() && ended == 1; }));
+  EXPECT_FALSE(finished.back().front().toBool());
+}
+
+TEST_F(PageLifeTest, TheSessionEndsWhileAPageLoads) {
+  serveHeld("/last/held");
+  notarise();
+  QSignalSpy finished(page.get(), &QWebEnginePage::loadFinished);
+  page->load(relay->urlOf(QStringLiteral("/last/held")));
+  ASSERT_TRUE(eventually([this] { return held == 1; }));
+  session->end();
+  EXPECT_TRUE(eventually([&] { return !finished.empty() && ended == 1; }));
+  EXPECT_FALSE(finished.back().front().toBool());
+  EXPECT_EQ(failures.filter(QStringLiteral("/last/held: ")).size(), 1);
 }
 
 TEST_F(PageLifeTest, DestroyedWithAnOpenStream) {

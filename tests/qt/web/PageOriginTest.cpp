@@ -32,10 +32,8 @@ class PageOriginTest : public kvltest::WebTest {
            logs(QStringLiteral("settled"));
   }
 
-  std::atomic<int> visits = 0;
   const kvl::testing::TestIdentity other = kvl::testing::makeTestIdentity({});
-  const kvl::testing::TestTLSServer elsewhere{{.identity = &other},
-                                              [this](TestPeer&) { ++visits; }};
+  const kvl::testing::TestTLSServer elsewhere{{.identity = &other}, [](TestPeer&) {}};
   QStringList links;
 };
 
@@ -54,6 +52,45 @@ TEST_F(PageOriginTest, NothingIsLoadedFromElsewhere) {
   EXPECT_EQ(elsewhere.connections(), 0);
 }
 
+TEST_F(PageOriginTest, NoOtherWayLeadsElsewhere) {
+  const auto url = elsewhere.url("127.0.0.1", "/");
+  service.on("/sheet.xml", [&](TestPeer& peer, const std::string&) {
+    peer.write(answerOf(
+        "<?xml version='1.0'?><?xml-stylesheet type='text/xsl' href='" + url + "xsl'?><a/>",
+        "text/xml"));
+  });
+  const auto at = [&](const std::string& path) { return "'" + url + path + "'"; };
+  std::string html = "<link rel=preconnect href=" + at("") + ">";
+  for (const char* rel : {"prefetch", "preload", "modulepreload", "icon", "manifest", "import"})
+    html += "<link as=script rel=" + std::string(rel) + " href=" + at(rel) + ">";
+  for (const char* element : {"embed", "video", "audio", "input type=image"})
+    html += "<" + std::string(element) + " src=" + at("element") + ">";
+  html += "<object data=" + at("object") + "></object><iframe src='/sheet.xml'></iframe>" +
+          "<style>@import " + at("css") + "; @font-face { font-family: f; src: url(" + at("font") +
+          ") } p { font-family: f; background: url(" + at("background") + ") }</style><p>text</p>" +
+          "<a id=ping href='#here' ping=" + at("ping") +
+          ">a</a><a id=kept download href=" + at("download") +
+          ">a</a><iframe name=f></iframe><form id=form target=f method=post action=" + at("form") +
+          "></form><script>navigator.sendBeacon(" + at("beacon") + ", 'x');" + "fetch(" +
+          at("keepalive") + ", {keepalive: true, method: 'POST', mode: 'no-cors'})" +
+          ".catch(() => console.log('kept')); new EventSource(" + at("events") + ");" + "import(" +
+          at("module") + ").catch(() => {});" + "try { new Worker(" + at("worker") +
+          ") } catch (error) {}" +
+          "navigator.serviceWorker.register('/worker.js').catch(() => console.log('no worker'))"
+          "</script>";
+  ASSERT_TRUE(showAndSettle(html));
+  EXPECT_TRUE(logs(QStringLiteral("kept")));
+  EXPECT_TRUE(logs(QStringLiteral("no worker")));
+  run(
+      QStringLiteral("for (const id of ['ping', 'kept']) document.getElementById(id).click();"
+                     "document.getElementById('form').submit();"
+                     "window.open(document.getElementById('kept').href);"
+                     "fetch('/settled').then(() => console.log('asked'))"));
+  EXPECT_TRUE(logs(QStringLiteral("asked")));
+  EXPECT_EQ(elsewhere.connections(), 0);
+  EXPECT_THAT(service.requests("GET /worker.js"), IsEmpty());
+}
+
 TEST_F(PageOriginTest, FramesOfAnotherOriginGetNothing) {
   ASSERT_TRUE(showAndSettle(
       "<iframe src=\"data:text/html,<img src='kvlocal://service/stolen'>\"></iframe>"
@@ -65,6 +102,50 @@ TEST_F(PageOriginTest, FramesOfAnotherOriginGetNothing) {
       [this] { return failures.filter(QStringLiteral("/stolen: only pages")).size() == 3; }));
   EXPECT_THAT(service.requests("GET /stolen"), IsEmpty());
   EXPECT_THAT(service.requests("POST /stolen"), IsEmpty());
+}
+
+// The engine is led from the service's own address to the page's; who asks stays the same.
+TEST_F(PageOriginTest, TheServicesOwnAddressGivesOthersNothing) {
+  const auto url = service.url("/stolen");
+  ASSERT_TRUE(showAndSettle("<iframe src=\"data:text/html,<img src='" + url + "'><iframe src='" +
+                            url +
+                            "'></iframe>\"></iframe>"
+                            "<iframe sandbox='allow-scripts' srcdoc=\"<script>"
+                            "const x = new XMLHttpRequest(); x.open('GET', '" +
+                            url + "'); x.send()</script>\"></iframe>"));
+  EXPECT_TRUE(eventually(
+      [this] { return failures.filter(QStringLiteral("/stolen: only pages")).size() >= 2; }));
+  EXPECT_THAT(service.requests("GET /stolen"), IsEmpty());
+}
+
+TEST_F(PageOriginTest, AFrameOfAnotherOriginLeadsItsPageNowhere) {
+  service.page("/page",
+               "<iframe sandbox='allow-scripts allow-top-navigation' srcdoc=\"<script>"
+               "top.location = 'kvlocal://service/stolen'</script>\"></iframe>");
+  notarise();
+  static_cast<void>(load(QStringLiteral("/page")));  // until it is led away
+  EXPECT_TRUE(eventually([this] { return !failures.empty(); }));
+  EXPECT_EQ(failures[0], QStringLiteral("/stolen: only pages of the service may ask it"));
+  EXPECT_THAT(service.requests("GET /stolen"), IsEmpty());
+}
+
+// What the host shows beside, by the address that it says.
+TEST_F(PageOriginTest, ADocumentOfAnotherOriginGetsNothing) {
+  notarise();
+  page->setHtml(QString::fromStdString("<img src='kvlocal://service/stolen'><img src='" +
+                                       service.url("/stolen") +
+                                       "'><iframe src='kvlocal://service/stolen'></iframe>"
+                                       "<iframe name=f></iframe><form id=f method=post target=f "
+                                       "action='kvlocal://service/stolen'></form><script>"
+                                       "const x = new XMLHttpRequest(); x.open('GET', "
+                                       "'kvlocal://service/stolen'); x.onerror = () => "
+                                       "console.log('kept'); x.send();"
+                                       "document.getElementById('f').submit()</script>"),
+                QUrl(QStringLiteral("https://other.example/")));
+  EXPECT_TRUE(logs(QStringLiteral("kept")));
+  EXPECT_TRUE(eventually(
+      [this] { return failures.filter(QStringLiteral("/stolen: only pages")).size() >= 4; }));
+  EXPECT_THAT(service.requests(), IsEmpty());
 }
 
 TEST_F(PageOriginTest, AnotherHostOfTheSchemeIsNobody) {
@@ -135,6 +216,10 @@ TEST_F(PageOriginTest, AnAnswerFromElsewhereIsNotShown) {
   EXPECT_FALSE(load(QStringLiteral("/away")));
   EXPECT_EQ(failures, QStringList(QStringLiteral("/away: the answer came from elsewhere")));
   EXPECT_NE(page->title(), QStringLiteral("stranger"));
+  ASSERT_TRUE(
+      show("<script>fetch('/away').then(r => r.text()).then(t => console.log('read ' + t),"
+           "e => console.log('kept'))</script>"));
+  EXPECT_TRUE(logs(QStringLiteral("kept")));
 }
 
 TEST_F(PageOriginTest, ALinkThatLeadsAwayIsTheHosts) {

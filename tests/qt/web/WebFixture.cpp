@@ -16,7 +16,8 @@ using kvl::testing::makeTestAuthority;
 using kvl::testing::makeTestIdentity;
 using kvl::testing::TestPeer;
 
-// One application for all tests: the engine starts once in a process.
+// One application and one profile for all tests: the engine starts once in a process, and keeps
+// nothing of a page for the profile's next one.
 class Engine final : public ::testing::Environment {
  public:
   void SetUp() override {
@@ -28,17 +29,31 @@ class Engine final : public ::testing::Environment {
     kvl::qt::PageRelay::registerScheme();
     application_ = std::make_unique<QGuiApplication>(count_, arguments_);
   }
-  void TearDown() override { application_.reset(); }
+  void TearDown() override {
+    profile_.reset();
+    application_.reset();
+  }
+
+  QWebEngineProfile& profile() {
+    if (!profile_) profile_ = std::make_unique<QWebEngineProfile>();
+    return *profile_;
+  }
 
  private:
   int count_ = 1;
   std::string name_ = "kvltest";
   char* arguments_[2] = {name_.data(), nullptr};
   std::unique_ptr<QGuiApplication> application_;
+  std::unique_ptr<QWebEngineProfile> profile_;
 };
 
-[[maybe_unused]] ::testing::Environment* const kEngine =
-    ::testing::AddGlobalTestEnvironment(new Engine);
+Engine* addEngine() {
+  auto* engine = new Engine;
+  ::testing::AddGlobalTestEnvironment(engine);
+  return engine;
+}
+
+Engine* const kEngine = addEngine();
 
 std::string pathOf(const std::string& request) {
   const auto begin = request.find(' ') + 1;
@@ -83,6 +98,7 @@ std::shared_ptr<KVLNotarySignature> PageService::signature(const std::string& cl
 }
 
 void PageService::serve(TestPeer& peer) {
+  static_cast<void>(waitUntil([this] { return reads.load(); }));
   for (auto request = peer.readRequest(); !request.empty(); request = peer.readRequest()) {
     routeOf(request)(peer, request);
     if (pathOf(request).starts_with("/last")) return;
@@ -107,7 +123,7 @@ std::string answerOf(std::string_view body, const std::string& type, const std::
   return httpResponse(body, "200 OK", "Content-Type: " + type + "\r\n" + fields);
 }
 
-WebTest::WebTest() {
+WebTest::WebTest() : profile(kEngine->profile()) {
   session = KVLSession::sessionWithNotary(notary, {});
   relay = std::make_unique<kvl::qt::PageRelay>(session, profile);
   QObject::connect(relay.get(), &kvl::qt::PageRelay::requestFailed,

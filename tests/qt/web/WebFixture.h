@@ -59,6 +59,9 @@ class PageService {
   void on(const std::string& path, Route route);
   void page(const std::string& path, const std::string& html, const std::string& fields = {});
 
+  // Of new connections nothing is read until then.
+  std::atomic<bool> reads = true;
+
   // The requests that have come, whole, those with this beginning only.
   [[nodiscard]] std::vector<std::string> requests(std::string_view beginning = {}) const;
   [[nodiscard]] int open() const { return server_.connections() - server_.ended(); }
@@ -109,7 +112,7 @@ class WebTest : public ::testing::Test {
 
   std::shared_ptr<FakeNotary> notary = std::make_shared<FakeNotary>();
   std::shared_ptr<KVLSession> session;
-  QWebEngineProfile profile;
+  QWebEngineProfile& profile;
   std::unique_ptr<kvl::qt::PageRelay> relay;
   std::unique_ptr<LoggedPage> page = std::make_unique<LoggedPage>(&profile);
   PageService service;

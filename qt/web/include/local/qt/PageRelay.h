@@ -22,7 +22,8 @@ namespace kvl::qt {
 /// Only the host's own `load` and pages of that one origin are answered. Every other address is
 /// kept from the profile's pages, frames and scripts; the service's own `https` address leads to
 /// the page. A document that the service means to be kept as a file (`Content-Disposition:
-/// attachment`) is refused. What WebRTC connects to is not kept from a page's scripts.
+/// attachment`) is refused. What WebRTC and WebTransport connect to is
+/// not kept from a page's scripts.
 ///
 /// What a page has not, or not as elsewhere:
 ///
