@@ -1,6 +1,7 @@
 // Fetches one document and prints, in milliseconds of CLOCK_MONOTONIC: when it had the document,
 // and how long the generation of the key took.
 #include "platform/environment/Environment.h"
+#include "tests/support/ForwardingKeyStore.h"
 
 #include <local/local.h>
 
@@ -16,25 +17,18 @@ double milliseconds() {
   return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
 }
 
-// Passes everything on to the process's own store. A notary first deletes its old keys, then
-// generates a pair and then stores it: what lies between the two calls is the generation.
-class TimingStore final : public kvl::security::KeyStore {
+// The process's own store. A notary first deletes its old keys, then generates a pair and then
+// stores it: what lies between the two calls is the generation.
+class TimingStore final : public kvltest::ForwardingKeyStore {
  public:
-  explicit TimingStore(std::shared_ptr<KeyStore> inner) : inner_(std::move(inner)) {}
-  [[nodiscard]] std::string_view name() const noexcept override { return inner_->name(); }
-  [[nodiscard]] kvl::Status add(const kvl::security::StoredKey& key,
-                                kvl::security::Deadline deadline) override {
+  using ForwardingKeyStore::ForwardingKeyStore;
+  [[nodiscard]] kvl::Status add(const StoredKey& key, Deadline deadline) override {
     if (generation == 0) generation = milliseconds() - removed_;
-    return inner_->add(key, deadline);
+    return ForwardingKeyStore::add(key, deadline);
   }
-  [[nodiscard]] kvl::Status find(std::optional<std::string_view> tag,
-                                 std::vector<kvl::security::StoredKey>& keys,
-                                 kvl::security::Deadline deadline) override {
-    return inner_->find(tag, keys, deadline);
-  }
-  [[nodiscard]] kvl::Status remove(std::string_view tag, std::optional<kvl::Key::Class> keyClass,
-                                   kvl::security::Deadline deadline) override {
-    const auto status = inner_->remove(tag, keyClass, deadline);
+  [[nodiscard]] kvl::Status remove(std::string_view tag, KeyClass keyClass,
+                                   Deadline deadline) override {
+    const auto status = ForwardingKeyStore::remove(tag, keyClass, deadline);
     removed_ = milliseconds();
     return status;
   }
@@ -42,7 +36,6 @@ class TimingStore final : public kvl::security::KeyStore {
   double generation = 0;
 
  private:
-  const std::shared_ptr<KeyStore> inner_;
   double removed_ = 0;
 };
 

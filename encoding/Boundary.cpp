@@ -12,7 +12,9 @@ namespace {
 constexpr std::size_t kWindow = 256;
 
 bool holds(std::string_view bytes, std::string_view text) noexcept {
-  return memmem(bytes.data(), bytes.size(), text.data(), text.size()) != nullptr;
+  // Nothing at all may be at no address, which is none for memmem(3).
+  return bytes.size() >= text.size() &&
+         memmem(bytes.data(), bytes.size(), text.data(), text.size()) != nullptr;
 }
 
 // Whether at any of the window's places the first and the last byte are those of `text`, for which

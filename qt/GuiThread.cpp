@@ -4,7 +4,6 @@
 
 #include <QCoreApplication>
 #include <QEvent>
-#include <QPointer>
 #include <utility>
 
 namespace kvl::qt {
@@ -110,11 +109,10 @@ GuiCallRunner::~GuiCallRunner() {
 
 bool GuiCallRunner::event(QEvent* event) {
   if (!relay_.take(*event)) return QObject::event(event);
-  const QPointer<GuiCallRunner> self(this);
-  const auto calls = calls_;
+  const auto calls = calls_;  // whichever call destroys this object leaves none behind
   // No more than there are now, so that a call which brings about the next leaves the loop its
   // turn.
-  for (auto left = calls->count(); left > 0 && self; --left) {
+  for (auto left = calls->count(); left > 0; --left) {
     if (const auto call = calls->takeNext()) call();
   }
   return true;

@@ -25,10 +25,6 @@ struct EventLimits {
   } overflow = Overflow::hold;
 };
 
-namespace detail {
-class EventBuffer;
-}
-
 /// A session's events, one after the other.
 ///
 /// ```

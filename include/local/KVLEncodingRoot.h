@@ -48,10 +48,9 @@ using RootHandler = std::function<void(std::optional<kvl::Value> root, kvl::URLR
 ///   status of 300 and more are written to the log.
 /// @param options with a queue the handler runs there, whatever the outcome, and never before this
 ///   returns. An empty answer that is to be an error is "korvale.vandrel.encoding.json", 1.
-/// @return a handle of the submission, to cancel it or to follow it; nobody need keep it.
-/// Cancelled,
-///   the handler gets `NSURLErrorCancelled` in the place of the root, and the service may have
-///   taken what was sent.
+/// @return a handle of the submission, to cancel it or to follow it; nobody need keep it. When it
+///   has been cancelled, the handler gets `NSURLErrorCancelled` in the place of the root, and the
+///   service may have taken what was sent.
 KVL_EXPORT kvl::Exchange submit(const kvl::Value& root, const RelativePath& relativePath,
                                 KVLSession& session, RootHandler completionHandler = nullptr,
                                 const kvl::RequestOptions& options = {});

@@ -116,10 +116,20 @@ bool BodyFeed::workOnce() {
     working_ = step != Step::none;
   }
   if (step == Step::none) return false;
-  const bool isFirst = !std::exchange(hasSource_, true);
-  // Another feed has left it somewhere.
-  if (isFirst && std::exchange(source_->use_->hasBegun, true)) step = Step::rewind;
+  if (!takeSource(step)) {
+    const MutexLock lock(mutex_);
+    fail(std::nullopt);
+    return true;
+  }
   step == Step::read ? read(size) : rewindSource();
+  return true;
+}
+
+bool BodyFeed::takeSource(Step& step) {
+  auto& reader = source_->use_->reader;
+  if (std::exchange(hasSource_, true)) return reader == this;
+  // Another feed has left it somewhere.
+  if (std::exchange(reader, this) != nullptr) step = Step::rewind;
   return true;
 }
 

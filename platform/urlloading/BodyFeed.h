@@ -18,7 +18,7 @@
 // the next task's begin.
 struct kvl::BodySource::Use {
   const std::shared_ptr<DispatchQueue> queue = DispatchQueue::serial("korvale.local.body");
-  bool hasBegun = false;  // on the queue
+  const void* reader = nullptr;  // the feed that began last; on the queue
 };
 
 namespace kvl::urlloading {
@@ -57,6 +57,8 @@ class BodyFeed : public std::enable_shared_from_this<BodyFeed> {
   enum class Step : unsigned char { none, read, rewind };
 
   [[nodiscard]] Step nextStep() const KVL_REQUIRES(mutex_);
+  // Whether the source still is this feed's. The first time it may have to be rewound.
+  [[nodiscard]] bool takeSource(Step& step);
   [[nodiscard]] std::size_t nextSize() const KVL_REQUIRES(mutex_);
   void fail(std::optional<Error> error) KVL_REQUIRES(mutex_);
   void workUnlessWorking();

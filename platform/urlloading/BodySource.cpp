@@ -39,6 +39,10 @@ class FileBody final : public BodySource {
 }  // namespace
 
 BodySource::BodySource() : use_(std::make_shared<Use>()) {}
+BodySource::BodySource(const BodySource& /*other*/) : BodySource() {}
+BodySource& BodySource::operator=(const BodySource& /*other*/) noexcept {
+  return *this;
+}
 BodySource::~BodySource() = default;
 
 std::shared_ptr<BodySource> fileBody(int descriptor, std::optional<Error>* error) {

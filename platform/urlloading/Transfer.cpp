@@ -2,7 +2,6 @@
 
 #include "platform/core/ASCII.h"
 #include "platform/core/CallbackBoundary.h"
-#include "platform/urlloading/CookieLimit.h"
 #include "platform/urlloading/LoadingErrors.h"
 #include "platform/urlloading/RequestCheck.h"
 

@@ -5,8 +5,12 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <limits>
+#include <map>
 #include <string>
+#include <string_view>
 
 namespace kvl::urlloading {
 namespace {
@@ -15,6 +19,9 @@ namespace {
 constexpr long kNoConnectTimeoutMilliseconds = std::numeric_limits<int>::max();
 // libcurl 7.88 spins when a slow reader takes a large body over HTTP/2.
 constexpr std::size_t kLargestHTTP2Body = std::size_t{1} << 20;
+// As many cookies of a host as browsers are asked to keep at least (RFC 6265, 6.1). libcurl keeps
+// any number, and looks at all of them for each request and each new one.
+constexpr std::size_t kCookiesOfOneHost = 50;
 constexpr long kHighestWeight = 256;
 constexpr long kLowestWeight = 1;
 constexpr long kUploadBufferSize = 256L << 10;
@@ -120,6 +127,13 @@ void applyTLS(OptionSetter& options) {
   options.set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
 }
 
+// A line begins with the host, and a tab follows it.
+std::string_view hostOf(std::string_view line) {
+  constexpr std::string_view kHidden = "#HttpOnly_";
+  if (line.starts_with(kHidden)) line.remove_prefix(kHidden.size());
+  return line.substr(0, line.find('\t'));
+}
+
 }  // namespace
 
 bool offersHTTP2(const URLRequest& request) {
@@ -162,6 +176,24 @@ void applyOwnConnection(OptionSetter& options) {
   options.set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   options.set(CURLOPT_FRESH_CONNECT, 1L);
   options.set(CURLOPT_FORBID_REUSE, 1L);
+}
+
+// libcurl lists the cookies of a host from the oldest to the newest, and can drop single ones only
+// by dropping all.
+void limitCookies(CURL* easy) {
+  curl_slist* first = nullptr;
+  if (curl_easy_getinfo(easy, CURLINFO_COOKIELIST, &first) != CURLE_OK || first == nullptr) return;
+  const HeaderList list(first);
+  std::map<std::string_view, std::size_t> counts;
+  for (const auto* cookie = list.get(); cookie != nullptr; cookie = cookie->next)
+    ++counts[hostOf(cookie->data)];
+  const auto hasTooMany = [](const auto& count) { return count.second > kCookiesOfOneHost; };
+  if (std::ranges::none_of(counts, hasTooMany)) return;
+  curl_easy_setopt(easy, CURLOPT_COOKIELIST, "ALL");
+  for (const auto* cookie = list.get(); cookie != nullptr; cookie = cookie->next) {
+    if (counts[hostOf(cookie->data)]-- <= kCookiesOfOneHost)
+      curl_easy_setopt(easy, CURLOPT_COOKIELIST, cookie->data);
+  }
 }
 
 }  // namespace kvl::urlloading

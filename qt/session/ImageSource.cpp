@@ -23,6 +23,17 @@ struct ImageKey {
   friend auto operator<=>(const ImageKey&, const ImageKey&) = default;
 };
 
+using Completions = std::vector<KVLEncodingImageSource::Completion>;
+
+// One of them may destroy the source.
+void callWhileThere(const std::weak_ptr<const void>& source, const Completions& completions,
+                    const std::shared_ptr<Image>& image) {
+  for (const auto& completion : completions) {
+    if (source.expired()) return;
+    completion(image);
+  }
+}
+
 }  // namespace
 
 class ImageSource::Implementation : public std::enable_shared_from_this<Implementation> {
@@ -41,7 +52,8 @@ class ImageSource::Implementation : public std::enable_shared_from_this<Implemen
 
   // The image if it is kept, which then is the one asked for most recently.
   [[nodiscard]] std::shared_ptr<Image> kept(const ImageKey& key) KVL_REQUIRES(mutex_);
-  void arrived(const ImageKey& key, const std::shared_ptr<Image>& image, int generation);
+  // Who has been waiting for it.
+  Completions arrived(const ImageKey& key, const std::shared_ptr<Image>& image, int generation);
   void keep(const ImageKey& key, const std::shared_ptr<Image>& image) KVL_REQUIRES(mutex_);
   void callHere(const Completion& completion, const std::shared_ptr<Image>& image);
 
@@ -55,7 +67,7 @@ class ImageSource::Implementation : public std::enable_shared_from_this<Implemen
   std::map<ImageKey, Kept::iterator> places_ KVL_GUARDED_BY(mutex_);
   int generation_ KVL_GUARDED_BY(mutex_) = 0;  // of what may be kept
   // Those who ask after a `forget` do not join a fetch from before it.
-  std::map<std::pair<ImageKey, int>, std::vector<Completion>> waiting_ KVL_GUARDED_BY(mutex_);
+  std::map<std::pair<ImageKey, int>, Completions> waiting_ KVL_GUARDED_BY(mutex_);
 };
 
 // By the queue, which knows when the application ends.
@@ -86,7 +98,9 @@ void ImageSource::Implementation::request(const KVLEncoding::RelativePath& relat
       [source = weak_from_this(), key, generation](const std::shared_ptr<Image>& image,
                                                    const URLResponseRef& /*response*/,
                                                    const std::optional<Error>& /*error*/) {
-        if (const auto self = source.lock()) self->arrived(key, image, generation);
+        Completions waiting;
+        if (const auto self = source.lock()) waiting = self->arrived(key, image, generation);
+        callWhileThere(source, waiting, image);
       },
       options);
 }
@@ -94,18 +108,18 @@ void ImageSource::Implementation::request(const KVLEncoding::RelativePath& relat
 void ImageSource::Implementation::callHere(const Completion& completion,
                                            const std::shared_ptr<Image>& image) {
   if (QThread::currentThread() == thread_) return completion(image);
-  queue_->async([completion, image] { completion(image); });
+  queue_->async([source = weak_from_this(), completion, image] {
+    callWhileThere(source, {completion}, image);
+  });
 }
 
-void ImageSource::Implementation::arrived(const ImageKey& key, const std::shared_ptr<Image>& image,
-                                          int generation) {
-  std::vector<Completion> waiting;
-  {
-    const MutexLock lock(mutex_);
-    if (auto node = waiting_.extract({key, generation})) waiting = std::move(node.mapped());
-    if (image && generation == generation_) keep(key, image);
-  }
-  for (const auto& completion : waiting) completion(image);
+Completions ImageSource::Implementation::arrived(const ImageKey& key,
+                                                 const std::shared_ptr<Image>& image,
+                                                 int generation) {
+  const MutexLock lock(mutex_);
+  if (image && generation == generation_) keep(key, image);
+  auto node = waiting_.extract({key, generation});
+  return node ? std::move(node.mapped()) : Completions();
 }
 
 std::shared_ptr<Image> ImageSource::Implementation::kept(const ImageKey& key) {

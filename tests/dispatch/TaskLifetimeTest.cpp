@@ -194,6 +194,28 @@ TEST_F(TaskLifetimeTest, DoneMayDestroyTheTask) {
   EXPECT_TRUE(watch.expired()) << "the task still holds what was to be told";
 }
 
+// What the coroutine was called with goes with its frame.
+Task<> holdArgument(std::shared_ptr<int> /*held*/, Gate& gate) {
+  co_await gate.opened();
+}
+
+TEST_F(TaskLifetimeTest, TheFrameAndWhatWasToBeToldGoWithTheEnd) {
+  auto held = std::make_shared<int>();
+  auto told = std::make_shared<int>();
+  const std::weak_ptr<int> heldWatch = held;
+  const std::weak_ptr<int> toldWatch = told;
+  auto task = holdArgument(std::move(held), gate);
+  task.start([&, told = std::move(told)] {
+    EXPECT_TRUE(heldWatch.expired());
+    ++ends;
+  });
+  EXPECT_FALSE(heldWatch.expired());
+  gate.open();
+  runPendingMainBlocks();
+  EXPECT_EQ(ends, 1);
+  EXPECT_TRUE(toldWatch.expired());
+}
+
 TEST_F(TaskLifetimeTest, CancellingLetsGoOfWhatWasToBeTold) {
   auto told = std::make_shared<int>();
   const std::weak_ptr<int> watch = told;

@@ -275,6 +275,23 @@ TEST_F(EventSequenceTest, ItsEventIsForWhoeverWaitsByThen) {
   EXPECT_EQ(taken, "a.") << "an event has come back into a closed sequence";
 }
 
+// Both events are on their way when their tasks go, the first one's first.
+TEST_F(EventSequenceTest, SeveralThatAreCancelledBeforeTheyGoOnLeaveTheOrder) {
+  auto sequence = awaitable::events(*session);
+  {
+    auto first = std::make_optional(takeOne(sequence, taken));
+    first->start();
+    receive("ab");
+    auto second = takeOne(sequence, taken);
+    second.start();
+    first.reset();
+  }
+  runPendingMainBlocks();
+  EXPECT_EQ(taken, "");
+  take(sequence, 2);
+  EXPECT_EQ(taken, "ab");
+}
+
 TEST_F(EventSequenceTest, MovedFromItGivesNone) {
   auto sequence = awaitable::events(*session);
   const auto moved = std::move(sequence);

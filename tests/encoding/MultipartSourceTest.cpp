@@ -175,7 +175,7 @@ TEST(MultipartSourceTest, ABoundaryIsFoundWhereHeadAndFileMeet) {
 // Nor across two parts.
 TEST(MultipartSourceTest, TheEndOfAFileMeetsNothing) {
   const OpenFile open("abcdef");
-  Boundaries boundaries({std::string(kBoundary)});
+  Boundaries boundaries({"abcdefConten"});
   const auto source =
       MultipartSource::make({input("a", fileOf(open)), input("ABCDEF", "")}, nullptr);
   EXPECT_EQ(source->findBoundary(boundaries.source(), isWanted), std::nullopt);

@@ -2,11 +2,16 @@
 #include "tests/integration/EventStreamFixture.h"
 #include "tests/support/WaitUntil.h"
 
+#include <local/KVLEncodingAwaitEvents.h>
 #include <local/platform/DispatchQueue.h>
+#include <local/platform/Task.h>
 
 #include <atomic>
 #include <mutex>
+#include <numeric>
+#include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -167,6 +172,49 @@ TEST_F(EventStreamLifetimeTest, DelegateReleasedInsideItsOwnCall) {
   EXPECT_TRUE(goes(released));
   session->setDelegate(recorder);
   EXPECT_TRUE(recorder->waitForCount(20));
+}
+
+kvl::Task<> takeOne(KVLEncoding::awaitable::EventSequence& sequence, std::vector<int>& taken) {
+  const auto event = co_await sequence.next();
+  taken.push_back(event ? std::stoi((*event)->identifier().value_or("0")) : 0);
+}
+
+// Some wait for the stream's first event, others for one that is on its way to them.
+TEST_F(EventStreamLifetimeTest, ATakerThatIsCancelledTakesNoEventAlong) {
+  constexpr int kEvents = 100;
+  establishOver(Route::direct);
+  auto sequence = KVLEncoding::awaitable::events(*session, {.most = 4});
+  const auto home = kvl::DispatchQueue::serial("takers");
+  std::vector<int> taken;  // on that queue
+  const auto count = [&] {
+    std::size_t number = 0;
+    kvl::Semaphore counted;
+    home->async([&] {
+      number = taken.size();
+      counted.signal();
+    });
+    counted.wait();
+    return number;
+  };
+  {
+    takeOne(sequence, taken).on(home).start();
+  }
+  EXPECT_EQ(count(), 0U);
+  follow("interval=1");
+  for (int i = 0; count() < kEvents; ++i) {
+    auto taking = takeOne(sequence, taken).on(home);
+    taking.start();
+    if (i % 4 == 0) {
+      ASSERT_TRUE(waitUntil([&] { return taking.isDone(); }));
+    } else if (i % 4 == 1) {
+      (void)count();
+    }
+  }
+  sequence.close();
+  (void)count();
+  std::vector<int> all(taken.size());
+  std::iota(all.begin(), all.end(), 1);
+  EXPECT_EQ(taken, all);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "platform/security/Operations.h"
 #include "tests/notary/NotaryFixture.h"
 #include "tests/notary/OwnKeys.h"
+#include "tests/support/ForwardingKeyStore.h"
 #include "tests/support/Halt.h"
 #include "tests/support/OtherThread.h"
 
@@ -15,34 +16,18 @@
 namespace kvltest {
 namespace {
 
-using kvl::security::Deadline;
-using kvl::security::KeyStore;
-using kvl::security::StoredKey;
-
 // A store in memory that notes the thread that stores keys, and lets the test stop it there.
-class WatchedStore final : public KeyStore {
+class WatchedStore final : public ForwardingKeyStore {
  public:
-  [[nodiscard]] std::string_view name() const noexcept override { return "watched"; }
   [[nodiscard]] kvl::Status add(const StoredKey& key, Deadline deadline) override {
     thread = std::this_thread::get_id();
     if (whenAKeyIsStored) whenAKeyIsStored();
-    return refuses ? kvl::Status{-25308} : inner_->add(key, deadline);
-  }
-  [[nodiscard]] kvl::Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
-                                 Deadline deadline) override {
-    return inner_->find(tag, keys, deadline);
-  }
-  [[nodiscard]] kvl::Status remove(std::string_view tag, std::optional<kvl::Key::Class> keyClass,
-                                   Deadline deadline) override {
-    return inner_->remove(tag, keyClass, deadline);
+    return refuses ? kvl::Status{-25308} : ForwardingKeyStore::add(key, deadline);
   }
 
   std::atomic<std::thread::id> thread;
   std::function<void()> whenAKeyIsStored;
   bool refuses = false;
-
- private:
-  const std::shared_ptr<KeyStore> inner_ = kvl::security::makeMemoryKeyStore();
 };
 
 class BackgroundNotaryTest : public NotaryFixture {

@@ -2,6 +2,7 @@
 #include "platform/security/KeyStore.h"
 #include "platform/security/Operations.h"
 #include "tests/notary/OwnKeys.h"
+#include "tests/support/ForwardingKeyStore.h"
 
 #include <local/KVLNotary.h>
 #include <local/platform/HostApplication.h>
@@ -16,23 +17,17 @@ using kvl::Dictionary;
 constexpr std::string_view kIdentifier = "org.example.KeychainTest";
 
 // Passes on to a store in memory until it is told to fail.
-class FailingStore final : public KeyStore {
+class FailingStore final : public kvltest::ForwardingKeyStore {
  public:
-  [[nodiscard]] std::string_view name() const noexcept override { return "failing"; }
   [[nodiscard]] kvl::Status add(const StoredKey& key, Deadline deadline) override {
     last = key;
-    return status != kvl::kSuccess ? status : inner->add(key, deadline);
+    return status != kvl::kSuccess ? status : ForwardingKeyStore::add(key, deadline);
   }
-  [[nodiscard]] kvl::Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
-                                 Deadline deadline) override {
-    return inner->find(tag, keys, deadline);
-  }
-  [[nodiscard]] kvl::Status remove(std::string_view tag, std::optional<kvl::Key::Class> keyClass,
+  [[nodiscard]] kvl::Status remove(std::string_view tag, KeyClass keyClass,
                                    Deadline deadline) override {
-    return status != kvl::kSuccess ? status : inner->remove(tag, keyClass, deadline);
+    return status != kvl::kSuccess ? status : ForwardingKeyStore::remove(tag, keyClass, deadline);
   }
 
-  const std::shared_ptr<KeyStore> inner = makeMemoryKeyStore();
   kvl::Status status = kvl::kSuccess;
   std::optional<StoredKey> last;
 };

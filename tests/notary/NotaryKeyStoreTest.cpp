@@ -2,6 +2,7 @@
 #include "notary/ProcessReferences.h"
 #include "platform/security/Operations.h"
 #include "tests/notary/NotaryFixture.h"
+#include "tests/support/ForwardingKeyStore.h"
 #include "tests/support/MadeCertificate.h"
 #include "tests/support/PrivateBus.h"
 
@@ -11,9 +12,7 @@ namespace kvltest {
 namespace {
 
 using kvl::Dictionary;
-using kvl::security::Deadline;
 using kvl::security::KeyStore;
-using kvl::security::StoredKey;
 
 class NotaryKeyStoreTest : public NotaryFixture {
  protected:
@@ -75,26 +74,15 @@ TEST_F(NotaryKeyStoreTest, KeyOfADestroyedNotaryIsFoundNoMore) {
 }
 
 // Notes which tags were asked for.
-class RecordingStore final : public KeyStore {
+class RecordingStore final : public ForwardingKeyStore {
  public:
-  [[nodiscard]] std::string_view name() const noexcept override { return "recording"; }
-  [[nodiscard]] kvl::Status add(const StoredKey& key, Deadline deadline) override {
-    return inner_->add(key, deadline);
-  }
-  [[nodiscard]] kvl::Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
+  [[nodiscard]] kvl::Status find(Tag tag, std::vector<StoredKey>& keys,
                                  Deadline deadline) override {
     asked.emplace_back(tag);
-    return inner_->find(tag, keys, deadline);
-  }
-  [[nodiscard]] kvl::Status remove(std::string_view tag, std::optional<kvl::Key::Class> keyClass,
-                                   Deadline deadline) override {
-    return inner_->remove(tag, keyClass, deadline);
+    return ForwardingKeyStore::find(tag, keys, deadline);
   }
 
   std::vector<std::optional<std::string>> asked;
-
- private:
-  const std::shared_ptr<KeyStore> inner_ = kvl::security::makeMemoryKeyStore();
 };
 
 TEST_F(NotaryKeyStoreTest, KeysOfOtherProgramsAreNeverRead) {

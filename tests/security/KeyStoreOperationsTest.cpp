@@ -3,6 +3,7 @@
 #include "platform/security/Operations.h"
 #include "tests/security/CertificateFactory.h"
 #include "tests/security/KeyStoreSupport.h"
+#include "tests/support/ForwardingKeyStore.h"
 #include "tests/support/PrivateBus.h"
 
 #include <gmock/gmock.h>
@@ -229,23 +230,13 @@ TEST_F(KeyStoreOperationsTest, PublicKeyThatIsHeldMakesNoIdentity) {
 }
 
 // Notes which tags were asked for.
-class AskedStore final : public KeyStore {
+class AskedStore final : public kvltest::ForwardingKeyStore {
  public:
-  [[nodiscard]] std::string_view name() const noexcept override { return "asked"; }
-  [[nodiscard]] Status add(const StoredKey& key, Deadline deadline) override {
-    return inner->add(key, deadline);
-  }
-  [[nodiscard]] Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
-                            Deadline deadline) override {
+  [[nodiscard]] Status find(Tag tag, std::vector<StoredKey>& keys, Deadline deadline) override {
     asked.emplace_back(tag);
-    return inner->find(tag, keys, deadline);
-  }
-  [[nodiscard]] Status remove(std::string_view tag, std::optional<Key::Class> keyClass,
-                              Deadline deadline) override {
-    return inner->remove(tag, keyClass, deadline);
+    return ForwardingKeyStore::find(tag, keys, deadline);
   }
 
-  const std::shared_ptr<KeyStore> inner = makeMemoryKeyStore();
   std::vector<std::optional<std::string>> asked;
 };
 

@@ -241,7 +241,7 @@ TEST_F(HeldStreamTest, AHeldStreamBringsNothingMoreAndGoesOnWithEveryEvent) {
   renew();
   session->holdEvents(false);
   ASSERT_TRUE(waitUntil([&] { return service.connections() == 2; }));
-  EXPECT_LT(received, kEvents);
+  EXPECT_EQ(received, 0U);
   session->holdEvents(false);
   ASSERT_TRUE(waitUntil([&] { return received >= kEvents; }));
   EXPECT_FALSE(isWrong);

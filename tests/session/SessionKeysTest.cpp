@@ -3,6 +3,7 @@
 #include "tests/notary/NotaryFixture.h"
 #include "tests/support/DrivenQueue.h"
 #include "tests/support/FakeURLSession.h"
+#include "tests/support/ForwardingKeyStore.h"
 
 #include <local/KVLSession.h>
 #include <local/platform/Semaphore.h>
@@ -15,26 +16,13 @@ using namespace kvltest;
 using namespace std::chrono_literals;
 
 // A store in memory that fails when it is told to.
-class FickleStore final : public kvl::security::KeyStore {
+class FickleStore final : public ForwardingKeyStore {
  public:
-  [[nodiscard]] std::string_view name() const noexcept override { return "fickle"; }
-  [[nodiscard]] kvl::Status add(const kvl::security::StoredKey& key,
-                                kvl::security::Deadline deadline) override {
-    return inner_->add(key, deadline);
-  }
-  [[nodiscard]] kvl::Status find(std::optional<std::string_view> tag,
-                                 std::vector<kvl::security::StoredKey>& keys,
-                                 kvl::security::Deadline deadline) override {
-    return inner_->find(tag, keys, deadline);
-  }
-  [[nodiscard]] kvl::Status remove(std::string_view tag, std::optional<kvl::Key::Class> keyClass,
-                                   kvl::security::Deadline deadline) override {
-    return failure ? *failure : inner_->remove(tag, keyClass, deadline);
+  [[nodiscard]] kvl::Status remove(std::string_view tag, KeyClass keyClass,
+                                   Deadline deadline) override {
+    return failure ? *failure : ForwardingKeyStore::remove(tag, keyClass, deadline);
   }
   std::optional<kvl::Status> failure;
-
- private:
-  const std::shared_ptr<KeyStore> inner_ = kvl::security::makeMemoryKeyStore();
 };
 
 // Tells of the end of a session.

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -17,6 +18,10 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::MatchesRegex;
 using testing::StartsWith;
+
+// The end of a shell's script that only signals are to end. Without the program that has started it
+// nobody would, so it ends with that.
+const std::string kGoesOn = "while kill -0 $PPID 2>/dev/null; do sleep 0.02; done";
 
 class DevTest : public ProgramTest {
  protected:
@@ -55,12 +60,18 @@ bool hasTakenSignals(pid_t process) {
   return text.find("ShdPnd:\t0000000000000000\n") != std::string::npos;
 }
 
-// Processes that nobody has waited for yet have ended all the same.
-bool hasEnded(pid_t process) {
+// As ps shows it; nothing when there is none.
+char stateOf(pid_t process) {
   std::ifstream file("/proc/" + std::to_string(process) + "/stat");
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   const auto name = text.rfind(')');
-  return name == std::string::npos || text[name + 2] == 'Z';
+  return name == std::string::npos ? '\0' : text[name + 2];
+}
+
+// Processes that nobody has waited for yet have ended all the same.
+bool hasEnded(pid_t process) {
+  const char state = stateOf(process);
+  return state == '\0' || state == 'Z';
 }
 
 TEST_F(DevTest, AProgramFindsNotaryAndService) {
@@ -130,8 +141,8 @@ TEST_F(DevTest, TheEnvironmentIsJSONWhenThatIsWanted) {
 }
 
 TEST_F(DevTest, SignalsButTheTerminalsArePassedOn) {
-  RunningProgram program = launch(
-      {"dev", "--", "sh", "-c", "trap 'echo ended; exit 3' TERM; echo begun; while :; do :; done"});
+  RunningProgram program =
+      launch({"dev", "--", "sh", "-c", "trap 'echo ended; exit 3' TERM; echo begun; " + kGoesOn});
   EXPECT_EQ(program.readLine(), "begun");
   program.process().signal(SIGTERM);
   EXPECT_EQ(program.readLine(), "ended");
@@ -142,7 +153,7 @@ TEST_F(DevTest, SignalsButTheTerminalsArePassedOn) {
 TEST_F(DevTest, ASignalThatIsOnlyTheTerminalsIsNotPassedOn) {
   RunningProgram program =
       launch({"dev", "--", "sh", "-c",
-              "trap 'echo interrupted' INT; trap 'exit 3' HUP; echo begun; while :; do :; done"});
+              "trap 'echo interrupted' INT; trap 'exit 3' HUP; echo begun; " + kGoesOn});
   EXPECT_EQ(program.readLine(), "begun");
   for (int i = 0; i < 3; ++i) {
     program.process().signal(SIGINT);
@@ -158,7 +169,7 @@ TEST_F(DevTest, ASignalThatIsOnlyTheTerminalsIsNotPassedOn) {
 TEST_F(DevTest, ACommandMayGoOnAfterEachInterrupt) {
   RunningProgram program = launchInShell(
       "exec setsid \"$0\" dev -- sh -c \"trap 'echo interrupted' INT; trap 'exit 4' TERM; "
-      "echo begun; while :; do :; done\"");
+      "echo begun; while kill -0 \\$PPID 2>/dev/null; do sleep 0.02; done\"");
   EXPECT_EQ(program.readLine(), "begun");
   const pid_t group = program.process().id();
   for (int i = 0; i < 3; ++i) {
@@ -173,7 +184,7 @@ TEST_F(DevTest, ACommandMayGoOnAfterEachInterrupt) {
 
 TEST_F(DevTest, TheSecondSignalToEndKillsTheCommand) {
   RunningProgram program =
-      launch({"dev", "--", "sh", "-c", "trap 'echo told' TERM; echo begun; while :; do :; done"});
+      launch({"dev", "--", "sh", "-c", "trap 'echo told' TERM; echo begun; " + kGoesOn});
   EXPECT_EQ(program.readLine(), "begun");
   program.process().signal(SIGTERM);
   EXPECT_EQ(program.readLine(), "told");
@@ -184,21 +195,39 @@ TEST_F(DevTest, TheSecondSignalToEndKillsTheCommand) {
 
 TEST_F(DevTest, HoweverOftenItIsEndedNothingStays) {
   RunningProgram program = launch({"dev"});
-  useBusOf(program);
+  program.readUntil("# state: ");
+  program.readLine();
+  // It has written everything, so it sleeps only when it waits for its end.
+  EXPECT_TRUE(waitUntil([&] { return stateOf(program.process().id()) == 'S'; }));
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) program.process().signal(number);
   EXPECT_EQ(program.wait(), 0);
   EXPECT_TRUE(isEmpty());
 }
 
+// It ends late enough for all of the signals to come before that.
+TEST_F(DevTest, NorWhenTheBusIsNotThereYet) {
+  const auto bus = directory.path() / "dbus-daemon";
+  std::ofstream(bus) << "#!/bin/sh\ntrap 'sleep 0.2; exit' TERM; : >\"$0.begun\"; " + kGoesOn +
+                            "\n";
+  std::filesystem::permissions(bus, std::filesystem::perms::owner_all);
+  environment.push_back("PATH=" + directory.path().string() + ":/usr/bin:/bin");
+  RunningProgram program = launch({"dev"});
+  EXPECT_TRUE(waitUntil([&] { return std::filesystem::exists(bus.string() + ".begun"); }));
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) program.process().signal(number);
+  EXPECT_EQ(program.wait(), 130);
+  EXPECT_TRUE(isEmpty());
+}
+
 TEST_F(DevTest, NothingRunsOnWhenItIsKilled) {
-  RunningProgram program = launch({"dev", "--", "sh", "-c", "echo begun; while :; do :; done"});
+  RunningProgram program = launch({"dev", "--", "sh", "-c", "echo begun; " + kGoesOn});
   EXPECT_EQ(program.readLine(), "begun");
   const auto children = childrenOf(program.process().id());
   EXPECT_EQ(children.size(), 4U);
   program.process().signal(SIGKILL);
   EXPECT_EQ(program.wait(), -SIGKILL);
+  (void)waitUntil([&] { return std::ranges::all_of(children, hasEnded); });
   for (const pid_t child : children) {
-    if (waitUntil([child] { return hasEnded(child); })) continue;
+    if (hasEnded(child)) continue;
     ADD_FAILURE() << child << " runs on";
     kill(child, SIGKILL);
   }
@@ -247,7 +276,7 @@ TEST_F(DevTest, APeerThatEndsByItselfEndsIt) {
 
 TEST_F(DevTest, AProgramOutlivesItsPeers) {
   RunningProgram program =
-      launch({"dev", "--", "sh", "-c", "echo begun; trap 'exit 5' TERM; while :; do :; done"});
+      launch({"dev", "--", "sh", "-c", "trap 'exit 5' TERM; echo begun; " + kGoesOn});
   EXPECT_EQ(program.readLine(), "begun");
   kill(childrenOf(program.process().id()).at(1), SIGKILL);
   EXPECT_TRUE(waitUntil([this] { return !errors().empty(); }));

@@ -15,6 +15,7 @@ namespace {
 
 using kvlocal::SecretFolder;
 using testing::HasSubstr;
+using testing::Optional;
 using testing::UnorderedElementsAre;
 
 namespace fs = std::filesystem;
@@ -64,6 +65,25 @@ TEST_F(SecretFolderTest, AfterAFailureWhatWasThereIsThereAgain) {
   fs::create_directory(path() / "third");  // after it has been asked what is there
   EXPECT_THAT(write(true), HasSubstr("/third\" cannot be written: File exists"));
   EXPECT_THAT(entries(), UnorderedElementsAre("first: old", "third/"));
+}
+
+// Also one that has come after it was asked what is there.
+TEST_F(SecretFolderTest, ALinkInItIsNeitherFollowedNorReplaced) {
+  put("other", "old");
+  fs::create_symlink("other", path() / "second");
+  std::optional<std::string> fault;
+  EXPECT_THAT(SecretFolder(path(), fault).faultOf("second", true),
+              Optional(HasSubstr("/second\" is no file that can be replaced")));
+  EXPECT_THAT(write(true), HasSubstr("/second\" cannot be written: File exists"));
+  EXPECT_TRUE(fs::is_symlink(path() / "second"));
+  EXPECT_THAT(entries(), UnorderedElementsAre("other: old", "second: old"));
+}
+
+TEST_F(SecretFolderTest, NoLinkLeadsToIt) {
+  fs::create_directory(directory_.path() / "real");
+  fs::create_directory_symlink("real", path());
+  EXPECT_THAT(write(false), HasSubstr("/folder\" is a symbolic link"));
+  EXPECT_TRUE(fs::is_empty(directory_.path() / "real"));
 }
 
 TEST_F(SecretFolderTest, WithoutReplacingAllIsAsItWas) {

@@ -129,6 +129,54 @@ TEST_F(BodyFeedTest, TheNextOneBeginsAnewAfterTheCallsOfTheOneBefore) {
   EXPECT_EQ(source->rewinds, 1);
 }
 
+// A host's prototype, of which it sends copies.
+class CountedSource final : public BodySource {
+ public:
+  explicit CountedSource(int& rewinds) : rewinds_(&rewinds) {}
+  std::optional<std::uint64_t> length() const override { return 4; }
+  std::size_t read(std::span<std::uint8_t> room, std::optional<Error>*) override {
+    std::fill_n(room.begin(), 4, std::uint8_t{'x'});
+    return 4;
+  }
+  bool rewind() override {
+    ++*rewinds_;
+    return false;
+  }
+
+ private:
+  int* rewinds_;
+};
+
+TEST_F(BodyFeedTest, ACopyThatNobodyHasUsedIsNotRewound) {
+  int rewinds = 0;
+  const CountedSource prototype(rewinds);
+  for (int i = 0; i < 2; ++i) {
+    const auto feed = std::make_shared<urlloading::BodyFeed>(
+        std::make_shared<CountedSource>(prototype), [ready = ready] { ready->signal(); });
+    EXPECT_EQ(drain(*feed, *ready, 100), "xxxx") << i;
+  }
+  EXPECT_EQ(rewinds, 0);
+}
+
+// The one before is not closed yet: its loader has not come to its cancellation.
+TEST_F(BodyFeedTest, TheOneBeforeTakesNothingFromTheNext) {
+  const auto source = std::make_shared<TextSource>(mixedText(3'000'000));
+  const auto before = feedOf(source);
+  std::vector<std::uint8_t> room(300 << 10);
+  std::size_t count = 0;
+  EXPECT_EQ(before->take(room, count), urlloading::BodyFeed::State::starved);
+  ready->wait();
+  while (source->given < (512 << 10)) std::this_thread::yield();
+  const auto after = feedOf(source);
+  EXPECT_EQ(after->take(room, count), urlloading::BodyFeed::State::starved);
+  ready->wait();
+  // Which makes room for another block.
+  EXPECT_EQ(before->take(room, count), urlloading::BodyFeed::State::ready);
+  const std::string all = drain(*after, *ready, 10'000);
+  EXPECT_TRUE(all == source->text) << all.size();
+  EXPECT_TRUE(drain(*before, *ready, 10'000).ends_with("(failed)"));
+}
+
 TEST_F(BodyFeedTest, AClosedOneAsksForNothingMore) {
   const auto source = std::make_shared<TextSource>(mixedText(3'000'000));
   const auto feed = feedOf(source);

@@ -158,17 +158,22 @@ TEST_F(ProgressTest, SendingBeginsAgainWithARedirect) {
   EXPECT_EQ(observed(request).back(), (TransferProgress{0, 5, 0, 5}));
 }
 
-// The last piece of news before a long silence is told although nothing else happens.
+// News that come too soon after others, and before a long silence, are told although nothing else
+// happens.
 TEST_F(ProgressTest, NewsAreToldWhileNothingHappens) {
-  const TestTLSServer peer({.identity = &server()}, [](TestPeer& client) {
+  Semaphore isTold;
+  const TestTLSServer peer({.identity = &server()}, [&](TestPeer& client) {
     static_cast<void>(client.readRequest());
     client.write("HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\nsome");
+    isTold.wait();
     client.write(" more");
     static_cast<void>(client.readRequest());
   });
   const auto task = session->dataTask(URLRequest(peer.url("127.0.0.1")));
   const Observation observation = task->observeProgress(states.handler());
   task->resume();
+  states.waitForReceived(4);
+  isTold.signal();
   states.waitForReceived(9);
   EXPECT_EQ(states.all().back(), (TransferProgress{0, 9, 0, 20}));
   task->cancel();

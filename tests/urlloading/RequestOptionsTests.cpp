@@ -4,6 +4,7 @@
 #include "tests/support/HTTP2Peer.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
+#include <atomic>
 #include <thread>
 
 namespace kvl::testing {
@@ -40,10 +41,14 @@ TEST_F(RequestOptionsTest, TheTotalTimeEndsATrickle) {
 TEST_F(RequestOptionsTest, TheIdleTimeSparesIt) {
   const TestTLSServer peer({.identity = &server()}, trickle);
   URLRequest request(peer.url("127.0.0.1"));
-  request.setTimeoutInterval(std::chrono::seconds(5));
+  constexpr milliseconds kIdle{600};
+  request.setTimeoutInterval(kIdle);
   const auto task = session->dataTask(request);
   task->resume();
-  delegate->waitForBytes(20);
+  const auto start = std::chrono::steady_clock::now();
+  for (std::size_t bytes = 1; std::chrono::steady_clock::now() - start < kIdle * 4 / 3; ++bytes)
+    delegate->waitForBytes(bytes);
+  EXPECT_EQ(task->state(), DataTask::State::running);
   task->cancel();
   EXPECT_EQ(delegate->waitForCompletion()->code(), NSURLErrorCancelled);
 }
@@ -241,7 +246,16 @@ TEST(ExchangeTest, ACancelThatCountsIsHeardOf) {
     const StateAndHandle exchange;
     const auto task = loader.dataTask(URLRequest("https://a/"));
     exchange.state->setTask(task);
-    std::thread other([handle = exchange.handle] { handle.cancel(); });
+    std::atomic<int> ready = 0;
+    const auto meet = [&ready] {
+      for (++ready; ready < 2;) continue;
+    };
+    std::thread other([&meet, handle = exchange.handle] {
+      meet();
+      handle.cancel();
+    });
+    meet();
+    for (std::atomic<int> delay = round; delay > 0;) --delay;  // each time at another moment
     const bool begins = exchange.turn->begin();
     other.join();
     EXPECT_EQ(begins, task->state() == DataTask::State::suspended);

@@ -3,6 +3,8 @@
 #include "tests/support/FakeURLSession.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
+#include <local/platform/Semaphore.h>
+
 #include <thread>
 #include <utility>
 
@@ -324,13 +326,17 @@ TEST_F(StreamingTaskTest, TheLastReferenceMayGoInsideAPiece) {
   std::atomic<std::size_t> written = 0;
   const TestTLSServer peer({.identity = &server()}, flooding(kMiB, written));
   auto task = session->streamingTask(URLRequest(peer.url("127.0.0.1")), pieces.receiver());
+  Semaphore isStarted;
   pieces.onPiece = [&] {
+    if (pieces.count() > 1) return;
+    isStarted.wait();
     task.reset();
     session.reset();
   };
-  const auto started = task;
-  started->resume();
+  task->resume();
+  isStarted.signal();
   EXPECT_EQ(pieces.waitForEnd(), "end 200 well");
+  EXPECT_EQ(pieces.bytes(), kMiB);
 }
 
 TEST_F(StreamingTaskTest, AnInvalidatedSessionObjectEndsIt) {

@@ -25,6 +25,8 @@ ALLOWED = {
     # Libraries and programs on top: all public headers, which nobody else may include as a whole, and
     # what the table says besides.
     'qt': ('public', 'core', 'interface'),
+    'qt/qml': ('public',),
+    'qt/web': ('public',),
     'tools': ('public',),
     'devservice': ('public', 'core', 'security', 'ipc'),
     'examples': ('public',),
@@ -50,6 +52,8 @@ def room_of(path):
     parts = path.split('/')
     if parts[0] == 'platform' and len(parts) > 2:
         return parts[1]
+    if '/'.join(parts[:2]) in ALLOWED:
+        return '/'.join(parts[:2])
     return parts[0] if parts[0] in ALLOWED else None
 
 

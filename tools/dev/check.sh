@@ -19,16 +19,22 @@ compile_headers() {
       done'
 }
 
-# Hosts may or may not use Qt's keywords; the warnings of Qt's own headers are not ours.
+# Hosts may or may not use Qt's keywords; the warnings of Qt's own headers are not ours. That no header
+# uses a keyword shows as well when they are compiled together.
 check_headers() {
-  local qt_flags
+  local qt_flags compiler
   compile_headers include || return 1
   if ! qt_flags=$(pkg-config --cflags Qt6Widgets); then
     note 'Qt is not installed'
     return 0
   fi
   qt_flags="-Iinclude -fPIC ${qt_flags//-I/-isystem}"
-  compile_headers qt/include "$qt_flags" && compile_headers qt/include "$qt_flags -DQT_NO_KEYWORDS"
+  compile_headers qt/include "$qt_flags" || return 1
+  for compiler in g++ clang++-19; do
+    # shellcheck disable=SC2086 # flags are words
+    (cd qt/include && find local -name '*.h' -printf '#include <%p>\n' | sort) |
+      $compiler $header_flags -Iqt/include $qt_flags -DQT_NO_KEYWORDS -x c++ - || return 1
+  done
 }
 
 # A project of its own, such as the consumer of the installed package, is built by its test.
@@ -68,8 +74,17 @@ check_readme() {
   return 1
 }
 
-# The faults of `./dev mutants` are found where they should be.
-check_mutations() { (cd tools/dev && python3 -B mutations_test.py --quiet 2>&1); }
+# The faults of `./dev mutants` are found where they should be, and those with a name still apply.
+check_mutations() {
+  local fault stale=0
+  for fault in tests/mutants/*.patch; do
+    if ! patch -p1 --dry-run --forward --silent <"$fault" >/dev/null; then
+      note "$fault no longer applies"
+      stale=1
+    fi
+  done
+  (cd tools/dev && python3 -B mutations_test.py --quiet 2>&1) && [ "$stale" -eq 0 ]
+}
 
 run_check() {
   local part failed=()

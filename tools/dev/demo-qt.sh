@@ -118,10 +118,11 @@ watch_window() {
 
 run_qt_demo() {
   demo_bin=build/demo-qt/bin
-  configure_and_build demo-qt kvlocal-devnotary kvlocal-devservice kvlocal-example-qthost >&2
+  configure_and_build demo-qt kvlocal-devnotary kvlocal-devservice kvlocal-cli \
+    kvlocal-example-qthost >&2
   begin_demo
   start_session
-  start_peers
+  show_peers
   if [ -n "$demo_display" ]; then
     watch_window "$@"
     wait "$host_pid" || die "the host ended with status $?"

@@ -45,7 +45,7 @@ run_web_demo() {
     kvlocal-example-webview >&2
   begin_demo
   start_session
-  start_peers
+  show_peers
   note_something
   if [ -n "$demo_display" ]; then
     section '4. The window is yours: close it to end'

@@ -26,11 +26,12 @@ start() {
   note "$name: process $started"
 }
 
-# Ends a process that was started here and waits until it is gone.
+# Ends a process that was started here, or by `kvlocal dev`, and waits until it is gone.
 # stop PID [SIGNAL]
 stop() {
   kill -s "${2:-TERM}" "$1" 2>/dev/null || true
   wait "$1" 2>/dev/null || true
+  while kill -0 "$1" 2>/dev/null; do sleep 0.02; done
 }
 
 demo_end() {
@@ -103,36 +104,29 @@ start_session() {
   section '1. A private session: bus and key store'
   export HOME=$demo_dir/home XDG_RUNTIME_DIR=$demo_dir/runtime
   export XDG_DATA_HOME=$HOME XDG_CONFIG_HOME=$HOME XDG_CACHE_HOME=$HOME
-  export DBUS_SESSION_BUS_ADDRESS=unix:path=$demo_dir/runtime/bus
   unset DISPLAY WAYLAND_DISPLAY korvale_vandrel_notary korvale_vandrel_notary_minimum
   mkdir -m 700 "$HOME" "$XDG_RUNTIME_DIR"
-  write_bus_configuration >"$demo_dir/bus.conf"
-  start bus dbus-daemon --nofork --nopidfile --nosyslog --config-file="$demo_dir/bus.conf"
-  until [ -S "$XDG_RUNTIME_DIR/bus" ]; do
-    kill -0 "$started" 2>/dev/null || die 'dbus-daemon did not start'
-    sleep 0.05
-  done
+  mkdir "$demo_dir/documents"
+  printf '{"message":"hello from the local service","list":[1,2,3],"changed":"%s"}' \
+    2024-05-01T12:34:56Z >"$demo_dir/documents$demo_document"
+  start_dev
+  note "bus: process $bus_pid"
   start keyring gnome-keyring-daemon --foreground --components=secrets \
     --control-directory="$XDG_RUNTIME_DIR/keyring"
   wait_for_name org.freedesktop.secrets
 }
 
-# Nothing is activated on this bus: who is on it was started here.
-write_bus_configuration() {
-  cat <<TEXT
-<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>$DBUS_SESSION_BUS_ADDRESS</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow send_destination="*" eavesdrop="true"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
-</busconfig>
-TEXT
+# A bus with notary and service, from `kvlocal dev`. With a command to run it goes on when the service
+# is killed.
+start_dev() {
+  # shellcheck disable=SC2016 # the variable is the command's
+  TMPDIR=$demo_dir start dev "$demo_bin/kvlocal" --verbose dev --state "$demo_dir/state" \
+    --documents "$demo_dir/documents" -- \
+    sh -c 'echo "$DBUS_SESSION_BUS_ADDRESS" >"$0" && exec sleep infinity' "$demo_dir/address"
+  wait_for_file "$demo_dir/address"
+  export DBUS_SESSION_BUS_ADDRESS
+  DBUS_SESSION_BUS_ADDRESS=$(<"$demo_dir/address")
+  read -r bus_pid service_pid notary_pid _ <<<"$(<"/proc/$started/task/$started/children")"
 }
 
 start_service() {
@@ -141,18 +135,19 @@ start_service() {
     --documents "$demo_dir/documents"
   service_pid=$started
   wait_for_file "$demo_dir/state/service.url"
+  show_service
+}
+
+show_service() {
   service_url=$(<"$demo_dir/state/service.url")
   note "it listens at $service_url"
 }
 
-start_peers() {
+show_peers() {
   section '2. The notary and the service'
-  mkdir "$demo_dir/documents"
-  printf '{"message":"hello from the local service","list":[1,2,3],"changed":"%s"}' \
-    2024-05-01T12:34:56Z >"$demo_dir/documents$demo_document"
-  start notary "$demo_bin/kvlocal-devnotary" --state "$demo_dir/state"
-  wait_for_name korvale.vandrel.local.notary
-  start_service
+  note "notary: process $notary_pid"
+  note "service: process $service_pid"
+  show_service
 }
 
 start_host() {
@@ -285,7 +280,7 @@ run_demo() {
     kvlocal-example-console kvlocal-example-documents >&2
   begin_demo
   start_session
-  start_peers
+  show_peers
   show_connection
   show_documents
   show_menu

@@ -40,7 +40,9 @@ PROGRAMS = {
     "platform/security": ["kvl_security_tests", "kvl_notary_tests"],
     "platform/serialisation": ["kvl_serialisation_tests"],
     "platform/urlloading": ["kvl_urlloading_tests"],
+    "tools/kvlocal": ["kvlocal_input_tests"],
 }
+NAMED_ONLY = {"tools/kvlocal"}  # these programs are not to notice just any fault there
 NAMED = pathlib.Path("tests/mutants")
 EQUIVALENT = NAMED / "equivalent.txt"
 COPIES = pathlib.Path("build/mutants")
@@ -87,6 +89,10 @@ def judged(code, printed, program):
     return Run(False, f"{tests[-1] if tests else program} (ends with {code})", in_time=bool(tests))
 
 
+class Unusable(Exception):
+    """Nothing can be told of faults in this tree."""
+
+
 def tree_files():
     command = ["git", "-c", f"safe.directory={os.getcwd()}", "ls-files", "--cached", "--others", "--exclude-standard"]
     listed = subprocess.run(command, check=True, capture_output=True, text=True).stdout.splitlines()
@@ -94,7 +100,7 @@ def tree_files():
 
 
 def folder_of(path):
-    matching = [each for each in PROGRAMS if path.startswith(each + "/")]
+    matching = [each for each in PROGRAMS if each not in NAMED_ONLY and path.startswith(each + "/")]
     return max(matching, key=len) if matching else None
 
 
@@ -148,7 +154,7 @@ class Copy:
     def configure(self):
         self.refresh()
         if self.run(["cmake", "--preset", "mutants"]) != 0:
-            sys.exit(f"configuring {self.root} failed:\n{self.printed()}")
+            raise Unusable(f"configuring {self.root} failed:\n{self.printed()}")
 
     def builds(self, programs, jobs=1):
         targets = sorted({each.split(":")[0] for each in programs})
@@ -168,15 +174,14 @@ class Copy:
         run.seconds = time.monotonic() - began
         return run
 
-    def measure(self, programs):
-        """All tests pass in the unchanged tree; a fault may make them slower, but not endless."""
-        for each in programs:
-            run = self.tests(each)
-            if not run.passed:
-                run = self.tests(each)
-            if not run.passed:
-                sys.exit(f"{each} fails without any fault: {run.by}\n{self.printed()[-3000:]}")
-            self.time_limits[each] = 30 + 4 * run.seconds
+    def measure(self, program):
+        """Its tests pass in the unchanged tree; a fault may make them slower, but not endless."""
+        run = self.tests(program)
+        if not run.passed:
+            run = self.tests(program)
+        if not run.passed:
+            raise Unusable(f"{program} fails without any fault: {run.by}\n{self.printed()[-3000:]}")
+        return 30 + 4 * run.seconds
 
 
 class Mutant:
@@ -338,11 +343,31 @@ def prepared(programs, jobs):
     for index, copy in enumerate(copies):
         copy.configure()
         if not copy.builds(programs, os.cpu_count() if index == 0 else jobs):
-            sys.exit(f"the unchanged tree does not build:\n{copy.printed()[-3000:]}")
-    copies[0].measure(programs)
-    for copy in copies[1:]:
-        copy.time_limits = copies[0].time_limits
+            raise Unusable(f"the unchanged tree does not build:\n{copy.printed()[-3000:]}")
+    time_limits = measured(copies, programs)
+    for copy in copies:
+        copy.time_limits = time_limits
     return copies
+
+
+def measured(copies, programs):
+    """The time limit of each program. All copies measure, for the faults will run beside each other as well."""
+    waiting, limits = queue.SimpleQueue(), {}
+    for each in programs:
+        waiting.put(each)
+
+    def work(copy):
+        while True:
+            try:
+                program = waiting.get_nowait()
+            except queue.Empty:
+                return
+            limits[program] = copy.measure(program)
+
+    with concurrent.futures.ThreadPoolExecutor(len(copies)) as pool:
+        for each in [pool.submit(work, copy) for copy in copies]:
+            each.result()
+    return limits
 
 
 def summary(outcomes, title):
@@ -368,7 +393,7 @@ def arguments():
     parser.add_argument("--seed", default="1", help="another seed, another sample")
     parser.add_argument("--named", action="store_true", help="the faults of tests/mutants as well")
     parser.add_argument("--at-least", type=float, default=0, metavar="P", help="fail when fewer than P percent are killed")
-    parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1, help="copies of the tree to work in")
+    parser.add_argument("--jobs", type=int, default=(os.cpu_count() or 1) + 1, help="copies of the tree to work in; faults make tests wait")
     parser.add_argument("--list", action="store_true", help="only print the faults")
     parser.add_argument("--result", metavar="FILE", help="write what came of each fault, as JSON")
     return parser.parse_args()
@@ -405,4 +430,7 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    except Unusable as reason:
+        sys.exit(str(reason))

@@ -170,5 +170,35 @@ class VerdictTest(unittest.TestCase):
             self.assertIn('"fault": "a"', result.read_text())
 
 
+class MeasuringCopy(mutants.Copy):
+    """Whose runs are given, for each program."""
+
+    def __init__(self, runs):
+        super().__init__(0)
+        self.runs, self.measured = runs, []
+
+    def tests(self, program, only=None):
+        self.measured.append(program)
+        return self.runs[program].pop(0)
+
+    def printed(self):
+        return "what it printed"
+
+
+class MeasurementTest(unittest.TestCase):
+    def test_each_program_is_measured_by_one_copy(self):
+        runs = {name: [mutants.Run(True, seconds=2)] for name in "abcde"}
+        copies = [MeasuringCopy(runs) for _ in range(3)]
+        self.assertEqual(mutants.measured(copies, list("abcde")), dict.fromkeys("abcde", 38))
+        self.assertEqual(sorted(name for copy in copies for name in copy.measured), list("abcde"))
+
+    def test_what_fails_twice_without_a_fault_ends_all(self):
+        fails = mutants.Run(False, "Thing.Closes")
+        self.assertEqual(MeasuringCopy({"a": [fails, mutants.Run(True, seconds=1)]}).measure("a"), 34)
+        copies = [MeasuringCopy({"a": [fails, fails], "b": [mutants.Run(True)]}) for _ in range(2)]
+        with self.assertRaisesRegex(mutants.Unusable, "a fails without any fault: Thing.Closes"):
+            mutants.measured(copies, ["a", "b"])
+
+
 if __name__ == "__main__":
     unittest.main()

@@ -67,7 +67,9 @@ run_test() {
   results=build/$preset/results
   rm -rf "$results"
   section "Tests ($preset)"
-  ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j2 "${rest[@]}" || status=$?
+  # Most of a program's time it waits for others.
+  ctest --test-dir "build/$preset" --output-on-failure --no-tests=error -j$(($(nproc) * 2)) "${rest[@]}" ||
+    status=$?
   [ -d "$results" ] || return $status
   local totals
   totals=$(count_tests "$results")

@@ -18,7 +18,9 @@ class BodyFeed;
 }
 
 /// Where the body of a request comes from when it is not in memory. Used by one task at a time,
-/// from its first byte on: a source that another task has used is rewound before it is read.
+/// until its handler is called, and from its first byte on: a source that another task has used is
+/// rewound before it is read. A task whose source another one has begun to read gets no more of it
+/// and fails with `NSURLErrorRequestBodyStreamExhausted`.
 ///
 /// `read` and `rewind` come on worker threads, one call at a time, with none of the framework's
 /// locks held, and may wait for as long as they like: the request's idle time-out stands still
@@ -27,6 +29,9 @@ class BodyFeed;
 class KVL_EXPORT BodySource {
  public:
   BodySource();
+  /// A copy is a source of its own, which no task has used.
+  BodySource(const BodySource& other);
+  BodySource& operator=(const BodySource& other) noexcept;  ///< leaves it to those who use it
   virtual ~BodySource();
 
   /// The number of bytes from the first on; absent when it is not known, and the body is then sent

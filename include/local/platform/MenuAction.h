@@ -2,6 +2,9 @@
 /// What a menu item does when the user chooses it.
 #pragma once
 
+// Before <concepts>, see there.
+#include <local/platform/Export.h>
+
 #include <concepts>
 #include <cstddef>
 #include <functional>

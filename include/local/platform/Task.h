@@ -239,14 +239,12 @@ struct TaskEnd<void> {
 /// awaits begins and ends without a change of thread.
 ///
 /// **Life.** Destroying the object cancels the task, on any thread and at any moment:
-///
-/// | meanwhile it | what happens |
-/// |---|---|
-/// | has not been started | its frame is destroyed here |
-/// | waits | its frames are destroyed here and now, the innermost first; what they wait for is
-/// cancelled, and a result on its way finds nobody | | runs, in its own code below this call or on
-/// another thread | it stops at its next `co_await` or at its end, and is destroyed there; this
-/// call does not wait | | is done | nothing |
+/// - before it has been started, its frame is destroyed here;
+/// - while it waits, its frames are destroyed here and now, the innermost first; what they wait for
+///   is cancelled, and a result on its way finds nobody;
+/// - while it runs, in its own code below this call or on another thread, it stops at its next
+///   `co_await` or at its end, and is destroyed there; this call does not wait;
+/// - once it is done, nothing happens.
 ///
 /// **Exceptions** reach the task that awaits. One that leaves a started task ends the process, as
 /// with blocks; so does one that leaves `done`.
@@ -307,6 +305,8 @@ class [[nodiscard]] Task {
  private:
   friend promise_type;
   friend detail::TaskPromiseBase;
+  template <class U>
+  friend U run(Task<U> task);
 
   explicit Task(typename detail::TaskFrame<T>::Handle handle) noexcept : frame_(handle) {}
 
@@ -344,13 +344,20 @@ inline Task<void> detail::TaskPromise<void>::get_return_object() noexcept {
 
 /// Starts a task and serves the main queue until it is done, for programs without a main loop of
 /// their own. @pre the main thread, and no other thread serves GLib's default context
+///
+/// A task that has been started or cancelled, or moved from, has no beginning left: one without
+/// a result is destroyed and this returns at once. One with a result has none to give, which
+/// ends the process, as when another task awaits it.
 template <class T>
 T run(Task<T> task) {
-  Semaphore ended;
   if constexpr (std::is_void_v<T>) {
+    if (!task.frame_.get()) return;
+    Semaphore ended;
     task.start([&ended] { ended.signal(); });
     detail::serveMainQueueUntil(ended);
   } else {
+    if (!task.frame_.get()) std::terminate();
+    Semaphore ended;
     std::optional<T> result;
     task.start([&ended, &result](T given) {
       result.emplace(std::move(given));

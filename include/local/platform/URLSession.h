@@ -49,7 +49,7 @@ struct URLSessionConfiguration {
   /// In bytes after any content encoding was taken off, so that they bound what a small compressed
   /// answer can unfold to. Which one holds says the request's `contentKind`. A larger body fails
   /// with `NSURLErrorDataLengthExceedsMaximum` as soon as that shows. A body that goes to the
-  /// delegate piece by piece has none.
+  /// delegate or to a `BodyReceiver` piece by piece has none.
   /// @{
   std::size_t maximumBodySize = std::size_t{1} << 30;  ///< of any kind
   std::size_t maximumDocumentBytes = std::size_t{128} << 20;

@@ -1,11 +1,13 @@
 #include "tests/qt/host/HostFixture.h"
 
+#include <local/platform/Trace.h>
 #include <local/qt/FormDialog.h>
 
 #include <gmock/gmock.h>
 
 #include <QPushButton>
 #include <QSignalSpy>
+#include <atomic>
 
 namespace {
 
@@ -89,6 +91,20 @@ TEST_F(FormDialogTest, WhatIsUnderWayIsNotSubmittedAgain) {
   EXPECT_EQ(submitted.size(), 1);
   dialog->submit();
   EXPECT_TRUE(eventually([&] { return submitted.size() == 2; }));
+}
+
+TEST_F(FormDialogTest, DestroyingItCancelsWhatIsUnderWay) {
+  std::atomic<int> cancelled = 0;
+  const auto trace = kvl::observeTrace([&](const kvl::TraceRecord& record) {
+    if (record.path != "/slow") return;
+    const bool isEnd = record.kind == kvl::TraceRecord::Kind::requestEnded;
+    if (isEnd && record.error != nullptr && record.error->code() == -999) ++cancelled;
+  });
+  auto dialog = dialogFor("/slow?ms=100000");
+  QObject::connect(dialog.get(), &FormDialog::submitted, [] { ADD_FAILURE(); });
+  dialog->submit();
+  dialog.reset();
+  EXPECT_TRUE(eventually([&] { return cancelled == 1; }));
 }
 
 TEST_F(FormDialogTest, DestroyedByWhoeverHearsOfTheAnswer) {

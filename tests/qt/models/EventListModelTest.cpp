@@ -64,9 +64,12 @@ TEST_F(EventListModelTest, TheOldestGoBeyondTheMost) {
   model_.setMost(3);
   model_.append(events(1, 3));
   EXPECT_THAT(numbers(), testing::ElementsAre(1, 2, 3));
+  const QPersistentModelIndex third(model_.index(2));
   model_.append(events(4, 4));
   EXPECT_THAT(numbers(), testing::ElementsAre(2, 3, 4));
+  EXPECT_EQ(third.row(), 1);
   model_.append(events(5, 20));
+  EXPECT_FALSE(third.isValid());
   EXPECT_THAT(numbers(), testing::ElementsAre(18, 19, 20));
 }
 

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <QThread>
+#include <atomic>
 #include <thread>
 
 namespace {
@@ -153,14 +154,30 @@ TEST_F(ImageSourceTest, DestroyedWhileWaiting) {
   EXPECT_NE(imageFrom(other, 8), nullptr);
 }
 
-TEST_F(ImageSourceTest, DestroyedByItsOwnAnswerAndOnAnotherThread) {
+TEST_F(ImageSourceTest, DestroyedByItsOwnAnswerItGivesNoOther) {
   auto source = std::make_unique<ImageSource>(session().session());
+  const auto held = std::make_shared<int>();
   source->imageWithRelativePath(KVLEncoding::RelativePath("/image?format=png"), {8, 8},
                                 [&](const ImageRef&) { source.reset(); });
-  EXPECT_TRUE(eventually([&] { return source == nullptr; }));
-  source = std::make_unique<ImageSource>(session().session());
-  std::thread([&] { source.reset(); }).join();
-  QCoreApplication::processEvents();  // what belongs to this thread goes here
+  source->imageWithRelativePath(KVLEncoding::RelativePath("/image?format=png"), {8, 8},
+                                [held](const ImageRef&) { ADD_FAILURE(); });
+  EXPECT_TRUE(eventually([&] { return source == nullptr && held.use_count() == 1; }));
+}
+
+TEST_F(ImageSourceTest, DestroyedOnAnotherThreadItLeavesWhatWaitsToItsOwn) {
+  auto source = std::make_unique<ImageSource>(session().session());
+  (void)imageFrom(*source, 8);
+  std::atomic<QThread*> where = nullptr;
+  std::thread([&] {
+    const std::shared_ptr<int> held(new int, [&](const int* number) {
+      delete number;
+      where = QThread::currentThread();
+    });
+    source->imageWithRelativePath(KVLEncoding::RelativePath("/image?format=png"), {8, 8},
+                                  [held](const ImageRef&) { ADD_FAILURE(); });
+    source.reset();
+  }).join();
+  EXPECT_TRUE(eventually([&] { return where == session().thread(); }));
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 /// A session as an object of Qt.
 #pragma once
 
+#include <local/KVLEncodingDownload.h>
+#include <local/KVLEncodingForm.h>
 #include <local/KVLSession.h>
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Exchange.h>
@@ -18,11 +20,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-
-#ifndef Q_MOC_RUN  // which cannot read <chrono> before another header of g++ 12
-#include <local/KVLEncodingDownload.h>
-#include <local/KVLEncodingForm.h>
-#endif
 
 namespace kvl::qt {
 
