@@ -112,7 +112,7 @@ class WebTest : public ::testing::Test {
 
   std::shared_ptr<FakeNotary> notary = std::make_shared<FakeNotary>();
   std::shared_ptr<KVLSession> session;
-  QWebEngineProfile& profile;
+  QWebEngineProfile profile;
   std::unique_ptr<kvl::qt::PageRelay> relay;
   std::unique_ptr<LoggedPage> page = std::make_unique<LoggedPage>(&profile);
   PageService service;
