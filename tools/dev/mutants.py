@@ -40,9 +40,10 @@ PROGRAMS = {
     "platform/security": ["kvl_security_tests", "kvl_notary_tests"],
     "platform/serialisation": ["kvl_serialisation_tests"],
     "platform/urlloading": ["kvl_urlloading_tests"],
+    "qt/web": ["kvl_qt_web_tests"],
     "tools/kvlocal": ["kvlocal_input_tests"],
 }
-NAMED_ONLY = {"tools/kvlocal"}  # these programs are not to notice just any fault there
+NAMED_ONLY = {"qt/web", "tools/kvlocal"}  # these programs are slow, or not to notice just any fault there
 NAMED = pathlib.Path("tests/mutants")
 EQUIVALENT = NAMED / "equivalent.txt"
 COPIES = pathlib.Path("build/mutants")

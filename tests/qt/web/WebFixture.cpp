@@ -16,8 +16,7 @@ using kvl::testing::makeTestAuthority;
 using kvl::testing::makeTestIdentity;
 using kvl::testing::TestPeer;
 
-// One application and one profile for all tests: the engine starts once in a process, and keeps
-// nothing of a page for the profile's next one.
+// One application for all tests: the engine starts once in a process.
 class Engine final : public ::testing::Environment {
  public:
   void SetUp() override {
@@ -29,31 +28,17 @@ class Engine final : public ::testing::Environment {
     kvl::qt::PageRelay::registerScheme();
     application_ = std::make_unique<QGuiApplication>(count_, arguments_);
   }
-  void TearDown() override {
-    profile_.reset();
-    application_.reset();
-  }
-
-  QWebEngineProfile& profile() {
-    if (!profile_) profile_ = std::make_unique<QWebEngineProfile>();
-    return *profile_;
-  }
+  void TearDown() override { application_.reset(); }
 
  private:
   int count_ = 1;
   std::string name_ = "kvltest";
   char* arguments_[2] = {name_.data(), nullptr};
   std::unique_ptr<QGuiApplication> application_;
-  std::unique_ptr<QWebEngineProfile> profile_;
 };
 
-Engine* addEngine() {
-  auto* engine = new Engine;
-  ::testing::AddGlobalTestEnvironment(engine);
-  return engine;
-}
-
-Engine* const kEngine = addEngine();
+[[maybe_unused]] ::testing::Environment* const kEngine =
+    ::testing::AddGlobalTestEnvironment(new Engine);
 
 std::string pathOf(const std::string& request) {
   const auto begin = request.find(' ') + 1;
@@ -123,7 +108,7 @@ std::string answerOf(std::string_view body, const std::string& type, const std::
   return httpResponse(body, "200 OK", "Content-Type: " + type + "\r\n" + fields);
 }
 
-WebTest::WebTest() : profile(kEngine->profile()) {
+WebTest::WebTest() {
   session = KVLSession::sessionWithNotary(notary, {});
   relay = std::make_unique<kvl::qt::PageRelay>(session, profile);
   QObject::connect(relay.get(), &kvl::qt::PageRelay::requestFailed,

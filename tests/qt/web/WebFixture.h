@@ -11,9 +11,13 @@
 
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEvent>
+#include <QEventLoop>
 #include <QString>
 #include <QStringList>
-#include <QTest>
+#include <QTimer>
 #include <QWebEnginePage>
 #include <QWebEngineProfile>
 #include <atomic>
@@ -27,11 +31,22 @@
 namespace kvltest {
 
 inline constexpr int kWebPatience = 60'000;  // ms
+inline constexpr int kLookAgain = 10;        // ms
 
-// Runs the event loop until the condition holds; false when it does not for a very long time.
+// Runs the event loop until the condition holds; false when it does not for a very long time. Each
+// event is handled as it comes, where QTest::qWaitFor sleeps between two looks: the engine needs
+// dozens of events, one after the other, for one page.
 template <class Condition>
 [[nodiscard]] bool eventually(Condition condition) {
-  return QTest::qWaitFor(condition, kWebPatience);
+  const QDeadlineTimer end(kWebPatience);
+  QTimer looks;  // what other threads change wakes nobody
+  looks.start(kLookAgain);
+  while (!condition()) {
+    if (end.hasExpired()) return false;
+    QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  }
+  return true;
 }
 
 // A page that keeps what its scripts log.
@@ -112,7 +127,7 @@ class WebTest : public ::testing::Test {
 
   std::shared_ptr<FakeNotary> notary = std::make_shared<FakeNotary>();
   std::shared_ptr<KVLSession> session;
-  QWebEngineProfile& profile;
+  QWebEngineProfile profile;
   std::unique_ptr<kvl::qt::PageRelay> relay;
   std::unique_ptr<LoggedPage> page = std::make_unique<LoggedPage>(&profile);
   PageService service;
