@@ -269,7 +269,8 @@ int writeToOutput(std::string_view text) {
 }
 
 // A terminal or a pipe may never take it; nobody waits for the thread then, since what has been
-// made for the session must go.
+// made for the session must go. Whoever has read it may end this before the thread says so, hence
+// an interrupt is no failure.
 ExitCode show(const Context& context, const Peers& peers) {
   const auto error = std::make_shared<std::optional<int>>();
   std::thread([text = context.settings.json ? environmentJSON(peers) : environmentText(peers),
@@ -278,7 +279,7 @@ ExitCode show(const Context& context, const Peers& peers) {
     rendezvous->change([&] { *error = result; });
   }).detach();
   const auto result = context.rendezvous->wait({}, [&] { return error->has_value(); });
-  if (result == Rendezvous::Result::interrupted) return ExitCode::interrupted;
+  if (result == Rendezvous::Result::interrupted) return ExitCode::ok;
   return **error == 0 ? ExitCode::ok : giveUpOutput(**error);
 }
 
