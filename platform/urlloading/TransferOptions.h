@@ -47,8 +47,8 @@ void applyRequest(OptionSetter& options, const URLRequest& request, HeaderList& 
 // For a transfer that may share its connection with no other.
 void applyOwnConnection(OptionSetter& options);
 
-// Drops the oldest cookies of those hosts that have set many. @pre the handle's cookies are switched
-// on, and no other transfer runs with them meanwhile.
+// Drops the oldest cookies of those hosts that have set many. @pre the handle's cookies are
+// switched on, and no other transfer runs with them meanwhile.
 void limitCookies(CURL* easy);
 
 }  // namespace kvl::urlloading
