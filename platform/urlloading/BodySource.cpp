@@ -40,9 +40,6 @@ class FileBody final : public BodySource {
 
 BodySource::BodySource() : use_(std::make_shared<Use>()) {}
 BodySource::BodySource(const BodySource& /*other*/) : BodySource() {}
-BodySource& BodySource::operator=(const BodySource& /*other*/) noexcept {
-  return *this;
-}
 BodySource::~BodySource() = default;
 
 std::shared_ptr<BodySource> fileBody(int descriptor, std::optional<Error>* error) {

@@ -31,7 +31,7 @@ class KVL_EXPORT BodySource {
   BodySource();
   /// A copy is a source of its own, which no task has used.
   BodySource(const BodySource& other);
-  BodySource& operator=(const BodySource& other) noexcept;  ///< leaves it to those who use it
+  BodySource& operator=(const BodySource& other) = delete;
   virtual ~BodySource();
 
   /// The number of bytes from the first on; absent when it is not known, and the body is then sent
