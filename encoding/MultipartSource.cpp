@@ -50,15 +50,15 @@ std::size_t MultipartSource::Piece::size() const noexcept {
   return file != nullptr ? file->size() : text.size();
 }
 
-MultipartSource::MultipartSource(Array inputs, std::vector<MultipartPart> parts,
-                                 std::size_t size) noexcept
-    : inputs_(std::move(inputs)), parts_(std::move(parts)), size_(size) {}
+MultipartSource::MultipartSource(const Array& inputs, std::vector<MultipartPart> parts,
+                                 std::size_t size)
+    : inputs_(inputs), parts_(std::move(parts)), size_(size) {}
 
 MultipartSource::~MultipartSource() = default;
 
 std::shared_ptr<MultipartSource> MultipartSource::make(const Array& inputs,
                                                        std::optional<Error>* error) {
-  Array kept = inputs;
+  const Array kept = inputs;
   auto parts = multipartParts(kept, error);
   if (!parts || std::ranges::none_of(*parts, [](const auto& part) { return !!part.openFile; }))
     return nullptr;
@@ -67,7 +67,7 @@ std::shared_ptr<MultipartSource> MultipartSource::make(const Array& inputs,
     storeError(error, Error(NSPOSIXErrorDomain, EFBIG));
     return nullptr;
   }
-  return std::make_shared<MultipartSource>(std::move(kept), *std::move(parts), *size);
+  return std::make_shared<MultipartSource>(kept, *std::move(parts), *size);
 }
 
 std::optional<Error> MultipartSource::findBoundary(const BoundarySource& source,

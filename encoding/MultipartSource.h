@@ -40,7 +40,7 @@ class MultipartSource final : public BodySource {
   [[nodiscard]] bool rewind() override;
 
   // For `make`.
-  MultipartSource(Array inputs, std::vector<MultipartPart> parts, std::size_t size) noexcept;
+  MultipartSource(const Array& inputs, std::vector<MultipartPart> parts, std::size_t size);
   ~MultipartSource() override;
 
   // What `layOut` calls.

@@ -30,7 +30,9 @@ class TaskRunTest : public testing::Test {
 
 TEST_F(TaskRunTest, OneThatWasCancelledReturnsAtOnce) {
   auto task = passThrough(gate, frames);
+  EXPECT_TRUE(task.canStart());
   task.cancel();
+  EXPECT_FALSE(task.canStart());
   kvl::run(std::move(task));
   EXPECT_EQ(gate.begun, 0);
 }
@@ -38,6 +40,7 @@ TEST_F(TaskRunTest, OneThatWasCancelledReturnsAtOnce) {
 TEST_F(TaskRunTest, OneThatWasMovedFromReturnsAtOnce) {
   auto task = passThrough(gate, frames);
   const auto taken = std::move(task);
+  EXPECT_TRUE(taken.canStart());
   kvl::run(std::move(task));  // NOLINT(bugprone-use-after-move): what it is about
   EXPECT_FALSE(taken.isDone());
 }
@@ -57,6 +60,7 @@ TEST_F(TaskRunTest, OneThatWaitsIsDestroyed) {
   int ends = 0;
   task.start([&] { ++ends; });
   EXPECT_EQ(frames, 1);
+  EXPECT_FALSE(task.canStart());
   kvl::run(std::move(task));
   EXPECT_EQ(frames, 0);
   EXPECT_EQ(gate.abandoned, 1);

@@ -43,10 +43,10 @@ class SecretFolderTest : public testing::Test {
   [[nodiscard]] std::vector<std::string> entries() const {
     std::vector<std::string> result;
     for (const auto& entry : fs::directory_iterator(path())) {
-      const std::string name = entry.path().filename();
       std::string text;
       if (entry.is_regular_file()) std::getline(std::ifstream(entry.path()), text);
-      result.push_back(entry.is_directory() ? name + "/" : name + ": " + text);
+      auto& line = result.emplace_back(entry.path().filename());
+      line += entry.is_directory() ? "/" : ": " + text;
     }
     return result;
   }

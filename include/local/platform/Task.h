@@ -292,6 +292,10 @@ class [[nodiscard]] Task {
     scope->start([root, handler = std::move(done)] { finish(root, handler); });
   }
 
+  /// Whether it has its beginning left: not once it has been started, awaited, cancelled or moved
+  /// from.
+  [[nodiscard]] bool canStart() const noexcept { return !!frame_.get(); }
+
   /// Whether it has ended or been cancelled. One that was cancelled while it ran counts as ended
   /// once it has stopped.
   [[nodiscard]] bool isDone() const noexcept { return scope_ ? scope_->isOver() : !frame_.get(); }
@@ -305,8 +309,6 @@ class [[nodiscard]] Task {
  private:
   friend promise_type;
   friend detail::TaskPromiseBase;
-  template <class U>
-  friend U run(Task<U> task);
 
   explicit Task(typename detail::TaskFrame<T>::Handle handle) noexcept : frame_(handle) {}
 
@@ -351,12 +353,12 @@ inline Task<void> detail::TaskPromise<void>::get_return_object() noexcept {
 template <class T>
 T run(Task<T> task) {
   if constexpr (std::is_void_v<T>) {
-    if (!task.frame_.get()) return;
+    if (!task.canStart()) return;
     Semaphore ended;
     task.start([&ended] { ended.signal(); });
     detail::serveMainQueueUntil(ended);
   } else {
-    if (!task.frame_.get()) std::terminate();
+    if (!task.canStart()) std::terminate();
     Semaphore ended;
     std::optional<T> result;
     task.start([&ended, &result](T given) {
