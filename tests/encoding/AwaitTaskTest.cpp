@@ -1,6 +1,7 @@
 // The operations in tasks: where they go on, and what becomes of them when the task goes.
 #include "tests/encoding/Coroutines.h"
 #include "tests/encoding/FetchFixture.h"
+#include "tests/support/Halt.h"
 
 #include <local/KVLEncodingAwait.h>
 
@@ -298,6 +299,64 @@ TEST_F(AwaitTaskTest, EndedEndsTheSession) {
   EXPECT_TRUE(session->isEnded());
   runMainLoopUntil([&] { return told.times == 1; });
   EXPECT_EQ(session->state(), KVLSessionStateEnded);
+}
+
+class AwaitedEndTest : public AwaitTaskTest {
+ protected:
+  // The session asks its notary on another thread and stands there, which holds its end up.
+  AwaitedEndTest() : asking_([this] { session->enqueueNotarisation(); }) {
+    EXPECT_TRUE(halt_.isReached());
+  }
+  ~AwaitedEndTest() override { halt_.letGo(); }
+  // The end is complete, on the thread that asked.
+  void finish() {
+    halt_.letGo();
+    asking_.join();
+    kvl::Semaphore over;
+    session->end([&](auto&&...) { over.signal(); });
+    ASSERT_TRUE(over.waitFor(60s));
+  }
+
+  // Whatever was to be told before this has been told when it returns.
+  void passObservers() const {
+    kvl::Semaphore passed;
+    const auto observation = session->observeState([&](auto) { passed.signal(); });
+    ASSERT_TRUE(passed.waitFor(60s));
+  }
+
+  SessionArrival told;
+
+ private:
+  struct Place {
+    Place(FakeNotary& notary, const Halt& halt) { notary.whenAsked = halt.place(); }
+  };
+  const Halt halt_;
+  const Place place_{*notary, halt_};
+  std::jthread asking_;
+};
+
+TEST_F(AwaitedEndTest, ThatCompletesOnAnotherThreadIsToldAtHome) {
+  auto waiting = awaitInTask([this] { return awaitable::ended(*session); }, told);
+  waiting.start();
+  EXPECT_TRUE(session->isEnded());
+  passObservers();
+  runPendingMainBlocks();
+  EXPECT_EQ(told.times, 0) << "somebody still asks the notary";
+  finish();
+  EXPECT_EQ(told.times, 0);
+  runMainLoopUntil([&] { return told.times == 1; });
+  EXPECT_EQ(told.thread, std::this_thread::get_id());
+}
+
+TEST_F(AwaitedEndTest, OfATaskThatGoesMeanwhileIsToldToNobody) {
+  {
+    auto waiting = awaitInTask([this] { return awaitable::ended(*session); }, told);
+    waiting.start();
+  }
+  finish();
+  runPendingMainBlocks();
+  EXPECT_EQ(told.times, 0);
+  EXPECT_TRUE(session->isEnded());
 }
 
 // Started, answered and destroyed by three threads at once.

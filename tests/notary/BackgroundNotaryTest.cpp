@@ -9,6 +9,7 @@
 
 #include <local/platform/Semaphore.h>
 
+#include <array>
 #include <atomic>
 #include <thread>
 #include <utility>
@@ -150,6 +151,49 @@ TEST_F(BackgroundNotaryTest, DestroyedWhileTheyAreMadeItLeavesNone) {
   EXPECT_FALSE(areKeysStored());
 }
 
+TEST_F(BackgroundNotaryTest, DestroyedInItsCompletionItLeavesNone) {
+  make(lookups);
+  notary->notariseWithCompletionHandler([&](const auto& signature, const auto& error) {
+    EXPECT_TRUE(signature && !error);
+    EXPECT_TRUE(areKeysStored());
+    notary.reset();
+    answered.push_back(1);
+  });
+  ask(2);
+  while (lookups->waiting() > 0) lookups->run();
+  EXPECT_EQ(answered, (std::vector{1, 2})) << "the keys were there when it was asked";
+  EXPECT_FALSE(areKeysStored());
+}
+
+TEST_F(BackgroundNotaryTest, EightThreadsThatAskMeanwhileAreToldOnceEach) {
+  constexpr int kThreads = 8;
+  const Halt halt;
+  store->whenAKeyIsStored = halt.place();
+  make(kvl::Environment::processLookupQueue());
+  ASSERT_TRUE(halt.isReached());
+  std::atomic<int> told = 0;
+  kvl::Semaphore all;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&] {
+      notary->notariseWithCompletionHandler([&](const auto& signature, const auto&) {
+        EXPECT_TRUE(signature);
+        ++told;
+        all.signal();
+      });
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(told, 0);
+  halt.letGo();
+  for (int i = 0; i < kThreads; ++i) ASSERT_TRUE(all.waitFor(std::chrono::seconds(60)));
+  // The connections are closed after the handlers.
+  kvl::Environment::processLookupQueue()->async([&] { all.signal(); });
+  ASSERT_TRUE(all.waitFor(std::chrono::seconds(60)));
+  EXPECT_EQ(told, kThreads);
+  EXPECT_EQ(script.connections, kThreads);
+}
+
 // Runs in a process of its own, since the shared notary is made once.
 void makeSharedNotaryInBackground() {
   int result = 0;
@@ -167,6 +211,40 @@ void makeSharedNotaryInBackground() {
 TEST_F(BackgroundNotaryTest, IsTheSharedOneWhichWaitsForItsKeys) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   EXPECT_EXIT(makeSharedNotaryInBackground(), testing::ExitedWithCode(0), "");
+}
+
+void askForTheSharedNotaryOnEightThreads() {
+  int result = 0;
+  {
+    const OwnKeys own("org.example.BackgroundNotaryTest.Threads");
+    std::array<std::shared_ptr<KVLNotary>, 8> got;
+    std::array<kvl::KeyRef, 8> keys;
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+      threads.emplace_back([&, i] {
+        got[i] = KVLNotary::sharedNotaryInBackground();
+        if (i % 2 == 0) got[i] = KVLNotary::sharedNotary();  // which waits for the keys
+        if (i % 2 == 0) keys[i] = got[i]->publicKey();
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    const auto key = got[0]->publicKey();
+    if (!key) result = 1;
+    for (std::size_t i = 0; i < got.size(); ++i) {
+      if (got[i] != got[0]) result = 2;
+      if (i % 2 == 0 && keys[i] != key) result = 3;
+    }
+    std::vector<kvl::KeyRef> stored;
+    const auto store = kvl::Environment::process()->keyStore();
+    if (SecItemCopyMatching(*store, KVLNotary::keyQuery(), stored) != kvl::kSuccess) result = 4;
+    if (stored.size() != 1) result = 5;  // the private one
+  }
+  _exit(testing::Test::HasFailure() ? 9 : result);
+}
+
+TEST_F(BackgroundNotaryTest, TheSharedOneIsMadeOnceHoweverManyThreadsAsk) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(askForTheSharedNotaryOnEightThreads(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

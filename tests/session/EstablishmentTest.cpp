@@ -1,5 +1,6 @@
 // Waiting for a session to be established, and why it is not.
 #include "tests/session/SessionFixture.h"
+#include "tests/support/Halt.h"
 #include "tests/support/MainLoop.h"
 #include "tests/support/OtherThread.h"
 #include "tests/support/WaitUntil.h"
@@ -244,6 +245,26 @@ TEST_F(EstablishmentTest, TheHandleEndsIt) {
   establish();
   passObservers();
   EXPECT_EQ(told.calls(), 0);
+}
+
+TEST_F(EstablishmentTest, TheHandleWaitsForItsHandlerOnAnotherThread) {
+  const Halt halt;
+  std::atomic<int> over = 0;
+  auto handle = session->whenEstablished(1h, [&, place = halt.place()](auto&&...) {
+    place();
+    ++over;
+  });
+  establish();
+  ASSERT_TRUE(halt.isReached());
+  OtherThread ending([&] {
+    handle.end();
+    EXPECT_EQ(over, 1);
+  });
+  EXPECT_TRUE(ending.isWaiting());
+  halt.letGo();
+  ending.join();
+  passObservers();
+  EXPECT_EQ(over, 1);
 }
 
 TEST_F(EstablishmentTest, WhatTheHandlerHoldsGoesOnceItIsTold) {

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -111,6 +112,72 @@ TEST_F(EventObservationTest, KeepsTheOrderAcrossARenewal) {
   before.join();
   after.join();
   EXPECT_EQ(names, (std::vector<std::string>{"before", "after"}));
+}
+
+class LeavingSessionTest : public EventObservationTest {
+ protected:
+  // Brings an event as an HTTPS session object does, which holds its delegate for the call only.
+  static void receiveHeld(std::shared_ptr<KVLSession> held,
+                          const std::shared_ptr<FakeURLSession>& loader) {
+    const auto task = held->eventStream()->task();
+    held->didReceiveData(*loader, task, kvl::Data::fromText("event: a\n\n"));
+  }
+  // Nobody but those who are in a call holds the session any more.
+  void letGo() {
+    session.reset();
+    queue->dropPending();
+    loader->dropTasks();
+  }
+};
+
+TEST_F(LeavingSessionTest, InsideItsObserver) {
+  const std::weak_ptr<KVLSession> watch = session;
+  int count = 0;
+  auto observation = session->observeEvents([&](auto&&...) {
+    ++count;
+    letGo();
+    EXPECT_FALSE(watch.expired());
+  });
+  const auto others = session->observeEvents([&](auto&&...) { ++count; });
+  receiveHeld(session, loader);
+  EXPECT_TRUE(watch.expired());
+  EXPECT_EQ(count, 2) << "one has missed what had come";
+  observation.end();  // of a session that has gone
+}
+
+TEST_F(LeavingSessionTest, InsideItsObserverWhoseObservationGoesFirst) {
+  const std::weak_ptr<KVLSession> watch = session;
+  kvl::Observation observation;
+  observation = session->observeEvents([&](auto&&...) {
+    letGo();
+    observation = {};
+  });
+  receiveHeld(session, loader);
+  EXPECT_TRUE(watch.expired());
+}
+
+TEST_F(LeavingSessionTest, OnAnotherThreadDuringACall) {
+  const Halt halt;
+  std::atomic<int> over = 0;
+  auto observation = session->observeEvents([&, place = halt.place()](auto&&...) {
+    place();
+    ++over;
+  });
+  const std::weak_ptr<KVLSession> watch = session;
+  OtherThread receiving(
+      [held = session, loader = loader]() mutable { receiveHeld(std::move(held), loader); });
+  ASSERT_TRUE(halt.isReached());
+  letGo();  // which waits for nobody
+  EXPECT_FALSE(watch.expired());
+  OtherThread ending([&] {
+    observation.end();
+    EXPECT_EQ(over, 1);
+  });
+  EXPECT_TRUE(ending.isWaiting());
+  halt.letGo();
+  receiving.join();
+  ending.join();
+  EXPECT_TRUE(watch.expired());
 }
 
 class EventHoldTest : public EventObservationTest {

@@ -144,14 +144,20 @@ class LoadedPiecesTest : public RequestPiecesTest {
       started.signal();
       if (const auto act = std::exchange(whenAPieceComes, nullptr)) act();
     };
-    pieces.end = [&](const auto&, const std::optional<kvl::Error>& given) {
+    auto held = std::make_shared<int>(0);
+    pieces.end = [&, held](const auto&, const std::optional<kvl::Error>& given) {
+      ++ends;
       failure = given;
       ended.signal();
     };
+    const std::weak_ptr<int> watch = std::exchange(held, nullptr);
     const auto address = server.url("127.0.0.1");
-    task = session->requestPieces(kvl::URLRequest(address), pieces);
+    task = session->requestPieces(kvl::URLRequest(address), std::exchange(pieces, {}));
     started.signal();
     EXPECT_TRUE(ended.waitFor(60s));
+    // Nothing can come any more.
+    EXPECT_TRUE(waitUntil([&] { return watch.expired(); }));
+    EXPECT_EQ(ends, 1);
     return failure ? std::optional(failure->code()) : std::nullopt;
   }
 

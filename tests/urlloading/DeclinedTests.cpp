@@ -1,5 +1,6 @@
 // A request that an HTTP/2 server has declined goes out again, one that it may have taken does not.
 #include "tests/support/HTTP2Peer.h"
+#include "tests/support/TraceCapture.h"
 #include "tests/support/WaitUntil.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
@@ -95,6 +96,27 @@ TEST_F(DeclinedRequestTest, ARefusedStreamGoesOutAgain) {
                              }));
   EXPECT_FALSE(load(*session, requestTo(server)).error);
   EXPECT_EQ(server.connections(), 2);
+}
+
+TEST_F(DeclinedRequestTest, IsToldAsARepetitionWithoutAStatus) {
+  using Kind = TraceRecord::Kind;
+  const TestTLSServer server(options(), numbered([](HTTP2Peer& peer, int connection) {
+                               if (connection > 2) return answerAll(peer);
+                               if (const auto stream = peer.nextRequest())
+                                 peer.sendReset(*stream, kRefusedStream);
+                               drain(peer);
+                             }));
+  const kvltest::TraceCapture trace{session->dataTask(requestTo(server))->taskIdentifier()};
+  EXPECT_FALSE(load(*session, URLRequest(server.url("127.0.0.1", "/path"))).error);
+  EXPECT_EQ(trace.kinds(), (std::vector{Kind::requestBegan, Kind::connected, Kind::requestRepeated,
+                                        Kind::connected, Kind::requestRepeated, Kind::connected,
+                                        Kind::answered, Kind::requestEnded}));
+  std::int64_t count = 0;
+  for (const auto& repeated : trace.of(Kind::requestRepeated)) {
+    EXPECT_EQ(repeated.record.status, 0);
+    EXPECT_EQ(repeated.record.count, ++count);
+    EXPECT_EQ(repeated.path, "/path");
+  }
 }
 
 TEST_F(DeclinedRequestTest, TheBodyIsWholeTheSecondTime) {

@@ -1,5 +1,7 @@
 // How far tasks are, and who is told of it.
 #include "platform/urlloading/ProgressMeter.h"
+#include "tests/support/Halt.h"
+#include "tests/support/OtherThread.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
 #include <local/platform/Semaphore.h>
@@ -199,6 +201,29 @@ TEST_F(ProgressTest, AnObserverEndsItselfInside) {
   task->resume();
   EXPECT_EQ(box.wait().text(), "hello");
   EXPECT_EQ(calls, 1);
+}
+
+TEST_F(ProgressTest, AnObservationEndsOnAnotherThreadWhenACallIsOver) {
+  const TestTLSServer peer({}, answering(httpResponse("hello")));
+  const kvltest::Halt halt;
+  std::atomic<int> over = 0;
+  OutcomeBox box;
+  const auto task = session->dataTask(URLRequest(peer.url("127.0.0.1")), box.handler());
+  auto observation = task->observeProgress([&, place = halt.place()](const TransferProgress&) {
+    place();
+    ++over;
+  });
+  ASSERT_TRUE(halt.isReached());
+  task->resume();
+  kvltest::OtherThread ending([&] {
+    observation.end();
+    EXPECT_EQ(over, 1);
+  });
+  EXPECT_TRUE(ending.isWaiting());
+  halt.letGo();
+  ending.join();
+  EXPECT_EQ(box.wait().text(), "hello");
+  EXPECT_EQ(over, 1) << "it hears although it has ended";
 }
 
 TEST_F(ProgressTest, TheCompletionWaitsForASlowObserver) {
