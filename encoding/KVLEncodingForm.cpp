@@ -152,8 +152,8 @@ kvl::Exchange KVLEncoding::submitForm(DictionaryOrNone form,
   if (!completionHandler) completionHandler = reportUnheardAnswer;
   FormDelivery delivery(std::move(completionHandler), options);
   const auto exchange = std::make_shared<kvl::urlloading::ExchangeState>(delivery.turn());
-  Submission submission{std::move(request), method ? upperCased(*method) : std::string(), options,
-                        std::move(delivery)};
+  Submission submission{std::move(request), method ? upperCased(*method) : std::string(),
+                        static_cast<const kvl::RequestOptions&>(options), std::move(delivery)};
   if (source)
     sendOnceSearched(session, std::move(submission), std::move(source), exchange);
   else

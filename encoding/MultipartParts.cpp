@@ -159,7 +159,7 @@ std::optional<std::string> chooseBoundary(const BoundarySource& source, const Pa
     std::optional<Error> failure;
     const bool isFound = occurs(boundary, failure);
     if (failure) {
-      storeError(error, *std::move(failure));
+      storeError(error, std::move(failure));
       return std::nullopt;
     }
     if (!isFound) return boundary;

@@ -58,8 +58,7 @@ MultipartSource::~MultipartSource() = default;
 
 std::shared_ptr<MultipartSource> MultipartSource::make(const Array& inputs,
                                                        std::optional<Error>* error) {
-  const Array kept = inputs;
-  auto parts = multipartParts(kept, error);
+  auto parts = multipartParts(inputs, error);
   if (!parts || std::ranges::none_of(*parts, [](const auto& part) { return !!part.openFile; }))
     return nullptr;
   const auto size = multipartSize(*parts, kLargestBody);
@@ -67,7 +66,7 @@ std::shared_ptr<MultipartSource> MultipartSource::make(const Array& inputs,
     storeError(error, Error(NSPOSIXErrorDomain, EFBIG));
     return nullptr;
   }
-  return std::make_shared<MultipartSource>(kept, *std::move(parts), *size);
+  return std::make_shared<MultipartSource>(inputs, *std::move(parts), *size);
 }
 
 std::optional<Error> MultipartSource::findBoundary(const BoundarySource& source,
@@ -128,7 +127,7 @@ std::size_t MultipartSource::read(std::span<std::uint8_t> room, std::optional<Er
     const std::size_t count = file != nullptr ? file->readAt(done_, rest, &failure)
                                               : text.copy(rest.data(), rest.size(), done_);
     if (failure) {
-      storeError(error, *std::move(failure));
+      storeError(error, std::move(failure));
       return 0;
     }
     filled += count;
