@@ -31,7 +31,7 @@ TEST(ModelSignalTest, ADocumentMayBeReplacedByWhoeverHearsOfIt) {
   const QAbstractItemModelTester tester(&model, Mode::Fatal);
   bool isReplaced = false;
   QObject::connect(&model, &QAbstractItemModel::modelReset, &model, [&] {
-    if (!std::exchange(isReplaced, true)) model.setDocument(Array{Array{1, 2}});
+    if (!std::exchange(isReplaced, true)) model.setDocument(Array(std::vector<Value>{Array{1, 2}}));
   });
   model.setDocument(Array{3, 4, 5});
   EXPECT_EQ(model.rowCount(), 1);
