@@ -31,11 +31,10 @@ Engine::Engine(URLSessionConfiguration configuration)
 
 Engine::~Engine() = default;
 
-std::optional<Error> Engine::start(std::shared_ptr<DataTaskObject> task, URLRequest request) {
-  const std::string text(request.urlText());
+std::optional<Error> Engine::start(std::shared_ptr<DataTaskObject> task, RequestRef request) {
   const MutexLock lock(mutex_);
-  if (invalidated_ || abandoned_) return makeURLError(NSURLErrorCancelled, text);
-  if (!ensureThread()) return makeSystemError(EAGAIN, text);
+  if (invalidated_ || abandoned_) return makeURLError(NSURLErrorCancelled, request->urlText());
+  if (!ensureThread()) return makeSystemError(EAGAIN, request->urlText());
   const auto identifier = task->taskIdentifier();
   running_.emplace(identifier, task);
   post({Command::Kind::start, identifier, std::move(task), std::move(request)});
@@ -191,7 +190,7 @@ void Engine::execute(Command& command) {
 }
 
 void Engine::begin(Command& command) {
-  auto transfer = std::make_unique<Transfer>(std::move(command.task), std::move(*command.request),
+  auto transfer = std::make_unique<Transfer>(std::move(command.task), std::move(command.request),
                                              configuration_, cookies_.get());
   Transfer& begun = *transfer;
   transfers_.emplace(command.identifier, std::move(transfer));

@@ -41,7 +41,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   // From any thread.
   // Starts the task with `request`, which is fit to be sent; why not, when it cannot be.
   [[nodiscard]] std::optional<Error> start(std::shared_ptr<DataTaskObject> task,
-                                           URLRequest request);
+                                           RequestRef request);
   void cancel(std::uint64_t identifier);
   void unpause(std::uint64_t identifier);
   void feed(std::uint64_t identifier);
@@ -56,7 +56,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
     enum class Kind { start, cancel, unpause, feed } kind;
     std::uint64_t identifier;
     std::shared_ptr<DataTaskObject> task;
-    std::optional<URLRequest> request;
+    RequestRef request;
   };
 
   [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);

@@ -4,14 +4,19 @@
 #include "platform/urlloading/LoadingErrors.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kvl::urlloading {
 
-URLRequest withAdditionalHeaders(URLRequest request, const HeaderFields& additional) {
-  const HeaderFields own = request.headers();
+RequestRef withAdditionalHeaders(RequestRef request, const HeaderFields& additional) {
+  const HeaderFields& own = request->headers();
+  std::shared_ptr<URLRequest> longer;
   for (const auto& [name, value] : additional) {
-    if (!own.find(name)) request.headers().append(name, value);
+    if (own.find(name)) continue;
+    if (!longer) longer = std::make_shared<URLRequest>(*request);
+    longer->headers().append(name, value);
   }
+  if (longer) return longer;
   return request;
 }
 

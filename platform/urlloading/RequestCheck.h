@@ -5,13 +5,18 @@
 #include <local/platform/URLRequest.h>
 #include <local/platform/URLSession.h>
 
+#include <memory>
 #include <optional>
 #include <string_view>
 
 namespace kvl::urlloading {
 
-// `request` with the fields of `additional` that it does not set itself.
-[[nodiscard]] URLRequest withAdditionalHeaders(URLRequest request, const HeaderFields& additional);
+// A request on its way, from the task to the last transfer. Shared, and changed by nobody.
+using RequestRef = std::shared_ptr<const URLRequest>;
+
+// `request` with the fields of `additional` that it does not set itself: the same one when there
+// are none.
+[[nodiscard]] RequestRef withAdditionalHeaders(RequestRef request, const HeaderFields& additional);
 
 // Why the request cannot be sent, or absent when it can.
 [[nodiscard]] std::optional<Error> requestFault(const URLRequest& request,

@@ -66,17 +66,17 @@ CURLcode failureAfterSending(CURLcode code) {
 
 }  // namespace
 
-Transfer::Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
+Transfer::Transfer(std::shared_ptr<DataTaskObject> task, RequestRef request,
                    const URLSessionConfiguration& configuration, CURLSH* cookies)
     : task_(std::move(task)),
       configuration_(configuration),
       cookies_(cookies),
-      originalURL_(*request.url()),
-      request_(std::move(request)),
+      original_(std::move(request)),
+      request_(original_),
       trace_(task_->taskIdentifier(), began_),
       body_(task_->takeFraming()),
-      maximumBody_(maximumBody(request_.contentKind(), configuration)),
-      end_(endOf(request_, configuration, began_)) {
+      maximumBody_(maximumBody(request_->contentKind(), configuration)),
+      end_(endOf(*request_, configuration, began_)) {
   task_->noteDeliveryResumed();
 }
 
@@ -104,9 +104,9 @@ CURLcode Transfer::prepare() {
   noteActivity();
   OptionSetter options(easy_.get());
   applyCommonOptions(options, cookies_, configuration_);
-  applyRequest(options, request_, fields_, configuration_.allowsHTTP2);
+  applyRequest(options, *request_, fields_, configuration_.allowsHTTP2);
   // A connection on which the identity is withheld serves nothing else, and the other way round.
-  if (!isSameHost(*request_.url(), originalURL_)) applyOwnConnection(options);
+  if (!isAtOriginalHost()) applyOwnConnection(options);
   // Several idle connections may have ended, and one that others use is not given up at once.
   if (endedConnections_ > 1) options.set(CURLOPT_FRESH_CONNECT, 1L);
   installCallbacks(options);
@@ -181,7 +181,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int loca
   if (isShared) self->watch_.begin(self->easy(), self->connection_);
   self->connectionKind_ = isShared;
   self->sent_ = true;
-  self->trace_.noteSending(self->request_, self->easy(), self->lastActivity_);
+  self->trace_.noteSending(*self->request_, self->easy(), self->lastActivity_);
   return CURL_PREREQFUNC_OK;
 }
 
@@ -207,15 +207,18 @@ void Transfer::closeConnectionWithExchange() {
 }
 
 std::string Transfer::host() const {
-  const URL& url = *request_.url();
+  const URL& url = *request_->url();
   auto text = std::string(*url.scheme()) + "://" + peerHost() + ":" + std::to_string(portOf(url));
   std::ranges::transform(text, text.begin(), ascii::toLower);
   return text;
 }
 
+bool Transfer::isAtOriginalHost() const {
+  return request_ == original_ || isSameHost(*request_->url(), *original_->url());
+}
+
 bool Transfer::mayMultiplex() const {
-  return configuration_.allowsHTTP2 && isSameHost(*request_.url(), originalURL_) &&
-         offersHTTP2(request_);
+  return configuration_.allowsHTTP2 && isAtOriginalHost() && offersHTTP2(*request_);
 }
 
 SteadyTime Transfer::deadline() const {
@@ -229,7 +232,7 @@ SteadyTime Transfer::idleDeadline() const {
     return SteadyTime::max();
   }
   return after(lastActivity_,
-               request_.timeoutInterval().value_or(configuration_.timeoutIntervalForRequest));
+               request_->timeoutInterval().value_or(configuration_.timeoutIntervalForRequest));
 }
 
 std::chrono::steady_clock::duration Transfer::takeTimeInChallenges() {
@@ -246,7 +249,7 @@ bool Transfer::follow() {
     return true;
   }
   if (!redirect_ || refusal_ != Refusal::none || task_->isCancelled()) return false;
-  request_ = *std::exchange(redirect_, std::nullopt);
+  request_ = std::exchange(redirect_, nullptr);
   ++redirects_;
   endedConnections_ = 0;
   repetitions_ = 0;
@@ -259,7 +262,7 @@ bool Transfer::mayRepeat() const {
 }
 
 TaskOutcome Transfer::outcome(CURLcode code) {
-  const std::string text(request_.urlText());
+  const std::string text(request_->urlText());
   if (task_->isCancelled())
     return {std::nullopt, response_, makeURLError(NSURLErrorCancelled, text)};
   // libcurl says so of a line that is longer than it takes.
@@ -294,16 +297,16 @@ Error Transfer::refusalError(std::string_view urlText) const {
 }
 
 TaskOutcome Transfer::timedOut() const {
-  return {std::nullopt, response_, makeURLError(NSURLErrorTimedOut, request_.urlText())};
+  return {std::nullopt, response_, makeURLError(NSURLErrorTimedOut, request_->urlText())};
 }
 
 Error Transfer::failure(CURLcode code) const {
   FailureFacts facts{sent_ ? failureAfterSending(code) : code, std::nullopt, task_->isClosing()};
   if (connection_) facts.tls = connection_->facts();
   if (connection_ && connection_->input().isSpent())
-    return makeURLError(NSURLErrorBadServerResponse, request_.urlText(),
+    return makeURLError(NSURLErrorBadServerResponse, request_->urlText(),
                         "The connection brought too much that is nothing of an answer.");
-  return makeURLError(classify(facts), request_.urlText(), debugText(code));
+  return makeURLError(classify(facts), request_->urlText(), debugText(code));
 }
 
 std::string Transfer::debugText(CURLcode code) const {
@@ -315,7 +318,7 @@ std::string Transfer::debugText(CURLcode code) const {
 }
 
 std::string Transfer::peerHost() const {
-  return std::string(request_.url()->host().value_or(std::string_view{}));
+  return std::string(request_->url()->host().value_or(std::string_view{}));
 }
 
 ChallengeAnswer Transfer::askServerTrust(const std::shared_ptr<security::ServerTrust>& trust) {
@@ -323,14 +326,14 @@ ChallengeAnswer Transfer::askServerTrust(const std::shared_ptr<security::ServerT
 }
 
 ChallengeAnswer Transfer::askClientCertificate() {
-  if (!isSameHost(*request_.url(), originalURL_)) return {};
+  if (!isAtOriginalHost()) return {};
   return ask(NSURLAuthenticationMethodClientCertificate, nullptr);
 }
 
 ChallengeAnswer Transfer::ask(std::string_view method,
                               const std::shared_ptr<security::ServerTrust>& trust) {
   const auto start = std::chrono::steady_clock::now();
-  const URL& url = *request_.url();
+  const URL& url = *request_->url();
   ChallengeAnswer answer = task_->ask({peerHost(), portOf(url), std::string(method), trust}, trust,
                                       std::min(deadline(), start + kLongestChallenge));
   noteActivity();

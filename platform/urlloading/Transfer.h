@@ -26,7 +26,7 @@ namespace kvl::urlloading {
 // questions through `ChallengeSource`. On the I/O thread only.
 class Transfer final : private ChallengeSource {
  public:
-  Transfer(std::shared_ptr<DataTaskObject> task, URLRequest request,
+  Transfer(std::shared_ptr<DataTaskObject> task, RequestRef request,
            const URLSessionConfiguration& configuration, CURLSH* cookies);
   ~Transfer() override;
   Transfer(const Transfer&) = delete;
@@ -35,7 +35,7 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] CURL* easy() const noexcept { return easy_.get(); }
   [[nodiscard]] DataTaskObject& task() const noexcept { return *task_; }
 
-  [[nodiscard]] RequestPriority priority() const noexcept { return request_.priority(); }
+  [[nodiscard]] RequestPriority priority() const noexcept { return request_->priority(); }
   // Scheme, host and port that the present request goes to.
   [[nodiscard]] std::string host() const;
   // Whether the connection that has just been made or taken multiplexes; absent when none has.
@@ -62,10 +62,10 @@ class Transfer final : private ChallengeSource {
   // out, or the server declined it. Prepare again.
   [[nodiscard]] bool follow();
   // For the trace: the transfer begins, `follow` had another exchange follow, and how all ended.
-  void traceBegin() const { trace_.begin(request_); }
-  void traceRepetition() { trace_.noteRepetition(request_, head_.status()); }
+  void traceBegin() const { trace_.begin(*request_); }
+  void traceRepetition() { trace_.noteRepetition(*request_, head_.status()); }
   void traceEnd(const TaskOutcome& outcome) const {
-    trace_.end(request_, easy(), outcome.response, outcome.error);
+    trace_.end(*request_, easy(), outcome.response, outcome.error);
   }
   // What the exchange came to.
   [[nodiscard]] TaskOutcome outcome(CURLcode code);
@@ -146,6 +146,8 @@ class Transfer final : private ChallengeSource {
   [[nodiscard]] std::size_t discard(std::size_t size);
   [[nodiscard]] std::size_t takeBody(const char* bytes, std::size_t size);
   void handOver(std::size_t count);
+  // Whether the request goes to the host that the identity is meant for.
+  [[nodiscard]] bool isAtOriginalHost() const;
   [[nodiscard]] Error failure(CURLcode code) const;
   [[nodiscard]] std::string debugText(CURLcode code) const;
   [[nodiscard]] SteadyTime idleDeadline() const;
@@ -159,9 +161,10 @@ class Transfer final : private ChallengeSource {
   const std::shared_ptr<DataTaskObject> task_;
   const URLSessionConfiguration& configuration_;
   CURLSH* const cookies_;
-  const URL originalURL_;
   const SteadyTime began_ = std::chrono::steady_clock::now();
-  URLRequest request_;
+  const RequestRef original_;
+  // The present one; another after a redirect.
+  RequestRef request_;
   TransferTrace trace_;
   DeclineWatch watch_;
   EasyHandle easy_;
@@ -185,7 +188,7 @@ class Transfer final : private ChallengeSource {
   PendingBody body_;
   bool growing_ = false;
   std::size_t discarded_ = 0;
-  std::optional<URLRequest> redirect_;
+  RequestRef redirect_;
   int redirects_ = 0;
   // Of the present exchange, trailers and interim answers included.
   std::size_t headerBytes_ = 0;

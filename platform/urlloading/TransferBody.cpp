@@ -40,25 +40,25 @@ std::optional<std::uint64_t> announcedLength(const HeaderFields& fields) {
 }  // namespace
 
 void Transfer::finishHead() {
-  redirect_ = redirectedRequest(request_, head_.status(), head_.fields());
-  if (redirect_) {
+  if (auto next = redirectedRequest(*request_, head_.status(), head_.fields())) {
+    redirect_ = std::make_shared<const URLRequest>(std::move(*next));
     if (redirects_ >= configuration_.maximumRedirects) refusal_ = Refusal::tooManyRedirects;
     return;
   }
   response_ = std::make_shared<const URLResponse>(
-      URLResponse{*request_.url(), head_.status(), head_.fields(), head_.version()});
-  trace_.noteAnswer(request_, head_.status());
+      URLResponse{*request_->url(), head_.status(), head_.fields(), head_.version()});
+  trace_.noteAnswer(*request_, head_.status());
   task_->setResponse(response_);
   task_->meter().noteToReceive(lengthToCome());
   if (task_->wantsBodyInOnePiece() && announcesMoreThan(maximumBody_)) {
     refusal_ = Refusal::bodyTooLarge;
-  } else if (request_.contentKind() == ContentKind::eventStream && isEncoded(head_.fields())) {
+  } else if (request_->contentKind() == ContentKind::eventStream && isEncoded(head_.fields())) {
     refusal_ = Refusal::encoded;
   }
 }
 
 bool Transfer::hasNoBody() const {
-  return request_.method() == "HEAD" || head_.status() == kNotModified;
+  return request_->method() == "HEAD" || head_.status() == kNotModified;
 }
 
 bool Transfer::announcesMoreThan(std::size_t limit) const {
@@ -172,12 +172,12 @@ void Transfer::prepareBody() {
   starved_ = false;
   uploadGivenUp_ = false;
   prepareFeed();
-  const auto& body = request_.body();
+  const auto& body = request_->body();
   task_->meter().beginSending(feed_ ? feed_->length() : body ? body->size() : 0);
 }
 
 void Transfer::prepareFeed() {
-  const auto& source = request_.bodySource();
+  const auto& source = request_->bodySource();
   if (!source) return closeFeed();
   if (!feed_) {
     feed_ = std::make_shared<BodyFeed>(source, [task = std::weak_ptr(task_)] {
@@ -203,7 +203,7 @@ void Transfer::installBodyCallbacks(OptionSetter& options) {
     options.set(CURLOPT_SEEKFUNCTION, &Transfer::onSeek);
     options.set(CURLOPT_SEEKDATA, this);
   }
-  if (!feed_ && !request_.body()) return;
+  if (!feed_ && !request_->body()) return;
   options.set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
   options.set(CURLOPT_XFERINFODATA, this);
   options.set(CURLOPT_NOPROGRESS, 0L);

@@ -5,7 +5,6 @@
 #include "platform/urlloading/Engine.h"
 #include "platform/urlloading/FrameworkSession.h"
 #include "platform/urlloading/LoadingErrors.h"
-#include "platform/urlloading/RequestCheck.h"
 
 #include <utility>
 
@@ -54,13 +53,15 @@ std::shared_ptr<DataTask> URLSessionObject::dataTask(const URLRequest& request) 
 
 std::shared_ptr<DataTask> URLSessionObject::dataTask(const URLRequest& request,
                                                      DataTaskHandler completionHandler) {
-  return std::make_shared<DataTaskObject>(shared_from_this(), request,
+  return std::make_shared<DataTaskObject>(shared_from_this(),
+                                          std::make_shared<const URLRequest>(request),
                                           std::move(completionHandler));
 }
 
 std::shared_ptr<DataTask> URLSessionObject::streamingTask(const URLRequest& request,
                                                           BodyReceiver receiver) {
-  return std::make_shared<DataTaskObject>(shared_from_this(), request, std::move(receiver));
+  return std::make_shared<DataTaskObject>(
+      shared_from_this(), std::make_shared<const URLRequest>(request), std::move(receiver));
 }
 
 void URLSessionObject::finishTasksAndInvalidate() {
@@ -76,7 +77,7 @@ bool URLSessionObject::isInvalidated() const {
   return engine_->isInvalidated();
 }
 
-DataTaskObject::DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
+DataTaskObject::DataTaskObject(std::shared_ptr<URLSessionObject> session, RequestRef request,
                                DataTaskHandler handler)
     : identifier_(nextIdentifier()),
       request_(std::move(request)),
@@ -85,7 +86,7 @@ DataTaskObject::DataTaskObject(std::shared_ptr<URLSessionObject> session, URLReq
       session_(std::move(session)),
       handler_(std::move(handler)) {}
 
-DataTaskObject::DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
+DataTaskObject::DataTaskObject(std::shared_ptr<URLSessionObject> session, RequestRef request,
                                BodyReceiver receiver)
     : identifier_(nextIdentifier()),
       request_(std::move(request)),
@@ -131,11 +132,10 @@ void DataTaskObject::resume() {
 std::optional<Error> DataTaskObject::start() {
   const auto held = session();
   if (!held) return std::nullopt;  // cancelled meanwhile, and already complete
-  const URLRequest request =
-      withAdditionalHeaders(request_, held->configuration().additionalHeaders);
-  if (held->engine().isInvalidated()) return makeURLError(NSURLErrorCancelled, request_.urlText());
-  if (auto fault = requestFault(request, held->configuration())) return fault;
-  return held->engine().start(shared_from_this(), request);
+  auto request = withAdditionalHeaders(request_, held->configuration().additionalHeaders);
+  if (held->engine().isInvalidated()) return makeURLError(NSURLErrorCancelled, request_->urlText());
+  if (auto fault = requestFault(*request, held->configuration())) return fault;
+  return held->engine().start(shared_from_this(), std::move(request));
 }
 
 void DataTaskObject::cancel() {
@@ -152,7 +152,7 @@ void DataTaskObject::cancel() {
   }
   if (gate) gate->abort();
   if (!wasStarted) {
-    complete({std::nullopt, nullptr, makeURLError(NSURLErrorCancelled, request_.urlText())});
+    complete({std::nullopt, nullptr, makeURLError(NSURLErrorCancelled, request_->urlText())});
   } else if (held) {
     held->engine().cancel(identifier_);
   }
@@ -238,7 +238,7 @@ void DataTaskObject::finish(TaskOutcome outcome) {
     // Cancelling counts until the very delivery, so that nobody is told success afterwards.
     if (state_ == State::canceling) {
       outcome.body.reset();
-      outcome.error = makeURLError(NSURLErrorCancelled, request_.urlText());
+      outcome.error = makeURLError(NSURLErrorCancelled, request_->urlText());
     }
     state_ = State::completed;
     handler = std::exchange(handler_, nullptr);

@@ -4,6 +4,7 @@
 #include "platform/urlloading/BodyFraming.h"
 #include "platform/urlloading/DeliveryWindow.h"
 #include "platform/urlloading/ProgressMeter.h"
+#include "platform/urlloading/RequestCheck.h"
 #include "platform/urlloading/TLSConnection.h"
 
 #include <local/platform/Atomic.h>
@@ -68,14 +69,14 @@ struct TaskOutcome {
 class DataTaskObject final : public DataTask, public std::enable_shared_from_this<DataTaskObject> {
  public:
   // A null handler: the body and the completion go to the delegate.
-  DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
+  DataTaskObject(std::shared_ptr<URLSessionObject> session, RequestRef request,
                  DataTaskHandler handler);
-  DataTaskObject(std::shared_ptr<URLSessionObject> session, URLRequest request,
+  DataTaskObject(std::shared_ptr<URLSessionObject> session, RequestRef request,
                  BodyReceiver receiver);
 
   std::uint64_t taskIdentifier() const noexcept override { return identifier_; }
   State state() const noexcept override;
-  const URLRequest& originalRequest() const noexcept override { return request_; }
+  const URLRequest& originalRequest() const noexcept override { return *request_; }
   URLResponseRef response() const override { return response_.get(); }
   void resume() override;
   void cancel() override;
@@ -131,7 +132,7 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   void finish(TaskOutcome outcome);
 
   const std::uint64_t identifier_;
-  const URLRequest request_;
+  const RequestRef request_;
   // Where body and completion go.
   enum class Goes : unsigned char { toHandler, toDelegate, toReceiver };
   const Goes goes_;
