@@ -128,6 +128,15 @@ class ValueAccess {
   }
   // @}
 
+  // @name What a value holds by itself
+  // @pre the value is of that kind
+  // @{
+  // Of booleans too: 0 or 1.
+  static std::int64_t integer(const Value& value) noexcept { return value.cell_.payload.integer; }
+  // Of dates too: seconds since the reference date.
+  static double real(const Value& value) noexcept { return value.cell_.payload.real; }
+  // @}
+
   // The entry of `key` or none. @pre the value is a dictionary
   static const Dictionary::Entry* find(const Value& value, std::string_view key) noexcept;
 

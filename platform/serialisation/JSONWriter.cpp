@@ -1,20 +1,19 @@
 // Writes JSON: checks whether JSON can hold a value, and writes it to a buffer that grows.
 #include "platform/serialisation/JSONWriter.h"
 
-#include "platform/core/LargeMemory.h"
 #include "platform/core/UTF8.h"
 #include "platform/core/ValueAccess.h"
 #include "platform/serialisation/JSONReader.h"
+#include "platform/serialisation/OutputBuffer.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace kvl {
 namespace {
@@ -47,7 +46,7 @@ bool isValid(const Value& value, std::size_t depth) {
     case integer:
       return true;
     case real:
-      return std::isfinite(*value.real());
+      return std::isfinite(ValueAccess::real(value));
     case string:
       return core::isUTF8(ValueAccess::text(value));
     case array:
@@ -62,18 +61,11 @@ bool isValid(const Value& value, std::size_t depth) {
   return false;
 }
 
-constexpr std::size_t kSmallestBuffer = 256;
 constexpr std::size_t kLongestNumber = 32;
 constexpr std::size_t kWord = sizeof(std::uint64_t);
 
 bool needsEscape(char character) noexcept {
   return static_cast<unsigned char>(character) < 0x20 || character == '"' || character == '\\';
-}
-
-std::uint64_t loadWord(const char* text) noexcept {
-  std::uint64_t word;
-  std::memcpy(&word, text, kWord);
-  return word;
 }
 
 constexpr std::uint64_t eightTimes(unsigned char byte) noexcept {
@@ -90,108 +82,126 @@ bool needsEscape(std::uint64_t word) noexcept {
   return (control | hasZero(word ^ eightTimes('"')) | hasZero(word ^ eightTimes('\\'))) != 0;
 }
 
-// Copies text up to eight characters at a time. False if some of it needs an escape.
-bool copyPlain(char* out, std::string_view text) noexcept {
-  if (text.size() < kWord) {
-    for (const char character : text) {
-      if (needsEscape(character)) return false;
-      *out++ = character;
-    }
-    return true;
-  }
-  const std::size_t last = text.size() - kWord;
-  for (std::size_t i = 0; i < last; i += kWord) {
-    const std::uint64_t word = loadWord(text.data() + i);
-    if (needsEscape(word)) return false;
-    std::memcpy(out + i, &word, kWord);
-  }
-  const std::uint64_t word = loadWord(text.data() + last);
-  std::memcpy(out + last, &word, kWord);
-  return !needsEscape(word);
+// Characters that are looked at together in longer text.
+using Block = unsigned char __attribute__((vector_size(16)));
+using BlockWords = std::uint64_t __attribute__((vector_size(16)));
+
+bool needsEscape(Block block) noexcept {
+  constexpr unsigned char kFirstPlain = 0x20;
+  const auto special = (block < kFirstPlain) | (block == '"') | (block == '\\');
+  const auto words = reinterpret_cast<BlockWords>(special);
+  return (words[0] | words[1]) != 0;
 }
 
-// Text that grows while it is written.
+template <class Characters>
+Characters load(const char* text) noexcept {
+  Characters characters;
+  std::memcpy(&characters, text, sizeof characters);
+  return characters;
+}
+
+// Copies text of at least so many characters, some of them twice, up to those that need an escape
+// or a few before. Returns how many it has copied.
+template <class Characters>
+std::size_t copyPlainInSteps(char* out, std::string_view text) noexcept {
+  const auto copyAt = [&](std::size_t position) {
+    const auto characters = load<Characters>(text.data() + position);
+    std::memcpy(out + position, &characters, sizeof characters);
+    return !needsEscape(characters);
+  };
+  const std::size_t last = text.size() - sizeof(Characters);
+  std::size_t copied = 0;
+  for (; copied < last; copied += sizeof(Characters)) {
+    if (!copyAt(copied)) return copied;
+  }
+  return copyAt(last) ? text.size() : copied;
+}
+
+// The same for any text.
+std::size_t copyPlain(char* out, std::string_view text) noexcept {
+  if (text.size() >= sizeof(Block)) return copyPlainInSteps<Block>(out, text);
+  if (text.size() >= kWord) return copyPlainInSteps<std::uint64_t>(out, text);
+  const auto* const special = std::ranges::find_if(text, [](char c) { return needsEscape(c); });
+  return static_cast<std::size_t>(std::copy(text.begin(), special, out) - out);
+}
+
+// Writes the parts of JSON texts.
 class JSONBuffer {
  public:
-  [[nodiscard]] std::string_view text() const noexcept { return {start_.get(), size_}; }
+  [[nodiscard]] std::string_view text() const noexcept { return buffer_.text(); }
 
-  void append(char character) { *reserve(1) = character, ++size_; }
-  void append(std::string_view text);
+  void append(char character) { buffer_.append(character); }
+  void append(std::string_view text) { buffer_.append(text); }
   void appendInteger(std::int64_t number);
   // The shortest text that gives the number back, as a real. @pre finite
   void appendReal(double number);
   // In quotes, with the escapes that JSON needs and no others.
   void appendString(std::string_view text);
+  // The beginning of an entry, with what separates it from what is before.
+  void appendKey(char separator, std::string_view key);
 
   // The text itself. Nothing else may be called then.
-  [[nodiscard]] Data take() &&;
+  [[nodiscard]] Data take() && { return std::move(buffer_).take(); }
 
  private:
-  struct Free {
-    void operator()(char* memory) const noexcept { std::free(memory); }
-  };
-
-  // Room for so many more characters, which `size_` counts once they are there.
-  char* reserve(std::size_t count) {
-    if (capacity_ - size_ < count) grow(count);
-    return start_.get() + size_;
-  }
-  void grow(std::size_t count);
   void appendEscaped(std::string_view text);
   void appendEscape(char character);
 
-  std::unique_ptr<char[], Free> start_;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = 0;
+  serialisation::OutputBuffer buffer_;
 };
 
-void JSONBuffer::grow(std::size_t count) {
-  const std::size_t capacity = std::max({kSmallestBuffer, capacity_ * 2, size_ + count});
-  auto* grown = static_cast<char*>(std::realloc(start_.get(), capacity));
-  if (grown == nullptr) throw std::bad_alloc();
-  static_cast<void>(start_.release());
-  start_.reset(grown);
-  core::preferLargePages(grown + size_, capacity - size_);
-  capacity_ = capacity;
-}
-
-void JSONBuffer::append(std::string_view text) {
-  std::ranges::copy(text, reserve(text.size()));
-  size_ += text.size();
-}
-
 void JSONBuffer::appendInteger(std::int64_t number) {
-  char* const out = reserve(kLongestNumber);
-  size_ += static_cast<std::size_t>(std::to_chars(out, out + kLongestNumber, number).ptr - out);
+  char* const out = buffer_.reserve(kLongestNumber);
+  buffer_.written(std::to_chars(out, out + kLongestNumber, number).ptr);
 }
 
 void JSONBuffer::appendReal(double number) {
-  char* const out = reserve(kLongestNumber);
+  char* const out = buffer_.reserve(kLongestNumber);
   const char* const end = std::to_chars(out, out + kLongestNumber, number).ptr;
-  const std::string_view digits(out, end);
-  size_ += digits.size();
-  if (digits.find_first_of(".e") == std::string_view::npos) append(".0");
+  buffer_.written(end);
+  if (std::string_view(out, end).find_first_of(".e") == std::string_view::npos) append(".0");
 }
 
-void JSONBuffer::appendString(std::string_view text) {
-  char* const out = reserve(text.size() + 2);
-  if (!copyPlain(out + 1, text)) return appendEscaped(text);
+inline void JSONBuffer::appendString(std::string_view text) {
+  constexpr std::size_t kQuotes = 2;
+  char* const out = buffer_.reserve(text.size() + kQuotes);
   out[0] = '"';
-  out[text.size() + 1] = '"';
-  size_ += text.size() + 2;
+  const std::size_t plain = copyPlain(out + 1, text);
+  buffer_.written(out + 1 + plain);
+  if (plain < text.size()) appendEscaped(text.substr(plain));
+  append('"');
 }
 
-void JSONBuffer::appendEscaped(std::string_view text) {
-  append('"');
-  while (!text.empty()) {
-    const auto plain = std::ranges::find_if(text, [](char c) { return needsEscape(c); });
-    append(std::string_view(text.begin(), plain));
-    text.remove_prefix(static_cast<std::size_t>(plain - text.begin()));
-    if (text.empty()) break;
-    appendEscape(text.front());
-    text.remove_prefix(1);
+inline void JSONBuffer::appendKey(char separator, std::string_view key) {
+  constexpr std::size_t kPunctuation = 4;
+  char* const out = buffer_.reserve(key.size() + kPunctuation);
+  out[0] = separator;
+  out[1] = '"';
+  const std::size_t plain = copyPlain(out + 2, key);
+  char* end = out + 2 + plain;
+  if (plain < key.size()) {
+    buffer_.written(end);
+    appendEscaped(key.substr(plain));
+    end = buffer_.reserve(2);
   }
-  append('"');
+  *end++ = '"';
+  *end++ = ':';
+  buffer_.written(end);
+}
+
+// The rest of a string from one of its characters that need an escape on, or a few before.
+void JSONBuffer::appendEscaped(std::string_view text) {
+  while (true) {
+    const auto* const special = std::ranges::find_if(text, [](char c) { return needsEscape(c); });
+    append(std::string_view(text.begin(), special));
+    if (special == text.end()) return;
+    appendEscape(*special);
+    text = {special + 1, text.end()};
+    char* const out = buffer_.reserve(text.size());
+    const std::size_t plain = copyPlain(out, text);
+    buffer_.written(out + plain);
+    text.remove_prefix(plain);
+  }
 }
 
 void JSONBuffer::appendEscape(char character) {
@@ -204,11 +214,6 @@ void JSONBuffer::appendEscape(char character) {
   append("u00");
   append(hexDigits[static_cast<unsigned char>(character) >> 4]);
   append(hexDigits[character & 0xF]);
-}
-
-Data JSONBuffer::take() && {
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(start_.get());
-  return {std::shared_ptr<const void>(std::move(start_)), {bytes, size_}};
 }
 
 // Writes a value, or says why it cannot.
@@ -243,13 +248,13 @@ bool JSONDocumentWriter::write(const Value& value) {
       buffer_.append("null");
       return true;
     case boolean:
-      buffer_.append(*value.boolean() ? "true" : "false");
+      buffer_.append(ValueAccess::integer(value) != 0 ? "true" : "false");
       return true;
     case integer:
-      buffer_.appendInteger(*value.integer());
+      buffer_.appendInteger(ValueAccess::integer(value));
       return true;
     case real:
-      return writeReal(*value.real());
+      return writeReal(ValueAccess::real(value));
     case array:
     case dictionary:
       return writeContainer(value);
@@ -291,10 +296,7 @@ bool JSONDocumentWriter::writeElements(const Value& array) {
 bool JSONDocumentWriter::writeEntries(const Value& dictionary) {
   char separator = '{';
   for (const auto& [key, value] : ValueAccess::entries(dictionary)) {
-    buffer_.append(separator);
-    separator = ',';
-    buffer_.appendString(key);
-    buffer_.append(':');
+    buffer_.appendKey(std::exchange(separator, ','), key);
     if (!write(value)) return false;
   }
   if (separator == '{') buffer_.append('{');
@@ -308,16 +310,20 @@ std::optional<Data> unwritable(std::string_view problem, std::optional<Error>* e
   return std::nullopt;
 }
 
-std::optional<Data> writeDocument(const Value& value, std::optional<Error>* error) {
-  if (!isContainer(value))
-    return unwritable("only an array or a dictionary can be a document", error);
+std::optional<Data> writeDocument(const Value& value, std::string_view& problem) {
+  problem = "only an array or a dictionary can be a document";
+  if (!isContainer(value)) return std::nullopt;
   JSONDocumentWriter writer;
-  if (!writer.write(value)) return unwritable(writer.problem(), error);
+  const bool isWritten = writer.write(value);
+  problem = writer.problem();
+  if (!isWritten) return std::nullopt;
+  problem = "a string is not UTF-8";
   // Strings stand between quotes: all of them are UTF-8 if the whole text is.
-  if (!core::isUTF8(writer.buffer().text())) return unwritable("a string is not UTF-8", error);
-  storeError(error, std::nullopt);
+  if (!core::isUTF8(writer.buffer().text())) return std::nullopt;
   return std::move(writer.buffer()).take();
 }
+
+constexpr std::string_view kOutOfMemory = "out of memory";
 
 }  // namespace
 
@@ -327,9 +333,23 @@ bool isValidJSONObject(const Value& value) {
 
 std::optional<Data> JSONFromValue(const Value& value, std::optional<Error>* error) {
   try {
-    return writeDocument(value, error);
+    std::string_view problem;
+    auto text = writeDocument(value, problem);
+    if (!text) return unwritable(problem, error);
+    storeError(error, std::nullopt);
+    return text;
   } catch (const std::bad_alloc&) {
-    return unwritable("out of memory", error);
+    return unwritable(kOutOfMemory, error);
+  }
+}
+
+std::optional<Data> JSONIfValid(const Value& value, std::optional<Error>* error) {
+  storeError(error, std::nullopt);
+  try {
+    std::string_view problem;
+    return writeDocument(value, problem);
+  } catch (const std::bad_alloc&) {
+    return isValidJSONObject(value) ? unwritable(kOutOfMemory, error) : std::nullopt;
   }
 }
 

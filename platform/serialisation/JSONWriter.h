@@ -17,4 +17,8 @@ namespace kvl {
 // `NSPropertyListWriteInvalidError`.
 [[nodiscard]] std::optional<Data> JSONFromValue(const Value& value, std::optional<Error>* error);
 
+// The same in one pass for a value of which nobody knows whether JSON can hold it: none and no
+// error where `isValidJSONObject` is false.
+[[nodiscard]] std::optional<Data> JSONIfValid(const Value& value, std::optional<Error>* error);
+
 }  // namespace kvl

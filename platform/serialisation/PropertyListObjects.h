@@ -10,57 +10,62 @@
 
 namespace kvl::serialisation {
 
-// What an object holds that refers to no other one.
-struct PropertyListLeaf {
-  Value::Kind kind = Value::Kind::null;
-  std::uint64_t bits = 0;  // a boolean, an integer in two's complement, or the bits of a double
-  std::string_view text;   // a string
-
-  friend bool operator==(const PropertyListLeaf&, const PropertyListLeaf&) = default;
-};
-
+// One object. Refers to the value that it was made from.
 struct PropertyListObject {
-  PropertyListLeaf leaf;
-  const Value* value = nullptr;    // data, array or dictionary
-  std::size_t firstReference = 0;  // of an array's values, or a dictionary's keys and then values
-  std::size_t references = 0;
+  Value::Kind kind = Value::Kind::null;
+  bool isASCII = true;  // all of a string
+  // A boolean, an integer in two's complement, the bits of a double; of a container where its
+  // references begin: an array's values, or a dictionary's keys and then its values.
+  std::uint64_t number = 0;
+  const char* bytes = nullptr;  // of a string, or of data
+  std::size_t size = 0;         // in bytes, or in references
+
+  [[nodiscard]] std::string_view text() const noexcept { return {bytes, size}; }
 };
 
 // A value taken apart into numbered objects: number 0 is the value itself, a container comes before
 // what it holds, and equal strings, numbers and dates are one object. Refers to the value, which
-// must outlive it and be valid for a property list.
+// must outlive it.
 //
 // Takes time in proportion to the value whatever it holds: leaves that somebody chose to collide in
 // the table are written more than once instead of being looked for among many.
 class PropertyListObjects {
  public:
-  explicit PropertyListObjects(const Value& value) { add(value); }
+  using Number = std::uint32_t;
 
-  [[nodiscard]] const std::vector<PropertyListObject>& all() const { return objects_; }
+  explicit PropertyListObjects(const Value& value);
+
+  // Whether these are all objects: a property list can hold everything in the value.
+  [[nodiscard]] bool areComplete() const noexcept { return complete_; }
+  [[nodiscard]] const std::vector<PropertyListObject>& all() const noexcept { return objects_; }
   // Object numbers, in the places that the containers name.
-  [[nodiscard]] const std::vector<std::size_t>& references() const { return references_; }
+  [[nodiscard]] const std::vector<Number>& references() const noexcept { return references_; }
 
  private:
-  static constexpr std::size_t kFree = SIZE_MAX;
+  static constexpr Number kNone = UINT32_MAX;
   // One place of a table in which a leaf is looked for from the place of its hash on.
   struct Slot {
-    std::size_t hash = 0;
-    std::size_t number = kFree;
+    std::uint32_t hash = 0;
+    Number number = kNone;
   };
 
-  std::size_t add(const Value& value);
-  std::size_t addLeaf(const PropertyListLeaf& leaf);
-  std::size_t addArray(const Value& value);
-  std::size_t addDictionary(const Value& value);
-  Slot* findSlot(std::size_t hash, const PropertyListLeaf& leaf);
+  // The number of the object, or none for what a property list cannot hold.
+  Number add(const Value& value, std::size_t depth);
+  Number addString(std::string_view text);
+  Number addNumber(Value::Kind kind, std::uint64_t number);
+  Number addLeaf(const PropertyListObject& leaf, std::uint32_t hash);
+  Number addArray(const Value& value, std::size_t depth);
+  Number addDictionary(const Value& value, std::size_t depth);
+  Slot* findSlot(std::uint32_t hash, const PropertyListObject& leaf);
   void growSlots();
-  std::size_t append(const PropertyListObject& object);
-  std::size_t appendContainer(const Value& value, std::size_t references);
+  Number append(const PropertyListObject& object);
+  Number appendContainer(Value::Kind kind, std::size_t references);
 
   std::vector<PropertyListObject> objects_;
-  std::vector<std::size_t> references_;
+  std::vector<Number> references_;
   std::vector<Slot> slots_;  // a power of two, at most half of them taken
   std::size_t taken_ = 0;
+  bool complete_ = false;
 };
 
 }  // namespace kvl::serialisation

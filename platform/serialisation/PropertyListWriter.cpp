@@ -1,15 +1,19 @@
 #include "platform/serialisation/PropertyListWriter.h"
 
 #include "platform/core/UTF8.h"
+#include "platform/serialisation/OutputBuffer.h"
 #include "platform/serialisation/PropertyListObjects.h"
 
-#include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 namespace kvl {
 namespace {
 
-using serialisation::PropertyListLeaf;
 using serialisation::PropertyListObject;
 using serialisation::PropertyListObjects;
 
@@ -17,6 +21,7 @@ constexpr std::size_t kMaximumDepth = 512;
 
 constexpr std::string_view kHeader = "bplist00";
 constexpr std::size_t kUnusedTrailerBytes = 6;
+constexpr std::size_t kTrailerBytes = 32;
 
 // The upper half of an object's first byte; the lower half is a size or a count.
 constexpr std::uint8_t kFalse = 0x08;
@@ -86,7 +91,7 @@ std::uint8_t sizeOf(std::uint64_t number) {
   return number <= UINT32_MAX ? 4 : 8;
 }
 
-// In UTF-16 units. A text has as many as bytes exactly when it is ASCII.
+// In UTF-16 units.
 std::size_t lengthInUTF16(std::string_view text) {
   std::size_t length = 0;
   for (const char c : text) {
@@ -114,55 +119,63 @@ class PropertyListEncoder {
  public:
   explicit PropertyListEncoder(const PropertyListObjects& objects)
       : objects_(objects), referenceSize_(sizeOf(objects.all().size() - 1)) {
-    append(kHeader);
+    static_cast<void>(buffer_.reserve(mostBytes()));
+    buffer_.append(kHeader);
     std::vector<std::size_t> offsets;
     offsets.reserve(objects.all().size());
     for (const auto& object : objects.all()) {
-      offsets.push_back(bytes_.size());
+      offsets.push_back(buffer_.size());
       writeObject(object);
     }
     writeOffsets(offsets);
   }
 
-  [[nodiscard]] Data take() { return Data(std::move(bytes_)); }
+  [[nodiscard]] Data take() { return std::move(buffer_).take(); }
 
  private:
-  void append(std::uint8_t byte) { bytes_.push_back(byte); }
-  void append(std::string_view text) { bytes_.insert(bytes_.end(), text.begin(), text.end()); }
+  // What the whole list takes at most, so that the bytes stay where they are written.
+  [[nodiscard]] std::size_t mostBytes() const {
+    constexpr std::size_t kMostWithoutContent = 1 + 1 + 8 + 8;  // marker, count, its offset
+    std::size_t most = kHeader.size() + kTrailerBytes;
+    for (const auto& object : objects_.all()) {
+      const std::size_t unit = object.bytes != nullptr ? 1 + !object.isASCII : referenceSize_;
+      most += kMostWithoutContent + unit * object.size;
+    }
+    return most;
+  }
+
+  void append(std::uint8_t byte) { buffer_.append(static_cast<char>(byte)); }
 
   // The last `size` bytes of the number, the most significant first.
   void append(std::uint64_t number, std::uint8_t size) {
+    buffer_.written(appended(buffer_.reserve(size), number, size));
+  }
+  static char* appended(char* out, std::uint64_t number, std::uint8_t size) {
     for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) {
-      bytes_.push_back(static_cast<std::uint8_t>(number >> shift));
+      *out++ = static_cast<char>(number >> shift);
     }
+    return out;
   }
 
   void writeObject(const PropertyListObject& object) {
-    switch (object.leaf.kind) {
+    switch (object.kind) {
+      case Value::Kind::boolean:
+        return append(object.number != 0 ? kTrue : kFalse);
+      case Value::Kind::integer:
+        return writeInteger(object.number);
+      case Value::Kind::string:
+        return object.isASCII ? writeBytes(kASCII, object.text()) : writeUTF16(object.text());
       case Value::Kind::data:
-        return writeData(*object.value->data());
+        return writeBytes(kData, object.text());
       case Value::Kind::array:
-        writeMarker(kArray, object.references);
+        writeMarker(kArray, object.size);
         return writeReferences(object);
       case Value::Kind::dictionary:
-        writeMarker(kDictionary, object.references / 2);
+        writeMarker(kDictionary, object.size / 2);
         return writeReferences(object);
       default:
-        return writeLeaf(object.leaf);
-    }
-  }
-
-  void writeLeaf(const PropertyListLeaf& leaf) {
-    switch (leaf.kind) {
-      case Value::Kind::boolean:
-        return append(leaf.bits != 0 ? kTrue : kFalse);
-      case Value::Kind::integer:
-        return writeInteger(leaf.bits);
-      case Value::Kind::string:
-        return writeText(leaf.text);
-      default:
-        append(leaf.kind == Value::Kind::date ? kDate : kReal);
-        append(leaf.bits, sizeof leaf.bits);
+        append(object.kind == Value::Kind::date ? kDate : kReal);
+        append(object.number, sizeof object.number);
     }
   }
 
@@ -179,42 +192,45 @@ class PropertyListEncoder {
     writeInteger(count);
   }
 
-  void writeText(std::string_view text) {
-    const std::size_t length = lengthInUTF16(text);
-    if (length != text.size()) return writeUTF16(text, length);
-    writeMarker(kASCII, length);
-    append(text);
+  void writeBytes(std::uint8_t kind, std::string_view bytes) {
+    writeMarker(kind, bytes.size());
+    buffer_.append(bytes);
   }
 
-  void writeUTF16(std::string_view text, std::size_t length) {
+  void writeUTF16(std::string_view text) {
+    const std::size_t length = lengthInUTF16(text);
     writeMarker(kUTF16, length);
+    char* out = buffer_.reserve(2 * length);
     while (!text.empty()) {
       const char32_t character = takeCharacter(text);
       if (character < 0x10000) {
-        append(character, 2);
+        out = appended(out, character, 2);
       } else {
-        append(0xd800 + ((character - 0x10000) >> 10), 2);
-        append(0xdc00 + (character & 0x3ff), 2);
+        out = appended(out, 0xd800 + ((character - 0x10000) >> 10), 2);
+        out = appended(out, 0xdc00 + (character & 0x3ff), 2);
       }
     }
-  }
-
-  void writeData(const Data& data) {
-    writeMarker(kData, data.size());
-    append(data.text());
+    buffer_.written(out);
   }
 
   void writeReferences(const PropertyListObject& object) {
-    const auto* reference = objects_.references().data() + object.firstReference;
-    for (std::size_t i = 0; i < object.references; ++i) append(reference[i], referenceSize_);
+    const auto* reference = objects_.references().data() + object.number;
+    writeNumbers(reference, reference + object.size, referenceSize_);
+  }
+
+  template <class Number>
+  void writeNumbers(const Number* number, const Number* end, std::uint8_t size) {
+    char* out = buffer_.reserve(static_cast<std::size_t>(end - number) * size);
+    for (; number != end; ++number) out = appended(out, *number, size);
+    buffer_.written(out);
   }
 
   // The offset table and the trailer, which says where it is and names the first object as the top.
   void writeOffsets(const std::vector<std::size_t>& offsets) {
-    const std::size_t start = bytes_.size();
+    const std::size_t start = buffer_.size();
     const std::uint8_t size = sizeOf(start);
-    for (const auto offset : offsets) append(offset, size);
-    bytes_.resize(bytes_.size() + kUnusedTrailerBytes);
+    writeNumbers(offsets.data(), offsets.data() + offsets.size(), size);
+    for (std::size_t i = 0; i < kUnusedTrailerBytes; ++i) append(0);
     append(size);
     append(referenceSize_);
     for (const std::uint64_t number : {offsets.size(), std::size_t{0}, start}) append(number, 8);
@@ -222,8 +238,15 @@ class PropertyListEncoder {
 
   const PropertyListObjects& objects_;
   const std::uint8_t referenceSize_;
-  Bytes bytes_;
+  serialisation::OutputBuffer buffer_;
 };
+
+std::optional<Data> unwritable(std::string_view obstacle, std::optional<Error>* error) {
+  const auto text = "a property list cannot hold " + std::string(obstacle);
+  storeError(error, Error(NSCocoaErrorDomain, NSPropertyListWriteInvalidError,
+                          {{NSDebugDescriptionErrorKey, text}}));
+  return std::nullopt;
+}
 
 }  // namespace
 
@@ -232,15 +255,11 @@ bool isValidForBinaryPropertyList(const Value& value) {
 }
 
 std::optional<Data> binaryPropertyListFromValue(const Value& value, std::optional<Error>* error) {
-  const auto obstacle = obstacleIn(value);
-  if (!obstacle.empty()) {
-    const auto text = "a property list cannot hold " + std::string(obstacle);
-    storeError(error, Error(NSCocoaErrorDomain, NSPropertyListWriteInvalidError,
-                            {{NSDebugDescriptionErrorKey, text}}));
-    return std::nullopt;
-  }
+  const PropertyListObjects objects(value);
+  // The objects come in another order than the value names what it holds.
+  if (!objects.areComplete()) return unwritable(obstacleIn(value), error);
   storeError(error, std::nullopt);
-  return PropertyListEncoder(PropertyListObjects(value)).take();
+  return PropertyListEncoder(objects).take();
 }
 
 }  // namespace kvl

@@ -15,6 +15,7 @@ using kvl::Date;
 using kvl::Dictionary;
 using kvl::Error;
 using kvl::Value;
+using namespace std::string_view_literals;
 
 std::string written(const Value& value) {
   std::optional<Error> error;
@@ -126,6 +127,18 @@ TEST(JSONWriterTest, FindsWhatMustBeEscapedAnywhere) {
   }
 }
 
+TEST(JSONWriterTest, WritesTextsOfManyEscapesWhole) {
+  std::string text;
+  for (std::size_t i = 0; i < 2000; ++i) {
+    text.append(i % 37, 'a');
+    text += "\"\\\n\x01\u00e9"sv[i % 6];
+    if (i % 6 == 4) text += '\xa9';
+    if (i % 6 == 5) text.back() = 'b';
+  }
+  const Value value(Array{text, Dictionary{{text, text}}});
+  EXPECT_EQ(kvl::valueFromJSON(*kvl::JSONFromValue(value, nullptr), nullptr), value);
+}
+
 TEST(JSONWriterTest, IsValidByTheRuleOfJSONObjects) {
   const std::initializer_list<Value> valid = {
       Array(),
@@ -150,6 +163,17 @@ TEST(JSONWriterTest, AnErrorSaysWhyAValueCannotBeWritten) {
     EXPECT_EQ(error->code(), 3851);
     EXPECT_EQ(error->userInfo()[kvl::NSDebugDescriptionErrorKey].string(), problem);
   }
+}
+
+TEST(JSONWriterTest, AValueThatMayNotBeJSONIsWrittenOrNoneWithoutAnError) {
+  for (const auto& [value, problem] : refusedValues()) {
+    std::optional<Error> error = Error("before", 1);
+    EXPECT_EQ(kvl::JSONIfValid(value, &error), std::nullopt);
+    EXPECT_EQ(error, std::nullopt) << problem;
+  }
+  std::optional<Error> error = Error("before", 1);
+  EXPECT_EQ(kvl::JSONIfValid(Array{1, "a"}, &error), Data::fromText(R"([1,"a"])"));
+  EXPECT_EQ(error, std::nullopt);
 }
 
 TEST(JSONWriterTest, WhatItWritesToTheDepthLimitCanBeRead) {

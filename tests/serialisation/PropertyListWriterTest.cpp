@@ -182,6 +182,28 @@ TEST(PropertyListWriterTest, WritesEqualLeavesOnceWhereverTheyAre) {
   EXPECT_EQ(kvltest::valueFromStrictPropertyList(data->bytes()), Value(many));
 }
 
+// A table of leaves that took them for crowded together would write some of them twice.
+TEST(PropertyListWriterTest, WritesManyEqualLeavesOnce) {
+  constexpr int kMany = 20'000;
+  const std::pair<const char*, Value (*)(int)> kinds[] = {
+      {"reals", [](int i) { return Value(i + 0.5); }},
+      {"dates", [](int i) { return Value(Date(i * 86400.0)); }},
+      {"integers", [](int i) { return Value(std::int64_t{i} << 40); }},
+      {"short texts", [](int i) { return Value(std::to_string(i)); }},
+      {"long texts", [](int i) { return Value("korvale.menu." + std::to_string(i) + ".title"); }},
+      {"other texts", [](int i) { return Value("\u00e9" + std::to_string(i)); }},
+  };
+  for (const auto& [name, make] : kinds) {
+    Array once;
+    for (int i = 0; i < kMany; ++i) once.append(make(i));
+    const auto list = write(Array{once, once});
+    ASSERT_TRUE(list);
+    const auto count = list->bytes().subspan(list->size() - 32 + 8, 8);
+    EXPECT_EQ(count[6] << 8 | count[7], 3 + kMany) << name;
+    EXPECT_EQ(kvltest::valueFromStrictPropertyList(list->bytes()), Value(Array{once, once}));
+  }
+}
+
 TEST(PropertyListWriterTest, KeepsEqualLookingLeavesOfOtherKindsApart) {
   const Value value(Array{0, 0.0, -0.0, false, Date(0), "", "0", 1, 1.0, true, Data()});
   EXPECT_EQ(kvltest::valueFromStrictPropertyList(write(value)->bytes()), value);
@@ -220,6 +242,21 @@ TEST(PropertyListWriterTest, RefusesWhatItCannotHoldWithAnError) {
         {{kvl::NSDebugDescriptionErrorKey, "a property list cannot hold " + obstacle}});
     EXPECT_EQ(error, expected) << name;
     EXPECT_EQ(kvl::binaryPropertyListFromValue(value, nullptr), std::nullopt) << name;
+  }
+}
+
+TEST(PropertyListWriterTest, OfSeveralObstaclesTheErrorNamesTheFirst) {
+  const std::pair<Value, std::string_view> table[] = {
+      {Dictionary{{"a", nullptr}, {"\xff", 1}}, "null"},
+      {Dictionary{{"\xff", nullptr}, {"a", 1}}, "text that is not UTF-8"},
+      {Array{Array{"\xff"}, nullptr}, "text that is not UTF-8"},
+  };
+  for (const auto& [value, obstacle] : table) {
+    std::optional<kvl::Error> error;
+    EXPECT_EQ(kvl::binaryPropertyListFromValue(value, &error), std::nullopt);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->userInfo()[kvl::NSDebugDescriptionErrorKey].string(),
+              "a property list cannot hold " + std::string(obstacle));
   }
 }
 
