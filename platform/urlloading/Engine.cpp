@@ -15,6 +15,9 @@ namespace {
 
 constexpr int kShortWaitMilliseconds = 2;
 constexpr int kQuietPasses = 2;
+// Of all hosts together, and for each that may be open to one.
+constexpr long kFewestKeptConnections = 16;
+constexpr long kKeptConnectionsPerOpen = 4;
 
 // Prepares libcurl and OpenSSL, once per process. False when they cannot be used.
 bool prepareLibraries() {
@@ -224,8 +227,21 @@ void Engine::launchAdmitted() {
 void Engine::perform(Transfer& transfer) {
   const CURLcode code = transfer.prepare();
   if (code != CURLE_OK) return end(transfer, transfer.outcome(code));
+  keepConnections();
   if (curl_multi_add_handle(multi_.get(), transfer.easy()) != CURLM_OK)
     end(transfer, transfer.outcome(CURLE_FAILED_INIT));
+}
+
+// By itself libcurl keeps four connections for each exchange under way, so it closes most of them
+// when a burst drains. It also closes one whenever there are more than it keeps, in use or not, so
+// there are as many as all hosts may have.
+void Engine::keepConnections() {
+  const auto perHost = std::max(static_cast<long>(configuration_.maximumConnectionsPerHost), 1L);
+  const auto wanted = std::max({kFewestKeptConnections, kKeptConnectionsPerOpen * perHost,
+                                static_cast<long>(slots_.hosts()) * perHost});
+  if (wanted <= keptConnections_) return;
+  keptConnections_ = wanted;
+  curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, wanted);
 }
 
 void Engine::stop(Transfer& transfer) {

@@ -74,6 +74,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   // Begins the exchange, now or when its host has room for it.
   void launch(Transfer& transfer);
   void perform(Transfer& transfer);
+  void keepConnections();
   void launchAdmitted();
   void stop(Transfer& transfer);
   // One pass over all transfers.
@@ -116,6 +117,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   MultiHandle multi_;
   ShareHandle cookies_;
   HostSlots slots_;
+  long keptConnections_ = 0;
   std::map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;
   // Whether something called for the next pass, and how many in a row nothing did and found
   // nothing.

@@ -4,6 +4,7 @@
 #include <local/platform/URLRequest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -48,6 +49,8 @@ class HostSlots {
   bool endProbes(Time now);
   // When `endProbes` is due, if anybody waits for a probe.
   [[nodiscard]] std::optional<Time> nextProbeEnd() const;
+  // With how many hosts something runs.
+  [[nodiscard]] std::size_t hosts() const noexcept { return hosts_.size(); }
   // Exchanges that waited and may begin now.
   [[nodiscard]] std::vector<Identifier> takeAdmitted();
 
