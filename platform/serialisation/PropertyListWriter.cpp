@@ -241,7 +241,7 @@ class PropertyListEncoder {
   serialisation::OutputBuffer buffer_;
 };
 
-std::optional<Data> unwritable(std::string_view obstacle, std::optional<Error>* error) {
+std::optional<Data> notHeld(std::string_view obstacle, std::optional<Error>* error) {
   const auto text = "a property list cannot hold " + std::string(obstacle);
   storeError(error, Error(NSCocoaErrorDomain, NSPropertyListWriteInvalidError,
                           {{NSDebugDescriptionErrorKey, text}}));
@@ -257,7 +257,7 @@ bool isValidForBinaryPropertyList(const Value& value) {
 std::optional<Data> binaryPropertyListFromValue(const Value& value, std::optional<Error>* error) {
   const PropertyListObjects objects(value);
   // The objects come in another order than the value names what it holds.
-  if (!objects.areComplete()) return unwritable(obstacleIn(value), error);
+  if (!objects.areComplete()) return notHeld(obstacleIn(value), error);
   storeError(error, std::nullopt);
   return PropertyListEncoder(objects).take();
 }
