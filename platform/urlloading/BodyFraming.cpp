@@ -2,6 +2,7 @@
 
 #include "platform/urlloading/URLSessionObject.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 
@@ -10,6 +11,8 @@ namespace {
 
 // Of a body without a framing. One pass of reading can bring as much as the receiver lets wait.
 constexpr std::size_t kLargestPiece = std::size_t{256} << 10;
+// How much memory a body gets on the strength of its announcement alone.
+constexpr std::size_t kMostAhead = std::size_t{1} << 20;
 
 }  // namespace
 
@@ -23,9 +26,16 @@ std::string_view PendingBody::text() const noexcept {
 
 void PendingBody::append(std::string_view bytes, Time now) {
   const std::size_t before = bytes_.size();
+  makeRoom(before + bytes.size());
   const auto* first = reinterpret_cast<const std::uint8_t*>(bytes.data());
   bytes_.insert(bytes_.end(), first, first + bytes.size());
   if (framing_) framing_->arrived(text(), before, now);
+}
+
+// Beyond the announcement the bytes make room for themselves.
+void PendingBody::makeRoom(std::size_t needed) {
+  if (needed <= bytes_.capacity() || needed > expected_) return;
+  bytes_.reserve(std::min(expected_, std::max(kMostAhead, 2 * needed)));
 }
 
 std::size_t PendingBody::due(Source source, Time now) {

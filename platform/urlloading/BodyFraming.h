@@ -53,7 +53,10 @@ class PendingBody {
   explicit PendingBody(std::unique_ptr<BodyFraming> framing) noexcept
       : framing_(std::move(framing)) {}
 
+  // So many bytes are announced. Room for them is made as they come: the sender may have lied.
+  void expect(std::size_t bytes) noexcept { expected_ = bytes; }
   void append(std::string_view bytes, Time now);
+  [[nodiscard]] std::size_t capacity() const noexcept { return bytes_.capacity(); }
   [[nodiscard]] std::size_t size() const noexcept { return bytes_.size(); }
   [[nodiscard]] bool empty() const noexcept { return bytes_.empty(); }
   // Whether there are bytes that may have to wait for others.
@@ -74,9 +77,11 @@ class PendingBody {
 
  private:
   [[nodiscard]] std::string_view text() const noexcept;
+  void makeRoom(std::size_t needed);
 
   const std::unique_ptr<BodyFraming> framing_;
   Bytes bytes_;
+  std::size_t expected_ = 0;  // 0: not known
 };
 
 }  // namespace kvl::urlloading

@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace kvl::urlloading {
 
@@ -20,6 +21,8 @@ class ResponseHead {
   // 10, 11 or 20.
   [[nodiscard]] int version() const noexcept { return version_; }
   [[nodiscard]] const HeaderFields& fields() const noexcept { return fields_; }
+  // Nothing is left of them.
+  [[nodiscard]] HeaderFields takeFields() noexcept { return std::exchange(fields_, {}); }
 
  private:
   void takeStatusLine(std::string_view line);

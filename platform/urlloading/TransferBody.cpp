@@ -46,14 +46,17 @@ void Transfer::finishHead() {
     return;
   }
   response_ = std::make_shared<const URLResponse>(
-      URLResponse{*request_->url(), head_.status(), head_.fields(), head_.version()});
+      URLResponse{*request_->url(), head_.status(), head_.takeFields(), head_.version()});
   trace_.noteAnswer(*request_, head_.status());
   task_->setResponse(response_);
-  task_->meter().noteToReceive(lengthToCome());
+  const auto length = lengthToCome();
+  task_->meter().noteToReceive(length);
   if (task_->wantsBodyInOnePiece() && announcesMoreThan(maximumBody_)) {
     refusal_ = Refusal::bodyTooLarge;
-  } else if (request_->contentKind() == ContentKind::eventStream && isEncoded(head_.fields())) {
+  } else if (request_->contentKind() == ContentKind::eventStream && isEncoded(response_->headers)) {
     refusal_ = Refusal::encoded;
+  } else if (task_->wantsBodyInOnePiece()) {
+    body_.expect(static_cast<std::size_t>(length.value_or(0)));
   }
 }
 
@@ -62,14 +65,15 @@ bool Transfer::hasNoBody() const {
 }
 
 bool Transfer::announcesMoreThan(std::size_t limit) const {
-  return !hasNoBody() && announcedLength(head_.fields()).value_or(0) > limit;
+  return !hasNoBody() && announcedLength(response_->headers).value_or(0) > limit;
 }
 
 std::optional<std::uint64_t> Transfer::lengthToCome() const {
   if (hasNoBody()) return 0;
   // What counts is the content, decoded.
-  if (isEncoded(head_.fields()) || head_.fields().find("Transfer-Encoding")) return std::nullopt;
-  return announcedLength(head_.fields());
+  const HeaderFields& fields = response_->headers;
+  if (isEncoded(fields) || fields.find("Transfer-Encoding")) return std::nullopt;
+  return announcedLength(fields);
 }
 
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {

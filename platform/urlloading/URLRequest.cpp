@@ -16,6 +16,9 @@ auto hasName(std::string_view name) {
   };
 }
 
+// Most heads have about as many; growing to them one by one costs more than the fields do.
+constexpr std::size_t kUsualFields = 8;
+
 struct StatusText {
   std::int64_t code;
   std::string_view text;
@@ -118,7 +121,8 @@ void HeaderFields::set(std::string_view name, std::string_view value) {
 }
 
 void HeaderFields::append(std::string_view name, std::string_view value) {
-  fields_.push_back(Field(name, value));
+  if (fields_.capacity() == 0) fields_.reserve(kUsualFields);
+  fields_.emplace_back(name, value);
 }
 
 void HeaderFields::remove(std::string_view name) {

@@ -74,6 +74,34 @@ TEST(PendingBodyTest, PlainPiecesTakeNoMoreMemoryThanTheirSize) {
   }
 }
 
+TEST(PendingBodyTest, AnAnnouncedBodyGetsItsMemoryOnceAndNoMoreThanThat) {
+  constexpr std::size_t kSize = 100'000;
+  PendingBody body(nullptr);
+  body.expect(kSize);
+  body.append("a", kStart);
+  EXPECT_EQ(body.capacity(), kSize);
+  body.append(std::string(kSize - 1, 'b'), kStart);
+  EXPECT_EQ(body.takeAll().capacity(), kSize);
+}
+
+TEST(PendingBodyTest, AnAnnouncementAloneGetsLittleMemory) {
+  constexpr std::size_t kAhead = std::size_t{1} << 20;
+  PendingBody body(nullptr);
+  body.expect(std::size_t{4} << 30);
+  EXPECT_EQ(body.capacity(), 0U);
+  body.append("a", kStart);
+  EXPECT_EQ(body.capacity(), kAhead);
+  body.append(std::string(kAhead, 'b'), kStart);
+  EXPECT_LE(body.capacity(), 2 * kAhead + 2);
+}
+
+TEST(PendingBodyTest, ABodyMayBeLongerThanAnnounced) {
+  PendingBody body(nullptr);
+  body.expect(3);
+  body.append("a body", kStart);
+  EXPECT_EQ(take(body, 6), "a body");
+}
+
 TEST(PendingBodyTest, PlainBodiesGoBeforeTheyGetLarge) {
   constexpr std::size_t kMost = std::size_t{256} << 10;
   PendingBody body(nullptr);
