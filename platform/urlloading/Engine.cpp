@@ -48,12 +48,11 @@ bool Engine::ensureThread() {
   if (threadRuns_) return true;
   if (!prepareLibraries()) return false;
   multi_.reset(curl_multi_init());
-  cookies_.reset(curl_share_init());
-  if (!multi_ || !cookies_) return false;
+  handles_.emplace(configuration_);
+  if (!multi_ || !handles_->isUsable()) return false;
   keepWakeupSocketsFromChildren(multi_.get());
   // Without a descriptor left libcurl makes one that nothing can wake.
   if (curl_multi_wakeup(multi_.get()) != CURLM_OK) return false;
-  curl_share_setopt(cookies_.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_COOKIE);
   curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
   const auto self = shared_from_this();
   threadRuns_ = startIOThread(self, [self] { self->run(); });
@@ -194,7 +193,7 @@ void Engine::execute(Command& command) {
 
 void Engine::begin(Command& command) {
   auto transfer = std::make_unique<Transfer>(std::move(command.task), std::move(command.request),
-                                             configuration_, cookies_.get());
+                                             configuration_, *handles_);
   Transfer& begun = *transfer;
   transfers_.emplace(command.identifier, std::move(transfer));
   begun.traceBegin();
@@ -388,7 +387,7 @@ void Engine::tearDown() {
     wakeable_ = nullptr;
   }
   multi_.reset();
-  cookies_.reset();
+  handles_.reset();
 }
 
 }  // namespace kvl::urlloading

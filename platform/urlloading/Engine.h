@@ -1,6 +1,7 @@
 // The I/O thread of one session object, and the libcurl multi handle that it drives.
 #pragma once
 
+#include "platform/urlloading/EasyHandles.h"
 #include "platform/urlloading/HostSlots.h"
 #include "platform/urlloading/IOThreads.h"
 #include "platform/urlloading/URLSessionObject.h"
@@ -23,11 +24,6 @@ struct MultiDeleter {
   void operator()(CURLM* multi) const noexcept { curl_multi_cleanup(multi); }
 };
 using MultiHandle = std::unique_ptr<CURLM, MultiDeleter>;
-
-struct ShareDeleter {
-  void operator()(CURLSH* share) const noexcept { curl_share_cleanup(share); }
-};
-using ShareHandle = std::unique_ptr<CURLSH, ShareDeleter>;
 
 // Runs transfers from the first task on. The session object and its tasks call the public part from
 // any thread; it becomes commands, which the I/O thread executes between two passes over all
@@ -115,7 +111,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
 
   // The I/O thread's own, once it runs.
   MultiHandle multi_;
-  ShareHandle cookies_;
+  std::optional<EasyHandles> handles_;
   HostSlots slots_;
   long keptConnections_ = 0;
   std::map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;

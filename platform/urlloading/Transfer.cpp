@@ -67,10 +67,10 @@ CURLcode failureAfterSending(CURLcode code) {
 }  // namespace
 
 Transfer::Transfer(std::shared_ptr<DataTaskObject> task, RequestRef request,
-                   const URLSessionConfiguration& configuration, CURLSH* cookies)
+                   const URLSessionConfiguration& configuration, EasyHandles& handles)
     : task_(std::move(task)),
       configuration_(configuration),
-      cookies_(cookies),
+      handles_(handles),
       original_(std::move(request)),
       request_(original_),
       trace_(task_->taskIdentifier(), began_),
@@ -83,11 +83,11 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, RequestRef request,
 Transfer::~Transfer() {
   closeFeed();
   if (connection_ && ownsHandshake_) connection_->detach();
+  if (easy_ && isPlain_ && isAnswered_) handles_.giveBack(std::move(easy_));
 }
 
 CURLcode Transfer::prepare() {
-  // A new handle: resetting one that had cookies leaks in libcurl 7.88.
-  easy_.reset(curl_easy_init());
+  easy_ = handles_.take();
   if (!easy_) return CURLE_OUT_OF_MEMORY;
   deadlineSuspended_ = false;
   discarded_ = 0;
@@ -103,14 +103,14 @@ CURLcode Transfer::prepare() {
   prepareBody();
   noteActivity();
   OptionSetter options(easy_.get());
-  applyCommonOptions(options, cookies_, configuration_);
   applyRequest(options, *request_, fields_, configuration_.allowsHTTP2);
   // A connection on which the identity is withheld serves nothing else, and the other way round.
   if (!isAtOriginalHost()) applyOwnConnection(options);
   // Several idle connections may have ended, and one that others use is not given up at once.
-  if (endedConnections_ > 1) options.set(CURLOPT_FRESH_CONNECT, 1L);
+  const bool isWary = endedConnections_ > 1;
+  if (isWary) options.set(CURLOPT_FRESH_CONNECT, 1L);
+  isPlain_ = urlloading::isPlain(*request_) && isAtOriginalHost() && !isWary;
   installCallbacks(options);
-  limitCookies(easy_.get());
   return options.result();
 }
 
@@ -188,6 +188,7 @@ int Transfer::onConnected(void* transfer, char*, char*, int remotePort, int loca
 std::size_t Transfer::onHeaderLine(char* text, std::size_t, std::size_t size, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
   self->noteArrival(size);
+  self->handles_.noteHeaderLine({text, size});
   if (self->connection_) self->connection_->markAnswered();
   const bool taken =
       core::withoutExceptions(false, [&] { return self->takeHeaderLine({text, size}); });
@@ -203,6 +204,7 @@ bool Transfer::takeHeaderLine(std::string_view line) {
 }
 
 void Transfer::closeConnectionWithExchange() {
+  isPlain_ = false;
   if (easy_) curl_easy_setopt(easy_.get(), CURLOPT_FORBID_REUSE, 1L);
 }
 
@@ -262,7 +264,7 @@ bool Transfer::mayRepeat() const {
 }
 
 TaskOutcome Transfer::outcome(CURLcode code) {
-  const std::string text(request_->urlText());
+  const std::string_view text = request_->urlText();
   if (task_->isCancelled())
     return {std::nullopt, response_, makeURLError(NSURLErrorCancelled, text)};
   // libcurl says so of a line that is longer than it takes.
@@ -270,6 +272,7 @@ TaskOutcome Transfer::outcome(CURLcode code) {
   if (refusal_ != Refusal::none) return {std::nullopt, response_, refusalError(text)};
   if (code != CURLE_OK) return {std::nullopt, response_, failure(code)};
   if (!response_) return {std::nullopt, nullptr, makeURLError(NSURLErrorBadServerResponse, text)};
+  isAnswered_ = true;
   if (!task_->wantsBodyInOnePiece()) return {std::nullopt, response_, std::nullopt};
   return {Data(body_.takeAll()), response_, std::nullopt};
 }

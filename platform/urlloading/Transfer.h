@@ -4,6 +4,7 @@
 #include "platform/urlloading/BodyFeed.h"
 #include "platform/urlloading/BodyFraming.h"
 #include "platform/urlloading/DeclineWatch.h"
+#include "platform/urlloading/EasyHandles.h"
 #include "platform/urlloading/ResponseHead.h"
 #include "platform/urlloading/TLSConnection.h"
 #include "platform/urlloading/TransferOptions.h"
@@ -27,7 +28,7 @@ namespace kvl::urlloading {
 class Transfer final : private ChallengeSource {
  public:
   Transfer(std::shared_ptr<DataTaskObject> task, RequestRef request,
-           const URLSessionConfiguration& configuration, CURLSH* cookies);
+           const URLSessionConfiguration& configuration, EasyHandles& handles);
   ~Transfer() override;
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
@@ -160,7 +161,7 @@ class Transfer final : private ChallengeSource {
 
   const std::shared_ptr<DataTaskObject> task_;
   const URLSessionConfiguration& configuration_;
-  CURLSH* const cookies_;
+  EasyHandles& handles_;
   const SteadyTime began_ = std::chrono::steady_clock::now();
   const RequestRef original_;
   // The present one; another after a redirect.
@@ -168,6 +169,9 @@ class Transfer final : private ChallengeSource {
   TransferTrace trace_;
   DeclineWatch watch_;
   EasyHandle easy_;
+  // Whether nothing but a plain request was set on `easy_`, and whether that was answered.
+  bool isPlain_ = false;
+  bool isAnswered_ = false;
   HeaderList fields_;
   std::shared_ptr<TLSConnection> connection_;
   // Whether this transfer opened `connection_`.

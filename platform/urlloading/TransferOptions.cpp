@@ -52,6 +52,17 @@ std::string fieldLine(const HeaderFields::Field& field) {
                                               : field.first + ": " + field.second;
 }
 
+bool alwaysHasLength(const std::string& method) {
+  return method == "POST" || method == "PUT" || method == "PATCH";
+}
+
+// A HEAD request has none, whatever it was given.
+bool sendsBody(const URLRequest& request) {
+  if (request.method() == "HEAD") return false;
+  return request.bodySource() || (request.body() && !request.body()->empty()) ||
+         alwaysHasLength(request.method());
+}
+
 HeaderList makeFields(const URLRequest& request) {
   HeaderList list;
   const HeaderFields& headers = request.headers();
@@ -63,14 +74,12 @@ HeaderList makeFields(const URLRequest& request) {
   }
   // Without the field a server may choose any encoding.
   if (takesNoEncoding) append(list, "Accept-Encoding: identity");
+  // libcurl adds them to what has a body.
+  if (!sendsBody(request)) return list;
   for (const char* unwanted : {"Expect", "Content-Type"}) {
     if (!headers.find(unwanted)) append(list, std::string(unwanted) + ":");
   }
   return list;
-}
-
-bool alwaysHasLength(const std::string& method) {
-  return method == "POST" || method == "PUT" || method == "PATCH";
 }
 
 void applyBody(OptionSetter& options, const std::optional<Data>& body) {
@@ -90,9 +99,9 @@ void applyMethod(OptionSetter& options, const URLRequest& request) {
   const std::string& method = request.method();
   if (method == "HEAD") return options.set(CURLOPT_NOBODY, 1L);
   if (request.bodySource()) return applySource(options, method);
-  const bool sendsBody = (request.body() && !request.body()->empty()) || alwaysHasLength(method);
-  if (sendsBody) applyBody(options, request.body());
-  if (method != (sendsBody ? "POST" : "GET")) options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
+  const bool hasBody = sendsBody(request);
+  if (hasBody) applyBody(options, request.body());
+  if (method != (hasBody ? "POST" : "GET")) options.set(CURLOPT_CUSTOMREQUEST, method.c_str());
 }
 
 // Servers may heed how requests compare (RFC 7540, 5.3). Usual ones have the weight that is meant
@@ -141,6 +150,14 @@ bool offersHTTP2(const URLRequest& request) {
   return !request.body() || request.body()->size() <= kLargestHTTP2Body;
 }
 
+bool isPlain(const URLRequest& request) {
+  const HeaderFields& headers = request.headers();
+  // libcurl 7.88 keeps the name in a "Host" field for the cookies of the handle's next requests.
+  return request.method() == "GET" && !sendsBody(request) && !headers.find("Cookie") &&
+         !headers.find("Host") && request.priority() == RequestPriority::usual &&
+         request.contentKind() != ContentKind::eventStream;
+}
+
 void applyCommonOptions(OptionSetter& options, CURLSH* cookies,
                         const URLSessionConfiguration& configuration) {
   applyIndependence(options);
@@ -153,13 +170,14 @@ void applyCommonOptions(OptionSetter& options, CURLSH* cookies,
   options.set(CURLOPT_BUFFERSIZE, static_cast<long>(kBufferSize));
   options.set(CURLOPT_SHARE, cookies);
   options.set(CURLOPT_COOKIEFILE, "");
+  options.set(CURLOPT_ACCEPT_ENCODING, "");
 }
 
 void applyRequest(OptionSetter& options, const URLRequest& request, HeaderList& fields,
                   bool allowsHTTP2) {
   fields = makeFields(request);
-  options.set(CURLOPT_ACCEPT_ENCODING,
-              request.contentKind() == ContentKind::eventStream ? nullptr : "");
+  if (request.contentKind() == ContentKind::eventStream)
+    options.set(CURLOPT_ACCEPT_ENCODING, nullptr);
   options.set(CURLOPT_URL, request.url()->absoluteString().c_str());
   options.set(CURLOPT_HTTPHEADER, fields.get());
   if (const auto cookie = request.headers().find("Cookie"))

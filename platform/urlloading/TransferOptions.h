@@ -40,6 +40,10 @@ void applyCommonOptions(OptionSetter& options, CURLSH* cookies,
 // Whether the request may go over HTTP/2 where that is allowed.
 [[nodiscard]] bool offersHTTP2(const URLRequest& request);
 
+// Whether `applyRequest` sets nothing for the request that it does not set for each one, so that
+// another one can follow on the same handle.
+[[nodiscard]] bool isPlain(const URLRequest& request);
+
 // The request line, fields and body. `request` must outlive the transfer.
 void applyRequest(OptionSetter& options, const URLRequest& request, HeaderList& fields,
                   bool allowsHTTP2);
