@@ -22,6 +22,11 @@ constexpr std::size_t kMostBytesPerSharedByte = 16;
 // Room for so many events is made at once.
 constexpr std::size_t kUsualEvents = 16;
 
+// The beginnings of the lines that count.
+constexpr std::string_view kEventField = "event:";
+constexpr std::string_view kDataField = "data:";
+constexpr std::string_view kIdentifierField = "id:";
+
 constexpr std::uint8_t kFirstForeignByte = 0x80;
 constexpr std::uint8_t kContinuationMask = 0xc0;
 constexpr std::uint8_t kContinuationByte = 0x80;
@@ -119,11 +124,12 @@ std::array<KVLEvent::Text, 3> textsOf(const KVLEvent* event) {
   return {event->event(), event->data(), event->identifier()};
 }
 
-// With a length that the compiler knows.
-template <std::size_t Size>
-bool is(std::string_view name, const char (&text)[Size]) {
-  return name.size() == Size - 1 && std::equal(text, text + Size - 1, name.begin());
-}
+// Where lines stand.
+struct LineSource {
+  const Data& bytes;
+  // Whether an event shares them.
+  bool isKept = false;
+};
 
 // Collects the fields of one event after the other from the lines of a chunk.
 //
@@ -136,8 +142,8 @@ class EventCollector {
   // Begins with `first` if there is one, otherwise with a new event.
   EventCollector(std::shared_ptr<KVLEvent> first, std::size_t longestLine);
 
-  // A line of `source` without its end. `isText`: it is known to be UTF-8.
-  void take(std::string_view line, bool isText, const Data& source);
+  // A line of `source` without its end.
+  void take(const core::ScannedLine& line, LineSource& source);
   // A line that is too long, in two parts.
   void giveUp(std::string_view carried, std::string_view rest);
 
@@ -152,7 +158,7 @@ class EventCollector {
   void dispatch();
   void reject(std::string_view line);
   void clear();
-  void setField(std::string_view name, std::string_view value, const Data& source);
+  void setData(std::string_view value, LineSource& source);
   [[nodiscard]] bool isValid() const noexcept;
   [[nodiscard]] bool sharesData() const noexcept;
   [[nodiscard]] std::shared_ptr<KVLEvent> makeEvent();
@@ -164,7 +170,7 @@ class EventCollector {
   const std::size_t longestLine_;
   Value event_;
   Value data_;
-  const Data* dataSource_ = nullptr;
+  LineSource* dataSource_ = nullptr;
   Value identifier_;
   Events events_;
   Value lastIdentifier_;
@@ -177,12 +183,20 @@ EventCollector::EventCollector(std::shared_ptr<KVLEvent> first, std::size_t long
   identifier_ = firstTexts_[2];
 }
 
-void EventCollector::take(std::string_view line, bool isText, const Data& source) {
+[[gnu::always_inline]] inline void EventCollector::take(const core::ScannedLine& scanned,
+                                                        LineSource& source) {
+  const std::string_view line = scanned.text;
   if (line.empty()) return dispatch();
   if (line.size() > longestLine_) return giveUp(line, {});
-  const auto colon = line.find(':');
-  if (colon == std::string_view::npos || !(isText || core::isUTF8(line))) return reject(line);
-  setField(line.substr(0, colon), trimmed(line.substr(colon + 1)), source);
+  if (!scanned.isASCII && !core::isUTF8(line)) return reject(line);
+  if (line.starts_with(kDataField)) return setData(trimmed(line.substr(kDataField.size())), source);
+  if (line.starts_with(kEventField)) {
+    event_ = trimmed(line.substr(kEventField.size()));
+  } else if (line.starts_with(kIdentifierField)) {
+    identifier_ = trimmed(line.substr(kIdentifierField.size()));
+  } else if (line.find(':') == std::string_view::npos) {
+    reject(line);
+  }
 }
 
 EventCollector::Events EventCollector::finish() {
@@ -209,16 +223,10 @@ void EventCollector::giveUp(std::string_view carried, std::string_view rest) {
   clear();
 }
 
-void EventCollector::setField(std::string_view name, std::string_view value, const Data& source) {
-  if (is(name, "data")) {
-    if (data_) return;
-    data_ = value;
-    dataSource_ = &source;
-  } else if (is(name, "event")) {
-    event_ = value;
-  } else if (is(name, "id")) {
-    identifier_ = value;
-  }
+void EventCollector::setData(std::string_view value, LineSource& source) {
+  if (data_) return;
+  data_ = value;
+  dataSource_ = &source;
 }
 
 bool EventCollector::isValid() const noexcept {
@@ -227,7 +235,7 @@ bool EventCollector::isValid() const noexcept {
 
 bool EventCollector::sharesData() const noexcept {
   return data_ && dataSource_ != nullptr && data_->size() >= kSmallestSharedData &&
-         data_->size() >= dataSource_->size() / kMostBytesPerSharedByte;
+         data_->size() >= dataSource_->bytes.size() / kMostBytesPerSharedByte;
 }
 
 std::shared_ptr<KVLEvent> EventCollector::makeEvent() {
@@ -236,9 +244,11 @@ std::shared_ptr<KVLEvent> EventCollector::makeEvent() {
     return std::exchange(first_, nullptr);
   }
   if (!sharesData()) return std::make_shared<KVLEvent>(event_, data_, identifier_);
-  const auto offset = static_cast<std::size_t>(data_->data() - dataSource_->text().data());
+  dataSource_->isKept = true;
+  const Data& bytes = dataSource_->bytes;
+  const auto offset = static_cast<std::size_t>(data_->data() - bytes.text().data());
   return std::make_shared<KVLEvent>(
-      event_, KVLEvent::SharedData(dataSource_->slice(offset, data_->size())), identifier_);
+      event_, KVLEvent::SharedData(bytes.slice(offset, data_->size())), identifier_);
 }
 
 // An event of the host's holds what the lines have said, whatever becomes of it.
@@ -257,54 +267,99 @@ void EventCollector::clear() {
   identifier_.reset();
 }
 
-// The length of `bytes` up to and with its last line end.
-std::size_t lengthOfLines(std::string_view bytes) {
-  const void* last = bytes.empty() ? nullptr : memrchr(bytes.data(), '\n', bytes.size());
-  if (last == nullptr) return 0;
-  return static_cast<std::size_t>(static_cast<const char*>(last) - bytes.data()) + 1;
+core::LineScan fastestScan() {
+  static const auto scan = core::lineScan();
+  return scan;
 }
 
-// Whole lines of `source`, each with its end.
-void takeLines(EventCollector& collector, std::string_view lines, const Data& source) {
-  static const auto scan = core::lineScan();
-  while (!lines.empty()) {
-    const core::ScannedLine line = scan(lines);
-    collector.take(line.text, line.isASCII, source);
-    lines.remove_prefix(line.text.size() + 1);
+// Takes the lines of `bytes`, the first of which is `line`. Returns what has no end yet.
+core::ScannedLine takeLines(EventCollector& collector, core::ScannedLine line,
+                            std::string_view bytes, LineSource& source) {
+  const auto scan = fastestScan();
+  while (line.text.size() < bytes.size()) {
+    collector.take(line, source);
+    bytes.remove_prefix(line.text.size() + 1);
+    line = scan(bytes);
   }
+  return line;
 }
 
 }  // namespace
 
+std::optional<Data> EventStreamParser::data() const {
+  const MutexLock lock(mutex_);
+  return hasData_ ? std::optional(partialLine_.share()) : std::nullopt;
+}
+
+void EventStreamParser::setData(const std::optional<Data>& data) {
+  const MutexLock lock(mutex_);
+  hasData_ = data.has_value();
+  partialLine_.assign(data ? data->text() : std::string_view());
+}
+
+std::shared_ptr<KVLEvent> EventStreamParser::event() const {
+  const MutexLock lock(mutex_);
+  return event_;
+}
+
+// What was there before is destroyed with the caller's value, outside the lock.
+void EventStreamParser::setEvent(std::shared_ptr<KVLEvent> event) {
+  const MutexLock lock(mutex_);
+  event_.swap(event);
+}
+
+std::optional<std::string> EventStreamParser::lastEventID() const {
+  const MutexLock lock(mutex_);
+  return lastEventID_;
+}
+
+void EventStreamParser::setLastEventID(std::optional<std::string> identifier) {
+  const MutexLock lock(mutex_);
+  lastEventID_.swap(identifier);
+}
+
 std::vector<std::shared_ptr<KVLEvent>> EventStreamParser::read(const Data& chunk) {
+  const auto scan = fastestScan();
   std::string_view bytes = chunk.text();
-  partialLine_.resume(data());
-  if (isSkipping() && !skip(bytes)) return {};
-  std::string_view lines = bytes.substr(0, lengthOfLines(bytes));
-  const std::string_view rest = bytes.substr(lines.size());
-  if (lines.empty()) {
-    carry(rest);
+  core::ScannedLine line = scan(bytes);
+  const auto hasEnd = [&] { return line.text.size() < bytes.size(); };
+  if (isSkipping()) {
+    if (!hasEnd()) return {};
+    bytes.remove_prefix(line.text.size() + 1);
+    line = scan(bytes);
+  }
+  if (!hasEnd()) {
+    carry(line, nullptr);
     return {};
   }
-  EventCollector collector(event(), longestLine_);
-  Data carriedLine;
-  if (!partialLine_.empty()) {
-    const auto size = lines.find('\n');
-    if (isTooLong(size)) {
-      collector.giveUp(partialLine_.text(), lines.substr(0, size));
+  const Beginning before = begin(line);
+  EventCollector collector(before.event, longestLine_);
+  LineSource carried{before.line};
+  LineSource source{chunk};
+  if (!before.line.empty()) {
+    if (before.isTooLong) {
+      collector.giveUp(before.line.text(), line.text);
     } else {
-      partialLine_.append(lines.substr(0, size + 1));
-      carriedLine = partialLine_.share();
-      takeLines(collector, carriedLine.text(), carriedLine);
+      collector.take({before.line.text(), before.isASCII}, carried);
     }
-    lines.remove_prefix(size + 1);
+    bytes.remove_prefix(line.text.size() + 1);
+    line = scan(bytes);
   }
-  takeLines(collector, lines, chunk);
-  partialLine_.resume(std::nullopt);
-  carry(rest);
+  const auto rest = takeLines(collector, line, bytes, source);
   auto events = collector.finish();
   if (const auto identifier = collector.lastIdentifier()) setLastEventID(std::string(*identifier));
+  // Last: what the collector has collected stands in the carried line, too.
+  const Data reclaimed = carried.isKept ? Data() : before.line;
+  carry(rest, &reclaimed);
   return events;
+}
+
+EventStreamParser::Beginning EventStreamParser::begin(const core::ScannedLine& first) {
+  const MutexLock lock(mutex_);
+  if (partialLine_.empty()) return {event_, {}};
+  if (isTooLong(first.text.size())) return {event_, partialLine_.share(), false, true};
+  const bool isASCII = partialLine_.isASCII() && first.isASCII;
+  return {event_, partialLine_.completed(first.text), isASCII};
 }
 
 // Whether the carried line is too long with so many bytes more.
@@ -313,31 +368,33 @@ bool EventStreamParser::isTooLong(std::size_t more) const {
 }
 
 // Adds to the line that goes on with the next chunk, unless it is too long already: then the rest
-// of it is not kept.
-void EventStreamParser::carry(std::string_view rest) {
-  skipping_ = isTooLong(rest.size());
-  if (skipping_) {
-    logTooLong(longestLine_, partialLine_.text(), rest);
-    partialLine_.resume(std::nullopt);
-  } else {
-    partialLine_.append(rest);
+// of it is not kept. `completed` is there if the line before has ended, and what nobody keeps of
+// it.
+void EventStreamParser::carry(const core::ScannedLine& rest, const Data* completed) {
+  Data givenUp;
+  {
+    const MutexLock lock(mutex_);
+    if (completed != nullptr) {
+      partialLine_.reclaim(*completed);
+      partialLine_.clear();
+    }
+    hasData_ = true;
+    skipping_ = isTooLong(rest.text.size());
+    if (skipping_) {
+      givenUp = partialLine_.share();
+      partialLine_.clear();
+    } else {
+      partialLine_.append(rest.text, rest.isASCII);
+    }
   }
-  setData(partialLine_.share());
+  if (skipping_) logTooLong(longestLine_, givenUp.text(), rest.text);
 }
 
 // A stream that was cancelled, and a host that has set other bytes, begin a line.
-bool EventStreamParser::isSkipping() {
-  const auto carried = data();
-  return skipping_ && carried && carried->empty();
-}
-
-// Takes the rest of the line that was given up off the front. False when its end is not there.
-bool EventStreamParser::skip(std::string_view& bytes) {
-  const auto end = bytes.find('\n');
-  if (end == std::string_view::npos) return false;
-  bytes.remove_prefix(end + 1);
-  skipping_ = false;
-  return true;
+bool EventStreamParser::isSkipping() const {
+  if (!skipping_) return false;
+  const MutexLock lock(mutex_);
+  return hasData_ && partialLine_.empty();
 }
 
 }  // namespace kvl::eventstream

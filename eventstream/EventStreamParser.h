@@ -2,10 +2,11 @@
 #pragma once
 
 #include "eventstream/PartialLine.h"
+#include "platform/core/LineScan.h"
 
 #include <local/KVLEvent.h>
-#include <local/platform/Atomic.h>
 #include <local/platform/Data.h>
+#include <local/platform/Mutex.h>
 
 #include <atomic>
 #include <cstddef>
@@ -13,7 +14,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace kvl::eventstream {
@@ -31,31 +31,39 @@ class EventStreamParser {
   [[nodiscard]] std::vector<std::shared_ptr<KVLEvent>> read(const Data& chunk);
 
   // The bytes after the last line end; absent before the first chunk.
-  [[nodiscard]] std::optional<Data> data() const { return data_.get(); }
-  void setData(std::optional<Data> data) { data_.set(std::move(data)); }
+  [[nodiscard]] std::optional<Data> data() const;
+  void setData(const std::optional<Data>& data);
   // The event with which the next chunk begins, if any.
-  [[nodiscard]] std::shared_ptr<KVLEvent> event() const { return event_.get(); }
-  void setEvent(std::shared_ptr<KVLEvent> event) { event_.set(std::move(event)); }
+  [[nodiscard]] std::shared_ptr<KVLEvent> event() const;
+  void setEvent(std::shared_ptr<KVLEvent> event);
   // The identifier of the last event that had one.
-  [[nodiscard]] std::optional<std::string> lastEventID() const { return lastEventID_.get(); }
-  void setLastEventID(std::optional<std::string> identifier) {
-    lastEventID_.set(std::move(identifier));
-  }
+  [[nodiscard]] std::optional<std::string> lastEventID() const;
+  void setLastEventID(std::optional<std::string> identifier);
 
  private:
-  [[nodiscard]] bool isTooLong(std::size_t more) const;
-  void carry(std::string_view rest);
-  [[nodiscard]] bool isSkipping();
-  [[nodiscard]] bool skip(std::string_view& bytes);
+  // What was there before a chunk with line ends.
+  struct Beginning {
+    std::shared_ptr<KVLEvent> event;
+    // Of the line that the chunk goes on with; with its end unless that makes it too long.
+    Data line;
+    bool isASCII = true;
+    bool isTooLong = false;
+  };
+
+  [[nodiscard]] Beginning begin(const core::ScannedLine& first);
+  void carry(const core::ScannedLine& rest, const Data* completed);
+  [[nodiscard]] bool isSkipping() const;
+  [[nodiscard]] bool isTooLong(std::size_t more) const KVL_REQUIRES(mutex_);
 
   std::atomic<std::size_t> longestLine_ = kLongestLine;
   // Whether the line that goes on with the next chunk was given up.
   bool skipping_ = false;
-  Atomic<std::optional<Data>> data_;
-  Atomic<std::shared_ptr<KVLEvent>> event_;
-  Atomic<std::optional<std::string>> lastEventID_;
-  // What `data` was when `read` last set it, with room to grow.
-  PartialLine partialLine_;
+  mutable Mutex mutex_;
+  bool hasData_ KVL_GUARDED_BY(mutex_) = false;
+  // What `data` is, if it is there.
+  mutable PartialLine partialLine_ KVL_GUARDED_BY(mutex_);
+  std::shared_ptr<KVLEvent> event_ KVL_GUARDED_BY(mutex_);
+  std::optional<std::string> lastEventID_ KVL_GUARDED_BY(mutex_);
 };
 
 }  // namespace kvl::eventstream

@@ -10,9 +10,7 @@
 namespace kvl::eventstream {
 namespace {
 
-std::span<const std::uint8_t> bytesOf(const std::string& text) {
-  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-}
+constexpr std::size_t kSmallest = 256;
 
 // Room that is not used yet costs addresses, but no memory, once it spans many pages; copying
 // costs.
@@ -21,46 +19,62 @@ std::size_t roomAfter(std::size_t size) {
   return size < kLarge ? 2 * size : 4 * size;
 }
 
-bool isViewOf(const Data& data, const std::string& buffer) {
-  const auto bytes = bytesOf(buffer);
-  return data.data() == bytes.data() && data.size() == bytes.size();
+Data dataOf(const std::shared_ptr<char[]>& bytes, std::size_t size) {
+  return {bytes, std::span(reinterpret_cast<const std::uint8_t*>(bytes.get()), size)};
 }
 
 }  // namespace
 
-void PartialLine::resume(const std::optional<Data>& carried) {
-  buffer_ = shared_.lock();
-  shared_.reset();
-  if (carried && buffer_ && isViewOf(*carried, *buffer_)) return;
-  buffer_.reset();
-  if (carried && !carried->empty()) buffer_ = std::make_shared<std::string>(carried->text());
+// In new memory, since others may be reading the old one.
+void PartialLine::makeRoom(std::size_t count) {
+  if (count <= capacity_ - size_) return;
+  const std::size_t capacity = std::max({kSmallest, size_ + count, roomAfter(size_)});
+  auto grown = std::make_shared_for_overwrite<char[]>(capacity);
+  core::preferLargePages(grown.get(), capacity);
+  std::copy_n(bytes_.get(), size_, grown.get());
+  bytes_ = std::move(grown);
+  capacity_ = capacity;
+  isShared_ = false;
+  isLent_ = false;
 }
 
-void PartialLine::append(std::string_view bytes) {
-  if (bytes.empty()) return;
-  if (!buffer_) buffer_ = std::make_shared<std::string>();
-  if (bytes.size() > buffer_->capacity() - buffer_->size()) grow(buffer_->size() + bytes.size());
-  buffer_->append(bytes);
+void PartialLine::append(std::string_view bytes, bool isASCII) {
+  makeRoom(bytes.size());
+  std::copy(bytes.begin(), bytes.end(), bytes_.get() + size_);
+  size_ += bytes.size();
+  isASCII_ = isASCII_ && isASCII;
 }
 
-// Into a new buffer, since others may be reading the old one.
-void PartialLine::grow(std::size_t size) {
-  auto grown = std::make_shared<std::string>();
-  grown->reserve(std::max(size, roomAfter(buffer_->size())));
-  core::preferLargePages(grown->data(), grown->capacity());
-  grown->append(*buffer_);
-  buffer_ = std::move(grown);
+void PartialLine::clear() noexcept {
+  size_ = 0;
+  isASCII_ = true;
+  if (!isShared_ && !isLent_ && capacity_ <= kKeptSize) return;
+  bytes_.reset();
+  capacity_ = 0;
+  isShared_ = false;
+  isLent_ = false;
 }
 
-std::string_view PartialLine::text() const noexcept {
-  return buffer_ ? std::string_view(*buffer_) : std::string_view();
+void PartialLine::assign(std::string_view bytes) {
+  clear();
+  append(bytes, bytes.empty());
 }
 
 Data PartialLine::share() {
-  if (!buffer_) return {};
-  shared_ = buffer_;
-  const auto bytes = bytesOf(*buffer_);
-  return {std::exchange(buffer_, nullptr), bytes};
+  if (empty()) return {};
+  isShared_ = true;
+  return dataOf(bytes_, size_);
+}
+
+Data PartialLine::completed(std::string_view end) {
+  makeRoom(end.size());
+  std::copy(end.begin(), end.end(), bytes_.get() + size_);
+  isLent_ = true;
+  return dataOf(bytes_, size_ + end.size());
+}
+
+void PartialLine::reclaim(const Data& line) noexcept {
+  if (line.text().data() == bytes_.get()) isLent_ = false;
 }
 
 }  // namespace kvl::eventstream

@@ -70,22 +70,36 @@ constexpr std::size_t kBlock = sizeof(Block);
   return scanned;
 }
 
-[[gnu::target("avx2")]] ScannedLine scanLineAVX2(std::string_view text) {
+// The line that ends in the block behind `scanned` characters, of which `seen` has the bits.
+[[gnu::target("avx2")]] inline ScannedLine lineEndingIn(const Block& block, std::uint64_t ends,
+                                                        std::string_view text, std::size_t scanned,
+                                                        const __m256i& seen) {
+  const std::uint64_t before = (ends - 1) & ~ends;
+  const auto length = scanned + static_cast<std::size_t>(std::countr_zero(ends));
+  return {text.substr(0, length), _mm256_movemask_epi8(seen) == 0 && (bitsOf(block) & before) == 0};
+}
+
+[[gnu::target("avx2")]] ScannedLine scanLongLine(std::string_view text) {
   __m256i seen = _mm256_setzero_si256();
   std::size_t scanned = skipBlocks(text, seen);
   for (; scanned + kBlock <= text.size(); scanned += kBlock) {
     const Block block = load(text.data() + scanned);
-    if (const std::uint64_t ends = bitsOf(lineEnds(block))) {
-      const std::uint64_t before = (ends - 1) & ~ends;
-      const auto length = scanned + static_cast<std::size_t>(std::countr_zero(ends));
-      return {text.substr(0, length),
-              _mm256_movemask_epi8(seen) == 0 && (bitsOf(block) & before) == 0};
-    }
+    if (const std::uint64_t ends = bitsOf(lineEnds(block)))
+      return lineEndingIn(block, ends, text, scanned, seen);
     seen = _mm256_or_si256(seen, either(block));
   }
   const ScannedLine rest = scanLinePortably(text.substr(scanned));
   return {text.substr(0, scanned + rest.text.size()),
           _mm256_movemask_epi8(seen) == 0 && rest.isASCII};
+}
+
+// Most lines end within the first block.
+[[gnu::target("avx2")]] ScannedLine scanLineAVX2(std::string_view text) {
+  if (text.size() < kBlock) return scanLinePortably(text);
+  const Block block = load(text.data());
+  const std::uint64_t ends = bitsOf(lineEnds(block));
+  return ends != 0 ? lineEndingIn(block, ends, text, 0, _mm256_setzero_si256())
+                   : scanLongLine(text);
 }
 
 #endif

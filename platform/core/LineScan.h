@@ -11,7 +11,7 @@ struct ScannedLine {
   bool isASCII;
 };
 
-// Finds the first line feed (U+000A) of `text`, which has one.
+// Finds the first line feed (U+000A) of `text`; without one the line is all of it.
 using LineScan = ScannedLine (*)(std::string_view text);
 
 // The fastest scan that this processor supports.

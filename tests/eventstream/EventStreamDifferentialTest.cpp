@@ -74,6 +74,23 @@ TEST(EventStreamDifferentialTest, RandomStreamsGiveWhatTheReferenceGives) {
   EXPECT_EQ(log.lines().size(), malformed);
 }
 
+// The memory of carried lines is used again then.
+TEST(EventStreamDifferentialTest, StreamsWhoseCarriedLinesNobodyLooksAtGiveTheSame) {
+  const kvltest::LogCapture log;
+  for (std::uint32_t seed = 0; seed < kStreams; ++seed) {
+    RandomStream random(seed);
+    ParserComparison parsers(seed % 3 == 0 ? 300 : 100'000);
+    parsers.lookAway();
+    const std::string text = random.text();
+    for (const auto& chunk : random.cut(text)) {
+      const auto difference = parsers.read(chunk);
+      ASSERT_EQ(difference, "") << "seed " << seed << ", chunk " << testing::PrintToString(chunk);
+      if (seed % 5 == 0 && chunk.size() % 4 == 0) ASSERT_EQ(parsers.differenceInData(), "");
+    }
+    ASSERT_EQ(text.empty() ? "" : parsers.differenceInData(), "") << "seed " << seed;
+  }
+}
+
 TEST(EventStreamDifferentialTest, LinesThatAreTooLongAreGivenUpHoweverTheyAreCut) {
   const kvltest::LogCapture log;
   for (std::uint32_t seed = 0; seed < kStreams; ++seed) {

@@ -6,6 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
 namespace {
 
 using kvl::eventstream::EventStreamParser;
@@ -222,6 +228,48 @@ TEST_F(EventStreamParserTest, ALineWithoutAnEndIsNotKept) {
   ASSERT_EQ(log.lines().size(), 1U);
   EXPECT_LE(log.lines().front().size(), kLongestShownLine + 100);
   EXPECT_EQ(read("\nevent: a\n\n"), Texts{"event:a,data:(null),id:(null)"});
+}
+
+TEST_F(EventStreamParserTest, WhatACutLineBroughtStaysAsItIsWhateverComesLater) {
+  const auto dataOf = [](int number) { return std::string(2000, static_cast<char>('a' + number)); };
+  std::vector<std::shared_ptr<KVLEvent>> kept;
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(read("data: " + dataOf(i).substr(0, 500)), Texts{});
+    const auto rest = dataOf(i).substr(500) + "\nevent: a\n\ndata: " + std::string(100, 'z') + "\n";
+    for (const auto& event : state.read(kvl::Data::fromText(rest))) kept.push_back(event);
+  }
+  ASSERT_EQ(kept.size(), 5U);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(kept[static_cast<std::size_t>(i)]->data(), dataOf(i));
+}
+
+TEST_F(EventStreamParserTest, UntilAChunkIsReadDataIsWhatItWasBefore) {
+  EXPECT_EQ(read("malfor"), Texts{});
+  std::vector<std::string> seen;
+  const auto previous = kvl::setLogSink(
+      [&](std::string_view) { seen.emplace_back(state.data().value_or(kvl::Data()).text()); });
+  EXPECT_EQ(read("med\nevent: a\n\nmalformed\nre"), Texts{"event:a,data:(null),id:(null)"});
+  kvl::setLogSink(previous);
+  EXPECT_EQ(seen, (Texts{"malfor", "malfor"}));
+  EXPECT_EQ(state.data()->text(), "re");
+}
+
+TEST_F(EventStreamParserTest, DataMayBeReadAndSetWhileAnotherThreadReadsTheStream) {
+  std::atomic<bool> done = false;
+  std::thread host([&] {
+    while (!done) {
+      const auto data = state.data();
+      const std::string before(data ? data->text() : "");
+      state.setData(kvl::Data::fromText("data: " + std::string(before.size() % 300, 'h')));
+      EXPECT_EQ(data ? data->text() : "", before);
+    }
+  });
+  for (int i = 0; i < 2000; ++i) {
+    read("data: " + std::string(i % 700, 'x'));
+    read(std::string(i % 50, 'y') + "\nevent: a\nid: 1\n\nda");
+  }
+  done = true;
+  host.join();
+  EXPECT_EQ(state.lastEventID(), "1");
 }
 
 class EventStreamLongLineTest : public EventStreamParserTest {
