@@ -36,14 +36,23 @@ bool hasSubtitles() {
   return kvl::isSystemVersionAtLeast(14, 4);
 }
 
-std::optional<std::string> textOrNone(DictionaryOrNone dictionary, std::string_view key) {
-  const auto text = stringFromDictionary(dictionary, key);
-  return text ? std::optional<std::string>(text->text()) : std::nullopt;
+// The text as `stringFromDictionary` gives it, but where it stands: an object of its own would
+// count as a reference to the whole document.
+std::optional<std::string_view> textIn(DictionaryOrNone dictionary, std::string_view key) {
+  if (!dictionary) return std::nullopt;
+  const kvl::Value& value = (*dictionary)[key];
+  if (value.isNull()) return std::nullopt;
+  const auto text = value.string();
+  if (!text) static_cast<void>(stringFromDictionary(dictionary, key));  // reports what is there
+  return text;
 }
 
-std::string textOrEmpty(DictionaryOrNone dictionary, std::string_view key) {
-  const auto text = stringFromDictionary(dictionary, key);
-  return std::string(text ? text->text() : std::string_view());
+std::optional<std::string> textOrNone(DictionaryOrNone dictionary, std::string_view key) {
+  return std::optional<std::string>(textIn(dictionary, key));
+}
+
+std::string_view textOrEmpty(DictionaryOrNone dictionary, std::string_view key) {
+  return textIn(dictionary, key).value_or(std::string_view());
 }
 
 std::shared_ptr<MenuItem> newItem(std::string_view type, const std::string& text) {
@@ -92,8 +101,8 @@ void setForm(MenuItem& item, const std::optional<kvl::Dictionary>& form,
   item.setAction(context.action);
   item.setTarget(context.target);
   item.setRepresentedObject(*form);
-  if (auto identifier = textOrEmpty(*form, "id"); !identifier.empty()) {
-    item.setIdentifier(std::move(identifier));
+  if (const auto identifier = textOrEmpty(*form, "id"); !identifier.empty()) {
+    item.setIdentifier(std::string(identifier));
   } else {
     kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning,
              "menu item with action missing id: %@", *form);
@@ -109,13 +118,13 @@ std::shared_ptr<MenuItem> menuItemWithoutSubmenu(DictionaryOrNone description,
     kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning, "unknown menu item type: %@", type);
     return nullptr;
   }
-  const auto text = textOrEmpty(description, KVLEncodingKeyText);
+  const std::string text(textOrEmpty(description, KVLEncodingKeyText));
   const auto subtext = textOrEmpty(description, "subtext");
-  auto shortcut = textOrEmpty(description, "shortcut");
+  const auto shortcut = textOrEmpty(description, "shortcut");
   const auto updates = integerFromDictionary(description, "updates", 0);
   auto item = newItem(type, text);
   setSubtext(*item, text, subtext, (*description)[KVLEncodingKeyLocale]);
-  if (!shortcut.empty()) item->setKeyEquivalent(std::move(shortcut));
+  if (!shortcut.empty()) item->setKeyEquivalent(std::string(shortcut));
   item->setToolTip(textOrNone(description, "tooltip"));
   if (updates >= 1 && hasBadges()) item->setBadge(kvl::MenuItemBadge::updatesWithCount(updates));
   requestIcon(item, textOrEmpty(description, "icon"), context);
