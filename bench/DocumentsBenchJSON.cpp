@@ -12,6 +12,7 @@
 namespace kvlbench {
 namespace {
 
+constexpr std::int64_t kTiny = 2'000;
 constexpr std::int64_t kSmall = 50'000;
 constexpr std::int64_t kLarge = 5'000'000;
 constexpr std::size_t kPadding = 64;
@@ -105,7 +106,8 @@ void write(benchmark::State& state, JSONTreePeer& peer) {
   const kvl::Value document = valueOf(text);
   const auto writeSubject = [&] { return kvl::JSONFromValue(document, nullptr)->size(); };
   peer.load(text);
-  if (writeSubject() != peer.write()) state.SkipWithError("the texts differ");
+  if (writeSubject() != peer.write() && peer.spellsNumbersAlike())
+    state.SkipWithError("the texts differ");
   report(state,
          measure(
              state, [&] { return timeOf([&] { benchmark::DoNotOptimize(peer.write()); }); },
@@ -121,6 +123,7 @@ void add(const std::string& name, std::unique_ptr<Peer> (*make)(),
                                  const auto peer = make();
                                  run(state, *peer);
                                })
+      ->Arg(kTiny)
       ->Arg(kSmall)
       ->Arg(kLarge)
       ->UseManualTime()

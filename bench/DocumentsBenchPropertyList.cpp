@@ -13,7 +13,9 @@
 namespace kvlbench {
 namespace {
 
-// As JSON, in bytes; the property lists are of 5 and 10 MB.
+// As JSON, in bytes; the property lists are of 50 KB, 1, 5 and 10 MB.
+constexpr std::int64_t kSmall = 76'000;
+constexpr std::int64_t kMiddle = 1'520'000;
 constexpr std::int64_t kHalf = 7'600'000;
 constexpr std::int64_t kWhole = 15'200'000;
 
@@ -119,6 +121,11 @@ void writePropertyList(benchmark::State& state) {
   state.counters["times_peer"] = times.subject / times.peer;
   state.counters["peak_of_list"] = peak / static_cast<double>(size);
 }
+BENCHMARK(writePropertyList)
+    ->Arg(kSmall)
+    ->Arg(kMiddle)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(writePropertyList)
     ->Arg(kHalf)
     ->Arg(kWhole)

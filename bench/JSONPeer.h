@@ -24,6 +24,8 @@ class JSONTreePeer : public JSONPeer {
   virtual std::size_t lookUpAll() = 0;
   // The size of the tree's compact text.
   virtual std::size_t write() = 0;
+  // Whether it spells numbers in the same way, so that the sizes of texts can be compared.
+  [[nodiscard]] virtual bool spellsNumbersAlike() const { return true; }
 };
 
 // Registers the benchmarks of a peer that `make` makes; their names end with the peer's. True.

@@ -2,6 +2,8 @@
 #include "bench/Measurement.h"
 #include "platform/formatting/LocalisedTime.h"
 #include "platform/formatting/UserLocale.h"
+#include "platform/serialisation/JSONReader.h"
+#include "platform/serialisation/JSONWriter.h"
 
 #include <local/KVLEncodingLocale.h>
 #include <local/KVLEncodingMenus.h>
@@ -119,6 +121,30 @@ void menuWithoutSubtitles(benchmark::State& state) {
   build(state, description(), itemFromConstants);
 }
 BENCHMARK(menuWithoutSubtitles)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// times_reading: what building the items costs in multiples of reading their JSON.
+void menuBesideItsJSON(benchmark::State& state) {
+  constexpr int kRead = 1000;
+  setenv("LC_ALL", "en_US.UTF-8", 1);
+  const Handling handling;
+  const kvl::Value items(Array(std::vector<kvl::Value>(kRead, description())));
+  const auto text = *kvl::JSONFromValue(items, nullptr);
+  const Array descriptions = *kvl::valueFromJSON(text, nullptr)->array();
+  const auto times = measure(
+      state,
+      [&] {
+        const double start = cpuSeconds();
+        benchmark::DoNotOptimize(kvl::valueFromJSON(text, nullptr));
+        return cpuSeconds() - start;
+      },
+      [&] {
+        return timeOfFilling([&](Menu& menu) {
+          KVLEncoding::addMenuItems(descriptions, menu, nullptr, handling.action, handling.target);
+        });
+      });
+  state.counters["times_reading"] = times.subject / times.peer;
+}
+BENCHMARK(menuBesideItsJSON)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 }  // namespace kvlbench

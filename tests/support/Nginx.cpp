@@ -21,7 +21,7 @@ constexpr auto kMainSettings = R"(daemon off;
 master_process off;
 pid nginx.pid;
 error_log error.log info;
-events { worker_connections 256; }
+events { worker_connections 512; }
 http {
   access_log access.log;
   client_body_temp_path body;

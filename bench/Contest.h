@@ -1,0 +1,51 @@
+// Programs that do the same, in turns, and what they print of it.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kvlbench {
+
+struct Contestant {
+  std::string name;
+  std::string program;
+  std::vector<std::string> arguments;
+};
+
+// Of one turn.
+struct Outcome {
+  double rate = 0;       // a second
+  double median = 0;     // microseconds that one takes
+  double slowest = 0;    // the 99th percentile of them
+  double processor = 0;  // microseconds of processor time for one
+  double connections = 0;
+};
+
+using Outcomes = std::map<std::string, std::vector<Outcome>>;
+
+[[nodiscard]] std::vector<std::string> joined(std::vector<std::string> first,
+                                              const std::vector<std::string>& second);
+
+// What the program prints: rate, median, slowest and processor, in this order.
+// Throws std::runtime_error with its standard error when it fails.
+[[nodiscard]] Outcome runProbe(const std::vector<std::string>& command,
+                               const std::filesystem::path& log);
+
+// All of them in each of KVL_ROUNDS rounds (default 7), another one first each time.
+[[nodiscard]] Outcomes takeTurns(const std::vector<Contestant>& contestants,
+                                 const std::function<Outcome(const Contestant&)>& run);
+
+// The middle of all turns' figures, and of what they are in parts of the other's of the same turn.
+[[nodiscard]] double middle(const std::vector<Outcome>& of, double Outcome::* figure);
+[[nodiscard]] double ratio(const std::vector<Outcome>& of, const std::vector<Outcome>& to,
+                           double Outcome::* figure);
+
+// Where this thread and what it starts from now on may run, as long as there is more than one core.
+void useServerCore();
+void useClientCore();
+
+}  // namespace kvlbench
