@@ -74,6 +74,9 @@ check_readme() {
   return 1
 }
 
+# The goals of speed are judged by what was measured.
+check_goals() { (cd tools/dev && python3 -B goals_test.py --quiet 2>&1); }
+
 # The faults of `./dev mutants` are found where they should be, and those with a name still apply.
 check_mutations() {
   local fault stale=0
@@ -89,7 +92,7 @@ check_mutations() {
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers arrows promises lengths scripts mutations readme tidy; do
+  for part in format headers arrows promises lengths scripts mutations goals readme tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done
