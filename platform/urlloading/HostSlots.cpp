@@ -9,6 +9,10 @@ namespace {
 // What servers are asked to allow at least (RFC 9113, 6.5.2).
 constexpr std::size_t kStreamsPerConnection = 100;
 
+constexpr std::size_t indexOf(HostSlots::Use use) {
+  return static_cast<std::size_t>(use);
+}
+
 }  // namespace
 
 HostSlots::HostSlots(int connections, bool mayMultiplex)
@@ -21,54 +25,67 @@ bool HostSlots::admit(Identifier identifier, const std::string& name, Time now, 
   Host& host = place->second;
   if (isNew) host.probedSince = now;
   if (isNew && !mayMultiplex_) open(host, false);
-  places_[identifier] = place;
+  Place& own = places_.insert_or_assign(identifier, Place{place, use}).first->second;
   // Nobody is overtaken unseen: whoever waits found no room, and is taken up as soon as there is
   // some.
   if (!hasRoom(host, use)) {
-    const auto next = std::ranges::find_if(
-        host.waiting, [priority](const Waiting& other) { return other.priority < priority; });
-    host.waiting.insert(next, {identifier, use, priority});
+    stand(identifier, own, priority);
     return false;
   }
-  host.running.emplace(identifier, use);
+  ++host.running[indexOf(use)];
   return true;
 }
 
+void HostSlots::stand(Identifier identifier, Place& place, RequestPriority priority) {
+  Host& host = place.host->second;
+  place.line = &host.waiting[priority][indexOf(place.use)];
+  place.position = place.line->insert(place.line->end(), {identifier, ++turns_});
+  ++host.waits;
+}
+
+void HostSlots::leave(Place& place) {
+  std::exchange(place.line, nullptr)->erase(place.position);
+  --place.host->second.waits;
+}
+
 bool HostSlots::hasRoom(const Host& host, Use use) const {
-  if (!host.probed) return host.running.empty();
-  if (!host.multiplexes) return host.running.size() < connections_;
-  const auto alike = static_cast<std::size_t>(std::ranges::count_if(
-      host.running, [use](const auto& running) { return running.second == use; }));
+  if (!host.probed) return running(host) == 0;
+  if (!host.multiplexes) return running(host) < connections_;
   // One of the connections is the shared one.
-  return alike <
+  return host.running[indexOf(use)] <
          (use == Use::shared ? kStreamsPerConnection : std::max<std::size_t>(connections_ - 1, 1));
 }
 
 void HostSlots::release(Identifier identifier) {
-  const auto found = places_.extract(identifier);
-  if (found.empty()) return;
-  const auto place = found.mapped();
-  Host& host = place->second;
-  host.running.erase(identifier);
-  std::erase_if(host.waiting, [&](const Waiting& other) { return other.identifier == identifier; });
-  std::erase(admitted_, identifier);
+  const auto found = places_.find(identifier);
+  if (found == places_.end()) return;
+  Place& place = found->second;
+  const auto named = place.host;
+  Host& host = named->second;
+  if (place.line != nullptr) {
+    leave(place);
+  } else {
+    --host.running[indexOf(place.use)];
+    std::erase(admitted_, identifier);
+  }
+  places_.erase(found);
   admitWaiting(host);
-  if (host.running.empty()) hosts_.erase(place);
+  if (running(host) == 0) hosts_.erase(named);
 }
 
 void HostSlots::noteMultiplexing(Identifier identifier, bool multiplexes) {
   const auto found = places_.find(identifier);
   if (found == places_.end() || !mayMultiplex_) return;
-  open(found->second->second, multiplexes);
+  open(found->second.host->second, multiplexes);
 }
 
 bool HostSlots::isProbed(Identifier identifier) const {
   const auto found = places_.find(identifier);
-  return found != places_.end() && found->second->second.probed;
+  return found != places_.end() && found->second.host->second.probed;
 }
 
 bool HostSlots::waitsForProbe(const Host& host) {
-  return !host.probed && !host.waiting.empty();
+  return !host.probed && host.waits > 0;
 }
 
 bool HostSlots::endProbes(Time now) {
@@ -97,13 +114,29 @@ void HostSlots::open(Host& host, bool multiplexes) {
   admitWaiting(host);
 }
 
+// A priority whose exchanges find no room lets those of lower ones pass that do.
+HostSlots::Line* HostSlots::nextLine(Host& host) const {
+  for (auto& [priority, lines] : host.waiting) {
+    Line* next = nullptr;
+    for (const Use use : {Use::shared, Use::exclusive}) {
+      Line& line = lines[indexOf(use)];
+      if (line.empty() || !hasRoom(host, use)) continue;
+      if (next == nullptr || line.front().turn < next->front().turn) next = &line;
+    }
+    if (next != nullptr) return next;
+  }
+  return nullptr;
+}
+
 void HostSlots::admitWaiting(Host& host) {
-  std::erase_if(host.waiting, [&](const Waiting& next) {
-    if (!hasRoom(host, next.use)) return false;
-    host.running.emplace(next.identifier, next.use);
-    admitted_.push_back(next.identifier);
-    return true;
-  });
+  if (host.waits == 0) return;
+  while (const Line* line = nextLine(host)) {
+    const auto identifier = line->front().identifier;
+    Place& place = places_.at(identifier);
+    leave(place);
+    ++host.running[indexOf(place.use)];
+    admitted_.push_back(identifier);
+  }
 }
 
 std::vector<HostSlots::Identifier> HostSlots::takeAdmitted() {

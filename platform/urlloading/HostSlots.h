@@ -3,13 +3,16 @@
 
 #include <local/platform/URLRequest.h>
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <functional>
+#include <list>
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace kvl::urlloading {
@@ -19,8 +22,8 @@ namespace kvl::urlloading {
 // does gets one connection; then as many run as that connection carries streams, or as there may be
 // connections. Exchanges that need a connection of their own share the others with a host that
 // multiplexes. A host with which nothing runs is forgotten. libcurl's own limit and waiting list
-// are not used: in 7.88 an exchange on that list is sometimes never taken up again. The engine asks
-// it on its I/O thread.
+// are not used: in 7.88 an exchange on that list is sometimes never taken up again. However many
+// wait, what is done for one takes as long. The engine asks it on its I/O thread.
 class HostSlots {
  public:
   using Identifier = std::uint64_t;
@@ -57,27 +60,44 @@ class HostSlots {
  private:
   struct Waiting {
     Identifier identifier;
-    Use use;
-    RequestPriority priority;
+    std::uint64_t turn;
   };
+  // Those of one priority, for each use in the order in which they asked.
+  using Line = std::list<Waiting>;
+  using Lines = std::array<Line, 2>;
   struct Host {
-    std::map<Identifier, Use> running;
-    std::deque<Waiting> waiting;
+    std::array<std::size_t, 2> running{};
+    std::map<RequestPriority, Lines, std::greater<>> waiting;
+    std::size_t waits = 0;
     bool probed = false;
     bool multiplexes = false;
     Time probedSince;
   };
   using Hosts = std::map<std::string, Host>;
+  struct Place {
+    Hosts::iterator host;
+    Use use;
+    Line* line = nullptr;  // null: it runs
+    Line::iterator position = {};
+  };
+  [[nodiscard]] static std::size_t running(const Host& host) {
+    return host.running[0] + host.running[1];
+  }
   [[nodiscard]] static bool waitsForProbe(const Host& host);
   [[nodiscard]] bool hasRoom(const Host& host, Use use) const;
+  void stand(Identifier identifier, Place& place, RequestPriority priority);
+  void leave(Place& place);
   void open(Host& host, bool multiplexes);
+  // The line whose first is the next to begin; null when nobody may.
+  [[nodiscard]] Line* nextLine(Host& host) const;
   void admitWaiting(Host& host);
 
   const std::size_t connections_;
   const bool mayMultiplex_;
   Hosts hosts_;
-  std::map<Identifier, Hosts::iterator> places_;
+  std::unordered_map<Identifier, Place> places_;
   std::vector<Identifier> admitted_;
+  std::uint64_t turns_ = 0;
 };
 
 }  // namespace kvl::urlloading

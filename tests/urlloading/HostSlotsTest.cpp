@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <random>
+#include <utility>
+
 namespace {
 
 using kvl::urlloading::HostSlots;
@@ -124,6 +130,94 @@ TEST(HostSlotsTest, APriorityTakesNoRoomFromOthers) {
   EXPECT_TRUE(slots.admit(2, "a", kStart, kOwn));
   EXPECT_FALSE(slots.admit(3, "a", kStart, kOwn, kvl::RequestPriority::high));
   EXPECT_TRUE(slots.admit(4, "a", kStart, HostSlots::Use::shared, kvl::RequestPriority::low));
+}
+
+// Whoever runs or waits with one host, looked at one by one.
+class PlainSlots {
+ public:
+  void add(HostSlots::Identifier identifier, HostSlots::Use use, kvl::RequestPriority priority) {
+    waiting_.emplace(std::pair(-static_cast<int>(priority), identifier), use);
+    admit();
+  }
+  void remove(HostSlots::Identifier identifier) {
+    running_.erase(identifier);
+    std::erase_if(waiting_, [=](const auto& other) { return other.first.second == identifier; });
+    std::erase(admitted_, identifier);
+    admit();
+  }
+  void open() {
+    isOpen_ = true;
+    admit();
+  }
+  [[nodiscard]] Identifiers takeAdmitted() { return std::exchange(admitted_, {}); }
+
+ private:
+  [[nodiscard]] bool hasRoom(HostSlots::Use use) const {
+    if (!isOpen_) return running_.empty();
+    const auto alike =
+        std::ranges::count_if(running_, [=](const auto& other) { return other.second == use; });
+    return alike < (use == HostSlots::Use::shared ? 100 : 2);
+  }
+  void admit() {
+    std::erase_if(waiting_, [&](const auto& next) {
+      if (!hasRoom(next.second)) return false;
+      running_.emplace(next.first.second, next.second);
+      admitted_.push_back(next.first.second);
+      return true;
+    });
+  }
+  std::map<HostSlots::Identifier, HostSlots::Use> running_;
+  std::map<std::pair<int, HostSlots::Identifier>, HostSlots::Use> waiting_;
+  Identifiers admitted_;
+  bool isOpen_ = false;
+};
+
+// Asks both for the same.
+class Comparison {
+ public:
+  void add(HostSlots::Identifier next) {
+    const auto use = random_() % 4 == 0 ? HostSlots::Use::exclusive : HostSlots::Use::shared;
+    const auto priority = static_cast<kvl::RequestPriority>(random_() % 3);
+    plain_.add(next, use, priority);
+    present_.push_back(next);
+    if (slots_.admit(next, "a", kStart, use, priority))
+      EXPECT_EQ(plain_.takeAdmitted(), Identifiers{next});
+    compare();
+  }
+  void open() {
+    slots_.noteMultiplexing(present_.front(), true);
+    plain_.open();
+    compare();
+  }
+  // The first stays, so that the host does.
+  void removeSome() {
+    while (present_.size() > 600 || (present_.size() > 100 && random_() % 2 == 0)) {
+      const auto chosen =
+          present_.begin() + 1 + static_cast<std::ptrdiff_t>(random_() % (present_.size() - 1));
+      slots_.release(*chosen);
+      plain_.remove(*chosen);
+      present_.erase(chosen);
+      if (random_() % 2 == 0) compare();
+    }
+    compare();
+  }
+
+ private:
+  void compare() { EXPECT_EQ(slots_.takeAdmitted(), plain_.takeAdmitted()); }
+
+  std::mt19937 random_{7};
+  HostSlots slots_{3, true};
+  PlainSlots plain_;
+  Identifiers present_;
+};
+
+TEST(HostSlotsTest, AdmitsAsOneThatLooksAtAllThatWait) {
+  Comparison both;
+  for (HostSlots::Identifier next = 1; next < 4000; ++next) {
+    if (next == 300) both.open();
+    both.add(next);
+    both.removeSome();
+  }
 }
 
 TEST(HostSlotsTest, WaitingExchangeMayGiveUp) {
