@@ -7,14 +7,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <limits>
 #include <utility>
 
 namespace kvl::urlloading {
 namespace {
 
-constexpr int kShortWaitMilliseconds = 2;
-constexpr int kQuietPasses = 2;
 // Of all hosts together, and for each that may be open to one.
 constexpr long kFewestKeptConnections = 16;
 constexpr long kKeptConnectionsPerOpen = 4;
@@ -28,19 +25,23 @@ bool prepareLibraries() {
 
 }  // namespace
 
-Engine::Engine(URLSessionConfiguration configuration)
+Engine::Engine(URLSessionConfiguration configuration, std::shared_ptr<DispatchQueue> queue)
     : configuration_(std::move(configuration)),
-      slots_(configuration_.maximumConnectionsPerHost, configuration_.allowsHTTP2) {}
+      slots_(configuration_.maximumConnectionsPerHost, configuration_.allowsHTTP2),
+      outbox_(std::move(queue)) {}
 
 Engine::~Engine() = default;
 
 std::optional<Error> Engine::start(std::shared_ptr<DataTaskObject> task, RequestRef request) {
-  const MutexLock lock(mutex_);
+  MutexLock lock(mutex_);
   if (invalidated_ || abandoned_) return makeURLError(NSURLErrorCancelled, request->urlText());
   if (!ensureThread()) return makeSystemError(EAGAIN, request->urlText());
   const auto identifier = task->taskIdentifier();
   running_.emplace(identifier, task);
-  post({Command::Kind::start, identifier, std::move(task), std::move(request)});
+  commands_.push_back({Command::Kind::start, identifier, std::move(task), std::move(request)});
+  const bool sleeps = takeSleep();
+  lock.unlock();
+  if (sleeps) wake();
   return std::nullopt;
 }
 
@@ -56,8 +57,10 @@ bool Engine::ensureThread() {
   curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
   const auto self = shared_from_this();
   threadRuns_ = startIOThread(self, [self] { self->run(); });
-  if (threadRuns_) wakeable_ = multi_.get();
-  return threadRuns_;
+  if (!threadRuns_) return false;
+  const MutexLock lock(wakeMutex_);
+  wakeable_ = multi_.get();
+  return true;
 }
 
 void Engine::cancel(std::uint64_t identifier) {
@@ -73,23 +76,45 @@ void Engine::feed(std::uint64_t identifier) {
 }
 
 void Engine::postIfRunning(Command::Kind kind, std::uint64_t identifier) {
-  const MutexLock lock(mutex_);
-  if (running_.contains(identifier)) post({kind, identifier, nullptr, {}});
+  MutexLock lock(mutex_);
+  if (!running_.contains(identifier)) return;
+  commands_.push_back({kind, identifier, nullptr, {}});
+  const bool sleeps = takeSleep();
+  lock.unlock();
+  if (sleeps) wake();
 }
 
-void Engine::post(Command command) {
-  commands_.push_back(std::move(command));
-  wake();
-}
-
+// A sleeping I/O thread is woken once, whatever comes meanwhile, and one that is awake never. It
+// notes under the lock that it sleeps, when no command waits and it need not end. Whoever changes
+// that under the lock and finds the note takes it away, and wakes the thread after the lock has
+// been given back, since the thread takes it first of all. Between note and wait the thread leaves
+// libcurl's wake-ups alone, so none is lost. One that comes when something else has woken the
+// thread already has the next wait return at once.
 void Engine::wake() {
+  const MutexLock lock(wakeMutex_);
   if (wakeable_ != nullptr) curl_multi_wakeup(wakeable_);
 }
 
-void Engine::invalidate() {
+bool Engine::fallAsleep() {
   const MutexLock lock(mutex_);
+  isAsleep_ = commands_.empty() && !isOver();
+  return isAsleep_;
+}
+
+bool Engine::takeCommands(std::vector<Command>& commands) {
+  const MutexLock lock(mutex_);
+  isAsleep_ = false;
+  if (isOver()) return false;
+  commands.swap(commands_);
+  return true;
+}
+
+void Engine::invalidate() {
+  MutexLock lock(mutex_);
   invalidated_ = true;
-  wake();
+  const bool sleeps = takeSleep();
+  lock.unlock();
+  if (sleeps) wake();
 }
 
 bool Engine::isInvalidated() const {
@@ -105,17 +130,18 @@ std::vector<std::shared_ptr<DataTaskObject>> Engine::runningTasks() const {
 }
 
 void Engine::abandon() {
-  {
-    const MutexLock lock(mutex_);
-    abandoned_ = true;
-    wake();
-  }
+  MutexLock lock(mutex_);
+  abandoned_ = true;
+  const bool sleeps = takeSleep();
+  lock.unlock();
+  if (sleeps) wake();
   for (const auto& task : runningTasks()) task->abortChallenge();
 }
 
 void Engine::run() {
   std::vector<Command> commands;
   while (takeCommands(commands)) {
+    isDisturbed_ = isDisturbed_ || !commands.empty();
     for (Command& command : commands) execute(command);
     commands.clear();
     step();
@@ -124,71 +150,29 @@ void Engine::run() {
   tearDown();
 }
 
-// What one exchange takes off a connection, libcurl 7.88 keeps for the others, with a timer that
-// has them look. It can drop that timer: it compares times in whole milliseconds. The next pass
-// finds what is kept, whenever it comes, and what it then takes apart can be for an exchange that
-// has had its turn in that pass. So a long wait begins only after two passes in a row in which
-// nothing was read or ended, and before which no socket, timer or command had anything to do.
-void Engine::waitForActivity() {
-  const bool isShort = quietPasses_ < kQuietPasses && !transfers_.empty();
-  isDisturbed_ = true;
-  // A wake-up can be swallowed while libcurl works: the queue itself is what counts.
-  if (hasWork() || isGrowing()) return;
-  const bool timerWasDue = timerIsDue();
-  const int longest = pollMilliseconds();
-  int ready = 0;
-  curl_multi_poll(multi_.get(), nullptr, 0,
-                  isShort ? std::min(longest, kShortWaitMilliseconds) : longest, &ready);
-  isDisturbed_ = !isShort || timerWasDue || ready > 0 || hasWork();
-}
-
-bool Engine::isGrowing() const {
-  return std::ranges::any_of(transfers_,
-                             [](const auto& entry) { return entry.second->isGrowing(); });
-}
-
-bool Engine::timerIsDue() const {
-  long milliseconds = -1;
-  curl_multi_timeout(multi_.get(), &milliseconds);
-  return milliseconds == 0;
-}
-
-bool Engine::isReady() const {
-  int ready = 0;
-  curl_multi_poll(multi_.get(), nullptr, 0, 0, &ready);
-  return ready > 0 || timerIsDue();
-}
-
-bool Engine::hasWork() const {
-  const MutexLock lock(mutex_);
-  return !commands_.empty() || isOver();
-}
-
 bool Engine::isOver() const {
   return abandoned_ || (invalidated_ && running_.empty());
-}
-
-bool Engine::takeCommands(std::vector<Command>& commands) {
-  const MutexLock lock(mutex_);
-  if (isOver()) return false;
-  commands.swap(commands_);
-  return true;
 }
 
 void Engine::execute(Command& command) {
   if (command.kind == Command::Kind::start) return begin(command);
   const auto found = transfers_.find(command.identifier);
   if (found == transfers_.end()) return;
+  Transfer& transfer = *found->second;
   switch (command.kind) {
     case Command::Kind::cancel:
-      return stop(*found->second);
+      return stop(transfer);
     case Command::Kind::unpause:
-      return found->second->unpause();
+      transfer.unpause();
+      break;
     case Command::Kind::feed:
-      return found->second->feed();
+      transfer.feed();
+      break;
     case Command::Kind::start:
       break;
   }
+  // Its silence counts again.
+  if (!isActive(transfer)) lookLater(transfer);
 }
 
 void Engine::begin(Command& command) {
@@ -202,7 +186,7 @@ void Engine::begin(Command& command) {
 }
 
 void Engine::launch(Transfer& transfer) {
-  const auto identifier = transfer.task().taskIdentifier();
+  const auto identifier = transfer.identifier();
   const auto use = transfer.mayMultiplex() ? HostSlots::Use::shared : HostSlots::Use::exclusive;
   if (slots_.admit(identifier, transfer.host(), std::chrono::steady_clock::now(), use,
                    transfer.priority())) {
@@ -210,6 +194,11 @@ void Engine::launch(Transfer& transfer) {
   }
   transfer.waitForSlot();
   if (slots_.isProbed(identifier)) transfer.suspendDeadlineUntilPrepared();
+  lookLater(transfer);
+}
+
+void Engine::lookLater(Transfer& transfer) {
+  waiting_.set(transfer.identifier(), std::min(transfer.deadline(), transfer.nextFlush()));
 }
 
 void Engine::launchAdmitted() {
@@ -228,7 +217,29 @@ void Engine::perform(Transfer& transfer) {
   if (code != CURLE_OK) return end(transfer, transfer.outcome(code));
   keepConnections();
   if (curl_multi_add_handle(multi_.get(), transfer.easy()) != CURLM_OK)
-    end(transfer, transfer.outcome(CURLE_FAILED_INIT));
+    return end(transfer, transfer.outcome(CURLE_FAILED_INIT));
+  activate(transfer);
+}
+
+void Engine::activate(Transfer& transfer) {
+  const auto identifier = transfer.identifier();
+  waiting_.remove(identifier);
+  active_.insert(std::ranges::upper_bound(active_, identifier, {}, &Transfer::identifier),
+                 &transfer);
+}
+
+bool Engine::isActive(const Transfer& transfer) const {
+  return std::ranges::binary_search(active_, transfer.identifier(), {}, &Transfer::identifier);
+}
+
+void Engine::withdraw(Transfer& transfer) {
+  const auto identifier = transfer.identifier();
+  waiting_.remove(identifier);
+  if (isActive(transfer)) {
+    active_.erase(std::ranges::lower_bound(active_, identifier, {}, &Transfer::identifier));
+    curl_multi_remove_handle(multi_.get(), transfer.easy());
+  }
+  slots_.release(identifier);
 }
 
 // By itself libcurl keeps four connections for each exchange under way, so it closes most of them
@@ -247,143 +258,12 @@ void Engine::stop(Transfer& transfer) {
   breakOff(transfer, transfer.outcome(CURLE_OK));
 }
 
-void Engine::step() {
-  const auto began = std::chrono::steady_clock::now();
-  int running = 0;
-  curl_multi_perform(multi_.get(), &running);
-  const bool hasRead =
-      std::ranges::any_of(transfers_, [](const auto& entry) { return entry.second->isActive(); });
-  // Now, so that a connection that nobody uses from here on can be read as well.
-  for (const auto& [identifier, transfer] : transfers_) transfer->endPass();
-  extendDeadlinesByChallenges();
-  flushBodies(began);
-  noteConnections();
-  const bool hasEnded = finishExchanges();
-  quietPasses_ = isDisturbed_ || hasRead || hasEnded ? 0 : quietPasses_ + 1;
-  expireIdle();
-  launchAdmitted();
-}
-
-void Engine::noteConnections() {
-  bool newlyProbed = slots_.endProbes(std::chrono::steady_clock::now());
-  for (const auto& [identifier, transfer] : transfers_) {
-    const auto multiplexes = transfer->takeConnectionKind();
-    if (!multiplexes) continue;
-    const bool known = slots_.isProbed(identifier);
-    // An exchange that was not free to choose says nothing new about a host that is known.
-    if (known && !transfer->mayMultiplex()) continue;
-    slots_.noteMultiplexing(identifier, *multiplexes);
-    newlyProbed = newlyProbed || !known;
-  }
-  if (!newlyProbed) return;
-  for (const auto& [identifier, transfer] : transfers_) {
-    if (slots_.isProbed(identifier)) transfer->suspendDeadlineUntilPrepared();
-  }
-}
-
-void Engine::flushBodies(SteadyTime passBegan) {
-  const bool collects = std::ranges::any_of(
-      transfers_, [](const auto& entry) { return entry.second->isCollecting(); });
-  const bool isMore = collects && isReady();
-  for (const auto& [identifier, transfer] : transfers_) transfer->flush(isMore, passBegan);
-}
-
-void Engine::extendDeadlinesByChallenges() {
-  std::chrono::steady_clock::duration waited{};
-  for (const auto& [identifier, transfer] : transfers_) waited += transfer->takeTimeInChallenges();
-  if (waited == std::chrono::steady_clock::duration::zero()) return;
-  for (const auto& [identifier, transfer] : transfers_) transfer->postponeDeadline(waited);
-}
-
-bool Engine::finishExchanges() {
-  int left = 0;
-  bool any = false;
-  while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
-    if (message->msg != CURLMSG_DONE) continue;
-    any = true;
-    const CURLcode code = message->data.result;
-    Transfer* transfer = nullptr;
-    curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &transfer);
-    finishExchange(*transfer, code);
-  }
-  return any;
-}
-
-void Engine::finishExchange(Transfer& transfer, CURLcode code) {
-  const auto connection = code == CURLE_OK ? nullptr : transfer.connection();
-  if (!transfer.follow()) {
-    end(transfer, transfer.outcome(code));
-    return flush(connection);
-  }
-  transfer.traceRepetition();
-  curl_multi_remove_handle(multi_.get(), transfer.easy());
-  slots_.release(transfer.task().taskIdentifier());
-  launch(transfer);
-}
-
-void Engine::expireIdle() {
-  const auto now = std::chrono::steady_clock::now();
-  std::vector<Transfer*> expired;
-  for (const auto& [identifier, transfer] : transfers_) {
-    if (transfer->deadline() <= now) expired.push_back(transfer.get());
-  }
-  for (Transfer* transfer : expired) breakOff(*transfer, transfer->timedOut());
-}
-
-void Engine::breakOff(Transfer& transfer, TaskOutcome outcome) {
-  const auto connection = transfer.connection();
-  transfer.closeConnectionWithExchange();
-  end(transfer, std::move(outcome));
-  flush(connection);
-}
-
-// libcurl keeps the reset of a stream until the next one writes on its connection.
-void Engine::flush(const std::shared_ptr<TLSConnection>& connection) {
-  if (!connection) return;
-  Transfer* chosen = nullptr;
-  for (const auto& [identifier, transfer] : transfers_) {
-    if (transfer->connection() != connection) continue;
-    chosen = transfer.get();
-    if (chosen->mayFlushConnection()) break;
-  }
-  if (chosen != nullptr) chosen->flushConnection();
-}
-
-void Engine::end(Transfer& transfer, TaskOutcome outcome) {
-  const auto identifier = transfer.task().taskIdentifier();
-  const auto owned = transfers_.extract(identifier);
-  curl_multi_remove_handle(multi_.get(), transfer.easy());
-  slots_.release(identifier);
-  transfer.flushRest();
-  // Before anybody hears of the end.
-  transfer.closeFeed();
-  std::shared_ptr<DataTaskObject> task;
-  {
-    const MutexLock lock(mutex_);
-    const auto running = running_.extract(identifier);
-    task = running.mapped();
-  }
-  transfer.traceEnd(outcome);
-  task->complete(std::move(outcome));
-}
-
-int Engine::pollMilliseconds() const {
-  using std::chrono::milliseconds;
-  constexpr milliseconds kLongest{std::numeric_limits<int>::max()};
-  auto earliest = slots_.nextProbeEnd().value_or(SteadyTime::max());
-  for (const auto& [identifier, transfer] : transfers_)
-    earliest = std::min({earliest, transfer->deadline(), transfer->nextFlush()});
-  if (earliest == SteadyTime::max()) return static_cast<int>(kLongest.count());
-  const auto left = std::chrono::ceil<milliseconds>(earliest - std::chrono::steady_clock::now());
-  return static_cast<int>(std::clamp(left, milliseconds::zero(), kLongest).count());
-}
-
 void Engine::tearDown() {
-  for (const auto& [identifier, transfer] : transfers_)
-    curl_multi_remove_handle(multi_.get(), transfer->easy());
+  for (const Transfer* transfer : active_) curl_multi_remove_handle(multi_.get(), transfer->easy());
+  active_.clear();
   transfers_.clear();
   {
-    const MutexLock lock(mutex_);
+    const MutexLock lock(wakeMutex_);
     wakeable_ = nullptr;
   }
   multi_.reset();

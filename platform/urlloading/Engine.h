@@ -1,9 +1,11 @@
 // The I/O thread of one session object, and the libcurl multi handle that it drives.
 #pragma once
 
+#include "platform/urlloading/Agenda.h"
 #include "platform/urlloading/EasyHandles.h"
 #include "platform/urlloading/HostSlots.h"
 #include "platform/urlloading/IOThreads.h"
+#include "platform/urlloading/Outbox.h"
 #include "platform/urlloading/URLSessionObject.h"
 
 #include <local/platform/Mutex.h>
@@ -14,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace kvl::urlloading {
@@ -28,10 +31,10 @@ using MultiHandle = std::unique_ptr<CURLM, MultiDeleter>;
 // Runs transfers from the first task on. The session object and its tasks call the public part from
 // any thread; it becomes commands, which the I/O thread executes between two passes over all
 // transfers. The thread keeps the engine alive; it ends by itself when the engine is invalidated
-// and no task runs.
+// and no task runs. What tasks are to be told goes to `queue`.
 class Engine final : public Abandonable, public std::enable_shared_from_this<Engine> {
  public:
-  explicit Engine(URLSessionConfiguration configuration);
+  Engine(URLSessionConfiguration configuration, std::shared_ptr<DispatchQueue> queue);
   ~Engine() override;
 
   // From any thread.
@@ -47,7 +50,12 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   [[nodiscard]] std::vector<std::shared_ptr<DataTaskObject>> runningTasks() const;
   void abandon() override;
 
+  // For the I/O thread.
+  [[nodiscard]] Outbox& outbox() noexcept { return outbox_; }
+
  private:
+  static constexpr int kQuietPasses = 2;
+
   struct Command {
     enum class Kind { start, cancel, unpause, feed } kind;
     std::uint64_t identifier;
@@ -56,25 +64,36 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   };
 
   [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
-  void post(Command command) KVL_REQUIRES(mutex_);
   void postIfRunning(Command::Kind kind, std::uint64_t identifier);
-  void wake() KVL_REQUIRES(mutex_);
+  // Whether whoever has just changed what the I/O thread has to do must wake it, unlocked.
+  [[nodiscard]] bool takeSleep() KVL_REQUIRES(mutex_) { return std::exchange(isAsleep_, false); }
+  void wake() KVL_EXCLUDES(mutex_);
   [[nodiscard]] bool isOver() const KVL_REQUIRES(mutex_);
 
   // On the I/O thread.
   void run();
-  [[nodiscard]] bool hasWork() const;
+  // False when there is something to do at once.
+  [[nodiscard]] bool fallAsleep();
   [[nodiscard]] bool takeCommands(std::vector<Command>& commands);
   void execute(Command& command);
   void begin(Command& command);
   // Begins the exchange, now or when its host has room for it.
   void launch(Transfer& transfer);
   void perform(Transfer& transfer);
+  void activate(Transfer& transfer);
+  [[nodiscard]] bool isActive(const Transfer& transfer) const;
+  // Takes the transfer back from libcurl if it was there, and its slot.
+  void withdraw(Transfer& transfer);
+  // Looks at a transfer that is not in libcurl again when its time comes.
+  void lookLater(Transfer& transfer);
   void keepConnections();
   void launchAdmitted();
   void stop(Transfer& transfer);
   // One pass over all transfers.
   void step();
+  // Whether several exchanges use one connection in this pass.
+  [[nodiscard]] bool sharesConnection() const;
+  void notePass(bool isQuiet, bool isShared);
   void flushBodies(SteadyTime passBegan);
   // Waits for something to do.
   void waitForActivity();
@@ -90,6 +109,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   bool finishExchanges();
   void finishExchange(Transfer& transfer, CURLcode code);
   void expireIdle();
+  [[nodiscard]] std::vector<Transfer*> takeExpired(SteadyTime now);
   // Ends an exchange before its time, so that the server hears of it.
   void breakOff(Transfer& transfer, TaskOutcome outcome);
   void end(Transfer& transfer, TaskOutcome outcome);
@@ -106,19 +126,28 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   bool abandoned_ KVL_GUARDED_BY(mutex_) = false;
   std::vector<Command> commands_ KVL_GUARDED_BY(mutex_);
   std::map<std::uint64_t, std::shared_ptr<DataTaskObject>> running_ KVL_GUARDED_BY(mutex_);
+  // Whether the I/O thread waits, or is about to, and nobody has set about waking it.
+  bool isAsleep_ KVL_GUARDED_BY(mutex_) = false;
+
+  Mutex wakeMutex_ KVL_ACQUIRED_AFTER(mutex_);
   // `multi_` while it may be woken: from the thread's start to its end.
-  CURLM* wakeable_ KVL_GUARDED_BY(mutex_) = nullptr;
+  CURLM* wakeable_ KVL_GUARDED_BY(wakeMutex_) = nullptr;
 
   // The I/O thread's own, once it runs.
   MultiHandle multi_;
   std::optional<EasyHandles> handles_;
   HostSlots slots_;
+  Outbox outbox_;
   long keptConnections_ = 0;
   std::map<std::uint64_t, std::unique_ptr<Transfer>> transfers_;
+  // Those of them that are in libcurl, by identifier. Only these are looked at in each pass.
+  std::vector<Transfer*> active_;
+  // When to look at the others, whose deadlines mostly move away before they come.
+  Agenda waiting_;
   // Whether something called for the next pass, and how many in a row nothing did and found
-  // nothing.
+  // nothing: as many as it takes while no connection is shared.
   bool isDisturbed_ = true;
-  int quietPasses_ = 0;
+  int quietPasses_ = kQuietPasses;
 };
 
 }  // namespace kvl::urlloading

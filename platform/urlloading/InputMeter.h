@@ -39,8 +39,11 @@ class InputMeter {
   // Exchanges share the connection from here on.
   void share() noexcept { isShared_ = true; }
 
+  // An exchange uses the connection in this pass. Whether that makes several that share it.
+  [[nodiscard]] bool noteExchange() noexcept { return ++exchangesInPass_ > 1 && isShared_; }
   // What follows is of the next pass.
   void endPass() noexcept {
+    exchangesInPass_ = 0;
     inPass_ = 0;
     uselessInPass_ = 0;
     isActive_ = false;
@@ -64,6 +67,7 @@ class InputMeter {
   int socket_ = -1;
   bool needsNotice_ = false;
   bool isShared_ = false;
+  int exchangesInPass_ = 0;
   std::size_t inPass_ = 0;
   std::size_t uselessInPass_ = 0;
   std::size_t useless_ = 0;

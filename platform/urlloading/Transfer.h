@@ -35,6 +35,7 @@ class Transfer final : private ChallengeSource {
 
   [[nodiscard]] CURL* easy() const noexcept { return easy_.get(); }
   [[nodiscard]] DataTaskObject& task() const noexcept { return *task_; }
+  [[nodiscard]] std::uint64_t identifier() const noexcept { return task_->taskIdentifier(); }
 
   [[nodiscard]] RequestPriority priority() const noexcept { return request_->priority(); }
   // Scheme, host and port that the present request goes to.

@@ -41,7 +41,7 @@ URLSessionObject::URLSessionObject(URLSessionConfiguration configuration,
       delegate_(std::move(delegate)),
       queue_(DispatchQueue::serial(kQueueLabel)),
       challengeQueue_(challengeQueue ? std::move(challengeQueue) : std::shared_ptr(queue_)),
-      engine_(std::make_shared<Engine>(configuration_)) {}
+      engine_(std::make_shared<Engine>(configuration_, queue_)) {}
 
 URLSessionObject::~URLSessionObject() {
   engine_->invalidate();
@@ -191,15 +191,19 @@ void DataTaskObject::deliver(Data data) {
 }
 
 template <class Work>
+DispatchQueue::Block DataTaskObject::blockOf(std::shared_ptr<URLSessionObject> held, Work work) {
+  return [self = shared_from_this(), held = std::move(held), work = std::move(work)]() mutable {
+    const core::ThreadWork threadWork;
+    work(*self, *held);
+  };
+}
+
+template <class Work>
 void DataTaskObject::post(Work work) {
   auto held = session();
   if (!held) return;
-  auto& queue = held->queue();
-  queue.async(
-      [self = shared_from_this(), held = std::move(held), work = std::move(work)]() mutable {
-        const core::ThreadWork threadWork;
-        work(*self, *held);
-      });
+  Outbox& outbox = held->engine().outbox();
+  outbox.add(blockOf(std::move(held), std::move(work)));
 }
 
 void DataTaskObject::handOver(URLSessionObject& held, const Data& data) {
@@ -213,20 +217,39 @@ void DataTaskObject::handOver(URLSessionObject& held, const Data& data) {
   if (window_.release(data.size())) held.engine().unpause(identifier_);
 }
 
-// The last state of the progress is told before the completion is delivered.
 void DataTaskObject::complete(TaskOutcome outcome) {
-  const auto queue = meter_.finish();
-  if (!queue) return postFinish(std::move(outcome));
-  queue->async([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
+  const auto progress = meter_.finish();
+  progress ? finishAfter(*progress, std::move(outcome)) : finishOnQueue(std::move(outcome));
+}
+
+void DataTaskObject::conclude(TaskOutcome outcome) {
+  const auto progress = meter_.finish();
+  if (!progress) {
+    return post([outcome = std::move(outcome)](DataTaskObject& self, URLSessionObject&) mutable {
+      self.finish(std::move(outcome));
+    });
+  }
+  // What has been delivered comes before the end, which takes another way.
+  if (const auto held = session()) held->engine().outbox().flush();
+  finishAfter(*progress, std::move(outcome));
+}
+
+// The last state of the progress is told before the completion is delivered.
+void DataTaskObject::finishAfter(DispatchQueue& progress, TaskOutcome outcome) {
+  progress.async([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
     const core::ThreadWork threadWork;
-    self->postFinish(std::move(outcome));
+    self->finishOnQueue(std::move(outcome));
   });
 }
 
-void DataTaskObject::postFinish(TaskOutcome outcome) {
-  post([outcome = std::move(outcome)](DataTaskObject& self, URLSessionObject&) mutable {
+void DataTaskObject::finishOnQueue(TaskOutcome outcome) {
+  auto held = session();
+  if (!held) return;
+  DispatchQueue& queue = held->queue();
+  queue.async(blockOf(std::move(held), [outcome = std::move(outcome)](DataTaskObject& self,
+                                                                      URLSessionObject&) mutable {
     self.finish(std::move(outcome));
-  });
+  }));
 }
 
 void DataTaskObject::finish(TaskOutcome outcome) {
@@ -278,6 +301,7 @@ ChallengeAnswer DataTaskObject::ask(ProtectionSpace space,
   const auto gate = std::make_shared<ChallengeGate>(std::move(trust));
   if (!held || !openGate(gate))
     return {ChallengeDisposition::rejectProtectionSpace, nullptr, 0, Undecided::cancelled};
+  held->engine().outbox().flush();
   held->challengeQueue().async(
       [held, handler = gate->handler(), challenge = Challenge{std::move(space)}] {
         const core::ThreadWork work;

@@ -113,7 +113,7 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   void deliver(Data data);
   [[nodiscard]] ProgressMeter& meter() noexcept { return meter_; }
   // Ends the task; the first call counts.
-  void complete(TaskOutcome outcome);
+  void conclude(TaskOutcome outcome);
   // Waits for the delegate's answer.
   [[nodiscard]] ChallengeAnswer ask(ProtectionSpace space,
                                     std::shared_ptr<security::ServerTrust> trust,
@@ -124,11 +124,17 @@ class DataTaskObject final : public DataTask, public std::enable_shared_from_thi
   [[nodiscard]] std::optional<Error> start();
   [[nodiscard]] std::shared_ptr<URLSessionObject> session() const;
   [[nodiscard]] bool openGate(const std::shared_ptr<ChallengeGate>& gate);
-  // Runs `work` with this task and its session object on the latter's queue.
+  // A block that runs `work` with this task and its session object.
+  template <class Work>
+  [[nodiscard]] DispatchQueue::Block blockOf(std::shared_ptr<URLSessionObject> held, Work work);
+  // For the I/O thread: runs `work` on the session object's queue, after this pass.
   template <class Work>
   void post(Work work);
   void handOver(URLSessionObject& session, const Data& data);
-  void postFinish(TaskOutcome outcome);
+  // As `conclude`, for any thread, for a task of which the I/O thread knows nothing.
+  void complete(TaskOutcome outcome);
+  void finishAfter(DispatchQueue& progress, TaskOutcome outcome);
+  void finishOnQueue(TaskOutcome outcome);
   void finish(TaskOutcome outcome);
 
   const std::uint64_t identifier_;

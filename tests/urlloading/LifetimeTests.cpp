@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <future>
 #include <string>
@@ -36,21 +35,6 @@ extern "C" int __lsan_is_turned_off() {
 
 namespace kvl::testing {
 namespace {
-
-// How often these threads have gone to sleep.
-long sleepsOf(const std::vector<std::filesystem::path>& threads) {
-  long count = 0;
-  for (const auto& thread : threads) {
-    std::ifstream status(thread / "status");
-    for (std::string word; status >> word;) {
-      if (word != "voluntary_ctxt_switches:") continue;
-      long own = 0;
-      status >> own;
-      count += own;
-    }
-  }
-  return count;
-}
 
 class LifetimeTest : public URLSessionTest {
  protected:

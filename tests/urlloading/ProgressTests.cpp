@@ -182,6 +182,23 @@ TEST_F(ProgressTest, NewsAreToldWhileNothingHappens) {
   EXPECT_EQ(delegate->waitForCompletion()->code(), NSURLErrorCancelled);
 }
 
+TEST_F(ProgressTest, AnObservedTaskIsToldItsWholeBodyBeforeTheEnd) {
+  constexpr int kTasks = 100;
+  const TestTLSServer peer({}, answering(httpResponse("hello")));
+  for (int i = 0; i < kTasks; ++i) {
+    std::string text;
+    Semaphore ended;
+    const auto task = session->streamingTask(
+        URLRequest(peer.url("127.0.0.1")),
+        {nullptr, [&](const Data& piece) { text += piece.text(); },
+         [&](const URLResponseRef&, const std::optional<Error>&) { ended.signal(); }});
+    const Observation observation = task->observeProgress([](const TransferProgress&) {});
+    task->resume();
+    ended.wait();
+    ASSERT_EQ(text, "hello");
+  }
+}
+
 TEST_F(ProgressTest, AnObserverEndsItselfInside) {
   const TestTLSServer peer({}, answering(httpResponse("hello")));
   OutcomeBox box;

@@ -135,6 +135,20 @@ std::vector<std::filesystem::path> inputThreads() {
   return threads;
 }
 
+long sleepsOf(const std::vector<std::filesystem::path>& threads) {
+  long count = 0;
+  for (const auto& thread : threads) {
+    std::ifstream status(thread / "status");
+    for (std::string word; status >> word;) {
+      if (word != "voluntary_ctxt_switches:") continue;
+      long own = 0;
+      status >> own;
+      count += own;
+    }
+  }
+  return count;
+}
+
 Outcome load(URLSession& session, const URLRequest& request) {
   OutcomeBox box;
   session.dataTask(request, box.handler())->resume();

@@ -80,6 +80,9 @@ class OutcomeBox {
 // The folders, below /proc, of the threads that wait for what servers send.
 [[nodiscard]] std::vector<std::filesystem::path> inputThreads();
 
+// How often these threads have gone to sleep.
+[[nodiscard]] long sleepsOf(const std::vector<std::filesystem::path>& threads);
+
 [[nodiscard]] Outcome load(URLSession& session, const URLRequest& request);
 
 // An authority, a server and a client identity of it, and a session object that uses them.
