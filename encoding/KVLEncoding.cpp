@@ -31,7 +31,8 @@ template <class T>
 std::optional<T> objectOrFallback(DictionaryOrNone dictionary, std::string_view key,
                                   const std::optional<T>& fallback, std::string_view diagnostic) {
   auto object = storedObject<T>(dictionary, key, diagnostic);
-  return object ? object : fallback;
+  if (!object) return fallback;
+  return object;
 }
 
 // A date written as text; the empty text is absent.

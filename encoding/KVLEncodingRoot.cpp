@@ -16,19 +16,25 @@ constexpr std::string_view kRootErrorDomain = "korvale.vandrel.encoding.root";
 constexpr std::string_view kJSONErrorDomain = "korvale.vandrel.encoding.json";
 constexpr std::string_view kReasonKey = "data";
 
-// Sets the body and its type; on failure the error, and the request has no body.
+void setBody(kvl::Data body, std::string_view type, kvl::URLRequest& request) {
+  request.headers().set("Content-Type", type);
+  request.setBody(std::move(body));
+}
+
+// Sets the body and its type; on failure the error, and the request has no body. What can be
+// written is gone over once: writing says itself what it cannot hold.
 std::optional<kvl::Error> encodeRoot(const kvl::Value& root, kvl::URLRequest& request) {
   std::optional<kvl::Error> error;
-  if (kvl::isValidJSONObject(root)) {
-    request.headers().set("Content-Type", "application/json");
-    request.setBody(kvl::JSONFromValue(root, &error));
-  } else if (kvl::isValidForBinaryPropertyList(root)) {
-    request.headers().set("Content-Type", "application/x-plist");
-    request.setBody(kvl::binaryPropertyListFromValue(root, &error));
+  if (auto json = kvl::JSONIfValid(root, &error)) {
+    setBody(*std::move(json), "application/json", request);
+  } else if (error) {
+    return error;
+  } else if (auto list = kvl::binaryPropertyListFromValue(root, nullptr)) {
+    setBody(*std::move(list), "application/x-plist", request);
   } else {
-    error = kvl::Error(kRootErrorDomain, 1, {{kReasonKey, "invalid for request encoding"}});
+    return kvl::Error(kRootErrorDomain, 1, {{kReasonKey, "invalid for request encoding"}});
   }
-  return error;
+  return std::nullopt;
 }
 
 using RootDelivery = kvl::encoding::Delivery<std::optional<kvl::Value>>;
