@@ -7,9 +7,19 @@
 #include <algorithm>
 
 namespace kvl::security {
+namespace {
+
+// Those of the objects that a job used, which would otherwise pile up.
+void takeSignals(GMainContext* context) {
+  while (g_main_context_iteration(context, FALSE)) {
+  }
+}
+
+}  // namespace
 
 struct DeadlineWorker::Task {
   Job job;
+  Job afterwards;
   ObjectPtr<GCancellable> cancellable{g_cancellable_new()};
   Status status = errSecNotAvailable;
   bool ended = false;  // guarded by the worker's mutex
@@ -37,11 +47,12 @@ bool DeadlineWorker::ensureThread() {
   }
 }
 
-Status DeadlineWorker::run(Job job, Deadline deadline) {
+Status DeadlineWorker::run(Job job, Deadline deadline, Job afterwards) {
   // GLib ends the process when it gets no descriptor or thread.
   if (!core::hasSpareDescriptors() || !core::hasSpareThread()) return errSecInternalComponent;
   const auto task = std::make_shared<Task>();
   task->job = std::move(job);
+  task->afterwards = std::move(afterwards);
   {
     MutexLock lock(mutex_);
     waiting_.push_back(task);
@@ -71,13 +82,15 @@ void DeadlineWorker::serve() {
     const std::shared_ptr<Task> task = current_;
     lock.unlock();
     perform(*task);
-    // Signals of the objects that the job used would otherwise pile up.
-    while (g_main_context_iteration(context.get(), FALSE)) {
-    }
+    takeSignals(context.get());
     lock.lock();
-    current_.reset();
     task->ended = true;
     changed_.notifyAll();
+    lock.unlock();
+    performAfterwards(*task);
+    takeSignals(context.get());
+    lock.lock();
+    current_.reset();
   }
   lock.unlock();
   g_main_context_pop_thread_default(context.get());
@@ -86,6 +99,11 @@ void DeadlineWorker::serve() {
 void DeadlineWorker::perform(Task& task) {
   task.status = task.job(task.cancellable.get());
   task.job = nullptr;
+}
+
+void DeadlineWorker::performAfterwards(Task& task) {
+  if (task.afterwards && task.status == kSuccess) task.afterwards(task.cancellable.get());
+  task.afterwards = nullptr;
 }
 
 }  // namespace kvl::security

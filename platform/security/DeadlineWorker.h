@@ -29,7 +29,10 @@ class DeadlineWorker {
   // Jobs run one after another. errSecNotAvailable when the job has not ended by the deadline: it
   // is cancelled, or never begun when its turn has not come. errSecInternalComponent when the
   // system has no descriptors or threads left for it. The thread starts with the first job.
-  [[nodiscard]] Status run(Job job, Deadline deadline);
+  //
+  // `afterwards` runs once a job has succeeded and its caller heard so. Nobody waits for it but the
+  // next job, so it must end soon even when nobody cancels it.
+  [[nodiscard]] Status run(Job job, Deadline deadline, Job afterwards = nullptr);
 
  private:
   struct Task;
@@ -37,6 +40,7 @@ class DeadlineWorker {
   [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
   void serve();
   void perform(Task& task);
+  void performAfterwards(Task& task);
 
   Mutex mutex_;
   Condition changed_;

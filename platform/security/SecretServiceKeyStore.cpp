@@ -14,7 +14,7 @@
 #include <libsecret/secret.h>
 
 #include <algorithm>
-#include <atomic>
+#include <functional>
 #include <span>
 
 namespace kvl::security {
@@ -70,6 +70,8 @@ constexpr auto kPromptInterface = "org.freedesktop.Secret.Prompt";
 constexpr auto kPropertiesInterface = "org.freedesktop.DBus.Properties";
 // The path that stands for none.
 constexpr std::string_view kNoPath = "/";
+// How long tidying up waits for an answer, in ms: the next caller waits with it.
+constexpr int kTidyingAnswerLimit = 200;
 
 // Errors that say, before the service has answered anything, that there is none for this process.
 constexpr std::string_view kAbsenceErrors[] = {
@@ -107,7 +109,8 @@ class SecretServiceSession {
   [[nodiscard]] Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys);
   // Goes on after a failure, which it then tells.
   [[nodiscard]] Status remove(std::string_view tag, std::optional<Key::Class> keyClass);
-  // Deletes, whatever their tag, the keys of processes that ended without deleting them.
+  // Deletes, whatever their tag, the keys of processes that ended without deleting them. Gives up
+  // when the service takes more than a moment for an answer.
   void removeLeftOvers();
 
  private:
@@ -124,13 +127,14 @@ class SecretServiceSession {
   [[nodiscard]] Variant secretOf(const char* path);
   [[nodiscard]] Status load(const char* path, std::vector<StoredKey>& keys);
   [[nodiscard]] Status removeItem(const char* path);
-  [[nodiscard]] std::string makerOf(const char* path);
+  [[nodiscard]] std::optional<std::string> makerOf(const char* path);
   [[nodiscard]] bool failedWith(std::span<const std::string_view> errors) const;
   [[nodiscard]] bool isLocked() const { return wantsToAsk_ || failedWith({&kLockedError, 1}); }
   [[nodiscard]] bool isVanished() const { return failedWith(kVanishedErrors); }
   [[nodiscard]] Status status() const;
 
   GCancellable* const cancellable_;
+  int answerLimit_ = G_MAXINT;  // ms
   ErrorSlot error_;
   bool hasAnswered_ = false;
   bool wantsToAsk_ = false;  // the last reply
@@ -149,14 +153,14 @@ Status SecretServiceSession::open() {
   return connection_ ? kSuccess : static_cast<Status>(errSecNotAvailable);
 }
 
-// Takes over floating arguments. Null after an error; the cancellable is the only limit of time.
+// Takes over floating arguments. Null after an error.
 SecretServiceSession::Variant SecretServiceSession::call(const char* path, const char* interface,
                                                          const char* method, GVariant* arguments,
                                                          const char* replyType) {
   wantsToAsk_ = false;
   Variant reply(g_dbus_connection_call_sync(
       connection_.get(), kBusName, path, interface, method, arguments, G_VARIANT_TYPE(replyType),
-      G_DBUS_CALL_FLAGS_NONE, G_MAXINT, cancellable_, error_.out()));
+      G_DBUS_CALL_FLAGS_NONE, answerLimit_, cancellable_, error_.out()));
   if (reply) hasAnswered_ = true;
   return reply;
 }
@@ -213,23 +217,29 @@ Status SecretServiceSession::remove(std::string_view tag, std::optional<Key::Cla
 }
 
 void SecretServiceSession::removeLeftOvers() {
+  answerLimit_ = kTidyingAnswerLimit;
   const Variant paths = search(matchingAttributes(std::nullopt, std::nullopt).get());
   if (!paths) return;
   const ProcessMarks marks;
   GVariantIter iterator;
   g_variant_iter_init(&iterator, paths.get());
   const char* path = nullptr;
-  while (g_variant_iter_next(&iterator, "&o", &path) != FALSE)
-    if (marks.isOfEndedProcess(makerOf(path))) static_cast<void>(removeItem(path));
+  while (g_variant_iter_next(&iterator, "&o", &path) != FALSE) {
+    const auto maker = makerOf(path);
+    if (!maker && g_error_matches(error_.get(), G_IO_ERROR, G_IO_ERROR_TIMED_OUT)) return;
+    if (maker && marks.isOfEndedProcess(*maker)) static_cast<void>(removeItem(path));
+  }
 }
 
-std::string SecretServiceSession::makerOf(const char* path) {
+// Absent after an error.
+std::optional<std::string> SecretServiceSession::makerOf(const char* path) {
   const Variant reply = call(path, kPropertiesInterface, "Get",
                              g_variant_new("(ss)", kItemInterface, "Attributes"), "(v)");
-  if (!reply) return {};
+  if (!reply) return std::nullopt;
   const Variant boxed(g_variant_get_child_value(reply.get(), 0));
   const Variant attributes(g_variant_get_variant(boxed.get()));
-  if (g_variant_is_of_type(attributes.get(), G_VARIANT_TYPE("a{ss}")) == FALSE) return {};
+  if (g_variant_is_of_type(attributes.get(), G_VARIANT_TYPE("a{ss}")) == FALSE)
+    return std::string();
   return makerOfItem(attributes.get());
 }
 
@@ -342,17 +352,9 @@ class SecretServiceKeyStore final : public KeyStore {
 
   Status add(const StoredKey& key, Deadline deadline) override {
     if (const Status status = checkStorable(key); status != kSuccess) return status;
-    // Read after a failure too: the key stays where it is when only the tidying takes too long.
-    const auto isAdded = std::make_shared<std::atomic<bool>>(false);
-    const Status status = visit(
-        [key, isAdded, tidies = isTimeToTidy()](SecretServiceSession& session) {
-          const Status added = session.add(key);
-          *isAdded = added == kSuccess;
-          if (*isAdded && tidies) session.removeLeftOvers();
-          return added;
-        },
-        deadline);
-    return *isAdded ? kSuccess : status;
+    const auto add = [key](SecretServiceSession& session) { return session.add(key); };
+    if (!isTimeToTidy()) return visit(add, deadline);
+    return visit(add, deadline, [](SecretServiceSession& session) { session.removeLeftOvers(); });
   }
 
   Status find(std::optional<std::string_view> tag, std::vector<StoredKey>& keys,
@@ -380,15 +382,26 @@ class SecretServiceKeyStore final : public KeyStore {
   }
 
  private:
+  using Afterwards = std::function<void(SecretServiceSession&)>;
+
   template <class Operation>
-  Status visit(Operation operation, Deadline deadline) {
-    return worker_.run(
-        [operation = std::move(operation)](GCancellable* cancellable) {
-          SecretServiceSession session(cancellable);
-          const Status status = session.open();
-          return status == kSuccess ? operation(session) : status;
-        },
-        deadline);
+  Status visit(Operation operation, Deadline deadline, const Afterwards& afterwards = nullptr) {
+    // Of the job alone, or of the job and what comes after it.
+    const auto session = std::make_shared<std::optional<SecretServiceSession>>();
+    const auto job = [operation = std::move(operation), session,
+                      isLast = !afterwards](GCancellable* cancellable) {
+      session->emplace(cancellable);
+      const Status opened = (*session)->open();
+      const Status status = opened == kSuccess ? operation(**session) : opened;
+      if (isLast || status != kSuccess) session->reset();
+      return status;
+    };
+    if (!afterwards) return worker_.run(job, deadline);
+    return worker_.run(job, deadline, [afterwards, session](GCancellable*) {
+      afterwards(**session);
+      session->reset();
+      return kSuccess;
+    });
   }
 
   // With the first key and then now and then, since it takes a call for each key of any program.

@@ -114,5 +114,31 @@ TEST(DeadlineWorkerTest, WhatAJobOwnsGoesBeforeItsCallerHears) {
   EXPECT_EQ(owned.use_count(), 1);
 }
 
+TEST(DeadlineWorkerTest, WhatComesAfterwardsIsNotWaitedForByTheCallerButByTheNextJob) {
+  DeadlineWorker worker;
+  std::promise<void> answered;
+  std::atomic<bool> done = false;
+  const auto afterwards = [&](GCancellable*) {
+    answered.get_future().wait();
+    done = true;
+    return kSuccess;
+  };
+  EXPECT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon(), afterwards), kSuccess);
+  answered.set_value();
+  EXPECT_EQ(worker.run([&](GCancellable*) { return Status{done ? 1 : 2}; }, soon()), 1);
+}
+
+TEST(DeadlineWorkerTest, NothingComesAfterAJobThatFails) {
+  DeadlineWorker worker;
+  std::atomic<bool> done = false;
+  const auto afterwards = [&](GCancellable*) {
+    done = true;
+    return kSuccess;
+  };
+  EXPECT_EQ(worker.run([](GCancellable*) { return Status{42}; }, soon(), afterwards), 42);
+  EXPECT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon()), kSuccess);
+  EXPECT_FALSE(done);
+}
+
 }  // namespace
 }  // namespace kvl::security
