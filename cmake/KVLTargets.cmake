@@ -30,12 +30,36 @@ else()
   target_link_libraries(kvl_forking_flags INTERFACE kvl_flags)
 endif()
 
-# kvl_component(name SOURCES file... [PRIVATE_LINKS lib...] [LINKS lib...])
+# What optimised builds of the library's parts are made with. OFTEN: loops over every byte of a body.
+# SELDOM: what is done now and then, or waits for others meanwhile, so that size matters more than
+# speed. What is neither takes no copies of larger functions. CMake's own choice, -O3, makes the
+# library twice as large.
+function(kvl_optimise name)
+  cmake_parse_arguments(ARG "OFTEN;SELDOM" "" "" ${ARGN})
+  set(options -O2 -ffunction-sections -fdata-sections -fno-semantic-interposition)
+  if(ARG_SELDOM)
+    list(APPEND options -Os)
+  elseif(NOT ARG_OFTEN)
+    list(APPEND options $<$<CXX_COMPILER_ID:GNU>:--param=max-inline-insns-single=20>
+      $<$<CXX_COMPILER_ID:GNU>:--param=max-inline-insns-auto=8>)
+  endif()
+  target_compile_options(${name} PRIVATE "$<$<CONFIG:Release>:${options}>")
+endfunction()
+
+# kvl_component(name SOURCES file... [PRIVATE_LINKS lib...] [LINKS lib...]
+#               [OFTEN | SELDOM])
 # One subsystem as a static library. libkvlocal.so takes all of them in; tests link only what they
 # test.
 function(kvl_component name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
+  cmake_parse_arguments(ARG "OFTEN;SELDOM" "" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
+  set(speed)
+  if(ARG_OFTEN)
+    set(speed OFTEN)
+  elseif(ARG_SELDOM)
+    set(speed SELDOM)
+  endif()
+  kvl_optimise(${name} ${speed})
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE kvl_flags ${ARG_PRIVATE_LINKS})
@@ -48,4 +72,19 @@ function(kvl_program name)
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE kvl_flags ${ARG_LINKS})
+endfunction()
+
+# Whoever links libkvlocal.so in this tree needs, to run, the module that is itself linked with it.
+function(kvl_add_late_modules directory)
+  get_property(targets DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS)
+  foreach(target ${targets})
+    get_target_property(links ${target} LINK_LIBRARIES)
+    if("KVLocal::kvlocal" IN_LIST links)
+      add_dependencies(${target} kvlocal-bus)
+    endif()
+  endforeach()
+  get_property(children DIRECTORY ${directory} PROPERTY SUBDIRECTORIES)
+  foreach(child ${children})
+    kvl_add_late_modules(${child})
+  endforeach()
 endfunction()

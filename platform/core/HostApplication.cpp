@@ -3,7 +3,9 @@
 #include <local/platform/Atomic.h>
 #include <local/platform/HostApplication.h>
 
-#include <gio/gio.h>
+#include <dlfcn.h>
+
+#include <memory>
 
 namespace kvl {
 namespace {
@@ -11,6 +13,25 @@ namespace {
 Atomic<std::string>& identifier() {
   static NoDestructor<Atomic<std::string>> text;
   return *text;
+}
+
+// Whoever has an application of GIO's has GIO in the process. It is not brought in for the
+// question.
+std::optional<std::string> applicationIdentifier() {
+  struct Close {
+    void operator()(void* library) const noexcept { dlclose(library); }
+  };
+  const std::unique_ptr<void, Close> library(
+      dlopen("libgio-2.0.so.0", RTLD_LAZY | RTLD_LOCAL | RTLD_NOLOAD));
+  if (!library) return std::nullopt;
+  const auto application =
+      reinterpret_cast<void* (*)()>(dlsym(library.get(), "g_application_get_default"));
+  const auto name = reinterpret_cast<const char* (*)(void*)>(
+      dlsym(library.get(), "g_application_get_application_id"));
+  void* const found = application != nullptr && name != nullptr ? application() : nullptr;
+  const char* const text = found != nullptr ? name(found) : nullptr;
+  if (text == nullptr || *text == '\0') return std::nullopt;
+  return text;
 }
 
 }  // namespace
@@ -21,10 +42,7 @@ void setHostIdentifier(std::string_view text) {
 
 std::optional<std::string> hostIdentifier() {
   if (auto text = identifier().get(); !text.empty()) return text;
-  GApplication* application = g_application_get_default();
-  const char* id = application != nullptr ? g_application_get_application_id(application) : nullptr;
-  if (id == nullptr || *id == '\0') return std::nullopt;
-  return std::string(id);
+  return applicationIdentifier();
 }
 
 }  // namespace kvl

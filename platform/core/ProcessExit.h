@@ -6,6 +6,8 @@
 // has not begun never begins.
 #pragma once
 
+#include <local/platform/Export.h>
+
 #include <optional>
 
 namespace kvl::core {
@@ -34,8 +36,8 @@ class RunningBlock {
 
 // A piece of the framework's own work on a thread of ours, deliveries to the host among them. Made
 // while the process exits, it never returns, so the thread must not hold a lock. The exit waits a
-// moment for those that are under way.
-class ThreadWork {
+// moment for those that are under way. Exported for the library's own modules.
+class KVL_EXPORT ThreadWork {
  public:
   ThreadWork() noexcept;
   ~ThreadWork();

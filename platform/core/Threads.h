@@ -1,6 +1,8 @@
 // Threads of the framework's own, and whether the system has room for those of others.
 #pragma once
 
+#include <local/platform/Export.h>
+
 #include <sys/types.h>
 
 #include <chrono>
@@ -18,9 +20,9 @@ inline constexpr std::chrono::milliseconds kUntilNextTry{100};
 
 // Whether a few descriptors, or a thread, can be had at this moment. Asked before calls of a
 // library that ends the process when it gets none. Others may take them in the meantime, so this
-// makes such an end unlikely, not impossible.
-[[nodiscard]] bool hasSpareDescriptors() noexcept;
-[[nodiscard]] bool hasSpareThread() noexcept;
+// makes such an end unlikely, not impossible. Exported for the library's own modules.
+[[nodiscard]] KVL_EXPORT bool hasSpareDescriptors() noexcept;
+[[nodiscard]] KVL_EXPORT bool hasSpareThread() noexcept;
 
 // The process in which it was made. A child of fork(2) has none of the framework's threads, and
 // whatever another thread had locked stays locked there.

@@ -13,8 +13,6 @@
 namespace kvl::formatting {
 namespace {
 
-constexpr const char* kCLocale = "en_US_POSIX";
-
 // Far beyond the last year of RFC 3339, far below what a `time_t` holds.
 constexpr double kLastSecond = 1e15;
 
@@ -48,11 +46,6 @@ std::string localeFrom(std::initializer_list<const char*> variables) {
 }
 
 }  // namespace
-
-std::string withoutCLocale(std::string locale) {
-  if (locale == "C" || locale == "POSIX" || locale.starts_with("C.")) return kCLocale;
-  return locale;
-}
 
 std::string userTimeLocale() {
   return localeFrom({"LC_ALL", "LC_TIME", "LANG"});

@@ -19,7 +19,11 @@ namespace kvl::formatting {
 [[nodiscard]] std::string userMessageLocales();
 
 // `locale`, or en_US_POSIX for the C locale's names.
-[[nodiscard]] std::string withoutCLocale(std::string locale);
+inline constexpr const char* kCLocale = "en_US_POSIX";
+[[nodiscard]] inline std::string withoutCLocale(std::string locale) {
+  if (locale == "C" || locale == "POSIX" || locale.starts_with("C.")) return kCLocale;
+  return locale;
+}
 
 // The date at which a clock in GMT shows the day and time that the user's clock shows at `date`, to
 // the whole second. None where the system cannot tell: beyond its years, for no number.

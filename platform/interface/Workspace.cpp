@@ -1,11 +1,9 @@
 #include "platform/core/NoDestructor.h"
+#include "platform/interface/desktop/OpenOnDesktop.h"
 
 #include <local/platform/Atomic.h>
-#include <local/platform/Log.h>
 #include <local/platform/URL.h>
 #include <local/platform/Workspace.h>
-
-#include <gio/gio.h>
 
 #include <string>
 #include <utility>
@@ -23,14 +21,6 @@ Atomic<ErrorPresenter>& presentPresenter() {
   return *presenter;
 }
 
-bool openOnDesktop(const std::string& url) {
-  GError* error = nullptr;
-  if (g_app_info_launch_default_for_uri(url.c_str(), nullptr, &error) != FALSE) return true;
-  log(LogCategory::desktop, LogLevel::error, "error opening URL: %@: %@", url, error->message);
-  g_error_free(error);
-  return false;
-}
-
 }  // namespace
 
 URLOpener setURLOpener(URLOpener opener) {
@@ -40,7 +30,7 @@ URLOpener setURLOpener(URLOpener opener) {
 bool openURL(std::string_view url) {
   if (!URL::parse(url)) return false;
   const auto opener = presentOpener().get();
-  return opener ? opener(url) : openOnDesktop(std::string(url));
+  return opener ? opener(url) : interface::openOnDesktop(std::string(url));
 }
 
 ErrorPresenter setErrorPresenter(ErrorPresenter presenter) {

@@ -7,7 +7,6 @@
 
 #include "platform/core/ProcessExit.h"
 #include "platform/core/Threads.h"
-#include "platform/ipc/CallConnection.h"
 #include "platform/ipc/CallTransport.h"
 #include "platform/ipc/ChannelErrors.h"
 #include "platform/ipc/GLibPointers.h"
@@ -324,13 +323,9 @@ class BusTransport final : public CallTransport, public std::enable_shared_from_
 
 }  // namespace
 
-BusOptions::BusOptions() : trustedUser(getuid()) {}
-
-std::shared_ptr<ServiceConnection> makeBusConnection(const std::string& serviceName,
-                                                     BusOptions options) {
-  return std::make_shared<CallConnection>(
-      serviceName, std::make_shared<BusTransport>(serviceName, options.trustedUser),
-      options.replyTimeLimit);
+std::shared_ptr<CallTransport> makeBusTransport(const std::string& serviceName,
+                                                std::uint32_t trustedUser) {
+  return std::make_shared<BusTransport>(serviceName, trustedUser);
 }
 
 }  // namespace kvl::ipc

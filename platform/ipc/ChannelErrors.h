@@ -2,6 +2,7 @@
 #pragma once
 
 #include <local/platform/Error.h>
+#include <local/platform/Export.h>
 
 #include <cstdint>
 #include <string>
@@ -11,8 +12,8 @@
 namespace kvl::ipc {
 
 // Makes the errors of one service's channel. The transport's own words are kept under
-// NSDebugDescriptionErrorKey.
-class ChannelErrors {
+// NSDebugDescriptionErrorKey. Exported for the library's own modules.
+class KVL_EXPORT ChannelErrors {
  public:
   explicit ChannelErrors(std::string serviceName) : serviceName_(std::move(serviceName)) {}
 

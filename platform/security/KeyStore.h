@@ -5,6 +5,7 @@
 #include "platform/security/WipedBytes.h"
 
 #include <local/platform/Data.h>
+#include <local/platform/Export.h>
 #include <local/platform/Security.h>
 
 #include <chrono>
@@ -32,12 +33,14 @@ struct StoredKey {
 inline constexpr std::size_t kMaximumTextSize = 1024;
 inline constexpr std::size_t kMaximumKeySize = 16384;
 
+// Both are exported for the library's own modules.
+//
 // What every store accepts, so that all behave alike: kSuccess; errSecParam for an empty tag, an
 // empty key, or a text that is not UTF-8 or holds NUL; errSecDataTooLarge beyond the sizes above.
-[[nodiscard]] Status checkStorable(const StoredKey& key);
+[[nodiscard]] KVL_EXPORT Status checkStorable(const StoredKey& key);
 
 // Whether any key may be stored under this tag.
-[[nodiscard]] bool isUsableTag(std::string_view tag);
+[[nodiscard]] KVL_EXPORT bool isUsableTag(std::string_view tag);
 
 using Deadline = std::chrono::steady_clock::time_point;
 

@@ -2,6 +2,8 @@
 // was killed can be told from what a running one uses.
 #pragma once
 
+#include <local/platform/Export.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,8 +12,8 @@ namespace kvl::security {
 
 // Short texts, "1.place.process.start": the place stands for the boot of the machine and the
 // namespaces of processes and time; within it the number of a process and the time of its start
-// name one process for ever.
-class ProcessMarks {
+// name one process for ever. Exported for the library's own modules.
+class KVL_EXPORT ProcessMarks {
  public:
   // Reads in /proc where this process is. For one use: a child of fork(2) is another process.
   ProcessMarks();

@@ -1,6 +1,8 @@
 // Memory that is wiped before it is given back, for bytes of private keys.
 #pragma once
 
+#include <local/platform/Export.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -8,8 +10,8 @@
 
 namespace kvl::security {
 
-// Overwrites the memory in a way that no optimiser removes.
-void wipe(void* memory, std::size_t size) noexcept;
+// Overwrites the memory in a way that no optimiser removes. Exported for the library's own modules.
+KVL_EXPORT void wipe(void* memory, std::size_t size) noexcept;
 
 // Wipes every block before it goes back to `Upstream`, also when a container grows.
 template <class T, template <class> class Upstream = std::allocator>

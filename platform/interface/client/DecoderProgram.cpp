@@ -1,5 +1,7 @@
 #include "platform/interface/client/DecoderProgram.h"
 
+#include "platform/core/OwnFile.h"
+
 #include <local/platform/Log.h>
 
 #include <fcntl.h>
@@ -13,8 +15,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <fstream>
-#include <sstream>
 #include <system_error>
 #include <utility>
 
@@ -27,22 +27,6 @@ constexpr const char* kProgramFile = "kvlocal/kvlocal-image-decoder";
 constexpr int kControlSocket = 3;  // in the program
 constexpr std::chrono::seconds kLongestStart{10};
 constexpr std::chrono::seconds kLongestEnd{2};
-
-// The file that this code came from, by its mapping: the loader knows only the name that it was
-// opened by, which may count from a folder that the process has left.
-std::filesystem::path thisFile() {
-  const auto here = reinterpret_cast<std::uintptr_t>(&decoderPlaces);
-  std::ifstream mappings("/proc/self/maps");
-  for (std::string line; std::getline(mappings, line);) {
-    std::uintptr_t begin = 0;
-    std::uintptr_t end = 0;
-    char dash = 0;
-    std::istringstream(line) >> std::hex >> begin >> dash >> end;
-    if (here < begin || here >= end) continue;
-    return line.substr(std::min(line.find('/'), line.size()));
-  }
-  return {};
-}
 
 std::string textOf(int error) {
   return std::system_category().message(error);
@@ -137,9 +121,7 @@ void reap(const Descriptor& process) {
 }  // namespace
 
 std::vector<std::filesystem::path> decoderPlaces() {
-  const auto folder = thisFile().parent_path();
-  if (folder.empty()) return {};
-  return {folder / kProgramFile, folder.parent_path() / "lib" / kProgramFile};
+  return core::placesBesideLibrary(kProgramFile);
 }
 
 unsigned waitForInput(std::initializer_list<int> descriptors, Clock::time_point deadline) {

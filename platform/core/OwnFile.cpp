@@ -1,0 +1,36 @@
+#include "platform/core/OwnFile.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace kvl::core {
+namespace {
+
+// The file that this code came from, by its mapping: the loader knows only the name that it was
+// opened by, which may count from a folder that the process has left.
+std::filesystem::path thisFile() {
+  const auto here = reinterpret_cast<std::uintptr_t>(&placesBesideLibrary);
+  std::ifstream mappings("/proc/self/maps");
+  for (std::string line; std::getline(mappings, line);) {
+    std::uintptr_t begin = 0;
+    std::uintptr_t end = 0;
+    char dash = 0;
+    std::istringstream(line) >> std::hex >> begin >> dash >> end;
+    if (here < begin || here >= end) continue;
+    return line.substr(std::min(line.find('/'), line.size()));
+  }
+  return {};
+}
+
+}  // namespace
+
+std::vector<std::filesystem::path> placesBesideLibrary(std::string_view name) {
+  const auto folder = thisFile().parent_path();
+  if (folder.empty()) return {};
+  return {folder / name, folder.parent_path() / "lib" / name};
+}
+
+}  // namespace kvl::core

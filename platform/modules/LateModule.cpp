@@ -1,0 +1,68 @@
+#include "platform/modules/LateModule.h"
+
+#include "platform/core/OwnFile.h"
+#include "platform/core/ProcessExit.h"
+
+#include <local/platform/Log.h>
+
+#include <dlfcn.h>
+
+#include <exception>
+#include <filesystem>
+#include <system_error>
+
+namespace kvl::modules {
+namespace {
+
+// A library that was replaced under a running process must not meet the next version's modules.
+using Entry = void* (*)(const char* version);
+
+std::string loaderProblem() {
+  const char* const text = dlerror();
+  return text == nullptr ? "unknown" : text;
+}
+
+std::filesystem::path placeOf(const char* file) {
+  std::error_code ignored;
+  for (const auto& place : core::placesBesideLibrary(file)) {
+    if (place.is_absolute() && std::filesystem::exists(place, ignored)) return place;
+  }
+  return {};
+}
+
+}  // namespace
+
+void* LateModule::load(std::string& problem) const {
+  const auto place = placeOf(file_);
+  if (place.empty()) {
+    problem = "it does not lie beside the library";
+    return nullptr;
+  }
+  void* const module = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+  void* const entry = module == nullptr ? nullptr : dlsym(module, name_);
+  if (entry == nullptr) {
+    problem = loaderProblem();
+    return nullptr;
+  }
+  void* const part = reinterpret_cast<Entry>(entry)(KVL_BUILD_VERSION);
+  if (part == nullptr) problem = "it is of another version";
+  core::standBeforeStatics();
+  return part;
+}
+
+// Without a lock, which would be held while the loader takes its own: threads that come at the same
+// time load the same module and get the same part.
+void* LateModule::get() noexcept {
+  if (void* const part = part_.load(std::memory_order_acquire)) return part;
+  try {
+    std::string problem;
+    void* const part = load(problem);
+    part_.store(part, std::memory_order_release);
+    if (part != nullptr || isNoted_.exchange(true)) return part;
+    log(LogCategory::general, LogLevel::error, "%@ is not to be had: %@", file_, problem);
+  } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): no memory even for that
+  }
+  return nullptr;
+}
+
+}  // namespace kvl::modules

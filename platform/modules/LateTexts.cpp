@@ -1,0 +1,11 @@
+#include "platform/formatting/Texts.h"
+#include "platform/modules/LateModule.h"
+
+namespace kvl::formatting {
+
+Texts* texts() noexcept {
+  constinit static modules::LateModule module("kvlocal/kvlocal-texts.so", "kvlocalTexts");
+  return static_cast<Texts*>(module.get());
+}
+
+}  // namespace kvl::formatting

@@ -1,0 +1,9 @@
+// The entry of kvlocal-texts.so.
+#include "platform/formatting/Texts.h"
+
+#include <string_view>
+
+extern "C" __attribute__((visibility("default"))) void* kvlocalTexts(const char* version) noexcept {
+  if (std::string_view(version) != KVL_BUILD_VERSION) return nullptr;
+  return &kvl::formatting::icuTexts();
+}
