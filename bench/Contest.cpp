@@ -18,12 +18,6 @@
 namespace kvlbench {
 namespace {
 
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  const std::size_t half = values.size() / 2;
-  return values.size() % 2 == 1 ? values[half] : (values[half - 1] + values[half]) / 2;
-}
-
 void useCore(unsigned core) {
   if (std::thread::hardware_concurrency() <= core) return;
   cpu_set_t cores;
@@ -40,21 +34,26 @@ std::vector<std::string> joined(std::vector<std::string> first,
   return first;
 }
 
-Outcome runProbe(const std::vector<std::string>& command, const std::filesystem::path& log) {
+std::vector<double> numbersOf(const std::vector<std::string>& command,
+                              const std::filesystem::path& log, std::size_t count) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
   kvltest::ChildProcess probe(command, kvltest::environmentWith({}), log, ends[1]);
   close(ends[1]);
   FILE* output = fdopen(ends[0], "r");
-  Outcome outcome;
-  const int fields = std::fscanf(output, "%lf %lf %lf %lf", &outcome.rate, &outcome.median,
-                                 &outcome.slowest, &outcome.processor);
+  std::vector<double> numbers;
+  for (double number = 0; std::fscanf(output, "%lf", &number) == 1;) numbers.push_back(number);
   std::fclose(output);
   probe.wait();
-  if (fields == 4) return outcome;
+  if (numbers.size() == count) return numbers;
   std::ifstream text(log);
   throw std::runtime_error(command.front() +
                            " failed: " + std::string(std::istreambuf_iterator<char>(text), {}));
+}
+
+Outcome runProbe(const std::vector<std::string>& command, const std::filesystem::path& log) {
+  const auto numbers = numbersOf(command, log, 4);
+  return {.rate = numbers[0], .median = numbers[1], .slowest = numbers[2], .processor = numbers[3]};
 }
 
 Outcomes takeTurns(const std::vector<Contestant>& contestants,
@@ -69,6 +68,12 @@ Outcomes takeTurns(const std::vector<Contestant>& contestants,
     }
   }
   return outcomes;
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const std::size_t half = values.size() / 2;
+  return values.size() % 2 == 1 ? values[half] : (values[half - 1] + values[half]) / 2;
 }
 
 double middle(const std::vector<Outcome>& of, double Outcome::* figure) {

@@ -30,8 +30,11 @@ using Outcomes = std::map<std::string, std::vector<Outcome>>;
 [[nodiscard]] std::vector<std::string> joined(std::vector<std::string> first,
                                               const std::vector<std::string>& second);
 
-// What the program prints: rate, median, slowest and processor, in this order.
+// So many numbers that the program prints.
 // Throws std::runtime_error with its standard error when it fails.
+[[nodiscard]] std::vector<double> numbersOf(const std::vector<std::string>& command,
+                                            const std::filesystem::path& log, std::size_t count);
+// What it prints is rate, median, slowest and processor, in this order.
 [[nodiscard]] Outcome runProbe(const std::vector<std::string>& command,
                                const std::filesystem::path& log);
 
@@ -39,6 +42,7 @@ using Outcomes = std::map<std::string, std::vector<Outcome>>;
 [[nodiscard]] Outcomes takeTurns(const std::vector<Contestant>& contestants,
                                  const std::function<Outcome(const Contestant&)>& run);
 
+[[nodiscard]] double median(std::vector<double> values);
 // The middle of all turns' figures, and of what they are in parts of the other's of the same turn.
 [[nodiscard]] double middle(const std::vector<Outcome>& of, double Outcome::* figure);
 [[nodiscard]] double ratio(const std::vector<Outcome>& of, const std::vector<Outcome>& to,

@@ -101,10 +101,11 @@ void lookUp(benchmark::State& state, JSONTreePeer& peer) {
 }
 
 // times_peer: what writing a document costs in multiples of the peer's cost.
-void write(benchmark::State& state, JSONTreePeer& peer) {
+template <class Write>
+void compareWriting(benchmark::State& state, JSONTreePeer& peer, Write write) {
   const std::string text = paddedDocument(state);
   const kvl::Value document = valueOf(text);
-  const auto writeSubject = [&] { return kvl::JSONFromValue(document, nullptr)->size(); };
+  const auto writeSubject = [&] { return write(document, nullptr)->size(); };
   peer.load(text);
   if (writeSubject() != peer.write() && peer.spellsNumbersAlike())
     state.SkipWithError("the texts differ");
@@ -113,6 +114,15 @@ void write(benchmark::State& state, JSONTreePeer& peer) {
              state, [&] { return timeOf([&] { benchmark::DoNotOptimize(peer.write()); }); },
              [&] { return timeOf([&] { benchmark::DoNotOptimize(writeSubject()); }); }),
          text.size());
+}
+
+void write(benchmark::State& state, JSONTreePeer& peer) {
+  compareWriting(state, peer, kvl::JSONFromValue);
+}
+
+// What nobody has looked at, as hosts submit it: the peer does not look.
+void submit(benchmark::State& state, JSONTreePeer& peer) {
+  compareWriting(state, peer, kvl::JSONIfValid);
 }
 
 template <class Peer>
@@ -142,6 +152,7 @@ bool compareAll(const std::string& name, std::unique_ptr<JSONTreePeer> (*make)()
                     [](benchmark::State& state, JSONTreePeer& peer) { read(state, peer); });
   add("lookUpBeside" + name, make, lookUp);
   add("writeJSONBeside" + name, make, write);
+  add("submitJSONBeside" + name, make, submit);
   return true;
 }
 

@@ -45,6 +45,11 @@ class FeedWorld {
     kvlbench::useClientCore();
   }
 
+  [[nodiscard]] std::vector<double> numbersOf(const char* program, std::size_t count) const {
+    return kvlbench::numbersOf(
+        {program, "--folder", folder_.path().string(), "--port", std::to_string(server_.port())},
+        folder_.path() / "probe.log", count);
+  }
   [[nodiscard]] Outcome run(const Contestant& contestant) const {
     return kvlbench::runProbe(
         kvlbench::joined({contestant.program, "--folder", folder_.path().string(), "--port",
@@ -99,6 +104,23 @@ void feed(benchmark::State& state, int perSecond, const std::string& name) {
     state.SetIterationTime(of.front().median * 1e-6);
   }
 }
+
+// own_MiB: what a process takes more, of memory that it shares with nobody, once its session is
+// there and has had the first event.
+void idleSession(benchmark::State& state) {
+  const FeedWorld world(2);
+  std::vector<double> memory;
+  std::vector<double> threads;
+  for ([[maybe_unused]] auto iteration : state) {
+    const auto numbers = world.numbersOf(KVL_IDLE_PROBE, 2);
+    memory.push_back(numbers[0]);
+    threads.push_back(numbers[1]);
+    state.SetIterationTime(1);
+  }
+  state.counters["own_MiB"] = kvlbench::median(memory);
+  state.counters["threads"] = kvlbench::median(threads);
+}
+BENCHMARK(idleSession)->UseManualTime()->Iterations(5);
 
 }  // namespace
 
