@@ -105,7 +105,7 @@ class DocumentBuilder {
   const void* placeEntries(std::span<const PendingEntry> entries) {
     const void* const placed = next_;
     for (const auto& [key, value] : entries) {
-      new (next_) std::string_view(key);
+      new (next_) std::string_view(key.data(), key.size());
       next_ += sizeof(std::string_view);
       place(value);
     }

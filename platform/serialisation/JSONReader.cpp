@@ -38,6 +38,13 @@ std::uint64_t signature(std::string_view key) noexcept {
   return std::uint64_t{1} << ((key.size() * 7 + first * 5U + last * 3U) & 63);
 }
 
+// Part by part, as they have just been written: what is read in one piece that was written in two
+// has to wait for the cache.
+void copyParts(const detail::ValueCell& from, detail::ValueCell& to) noexcept {
+  to.head = from.head;
+  to.payload.integer = from.payload.integer;
+}
+
 // Builds a document from the tokens of its text. Made by `parseText` for one document.
 class JSONParser {
  public:
@@ -77,9 +84,9 @@ class JSONParser {
   // What follows an element: a comma, or the end of the container.
   Token parseSeparator(Token token, char closer, bool& isLast);
 
-  bool unescape(std::string_view& string);
+  std::string_view unescape(std::string_view string);
   bool isEnd(const char* end, Token token) const noexcept;
-  bool replaceEntry(std::size_t first, const Builder::PendingEntry& entry) noexcept;
+  bool replaceEntry(std::size_t first, std::string_view key, const Cell& value) noexcept;
   [[nodiscard]] bool isTruncated() const noexcept;
 
   const char* const text_;
@@ -91,7 +98,6 @@ class JSONParser {
   JSONStack<Cell>& elements_;
   JSONStack<Builder::PendingEntry>& entries_;
   std::size_t depth_ = 0;
-  std::string unescaped_;
   std::string_view problem_;
   std::size_t offset_ = 0;
 };
@@ -170,25 +176,27 @@ std::optional<Value> JSONParser::parse() {
   const char* last = text_ + token[1] - 1;
   while (*last != '"') --last;
   string = {first, last};
-  if (nextBackslash_ < last && !unescape(string)) return fail(token, "an escape is malformed");
+  if (nextBackslash_ < last) {
+    string = unescape(string);
+    if (string.data() == nullptr) return fail(token, "an escape is malformed");
+  }
   return token + 1;
 }
 
-bool JSONParser::unescape(std::string_view& string) {
+// The string without its escapes, or one without a place.
+std::string_view JSONParser::unescape(std::string_view string) {
   if (nextBackslash_ < string.begin()) {
-    const char* const end = text_ + lastToken_[1];
-    const auto size = static_cast<std::size_t>(end - string.begin());
+    const char* const textEnd = text_ + lastToken_[1];
+    const auto size = static_cast<std::size_t>(textEnd - string.begin());
     const void* found = std::memchr(string.begin(), '\\', size);
-    nextBackslash_ = found != nullptr ? static_cast<const char*>(found) : end;
+    nextBackslash_ = found != nullptr ? static_cast<const char*>(found) : textEnd;
   }
-  if (nextBackslash_ >= string.end()) return true;
-  unescaped_.clear();
-  if (!serialisation::appendUnescaped(unescaped_, string)) return false;
+  if (nextBackslash_ >= string.end()) return string;
+  char* const kept = builder_.allocateText(string.size());
+  const char* const end = serialisation::writeUnescaped(kept, string);
+  if (end == nullptr) return {};
   nextBackslash_ = string.end();
-  char* const kept = builder_.allocateText(unescaped_.size());
-  std::ranges::copy(unescaped_, kept);
-  string = {kept, unescaped_.size()};
-  return true;
+  return {kept, end};
 }
 
 // Whether only white space stands between `end` and the next token.
@@ -254,7 +262,7 @@ inline JSONParser::Token JSONParser::parseElements(Token token, Cell& value) {
     Cell element{};
     token = parseValue(token, element);
     if (token == nullptr) return nullptr;
-    elements_.push(element);
+    copyParts(element, elements_.push());
     token = parseSeparator(token, ']', isLast);
     if (token == nullptr) return nullptr;
   }
@@ -267,13 +275,18 @@ inline JSONParser::Token JSONParser::parseEntries(Token token, Cell& value) {
   const std::size_t first = entries_.size();
   std::uint64_t seen = 0;
   for (bool isLast = false; !isLast;) {
-    Builder::PendingEntry entry{};
-    token = parseKey(token, entry.key);
+    std::string_view key;
+    token = parseKey(token, key);
     if (token == nullptr) return nullptr;
-    token = parseValue(token, entry.value);
+    Cell content{};
+    token = parseValue(token, content);
     if (token == nullptr) return nullptr;
-    const std::uint64_t bit = signature(entry.key);
-    if ((seen & bit) == 0 || !replaceEntry(first, entry)) entries_.push(entry);
+    const std::uint64_t bit = signature(key);
+    if ((seen & bit) == 0 || !replaceEntry(first, key, content)) {
+      Builder::PendingEntry& entry = entries_.push();
+      entry.key = key;
+      copyParts(content, entry.value);
+    }
     seen |= bit;
     token = parseSeparator(token, '}', isLast);
     if (token == nullptr) return nullptr;
@@ -293,12 +306,12 @@ inline JSONParser::Token JSONParser::parseKey(Token token, std::string_view& key
 
 // Whether there is an entry of that key already, which has the new value then. A large
 // dictionary's repeated keys are found when it is built.
-bool JSONParser::replaceEntry(std::size_t first, const Builder::PendingEntry& entry) noexcept {
+bool JSONParser::replaceEntry(std::size_t first, std::string_view key, const Cell& value) noexcept {
   const auto earlier = entries_.from(first);
   if (earlier.size() > detail::kUnindexedSize) return false;
-  const auto found = std::ranges::find(earlier, entry.key, &Builder::PendingEntry::key);
+  const auto found = std::ranges::find(earlier, key, &Builder::PendingEntry::key);
   if (found == earlier.end()) return false;
-  found->value = entry.value;
+  found->value = value;
   return true;
 }
 

@@ -57,33 +57,40 @@ std::optional<char32_t> takeCodePoint(std::string_view& text) noexcept {
   return 0x10000 + ((*unit - 0xD800) << 10) + (*low - 0xDC00);
 }
 
-void appendUTF8(std::string& text, char32_t point) {
+char* writeUTF8(char* out, char32_t point) noexcept {
   const auto trail = [point](int shift) {
     return static_cast<char>(0x80 | (point >> shift & 0x3F));
   };
   if (point < 0x80) {
-    text += static_cast<char>(point);
+    *out++ = static_cast<char>(point);
   } else if (point < 0x800) {
-    text += {static_cast<char>(0xC0 | point >> 6), trail(0)};
+    *out++ = static_cast<char>(0xC0 | point >> 6);
+    *out++ = trail(0);
   } else if (point < 0x10000) {
-    text += {static_cast<char>(0xE0 | point >> 12), trail(6), trail(0)};
+    *out++ = static_cast<char>(0xE0 | point >> 12);
+    *out++ = trail(6);
+    *out++ = trail(0);
   } else {
-    text += {static_cast<char>(0xF0 | point >> 18), trail(12), trail(6), trail(0)};
+    *out++ = static_cast<char>(0xF0 | point >> 18);
+    *out++ = trail(12);
+    *out++ = trail(6);
+    *out++ = trail(0);
   }
+  return out;
 }
 
-// Appends what the escape at the front of `escaped` stands for, and takes it off.
-bool appendEscape(std::string& text, std::string_view& escaped) {
-  if (escaped.size() < 2) return false;
+// Writes what the escape at the front of `escaped` stands for, and takes it off.
+char* writeEscape(char* out, std::string_view& escaped) noexcept {
+  if (escaped.size() < 2) return nullptr;
   if (escaped[1] == 'u') {
     const auto point = takeCodePoint(escaped);
-    if (point) appendUTF8(text, *point);
-    return point.has_value();
+    return point ? writeUTF8(out, *point) : nullptr;
   }
   const char character = plainEscape(escaped[1]);
-  text += character;
+  if (character == '\0') return nullptr;
   escaped.remove_prefix(2);
-  return character != '\0';
+  *out = character;
+  return out + 1;
 }
 
 }  // namespace
@@ -108,14 +115,15 @@ JSONNumberReader::Result JSONNumberReader::readReal(const char* begin, const cha
   return Result::real;
 }
 
-bool appendUnescaped(std::string& text, std::string_view escaped) {
-  for (;;) {
+char* writeUnescaped(char* out, std::string_view escaped) noexcept {
+  while (out != nullptr) {
     const std::size_t plain = std::min(escaped.find('\\'), escaped.size());
-    text += escaped.substr(0, plain);
+    out = std::copy_n(escaped.data(), plain, out);
     escaped.remove_prefix(plain);
-    if (escaped.empty()) return true;
-    if (!appendEscape(text, escaped)) return false;
+    if (escaped.empty()) return out;
+    out = writeEscape(out, escaped);
   }
+  return nullptr;
 }
 
 }  // namespace kvl::serialisation

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <limits>
-#include <string>
 #include <string_view>
 
 namespace kvl::serialisation {
@@ -55,8 +54,9 @@ class JSONNumberReader {
   const char* end_ = nullptr;
 };
 
-// Appends what stands between the quotes of a string, without its escapes. False for a malformed
-// escape, and for half of a surrogate pair.
-[[nodiscard]] bool appendUnescaped(std::string& text, std::string_view escaped);
+// Writes what stands between the quotes of a string, without its escapes: never more than that.
+// Returns the end of what it has written, or null for a malformed escape, and for half of a
+// surrogate pair.
+[[nodiscard]] char* writeUnescaped(char* out, std::string_view escaped) noexcept;
 
 }  // namespace kvl::serialisation

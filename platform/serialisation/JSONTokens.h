@@ -29,9 +29,10 @@ class JSONStack {
   [[nodiscard]] std::span<T> from(std::size_t first) noexcept {
     return {memory_.get() + first, size_ - first};
   }
-  void push(const T& element) {
+  // A new element, to be written.
+  [[nodiscard]] T& push() {
     if (size_ == capacity_) grow();
-    memory_[size_++] = element;
+    return memory_[size_++];
   }
   void shrink(std::size_t size) noexcept { size_ = size; }
 
