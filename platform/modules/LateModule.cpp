@@ -9,7 +9,6 @@
 
 #include <exception>
 #include <filesystem>
-#include <system_error>
 
 namespace kvl::modules {
 namespace {
@@ -22,12 +21,10 @@ std::string loaderProblem() {
   return text == nullptr ? "unknown" : text;
 }
 
+// Nowhere but in the library's own folder: a neighbour of that may be anybody's.
 std::filesystem::path placeOf(const char* file) {
-  std::error_code ignored;
-  for (const auto& place : core::placesBesideLibrary(file)) {
-    if (place.is_absolute() && std::filesystem::exists(place, ignored)) return place;
-  }
-  return {};
+  const auto places = core::placesBesideLibrary(file);
+  return !places.empty() && places.front().is_absolute() ? places.front() : std::filesystem::path();
 }
 
 }  // namespace
@@ -35,7 +32,7 @@ std::filesystem::path placeOf(const char* file) {
 void* LateModule::load(std::string& problem) const {
   const auto place = placeOf(file_);
   if (place.empty()) {
-    problem = "it does not lie beside the library";
+    problem = "nobody knows where the library lies";
     return nullptr;
   }
   void* const module = dlopen(place.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);

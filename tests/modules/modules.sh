@@ -1,26 +1,28 @@
 #!/bin/bash
 # usage: modules.sh late|missing|foreign|damaged HOST LIBRARY
 # What a host sees of the parts of the library that are loaded when they are first used: where they
-# lie, where they do not, where only the working directory and the environment offer some, and where
-# they are no libraries.
+# lie, where they do not, where only the working directory, the environment and the folder beside the
+# library's offer some, and where they are no libraries.
 set -euo pipefail
 mode=$1 host=$2 library=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 if [ "$mode" != late ]; then
-  mkdir "$work/lib"
-  cp "$library" "$work/lib/$(basename "$(readelf -d "$library" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')")"
-  export LD_LIBRARY_PATH=$work/lib
+  mkdir "$work/own"
+  cp "$library" "$work/own/$(basename "$(readelf -d "$library" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')")"
+  export LD_LIBRARY_PATH=$work/own
 fi
 case $mode in
   foreign)
+    mkdir "$work/lib"
     cp -r "$(dirname "$library")/kvlocal" "$work/kvlocal"
-    export LD_LIBRARY_PATH=$work/lib:$work/kvlocal
+    cp -r "$work/kvlocal" "$work/lib/kvlocal"
+    export LD_LIBRARY_PATH=$work/own:$work/kvlocal:$work/lib
     ;;
   damaged)
-    mkdir "$work/lib/kvlocal"
-    echo 'no library' | tee "$work/lib/kvlocal/kvlocal-texts.so" >"$work/lib/kvlocal/kvlocal-bus.so"
+    mkdir "$work/own/kvlocal"
+    echo 'no library' | tee "$work/own/kvlocal/kvlocal-texts.so" >"$work/own/kvlocal/kvlocal-bus.so"
     ;;
 esac
 cd "$work"
