@@ -133,15 +133,20 @@ class PropertyListEncoder {
   [[nodiscard]] Data take() { return std::move(buffer_).take(); }
 
  private:
-  // What the whole list takes at most, so that the bytes stay where they are written.
+  // What the whole list takes at most, and hardly less, so that the bytes stay where they are
+  // written.
   [[nodiscard]] std::size_t mostBytes() const {
-    constexpr std::size_t kMostWithoutContent = 1 + 1 + 8 + 8;  // marker, count, its offset
     std::size_t most = kHeader.size() + kTrailerBytes;
-    for (const auto& object : objects_.all()) {
-      const std::size_t unit = object.bytes != nullptr ? 1 + !object.isASCII : referenceSize_;
-      most += kMostWithoutContent + unit * object.size;
-    }
-    return most;
+    for (const auto& object : objects_.all()) most += mostBytesOf(object);
+    return most + objects_.all().size() * sizeOf(most);
+  }
+
+  [[nodiscard]] std::size_t mostBytesOf(const PropertyListObject& object) const {
+    constexpr std::size_t kMarker = 1;
+    if (object.size == 0) return kMarker + sizeof object.number;
+    const std::size_t unit = object.bytes == nullptr ? referenceSize_ : object.isASCII ? 1 : 2;
+    const std::size_t count = object.size < kCountFollows ? 0 : 1 + sizeOf(object.size);
+    return kMarker + count + unit * object.size;
   }
 
   void append(std::uint8_t byte) { buffer_.append(static_cast<char>(byte)); }
