@@ -294,6 +294,7 @@ std::optional<Data> EventStreamParser::data() const {
 void EventStreamParser::setData(const std::optional<Data>& data) {
   const MutexLock lock(mutex_);
   hasData_ = data.has_value();
+  isGiven_ = true;
   partialLine_.assign(data ? data->text() : std::string_view());
 }
 
@@ -337,10 +338,13 @@ std::vector<std::shared_ptr<KVLEvent>> EventStreamParser::read(const Data& chunk
   LineSource carried{before.line};
   LineSource source{chunk};
   if (!before.line.empty()) {
+    const std::string_view text = before.line.text();
     if (before.isTooLong) {
-      collector.giveUp(before.line.text(), line.text);
+      collector.giveUp(text, line.text);
+    } else if (before.isGiven) {
+      collector.take(takeLines(collector, scan(text), text, carried), carried);
     } else {
-      collector.take({before.line.text(), before.isASCII}, carried);
+      collector.take({text, before.isASCII}, carried);
     }
     bytes.remove_prefix(line.text.size() + 1);
     line = scan(bytes);
@@ -359,7 +363,7 @@ EventStreamParser::Beginning EventStreamParser::begin(const core::ScannedLine& f
   if (partialLine_.empty()) return {event_, {}};
   if (isTooLong(first.text.size())) return {event_, partialLine_.share(), false, true};
   const bool isASCII = partialLine_.isASCII() && first.isASCII;
-  return {event_, partialLine_.completed(first.text), isASCII};
+  return {event_, partialLine_.completed(first.text), isASCII, false, isGiven_};
 }
 
 // Whether the carried line is too long with so many bytes more.
@@ -377,6 +381,7 @@ void EventStreamParser::carry(const core::ScannedLine& rest, const Data* complet
     if (completed != nullptr) {
       partialLine_.reclaim(*completed);
       partialLine_.clear();
+      isGiven_ = false;
     }
     hasData_ = true;
     skipping_ = isTooLong(rest.text.size());

@@ -48,6 +48,7 @@ class EventStreamParser {
     Data line;
     bool isASCII = true;
     bool isTooLong = false;
+    bool isGiven = false;
   };
 
   [[nodiscard]] Beginning begin(const core::ScannedLine& first);
@@ -62,6 +63,8 @@ class EventStreamParser {
   bool hasData_ KVL_GUARDED_BY(mutex_) = false;
   // What `data` is, if it is there.
   mutable PartialLine partialLine_ KVL_GUARDED_BY(mutex_);
+  // Whether it was set, so that there may be whole lines in it.
+  bool isGiven_ KVL_GUARDED_BY(mutex_) = false;
   std::shared_ptr<KVLEvent> event_ KVL_GUARDED_BY(mutex_);
   std::optional<std::string> lastEventID_ KVL_GUARDED_BY(mutex_);
 };

@@ -153,8 +153,9 @@ bool offersHTTP2(const URLRequest& request) {
 bool isPlain(const URLRequest& request) {
   const HeaderFields& headers = request.headers();
   // libcurl 7.88 keeps the name in a "Host" field for the cookies of the handle's next requests.
-  return request.method() == "GET" && !sendsBody(request) && !headers.find("Cookie") &&
-         !headers.find("Host") && request.priority() == RequestPriority::usual &&
+  return request.method() == "GET" && !request.body() && !request.bodySource() &&
+         !headers.find("Cookie") && !headers.find("Host") &&
+         request.priority() == RequestPriority::usual &&
          request.contentKind() != ContentKind::eventStream;
 }
 

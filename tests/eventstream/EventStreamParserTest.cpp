@@ -341,6 +341,15 @@ TEST_F(EventStreamLongLineTest, OfOneStreamIsForgottenWithTheStream) {
   EXPECT_EQ(read(": d\n\n"), Texts{"event:d,data:(null),id:(null)"});
 }
 
+TEST_F(EventStreamParserTest, BytesThatAreSetMayHoldWholeLines) {
+  state.setData(kvl::Data::fromText("event: a\ndata: 1\n\nevent: b\ndat"));
+  EXPECT_EQ(read("a: 2"), Texts{});
+  EXPECT_EQ(read("\n\n"), (Texts{"event:a,data:1,id:(null)", "event:b,data:2,id:(null)"}));
+  state.setData(kvl::Data::fromText("event: c\n"));
+  EXPECT_EQ(read("\nevent: d\n\n"),
+            (Texts{"event:c,data:(null),id:(null)", "event:d,data:(null),id:(null)"}));
+}
+
 TEST_F(EventStreamLongLineTest, ItsEndIsNoEmptyLine) {
   read("data: 12345");
   state.setEvent(std::make_shared<KVLEvent>("begun", std::nullopt, std::nullopt));

@@ -88,6 +88,10 @@ const std::vector<HandleReuseTest::Make>& HandleReuseTest::kinds() {
       [](URLRequest request) { return withMethod(std::move(request), "OPTIONS", "body"); },
       [](URLRequest request) { return withMethod(std::move(request), "GET", "body"); },
       [](URLRequest request) {
+        request.setBody(Data{});
+        return request;
+      },
+      [](URLRequest request) {
         request.setMethod("PUT");
         request.setBodySource(std::make_shared<TextSource>("streamed"));
         return request;
@@ -134,6 +138,15 @@ TEST_F(HandleReuseTest, TheNameInAHostFieldDoesNotSteerTheCookiesOfTheNextReques
     EXPECT_FALSE(load(*session, request).error);
   }
   EXPECT_NE(wire.last().find("Cookie: a=b"), std::string::npos) << wire.last();
+}
+
+// Its progress is watched, even of nothing.
+TEST(EasyHandlesTest, ARequestWithABodyIsNotPlain) {
+  const URLRequest plain("https://127.0.0.1/");
+  EXPECT_TRUE(urlloading::isPlain(plain));
+  URLRequest empty = plain;
+  empty.setBody(Data{});
+  EXPECT_FALSE(urlloading::isPlain(empty));
 }
 
 TEST(EasyHandlesTest, OneThatIsGivenBackServesAgain) {
