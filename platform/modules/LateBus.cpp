@@ -1,4 +1,6 @@
 // What the library does with the bus, by a module of its own.
+#include "platform/core/ProcessExit.h"
+#include "platform/core/Threads.h"
 #include "platform/interface/desktop/OpenOnDesktop.h"
 #include "platform/ipc/ChannelErrors.h"
 #include "platform/modules/BusModule.h"
@@ -6,6 +8,7 @@
 
 #include <local/platform/Mutex.h>
 
+#include <atomic>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -60,6 +63,15 @@ class LateKeyStore final : public security::KeyStore {
  public:
   std::string_view name() const noexcept override { return "Secret Service"; }
 
+  // The making of a key takes longer than the loading.
+  void expectKey() override {
+    if (isExpected_.exchange(true)) return;
+    static_cast<void>(core::startThread("kvl-load", [] {
+      const core::ThreadWork work;
+      static_cast<void>(busParts());
+    }));
+  }
+
   Status add(const security::StoredKey& key, security::Deadline deadline) override {
     const auto store = real();
     return store ? store->add(key, deadline) : static_cast<Status>(errSecNotAvailable);
@@ -83,6 +95,7 @@ class LateKeyStore final : public security::KeyStore {
     return store_;
   }
 
+  std::atomic<bool> isExpected_ = false;
   Mutex mutex_;
   std::shared_ptr<security::KeyStore> store_ KVL_GUARDED_BY(mutex_);
 };

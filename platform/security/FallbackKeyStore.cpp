@@ -40,6 +40,10 @@ class FallbackKeyStore final : public KeyStore {
 
   std::string_view name() const noexcept override { return "key store"; }
 
+  void expectKey() override {
+    for (const auto& store : stores_) store->expectKey();
+  }
+
   Status add(const StoredKey& key, Deadline deadline) override {
     Status status = errSecNotAvailable;
     for (std::size_t i = 0; i < stores_.size(); ++i) {

@@ -53,6 +53,8 @@ class KeyStore {
   virtual ~KeyStore() = default;
   // A short name for the log, such as "Secret Service".
   [[nodiscard]] virtual std::string_view name() const noexcept = 0;
+  // A key will come soon: what the store needs for it may be got ready beside. Waits for nothing.
+  virtual void expectKey() {}
   // Never replaces a key. A store that outlives processes deletes at this occasion keys that were
   // left behind by processes that have ended, of any tag. Refuses what `checkStorable` refuses;
   // errSecDataTooLarge also when the store is full.

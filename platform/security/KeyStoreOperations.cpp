@@ -186,6 +186,7 @@ Status SecKeyGeneratePair(KeyStore& store, const Dictionary& parameters, KeyRef*
   keepOpenSSLUntilTheEnd();
   const std::optional<KeyPairParameters> read = readKeyPairParameters(parameters);
   if (!read) return errSecParam;
+  store.expectKey();
   const std::optional<KeyPair> pair = generatePair(read->sizeInBits);
   if (!pair) return errSecInternalComponent;
   if (const Status status = storePair(store, *pair, *read); status != kSuccess) return status;

@@ -296,6 +296,15 @@ TEST_F(KeyStoreOperationsTest, AStoreThatIsNotAvailableIsTold) {
             errSecNotAvailable);
 }
 
+TEST_F(KeyStoreOperationsTest, TheStoreHearsOfAKeyBeforeItIsMade) {
+  const auto store = std::make_shared<kvltest::ScriptedStore>("scripted");
+  int keysAtFirst = -1;
+  store->onExpectKey = [&] { keysAtFirst = store->calls; };
+  store_ = makeFallbackKeyStore({store, makeMemoryKeyStore()});
+  EXPECT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr), kSuccess);
+  EXPECT_EQ(keysAtFirst, 0);
+}
+
 TEST_F(KeyStoreOperationsTest, EveryOperationGivesTheStoreTheTimeLimit) {
   const auto store = std::make_shared<kvltest::ScriptedStore>("scripted");
   Deadline given{};

@@ -97,9 +97,13 @@ class ScriptedStore : public kvl::security::KeyStore {
   std::function<kvl::Status(const kvl::security::StoredKey&, kvl::security::Deadline)> onAdd;
   std::function<kvl::Status(std::vector<kvl::security::StoredKey>&)> onFind;
   std::function<kvl::Status(std::string_view, std::optional<kvl::Key::Class>)> onRemove;
+  std::function<void()> onExpectKey;
   int calls = 0;
 
   std::string_view name() const noexcept override { return name_; }
+  void expectKey() override {
+    if (onExpectKey) onExpectKey();
+  }
   kvl::Status add(const kvl::security::StoredKey& key, kvl::security::Deadline deadline) override {
     ++calls;
     return onAdd ? onAdd(key, deadline) : static_cast<kvl::Status>(kvl::errSecNotAvailable);
