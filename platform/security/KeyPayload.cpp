@@ -1,6 +1,7 @@
 #include "platform/security/KeyPayload.h"
 
 #include "platform/security/KeyStore.h"
+#include "platform/security/RSAPrivateKey.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +9,9 @@
 namespace kvl::security {
 namespace {
 
-constexpr std::array<std::uint8_t, 5> kMagicAndVersion{'K', 'V', 'L', 'K', 1};
+constexpr std::array<std::uint8_t, 4> kMagic{'K', 'V', 'L', 'K'};
+constexpr std::uint8_t kWithEncoding = 1;
+constexpr std::uint8_t kWithPrimes = 2;
 constexpr std::size_t kLengthSize = 4;
 constexpr std::uint8_t kPublicByte = 0;
 constexpr std::uint8_t kPrivateByte = 1;
@@ -53,36 +56,62 @@ class Reader {
   bool failed_ = false;
 };
 
-std::optional<Key::Class> takeHeader(Reader& reader) {
+// Whether it is there, with the version and the class that it names.
+bool takeHeader(Reader& reader, std::uint8_t& version, Key::Class& keyClass) {
   std::span<const std::uint8_t> magic;
-  std::span<const std::uint8_t> keyClass;
-  if (!reader.take(kMagicAndVersion.size(), magic) || !reader.take(1, keyClass) ||
-      !std::ranges::equal(magic, kMagicAndVersion) || keyClass[0] > kPrivateByte)
-    return std::nullopt;
-  return keyClass[0] == kPrivateByte ? Key::Class::privateKey : Key::Class::publicKey;
+  std::span<const std::uint8_t> bytes;
+  if (!reader.take(kMagic.size(), magic) || !reader.take(2, bytes) ||
+      !std::ranges::equal(magic, kMagic) || bytes[1] > kPrivateByte)
+    return false;
+  version = bytes[0];
+  keyClass = bytes[1] == kPrivateByte ? Key::Class::privateKey : Key::Class::publicKey;
+  return version == kWithEncoding || (version == kWithPrimes && keyClass == Key::Class::privateKey);
+}
+
+// The encoding that was put in, in whatever form.
+WipedBytes takeEncoding(Reader& reader, std::uint8_t version) {
+  WipedBytes encoded;
+  RSAPrimes primes;
+  if (version == kWithEncoding) {
+    reader.field(encoded);
+    return encoded;
+  }
+  for (WipedBytes* number : {&primes.exponent, &primes.first, &primes.second})
+    reader.field(*number);
+  return reader.finished() ? encodeRSAPrivateKey(primes) : encoded;
 }
 
 }  // namespace
 
 WipedBytes encodePayload(const StoredKey& key) {
-  WipedBytes payload(kMagicAndVersion.begin(), kMagicAndVersion.end());
-  payload.push_back(key.keyClass == Key::Class::privateKey ? kPrivateByte : kPublicByte);
+  const bool isPrivate = key.keyClass == Key::Class::privateKey;
+  const auto primes = isPrivate ? primesOfRSAPrivateKey(key.encoded) : std::nullopt;
+  WipedBytes payload(kMagic.begin(), kMagic.end());
+  payload.push_back(primes ? kWithPrimes : kWithEncoding);
+  payload.push_back(isPrivate ? kPrivateByte : kPublicByte);
   for (const std::string* text : {&key.tag, &key.label, &key.comment, &key.description})
     appendField(payload, *text);
-  appendField(payload, key.encoded);
+  if (!primes) {
+    appendField(payload, key.encoded);
+    return payload;
+  }
+  for (const WipedBytes* number : {&primes->exponent, &primes->first, &primes->second})
+    appendField(payload, *number);
   return payload;
 }
 
 std::optional<StoredKey> decodePayload(std::span<const std::uint8_t> payload) {
   Reader reader(payload);
-  const std::optional<Key::Class> keyClass = takeHeader(reader);
-  if (!keyClass) return std::nullopt;
+  std::uint8_t version = 0;
   StoredKey key;
-  key.keyClass = *keyClass;
+  if (!takeHeader(reader, version, key.keyClass)) return std::nullopt;
   for (std::string* text : {&key.tag, &key.label, &key.comment, &key.description})
     reader.field(*text);
-  reader.field(key.encoded);
+  key.encoded = takeEncoding(reader, version);
   if (!reader.finished() || checkStorable(key) != kSuccess) return std::nullopt;
+  // One key has one form of this version: no zeros stand in front of a number.
+  if (version == kWithPrimes && !std::ranges::equal(encodePayload(key), payload))
+    return std::nullopt;
   return key;
 }
 

@@ -29,6 +29,7 @@ struct OpenSSLDeleter {
   void operator()(X509_STORE* store) const noexcept { X509_STORE_free(store); }
   void operator()(X509_STORE_CTX* context) const noexcept { X509_STORE_CTX_free(context); }
   void operator()(BIO* bio) const noexcept { BIO_free_all(bio); }
+  void operator()(BN_CTX* context) const noexcept { BN_CTX_free(context); }
   void operator()(BIGNUM* number) const noexcept { BN_clear_free(number); }
   // Frees the stack and gives up its reference to each certificate.
   void operator()(STACK_OF(X509) * certificates) const noexcept {

@@ -123,6 +123,61 @@ std::array<OSSL_PARAM, kNumbers.size() + 1> parametersOf(Numbers& numbers) {
   return parameters;
 }
 
+using Big = OpenSSLPtr<BIGNUM>;
+
+// Far beyond any key that is made here: 8192 bits.
+constexpr std::size_t kLongestPrime = 512;
+
+// From and to the most significant byte first.
+Big bigNumber(Span bytes) {
+  if (bytes.empty() || bytes.size() > kLongestPrime) return nullptr;
+  return Big(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr));
+}
+
+// Null after a failure, as is everything that is made of it.
+template <class Operation, class... Operands>
+Big made(Operation operation, const Operands&... operands) {
+  Big result((... && operands) ? BN_new() : nullptr);
+  const bool isMade = result && operation(result.get(), operands.get()...) == 1;
+  return isMade ? std::move(result) : nullptr;
+}
+
+// All numbers of a key in DER's order.
+std::array<Big, kNumbers.size()> numbersFrom(Big exponent, Big first, Big second) {
+  const OpenSSLPtr<BN_CTX> context(BN_CTX_new());
+  const auto with = [&context](auto operation) {
+    return
+        [&context, operation](auto... operands) { return operation(operands..., context.get()); };
+  };
+  const auto less = [](BIGNUM* result, const BIGNUM* number) {
+    return static_cast<int>(BN_sub(result, number, BN_value_one()));
+  };
+  const auto inverse = with([](BIGNUM* result, auto... operands) {
+    return static_cast<int>(BN_mod_inverse(result, operands...) != nullptr);
+  });
+  for (const Big* secret : {&first, &second})
+    if (*secret) BN_set_flags(secret->get(), BN_FLG_CONSTTIME);
+  if (!context) return {};
+  const Big firstLess = made(less, first);
+  const Big secondLess = made(less, second);
+  const Big common = made(with(BN_gcd), firstLess, secondLess);
+  const Big product = made(with(BN_mul), firstLess, secondLess);
+  const auto quotient =
+      with([](BIGNUM* result, auto... operands) { return BN_div(result, nullptr, operands...); });
+  const Big period = made(quotient, product, common);
+  if (period) BN_set_flags(period.get(), BN_FLG_CONSTTIME);
+  Big privateExponent = made(inverse, exponent, period);
+  const auto rest =
+      with([](BIGNUM* result, auto... operands) { return BN_div(nullptr, result, operands...); });
+  Big modulus = made(with(BN_mul), first, second);
+  Big firstExponent = made(rest, privateExponent, firstLess);
+  Big secondExponent = made(rest, privateExponent, secondLess);
+  Big coefficient = made(inverse, second, first);
+  return {std::move(modulus),        std::move(exponent),   std::move(privateExponent),
+          std::move(first),          std::move(second),     std::move(firstExponent),
+          std::move(secondExponent), std::move(coefficient)};
+}
+
 // A key may have more than two, which the format of version 0 has no place for.
 bool hasThirdPrime(const EVP_PKEY& key) {
   std::array parameters{
@@ -156,6 +211,32 @@ OpenSSLPtr<EVP_PKEY> decodeRSAPrivateKey(Span bytes) {
       EVP_PKEY_fromdata(context.get(), &key, EVP_PKEY_KEYPAIR, parameters.data()) != 1)
     return nullptr;
   return OpenSSLPtr<EVP_PKEY>(key);
+}
+
+std::optional<RSAPrimes> primesOfRSAPrivateKey(Span bytes) {
+  std::optional<Numbers> numbers = readNumbers(bytes);
+  if (!numbers) return std::nullopt;
+  constexpr std::size_t kExponent = 1;
+  constexpr std::size_t kFirst = 3;
+  for (const std::size_t place : {kExponent, kFirst, kFirst + 1}) turn((*numbers)[place]);
+  RSAPrimes primes{std::move((*numbers)[kExponent]), std::move((*numbers)[kFirst]),
+                   std::move((*numbers)[kFirst + 1])};
+  if (!std::ranges::equal(encodeRSAPrivateKey(primes), bytes)) return std::nullopt;
+  return primes;
+}
+
+WipedBytes encodeRSAPrivateKey(const RSAPrimes& primes) {
+  const ErrorQueueMark mark;
+  const auto found =
+      numbersFrom(bigNumber(primes.exponent), bigNumber(primes.first), bigNumber(primes.second));
+  Numbers numbers;
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    if (!found[i] || BN_is_negative(found[i].get())) return {};
+    numbers[i].resize(static_cast<std::size_t>(BN_num_bytes(found[i].get())));
+    if (BN_bn2nativepad(found[i].get(), numbers[i].data(), static_cast<int>(numbers[i].size())) < 0)
+      return {};
+  }
+  return encode(numbers);
 }
 
 }  // namespace kvl::security

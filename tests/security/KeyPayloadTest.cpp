@@ -1,6 +1,8 @@
 #include "platform/security/KeyPayload.h"
+#include "platform/security/RSAPrivateKey.h"
 
 #include <gtest/gtest.h>
+#include <openssl/rsa.h>
 
 namespace kvl::security {
 namespace {
@@ -33,6 +35,73 @@ TEST(KeyPayloadTest, ComesBackAsItWas) {
     EXPECT_EQ(decoded->description, key.description);
     EXPECT_EQ(decoded->encoded, key.encoded);
   }
+}
+
+// As a host's are.
+StoredKey realKey(Key::Class keyClass) {
+  const OpenSSLPtr<EVP_PKEY> pair(EVP_RSA_gen(2048));
+  const KeyRef key = makeKey(EVP_PKEY_up_ref(pair.get()) == 1 ? pair.get() : nullptr, keyClass);
+  return {"org.example.Application",
+          keyClass,
+          "org.example.Application (Client certificate key)",
+          "This is safe to delete. A key will be recreated as needed.",
+          "Client certificate key",
+          encodeKey(*key)};
+}
+
+WipedBytes payloadOfVersion1(const StoredKey& key) {
+  StoredKey other = key;
+  other.keyClass = Key::Class::publicKey;  // whose encoding is never taken apart
+  WipedBytes payload = encodePayload(other);
+  payload[5] = 1;
+  return payload;
+}
+
+TEST(KeyPayloadTest, OfAPrivateKeyOnlyItsPrimesAreKeptAndItComesBackAsItWas) {
+  const StoredKey key = realKey(Key::Class::privateKey);
+  const WipedBytes payload = encodePayload(key);
+  EXPECT_LE(payload.size(), 500U);
+  EXPECT_EQ(decodePayload(payload).value().encoded, key.encoded);
+}
+
+TEST(KeyPayloadTest, APairTakesAThousandBytesAtMost) {
+  EXPECT_LE(encodePayload(realKey(Key::Class::privateKey)).size() +
+                encodePayload(realKey(Key::Class::publicKey)).size(),
+            1000U);
+}
+
+TEST(KeyPayloadTest, PrivateKeysOfVersion1AreRead) {
+  const StoredKey key = realKey(Key::Class::privateKey);
+  const auto decoded = decodePayload(payloadOfVersion1(key));
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->keyClass, Key::Class::privateKey);
+  EXPECT_EQ(decoded->encoded, key.encoded);
+}
+
+TEST(KeyPayloadTest, AKeyWhoseNumbersDoNotFollowFromItsPrimesIsKeptWhole) {
+  StoredKey key = realKey(Key::Class::privateKey);
+  key.encoded[key.encoded.size() / 2] ^= 1;
+  const WipedBytes payload = encodePayload(key);
+  EXPECT_EQ(payload, payloadOfVersion1(key));
+  EXPECT_EQ(decodePayload(payload).value().encoded, key.encoded);
+}
+
+TEST(KeyPayloadTest, RefusesPrimesOfNoKey) {
+  using namespace std::string_view_literals;
+  const std::string_view texts = "KVLK\2\1\0\0\0\1t\0\0\0\0\0\0\0\0\0\0\0\0"sv;
+  for (const std::string_view numbers :
+       {"\0\0\0\1\3\0\0\0\1\0\0\0\0\1\5"sv, "\0\0\0\1\3\0\0\0\1\1\0\0\0\1\1"sv,
+        "\0\0\0\0\0\0\0\0\0\0\0\0"sv, "\0\0\0\1\4\0\0\0\1\5\0\0\0\1\7"sv,
+        "\0\0\0\1\5\0\0\0\1\7\0\0\0\1\7"sv, "\0\0\0\1\0\0\0\0\1\7\0\0\0\1\13"sv}) {
+    EXPECT_FALSE(decodePayload(encoded(std::string(texts) + std::string(numbers))));
+  }
+}
+
+TEST(KeyPayloadTest, RefusesNumbersWithZeroesInFront) {
+  using namespace std::string_view_literals;
+  const std::string texts("KVLK\2\1\0\0\0\1t\0\0\0\0\0\0\0\0\0\0\0\0"sv);
+  EXPECT_TRUE(decodePayload(encoded(texts + std::string("\0\0\0\1\3\0\0\0\1\5\0\0\0\1\13"sv))));
+  EXPECT_FALSE(decodePayload(encoded(texts + std::string("\0\0\0\1\3\0\0\0\2\0\5\0\0\0\1\13"sv))));
 }
 
 TEST(KeyPayloadTest, RefusesEveryTruncation) {
