@@ -35,7 +35,11 @@ void PendingBody::append(std::string_view bytes, Time now) {
 // Beyond the announcement the bytes make room for themselves.
 void PendingBody::makeRoom(std::size_t needed) {
   if (needed <= bytes_.capacity() || needed > expected_) return;
-  bytes_.reserve(std::min(expected_, std::max(kMostAhead, 2 * needed)));
+  const std::size_t size = std::min(expected_, std::max(kMostAhead, 2 * needed));
+  if (bytes_.empty())
+    bytes_ = memory_->take(size);
+  else
+    bytes_.reserve(size);
 }
 
 std::size_t PendingBody::due(Source source, Time now) {

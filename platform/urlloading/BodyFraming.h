@@ -1,6 +1,8 @@
 // How the pieces in which a body arrives become the chunks that a task's delegate receives.
 #pragma once
 
+#include "platform/urlloading/BodyMemory.h"
+
 #include <local/platform/Data.h>
 #include <local/platform/URLSession.h>
 
@@ -53,8 +55,12 @@ class PendingBody {
   explicit PendingBody(std::unique_ptr<BodyFraming> framing) noexcept
       : framing_(std::move(framing)) {}
 
-  // So many bytes are announced. Room for them is made as they come: the sender may have lied.
-  void expect(std::size_t bytes) noexcept { expected_ = bytes; }
+  // So many bytes are announced, and may have memory of this. Room for them is made as they come:
+  // the sender may have lied.
+  void expect(std::size_t bytes, BodyMemory& memory) noexcept {
+    expected_ = bytes;
+    memory_ = &memory;
+  }
   void append(std::string_view bytes, Time now);
   [[nodiscard]] std::size_t capacity() const noexcept { return bytes_.capacity(); }
   [[nodiscard]] std::size_t size() const noexcept { return bytes_.size(); }
@@ -82,6 +88,7 @@ class PendingBody {
   const std::unique_ptr<BodyFraming> framing_;
   Bytes bytes_;
   std::size_t expected_ = 0;  // 0: not known
+  BodyMemory* memory_ = nullptr;
 };
 
 }  // namespace kvl::urlloading

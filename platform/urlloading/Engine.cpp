@@ -177,7 +177,7 @@ void Engine::execute(Command& command) {
 
 void Engine::begin(Command& command) {
   auto transfer = std::make_unique<Transfer>(std::move(command.task), std::move(command.request),
-                                             configuration_, *handles_);
+                                             configuration_, *handles_, bodyMemory_);
   Transfer& begun = *transfer;
   transfers_.emplace(command.identifier, std::move(transfer));
   begun.traceBegin();

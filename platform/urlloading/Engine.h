@@ -136,6 +136,7 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   // The I/O thread's own, once it runs.
   MultiHandle multi_;
   std::optional<EasyHandles> handles_;
+  const std::shared_ptr<BodyMemory> bodyMemory_ = std::make_shared<BodyMemory>();
   HostSlots slots_;
   Outbox outbox_;
   long keptConnections_ = 0;

@@ -67,10 +67,12 @@ CURLcode failureAfterSending(CURLcode code) {
 }  // namespace
 
 Transfer::Transfer(std::shared_ptr<DataTaskObject> task, RequestRef request,
-                   const URLSessionConfiguration& configuration, EasyHandles& handles)
+                   const URLSessionConfiguration& configuration, EasyHandles& handles,
+                   std::shared_ptr<BodyMemory> memory)
     : task_(std::move(task)),
       configuration_(configuration),
       handles_(handles),
+      memory_(std::move(memory)),
       original_(std::move(request)),
       request_(original_),
       trace_(task_->taskIdentifier(), began_),
@@ -210,7 +212,9 @@ void Transfer::closeConnectionWithExchange() {
 
 std::string Transfer::host() const {
   const URL& url = *request_->url();
-  auto text = std::string(*url.scheme()) + "://" + peerHost() + ":" + std::to_string(portOf(url));
+  std::string text(*url.scheme());
+  text.append("://").append(url.host().value_or(std::string_view{})).append(":");
+  text += std::to_string(portOf(url));
   std::ranges::transform(text, text.begin(), ascii::toLower);
   return text;
 }
@@ -274,7 +278,7 @@ TaskOutcome Transfer::outcome(CURLcode code) {
   if (!response_) return {std::nullopt, nullptr, makeURLError(NSURLErrorBadServerResponse, text)};
   isAnswered_ = true;
   if (!task_->wantsBodyInOnePiece()) return {std::nullopt, response_, std::nullopt};
-  return {Data(body_.takeAll()), response_, std::nullopt};
+  return {memory_->lend(body_.takeAll()), response_, std::nullopt};
 }
 
 Error Transfer::refusalError(std::string_view urlText) const {

@@ -28,7 +28,8 @@ namespace kvl::urlloading {
 class Transfer final : private ChallengeSource {
  public:
   Transfer(std::shared_ptr<DataTaskObject> task, RequestRef request,
-           const URLSessionConfiguration& configuration, EasyHandles& handles);
+           const URLSessionConfiguration& configuration, EasyHandles& handles,
+           std::shared_ptr<BodyMemory> memory);
   ~Transfer() override;
   Transfer(const Transfer&) = delete;
   Transfer& operator=(const Transfer&) = delete;
@@ -163,6 +164,7 @@ class Transfer final : private ChallengeSource {
   const std::shared_ptr<DataTaskObject> task_;
   const URLSessionConfiguration& configuration_;
   EasyHandles& handles_;
+  const std::shared_ptr<BodyMemory> memory_;
   const SteadyTime began_ = std::chrono::steady_clock::now();
   const RequestRef original_;
   // The present one; another after a redirect.

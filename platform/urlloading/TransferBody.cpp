@@ -21,11 +21,12 @@ constexpr std::size_t kLongestRedirectBody = std::size_t{64} << 10;
 // none was offered.
 bool isEncoded(const HeaderFields& fields) {
   return std::ranges::any_of(fields, [](const HeaderFields::Field& field) {
-    const std::string_view value = ascii::trimmed(field.second);
-    if (ascii::equalIgnoringCase(field.first, "Content-Encoding"))
+    if (ascii::equalIgnoringCase(field.first, "Content-Encoding")) {
+      const std::string_view value = ascii::trimmed(field.second);
       return !value.empty() && !ascii::equalIgnoringCase(value, "identity");
+    }
     return ascii::equalIgnoringCase(field.first, "Transfer-Encoding") &&
-           !ascii::equalIgnoringCase(value, "chunked");
+           !ascii::equalIgnoringCase(ascii::trimmed(field.second), "chunked");
   });
 }
 
@@ -56,7 +57,7 @@ void Transfer::finishHead() {
   } else if (request_->contentKind() == ContentKind::eventStream && isEncoded(response_->headers)) {
     refusal_ = Refusal::encoded;
   } else if (task_->wantsBodyInOnePiece()) {
-    body_.expect(static_cast<std::size_t>(length.value_or(0)));
+    body_.expect(static_cast<std::size_t>(length.value_or(0)), *memory_);
   }
 }
 

@@ -76,8 +76,9 @@ TEST(PendingBodyTest, PlainPiecesTakeNoMoreMemoryThanTheirSize) {
 
 TEST(PendingBodyTest, AnAnnouncedBodyGetsItsMemoryOnceAndNoMoreThanThat) {
   constexpr std::size_t kSize = 100'000;
+  BodyMemory memory;
   PendingBody body(nullptr);
-  body.expect(kSize);
+  body.expect(kSize, memory);
   body.append("a", kStart);
   EXPECT_EQ(body.capacity(), kSize);
   body.append(std::string(kSize - 1, 'b'), kStart);
@@ -86,8 +87,9 @@ TEST(PendingBodyTest, AnAnnouncedBodyGetsItsMemoryOnceAndNoMoreThanThat) {
 
 TEST(PendingBodyTest, AnAnnouncementAloneGetsLittleMemory) {
   constexpr std::size_t kAhead = std::size_t{1} << 20;
+  BodyMemory memory;
   PendingBody body(nullptr);
-  body.expect(std::size_t{4} << 30);
+  body.expect(std::size_t{4} << 30, memory);
   EXPECT_EQ(body.capacity(), 0U);
   body.append("a", kStart);
   EXPECT_EQ(body.capacity(), kAhead);
@@ -96,8 +98,9 @@ TEST(PendingBodyTest, AnAnnouncementAloneGetsLittleMemory) {
 }
 
 TEST(PendingBodyTest, ABodyMayBeLongerThanAnnounced) {
+  BodyMemory memory;
   PendingBody body(nullptr);
-  body.expect(3);
+  body.expect(3, memory);
   body.append("a body", kStart);
   EXPECT_EQ(take(body, 6), "a body");
 }
