@@ -21,8 +21,8 @@ void setBody(kvl::Data body, std::string_view type, kvl::URLRequest& request) {
   request.setBody(std::move(body));
 }
 
-// Sets the body and its type; on failure the error, and the request has no body. What can be
-// written is gone over once: writing says itself what it cannot hold.
+// Sets the body and its type; on failure only the error. What can be written is gone over once:
+// writing says itself what it cannot hold.
 std::optional<kvl::Error> encodeRoot(const kvl::Value& root, kvl::URLRequest& request) {
   std::optional<kvl::Error> error;
   if (auto json = kvl::JSONIfValid(root, &error)) {

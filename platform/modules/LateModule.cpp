@@ -42,7 +42,10 @@ void* LateModule::load(std::string& problem) const {
     return nullptr;
   }
   void* const part = reinterpret_cast<Entry>(entry)(KVL_BUILD_VERSION);
-  if (part == nullptr) problem = "it is of another version";
+  if (part == nullptr) {
+    problem = "it is of another version";
+    return nullptr;
+  }
   core::standBeforeStatics();
   return part;
 }
@@ -53,9 +56,11 @@ void* LateModule::get() noexcept {
   if (void* const part = part_.load(std::memory_order_acquire)) return part;
   try {
     std::string problem;
-    void* const part = load(problem);
-    part_.store(part, std::memory_order_release);
-    if (part != nullptr || isNoted_.exchange(true)) return part;
+    if (void* const part = load(problem)) {
+      part_.store(part, std::memory_order_release);
+      return part;
+    }
+    if (isNoted_.exchange(true)) return nullptr;
     log(LogCategory::general, LogLevel::error, "%@ is not to be had: %@", file_, problem);
   } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): no memory even for that
   }

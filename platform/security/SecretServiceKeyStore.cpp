@@ -72,6 +72,8 @@ constexpr auto kPropertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr std::string_view kNoPath = "/";
 // How long tidying up waits for an answer, in ms: the next caller waits with it.
 constexpr int kTidyingAnswerLimit = 200;
+// And how long all of it takes: what is left then goes another time.
+constexpr std::chrono::seconds kTidyingTime{1};
 
 // Errors that say, before the service has answered anything, that there is none for this process.
 constexpr std::string_view kAbsenceErrors[] = {
@@ -218,13 +220,15 @@ Status SecretServiceSession::remove(std::string_view tag, std::optional<Key::Cla
 
 void SecretServiceSession::removeLeftOvers() {
   answerLimit_ = kTidyingAnswerLimit;
+  const auto end = std::chrono::steady_clock::now() + kTidyingTime;
   const Variant paths = search(matchingAttributes(std::nullopt, std::nullopt).get());
   if (!paths) return;
   const ProcessMarks marks;
   GVariantIter iterator;
   g_variant_iter_init(&iterator, paths.get());
   const char* path = nullptr;
-  while (g_variant_iter_next(&iterator, "&o", &path) != FALSE) {
+  while (std::chrono::steady_clock::now() < end &&
+         g_variant_iter_next(&iterator, "&o", &path) != FALSE) {
     const auto maker = makerOf(path);
     if (!maker && g_error_matches(error_.get(), G_IO_ERROR, G_IO_ERROR_TIMED_OUT)) return;
     if (maker && marks.isOfEndedProcess(*maker)) static_cast<void>(removeItem(path));

@@ -15,6 +15,8 @@ namespace {
 // Of all hosts together, and for each that may be open to one.
 constexpr long kFewestKeptConnections = 16;
 constexpr long kKeptConnectionsPerOpen = 4;
+// A process often may have a thousand descriptors. One host's burst is kept, however large.
+constexpr long kMostKeptConnections = 256;
 
 // Prepares libcurl and OpenSSL, once per process. False when they cannot be used.
 bool prepareLibraries() {
@@ -247,8 +249,9 @@ void Engine::withdraw(Transfer& transfer) {
 // there are as many as all hosts may have.
 void Engine::keepConnections() {
   const auto perHost = std::max(static_cast<long>(configuration_.maximumConnectionsPerHost), 1L);
-  const auto wanted = std::max({kFewestKeptConnections, kKeptConnectionsPerOpen * perHost,
-                                static_cast<long>(slots_.hosts()) * perHost});
+  const auto ofAllHosts = std::max({kFewestKeptConnections, kKeptConnectionsPerOpen * perHost,
+                                    static_cast<long>(slots_.hosts()) * perHost});
+  const auto wanted = std::max(std::min(ofAllHosts, kMostKeptConnections), perHost);
   if (wanted <= keptConnections_) return;
   keptConnections_ = wanted;
   curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, wanted);

@@ -242,6 +242,17 @@ TEST_F(SecretProviderTest, TidyingUpThatHangsHoldsUpTheNextCallForAMomentOnly) {
   EXPECT_EQ(provider_->count("Get"), 1);
 }
 
+TEST_F(SecretProviderTest, LeftOversThatDoNotGoHoldUpTheNextCallForASecondOnly) {
+  provide({.hangs = {"Delete"}});
+  for (int i = 0; i < 40; ++i)
+    addItem("ended" + std::to_string(i), {{"maker", kvltest::markOfEndedProcess()}});
+  ASSERT_EQ(store_->add(key_, soon(std::chrono::hours(1))), kSuccess);
+  EXPECT_EQ(store_->find(key_.tag, found_, soon(std::chrono::hours(1))), kSuccess);
+  EXPECT_THAT(found_, SizeIs(1));
+  // Each costs as long as an answer is waited for.
+  EXPECT_LE(provider_->count("Delete"), 6);
+}
+
 TEST_F(SecretProviderTest, NobodyIsAskedBeforeLeftOversGoWhichStayThen) {
   provide({.prompts = {"Delete"}});
   addItem("ended", {{"maker", kvltest::markOfEndedProcess()}});
