@@ -17,6 +17,7 @@ ALLOWED = {
     'interface': ('core', 'dispatch'),
     'urlloading': ('core', 'dispatch', 'security'),
     'environment': ('core', 'dispatch', 'security', 'ipc', 'urlloading'),
+    'modules': ('core', 'security', 'ipc', 'formatting', 'interface'),
     'notary': PLATFORM,
     'eventstream': PLATFORM,
     'session': PLATFORM + ('notary', 'eventstream'),
