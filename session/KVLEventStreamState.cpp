@@ -147,8 +147,9 @@ void KVLEventStreamState::setTask(std::shared_ptr<kvl::DataTask> task) {
 std::optional<kvl::Data> KVLEventStreamState::data() const {
   return implementation_->parser.data();
 }
+// NOLINTNEXTLINE(performance-unnecessary-value-param): as other properties are set
 void KVLEventStreamState::setData(std::optional<kvl::Data> data) {
-  implementation_->parser.setData(std::move(data));
+  implementation_->parser.setData(data);
 }
 
 std::shared_ptr<KVLEvent> KVLEventStreamState::event() const {

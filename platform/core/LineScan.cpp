@@ -96,7 +96,7 @@ constexpr std::size_t kBlock = sizeof(Block);
 // Most lines end within the first block.
 [[gnu::target("avx2")]] ScannedLine scanLineAVX2(std::string_view text) {
   if (text.size() < kBlock) return scanLinePortably(text);
-  const Block block = load(text.data());
+  const Block block = load(&text.front());
   const std::uint64_t ends = bitsOf(lineEnds(block));
   return ends != 0 ? lineEndingIn(block, ends, text, 0, _mm256_setzero_si256())
                    : scanLongLine(text);
