@@ -118,7 +118,7 @@ JSONNumberReader::Result JSONNumberReader::readReal(const char* begin, const cha
 char* writeUnescaped(char* out, std::string_view escaped) noexcept {
   while (out != nullptr) {
     const std::size_t plain = std::min(escaped.find('\\'), escaped.size());
-    out = std::copy_n(escaped.data(), plain, out);
+    out = std::copy_n(escaped.begin(), plain, out);
     escaped.remove_prefix(plain);
     if (escaped.empty()) return out;
     out = writeEscape(out, escaped);
