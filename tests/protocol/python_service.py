@@ -156,8 +156,9 @@ class PythonServiceTest(unittest.TestCase):
                     (403, "POST", "/notes", note, dict(kind, Origin="https://127.0.0.1:1")),
                     (415, "POST", "/notes", note, {"Content_Type": "application/x-plist"}),
                     (415, "POST", "/notes", note, {}),
-                    (413, "POST", "/notes", [note.encode()], kind),
-                    (413, "POST", "/notes", " " * (1 << 20) + note, kind)):
+                    # By their heads alone: the service is gone before such a body comes.
+                    (413, "POST", "/notes", None, dict(kind, Transfer_Encoding="chunked")),
+                    (413, "POST", "/notes", None, dict(kind, Content_Length=str((1 << 20) + 1)))):
                 status, answer = client.request(method, path, body, **fields)
                 self.assertEqual((status, [*json.loads(answer)]), (expected, ["error"]), path)
             self.assertNotIn(b"refused", client.request("GET", "/notes")[1])
