@@ -199,10 +199,14 @@ int hammer(KeyStore& store, const std::string& tag, int rounds) {
   int failures = 0;
   for (int i = 0; i < rounds; ++i) {
     std::vector<StoredKey> keys;
-    failures += store.add(storedKey(tag), soon()) != kSuccess;
-    failures += store.find(tag, keys, soon()) != kSuccess;
+    const Status added = store.add(storedKey(tag), soon());
+    const Status found = store.find(tag, keys, soon());
     const Status removed = store.remove(tag, std::nullopt, soon());
-    failures += removed != kSuccess && removed != errSecItemNotFound;
+    EXPECT_EQ(added, kSuccess) << "round " << i;
+    EXPECT_EQ(found, kSuccess) << "round " << i;
+    EXPECT_THAT(removed, testing::AnyOf(kSuccess, errSecItemNotFound)) << "round " << i;
+    failures += added != kSuccess || found != kSuccess ||
+                (removed != kSuccess && removed != errSecItemNotFound);
   }
   return failures;
 }
