@@ -18,8 +18,8 @@ namespace kvl::formatting {
 // Thread-safe while nobody changes the environment.
 [[nodiscard]] std::string userMessageLocales();
 
-// `locale`, or en_US_POSIX for the C locale's names.
 inline constexpr const char* kCLocale = "en_US_POSIX";
+// `locale`, or that for the C locale's names. Here, since what needs ICU is a module of its own.
 [[nodiscard]] inline std::string withoutCLocale(std::string locale) {
   if (locale == "C" || locale == "POSIX" || locale.starts_with("C.")) return kCLocale;
   return locale;

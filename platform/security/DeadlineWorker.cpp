@@ -5,6 +5,7 @@
 #include "platform/security/GLibPointers.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kvl::security {
 namespace {
@@ -81,14 +82,12 @@ void DeadlineWorker::serve() {
     waiting_.pop_front();
     const std::shared_ptr<Task> task = current_;
     lock.unlock();
-    perform(*task);
-    takeSignals(context.get());
+    perform(*task, context.get());
     lock.lock();
     task->ended = true;
     changed_.notifyAll();
     lock.unlock();
-    performAfterwards(*task);
-    takeSignals(context.get());
+    performAfterwards(*task, context.get());
     lock.lock();
     current_.reset();
   }
@@ -96,14 +95,17 @@ void DeadlineWorker::serve() {
   g_main_context_pop_thread_default(context.get());
 }
 
-void DeadlineWorker::perform(Task& task) {
+void DeadlineWorker::perform(Task& task, GMainContext* context) {
   task.status = task.job(task.cancellable.get());
   task.job = nullptr;
+  takeSignals(context);
 }
 
-void DeadlineWorker::performAfterwards(Task& task) {
-  if (task.afterwards && task.status == kSuccess) task.afterwards(task.cancellable.get());
-  task.afterwards = nullptr;
+void DeadlineWorker::performAfterwards(Task& task, GMainContext* context) {
+  const Job afterwards = std::exchange(task.afterwards, nullptr);
+  if (!afterwards || task.status != kSuccess) return;
+  afterwards(task.cancellable.get());
+  takeSignals(context);
 }
 
 }  // namespace kvl::security

@@ -39,8 +39,8 @@ class DeadlineWorker {
 
   [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
   void serve();
-  void perform(Task& task);
-  void performAfterwards(Task& task);
+  void perform(Task& task, GMainContext* context);
+  void performAfterwards(Task& task, GMainContext* context);
 
   Mutex mutex_;
   Condition changed_;

@@ -112,7 +112,7 @@ class SecretServiceSession {
   // Goes on after a failure, which it then tells.
   [[nodiscard]] Status remove(std::string_view tag, std::optional<Key::Class> keyClass);
   // Deletes, whatever their tag, the keys of processes that ended without deleting them. Gives up
-  // when the service takes more than a moment for an answer.
+  // when the service takes more than a moment for an answer, or a second for all of them.
   void removeLeftOvers();
 
  private:

@@ -14,7 +14,6 @@ namespace {
 
 using detail::ValueAccess;
 
-constexpr std::size_t kMaximumDepth = 512;
 constexpr std::size_t kFewestSlots = 256;
 // Bounds the cost of collisions made on purpose; other documents never come near it.
 constexpr std::size_t kLongestSearch = 128;
@@ -131,7 +130,7 @@ PropertyListObjects::Number PropertyListObjects::addNumber(Value::Kind kind, std
 }
 
 PropertyListObjects::Number PropertyListObjects::addArray(const Value& value, std::size_t depth) {
-  if (depth == kMaximumDepth) return kNone;
+  if (depth == kPropertyListDepth) return kNone;
   const auto elements = ValueAccess::elements(value);
   const Number container = appendContainer(Value::Kind::array, elements.size());
   std::size_t place = objects_[container].number;
@@ -145,7 +144,7 @@ PropertyListObjects::Number PropertyListObjects::addArray(const Value& value, st
 
 PropertyListObjects::Number PropertyListObjects::addDictionary(const Value& value,
                                                                std::size_t depth) {
-  if (depth == kMaximumDepth) return kNone;
+  if (depth == kPropertyListDepth) return kNone;
   const auto entries = ValueAccess::entries(value);
   const Number container = appendContainer(Value::Kind::dictionary, 2 * entries.size());
   std::size_t place = objects_[container].number;

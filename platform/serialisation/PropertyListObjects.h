@@ -10,6 +10,9 @@
 
 namespace kvl::serialisation {
 
+// So many containers may stand in one another.
+inline constexpr std::size_t kPropertyListDepth = 512;
+
 // One object. Refers to the value that it was made from.
 struct PropertyListObject {
   Value::Kind kind = Value::Kind::null;

@@ -17,8 +17,6 @@ namespace {
 using serialisation::PropertyListObject;
 using serialisation::PropertyListObjects;
 
-constexpr std::size_t kMaximumDepth = 512;
-
 constexpr std::string_view kHeader = "bplist00";
 constexpr std::size_t kUnusedTrailerBytes = 6;
 constexpr std::size_t kTrailerBytes = 32;
@@ -63,7 +61,8 @@ std::string_view obstacleInDictionary(const Dictionary& dictionary, std::size_t 
 }
 
 std::string_view obstacleInContainer(const Value& value, std::size_t depth) {
-  if (depth > kMaximumDepth) return "arrays and dictionaries more than 512 deep";
+  if (depth > serialisation::kPropertyListDepth)
+    return "arrays and dictionaries more than 512 deep";
   if (const auto array = value.array()) return obstacleInArray(*array, depth);
   return obstacleInDictionary(*value.dictionary(), depth);
 }

@@ -37,6 +37,12 @@ class SecretProviderTest : public testing::Test {
     std::vector<StoredKey> none;
     EXPECT_EQ(store_->find("nobody", none, soon()), kSuccess);
   }
+  // However long it takes.
+  void keepAndFindKey() {
+    ASSERT_EQ(store_->add(key_, soon(std::chrono::hours(1))), kSuccess);
+    EXPECT_EQ(store_->find(key_.tag, found_, soon(std::chrono::hours(1))), kSuccess);
+    EXPECT_THAT(found_, SizeIs(1));
+  }
   // The store does not wait until they are heard.
   void expectDismissals(int number) {
     EXPECT_TRUE(kvltest::waitUntil([&] { return provider_->count("Dismiss") >= number; }));
@@ -236,9 +242,7 @@ TEST_F(SecretProviderTest, AKeyIsKeptBeforeOtherProgramsAreLookedAt) {
 TEST_F(SecretProviderTest, TidyingUpThatHangsHoldsUpTheNextCallForAMomentOnly) {
   provide({.hangs = {"Get"}});
   for (int i = 0; i < 40; ++i) addItem("program" + std::to_string(i / 2));
-  ASSERT_EQ(store_->add(key_, soon(std::chrono::hours(1))), kSuccess);
-  EXPECT_EQ(store_->find(key_.tag, found_, soon(std::chrono::hours(1))), kSuccess);
-  EXPECT_THAT(found_, SizeIs(1));
+  keepAndFindKey();
   EXPECT_EQ(provider_->count("Get"), 1);
 }
 
@@ -246,9 +250,7 @@ TEST_F(SecretProviderTest, LeftOversThatDoNotGoHoldUpTheNextCallForASecondOnly) 
   provide({.hangs = {"Delete"}});
   for (int i = 0; i < 40; ++i)
     addItem("ended" + std::to_string(i), {{"maker", kvltest::markOfEndedProcess()}});
-  ASSERT_EQ(store_->add(key_, soon(std::chrono::hours(1))), kSuccess);
-  EXPECT_EQ(store_->find(key_.tag, found_, soon(std::chrono::hours(1))), kSuccess);
-  EXPECT_THAT(found_, SizeIs(1));
+  keepAndFindKey();
   // Each costs as long as an answer is waited for.
   EXPECT_LE(provider_->count("Delete"), 6);
 }
