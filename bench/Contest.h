@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kvlbench {
@@ -47,6 +48,19 @@ using Outcomes = std::map<std::string, std::vector<Outcome>>;
 [[nodiscard]] double middle(const std::vector<Outcome>& of, double Outcome::* figure);
 [[nodiscard]] double ratio(const std::vector<Outcome>& of, const std::vector<Outcome>& to,
                            double Outcome::* figure);
+
+// Notes a contestant's figures in a benchmark's counters, as they are and in parts of curl's.
+template <class Counters>
+void countBesideCurl(const Outcomes& outcomes, const std::string& name, Counters& counters) {
+  const auto& of = outcomes.at(name);
+  const auto& curl = outcomes.at("curl");
+  const std::pair<const char*, double Outcome::*> figures[] = {
+      {"p50", &Outcome::median}, {"p99", &Outcome::slowest}, {"cpu", &Outcome::processor}};
+  for (const auto& [figure, place] : figures) {
+    counters[std::string(figure) + "_us"] = middle(of, place);
+    counters[std::string(figure) + "_of_curl"] = ratio(of, curl, place);
+  }
+}
 
 // Where this thread and what it starts from now on may run, as long as there is more than one core.
 void useServerCore();

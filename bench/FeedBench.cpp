@@ -93,15 +93,8 @@ const Outcomes& outcomesAt(int perSecond) {
 void feed(benchmark::State& state, int perSecond, const std::string& name) {
   for ([[maybe_unused]] auto iteration : state) {
     const auto& outcomes = outcomesAt(perSecond);
-    const auto& of = outcomes.at(name);
-    const auto& curl = outcomes.at("curl");
-    state.counters["p50_us"] = middle(of, &Outcome::median);
-    state.counters["p50_of_curl"] = ratio(of, curl, &Outcome::median);
-    state.counters["p99_us"] = middle(of, &Outcome::slowest);
-    state.counters["p99_of_curl"] = ratio(of, curl, &Outcome::slowest);
-    state.counters["cpu_us"] = middle(of, &Outcome::processor);
-    state.counters["cpu_of_curl"] = ratio(of, curl, &Outcome::processor);
-    state.SetIterationTime(of.front().median * 1e-6);
+    countBesideCurl(outcomes, name, state.counters);
+    state.SetIterationTime(outcomes.at(name).front().median * 1e-6);
   }
 }
 

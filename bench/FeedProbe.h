@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <string_view>
-#include <vector>
 
 namespace kvlbench {
 
@@ -19,16 +18,13 @@ class FeedRecord {
   [[nodiscard]] bool take(std::string_view data);
   // Prints events a second, the median and the 99th percentile of the microseconds from the
   // server's write, and microseconds of processor time an event.
-  void print() const;
+  void print() const { part_.print(); }
 
  private:
   const std::size_t events_;
   const std::size_t warmUp_;
   std::size_t taken_ = 0;
-  double opened_ = 0;
-  double closed_ = 0;
-  double processor_ = 0;
-  std::vector<double> latencies_;
+  MeasuredPart part_;
 };
 
 }  // namespace kvlbench

@@ -2,14 +2,13 @@
 // is shared with nobody, and threads.
 #include "bench/Measurement.h"
 #include "bench/ReadyNotary.h"
+#include "tests/support/ProcessFigures.h"
 
 #include <local/local.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
-#include <string>
 #include <vector>
 
 namespace {
@@ -26,15 +25,6 @@ class Follower final : public KVLSessionDelegate {
   kvl::Semaphore come_;
 };
 
-int threads() {
-  std::ifstream status("/proc/self/status");
-  for (std::string word; status >> word;) {
-    int count = 0;
-    if (word == "Threads:" && status >> count) return count;
-  }
-  return 0;
-}
-
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -46,7 +36,8 @@ int main(int count, char** arguments) {
       KVLSession::sessionWithNotary(std::make_shared<kvlbench::ReadyNotary>(settings), follower);
   session->setEventStreamSource("events");
   if (!follower->wait()) kvlbench::failProbe("no event came");
-  std::printf("%.3f %d\n", (kvlbench::memoryStatus("RssAnon:") - before) / (1 << 20), threads());
+  std::printf("%.3f %zu\n", (kvlbench::memoryStatus("RssAnon:") - before) / (1 << 20),
+              kvltest::threadCount());
   std::fflush(stdout);
   std::_Exit(EXIT_SUCCESS);
 }

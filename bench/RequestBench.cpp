@@ -86,16 +86,10 @@ const Outcomes& outcomesOf(const Cell& cell) {
 // Ratios are to libcurl with the same limits, and of the rate to everybody else, too.
 void report(benchmark::State& state, const std::string& name, const Outcomes& outcomes) {
   const auto& of = outcomes.at(name);
-  const auto& curl = outcomes.at("curl");
   double connections = 0;
   for (const auto& outcome : of) connections = std::max(connections, outcome.connections);
   state.counters["per_second"] = middle(of, &Outcome::rate);
-  state.counters["p50_us"] = middle(of, &Outcome::median);
-  state.counters["p50_of_curl"] = ratio(of, curl, &Outcome::median);
-  state.counters["p99_us"] = middle(of, &Outcome::slowest);
-  state.counters["p99_of_curl"] = ratio(of, curl, &Outcome::slowest);
-  state.counters["cpu_us"] = middle(of, &Outcome::processor);
-  state.counters["cpu_of_curl"] = ratio(of, curl, &Outcome::processor);
+  countBesideCurl(outcomes, name, state.counters);
   state.counters["connections"] = connections;
   for (const auto& [other, theirs] : outcomes)
     state.counters["rate_of_" + other] = ratio(of, theirs, &Outcome::rate);

@@ -105,12 +105,21 @@ std::string readText(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+void MeasuredPart::open(double time) {
+  latencies_.reserve(std::size_t{1} << 16);
+  opened_ = time;
+  processor_ = processorSeconds();
+}
+
+void MeasuredPart::close(double time) {
+  processor_ = processorSeconds() - processor_;
+  closed_ = time;
+}
+
 ClosedLoop::ClosedLoop(const RequestSettings& settings)
     : settings_(settings),
       warmUp_(warmUpOf(settings)),
-      settle_(settings.requests > 0 ? 0 : settings.inFlight) {
-  latencies_.reserve(std::size_t{1} << 16);
-}
+      settle_(settings.requests > 0 ? 0 : settings.inFlight) {}
 
 std::size_t ClosedLoop::start(std::size_t count) {
   started_ += count;
@@ -119,7 +128,7 @@ std::size_t ClosedLoop::start(std::size_t count) {
 
 std::size_t ClosedLoop::first() {
   const std::lock_guard lock(mutex_);
-  if (settings_.bursts > 0) openWindow(clockSeconds());
+  if (settings_.bursts > 0) part_.open(clockSeconds());
   return start(warmUp_ == 0 ? settings_.inFlight : std::min(settings_.inFlight, warmUp_));
 }
 
@@ -128,50 +137,40 @@ std::size_t ClosedLoop::answered(double started, std::size_t size, int httpVersi
   if (httpVersion != settings_.httpVersion) failProbe("another version of HTTP");
   const double time = clockSeconds();
   const std::lock_guard lock(mutex_);
-  if (closed_ > 0) return 0;
+  if (part_.isOver()) return 0;
   ++answered_;
-  if (opened_ > 0) latencies_.push_back(time - started);
+  if (part_.isOpen()) part_.add(time - started);
   if (settings_.bursts > 0) return nextOfBursts();
   if (answered_ <= warmUp_) return nextOfWarmUp();
-  if (opened_ == 0 && answered_ == warmUp_ + settle_) openWindow(time);
+  if (!part_.isOpen() && answered_ == warmUp_ + settle_) part_.open(time);
   if (settings_.requests > 0) {
-    if (answered_ == warmUp_ + settings_.requests) closeWindow(time);
+    if (answered_ == warmUp_ + settings_.requests) part_.close(time);
     return started_ < warmUp_ + settings_.requests ? start(1) : 0;
   }
-  if (opened_ > 0 && time >= opened_ + settings_.seconds) closeWindow(time);
-  return closed_ > 0 ? 0 : start(1);
+  if (part_.isOpen() && time >= part_.opened() + settings_.seconds) part_.close(time);
+  return part_.isOver() ? 0 : start(1);
 }
 
 std::size_t ClosedLoop::nextOfBursts() {
-  if (answered_ == settings_.bursts * settings_.inFlight) closeWindow(clockSeconds());
-  return closed_ == 0 && answered_ == started_ ? start(settings_.inFlight) : 0;
+  if (answered_ == settings_.bursts * settings_.inFlight) part_.close(clockSeconds());
+  return !part_.isOver() && answered_ == started_ ? start(settings_.inFlight) : 0;
 }
 
 std::size_t ClosedLoop::nextOfWarmUp() {
   if (answered_ < warmUp_) return started_ < warmUp_ ? start(1) : 0;
-  if (settle_ == 0) openWindow(clockSeconds());
+  if (settle_ == 0) part_.open(clockSeconds());
   return start(settings_.requests > 0 ? std::min(settings_.inFlight, settings_.requests)
                                       : settings_.inFlight);
 }
 
-void ClosedLoop::openWindow(double time) {
-  opened_ = time;
-  processor_ = processorSeconds();
-}
-
-void ClosedLoop::closeWindow(double time) {
-  processor_ = processorSeconds() - processor_;
-  closed_ = time;
-}
-
 bool ClosedLoop::isOver() const {
   const std::lock_guard lock(mutex_);
-  return closed_ > 0;
+  return part_.isOver();
 }
 
 void ClosedLoop::print() const {
   const std::lock_guard lock(mutex_);
-  printOutcome(latencies_, closed_ - opened_, processor_);
+  part_.print();
 }
 
 }  // namespace kvlbench

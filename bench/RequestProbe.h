@@ -51,6 +51,25 @@ inline constexpr auto kClientKeyFile = "client-key.pem";
 // that one took, and microseconds of processor time for one.
 void printOutcome(std::vector<double> latencies, double seconds, double processor);
 
+// The part of a run that is measured. Usable by one thread at a time.
+class MeasuredPart {
+ public:
+  void open(double time);
+  void close(double time);
+  [[nodiscard]] bool isOpen() const { return opened_ > 0 && closed_ == 0; }
+  [[nodiscard]] bool isOver() const { return closed_ > 0; }
+  [[nodiscard]] double opened() const { return opened_; }  // 0 before
+  // What one thing took, in seconds.
+  void add(double latency) { latencies_.push_back(latency); }
+  void print() const { printOutcome(latencies_, closed_ - opened_, processor_); }
+
+ private:
+  double opened_ = 0;
+  double closed_ = 0;
+  double processor_ = 0;
+  std::vector<double> latencies_;
+};
+
 // Keeps so many requests under way: one that is answered makes room for the next. A part that is
 // not measured opens the connections and drains; what is measured in seconds begins when the line
 // has gone round once more. Usable from any thread.
@@ -70,8 +89,6 @@ class ClosedLoop {
   std::size_t start(std::size_t count);
   std::size_t nextOfBursts();
   std::size_t nextOfWarmUp();
-  void openWindow(double time);
-  void closeWindow(double time);
 
   const RequestSettings settings_;
   const std::size_t warmUp_;
@@ -79,10 +96,7 @@ class ClosedLoop {
   mutable std::mutex mutex_;
   std::size_t started_ = 0;
   std::size_t answered_ = 0;
-  double opened_ = 0;
-  double closed_ = 0;
-  double processor_ = 0;
-  std::vector<double> latencies_;
+  MeasuredPart part_;
 };
 
 }  // namespace kvlbench
