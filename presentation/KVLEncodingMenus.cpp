@@ -1,11 +1,18 @@
 // Builds menus from their descriptions, and segmented controls from menus.
+#include "platform/core/ValueAccess.h"
+#include "platform/interface/MenuItemProperties.h"
+
 #include <local/KVLEncodingLocale.h>
 #include <local/KVLEncodingMenus.h>
 #include <local/platform/FontMeasurement.h>
 #include <local/platform/Log.h>
 #include <local/platform/SystemVersion.h>
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +25,10 @@ namespace {
 using kvl::ColourRole;
 using kvl::FontRole;
 using kvl::MenuItem;
+using kvl::Value;
+using kvl::detail::ValueAccess;
+using kvl::interface::MenuItemAccess;
+using kvl::interface::MenuItemProperties;
 
 // What items are given besides their descriptions. It refers to the caller's arguments.
 struct MenuContext {
@@ -36,100 +47,190 @@ bool hasSubtitles() {
   return kvl::isSystemVersionAtLeast(14, 4);
 }
 
-// The text as `stringFromDictionary` gives it, but where it stands: an object of its own would
-// count as a reference to the whole document.
-std::optional<std::string_view> textIn(DictionaryOrNone dictionary, std::string_view key) {
-  if (!dictionary) return std::nullopt;
-  const kvl::Value& value = (*dictionary)[key];
-  if (value.isNull()) return std::nullopt;
-  const auto text = value.string();
-  if (!text) static_cast<void>(stringFromDictionary(dictionary, key));  // reports what is there
-  return text;
+// The text of a dictionary's value where it stands: an object of its own, as the accessors give it,
+// would count as a reference to the whole document. They are for reporting what is of another type.
+std::optional<std::string_view> textOrNone(const Value& dictionary, std::string_view key,
+                                           const Value& value) {
+  if (value.kind() == Value::Kind::string) return ValueAccess::text(value);
+  if (!value.isNull()) static_cast<void>(stringFromDictionary(dictionary.dictionary(), key));
+  return std::nullopt;
 }
 
-std::optional<std::string> textOrNone(DictionaryOrNone dictionary, std::string_view key) {
-  return std::optional<std::string>(textIn(dictionary, key));
+constexpr std::array<std::string_view, 9> kNames = {
+    "type", "subtext", "shortcut", "updates", "tooltip", "icon", "state", "form", "subitems"};
+constexpr std::size_t kShortestName = 4;
+constexpr std::size_t kLongestName = 8;
+
+constexpr std::uint64_t fourCharacters(const char* start) {
+  return std::bit_cast<std::uint32_t>(std::array{start[0], start[1], start[2], start[3]});
 }
 
-std::string_view textOrEmpty(DictionaryOrNone dictionary, std::string_view key) {
-  return textIn(dictionary, key).value_or(std::string_view());
+// The first four characters and the last four: with its size, that is all of a name.
+constexpr std::uint64_t wordOf(std::string_view name) {
+  return fourCharacters(name.data()) | fourCharacters(name.data() + name.size() - 4) << 32;
 }
 
-std::shared_ptr<MenuItem> newItem(std::string_view type, const std::string& text) {
-  if (type == "item") return MenuItem::itemWithTitle(text);
-  if (hasSectionHeaders()) return MenuItem::sectionHeaderWithTitle(text);
+constexpr auto kWords = [] {
+  std::array<std::uint64_t, kNames.size()> words{};
+  std::ranges::transform(kNames, words.begin(), wordOf);
+  return words;
+}();
+
+// What a description has under the keys that no host changes, found in one pass.
+class Description {
+ public:
+  enum Key : std::uint8_t {  // in the order of `kNames`
+    type,
+    subtext,
+    shortcut,
+    updates,
+    tooltip,
+    icon,
+    state,
+    form,
+    subitems
+  };
+
+  // Of what is no dictionary nothing is there. It refers to the value.
+  explicit Description(const Value& value) : value_(value) {
+    if (value.kind() != Value::Kind::dictionary) return;
+    for (const auto& [key, found] : ValueAccess::entries(value)) keep(key, found);
+  }
+
+  [[nodiscard]] const Value& value() const { return value_; }
+
+  [[nodiscard]] std::optional<std::string_view> textOrNone(Key key) const {
+    const Value* found = found_[key];
+    if (found == nullptr) return std::nullopt;
+    return KVLEncoding::textOrNone(value_, kNames[key], *found);
+  }
+  [[nodiscard]] std::string_view text(Key key) const {
+    return textOrNone(key).value_or(std::string_view());
+  }
+
+  // The value if it is of that kind, or null.
+  template <class Report>
+  [[nodiscard]] const Value* container(Key key, Value::Kind kind, Report report) const {
+    const Value* found = found_[key];
+    if (found == nullptr || found->kind() == kind) return found;
+    if (!found->isNull()) static_cast<void>(report(value_.dictionary(), kNames[key], std::nullopt));
+    return nullptr;
+  }
+  [[nodiscard]] const Value* dictionary(Key key) const {
+    return container(key, Value::Kind::dictionary, dictionaryFromDictionary);
+  }
+  [[nodiscard]] const Value* array(Key key) const {
+    return container(key, Value::Kind::array, arrayFromDictionary);
+  }
+  [[nodiscard]] std::int64_t integer(Key key) const {
+    const Value* found = found_[key];
+    if (found == nullptr) return 0;
+    return found->isNumber() ? *found->integer()
+                             : integerFromDictionary(value_.dictionary(), kNames[key], 0);
+  }
+
+ private:
+  void keep(std::string_view key, const Value& value) {
+    if (key.size() < kShortestName || key.size() > kLongestName) return;
+    const auto place = std::ranges::find(kWords, wordOf(key)) - kWords.begin();
+    const auto index = static_cast<std::size_t>(place);
+    if (index < kNames.size() && kNames[index].size() == key.size()) found_[index] = &value;
+  }
+
+  const Value& value_;
+  std::array<const Value*, kNames.size()> found_{};
+};
+
+const Value& valueIn(const Value& dictionary, std::string_view key) {
+  static const Value null;
+  const auto* entry = ValueAccess::find(dictionary, key);
+  return entry != nullptr ? entry->second : null;
+}
+
+std::string_view textIn(const Value& dictionary, std::string_view key) {
+  return textOrNone(dictionary, key, valueIn(dictionary, key)).value_or(std::string_view());
+}
+
+std::shared_ptr<MenuItem> newItem(std::string_view type, std::string_view text) {
+  if (type == "item") return MenuItem::itemWithTitle(std::string(text));
+  if (hasSectionHeaders()) return MenuItem::sectionHeaderWithTitle(std::string(text));
   auto item = MenuItem::itemWithTitle({});
-  item->setAttributedTitle(kvl::AttributedText{{{text, FontRole::menuSmall, ColourRole::label}}});
+  item->setAttributedTitle(
+      kvl::AttributedText{{{std::string(text), FontRole::menuSmall, ColourRole::label}}});
   return item;
 }
 
-kvl::AttributedText twoLines(const std::string& text, const std::string& subtext) {
-  return {{{text, FontRole::menu, ColourRole::label},
+kvl::AttributedText twoLines(std::string_view text, const std::string& subtext) {
+  return {{{std::string(text), FontRole::menu, ColourRole::label},
            {"\n" + subtext, FontRole::menuSmall, ColourRole::secondaryLabel}}};
 }
 
-void setSubtext(MenuItem& item, const std::string& text, std::string_view subtext,
-                const kvl::Value& locales) {
+void setSubtext(MenuItemProperties& item, std::string_view text, std::string_view subtext,
+                const Value& description) {
   if (subtext.empty()) return;
-  auto rendered = stringWithLocales(subtext, locales);
+  auto rendered = stringWithLocales(subtext, valueIn(description, KVLEncodingKeyLocale));
   if (hasSubtitles()) {
-    item.setSubtitle(std::move(rendered));
+    item.subtitle = std::move(rendered);
   } else {
-    item.setAttributedTitle(twoLines(text, rendered));
+    item.attributedTitle = twoLines(text, rendered);
   }
 }
 
 void requestIcon(const std::shared_ptr<MenuItem>& item, std::string_view path,
                  const MenuContext& context) {
-  if (path.empty() || !context.images) return;
-  item->setExpectsImage(true);  // first: the image may come inside the request
   context.images->imageWithRelativePath(
       RelativePath(path), menuIconSize(),
       [item](std::shared_ptr<kvl::Image> image) { item->setImage(std::move(image)); });
 }
 
-void setState(MenuItem& item, std::string_view state) {
-  if (state == "on") item.setState(MenuItem::State::on);
-  if (state == "off") item.setState(MenuItem::State::off);
-  if (state == "mixed") item.setState(MenuItem::State::mixed);
+void setState(MenuItemProperties& item, std::string_view state) {
+  if (state == "on") item.mark = MenuItem::State::on;
+  if (state == "mixed") item.mark = MenuItem::State::mixed;
 }
 
-void setForm(MenuItem& item, const std::optional<kvl::Dictionary>& form,
-             const MenuContext& context) {
-  item.setEnabled(form.has_value());
-  if (!form) return;
-  item.setAction(context.action);
-  item.setTarget(context.target);
-  item.setRepresentedObject(*form);
-  if (const auto identifier = textOrEmpty(*form, "id"); !identifier.empty()) {
-    item.setIdentifier(std::string(identifier));
+void setForm(MenuItemProperties& item, const Value* form, const MenuContext& context) {
+  item.enabled = form != nullptr;
+  if (form == nullptr) return;
+  item.action = context.action;
+  item.target = context.target;
+  item.representedObject = *form;
+  if (const auto identifier = textIn(*form, "id"); !identifier.empty()) {
+    item.identifier = identifier;
   } else {
     kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning,
              "menu item with action missing id: %@", *form);
   }
 }
 
+void setDetails(MenuItemProperties& item, const Description& description, std::string_view text,
+                const MenuContext& context) {
+  using enum Description::Key;
+  const auto line = description.text(subtext);
+  const auto keys = description.text(shortcut);
+  const auto count = description.integer(updates);
+  setSubtext(item, text, line, description.value());
+  item.keyEquivalent = keys;
+  item.toolTip = description.textOrNone(tooltip);
+  if (count >= 1 && hasBadges()) item.badge = kvl::MenuItemBadge::updatesWithCount(count);
+  item.expectsImage = !description.text(icon).empty() && context.images;
+  setState(item, description.text(state));
+  setForm(item, description.dictionary(form), context);
+}
+
 // The item without its sub-menu, or null for a type that is not known.
-std::shared_ptr<MenuItem> menuItemWithoutSubmenu(DictionaryOrNone description,
+std::shared_ptr<MenuItem> menuItemWithoutSubmenu(const Description& description,
                                                  const MenuContext& context) {
-  const auto type = textOrEmpty(description, "type");
+  const auto type = description.text(Description::type);
   if (type == "divider") return MenuItem::separatorItem();
   if (type != "title" && type != "item") {
     kvl::log(kvl::LogCategory::menus, kvl::LogLevel::warning, "unknown menu item type: %@", type);
     return nullptr;
   }
-  const std::string text(textOrEmpty(description, KVLEncodingKeyText));
-  const auto subtext = textOrEmpty(description, "subtext");
-  const auto shortcut = textOrEmpty(description, "shortcut");
-  const auto updates = integerFromDictionary(description, "updates", 0);
+  const auto text = textIn(description.value(), KVLEncodingKeyText);
   auto item = newItem(type, text);
-  setSubtext(*item, text, subtext, (*description)[KVLEncodingKeyLocale]);
-  if (!shortcut.empty()) item->setKeyEquivalent(std::string(shortcut));
-  item->setToolTip(textOrNone(description, "tooltip"));
-  if (updates >= 1 && hasBadges()) item->setBadge(kvl::MenuItemBadge::updatesWithCount(updates));
-  requestIcon(item, textOrEmpty(description, "icon"), context);
-  setState(*item, textOrEmpty(description, "state"));
-  setForm(*item, dictionaryFromDictionary(description, "form"), context);
+  setDetails(MenuItemAccess::unshared(*item), description, text, context);
+  // Last: an image may come on any thread as soon as it is asked for.
+  if (item->expectsImage()) requestIcon(item, description.text(Description::icon), context);
   return item;
 }
 
@@ -149,13 +250,14 @@ class SubmenuBuilder {
   [[nodiscard]] bool isFinished() const noexcept { return open_.empty(); }
 
   // The item of a description; null when there is none, or when its sub-menu comes first.
-  std::shared_ptr<MenuItem> begin(DictionaryOrNone description) {
+  std::shared_ptr<MenuItem> begin(const Value& value) {
+    const Description description(value);
     auto item = menuItemWithoutSubmenu(description, context_);
     if (!item || item->kind() == MenuItem::Kind::separator) return item;
-    const auto subitems = arrayFromDictionary(description, "subitems");
-    if (!subitems || subitems->empty()) return item;
+    const Value* subitems = description.array(Description::subitems);
+    if (subitems == nullptr || ValueAccess::elements(*subitems).empty()) return item;
     item->setEnabled(true);
-    open_.push_back({std::move(item), std::make_shared<kvl::Menu>(), *subitems});
+    open_.push_back({std::move(item), std::make_shared<kvl::Menu>(), *subitems->array()});
     return nullptr;
   }
 
@@ -172,8 +274,8 @@ class SubmenuBuilder {
   }
 
  private:
-  std::shared_ptr<MenuItem> beginListed(const kvl::Value& description) {
-    return description.isNull() ? nullptr : begin(description.dictionary());
+  std::shared_ptr<MenuItem> beginListed(const Value& description) {
+    return description.isNull() ? nullptr : begin(description);
   }
 
   std::shared_ptr<MenuItem> finish() {
@@ -189,8 +291,7 @@ class SubmenuBuilder {
 
 // The item that a description gives, or null. Nesting takes no stack. A sub-menu is complete before
 // its item gets it, and an item before its menu gets it.
-std::shared_ptr<MenuItem> itemWithSubmenus(DictionaryOrNone description,
-                                           const MenuContext& context) {
+std::shared_ptr<MenuItem> itemWithSubmenus(const Value& description, const MenuContext& context) {
   SubmenuBuilder builder(context);
   auto item = builder.begin(description);
   while (!builder.isFinished()) item = builder.advance();
@@ -250,7 +351,7 @@ void addMenuItems(const ArrayOrNone& items, kvl::Menu& menu,
   for (const auto& description : *items) {
     // The null value is no description; what else is no dictionary is one without keys.
     if (description.isNull()) continue;
-    menu.addItem(itemWithSubmenus(description.dictionary(), {images, action, target}));
+    menu.addItem(itemWithSubmenus(description, {images, action, target}));
   }
 }
 
@@ -259,7 +360,7 @@ std::shared_ptr<kvl::MenuItem> menuItem(DictionaryOrNone description,
                                         const kvl::MenuAction& action,
                                         const std::weak_ptr<void>& target) {
   if (!description) return nullptr;
-  return itemWithSubmenus(description, {images, action, target});
+  return itemWithSubmenus(*description, {images, action, target});
 }
 
 std::optional<kvl::Dictionary> menuItemWithEllipsis(DictionaryOrNone description,

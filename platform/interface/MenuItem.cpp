@@ -1,3 +1,4 @@
+#include "platform/interface/MenuItemProperties.h"
 #include "platform/interface/Observed.h"
 
 #include <local/platform/Menu.h>
@@ -7,25 +8,10 @@
 #include <vector>
 
 namespace kvl {
-namespace {
 
-struct MenuItemProperties {
-  std::string title;
-  std::optional<AttributedText> attributedTitle;
-  std::optional<std::string> subtitle;
-  std::optional<std::string> toolTip;
-  std::string keyEquivalent;
-  std::optional<MenuItemBadge> badge;
-  std::shared_ptr<Image> image;
-  bool expectsImage = false;
-  MenuItem::State mark = MenuItem::State::off;
-  bool enabled = true;
-  MenuAction action;
-  std::weak_ptr<void> target;
-  Value representedObject;
-  std::optional<std::string> identifier;
-  std::shared_ptr<Menu> submenu;
-};
+using interface::MenuItemProperties;
+
+namespace {
 
 // Whether there never was a target, as opposed to one that is gone.
 bool isUnset(const std::weak_ptr<void>& target) {
@@ -65,6 +51,10 @@ struct MenuItem::Implementation {
   const Kind kind;
   interface::Observed<MenuItemProperties> properties;
 };
+
+interface::MenuItemProperties& interface::MenuItemAccess::unshared(MenuItem& item) noexcept {
+  return item.implementation_->properties.unshared();
+}
 
 MenuItem::MenuItem(Private, Kind kind, std::string title)
     : implementation_(std::make_unique<Implementation>(kind, std::move(title))) {}

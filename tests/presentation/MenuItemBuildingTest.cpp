@@ -1,8 +1,13 @@
+#include "platform/serialisation/JSONReader.h"
 #include "tests/presentation/MenuFixture.h"
 #include "tests/support/UserEnvironment.h"
 
+#include <local/KVLEncodingLocale.h>
+
 #include <cstdint>
 #include <limits>
+#include <string>
+#include <utility>
 
 namespace {
 
@@ -245,6 +250,56 @@ TEST_F(MenuItemBuildingTest, TitleReadsTheOtherKeysToo) {
   EXPECT_TRUE(header->isEnabled());
   EXPECT_EQ(header->identifier(), "x");
   EXPECT_EQ(images_->requests.size(), 1U);
+}
+
+// Others begin and end as the keys do, or are the keys with something at their end.
+TEST_F(MenuItemBuildingTest, KeysThatResembleTheKnownOnesMeanNothing) {
+  const auto item = buildItem({{"stattate", "on"},
+                               {"toolltip", "tip"},
+                               {"shorrtcut", "s"},
+                               {"updaates", 3},
+                               {"iconicon", "a.png"},
+                               {"formform", Dictionary{{"id", "x"}}},
+                               {std::string_view("form\0", 5), Dictionary{{"id", "x"}}},
+                               {"subiitems", Array{Dictionary{{"type", "item"}}}},
+                               {"for", 1},
+                               {"", 1}});
+  EXPECT_EQ(item->state(), MenuItem::State::off);
+  EXPECT_EQ(item->toolTip(), std::nullopt);
+  EXPECT_EQ(item->keyEquivalent(), "");
+  EXPECT_EQ(item->badge(), std::nullopt);
+  EXPECT_EQ(item->submenu(), nullptr);
+  EXPECT_FALSE(item->isEnabled());
+  EXPECT_THAT(images_->requests, IsEmpty());
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(MenuItemBuildingTest, ItemOfAReadDocumentWithManyOtherKeysHasEverything) {
+  std::string text = R"({"type":"item","text":"Open","tooltip":"tip","shortcut":"o","updates":2,)";
+  for (int i = 0; i < 40; ++i) text += "\"key" + std::to_string(i) + "\":0,";
+  text += R"("state":"mixed","icon":"a.png","form":{"id":"x"},"subitems":[{"type":"divider"}]})";
+  const auto item = build(kvl::valueFromJSON(kvl::Data::fromText(text), nullptr)->dictionary());
+  EXPECT_EQ(item->title(), "Open");
+  EXPECT_EQ(item->toolTip(), "tip");
+  EXPECT_EQ(item->keyEquivalent(), "o");
+  EXPECT_EQ(item->badge(), kvl::MenuItemBadge{2});
+  EXPECT_EQ(item->state(), MenuItem::State::mixed);
+  EXPECT_EQ(item->identifier(), "x");
+  EXPECT_EQ(item->submenu()->itemCount(), 1U);
+  EXPECT_TRUE(item->expectsImage());
+}
+
+TEST_F(MenuItemBuildingTest, TextAndLocalesAreUnderTheKeysThatTheHostHasSet) {
+  const auto text = std::exchange(KVLEncoding::KVLEncodingKeyText, "tooltip");
+  const auto locale = std::exchange(KVLEncoding::KVLEncodingKeyLocale, "tokens");
+  const Array tokens{Dictionary{{"find", "%T"}, {"type", "duration"}, {"seconds", 5}}};
+  const auto item =
+      buildItem({{"text", "a"}, {"tooltip", "b"}, {"subtext", "%T"}, {"tokens", tokens}});
+  KVLEncoding::KVLEncodingKeyText = text;
+  KVLEncoding::KVLEncodingKeyLocale = locale;
+  EXPECT_EQ(item->title(), "b");
+  EXPECT_EQ(item->toolTip(), "b");
+  EXPECT_NE(item->subtitle(), "%T");
 }
 
 }  // namespace

@@ -19,6 +19,10 @@ namespace kvl {
 
 class Menu;
 
+namespace interface {
+struct MenuItemAccess;
+}  // namespace interface
+
 /// A badge at the end of a menu item.
 struct MenuItemBadge {
   /// The number of updates it announces. A toolkit binding words it.
@@ -139,6 +143,7 @@ class KVL_EXPORT MenuItem : public std::enable_shared_from_this<MenuItem> {
   [[nodiscard]] Observation observe(std::function<void()> handler);
 
  private:
+  friend struct interface::MenuItemAccess;
   struct Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
