@@ -58,6 +58,11 @@ function(kvl_optimise_files speed)
   endif()
 endfunction()
 
+# Components' objects hold finished code and, besides, what the compiler knew of it. libkvlocal.so is made
+# of the latter, as a whole, which makes it an eighth smaller. Programs take the finished code: a hundred
+# of them would be compiled once more otherwise.
+set(KVL_WHOLE_LIBRARY $<AND:$<CONFIG:Release>,$<CXX_COMPILER_ID:GNU>>)
+
 # kvl_component(name SOURCES file... [PRIVATE_LINKS lib...] [LINKS lib...]
 #               [OFTEN | SELDOM])
 # One subsystem as a static library. libkvlocal.so takes all of them in; tests link only what they
@@ -72,6 +77,7 @@ function(kvl_component name)
     set(speed SELDOM)
   endif()
   kvl_optimise(${name} ${speed})
+  target_compile_options(${name} PRIVATE "$<${KVL_WHOLE_LIBRARY}:-flto=auto;-ffat-lto-objects>")
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE kvl_flags ${ARG_PRIVATE_LINKS})
@@ -84,6 +90,7 @@ function(kvl_program name)
   add_executable(${name} ${ARG_SOURCES})
   target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR})
   target_link_libraries(${name} PRIVATE kvl_flags ${ARG_LINKS})
+  target_link_options(${name} PRIVATE $<${KVL_WHOLE_LIBRARY}:-fno-lto>)
 endfunction()
 
 # Whoever links libkvlocal.so in this tree needs, to run, the module that is itself linked with it.
