@@ -4,12 +4,13 @@
 #include "platform/serialisation/OutputBuffer.h"
 #include "platform/serialisation/PropertyListObjects.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace kvl {
 namespace {
@@ -116,17 +117,19 @@ char32_t takeCharacter(std::string_view& text) {
 // Writes the objects, the table of their offsets and the trailer.
 class PropertyListEncoder {
  public:
-  explicit PropertyListEncoder(const PropertyListObjects& objects)
+  // An object's number becomes its offset.
+  explicit PropertyListEncoder(PropertyListObjects& objects)
       : objects_(objects), referenceSize_(sizeOf(objects.all().size() - 1)) {
-    static_cast<void>(buffer_.reserve(mostBytes()));
-    buffer_.append(kHeader);
-    std::vector<std::size_t> offsets;
-    offsets.reserve(objects.all().size());
-    for (const auto& object : objects.all()) {
-      offsets.push_back(buffer_.size());
-      writeObject(object);
+    start_ = buffer_.reserve(mostBytes());
+    next_ = start_;
+    put(kHeader);
+    for (auto& object : objects.all()) {
+      const std::size_t offset = position();
+      putObject(object);
+      object = {object.kind(), offset};
     }
-    writeOffsets(offsets);
+    putOffsets();
+    buffer_.written(next_);
   }
 
   [[nodiscard]] Data take() { return std::move(buffer_).take(); }
@@ -135,114 +138,107 @@ class PropertyListEncoder {
   // What the whole list takes at most, and hardly less, so that the bytes stay where they are
   // written.
   [[nodiscard]] std::size_t mostBytes() const {
-    std::size_t most = kHeader.size() + kTrailerBytes;
-    for (const auto& object : objects_.all()) most += mostBytesOf(object);
-    return most + objects_.all().size() * sizeOf(most);
+    const std::size_t offsets =
+        kHeader.size() + objects_.mostBytes() + objects_.references().size() * referenceSize_;
+    return offsets + objects_.all().size() * sizeOf(offsets) + kTrailerBytes;
   }
 
-  [[nodiscard]] std::size_t mostBytesOf(const PropertyListObject& object) const {
-    constexpr std::size_t kMarker = 1;
-    if (object.size == 0) return kMarker + sizeof object.number;
-    const std::size_t unit = object.bytes == nullptr ? referenceSize_ : object.isASCII ? 1 : 2;
-    const std::size_t count = object.size < kCountFollows ? 0 : 1 + sizeOf(object.size);
-    return kMarker + count + unit * object.size;
+  [[nodiscard]] std::size_t position() const noexcept {
+    return static_cast<std::size_t>(next_ - start_);
   }
 
-  void append(std::uint8_t byte) { buffer_.append(static_cast<char>(byte)); }
+  void put(std::uint8_t byte) noexcept { *next_++ = static_cast<char>(byte); }
 
-  // The last `size` bytes of the number, the most significant first.
-  void append(std::uint64_t number, std::uint8_t size) {
-    buffer_.written(appended(buffer_.reserve(size), number, size));
-  }
-  static char* appended(char* out, std::uint64_t number, std::uint8_t size) {
-    for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) {
-      *out++ = static_cast<char>(number >> shift);
-    }
-    return out;
+  void put(std::string_view bytes) noexcept {
+    next_ = std::copy(bytes.begin(), bytes.end(), next_);
   }
 
-  void writeObject(const PropertyListObject& object) {
-    switch (object.kind) {
+  // The last `size` bytes of the number, the most significant first. Eight are written, and what
+  // comes next goes over those that do not count: there is always the trailer behind them.
+  void put(std::uint64_t number, std::uint8_t size) noexcept {
+    number <<= 8 * (sizeof number - size);
+    if constexpr (std::endian::native == std::endian::little) number = __builtin_bswap64(number);
+    std::memcpy(next_, &number, sizeof number);
+    next_ += size;
+  }
+
+  void putObject(const PropertyListObject& object) {
+    switch (object.kind()) {
       case Value::Kind::boolean:
-        return append(object.number != 0 ? kTrue : kFalse);
+        return put(object.number() != 0 ? kTrue : kFalse);
       case Value::Kind::integer:
-        return writeInteger(object.number);
+        return putInteger(object.number());
       case Value::Kind::string:
-        return object.isASCII ? writeBytes(kASCII, object.text()) : writeUTF16(object.text());
+        return object.isASCII() ? putBytes(kASCII, object.text()) : putUTF16(object.text());
       case Value::Kind::data:
-        return writeBytes(kData, object.text());
+        return putBytes(kData, object.text());
       case Value::Kind::array:
-        writeMarker(kArray, object.size);
-        return writeReferences(object);
+        putMarker(kArray, object.size());
+        return putReferences(object);
       case Value::Kind::dictionary:
-        writeMarker(kDictionary, object.size / 2);
-        return writeReferences(object);
+        putMarker(kDictionary, object.size() / 2);
+        return putReferences(object);
       default:
-        append(object.kind == Value::Kind::date ? kDate : kReal);
-        append(object.number, sizeof object.number);
+        put(object.kind() == Value::Kind::date ? kDate : kReal);
+        put(object.number(), sizeof object.number());
     }
   }
 
   // Eight bytes are a signed number, fewer are not.
-  void writeInteger(std::uint64_t number) {
+  void putInteger(std::uint64_t number) noexcept {
     const std::uint8_t size = sizeOf(number);
-    append(static_cast<std::uint8_t>(kInteger | std::countr_zero(size)));
-    append(number, size);
+    put(static_cast<std::uint8_t>(kInteger | std::countr_zero(size)));
+    put(number, size);
   }
 
-  void writeMarker(std::uint8_t kind, std::size_t count) {
-    if (count < kCountFollows) return append(static_cast<std::uint8_t>(kind | count));
-    append(static_cast<std::uint8_t>(kind | kCountFollows));
-    writeInteger(count);
+  void putMarker(std::uint8_t kind, std::size_t count) noexcept {
+    if (count < kCountFollows) return put(static_cast<std::uint8_t>(kind | count));
+    put(static_cast<std::uint8_t>(kind | kCountFollows));
+    putInteger(count);
   }
 
-  void writeBytes(std::uint8_t kind, std::string_view bytes) {
-    writeMarker(kind, bytes.size());
-    buffer_.append(bytes);
+  void putBytes(std::uint8_t kind, std::string_view bytes) noexcept {
+    putMarker(kind, bytes.size());
+    put(bytes);
   }
 
-  void writeUTF16(std::string_view text) {
-    const std::size_t length = lengthInUTF16(text);
-    writeMarker(kUTF16, length);
-    char* out = buffer_.reserve(2 * length);
+  void putUTF16(std::string_view text) noexcept {
+    putMarker(kUTF16, lengthInUTF16(text));
     while (!text.empty()) {
       const char32_t character = takeCharacter(text);
       if (character < 0x10000) {
-        out = appended(out, character, 2);
+        put(character, 2);
       } else {
-        out = appended(out, 0xd800 + ((character - 0x10000) >> 10), 2);
-        out = appended(out, 0xdc00 + (character & 0x3ff), 2);
+        put(0xd800 + ((character - 0x10000) >> 10), 2);
+        put(0xdc00 + (character & 0x3ff), 2);
       }
     }
-    buffer_.written(out);
   }
 
-  void writeReferences(const PropertyListObject& object) {
-    const auto* reference = objects_.references().data() + object.number;
-    writeNumbers(reference, reference + object.size, referenceSize_);
-  }
-
-  template <class Number>
-  void writeNumbers(const Number* number, const Number* end, std::uint8_t size) {
-    char* out = buffer_.reserve(static_cast<std::size_t>(end - number) * size);
-    for (; number != end; ++number) out = appended(out, *number, size);
-    buffer_.written(out);
+  void putReferences(const PropertyListObject& object) noexcept {
+    const auto* reference = objects_.references().data() + object.number();
+    const auto* const end = reference + object.size();
+    const std::uint8_t size = referenceSize_;
+    for (; reference != end; ++reference) put(*reference, size);
   }
 
   // The offset table and the trailer, which says where it is and names the first object as the top.
-  void writeOffsets(const std::vector<std::size_t>& offsets) {
-    const std::size_t start = buffer_.size();
+  void putOffsets() noexcept {
+    const std::size_t start = position();
     const std::uint8_t size = sizeOf(start);
-    writeNumbers(offsets.data(), offsets.data() + offsets.size(), size);
-    for (std::size_t i = 0; i < kUnusedTrailerBytes; ++i) append(0);
-    append(size);
-    append(referenceSize_);
-    for (const std::uint64_t number : {offsets.size(), std::size_t{0}, start}) append(number, 8);
+    for (const auto& object : objects_.all()) put(object.number(), size);
+    for (std::size_t i = 0; i < kUnusedTrailerBytes; ++i) put(0);
+    put(size);
+    put(referenceSize_);
+    for (const std::uint64_t number : {objects_.all().size(), std::size_t{0}, start})
+      put(number, sizeof number);
   }
 
-  const PropertyListObjects& objects_;
+  PropertyListObjects& objects_;
   const std::uint8_t referenceSize_;
   serialisation::OutputBuffer buffer_;
+  char* start_ = nullptr;
+  char* next_ = nullptr;
 };
 
 std::optional<Data> notHeld(std::string_view obstacle, std::optional<Error>* error) {
@@ -259,7 +255,7 @@ bool isValidForBinaryPropertyList(const Value& value) {
 }
 
 std::optional<Data> binaryPropertyListFromValue(const Value& value, std::optional<Error>* error) {
-  const PropertyListObjects objects(value);
+  PropertyListObjects objects(value);
   // The objects come in another order than the value names what it holds.
   if (!objects.areComplete()) return notHeld(obstacleIn(value), error);
   storeError(error, std::nullopt);

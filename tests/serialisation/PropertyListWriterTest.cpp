@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <string>
@@ -35,6 +36,12 @@ std::string objectOf(const Value& value) {
   EXPECT_EQ(kvltest::valueFromStrictPropertyList(data->bytes()), value);
   const auto text = data->text();
   return std::string(text.substr(8, text.size() - 8 - 1 - 32));
+}
+
+void expectToReadBack(const Value& value) {
+  const auto data = write(value);
+  ASSERT_TRUE(data);
+  EXPECT_TRUE(kvltest::valueFromStrictPropertyList(data->bytes()) == value);
 }
 
 TEST(PropertyListWriterTest, WritesHeaderObjectOffsetsAndTrailer) {
@@ -127,6 +134,19 @@ TEST(PropertyListWriterTest, WritesASCIITextAsItIsAndOtherTextInUTF16) {
   for (const auto& [text, bytes] : table) EXPECT_EQ(objectOf(text), bytes) << text;
 }
 
+// Texts of every length around the words in which they are compared, each with each.
+TEST(PropertyListWriterTest, TellsTextsApartThatDifferInOneByte) {
+  for (std::size_t size = 1; size < 36; ++size) {
+    Array texts{std::string(size, 'x')};
+    for (std::size_t place = 0; place < size; ++place) {
+      std::string text(size, 'x');
+      text[place] = 'y';
+      texts.append(text);
+    }
+    expectToReadBack(Array{texts, texts});
+  }
+}
+
 TEST(PropertyListWriterTest, WritesLongCountsAfterTheMarker) {
   EXPECT_EQ(objectOf(std::string(14, 'x')).substr(0, 2), "\x5ex");
   EXPECT_EQ(objectOf(std::string(15, 'x')).substr(0, 4), "\x5f\x10\x0fx");
@@ -137,12 +157,6 @@ TEST(PropertyListWriterTest, WritesLongCountsAfterTheMarker) {
     const Value text(std::string(count, 'x'));
     EXPECT_EQ(kvltest::valueFromStrictPropertyList(write(text)->bytes()), text) << count;
   }
-}
-
-void expectToReadBack(const Value& value) {
-  const auto data = write(value);
-  ASSERT_TRUE(data);
-  EXPECT_TRUE(kvltest::valueFromStrictPropertyList(data->bytes()) == value);
 }
 
 // Around the numbers of objects and the offsets where another size begins.
@@ -202,6 +216,55 @@ TEST(PropertyListWriterTest, WritesManyEqualLeavesOnce) {
     EXPECT_EQ(count[6] << 8 | count[7], 3 + kMany) << name;
     EXPECT_EQ(kvltest::valueFromStrictPropertyList(list->bytes()), Value(Array{once, once}));
   }
+}
+
+// What leaves are hashed with, and its inverse.
+constexpr std::uint64_t kMixer = 0x9e3779b97f4a7c15;
+std::uint64_t unmixed(std::uint64_t mixed) {
+  std::uint64_t inverse = 1;
+  for (int bits = 1; bits < 64; bits *= 2) inverse *= 2 - kMixer * inverse;
+  return mixed * inverse;
+}
+
+// Integers that all have the hash 0.
+Value colliding(std::uint64_t i) {
+  const auto kind = static_cast<std::uint64_t>(Value::Kind::integer);
+  return static_cast<std::int64_t>(unmixed(i) ^ std::rotl(kind, 23));
+}
+
+// Texts of a word and those that end with a certain word, which all have the hash 0.
+Array collidingTexts(std::string_view end) {
+  std::uint64_t hash = 8 + end.size();
+  if (!end.empty()) {
+    std::uint64_t word;
+    std::memcpy(&word, end.data(), sizeof word);
+    hash = (std::rotl(hash, 23) ^ word) * kMixer;
+  }
+  Array texts;
+  for (std::uint64_t i = 0; texts.size() < 100; ++i) {
+    const std::uint64_t word = unmixed(i) ^ std::rotl(hash, 23);
+    if ((word & 0x8080808080808080) != 0) continue;
+    texts.append(std::string(reinterpret_cast<const char*>(&word), sizeof word) + std::string(end));
+  }
+  return texts;
+}
+
+TEST(PropertyListWriterTest, TellsTextsApartThatHaveTheSameHash) {
+  for (const auto* const end : {"", "the same"}) {
+    const Array texts = collidingTexts(end);
+    expectToReadBack(Array{texts, texts});
+  }
+}
+
+TEST(PropertyListWriterTest, WritesLeavesThatWereChosenToCollideMoreThanOnce) {
+  constexpr int kMany = 20'000;
+  Array once;
+  for (int i = 0; i < kMany; ++i) once.append(colliding(i));
+  const auto list = write(Array{once, once});
+  ASSERT_TRUE(list);
+  const auto count = list->bytes().subspan(list->size() - 32 + 8, 8);
+  constexpr int kMostFound = 128;
+  EXPECT_EQ(count[6] << 8 | count[7], 3 + kMostFound + 2 * (kMany - kMostFound));
 }
 
 TEST(PropertyListWriterTest, KeepsEqualLookingLeavesOfOtherKindsApart) {
