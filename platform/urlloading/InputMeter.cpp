@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <utility>
 
 namespace kvl::urlloading {
 
@@ -33,9 +34,19 @@ long InputMeter::onOperation(BIO* bio, int operation, const char*, std::size_t, 
   return result == 0 && meter.needsNotice_ ? -1 : result;
 }
 
+// Each of several exchanges says that the pass is over, which it is once.
+void InputMeter::endPass() noexcept {
+  if (std::exchange(exchangesInPass_, 0) == 0) return;
+  untaken_ = std::min(untaken_, inPass_);
+  inPass_ = 0;
+  uselessInPass_ = 0;
+  isActive_ = false;
+}
+
 void InputMeter::take(std::size_t bytes) noexcept {
   isActive_ = true;
   inPass_ += bytes;
+  untaken_ += bytes;
   uselessInPass_ += bytes;
   useless_ += bytes;
   if (isSpent() && socket_ >= 0) shutdown(socket_, SHUT_RDWR);

@@ -3,6 +3,7 @@
 
 #include <openssl/ssl.h>
 
+#include <algorithm>
 #include <cstddef>
 
 namespace kvl::urlloading {
@@ -19,10 +20,18 @@ class InputMeter {
   // More than a server may still send of exchanges that have been cancelled: libcurl lets it have
   // 32 MiB under way.
   static constexpr std::size_t kLimit = std::size_t{64} << 20;
-  // What is read in one pass where exchanges share the connection, give or take a record. What one
-  // of them reads of another's body lies in that one's buffer until its turn, at the latest in the
-  // next pass, and must have room there.
-  static constexpr std::size_t kSharedSlice = std::size_t{32} << 10;
+  // What is read in one pass where exchanges share the connection.
+  static constexpr std::size_t kSharedSlice = std::size_t{1} << 20;
+  // How much of that may lie with the exchanges before any more is read. What one of them reads of
+  // another's body waits in that one's buffer for its turn, at the latest in the next pass, and
+  // must have room there.
+  static constexpr std::size_t kUntaken = std::size_t{48} << 10;
+  // What a pass may read however much there is, so that an idle connection can be looked after.
+  static constexpr std::size_t kFirstOfPass = SSL3_RT_MAX_ENCRYPTED_LENGTH;
+  // What there is at most of one body. Each of the limits is overstepped by a record: `kUntaken` in
+  // the pass before, and `kFirstOfPass` after that.
+  static constexpr std::size_t kMostUntaken =
+      kUntaken + kFirstOfPass + std::size_t{2} * SSL3_RT_MAX_ENCRYPTED_LENGTH;
   // How many bytes a useful one makes up for: events may be few and the frames around them many.
   static constexpr std::size_t kWorth = 1024;
 
@@ -38,16 +47,15 @@ class InputMeter {
 
   // Exchanges share the connection from here on.
   void share() noexcept { isShared_ = true; }
+  [[nodiscard]] bool isShared() const noexcept { return isShared_; }
 
   // An exchange uses the connection in this pass. Whether that makes several that share it.
   [[nodiscard]] bool noteExchange() noexcept { return ++exchangesInPass_ > 1 && isShared_; }
-  // What follows is of the next pass.
-  void endPass() noexcept {
-    exchangesInPass_ = 0;
-    inPass_ = 0;
-    uselessInPass_ = 0;
-    isActive_ = false;
-  }
+  // What follows is of the next pass, in which `noteExchange` is to be called again. Each exchange
+  // has had its turn, and taken what had been read for it before the pass.
+  void endPass() noexcept;
+  // An exchange has taken so many bytes of its body off the connection: as they came, not decoded.
+  void noteTaken(std::size_t bytes) noexcept { untaken_ -= std::min(untaken_, bytes); }
   // So many bytes of a head or body have come.
   void noteProgress(std::size_t bytes) noexcept;
   // Whether the pass has read anything, or taken something of use that had been read before.
@@ -60,7 +68,10 @@ class InputMeter {
                           int argument, long longArgument, int result, std::size_t* processed);
 
   [[nodiscard]] bool mayRead() const noexcept {
-    return uselessInPass_ <= kSlice && (!isShared_ || inPass_ <= kSharedSlice) && !isSpent();
+    return uselessInPass_ <= kSlice && (!isShared_ || mayReadShared()) && !isSpent();
+  }
+  [[nodiscard]] bool mayReadShared() const noexcept {
+    return inPass_ <= kFirstOfPass || (inPass_ <= kSharedSlice && untaken_ <= kUntaken);
   }
   void take(std::size_t bytes) noexcept;
 
@@ -69,6 +80,8 @@ class InputMeter {
   bool isShared_ = false;
   int exchangesInPass_ = 0;
   std::size_t inPass_ = 0;
+  // No exchange's buffer has more.
+  std::size_t untaken_ = 0;
   std::size_t uselessInPass_ = 0;
   std::size_t useless_ = 0;
   bool isActive_ = false;

@@ -98,6 +98,7 @@ CURLcode Transfer::prepare() {
   head_ = {};
   errorText_.fill('\0');
   uploaded_ = 0;
+  taken_ = 0;
   sockets_.clear();
   sent_ = false;
   resendingRefused_ = false;

@@ -161,6 +161,9 @@ class Transfer final : private ChallengeSource {
     if (connection_) connection_->input().noteProgress(bytes);
   }
 
+  // Tells the connection how much of the body has left it.
+  void noteTaken();
+
   const std::shared_ptr<DataTaskObject> task_;
   const URLSessionConfiguration& configuration_;
   EasyHandles& handles_;
@@ -214,6 +217,8 @@ class Transfer final : private ChallengeSource {
   bool deadlineSuspended_ = false;
   std::optional<bool> connectionKind_;
   curl_off_t uploaded_ = 0;
+  // Of the body that comes.
+  curl_off_t taken_ = 0;
   const std::size_t maximumBody_;
   const SteadyTime end_;
   SteadyTime lastActivity_ = began_;

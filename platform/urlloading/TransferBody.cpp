@@ -80,6 +80,7 @@ std::optional<std::uint64_t> Transfer::lengthToCome() const {
 std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* transfer) {
   auto* self = static_cast<Transfer*>(transfer);
   self->noteArrival(size);
+  self->noteTaken();
   std::size_t taken = 0;
   // No exception may pass through libcurl.
   try {
@@ -89,6 +90,14 @@ std::size_t Transfer::onBody(char* bytes, std::size_t, std::size_t size, void* t
   }
   if (taken == 0) self->closeConnectionWithExchange();
   return taken;
+}
+
+// By libcurl's count, which an encoding does not change, nor that held bytes come once more.
+void Transfer::noteTaken() {
+  if (!connection_ || !connection_->input().isShared()) return;
+  curl_off_t taken = 0;
+  curl_easy_getinfo(easy_.get(), CURLINFO_SIZE_DOWNLOAD_T, &taken);
+  connection_->input().noteTaken(static_cast<std::size_t>(taken - std::exchange(taken_, taken)));
 }
 
 // Nobody reads the text of a redirect; one without an end is broken off.

@@ -27,10 +27,11 @@ constexpr long kLowestWeight = 1;
 constexpr long kUploadBufferSize = 256L << 10;
 // How much of an answer libcurl keeps until the exchange takes it. When another exchange finds more
 // on their connection, libcurl 7.88 pauses nghttp2, and if that was in the answer's last frame,
-// does not notice the end until something else comes. So there is room for what two passes read of
-// a body, beside a head of the usual size.
+// does not notice the end until something else comes. So there is room for all of a body that is
+// read before its turn, beside a head of the usual size.
 constexpr std::size_t kBufferSize = std::size_t{112} << 10;
-static_assert(kBufferSize > 2 * (InputMeter::kSharedSlice + SSL3_RT_MAX_ENCRYPTED_LENGTH));
+constexpr std::size_t kUsualHead = std::size_t{12} << 10;
+static_assert(kBufferSize >= InputMeter::kMostUntaken + kUsualHead);
 
 // The message's framing is the loader's business, and cookies go through libcurl's own list.
 bool isSetElsewhere(std::string_view name) {

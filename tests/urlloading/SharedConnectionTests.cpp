@@ -88,22 +88,33 @@ TEST_P(BesideASilentExchangeTest, AnAnswerIsWholeAtOnce) {
 INSTANTIATE_TEST_SUITE_P(Sizes, BesideASilentExchangeTest,
                          ::testing::Values(20000, 60000, 250000, 1000000));
 
-// A head whose "content-length" is in the static table (RFC 7541, appendix A), and its body.
-std::string measuredAnswer(std::uint32_t stream, const std::string& body) {
-  const std::string length = std::to_string(body.size());
+// A head whose "content-length" is in the static table (RFC 7541, appendix A).
+std::string measuredHead(std::uint32_t stream, std::size_t size) {
+  const std::string length = std::to_string(size);
   const std::string head = std::string("\x88\x0f\x0d", 3) + static_cast<char>(length.size());
-  return encoded({HTTP2Frame::headers, HTTP2Frame::kEndHeaders, stream, head + length}) +
-         frames(stream, body);
+  return encoded({HTTP2Frame::headers, HTTP2Frame::kEndHeaders, stream, head + length});
 }
 
-// Both answers, which the last record fills up.
+// A frame of this size of nothing but padding, which nobody takes.
+std::string padding(std::uint32_t stream, std::size_t size) {
+  constexpr std::uint8_t kPadded = 8;
+  constexpr std::size_t kAround = 10;
+  std::string payload(size - kAround + 1, '\0');
+  payload.front() = static_cast<char>(size - kAround);
+  return encoded({HTTP2Frame::data, kPadded, stream, payload});
+}
+
+// Both answers, with so much between them that no more is read in their pass.
 std::string answers(std::uint32_t first, std::uint32_t second) {
-  const auto both = [=](const std::string& body) {
-    return measuredAnswer(second, body) + measuredAnswer(first, "hello");
-  };
-  std::string body(urlloading::InputMeter::kSharedSlice - 100, 'x');
-  body.append(urlloading::InputMeter::kSharedSlice - both(body).size(), 'x');
-  return both(body);
+  constexpr std::size_t kPiece = 128;
+  constexpr std::string_view kBody = "hello";
+  const std::string begin = measuredHead(second, kBody.size());
+  const std::string end =
+      frames(second, kBody) + measuredHead(first, kBody.size()) + frames(first, kBody);
+  std::string between;
+  auto left = urlloading::InputMeter::kUntaken - begin.size() - end.size();
+  for (; left > 2 * kPiece; left -= kPiece) between += padding(second, kPiece);
+  return begin + between + padding(second, left) + end;
 }
 
 // What the last pass has read does not count when libcurl looks whether the connection lives.
