@@ -63,7 +63,7 @@ QSize MenuView::sizeHint() const {
 
 void MenuView::initStyleOption(QStyleOptionMenuItem* option, const QAction* action) const {
   QMenu::initStyleOption(option, action);
-  implementation_->setCurrent(action);
+  implementation_->setCurrent(*option, action);
 }
 
 bool MenuView::event(QEvent* event) {
@@ -75,6 +75,9 @@ bool MenuView::event(QEvent* event) {
     case QEvent::LanguageChange:
     case QEvent::LocaleChange:
       implementation_->refreshAll();
+      break;
+    case QEvent::Resize:
+      if (implementation_->isLaidOut()) return QWidget::event(event);
       break;
     case QEvent::KeyPress:
       if (implementation_->goToInitial(static_cast<const QKeyEvent&>(*event))) return true;

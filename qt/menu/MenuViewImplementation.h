@@ -9,6 +9,8 @@
 #include <local/platform/Mutex.h>
 #include <local/qt/MenuView.h>
 
+#include <QFontMetrics>
+#include <QMargins>
 #include <atomic>
 #include <memory>
 #include <optional>
@@ -16,6 +18,7 @@
 
 class QHelpEvent;
 class QKeyEvent;
+class QStyleOptionMenuItem;
 
 namespace kvl::interface {
 struct MenuDifference;
@@ -63,7 +66,10 @@ class MenuView::Implementation final : public MenuContents {
   // What the menu gives as its size, which it asks for after each change by itself. While several
   // are being taken over, a menu that is shown stays as it is.
   [[nodiscard]] QSize sizeHint();
-  void setCurrent(const QAction* action) { current_ = ownAction(action); }
+  // Whether the entries are where they belong, whatever size the menu gets.
+  [[nodiscard]] bool isLaidOut() const;
+  // `option` is the action's, to measure or to paint it.
+  void setCurrent(QStyleOptionMenuItem& option, const QAction* action);
 
   // Null for an action that is none of this view's.
   [[nodiscard]] const MenuItemAction* ownAction(const QAction* action) const;
@@ -99,6 +105,7 @@ class MenuView::Implementation final : public MenuContents {
 
   void forgetLayout();
   void fitSize();
+  [[nodiscard]] const QFontMetrics& roughMetrics();
 
   [[nodiscard]] bool makesSubviewsAtOnce() const;
   void followSubmenu(MenuItemAction& action);
@@ -131,8 +138,17 @@ class MenuView::Implementation final : public MenuContents {
   Chosen chosen_;                // and not sent yet
   std::optional<int> handling_;  // an event, in an event loop of this level
   bool refreshing_ = false;
-  bool again_ = false;           // something has changed while a refresh went on
-  QSize hint_;                   // that was given last
+  bool again_ = false;  // something has changed while a refresh went on
+  QSize hint_;          // that was given last
+  // What the entries' places depend on besides the entries, when the hint was given.
+  struct Frame {
+    int leastWidth = 0;
+    QMargins margins;
+    friend bool operator==(const Frame&, const Frame&) = default;
+  };
+  [[nodiscard]] Frame frame() const { return {view_.minimumWidth(), view_.contentsMargins()}; }
+  std::optional<Frame> frame_;
+  std::optional<QFontMetrics> rough_;
   int screenWidth_ = 0;          // of the screen where the menu was shown last
   const void* style_ = nullptr;  // the application's, when the menu was shown last
   const MenuItemAction* current_ = nullptr;

@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QHelpEvent>
 #include <QScreen>
+#include <QSet>
 #include <QSignalBlocker>
 #include <QStyle>
 #include <QStyleOption>
@@ -84,7 +85,37 @@ QSize MenuView::Implementation::sizeHint() {
   if (refreshing_ && view_.isVisible()) return view_.size();
   hint_ = view_.QMenu::sizeHint();
   hint_.rheight() -= scrollOffset(view_);
+  frame_ = frame();
   return hint_;
+}
+
+// A menu measures all entries once more when it gets its size, which changes nothing of them. What
+// has changed otherwise makes it measure anyway.
+bool MenuView::Implementation::isLaidOut() const {
+  QStyleHintReturnMask mask;
+  QStyleOption option;
+  option.initFrom(&view_);
+  return frame_ == frame() &&
+         !view_.style()->styleHint(QStyle::SH_Menu_Mask, &option, &view_, &mask);
+}
+
+// A menu measures the text of each action before it asks the style, which takes the size of an
+// entry from elsewhere.
+void MenuView::Implementation::setCurrent(QStyleOptionMenuItem& option, const QAction* action) {
+  current_ = ownAction(action);
+  const bool isEntry = current_ && current_->entry().kind != MenuItem::Kind::separator;
+  if (isEntry && !view_.testAttribute(Qt::WA_WState_InPaintEvent))
+    option.fontMetrics = roughMetrics();
+}
+
+// As quick as any.
+const QFontMetrics& MenuView::Implementation::roughMetrics() {
+  if (!rough_) {
+    QFont font = view_.font();
+    font.setStyleStrategy(QFont::PreferNoShaping);
+    rough_.emplace(font);
+  }
+  return *rough_;
 }
 
 // What a menu does when it hears that an action is another: it will measure all of them anew, and
@@ -132,14 +163,16 @@ void MenuView::Implementation::forgetMeasures() {
 
 MenuColumns MenuView::Implementation::measuredColumns() const {
   MenuColumns columns;
-  const MenuMetrics metrics(view_.font());
+  const QFontMetrics metrics(view_.font());
+  QSet<QString> shortcuts;  // many entries may have the same
   for (const auto* action : actions_) {
     const auto& entry = action->entry();
     marked_ |= entry.state != MenuItem::State::off;
     columns.icons |= entry.expectsIcon;
-    columns.shortcutWidth =
-        std::max(columns.shortcutWidth, metrics.text.horizontalAdvance(entry.shortcut));
+    if (!entry.shortcut.isEmpty()) shortcuts.insert(entry.shortcut);
   }
+  for (const auto& shortcut : shortcuts)
+    columns.shortcutWidth = std::max(columns.shortcutWidth, metrics.horizontalAdvance(shortcut));
   columns.marks = marked_;
   return columns;
 }
