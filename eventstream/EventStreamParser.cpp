@@ -48,6 +48,11 @@ bool isASCIISpace(std::uint8_t byte) {
   return byte == ' ' || byte == '\t';
 }
 
+// A character of ASCII that is neither a space nor a control character.
+bool isGraphic(char character) {
+  return character > ' ' && character < '\x7f';
+}
+
 // The length of the space that the text begins with, or 0.
 std::size_t leadingSpace(std::string_view text) {
   const std::uint8_t first = byteAt(text, 0);
@@ -68,6 +73,9 @@ std::size_t trailingSpace(std::string_view text) {
 
 // Without tabs and Unicode space separators (category Zs) at both ends. The text is UTF-8.
 std::string_view trimmed(std::string_view text) noexcept {
+  // As most services write it.
+  if (text.starts_with(' ')) text.remove_prefix(1);
+  if (!text.empty() && isGraphic(text.front()) && isGraphic(text.back())) return text;
   while (const auto space = text.empty() ? 0 : leadingSpace(text)) text.remove_prefix(space);
   while (const auto space = text.empty() ? 0 : trailingSpace(text)) text.remove_suffix(space);
   return text;
@@ -119,9 +127,11 @@ void logTooLong(std::size_t longestLine, std::string_view carried, std::string_v
            shownBeginning(beginning));
 }
 
-std::array<KVLEvent::Text, 3> textsOf(const KVLEvent* event) {
-  if (event == nullptr) return {};
-  return {event->event(), event->data(), event->identifier()};
+using Texts = std::array<KVLEvent::Text, 3>;
+
+std::unique_ptr<const Texts> textsOf(const KVLEvent* event) {
+  if (event == nullptr) return nullptr;
+  return std::make_unique<const Texts>(Texts{event->event(), event->data(), event->identifier()});
 }
 
 // Where lines stand.
@@ -143,7 +153,7 @@ class EventCollector {
   EventCollector(std::shared_ptr<KVLEvent> first, std::size_t longestLine);
 
   // A line of `source` without its end.
-  void take(const core::ScannedLine& line, LineSource& source);
+  void take(std::string_view line, bool isASCII, LineSource& source);
   // A line that is too long, in two parts.
   void giveUp(std::string_view carried, std::string_view rest);
 
@@ -166,7 +176,7 @@ class EventCollector {
 
   // The event that was there before the chunk, until it is complete or given up, and what it held.
   std::shared_ptr<KVLEvent> first_;
-  const std::array<KVLEvent::Text, 3> firstTexts_;
+  const std::unique_ptr<const Texts> firstTexts_;
   const std::size_t longestLine_;
   Value event_;
   Value data_;
@@ -178,17 +188,17 @@ class EventCollector {
 
 EventCollector::EventCollector(std::shared_ptr<KVLEvent> first, std::size_t longestLine)
     : first_(std::move(first)), firstTexts_(textsOf(first_.get())), longestLine_(longestLine) {
-  event_ = firstTexts_[0];
-  data_ = firstTexts_[1];
-  identifier_ = firstTexts_[2];
+  if (!firstTexts_) return;
+  event_ = firstTexts_->at(0);
+  data_ = firstTexts_->at(1);
+  identifier_ = firstTexts_->at(2);
 }
 
-[[gnu::always_inline]] inline void EventCollector::take(const core::ScannedLine& scanned,
+[[gnu::always_inline]] inline void EventCollector::take(std::string_view line, bool isASCII,
                                                         LineSource& source) {
-  const std::string_view line = scanned.text;
   if (line.empty()) return dispatch();
   if (line.size() > longestLine_) return giveUp(line, {});
-  if (!scanned.isASCII && !core::isUTF8(line)) return reject(line);
+  if (!isASCII && !core::isUTF8(line)) return reject(line);
   if (line.starts_with(kDataField)) return setData(trimmed(line.substr(kDataField.size())), source);
   if (line.starts_with(kEventField)) {
     event_ = trimmed(line.substr(kEventField.size()));
@@ -267,21 +277,16 @@ void EventCollector::clear() {
   identifier_.reset();
 }
 
-core::LineScan fastestScan() {
-  static const auto scan = core::lineScan();
-  return scan;
-}
-
-// Takes the lines of `bytes`, the first of which is `line`. Returns what has no end yet.
-core::ScannedLine takeLines(EventCollector& collector, core::ScannedLine line,
-                            std::string_view bytes, LineSource& source) {
-  const auto scan = fastestScan();
-  while (line.text.size() < bytes.size()) {
-    collector.take(line, source);
-    bytes.remove_prefix(line.text.size() + 1);
+// Takes the lines off `bytes`, the first of which is `line`. Returns whether what has no end yet is
+// ASCII.
+bool takeLines(EventCollector& collector, core::LineScan scan, core::ScannedLine line,
+               std::string_view& bytes, LineSource& source) {
+  while (line.length < bytes.size()) {
+    collector.take(bytes.substr(0, line.length), line.isASCII, source);
+    bytes.remove_prefix(line.length + 1);
     line = scan(bytes);
   }
-  return line;
+  return line.isASCII;
 }
 
 }  // namespace
@@ -320,50 +325,49 @@ void EventStreamParser::setLastEventID(std::optional<std::string> identifier) {
 }
 
 std::vector<std::shared_ptr<KVLEvent>> EventStreamParser::read(const Data& chunk) {
-  const auto scan = fastestScan();
+  const core::LineScan scan = scan_;
   std::string_view bytes = chunk.text();
   core::ScannedLine line = scan(bytes);
-  const auto hasEnd = [&] { return line.text.size() < bytes.size(); };
   if (isSkipping()) {
-    if (!hasEnd()) return {};
-    bytes.remove_prefix(line.text.size() + 1);
+    if (line.length == bytes.size()) return {};
+    bytes.remove_prefix(line.length + 1);
     line = scan(bytes);
   }
-  if (!hasEnd()) {
-    carry(line, nullptr);
+  if (line.length == bytes.size()) {
+    carry(bytes, line.isASCII, nullptr);
     return {};
   }
-  const Beginning before = begin(line);
+  const Beginning before = begin(bytes.substr(0, line.length), line.isASCII);
   EventCollector collector(before.event, longestLine_);
   LineSource carried{before.line};
   LineSource source{chunk};
   if (!before.line.empty()) {
-    const std::string_view text = before.line.text();
+    std::string_view text = before.line.text();
     if (before.isTooLong) {
-      collector.giveUp(text, line.text);
+      collector.giveUp(text, bytes.substr(0, line.length));
     } else if (before.isGiven) {
-      collector.take(takeLines(collector, scan(text), text, carried), carried);
+      const bool isASCII = takeLines(collector, scan, scan(text), text, carried);
+      collector.take(text, isASCII, carried);
     } else {
-      collector.take({text, before.isASCII}, carried);
+      collector.take(text, before.isASCII, carried);
     }
-    bytes.remove_prefix(line.text.size() + 1);
+    bytes.remove_prefix(line.length + 1);
     line = scan(bytes);
   }
-  const auto rest = takeLines(collector, line, bytes, source);
+  const bool isASCII = takeLines(collector, scan, line, bytes, source);
   auto events = collector.finish();
   if (const auto identifier = collector.lastIdentifier()) setLastEventID(std::string(*identifier));
   // Last: what the collector has collected stands in the carried line, too.
-  const Data reclaimed = carried.isKept ? Data() : before.line;
-  carry(rest, &reclaimed);
+  const Data nothing;
+  carry(bytes, isASCII, carried.isKept ? &nothing : &before.line);
   return events;
 }
 
-EventStreamParser::Beginning EventStreamParser::begin(const core::ScannedLine& first) {
+EventStreamParser::Beginning EventStreamParser::begin(std::string_view rest, bool isASCII) {
   const MutexLock lock(mutex_);
   if (partialLine_.empty()) return {event_, {}};
-  if (isTooLong(first.text.size())) return {event_, partialLine_.share(), false, true};
-  const bool isASCII = partialLine_.isASCII() && first.isASCII;
-  return {event_, partialLine_.completed(first.text), isASCII, false, isGiven_};
+  if (isTooLong(rest.size())) return {event_, partialLine_.share(), false, true};
+  return {event_, partialLine_.completed(rest), partialLine_.isASCII() && isASCII, false, isGiven_};
 }
 
 // Whether the carried line is too long with so many bytes more.
@@ -374,7 +378,7 @@ bool EventStreamParser::isTooLong(std::size_t more) const {
 // Adds to the line that goes on with the next chunk, unless it is too long already: then the rest
 // of it is not kept. `completed` is there if the line before has ended, and what nobody keeps of
 // it.
-void EventStreamParser::carry(const core::ScannedLine& rest, const Data* completed) {
+void EventStreamParser::carry(std::string_view rest, bool isASCII, const Data* completed) {
   Data givenUp;
   {
     const MutexLock lock(mutex_);
@@ -384,15 +388,15 @@ void EventStreamParser::carry(const core::ScannedLine& rest, const Data* complet
       isGiven_ = false;
     }
     hasData_ = true;
-    skipping_ = isTooLong(rest.text.size());
+    skipping_ = isTooLong(rest.size());
     if (skipping_) {
       givenUp = partialLine_.share();
       partialLine_.clear();
     } else {
-      partialLine_.append(rest.text, rest.isASCII);
+      partialLine_.append(rest, isASCII);
     }
   }
-  if (skipping_) logTooLong(longestLine_, givenUp.text(), rest.text);
+  if (skipping_) logTooLong(longestLine_, givenUp.text(), rest);
 }
 
 // A stream that was cancelled, and a host that has set other bytes, begin a line.

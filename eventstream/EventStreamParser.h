@@ -51,11 +51,12 @@ class EventStreamParser {
     bool isGiven = false;
   };
 
-  [[nodiscard]] Beginning begin(const core::ScannedLine& first);
-  void carry(const core::ScannedLine& rest, const Data* completed);
+  [[nodiscard]] Beginning begin(std::string_view rest, bool isASCII);
+  void carry(std::string_view rest, bool isASCII, const Data* completed);
   [[nodiscard]] bool isSkipping() const;
   [[nodiscard]] bool isTooLong(std::size_t more) const KVL_REQUIRES(mutex_);
 
+  const core::LineScan scan_ = core::lineScan();
   std::atomic<std::size_t> longestLine_ = kLongestLine;
   // Whether the line that goes on with the next chunk was given up.
   bool skipping_ = false;

@@ -72,25 +72,25 @@ constexpr std::size_t kBlock = sizeof(Block);
 
 // The line that ends in the block behind `scanned` characters, of which `seen` has the bits.
 [[gnu::target("avx2")]] inline ScannedLine lineEndingIn(const Block& block, std::uint64_t ends,
-                                                        std::string_view text, std::size_t scanned,
-                                                        const __m256i& seen) {
+                                                        std::size_t scanned, const __m256i& seen) {
   const std::uint64_t before = (ends - 1) & ~ends;
   const auto length = scanned + static_cast<std::size_t>(std::countr_zero(ends));
-  return {text.substr(0, length), _mm256_movemask_epi8(seen) == 0 && (bitsOf(block) & before) == 0};
+  return {length, _mm256_movemask_epi8(seen) == 0 && (bitsOf(block) & before) == 0};
 }
 
+// The last characters of the text come with some that have been scanned.
 [[gnu::target("avx2")]] ScannedLine scanLongLine(std::string_view text) {
   __m256i seen = _mm256_setzero_si256();
   std::size_t scanned = skipBlocks(text, seen);
-  for (; scanned + kBlock <= text.size(); scanned += kBlock) {
+  while (scanned < text.size()) {
+    scanned = std::min(scanned, text.size() - kBlock);
     const Block block = load(text.data() + scanned);
     if (const std::uint64_t ends = bitsOf(lineEnds(block)))
-      return lineEndingIn(block, ends, text, scanned, seen);
+      return lineEndingIn(block, ends, scanned, seen);
     seen = _mm256_or_si256(seen, either(block));
+    scanned += kBlock;
   }
-  const ScannedLine rest = scanLinePortably(text.substr(scanned));
-  return {text.substr(0, scanned + rest.text.size()),
-          _mm256_movemask_epi8(seen) == 0 && rest.isASCII};
+  return {text.size(), _mm256_movemask_epi8(seen) == 0};
 }
 
 // Most lines end within the first block.
@@ -98,8 +98,7 @@ constexpr std::size_t kBlock = sizeof(Block);
   if (text.size() < kBlock) return scanLinePortably(text);
   const Block block = load(&text.front());
   const std::uint64_t ends = bitsOf(lineEnds(block));
-  return ends != 0 ? lineEndingIn(block, ends, text, 0, _mm256_setzero_si256())
-                   : scanLongLine(text);
+  return ends != 0 ? lineEndingIn(block, ends, 0, _mm256_setzero_si256()) : scanLongLine(text);
 }
 
 #endif
@@ -108,7 +107,7 @@ constexpr std::size_t kBlock = sizeof(Block);
 
 ScannedLine scanLinePortably(std::string_view text) {
   const auto line = text.substr(0, std::min(text.find('\n'), text.size()));
-  return {line, isASCII(line)};
+  return {line.size(), isASCII(line)};
 }
 
 LineScan lineScan() noexcept {

@@ -1,13 +1,14 @@
 // Finds line ends in text, as fast as memory can be read.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace kvl::core {
 
-// A line without its end.
+// The beginning of a text: a line without its end. Comes in registers.
 struct ScannedLine {
-  std::string_view text;
+  std::size_t length;
   bool isASCII;
 };
 

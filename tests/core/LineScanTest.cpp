@@ -47,7 +47,7 @@ class LineScanTest : public testing::Test {
     const auto view = page_.endingWith(text);
     for (const auto scan : {lineScan(), &scanLinePortably}) {
       const auto line = scan(view);
-      EXPECT_EQ(line.text, view.substr(0, length));
+      EXPECT_EQ(line.length, length);
       EXPECT_EQ(line.isASCII, isASCII) << length;
     }
   }
