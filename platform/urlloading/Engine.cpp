@@ -43,7 +43,7 @@ std::optional<Error> Engine::start(std::shared_ptr<DataTaskObject> task, Request
   commands_.push_back({Command::Kind::start, identifier, std::move(task), std::move(request)});
   const bool sleeps = takeSleep();
   lock.unlock();
-  if (sleeps) wake();
+  if (sleeps) waker_.wake();
   return std::nullopt;
 }
 
@@ -53,16 +53,12 @@ bool Engine::ensureThread() {
   multi_.reset(curl_multi_init());
   handles_.emplace(configuration_);
   if (!multi_ || !handles_->isUsable()) return false;
+  if (!waker_.open()) return false;
   keepWakeupSocketsFromChildren(multi_.get());
-  // Without a descriptor left libcurl makes one that nothing can wake.
-  if (curl_multi_wakeup(multi_.get()) != CURLM_OK) return false;
   curl_multi_setopt(multi_.get(), CURLMOPT_PIPELINING, static_cast<long>(CURLPIPE_MULTIPLEX));
   const auto self = shared_from_this();
   threadRuns_ = startIOThread(self, [self] { self->run(); });
-  if (!threadRuns_) return false;
-  const MutexLock lock(wakeMutex_);
-  wakeable_ = multi_.get();
-  return true;
+  return threadRuns_;
 }
 
 void Engine::cancel(std::uint64_t identifier) {
@@ -83,20 +79,15 @@ void Engine::postIfRunning(Command::Kind kind, std::uint64_t identifier) {
   commands_.push_back({kind, identifier, nullptr, {}});
   const bool sleeps = takeSleep();
   lock.unlock();
-  if (sleeps) wake();
+  if (sleeps) waker_.wake();
 }
 
 // A sleeping I/O thread is woken once, whatever comes meanwhile, and one that is awake never. It
 // notes under the lock that it sleeps, when no command waits and it need not end. Whoever changes
 // that under the lock and finds the note takes it away, and wakes the thread after the lock has
 // been given back, since the thread takes it first of all. Between note and wait the thread leaves
-// libcurl's wake-ups alone, so none is lost. One that comes when something else has woken the
-// thread already has the next wait return at once.
-void Engine::wake() {
-  const MutexLock lock(wakeMutex_);
-  if (wakeable_ != nullptr) curl_multi_wakeup(wakeable_);
-}
-
+// wake-ups alone, so none is lost. One that comes when something else has woken the thread already
+// has the next wait return at once.
 bool Engine::fallAsleep() {
   const MutexLock lock(mutex_);
   isAsleep_ = commands_.empty() && !isOver();
@@ -116,7 +107,7 @@ void Engine::invalidate() {
   invalidated_ = true;
   const bool sleeps = takeSleep();
   lock.unlock();
-  if (sleeps) wake();
+  if (sleeps) waker_.wake();
 }
 
 bool Engine::isInvalidated() const {
@@ -136,7 +127,7 @@ void Engine::abandon() {
   abandoned_ = true;
   const bool sleeps = takeSleep();
   lock.unlock();
-  if (sleeps) wake();
+  if (sleeps) waker_.wake();
   for (const auto& task : runningTasks()) task->abortChallenge();
 }
 
@@ -265,10 +256,6 @@ void Engine::tearDown() {
   for (const Transfer* transfer : active_) curl_multi_remove_handle(multi_.get(), transfer->easy());
   active_.clear();
   transfers_.clear();
-  {
-    const MutexLock lock(wakeMutex_);
-    wakeable_ = nullptr;
-  }
   multi_.reset();
   handles_.reset();
 }

@@ -7,6 +7,7 @@
 #include "platform/urlloading/IOThreads.h"
 #include "platform/urlloading/Outbox.h"
 #include "platform/urlloading/URLSessionObject.h"
+#include "platform/urlloading/Waker.h"
 
 #include <local/platform/Mutex.h>
 #include <local/platform/URLSession.h>
@@ -67,7 +68,6 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   void postIfRunning(Command::Kind kind, std::uint64_t identifier);
   // Whether whoever has just changed what the I/O thread has to do must wake it, unlocked.
   [[nodiscard]] bool takeSleep() KVL_REQUIRES(mutex_) { return std::exchange(isAsleep_, false); }
-  void wake() KVL_EXCLUDES(mutex_);
   [[nodiscard]] bool isOver() const KVL_REQUIRES(mutex_);
 
   // On the I/O thread.
@@ -129,9 +129,8 @@ class Engine final : public Abandonable, public std::enable_shared_from_this<Eng
   // Whether the I/O thread waits, or is about to, and nobody has set about waking it.
   bool isAsleep_ KVL_GUARDED_BY(mutex_) = false;
 
-  Mutex wakeMutex_ KVL_ACQUIRED_AFTER(mutex_);
-  // `multi_` while it may be woken: from the thread's start to its end.
-  CURLM* wakeable_ KVL_GUARDED_BY(wakeMutex_) = nullptr;
+  // Open from the thread's start on.
+  Waker waker_;
 
   // The I/O thread's own, once it runs.
   MultiHandle multi_;

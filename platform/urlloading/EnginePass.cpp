@@ -26,10 +26,9 @@ void Engine::waitForActivity() {
   const bool timerWasDue = timerIsDue();
   const int longest = pollMilliseconds();
   if (!fallAsleep()) return;
-  int ready = 0;
-  curl_multi_poll(multi_.get(), nullptr, 0,
-                  isShort ? std::min(longest, kShortWaitMilliseconds) : longest, &ready);
-  isDisturbed_ = !isShort || timerWasDue || ready > 0;
+  const bool isReady =
+      waker_.wait(multi_.get(), isShort ? std::min(longest, kShortWaitMilliseconds) : longest);
+  isDisturbed_ = !isShort || timerWasDue || isReady;
 }
 
 bool Engine::isGrowing() const {
