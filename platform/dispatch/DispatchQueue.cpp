@@ -13,9 +13,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <deque>
+#include <cstddef>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace kvl {
 namespace {
@@ -30,6 +31,8 @@ constexpr unsigned kFewestEagerThreads = 4;
 constexpr unsigned kMostEagerThreads = 8;
 // The framework's own wait for the key store at most.
 constexpr unsigned kMostLaneThreads = 16;
+// A serial queue's room for blocks that stays while there are none.
+constexpr std::size_t kKeptPlaces = 16;
 
 ThreadPool& hostPool() {
   static NoDestructor<ThreadPool> pool(ThreadPool::Options{
@@ -95,15 +98,14 @@ class SerialBlocks : public std::enable_shared_from_this<SerialBlocks> {
 
   // Runs what waits now; what comes meanwhile takes its turn among the pool's blocks.
   void run() {
-    std::deque<Block> turn;
     {
       const MutexLock lock(mutex_);
-      turn.swap(waiting_);
+      turn_.swap(waiting_);
     }
-    while (!turn.empty()) {
-      std::exchange(turn.front(), nullptr)();  // what it holds goes before the next one runs
-      turn.pop_front();
-    }
+    // What a block holds goes before the next one runs.
+    for (Block& block : turn_) std::exchange(block, nullptr)();
+    turn_.clear();
+    if (turn_.capacity() > kKeptPlaces) turn_.shrink_to_fit();
     {
       const MutexLock lock(mutex_);
       isScheduled_ = !waiting_.empty();
@@ -114,8 +116,10 @@ class SerialBlocks : public std::enable_shared_from_this<SerialBlocks> {
 
   ThreadPool& pool_;
   Mutex mutex_;
-  std::deque<Block> waiting_ KVL_GUARDED_BY(mutex_);
+  std::vector<Block> waiting_ KVL_GUARDED_BY(mutex_);
   bool isScheduled_ KVL_GUARDED_BY(mutex_) = false;
+  // Those that run in this turn. Only `run` uses them.
+  std::vector<Block> turn_;
 };
 
 class SerialQueue final : public DispatchQueue {

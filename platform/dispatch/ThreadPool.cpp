@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -68,7 +69,7 @@ void ThreadPool::post(Block block) {
   if (!idle_.empty()) {
     Worker& worker = wakeIdle();
     lock.unlock();
-    worker.woken.notifyOne();
+    worker.woken.give();
   } else if (threads_ < options_.eager) {
     ++threads_;
     lock.unlock();
@@ -119,7 +120,7 @@ void ThreadPool::startThreads(unsigned count) {
 void ThreadPool::serve() {
   MutexLock lock(mutex_);
   Worker& self = addWorker();
-  while (waitForBlock(self, lock)) {
+  while (waitForBlock(self)) {
     Block block = std::move(blocks_.front());
     blocks_.pop_front();
     ++taken_;
@@ -143,17 +144,32 @@ void ThreadPool::run(Block block) const {
   }
 }
 
+bool ThreadPool::Signal::wait() noexcept {
+  sem_wait(&signals_);
+  return true;
+}
+
+bool ThreadPool::Signal::waitUntil(std::chrono::steady_clock::time_point deadline) noexcept {
+  const auto time = deadline.time_since_epoch();
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+  timespec until{};
+  until.tv_sec = static_cast<time_t>(seconds.count());
+  until.tv_nsec = static_cast<long>(nanoseconds(time - seconds).count());
+  return sem_clockwait(&signals_, CLOCK_MONOTONIC, &until) == 0 || errno != ETIMEDOUT;
+}
+
 // False when the thread has waited for too long. A thread does not end while the process exits.
-bool ThreadPool::waitForBlock(Worker& self, MutexLock& lock) {
+bool ThreadPool::waitForBlock(Worker& self) {
   while (blocks_.empty()) {
     idle_.push_back(&self);
     self.isWoken = false;
     const auto deadline = std::chrono::steady_clock::now() + options_.idleTime;
     while (!self.isWoken) {
-      if (threads_ <= options_.kept || core::isExiting()) {
-        self.woken.wait(lock);
-      } else if (!self.woken.waitUntil(lock, deadline) && !self.isWoken &&
-                 threads_ > options_.kept) {
+      const bool stays = threads_ <= options_.kept || core::isExiting();
+      mutex_.unlock();
+      const bool isInTime = stays ? self.woken.wait() : self.woken.waitUntil(deadline);
+      mutex_.lock();
+      if (!isInTime && !self.isWoken && threads_ > options_.kept) {
         std::erase(idle_, &self);
         return false;
       }

@@ -4,6 +4,7 @@
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Mutex.h>
 
+#include <semaphore.h>
 #include <sys/types.h>
 
 #include <chrono>
@@ -50,8 +51,25 @@ class ThreadPool {
   [[nodiscard]] unsigned threadCount() const;
 
  private:
+  // Wakes one thread without a lock, one system call on each side: a thread that comes back from a
+  // condition holds its lock as if others waited for it, and asks the system to wake them.
+  class Signal {
+   public:
+    Signal() noexcept { sem_init(&signals_, 0, 0); }
+    ~Signal() { sem_destroy(&signals_); }
+    Signal(const Signal&) = delete;
+    Signal& operator=(const Signal&) = delete;
+
+    void give() noexcept { sem_post(&signals_); }
+    // They come back early now and then. False when the deadline has passed.
+    [[nodiscard]] bool wait() noexcept;
+    [[nodiscard]] bool waitUntil(std::chrono::steady_clock::time_point deadline) noexcept;
+
+   private:
+    sem_t signals_;
+  };
   struct Worker {
-    Condition woken;
+    Signal woken;
     bool isWoken = false;
     bool isBusy = false;
     pid_t thread = 0;
@@ -62,10 +80,10 @@ class ThreadPool {
 
   void serve();
   void run(Block block) const;
-  [[nodiscard]] bool waitForBlock(Worker& self, MutexLock& lock) KVL_REQUIRES(mutex_);
+  [[nodiscard]] bool waitForBlock(Worker& self) KVL_REQUIRES(mutex_);
   [[nodiscard]] Worker& addWorker() KVL_REQUIRES(mutex_);
   void removeWorker(Worker& worker) KVL_REQUIRES(mutex_);
-  // Who is to be notified, once the lock has been given back: a thread that wakes needs it.
+  // Who is to be given the signal, once the lock has been given back: a thread that wakes needs it.
   [[nodiscard]] Worker& wakeIdle() KVL_REQUIRES(mutex_);
   // Starts up to `count` threads, without the lock. Comes back later when the system has none.
   void startThreads(unsigned count);
@@ -80,7 +98,7 @@ class ThreadPool {
 
   mutable Mutex mutex_;
   std::deque<Block> blocks_ KVL_GUARDED_BY(mutex_);
-  // A worker's place outlives its thread, since it may be notified late.
+  // A worker's place outlives its thread, since its signal may come late.
   std::deque<Worker> places_ KVL_GUARDED_BY(mutex_);
   std::vector<Worker*> vacant_ KVL_GUARDED_BY(mutex_);
   std::vector<Worker*> workers_ KVL_GUARDED_BY(mutex_);
