@@ -1,17 +1,23 @@
-// Does one thing so many times, for a count of its instructions: `event`, `read` and `write`.
+// Does one thing so many times, for a count of its instructions: `event`, `read`, `write` and
+// `menu`.
 #include "bench/MenuDocument.h"
 #include "eventstream/EventStreamParser.h"
 #include "platform/serialisation/JSONReader.h"
 #include "platform/serialisation/JSONWriter.h"
 
+#include <local/KVLEncodingMenus.h>
+
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace {
 
 constexpr std::size_t kDocumentSize = 50'000;
 constexpr std::size_t kEventsOfChunk = 500;
+constexpr std::size_t kItemsOfMenu = 100;
 
 // Events of 100 bytes, 500 of them in a chunk.
 bool readEvents(int times) {
@@ -41,12 +47,32 @@ bool writeDocuments(int times) {
   return isGood;
 }
 
+bool buildMenus(int times) {
+  const kvl::Dictionary item{{"type", "item"}, {"text", "Synchronise with the service"},
+                             {"updates", 3},   {"tooltip", "Sends what has changed"},
+                             {"state", "on"},  {"form", kvl::Dictionary{{"id", "synchronise"}}}};
+  const kvl::Array made(std::vector<kvl::Value>(kItemsOfMenu, item));
+  const auto text = kvl::JSONFromValue(made, nullptr);
+  const auto items = text ? kvl::valueFromJSON(*text, nullptr) : std::nullopt;
+  std::size_t count = 0;
+  for (int i = 0; items && i < times; ++i) {
+    kvl::Menu menu;
+    KVLEncoding::addMenuItems(*items, menu, nullptr, nullptr, {});
+    count += menu.itemCount();
+  }
+  return count == kItemsOfMenu * static_cast<std::size_t>(times);
+}
+
+constexpr std::pair<std::string_view, bool (*)(int times)> kKinds[] = {{"event", readEvents},
+                                                                       {"read", readDocuments},
+                                                                       {"write", writeDocuments},
+                                                                       {"menu", buildMenus}};
+
 }  // namespace
 
 int main(int count, char** arguments) {
   if (count != 3) return EXIT_FAILURE;
-  const std::string_view kind = arguments[1];
-  const int times = std::atoi(arguments[2]);
-  const auto work = kind == "event" ? readEvents : kind == "read" ? readDocuments : writeDocuments;
-  return work(times) ? EXIT_SUCCESS : EXIT_FAILURE;
+  for (const auto& [name, work] : kKinds)
+    if (name == arguments[1]) return work(std::atoi(arguments[2])) ? EXIT_SUCCESS : EXIT_FAILURE;
+  return EXIT_FAILURE;
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Instructions of a request, an event and a document, counted by valgrind: `./dev bench --counts`. Unlike
-times they do not change with what else the machine does. More than FACTOR times what was written down
-in counts.json fails; what makes them smaller is written down with --write."""
+"""Instructions of a request, an event, a document and an item of a menu, counted by valgrind: `./dev bench
+--counts`. Unlike times they do not change with what else the machine does. More than FACTOR times what was
+written down in counts.json fails; what makes them smaller is written down with --write."""
 
 import argparse
 import dataclasses
@@ -32,6 +32,7 @@ KINDS = (
     Kind("event of 100 bytes", ("kvl_count_probe", "event"), (20, 60), things=500),
     Kind("document of 50 KB, read", ("kvl_count_probe", "read"), (10, 30)),
     Kind("document of 50 KB, written", ("kvl_count_probe", "write"), (10, 30)),
+    Kind("item of a menu", ("kvl_count_probe", "menu"), (10, 30), things=100),
 )
 
 
