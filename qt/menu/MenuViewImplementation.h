@@ -105,6 +105,7 @@ class MenuView::Implementation final : public MenuContents {
 
   void forgetLayout();
   void fitSize();
+  [[nodiscard]] bool hasOwnStyle() const;
   [[nodiscard]] const QFontMetrics& roughMetrics();
 
   [[nodiscard]] bool makesSubviewsAtOnce() const;

@@ -1,6 +1,7 @@
 // How large a menu view and its entries are, and where it is while it is shown and they change.
 #include "qt/PlainText.h"
 #include "qt/menu/MenuLayout.h"
+#include "qt/menu/MenuStyle.h"
 #include "qt/menu/MenuViewImplementation.h"
 
 #include <local/qt/Conversions.h>
@@ -95,8 +96,13 @@ bool MenuView::Implementation::isLaidOut() const {
   QStyleHintReturnMask mask;
   QStyleOption option;
   option.initFrom(&view_);
-  return frame_ == frame() &&
+  return hasOwnStyle() && frame_ == frame() &&
          !view_.style()->styleHint(QStyle::SH_Menu_Mask, &option, &view_, &mask);
+}
+
+// A style sheet, or a style of the host's, may measure and paint entries by itself.
+bool MenuView::Implementation::hasOwnStyle() const {
+  return view_.style() == MenuStyle::shared();
 }
 
 // A menu measures the text of each action before it asks the style, which takes the size of an
@@ -104,7 +110,7 @@ bool MenuView::Implementation::isLaidOut() const {
 void MenuView::Implementation::setCurrent(QStyleOptionMenuItem& option, const QAction* action) {
   current_ = ownAction(action);
   const bool isEntry = current_ && current_->entry().kind != MenuItem::Kind::separator;
-  if (isEntry && !view_.testAttribute(Qt::WA_WState_InPaintEvent))
+  if (isEntry && hasOwnStyle() && !view_.testAttribute(Qt::WA_WState_InPaintEvent))
     option.fontMetrics = roughMetrics();
 }
 

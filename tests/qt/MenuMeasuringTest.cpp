@@ -27,15 +27,16 @@ class WatchedView : public MenuView {
 
   void initStyleOption(QStyleOptionMenuItem* option, const QAction* action) const override {
     MenuView::initStyleOption(option, action);
-    if (testAttribute(Qt::WA_WState_InPaintEvent))
-      paintedExactly &= option->fontMetrics == QFontMetrics(option->font);
-    else
-      ++measured;
-    if (action == ofHost) hostExactly &= option->fontMetrics == QFontMetrics(option->font);
+    const bool isExact = option->fontMetrics == QFontMetrics(option->font);
+    const bool isPainted = testAttribute(Qt::WA_WState_InPaintEvent);
+    (isPainted ? paintedExactly : measuredExactly) &= isExact;
+    if (action == ofHost) hostExactly &= isExact;
+    if (!isPainted) ++measured;
   }
 
   const QAction* ofHost = nullptr;
   mutable int measured = 0;
+  mutable bool measuredExactly = true;
   mutable bool paintedExactly = true;
   mutable bool hostExactly = true;
 };
@@ -118,6 +119,16 @@ TEST_F(MenuMeasuringTest, OnlyEntriesThatAreMeasuredHaveRoughMetrics) {
   view.repaint();
   EXPECT_TRUE(view.paintedExactly);
   EXPECT_TRUE(view.hostExactly);
+}
+
+// It measures entries by itself.
+TEST_F(MenuMeasuringTest, AStyleSheetHasTheEntriesMetricsAsTheyAre) {
+  WatchedView view(menuWithItems(5));
+  view.setStyleSheet(QStringLiteral("QMenu::item { padding: 4px; }"));
+  view.measuredExactly = true;
+  ASSERT_TRUE(open(view));
+  EXPECT_TRUE(view.measuredExactly);
+  EXPECT_GT(view.measured, 0);
 }
 
 // In such texts letters stand closer to one another, or are drawn together.
