@@ -1,6 +1,7 @@
 #include "platform/urlloading/TransferOptions.h"
 
 #include "platform/core/ASCII.h"
+#include "platform/core/NoDestructor.h"
 #include "platform/urlloading/InputMeter.h"
 
 #include <sys/socket.h>
@@ -53,6 +54,22 @@ std::string fieldLine(const HeaderFields::Field& field) {
                                               : field.first + ": " + field.second;
 }
 
+// What libcurl offers by itself when it is to choose. It writes the text anew for each request,
+// character by character, and once more into the request.
+std::string encodingsField() {
+  const int features = curl_version_info(CURLVERSION_NOW)->features;
+  std::string names;
+  if (features & CURL_VERSION_LIBZ) names += ", deflate, gzip";
+  if (features & CURL_VERSION_BROTLI) names += ", br";
+  if (features & CURL_VERSION_ZSTD) names += ", zstd";
+  return "Accept-Encoding: " + (names.empty() ? "identity" : names.substr(2));
+}
+
+const std::string& usualEncodings() {
+  static const NoDestructor<std::string> field(encodingsField());
+  return *field;
+}
+
 bool alwaysHasLength(const std::string& method) {
   return method == "POST" || method == "PUT" || method == "PATCH";
 }
@@ -74,7 +91,10 @@ HeaderList makeFields(const URLRequest& request) {
     append(list, fieldLine(field));
   }
   // Without the field a server may choose any encoding.
-  if (takesNoEncoding) append(list, "Accept-Encoding: identity");
+  if (takesNoEncoding)
+    append(list, "Accept-Encoding: identity");
+  else if (!headers.find("Accept-Encoding"))
+    append(list, usualEncodings());
   // libcurl adds them to what has a body.
   if (!sendsBody(request)) return list;
   for (const char* unwanted : {"Expect", "Content-Type"}) {

@@ -2,6 +2,7 @@
 #include "platform/core/ASCII.h"
 #include "tests/urlloading/URLSessionFixture.h"
 
+#include <curl/curl.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -17,8 +18,27 @@ class RequestTextTest : public URLSessionTest {
   // The lines of the head that the server got; the body is behind the empty one.
   std::vector<std::string> sent(URLRequest request) {
     request.setURL(*URL::parse(echo.url("127.0.0.1", "/path")));
+    return linesOf(load(*session, request).text());
+  }
+  // The same of libcurl's own request, which offers what it can decode.
+  std::vector<std::string> sentByLibcurl() {
+    std::string text;
+    const auto take = +[](char* bytes, std::size_t, std::size_t size, void* user) {
+      static_cast<std::string*>(user)->append(bytes, size);
+      return size;
+    };
+    CURL* easy = curl_easy_init();
+    curl_easy_setopt(easy, CURLOPT_URL, echo.url("127.0.0.1", "/path").c_str());
+    curl_easy_setopt(easy, CURLOPT_NOPROXY, "*");
+    curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
+    curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, take);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, &text);
+    EXPECT_EQ(curl_easy_perform(easy), CURLE_OK);
+    curl_easy_cleanup(easy);
+    return linesOf(text);
+  }
+  static std::vector<std::string> linesOf(const std::string& text) {
     std::vector<std::string> lines;
-    const std::string text = load(*session, request).text();
     for (std::size_t start = 0; start <= text.size();) {
       const auto end = std::min(text.find("\r\n", start), text.size());
       lines.push_back(text.substr(start, end - start));
@@ -82,6 +102,15 @@ TEST_F(RequestTextTest, NothingIsAddedThatTheHostDidNotSay) {
   auto request = requestWith("POST", "xyz");
   request.headers().set("Content-Type", "text/plain");
   EXPECT_EQ(values(sent(request), "Content-Type"), Values{"text/plain"});
+}
+
+TEST_F(RequestTextTest, AllEncodingsAreOfferedThatLibcurlDecodesUnlessTheHostNamesSome) {
+  const auto offered = values(sentByLibcurl(), "Accept-Encoding");
+  ASSERT_EQ(offered.size(), 1U);
+  EXPECT_EQ(values(sent(requestWith("GET", "")), "Accept-Encoding"), offered);
+  auto request = requestWith("GET", "");
+  request.headers().set("accept-encoding", "gzip");
+  EXPECT_EQ(values(sent(request), "Accept-Encoding"), Values{"gzip"});
 }
 
 TEST_F(RequestTextTest, MethodsThatSendABodySayHowLongItIs) {
