@@ -72,13 +72,17 @@ std::size_t trailingSpace(std::string_view text) {
 }
 
 // Without tabs and Unicode space separators (category Zs) at both ends. The text is UTF-8.
-std::string_view trimmed(std::string_view text) noexcept {
-  // As most services write it.
-  if (text.starts_with(' ')) text.remove_prefix(1);
-  if (!text.empty() && isGraphic(text.front()) && isGraphic(text.back())) return text;
+std::string_view trimmedAnywhere(std::string_view text) noexcept {
   while (const auto space = text.empty() ? 0 : leadingSpace(text)) text.remove_prefix(space);
   while (const auto space = text.empty() ? 0 : trailingSpace(text)) text.remove_suffix(space);
   return text;
+}
+
+// The same. Most services write one space, and then what needs no closer look.
+inline std::string_view trimmed(std::string_view text) noexcept {
+  if (text.starts_with(' ')) text.remove_prefix(1);
+  if (!text.empty() && isGraphic(text.front()) && isGraphic(text.back())) return text;
+  return trimmedAnywhere(text);
 }
 
 // The bytes with everything outside ASCII written as \xNN.
@@ -379,7 +383,6 @@ bool EventStreamParser::isTooLong(std::size_t more) const {
 // of it is not kept. `completed` is there if the line before has ended, and what nobody keeps of
 // it.
 void EventStreamParser::carry(std::string_view rest, bool isASCII, const Data* completed) {
-  Data givenUp;
   {
     const MutexLock lock(mutex_);
     if (completed != nullptr) {
@@ -389,14 +392,20 @@ void EventStreamParser::carry(std::string_view rest, bool isASCII, const Data* c
     }
     hasData_ = true;
     skipping_ = isTooLong(rest.size());
-    if (skipping_) {
-      givenUp = partialLine_.share();
-      partialLine_.clear();
-    } else {
-      partialLine_.append(rest, isASCII);
-    }
+    if (!skipping_) return partialLine_.append(rest, isASCII);
   }
-  if (skipping_) logTooLong(longestLine_, givenUp.text(), rest);
+  skip(rest);
+}
+
+// Gives up the line that goes on with the next chunk.
+void EventStreamParser::skip(std::string_view rest) {
+  Data givenUp;
+  {
+    const MutexLock lock(mutex_);
+    givenUp = partialLine_.share();
+    partialLine_.clear();
+  }
+  logTooLong(longestLine_, givenUp.text(), rest);
 }
 
 // A stream that was cancelled, and a host that has set other bytes, begin a line.

@@ -53,6 +53,7 @@ class EventStreamParser {
 
   [[nodiscard]] Beginning begin(std::string_view rest, bool isASCII);
   void carry(std::string_view rest, bool isASCII, const Data* completed);
+  void skip(std::string_view rest);
   [[nodiscard]] bool isSkipping() const;
   [[nodiscard]] bool isTooLong(std::size_t more) const KVL_REQUIRES(mutex_);
 

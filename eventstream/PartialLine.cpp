@@ -26,8 +26,7 @@ Data dataOf(const std::shared_ptr<char[]>& bytes, std::size_t size) {
 }  // namespace
 
 // In new memory, since others may be reading the old one.
-void PartialLine::makeRoom(std::size_t count) {
-  if (count <= capacity_ - size_) return;
+void PartialLine::grow(std::size_t count) {
   const std::size_t capacity = std::max({kSmallest, size_ + count, roomAfter(size_)});
   auto grown = std::make_shared_for_overwrite<char[]>(capacity);
   core::preferLargePages(grown.get(), capacity);
@@ -39,7 +38,7 @@ void PartialLine::makeRoom(std::size_t count) {
 }
 
 void PartialLine::append(std::string_view bytes, bool isASCII) {
-  makeRoom(bytes.size());
+  if (bytes.size() > capacity_ - size_) grow(bytes.size());
   std::copy(bytes.begin(), bytes.end(), bytes_.get() + size_);
   size_ += bytes.size();
   isASCII_ = isASCII_ && isASCII;
@@ -67,7 +66,7 @@ Data PartialLine::share() {
 }
 
 Data PartialLine::completed(std::string_view end) {
-  makeRoom(end.size());
+  if (end.size() > capacity_ - size_) grow(end.size());
   std::copy(end.begin(), end.end(), bytes_.get() + size_);
   isLent_ = true;
   return dataOf(bytes_, size_ + end.size());

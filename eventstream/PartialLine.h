@@ -40,7 +40,7 @@ class PartialLine {
   // What stays for the next line. Longer ones are rare.
   static constexpr std::size_t kKeptSize = std::size_t{64} << 10;
 
-  void makeRoom(std::size_t count);
+  void grow(std::size_t count);
 
   std::shared_ptr<char[]> bytes_;
   std::size_t size_ = 0;
