@@ -21,10 +21,12 @@ double milliseconds() {
 // stores it: what lies between the two calls is the generation.
 class TimingStore final : public kvltest::ForwardingKeyStore {
  public:
-  using ForwardingKeyStore::ForwardingKeyStore;
-  [[nodiscard]] kvl::Status add(const StoredKey& key, Deadline deadline) override {
-    if (generation == 0) generation = milliseconds() - removed_;
-    return ForwardingKeyStore::add(key, deadline);
+  explicit TimingStore(const std::shared_ptr<KeyStore>& store)
+      : ForwardingKeyStore(store), store_(store) {}
+  [[nodiscard]] kvl::Status addPair(const StoredKey& publicHalf, const StoredKey& privateHalf,
+                                    Deadline deadline) override {
+    generation = milliseconds() - removed_;
+    return store_->addPair(publicHalf, privateHalf, deadline);
   }
   [[nodiscard]] kvl::Status remove(std::string_view tag, KeyClass keyClass,
                                    Deadline deadline) override {
@@ -36,6 +38,7 @@ class TimingStore final : public kvltest::ForwardingKeyStore {
   double generation = 0;
 
  private:
+  const std::shared_ptr<KeyStore> store_;
   double removed_ = 0;
 };
 

@@ -8,7 +8,7 @@
 
 #include <local/platform/Mutex.h>
 
-#include <atomic>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -59,22 +59,29 @@ class LateTransport final : public ipc::CallTransport {
 };
 
 // Without that part of the library there is no such store, and the next one is asked.
-class LateKeyStore final : public security::KeyStore {
+class LateKeyStore final : public security::KeyStore,
+                           public std::enable_shared_from_this<LateKeyStore> {
  public:
   std::string_view name() const noexcept override { return "Secret Service"; }
 
   // The making of a key takes longer than the loading.
   void expectKey() override {
-    if (isExpected_.exchange(true)) return;
-    static_cast<void>(core::startThread("kvl-load", [] {
+    if (const auto store = loaded()) return store->expectKey();
+    static_cast<void>(core::startThread("kvl-load", [self = shared_from_this()] {
       const core::ThreadWork work;
-      static_cast<void>(busParts());
+      if (const auto store = self->real()) store->expectKey();
     }));
   }
 
   Status add(const security::StoredKey& key, security::Deadline deadline) override {
     const auto store = real();
     return store ? store->add(key, deadline) : static_cast<Status>(errSecNotAvailable);
+  }
+  Status addPair(const security::StoredKey& publicHalf, const security::StoredKey& privateHalf,
+                 security::Deadline deadline) override {
+    const auto store = real();
+    return store ? store->addPair(publicHalf, privateHalf, deadline)
+                 : static_cast<Status>(errSecNotAvailable);
   }
   Status find(std::optional<std::string_view> tag, std::vector<security::StoredKey>& keys,
               security::Deadline deadline) override {
@@ -88,6 +95,11 @@ class LateKeyStore final : public security::KeyStore {
   }
 
  private:
+  std::shared_ptr<security::KeyStore> loaded() {
+    const MutexLock lock(mutex_);
+    return store_;
+  }
+
   std::shared_ptr<security::KeyStore> real() {
     const auto* const parts = busParts();
     const MutexLock lock(mutex_);
@@ -95,7 +107,6 @@ class LateKeyStore final : public security::KeyStore {
     return store_;
   }
 
-  std::atomic<bool> isExpected_ = false;
   Mutex mutex_;
   std::shared_ptr<security::KeyStore> store_ KVL_GUARDED_BY(mutex_);
 };

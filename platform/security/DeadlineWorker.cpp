@@ -23,6 +23,7 @@ struct DeadlineWorker::Task {
   Job afterwards;
   ObjectPtr<GCancellable> cancellable{g_cancellable_new()};
   Status status = errSecNotAvailable;
+  bool isAwaited = true;
   bool ended = false;  // guarded by the worker's mutex
 };
 
@@ -48,6 +49,25 @@ bool DeadlineWorker::ensureThread() {
   }
 }
 
+bool DeadlineWorker::enqueue(const std::shared_ptr<Task>& task) {
+  waiting_.push_back(task);
+  if (!ensureThread()) {
+    std::erase(waiting_, task);
+    return false;
+  }
+  changed_.notifyAll();
+  return true;
+}
+
+void DeadlineWorker::prepare(Job job) {
+  if (!core::hasSpareDescriptors() || !core::hasSpareThread()) return;
+  const auto task = std::make_shared<Task>();
+  task->job = std::move(job);
+  task->isAwaited = false;
+  const MutexLock lock(mutex_);
+  static_cast<void>(enqueue(task));
+}
+
 Status DeadlineWorker::run(Job job, Deadline deadline, Job afterwards) {
   // GLib ends the process when it gets no descriptor or thread.
   if (!core::hasSpareDescriptors() || !core::hasSpareThread()) return errSecInternalComponent;
@@ -56,16 +76,12 @@ Status DeadlineWorker::run(Job job, Deadline deadline, Job afterwards) {
   task->afterwards = std::move(afterwards);
   {
     MutexLock lock(mutex_);
-    waiting_.push_back(task);
-    if (!ensureThread()) {
-      std::erase(waiting_, task);
-      return errSecInternalComponent;
-    }
-    changed_.notifyAll();
+    if (!enqueue(task)) return errSecInternalComponent;
     while (!task->ended && changed_.waitUntil(lock, deadline)) {
     }
     if (task->ended) return task->status;
     std::erase(waiting_, task);
+    if (current_ && !current_->isAwaited) g_cancellable_cancel(current_->cancellable.get());
   }
   g_cancellable_cancel(task->cancellable.get());
   return errSecNotAvailable;

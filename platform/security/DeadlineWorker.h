@@ -34,9 +34,14 @@ class DeadlineWorker {
   // next job, so it must end soon even when nobody cancels it.
   [[nodiscard]] Status run(Job job, Deadline deadline, Job afterwards = nullptr);
 
+  // Nobody waits for `job`. A caller of `run` waits for it with its own job, and cancels it at its
+  // deadline.
+  void prepare(Job job);
+
  private:
   struct Task;
 
+  [[nodiscard]] bool enqueue(const std::shared_ptr<Task>& task) KVL_REQUIRES(mutex_);
   [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
   void serve();
   void perform(Task& task, GMainContext* context);

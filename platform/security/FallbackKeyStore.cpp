@@ -41,20 +41,20 @@ class FallbackKeyStore final : public KeyStore {
   std::string_view name() const noexcept override { return "key store"; }
 
   void expectKey() override {
-    for (const auto& store : stores_) store->expectKey();
+    for (std::size_t i = 0; i < stores_.size(); ++i)
+      if (!isPaused(i, Clock::now())) stores_[i]->expectKey();
   }
 
   Status add(const StoredKey& key, Deadline deadline) override {
-    Status status = errSecNotAvailable;
-    for (std::size_t i = 0; i < stores_.size(); ++i) {
-      const Status answer = ask(i, deadline, [&](KeyStore& store, Deadline share) {
-                              return store.add(key, share);
-                            }).status;
-      if (answer == kSuccess) noteChoice(i);
-      if (isAnswer(answer)) return answer;
-      status = answer;
-    }
-    return status;
+    return addToOne(deadline,
+                    [&](KeyStore& store, Deadline share) { return store.add(key, share); });
+  }
+
+  Status addPair(const StoredKey& publicHalf, const StoredKey& privateHalf,
+                 Deadline deadline) override {
+    return addToOne(deadline, [&](KeyStore& store, Deadline share) {
+      return store.addPair(publicHalf, privateHalf, share);
+    });
   }
 
   // Keys may be spread over the stores when one was away for a while, so all are asked.
@@ -93,6 +93,18 @@ class FallbackKeyStore final : public KeyStore {
   // One success is success, one answer of any kind is an answer.
   static Status better(Status best, Status next) {
     return best != kSuccess && isAnswer(next) ? next : best;
+  }
+
+  template <class Question>
+  Status addToOne(Deadline deadline, Question question) {
+    Status status = errSecNotAvailable;
+    for (std::size_t i = 0; i < stores_.size(); ++i) {
+      const Status answer = ask(i, deadline, question).status;
+      if (answer == kSuccess) noteChoice(i);
+      if (isAnswer(answer)) return answer;
+      status = answer;
+    }
+    return status;
   }
 
   template <class Question>

@@ -59,6 +59,13 @@ class KeyStore {
   // left behind by processes that have ended, of any tag. Refuses what `checkStorable` refuses;
   // errSecDataTooLarge also when the store is full.
   [[nodiscard]] virtual Status add(const StoredKey& key, Deadline deadline) = 0;
+  // Both halves of a new pair, which a store may take at once. After a failure the public one may
+  // be there.
+  [[nodiscard]] virtual Status addPair(const StoredKey& publicHalf, const StoredKey& privateHalf,
+                                       Deadline deadline) {
+    const Status status = add(publicHalf, deadline);
+    return status == kSuccess ? add(privateHalf, deadline) : status;
+  }
   // All keys of the tag, or of every tag that this framework stored when absent. None is a success
   // too; on failure `keys` stays as it was.
   [[nodiscard]] virtual Status find(std::optional<std::string_view> tag,

@@ -124,10 +124,8 @@ StoredKey entryFor(const KeyRef& key, const KeyPairParameters& parameters) {
 
 // Both halves or none: the public one goes first, so that no private key stays behind alone.
 Status storePair(KeyStore& store, const KeyPair& pair, const KeyPairParameters& parameters) {
-  const Deadline deadline = operationDeadline();
-  Status status = store.add(entryFor(pair.publicKey, parameters), deadline);
-  if (status != kSuccess) return status;
-  status = store.add(entryFor(pair.privateKey, parameters), deadline);
+  const Status status = store.addPair(entryFor(pair.publicKey, parameters),
+                                      entryFor(pair.privateKey, parameters), operationDeadline());
   if (status != kSuccess)
     // What is left then is a public key without a use, which the next deletion takes away.
     static_cast<void>(store.remove(parameters.tag, Key::Class::publicKey, operationDeadline()));

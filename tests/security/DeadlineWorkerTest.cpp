@@ -79,6 +79,35 @@ TEST(DeadlineWorkerTest, AJobWhoseTurnDoesNotComeIsNeverBegun) {
   EXPECT_FALSE(ran);
 }
 
+TEST(DeadlineWorkerTest, WhatIsPreparedIsWaitedForByTheNextJob) {
+  DeadlineWorker worker;
+  bool isThere = false;
+  worker.prepare([&](GCancellable*) {
+    isThere = true;
+    return kSuccess;
+  });
+  EXPECT_EQ(worker.run([&](GCancellable*) { return isThere ? kSuccess : Status{1}; }, soon()),
+            kSuccess);
+}
+
+TEST(DeadlineWorkerTest, APreparationThatHangsIsCancelledByTheFirstCallerWhoseTimeIsUp) {
+  DeadlineWorker worker;
+  worker.prepare(waitForCancellation);
+  EXPECT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon(milliseconds(10))),
+            errSecNotAvailable);
+  EXPECT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon()), kSuccess);
+}
+
+TEST(DeadlineWorkerTest, DestructionEndsAPreparationThatHangs) {
+  DeadlineWorker worker;
+  std::promise<void> begun;
+  worker.prepare([&](GCancellable* cancellable) {
+    begun.set_value();
+    return waitForCancellation(cancellable);
+  });
+  begun.get_future().wait();
+}
+
 TEST(DeadlineWorkerTest, DestructionWaitsForAnAbandonedJob) {
   auto worker = std::make_unique<DeadlineWorker>();
   std::atomic<int> running = 0;

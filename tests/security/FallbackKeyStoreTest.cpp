@@ -53,6 +53,31 @@ TEST_F(FallbackKeyStoreTest, LogsTheChoiceOfALaterStoreOnce) {
   EXPECT_THAT(log_.lines(), ElementsAre("key store: keys are kept in the second"));
 }
 
+TEST_F(FallbackKeyStoreTest, BothHalvesOfAPairAreInOneStore) {
+  std::vector<Key::Class> taken;
+  first_->onAdd = [](const StoredKey& key, Deadline) {
+    return key.keyClass == Key::Class::publicKey ? kSuccess : Status{errSecDataTooLarge};
+  };
+  second_->onAdd = [&](const StoredKey& key, Deadline) {
+    taken.push_back(key.keyClass);
+    return kSuccess;
+  };
+  EXPECT_EQ(chain()->addPair(storedKey("tag", Key::Class::publicKey), key_, soon()), kSuccess);
+  EXPECT_THAT(taken, ElementsAre(Key::Class::publicKey, Key::Class::privateKey));
+}
+
+TEST_F(FallbackKeyStoreTest, AStoreThatIsLeftAloneGetsNothingReady) {
+  int expected = 0;
+  first_->onAdd = hang;
+  first_->onExpectKey = [&] { ++expected; };
+  second_->onAdd = takes();
+  const auto store = chain();
+  store->expectKey();
+  EXPECT_EQ(store->add(key_, soon(std::chrono::milliseconds(20))), kSuccess);
+  store->expectKey();
+  EXPECT_EQ(expected, 1);
+}
+
 TEST_F(FallbackKeyStoreTest, LogsWhenTheFirstIsBack) {
   second_->onAdd = takes();
   const auto store = chain();

@@ -37,6 +37,11 @@ class SecretProviderTest : public testing::Test {
     std::vector<StoredKey> none;
     EXPECT_EQ(store_->find("nobody", none, soon()), kSuccess);
   }
+  // Jobs of the store come one after another, so that what comes next finds the visit.
+  void openAhead() {
+    store_->expectKey();
+    ASSERT_TRUE(kvltest::waitUntil([this] { return provider_->count("OpenSession") == 1; }));
+  }
   // However long it takes.
   void keepAndFindKey() {
     ASSERT_EQ(store_->add(key_, soon(std::chrono::hours(1))), kSuccess);
@@ -59,6 +64,7 @@ class SecretProviderTest : public testing::Test {
   const std::shared_ptr<KeyStore> store_ = makeSecretServiceKeyStore();
   const std::shared_ptr<KeyStore> chain_ = makeFallbackKeyStore({store_, makeMemoryKeyStore()});
   const StoredKey key_ = storedKey(kvltest::uniqueTag());
+  const StoredKey public_ = storedKey(key_.tag, Key::Class::publicKey);
   std::vector<StoredKey> found_;
   kvltest::LogCapture log_;
 };
@@ -188,6 +194,59 @@ TEST_F(SecretProviderTest, AServiceThatRestartsWithoutItsSessionCollectionIsRepl
   EXPECT_THAT(found_, SizeIs(1));
   EXPECT_EQ(chain_->remove(key_.tag, std::nullopt, soon()), kSuccess);
   expectNobodyWasAsked();
+}
+
+TEST_F(SecretProviderTest, BothHalvesOfAPairAreKeptInOneVisit) {
+  provide({});
+  ASSERT_EQ(store_->addPair(public_, key_, soon()), kSuccess);
+  EXPECT_THAT(provider_->items(), SizeIs(2));
+  EXPECT_EQ(provider_->count("OpenSession"), 1);
+  EXPECT_EQ(provider_->count("ReadAlias"), 1);
+}
+
+TEST_F(SecretProviderTest, OfAPairThatCannotBeKeptNoHalfStays) {
+  provide({.failsAt = {{"CreateItem", 2}}});
+  EXPECT_EQ(store_->addPair(public_, key_, soon()), errSecInternalComponent);
+  EXPECT_EQ(provider_->count("CreateItem"), 2);
+  EXPECT_THAT(provider_->items(), IsEmpty());
+}
+
+TEST_F(SecretProviderTest, APairIsKeptByTheVisitThatWasOpenedForIt) {
+  provide({});
+  openAhead();
+  ASSERT_EQ(store_->addPair(public_, key_, soon()), kSuccess);
+  EXPECT_THAT(provider_->items(), SizeIs(2));
+  EXPECT_EQ(provider_->count("OpenSession"), 1);
+}
+
+TEST_F(SecretProviderTest, AServiceThatEndsWhileAKeyIsMadeIsReplacedWithoutAWord) {
+  provide({});
+  openAhead();
+  provider_.reset();
+  provide({.failsAt = {{"CreateItem", 1}}});
+  ASSERT_EQ(store_->addPair(public_, key_, soon()), kSuccess);
+  EXPECT_THAT(provider_->items(), SizeIs(2));
+  EXPECT_EQ(provider_->count("OpenSession"), 1);
+}
+
+TEST_F(SecretProviderTest, ABusThatEndsWhileAKeyIsMadeIsReplacedWithoutAWord) {
+  provide({});
+  openAhead();
+  provider_.reset();
+  bus_.stop();
+  bus_.restart();
+  provide({});
+  ASSERT_EQ(store_->addPair(public_, key_, soon()), kSuccess);
+  EXPECT_THAT(provider_->items(), SizeIs(2));
+}
+
+TEST_F(SecretProviderTest, AServiceThatHangsWhileAKeyIsMadeCostsNoMoreThanTheDeadline) {
+  provide({.hangs = {"OpenSession"}});
+  store_->expectKey();
+  ASSERT_TRUE(kvltest::waitUntil([this] { return provider_->count("OpenSession") == 1; }));
+  EXPECT_EQ(store_->addPair(public_, key_, soon(milliseconds(50))), errSecNotAvailable);
+  provider_->behave({});
+  EXPECT_EQ(store_->addPair(public_, key_, soon()), kSuccess);
 }
 
 TEST_F(SecretProviderTest, OfOtherProgramsNoKeyIsRead) {

@@ -23,6 +23,7 @@ class ForwardingKeyStore : public kvl::security::KeyStore {
       : inner_(std::move(inner)) {}
 
   [[nodiscard]] std::string_view name() const noexcept override { return inner_->name(); }
+  void expectKey() override { inner_->expectKey(); }
   [[nodiscard]] kvl::Status add(const StoredKey& key, Deadline deadline) override {
     return inner_->add(key, deadline);
   }

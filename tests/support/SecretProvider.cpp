@@ -120,6 +120,10 @@ void SecretProvider::serve(GDBusMessage* call) {
 }
 
 GDBusMessage* SecretProvider::answer(GDBusMessage* call, const std::string& method) {
+  const auto at = manners_.failsAt.find(method);
+  if (at != manners_.failsAt.end() && at->second == std::ranges::count(calls_, method))
+    return g_dbus_message_new_method_error_literal(call, "org.freedesktop.Secret.Error.NoSession",
+                                                   "as told");
   const auto failure = manners_.fails.find(method);
   if (failure != manners_.fails.end())
     return g_dbus_message_new_method_error_literal(call, failure->second.c_str(), "as told");

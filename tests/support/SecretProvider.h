@@ -23,6 +23,7 @@ class SecretProvider {
     std::set<std::string> hangs = {};               // never answers these
     std::set<std::string> dies = {};                // leaves the bus when it is asked for these
     std::map<std::string, std::string> fails = {};  // answers these with an error of that name
+    std::map<std::string, int> failsAt = {};  // answers this call of these with an error, from 1 on
   };
   using Attributes = std::map<std::string, std::string>;
 
