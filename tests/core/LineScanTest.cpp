@@ -57,7 +57,7 @@ class LineScanTest : public testing::Test {
 
 TEST_F(LineScanTest, FindsTheFirstLineEndWhereverItStands) {
   for (std::size_t length = 0; length < 300; ++length) {
-    for (const std::size_t rest : {0, 1, 40, 64, 130}) {
+    for (const std::size_t rest : {0, 1, 40, 64, 130, 191}) {
       expectLine(std::string(length, 'x') + "\n" + std::string(rest, 'y'), length, true);
       expectLine(std::string(length, 'x') + "\n\n" + std::string(rest, '\n'), length, true);
     }
