@@ -61,13 +61,13 @@ constexpr std::array<std::string_view, 9> kNames = {
 constexpr std::size_t kShortestName = 4;
 constexpr std::size_t kLongestName = 8;
 
-constexpr std::uint64_t fourCharacters(const char* start) {
-  return std::bit_cast<std::uint32_t>(std::array{start[0], start[1], start[2], start[3]});
+constexpr std::uint64_t fourCharacters(std::string_view text, std::size_t i) {
+  return std::bit_cast<std::uint32_t>(std::array{text[i], text[i + 1], text[i + 2], text[i + 3]});
 }
 
 // The first four characters and the last four: with its size, that is all of a name.
 constexpr std::uint64_t wordOf(std::string_view name) {
-  return fourCharacters(name.data()) | fourCharacters(name.data() + name.size() - 4) << 32;
+  return fourCharacters(name, 0) | fourCharacters(name, name.size() - 4) << 32;
 }
 
 constexpr auto kWords = [] {
@@ -228,9 +228,10 @@ std::shared_ptr<MenuItem> menuItemWithoutSubmenu(const Description& description,
   }
   const auto text = textIn(description.value(), KVLEncodingKeyText);
   auto item = newItem(type, text);
-  setDetails(MenuItemAccess::unshared(*item), description, text, context);
+  auto& properties = MenuItemAccess::unshared(*item);
+  setDetails(properties, description, text, context);
   // Last: an image may come on any thread as soon as it is asked for.
-  if (item->expectsImage()) requestIcon(item, description.text(Description::icon), context);
+  if (properties.expectsImage) requestIcon(item, description.text(Description::icon), context);
   return item;
 }
 

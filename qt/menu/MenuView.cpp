@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QHelpEvent>
 #include <QKeyEvent>
+#include <QResizeEvent>
 #include <utility>
 
 namespace kvl::qt {
@@ -77,8 +78,9 @@ bool MenuView::event(QEvent* event) {
       implementation_->refreshAll();
       break;
     case QEvent::Resize:
-      if (implementation_->isLaidOut()) return QWidget::event(event);
-      break;
+      if (!implementation_->isLaidOut()) break;
+      resizeEvent(static_cast<QResizeEvent*>(event));
+      return true;
     case QEvent::KeyPress:
       if (implementation_->goToInitial(static_cast<const QKeyEvent&>(*event))) return true;
       break;

@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <QResizeEvent>
 #include <QScreen>
 #include <QStyleOptionMenuItem>
 #include <algorithm>
@@ -34,7 +35,10 @@ class WatchedView : public MenuView {
     if (!isPainted) ++measured;
   }
 
+  void resizeEvent(QResizeEvent* event) override { lastSize = event->size(); }
+
   const QAction* ofHost = nullptr;
+  QSize lastSize;
   mutable int measured = 0;
   mutable bool measuredExactly = true;
   mutable bool paintedExactly = true;
@@ -49,6 +53,7 @@ class RemeasuringView : public MenuView {
  protected:
   bool event(QEvent* event) override {
     const bool handled = MenuView::event(event);
+    // NOLINTNEXTLINE(bugprone-parent-virtual-call): that is what the view leaves out
     return event->type() == QEvent::Resize ? QMenu::event(event) : handled;
   }
 };
@@ -88,6 +93,12 @@ TEST_F(MenuMeasuringTest, OpeningMeasuresEachEntryOnce) {
   view.measured = 0;
   ASSERT_TRUE(open(view));
   EXPECT_EQ(view.measured, 30);
+}
+
+TEST_F(MenuMeasuringTest, AHostsViewHearsOfTheSizeThatItGets) {
+  WatchedView view(menuWithItems(3));
+  ASSERT_TRUE(open(view));
+  EXPECT_EQ(view.lastSize, view.size());
 }
 
 TEST_F(MenuMeasuringTest, EntriesAreWhereAMenuThatMeasuresAgainHasThem) {
