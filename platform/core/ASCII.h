@@ -37,12 +37,15 @@ namespace kvl::ascii {
                     [](char x, char y) { return toLower(x) == toLower(y); });
 }
 
+[[nodiscard]] constexpr bool isBlank(char c) noexcept {
+  return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
 // Without the spaces, tabs and line ends at both ends.
 [[nodiscard]] constexpr std::string_view trimmed(std::string_view text) noexcept {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  const auto first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+  return text;
 }
 
 }  // namespace kvl::ascii

@@ -1,7 +1,6 @@
 #include "platform/urlloading/TransferOptions.h"
 
 #include "platform/core/ASCII.h"
-#include "platform/core/NoDestructor.h"
 #include "platform/urlloading/InputMeter.h"
 
 #include <sys/socket.h>
@@ -65,9 +64,10 @@ std::string encodingsField() {
   return "Accept-Encoding: " + (names.empty() ? "identity" : names.substr(2));
 }
 
-const std::string& usualEncodings() {
-  static const NoDestructor<std::string> field(encodingsField());
-  return *field;
+// The fields of a request that names none. Null without memory; then libcurl makes them.
+curl_slist* usualFields() {
+  static curl_slist* const fields = curl_slist_append(nullptr, encodingsField().c_str());
+  return fields;
 }
 
 bool alwaysHasLength(const std::string& method) {
@@ -81,6 +81,14 @@ bool sendsBody(const URLRequest& request) {
          alwaysHasLength(request.method());
 }
 
+// libcurl adds them to what has a body.
+void leaveOutFieldsOfBodies(HeaderList& list, const HeaderFields& headers) {
+  for (const char* unwanted : {"Expect", "Content-Type"}) {
+    if (!headers.find(unwanted)) append(list, std::string(unwanted) + ":");
+  }
+}
+
+// Absent when they are the usual ones.
 HeaderList makeFields(const URLRequest& request) {
   HeaderList list;
   const HeaderFields& headers = request.headers();
@@ -91,15 +99,10 @@ HeaderList makeFields(const URLRequest& request) {
     append(list, fieldLine(field));
   }
   // Without the field a server may choose any encoding.
-  if (takesNoEncoding)
-    append(list, "Accept-Encoding: identity");
-  else if (!headers.find("Accept-Encoding"))
-    append(list, usualEncodings());
-  // libcurl adds them to what has a body.
-  if (!sendsBody(request)) return list;
-  for (const char* unwanted : {"Expect", "Content-Type"}) {
-    if (!headers.find(unwanted)) append(list, std::string(unwanted) + ":");
-  }
+  if (takesNoEncoding) append(list, "Accept-Encoding: identity");
+  if (sendsBody(request)) leaveOutFieldsOfBodies(list, headers);
+  const bool isUsual = !takesNoEncoding && !headers.find("Accept-Encoding");
+  if (list && isUsual && usualFields() != nullptr) append(list, usualFields()->data);
   return list;
 }
 
@@ -201,7 +204,7 @@ void applyRequest(OptionSetter& options, const URLRequest& request, HeaderList& 
   if (request.contentKind() == ContentKind::eventStream)
     options.set(CURLOPT_ACCEPT_ENCODING, nullptr);
   options.set(CURLOPT_URL, request.url()->absoluteString().c_str());
-  options.set(CURLOPT_HTTPHEADER, fields.get());
+  options.set(CURLOPT_HTTPHEADER, fields ? fields.get() : usualFields());
   if (const auto cookie = request.headers().find("Cookie"))
     options.set(CURLOPT_COOKIE, std::string(*cookie).c_str());
   applyMethod(options, request);
