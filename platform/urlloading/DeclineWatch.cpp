@@ -28,7 +28,28 @@ void DeclineWatch::begin(CURL* easy, std::shared_ptr<TLSConnection> connection) 
   connection_ = std::move(connection);
   curl_easy_setopt(easy, CURLOPT_DEBUGFUNCTION, &DeclineWatch::onDebug);
   curl_easy_setopt(easy, CURLOPT_DEBUGDATA, this);
+  expected_ = connection_ ? connection_->takeNextStream() : 0;
+  if (expected_ == 0) {
+    curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
+    return;
+  }
+  connection_->input().forgetWriting();
+  curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L);
+}
+
+// A request that could not be handed to the connection has taken no number. The next one reads its
+// own.
+bool DeclineWatch::noteSent(CURL* easy) noexcept {
+  const auto stream = std::exchange(expected_, 0);
+  if (stream == 0) return false;
+  if (connection_->input().hasWritten()) setStream(stream);
   curl_easy_setopt(easy, CURLOPT_VERBOSE, 1L);
+  return true;
+}
+
+void DeclineWatch::setStream(std::uint32_t stream) noexcept {
+  stream_ = stream;
+  if (connection_) connection_->noteStream(stream);
 }
 
 int DeclineWatch::onDebug(CURL*, curl_infotype kind, char* bytes, std::size_t size, void* watch) {
@@ -38,7 +59,7 @@ int DeclineWatch::onDebug(CURL*, curl_infotype kind, char* bytes, std::size_t si
 
 void DeclineWatch::take(std::string_view text) noexcept {
   if (text.starts_with(kStream)) {
-    stream_ = numberAfter(kStream, text).value_or(0);
+    if (const auto stream = numberAfter(kStream, text)) setStream(*stream);
   } else if (text.starts_with(kRefused)) {
     refused_ = true;
   } else if (text.starts_with(kGoAway) && connection_) {

@@ -43,8 +43,6 @@ void EasyHandles::giveBack(EasyHandle easy) noexcept {
   // What they point to goes with the exchange, and libcurl may look at them meanwhile.
   OptionSetter options(easy.get());
   options.set(CURLOPT_VERBOSE, 0L);
-  options.set(CURLOPT_DEBUGFUNCTION, nullptr);
-  options.set(CURLOPT_DEBUGDATA, nullptr);
   options.set(CURLOPT_ERRORBUFFER, nullptr);
   options.set(CURLOPT_HTTPHEADER, nullptr);
   if (options.result() == CURLE_OK) idle_.push_back(std::move(easy));

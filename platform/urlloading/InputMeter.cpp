@@ -25,6 +25,7 @@ long InputMeter::onOperation(BIO* bio, int operation, const char*, std::size_t, 
     if (!meter.isSpent()) BIO_set_retry_read(bio);
     return -1;
   }
+  if (operation == BIO_CB_WRITE) meter.noteWriting();
   if (operation == BIO_CB_WRITE && meter.isSpent()) {
     BIO_clear_retry_flags(bio);
     return -1;
@@ -41,6 +42,7 @@ void InputMeter::endPass() noexcept {
   inPass_ = 0;
   uselessInPass_ = 0;
   isActive_ = false;
+  isKnownToLive_ = false;
 }
 
 void InputMeter::take(std::size_t bytes) noexcept {

@@ -60,6 +60,13 @@ class InputMeter {
   void noteProgress(std::size_t bytes) noexcept;
   // Whether the pass has read anything, or taken something of use that had been read before.
   [[nodiscard]] bool isActive() const noexcept { return isActive_; }
+  // Whether somebody has looked in this pass, and found that the connection lives.
+  [[nodiscard]] bool isKnownToLive() const noexcept { return isKnownToLive_; }
+  void noteLife() noexcept { isKnownToLive_ = true; }
+  // Whether anything has been written, or tried to be, since `forgetWriting`.
+  [[nodiscard]] bool hasWritten() const noexcept { return hasWritten_; }
+  void forgetWriting() noexcept { hasWritten_ = false; }
+  void noteWriting() noexcept { hasWritten_ = true; }
   // Whether the connection has been broken off.
   [[nodiscard]] bool isSpent() const noexcept { return useless_ > kLimit; }
 
@@ -85,6 +92,8 @@ class InputMeter {
   std::size_t uselessInPass_ = 0;
   std::size_t useless_ = 0;
   bool isActive_ = false;
+  bool isKnownToLive_ = false;
+  bool hasWritten_ = false;
 };
 
 }  // namespace kvl::urlloading

@@ -151,14 +151,17 @@ void TLSConnection::chooseSocket(const std::vector<int>& sockets, int remotePort
   input_.setSocket(socket_);
 }
 
-bool TLSConnection::hasEnded(const SSL& ssl, bool isShared) const noexcept {
+bool TLSConnection::hasEnded(const SSL& ssl, bool isShared) noexcept {
+  if (isShared && input_.isKnownToLive()) return false;
   // libcurl takes as much of a record as the answer needs, and the rest waits here.
   if (!isShared && SSL_has_pending(&ssl) != 0) return true;
   if (socket_ < 0) return false;
   pollfd state{socket_, POLLIN | POLLRDHUP, 0};
-  if (poll(&state, 1, 0) <= 0) return false;
+  const bool isSilent = poll(&state, 1, 0) <= 0;
+  const bool isAtEnd = (state.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+  if (isShared && !isAtEnd) input_.noteLife();
   // Whatever comes where no answer is due, it is not for the next request.
-  return !isShared || (state.revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0;
+  return !isSilent && (!isShared || isAtEnd);
 }
 
 int TLSConnection::verify(X509_STORE_CTX* store, void* connection) {

@@ -16,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kvl::urlloading {
@@ -116,8 +117,8 @@ class TLSConnection {
   // Whether the server has ended a connection on which nothing is under way, or, `isShared`, on
   // which others are. libcurl takes the announcement of the end for a sign of life. Without others
   // a connection that brings anything at all is at its end: it would be the next answer's
-  // beginning.
-  [[nodiscard]] bool hasEnded(const SSL& ssl, bool isShared) const noexcept;
+  // beginning. With others, one look in a pass will do.
+  [[nodiscard]] bool hasEnded(const SSL& ssl, bool isShared) noexcept;
   [[nodiscard]] const TLSFacts& facts() const noexcept { return facts_; }
   // The server has told (GOAWAY) that it has looked at no stream above this one, nor will.
   void noteLastStream(std::uint32_t stream) noexcept {
@@ -126,6 +127,10 @@ class TLSConnection {
   [[nodiscard]] bool hasDeclined(std::uint32_t stream) const noexcept {
     return stream > lastStream_;
   }
+  // A request has gone out on this stream. The next one has the next number of a client's streams.
+  void noteStream(std::uint32_t stream) noexcept { nextStream_ = stream + 2; }
+  // The number of the next stream, for whoever is about to open it; 0 when it is not known.
+  [[nodiscard]] std::uint32_t takeNextStream() noexcept { return std::exchange(nextStream_, 0); }
   [[nodiscard]] InputMeter& input() noexcept { return input_; }
 
  private:
@@ -142,6 +147,7 @@ class TLSConnection {
   ChallengeSource* source_;
   int socket_ = -1;  // -1: not known
   TLSFacts facts_;
+  std::uint32_t nextStream_ = 0;
   std::uint32_t lastStream_ = std::numeric_limits<std::uint32_t>::max();
   InputMeter input_;
 };

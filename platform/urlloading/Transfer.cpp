@@ -213,8 +213,11 @@ void Transfer::closeConnectionWithExchange() {
 
 std::string Transfer::host() const {
   const URL& url = *request_->url();
-  std::string text(*url.scheme());
-  text.append("://").append(url.host().value_or(std::string_view{})).append(":");
+  const auto name = url.host().value_or(std::string_view{});
+  constexpr std::size_t kAround = sizeof "https://:65535";
+  std::string text;
+  text.reserve(kAround + name.size());
+  text.append(*url.scheme()).append("://").append(name).append(":");
   text += std::to_string(portOf(url));
   std::ranges::transform(text, text.begin(), ascii::toLower);
   return text;

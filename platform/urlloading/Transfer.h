@@ -76,6 +76,7 @@ class Transfer final : private ChallengeSource {
 
   // After each pass of reading.
   void endPass() {
+    isHeard_ = false;
     if (connection_) connection_->input().endPass();
   }
   // Whether the pass has read anything from the connection, or taken what was read before.
@@ -157,7 +158,7 @@ class Transfer final : private ChallengeSource {
   void noteActivity() { lastActivity_ = std::chrono::steady_clock::now(); }
   // So many bytes of a head or body have come.
   void noteArrival(std::size_t bytes) {
-    noteActivity();
+    if (!std::exchange(isHeard_, true)) noteActivity();
     if (connection_) connection_->input().noteProgress(bytes);
   }
 
@@ -222,6 +223,8 @@ class Transfer final : private ChallengeSource {
   const std::size_t maximumBody_;
   const SteadyTime end_;
   SteadyTime lastActivity_ = began_;
+  // Whether something has come in this pass, which takes no time worth another look at the clock.
+  bool isHeard_ = false;
   std::chrono::steady_clock::duration timeInChallenges_{};
   std::array<char, CURL_ERROR_SIZE> errorText_{};
 };

@@ -124,6 +124,9 @@ std::size_t Transfer::takeBody(const char* bytes, std::size_t size) {
 
 int Transfer::onProgress(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t uploaded) {
   auto* self = static_cast<Transfer*>(transfer);
+  const bool hasBody = self->feed_ || self->request_->body();
+  if (self->watch_.noteSent(self->easy()) && !hasBody)
+    curl_easy_setopt(self->easy(), CURLOPT_NOPROGRESS, 1L);
   if (std::exchange(self->uploaded_, uploaded) == uploaded) return 0;
   self->noteActivity();
   self->task_->meter().noteSent(static_cast<std::uint64_t>(uploaded));
@@ -217,10 +220,9 @@ void Transfer::installBodyCallbacks(OptionSetter& options) {
     options.set(CURLOPT_SEEKFUNCTION, &Transfer::onSeek);
     options.set(CURLOPT_SEEKDATA, this);
   }
-  if (!feed_ && !request_->body()) return;
   options.set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
   options.set(CURLOPT_XFERINFODATA, this);
-  options.set(CURLOPT_NOPROGRESS, 0L);
+  if (feed_ || request_->body()) options.set(CURLOPT_NOPROGRESS, 0L);
 }
 
 std::size_t Transfer::onRead(char* room, std::size_t, std::size_t size, void* transfer) {

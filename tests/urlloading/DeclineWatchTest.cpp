@@ -28,12 +28,20 @@ class DeclineWatchTest : public ::testing::Test {
     second_.begin(easy_.get(), connection_);
   }
 
+  // One more, of which libcurl has told no text. Whether its stream is above this one.
+  [[nodiscard]] bool isNextAbove(std::uint32_t last, bool isWritten = true) {
+    DeclineWatch next;
+    next.begin(easy_.get(), connection_);
+    if (isWritten) connection_->input().noteWriting();
+    next.noteSent(easy_.get());
+    connection_->noteLastStream(last);
+    return next.isDeclined();
+  }
+
   NoSource source_;
   std::shared_ptr<TLSConnection> connection_ = std::make_shared<TLSConnection>(source_);
   DeclineWatch first_;
   DeclineWatch second_;
-
- private:
   std::unique_ptr<CURL, EasyCleanup> easy_{curl_easy_init()};
 };
 
@@ -73,6 +81,30 @@ TEST_F(DeclineWatchTest, OtherTextsDeclineNothing) {
     first_.take(text);
     EXPECT_FALSE(first_.isDeclined()) << text;
   }
+}
+
+TEST_F(DeclineWatchTest, CountsFromTheFirstStreamThatIsToldOn) {
+  first_.take("Using Stream ID: 5 (easy handle 0x7)\n");
+  EXPECT_FALSE(isNextAbove(13));
+  EXPECT_FALSE(isNextAbove(9));
+  EXPECT_TRUE(isNextAbove(10));
+}
+
+TEST_F(DeclineWatchTest, CountsNoRequestThatWasNotWritten) {
+  first_.take("Using Stream ID: 5 (easy handle 0x7)\n");
+  EXPECT_FALSE(isNextAbove(6, false));
+  // Now the number is to be told anew.
+  EXPECT_FALSE(isNextAbove(6));
+  second_.take("Using Stream ID: 7 (easy handle 0x8)\n");
+  EXPECT_TRUE(isNextAbove(8));
+}
+
+TEST_F(DeclineWatchTest, KnowsNoStreamBeforeTheRequestIsSent) {
+  first_.take("Using Stream ID: 5 (easy handle 0x7)\n");
+  connection_->noteLastStream(5);
+  DeclineWatch next;
+  next.begin(easy_.get(), connection_);
+  EXPECT_FALSE(next.isDeclined());
 }
 
 TEST_F(DeclineWatchTest, WithoutAStreamNothingIsDeclined) {
