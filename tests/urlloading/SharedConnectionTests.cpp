@@ -7,8 +7,10 @@
 
 #include <sched.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace kvl::testing {
 namespace {
@@ -146,6 +148,70 @@ TEST_F(IdleConnectionTest, StaysAfterMuchAtOnceAndAFrameOfItsOwn) {
   }
   EXPECT_EQ(peer.connections(), 1);
 }
+
+// Answers so many requests, the frames of all bodies in turns. Body and stream have one number.
+void answerInTurns(TestPeer& connection, HTTP2Peer& speaker, std::size_t count, std::size_t size) {
+  std::vector<std::uint32_t> streams;
+  while (streams.size() < count) {
+    const auto stream = speaker.nextRequest();
+    if (!stream) return;
+    streams.push_back(*stream);
+  }
+  std::string bytes;
+  for (const auto stream : streams) bytes += measuredHead(stream, size + stream);
+  for (std::size_t begin = 0; begin < size + streams.back(); begin += kFrameSize) {
+    for (const auto stream : streams) {
+      const std::string body(size + stream, static_cast<char>('a' + stream % 26));
+      if (begin >= body.size()) continue;
+      const bool isLast = begin + kFrameSize >= body.size();
+      bytes += encoded({HTTP2Frame::data, isLast ? HTTP2Frame::kEndStream : std::uint8_t{0}, stream,
+                        body.substr(begin, kFrameSize)});
+    }
+  }
+  connection.write(bytes);
+}
+
+class BesideASlowReaderTest : public URLSessionTest,
+                              public ::testing::WithParamInterface<std::size_t> {};
+
+// The slow one takes its body when all others have theirs.
+TEST_P(BesideASlowReaderTest, AllBodiesAreWhole) {
+  constexpr std::size_t kTogether = 64;
+  constexpr std::size_t kSize = 70000;
+  const TestTLSServer peer({.identity = &server(), .protocol = "h2"}, [&](TestPeer& connection) {
+    HTTP2Peer speaker(connection);
+    for (std::size_t left = GetParam(); left > 0; left -= std::min(left, kTogether))
+      answerInTurns(connection, speaker, std::min(left, kTogether), kSize);
+    while (speaker.next()) continue;
+  });
+  const URLRequest request(peer.url("127.0.0.1"));
+  Semaphore isOver;
+  std::size_t taken = 0;
+  BodyReceiver receiver;
+  receiver.piece = [&](const Data& piece) { taken += piece.size(); };
+  receiver.end = [&](const URLResponseRef&, const std::optional<Error>& error) {
+    EXPECT_FALSE(error);
+    isOver.signal();
+  };
+  const auto slow = session->streamingTask(request, receiver);
+  slow->suspendDelivery();
+  slow->resume();
+  std::vector<OutcomeBox> others(GetParam() - 1);
+  for (auto& other : others) session->dataTask(request, other.handler())->resume();
+  std::size_t stream = 1;
+  for (auto& other : others) {
+    const std::string body = other.wait().text();
+    ASSERT_GT(body.size(), kSize);
+    EXPECT_EQ(body, std::string(body.size(), body.front()));
+    EXPECT_EQ(body.size(), kSize + (stream += 2));
+  }
+  slow->resumeDelivery();
+  isOver.wait();
+  EXPECT_EQ(taken, kSize + 1);
+  EXPECT_EQ(peer.connections(), 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Exchanges, BesideASlowReaderTest, ::testing::Values(2, 16, 256));
 
 }  // namespace
 }  // namespace kvl::testing
