@@ -1,10 +1,11 @@
-// Does one thing so many times, for a count of its instructions: `event`, `read`, `write` and
-// `menu`.
+// Does one thing so many times, for a count of its instructions: `event`, `read`, `write`,
+// `text` and `menu`.
 #include "bench/MenuDocument.h"
 #include "eventstream/EventStreamParser.h"
 #include "platform/serialisation/JSONReader.h"
 #include "platform/serialisation/JSONWriter.h"
 
+#include <local/KVLEncoding.h>
 #include <local/KVLEncodingMenus.h>
 
 #include <cstdlib>
@@ -47,6 +48,15 @@ bool writeDocuments(int times) {
   return isGood;
 }
 
+bool takeTexts(int times) {
+  const auto text = kvl::Data::fromText(std::string_view(R"({"id":1,"text":"Open"})"));
+  const auto document = kvl::valueFromJSON(text, nullptr)->dictionary();
+  std::size_t length = 0;
+  for (int i = 0; i < times; ++i)
+    length += KVLEncoding::stringFromDictionary(document, "text")->text().size();
+  return length == 4 * static_cast<std::size_t>(times);
+}
+
 bool buildMenus(int times) {
   const kvl::Dictionary item{{"type", "item"}, {"text", "Synchronise with the service"},
                              {"updates", 3},   {"tooltip", "Sends what has changed"},
@@ -63,10 +73,12 @@ bool buildMenus(int times) {
   return count == kItemsOfMenu * static_cast<std::size_t>(times);
 }
 
-constexpr std::pair<std::string_view, bool (*)(int times)> kKinds[] = {{"event", readEvents},
-                                                                       {"read", readDocuments},
-                                                                       {"write", writeDocuments},
-                                                                       {"menu", buildMenus}};
+using Kind = std::pair<std::string_view, bool (*)(int times)>;
+constexpr Kind kKinds[] = {{"event", readEvents},
+                           {"read", readDocuments},
+                           {"write", writeDocuments},
+                           {"text", takeTexts},
+                           {"menu", buildMenus}};
 
 }  // namespace
 

@@ -31,8 +31,8 @@ template <class T>
 std::optional<T> objectOrFallback(DictionaryOrNone dictionary, std::string_view key,
                                   const std::optional<T>& fallback, std::string_view diagnostic) {
   auto object = storedObject<T>(dictionary, key, diagnostic);
-  if (!object) return fallback;
-  return object;
+  if (!object) object = fallback;
+  return object;  // one variable, which is made in its place: each copy counts as a reference
 }
 
 // A date written as text; the empty text is absent.

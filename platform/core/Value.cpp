@@ -8,6 +8,9 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace kvl {
@@ -24,6 +27,20 @@ std::int64_t clampedInteger(double real) noexcept {
   if (real >= limit) return std::numeric_limits<std::int64_t>::max();
   if (real < -limit) return std::numeric_limits<std::int64_t>::min();
   return static_cast<std::int64_t>(real);
+}
+
+// Becomes what `make` returns where it is to stand: each copy on the way would count as a
+// reference.
+template <class Make>
+struct MadeInPlace {
+  operator std::invoke_result_t<Make>() const noexcept { return make(); }
+  Make make;
+};
+
+// `make` is of the caller's, who may make such objects.
+template <class T, class Make>
+std::optional<T> optionalOf(Make make) noexcept {
+  return std::optional<T>(std::in_place, MadeInPlace<Make>{make});
 }
 
 bool isContainer(const Value& value) noexcept {
@@ -168,12 +185,12 @@ std::optional<Data> Value::data() const noexcept {
 
 std::optional<Array> Value::array() const noexcept {
   if (kind() != Kind::array) return std::nullopt;
-  return Array(*this);
+  return optionalOf<Array>([this] { return Array(*this); });
 }
 
 std::optional<Dictionary> Value::dictionary() const noexcept {
   if (kind() != Kind::dictionary) return std::nullopt;
-  return Dictionary(*this);
+  return optionalOf<Dictionary>([this] { return Dictionary(*this); });
 }
 
 std::shared_ptr<Object> Value::object() const noexcept {
@@ -213,7 +230,7 @@ bool Value::isSameObject(const Value& other) const noexcept {
 template <>
 std::optional<String> Value::as() const noexcept {
   if (kind() != Kind::string) return std::nullopt;
-  return String(*this);
+  return optionalOf<String>([this] { return String(*this); });
 }
 template <>
 std::optional<Number> Value::as() const noexcept {

@@ -32,6 +32,7 @@ KINDS = (
     Kind("event of 100 bytes", ("kvl_count_probe", "event"), (20, 60), things=500),
     Kind("document of 50 KB, read", ("kvl_count_probe", "read"), (10, 30)),
     Kind("document of 50 KB, written", ("kvl_count_probe", "write"), (10, 30)),
+    Kind("text of a document, taken", ("kvl_count_probe", "text"), (1000, 3000)),
     Kind("item of a menu", ("kvl_count_probe", "menu"), (10, 30), things=100),
 )
 
