@@ -22,8 +22,8 @@ using ShareHandle = std::unique_ptr<CURLSH, ShareDeleter>;
 // 7.88. On the I/O thread, but for the making; goes when no exchange has a handle any more.
 class EasyHandles {
  public:
-  // How many lie ready at most: as many as run at once over HTTP/1.1, and some.
-  static constexpr std::size_t kMostIdle = 16;
+  // How many lie ready at most: as many as share a connection. One has about 8 KB.
+  static constexpr std::size_t kMostIdle = 100;
 
   explicit EasyHandles(const URLSessionConfiguration& configuration);
 

@@ -163,6 +163,24 @@ TEST(EasyHandlesTest, OneThatIsGivenBackServesAgain) {
   EXPECT_EQ(found, &mark);
 }
 
+TEST(EasyHandlesTest, AsManyServeAgainAsShareAConnection) {
+  constexpr std::size_t kStreams = 100;
+  const URLSessionConfiguration configuration;
+  EasyHandles handles(configuration);
+  std::vector<EasyHandle> taken(kStreams);
+  for (EasyHandle& easy : taken) {
+    easy = handles.take();
+    curl_easy_setopt(easy.get(), CURLOPT_PRIVATE, &handles);
+  }
+  for (EasyHandle& easy : taken) handles.giveBack(std::move(easy));
+  for (EasyHandle& easy : taken) {
+    easy = handles.take();
+    void* mark = nullptr;
+    curl_easy_getinfo(easy.get(), CURLINFO_PRIVATE, &mark);
+    EXPECT_EQ(mark, &handles);
+  }
+}
+
 TEST(EasyHandlesTest, OnlySoManyAreKept) {
   const URLSessionConfiguration configuration;
   EasyHandles handles(configuration);
