@@ -88,16 +88,18 @@ class SerialBlocks : public std::enable_shared_from_this<SerialBlocks> {
       waiting_.push_back(std::move(block));
       if (std::exchange(isScheduled_, true)) return;
     }
-    schedule();
+    schedule(shared_from_this());
   }
 
  private:
-  void schedule() {
-    pool_.post([self = shared_from_this()] { self->run(); });
+  // A block of one pointer needs no memory of its own.
+  void schedule(std::shared_ptr<SerialBlocks> self) {
+    scheduled_ = std::move(self);
+    pool_.post([this] { run(std::exchange(scheduled_, nullptr)); });
   }
 
   // Runs what waits now; what comes meanwhile takes its turn among the pool's blocks.
-  void run() {
+  void run(std::shared_ptr<SerialBlocks> self) {
     {
       const MutexLock lock(mutex_);
       turn_.swap(waiting_);
@@ -111,7 +113,7 @@ class SerialBlocks : public std::enable_shared_from_this<SerialBlocks> {
       isScheduled_ = !waiting_.empty();
       if (!isScheduled_) return;
     }
-    schedule();
+    schedule(std::move(self));
   }
 
   ThreadPool& pool_;
@@ -120,6 +122,8 @@ class SerialBlocks : public std::enable_shared_from_this<SerialBlocks> {
   bool isScheduled_ KVL_GUARDED_BY(mutex_) = false;
   // Those that run in this turn. Only `run` uses them.
   std::vector<Block> turn_;
+  // This, from when it is scheduled until it runs.
+  std::shared_ptr<SerialBlocks> scheduled_;
 };
 
 class SerialQueue final : public DispatchQueue {

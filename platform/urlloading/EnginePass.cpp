@@ -43,7 +43,7 @@ bool Engine::timerIsDue() const {
 
 bool Engine::isReady() const {
   int ready = 0;
-  curl_multi_poll(multi_.get(), nullptr, 0, 0, &ready);
+  curl_multi_wait(multi_.get(), nullptr, 0, 0, &ready);
   return ready > 0 || timerIsDue();
 }
 
