@@ -10,7 +10,7 @@ namespace {
 
 using namespace security;
 
-constexpr std::int64_t kKeySizeInBits = 2048;
+constexpr unsigned int kKeySizeInBits = 2048;
 constexpr std::string_view kKeyDescription = "Client certificate key";
 constexpr std::string_view kKeyComment =
     "This is safe to delete. A key will be recreated as needed.";
@@ -29,15 +29,20 @@ Dictionary keyQuery() {
           {kSecAttrApplicationTag, Data::adoptingText(keyTag())}};
 }
 
-std::optional<Error> createKeys(KeyStore& store, KeyRef* publicKey, KeyRef* privateKey) {
+PairGeneration beginKeys() {
+  return PairGeneration(kKeySizeInBits);
+}
+
+std::optional<Error> createKeys(KeyStore& store, KeyRef* publicKey, KeyRef* privateKey,
+                                PairGeneration* begun) {
   const auto query = keyQuery();
   const Dictionary parameters{{kSecAttrKeyType, query[kSecAttrKeyType]},
                               {kSecAttrApplicationTag, query[kSecAttrApplicationTag]},
-                              {kSecAttrKeySizeInBits, kKeySizeInBits},
+                              {kSecAttrKeySizeInBits, std::int64_t{kKeySizeInBits}},
                               {kSecAttrLabel, format("%@ (%@)", keyTag(), kKeyDescription)},
                               {kSecAttrComment, kKeyComment},
                               {kSecAttrDescription, kKeyDescription}};
-  const Status status = SecKeyGeneratePair(store, parameters, publicKey, privateKey);
+  const Status status = SecKeyGeneratePair(store, parameters, publicKey, privateKey, begun);
   if (status == kSuccess) return std::nullopt;
   return Error(NSOSStatusErrorDomain, status);
 }

@@ -116,12 +116,14 @@ void NotaryKeys::produce() {
     ownsKeys_ = false;
     return;
   }
+  // Beside the deletion, which waits for the bus most of the time.
+  auto pair = beginKeys();
   const auto store = environment_->keyStore();
   if (const auto error = deleteKeys(*store))
     log(LogCategory::keys, LogLevel::error, "existing key deletion error: %@", *error);
   KeyRef publicHalf;
   KeyRef privateHalf;
-  if (const auto error = createKeys(*store, &publicHalf, &privateHalf))
+  if (const auto error = createKeys(*store, &publicHalf, &privateHalf, &pair))
     return log(LogCategory::keys, LogLevel::error, "key creation error: %@", *error);
   if (!privateHalf) return log(LogCategory::keys, LogLevel::error, "failed to create keys");
   keepForProcess(privateHalf);

@@ -5,8 +5,6 @@
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 
-#include <openssl/rsa.h>
-
 #include <algorithm>
 #include <array>
 #include <optional>
@@ -90,31 +88,8 @@ std::optional<KeyPairParameters> readKeyPairParameters(const Dictionary& paramet
                            std::string(*description)};
 }
 
-struct KeyPair {
-  KeyRef publicKey;
-  KeyRef privateKey;
-};
-
 Deadline operationDeadline() {
   return std::chrono::steady_clock::now() + kKeyStoreTimeLimit;
-}
-
-// The public half as an object that has no private part to give away.
-KeyRef publicHalf(EVP_PKEY* pair) {
-  unsigned char* buffer = nullptr;
-  const int size = i2d_PUBKEY(pair, &buffer);
-  const OpenSSLPtr<unsigned char> owner(buffer);
-  if (size <= 0) return nullptr;
-  return decodeKey({buffer, static_cast<std::size_t>(size)}, Key::Class::publicKey);
-}
-
-std::optional<KeyPair> generatePair(unsigned int sizeInBits) {
-  const ErrorQueueMark mark;
-  OpenSSLPtr<EVP_PKEY> pair(EVP_RSA_gen(sizeInBits));
-  if (!pair) return std::nullopt;
-  KeyRef publicKey = publicHalf(pair.get());
-  if (!publicKey) return std::nullopt;
-  return KeyPair{std::move(publicKey), makeKey(pair.release(), Key::Class::privateKey)};
 }
 
 StoredKey entryFor(const KeyRef& key, const KeyPairParameters& parameters) {
@@ -180,12 +155,13 @@ class CertifiedKey {
 }  // namespace
 
 Status SecKeyGeneratePair(KeyStore& store, const Dictionary& parameters, KeyRef* publicKey,
-                          KeyRef* privateKey) {
+                          KeyRef* privateKey, PairGeneration* begun) {
   keepOpenSSLUntilTheEnd();
   const std::optional<KeyPairParameters> read = readKeyPairParameters(parameters);
   if (!read) return errSecParam;
   store.expectKey();
-  const std::optional<KeyPair> pair = generatePair(read->sizeInBits);
+  const bool isBegun = begun != nullptr && begun->sizeInBits() == read->sizeInBits;
+  const auto pair = isBegun ? begun->take() : generatePair(read->sizeInBits);
   if (!pair) return errSecInternalComponent;
   if (const Status status = storePair(store, *pair, *read); status != kSuccess) return status;
   if (publicKey != nullptr) *publicKey = pair->publicKey;

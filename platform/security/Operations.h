@@ -6,6 +6,7 @@
 #pragma once
 
 #include "platform/security/KeyStore.h"
+#include "platform/security/PairGeneration.h"
 
 #include <local/platform/Security.h>
 #include <local/platform/Value.h>
@@ -38,9 +39,11 @@ inline constexpr std::string_view kSecPropertyKeyValue = "value";
 // Makes an RSA pair of kSecAttrKeySizeInBits, stores both halves under the parameters' tag, label,
 // comment and description, and fills the slots that are not null with one reference each. On
 // failure the slots stay untouched. errSecParam: a parameter is missing, of the wrong type or not
-// supported (empty tag included); 2048, 3072 and 4096 bits are supported.
+// supported (empty tag included); 2048, 3072 and 4096 bits are supported. A pair of that size that
+// was begun before is taken for it.
 [[nodiscard]] Status SecKeyGeneratePair(KeyStore& store, const Dictionary& parameters,
-                                        KeyRef* publicKey, KeyRef* privateKey);
+                                        KeyRef* publicKey, KeyRef* privateKey,
+                                        PairGeneration* begun = nullptr);
 
 // Deletes the keys that match the query (kSecClass and kSecAttrApplicationTag required; key class
 // and key type narrow it when given). errSecItemNotFound when none did.

@@ -4,6 +4,7 @@
 #include "tests/notary/NotaryFixture.h"
 #include "tests/support/ForwardingKeyStore.h"
 #include "tests/support/MadeCertificate.h"
+#include "tests/support/NoThreads.h"
 #include "tests/support/PrivateBus.h"
 
 #include <malloc.h>
@@ -39,6 +40,33 @@ TEST_F(NotaryKeyStoreTest, IdentityHasTheNotarysOwnKey) {
   const auto identity = renewed(notary);
   ASSERT_NE(identity, nullptr);
   EXPECT_EQ(identity->privateKey(), notary.privateKey());
+}
+
+// Notes how many threads there had been when it was asked to delete the first time.
+class NotingStore final : public ForwardingKeyStore {
+ public:
+  [[nodiscard]] kvl::Status remove(std::string_view tag, KeyClass keyClass,
+                                   Deadline deadline) override {
+    if (atRemoval == 0) atRemoval = startedThreads();
+    return ForwardingKeyStore::remove(tag, keyClass, deadline);
+  }
+
+  int atRemoval = 0;
+};
+
+TEST_F(NotaryKeyStoreTest, ThePairIsBegunBeforeTheOldOneIsDeleted) {
+  const auto store = std::make_shared<NotingStore>();
+  const int before = startedThreads();
+  const KVLNotary notary(std::nullopt, surroundings(store));
+  EXPECT_EQ(store->atRemoval, before + 1);
+  EXPECT_TRUE(notary.hasKeys());
+}
+
+TEST_F(NotaryKeyStoreTest, ANotaryMakesItsKeysWithoutAThread) {
+  const auto store = std::make_shared<NotingStore>();
+  const NoThreads none;
+  const KVLNotary notary(std::nullopt, surroundings(store));
+  EXPECT_TRUE(notary.hasKeys());
 }
 
 TEST_F(NotaryKeyStoreTest, SecondNotaryTakesTheEntryButNotTheIdentity) {

@@ -5,6 +5,7 @@
 #include "tests/security/KeyStoreSupport.h"
 #include "tests/support/ForwardingKeyStore.h"
 #include "tests/support/PrivateBus.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -61,6 +62,28 @@ TEST_F(KeyStoreOperationsTest, GeneratesAPairThatBelongsTogether) {
   EXPECT_EQ(EVP_PKEY_eq(nativeKey(*publicKey), nativeKey(*privateKey)), 1);
   EXPECT_TRUE(SecKeyCopyExternalRepresentation(publicKey, nullptr));
   EXPECT_TRUE(SecKeyCreateSignature(privateKey, sha256({}), nullptr));
+}
+
+TEST_F(KeyStoreOperationsTest, APairIsGeneratedWhileNobodyWaitsForItAndStoredThen) {
+  PairGeneration begun(2048);
+  ASSERT_TRUE(kvltest::waitUntil([&] { return begun.isDone(); }));
+  KeyRef publicKey;
+  KeyRef privateKey;
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), &publicKey, &privateKey, &begun),
+            kSuccess);
+  EXPECT_EQ(EVP_PKEY_eq(nativeKey(*publicKey), nativeKey(*privateKey)), 1);
+}
+
+TEST_F(KeyStoreOperationsTest, APairThatIsNotReadyIsWaitedFor) {
+  PairGeneration begun(2048);
+  EXPECT_EQ(SecKeyGeneratePair(*store_, pairParameters(), nullptr, nullptr, &begun), kSuccess);
+}
+
+TEST_F(KeyStoreOperationsTest, APairOfAnotherSizeIsNotTaken) {
+  PairGeneration begun(3072);
+  KeyRef publicKey;
+  ASSERT_EQ(SecKeyGeneratePair(*store_, pairParameters(), &publicKey, nullptr, &begun), kSuccess);
+  EXPECT_EQ(EVP_PKEY_get_bits(nativeKey(*publicKey)), 2048);
 }
 
 TEST_F(KeyStoreOperationsTest, ThePublicHalfCannotSign) {
