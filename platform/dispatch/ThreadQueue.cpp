@@ -25,7 +25,8 @@ class WaitingBlocks : public std::enable_shared_from_this<WaitingBlocks> {
  public:
   using Block = DispatchQueue::Block;
 
-  explicit WaitingBlocks(const std::string& label) : name_(label.substr(0, kLongestThreadName)) {}
+  WaitingBlocks(const std::string& label, std::chrono::nanoseconds idleTime)
+      : name_(label.substr(0, kLongestThreadName)), idleTime_(idleTime) {}
 
   void add(Block block) {
     const MutexLock lock(mutex_);
@@ -57,17 +58,30 @@ class WaitingBlocks : public std::enable_shared_from_this<WaitingBlocks> {
     }
   }
 
-  // Waits for a block; nothing when there will be none.
+  // Waits for a block; nothing when there will be none, or has been none for long, after which the
+  // thread ends. It does not while the process exits.
   std::optional<Block> takeNext() {
     MutexLock lock(mutex_);
-    while (blocks_.empty() && !closed_) changed_.wait(lock);
-    if (blocks_.empty()) return std::nullopt;
+    const auto deadline = std::chrono::steady_clock::now() + idleTime_;
+    bool isInTime = true;
+    while (blocks_.empty() && !closed_ && isInTime) {
+      if (core::isExiting()) {
+        changed_.wait(lock);
+      } else {
+        isInTime = changed_.waitUntil(lock, deadline);
+      }
+    }
+    if (blocks_.empty()) {
+      started_ = false;
+      return std::nullopt;
+    }
     std::optional<Block> next(std::move(blocks_.front()));
     blocks_.pop_front();
     return next;
   }
 
   const std::string name_;
+  const std::chrono::nanoseconds idleTime_;
   Mutex mutex_;
   Condition changed_;
   std::deque<Block> blocks_ KVL_GUARDED_BY(mutex_);
@@ -77,8 +91,8 @@ class WaitingBlocks : public std::enable_shared_from_this<WaitingBlocks> {
 
 class ThreadQueue final : public DispatchQueue, public std::enable_shared_from_this<ThreadQueue> {
  public:
-  explicit ThreadQueue(std::string label)
-      : label_(std::move(label)), waiting_(std::make_shared<WaitingBlocks>(label_)) {}
+  ThreadQueue(std::string label, std::chrono::nanoseconds idleTime)
+      : label_(std::move(label)), waiting_(std::make_shared<WaitingBlocks>(label_, idleTime)) {}
   ~ThreadQueue() override { waiting_->close(); }
 
   void async(Block block) override { waiting_->add(std::move(block)); }
@@ -98,8 +112,8 @@ class ThreadQueue final : public DispatchQueue, public std::enable_shared_from_t
 
 }  // namespace
 
-std::shared_ptr<DispatchQueue> threadQueue(std::string label) {
-  return std::make_shared<ThreadQueue>(std::move(label));
+std::shared_ptr<DispatchQueue> threadQueue(std::string label, std::chrono::nanoseconds idleTime) {
+  return std::make_shared<ThreadQueue>(std::move(label), idleTime);
 }
 
 }  // namespace kvl

@@ -4,6 +4,8 @@
 #include "platform/core/Threads.h"
 #include "platform/security/GLibPointers.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -39,10 +41,12 @@ DeadlineWorker::~DeadlineWorker() {
 }
 
 bool DeadlineWorker::ensureThread() {
-  if (thread_.joinable()) return true;
+  if (isServed_) return true;
+  if (thread_.joinable()) thread_.join();  // it takes no lock any more
   const core::BlockedSignals inheritedByTheThread;
   try {
     thread_ = std::thread(&DeadlineWorker::serve, this);
+    isServed_ = true;
     return true;
   } catch (const std::system_error&) {
     return false;
@@ -87,13 +91,22 @@ Status DeadlineWorker::run(Job job, Deadline deadline, Job afterwards) {
   return errSecNotAvailable;
 }
 
+// False when there will be none, or has been none for long.
+bool DeadlineWorker::waitForTask(MutexLock& lock) {
+  const auto deadline = std::chrono::steady_clock::now() + idleTime_;
+  bool isInTime = true;
+  while (!ending_ && waiting_.empty() && isInTime) isInTime = changed_.waitUntil(lock, deadline);
+  if (!ending_ && !waiting_.empty()) return true;
+  isServed_ = false;
+  return false;
+}
+
 void DeadlineWorker::serve() {
+  pthread_setname_np(pthread_self(), "kvl-keystore");
   const GLibPtr<GMainContext> context(g_main_context_new());
   g_main_context_push_thread_default(context.get());
   MutexLock lock(mutex_);
-  while (true) {
-    while (!ending_ && waiting_.empty()) changed_.wait(lock);
-    if (ending_) break;
+  while (waitForTask(lock)) {
     current_ = std::move(waiting_.front());
     waiting_.pop_front();
     const std::shared_ptr<Task> task = current_;

@@ -20,7 +20,9 @@ class DeadlineWorker {
   // own what it uses.
   using Job = std::function<Status(GCancellable*)>;
 
-  DeadlineWorker() = default;
+  // Its thread ends when it has had no job for that long, and starts again with the next one.
+  explicit DeadlineWorker(std::chrono::nanoseconds idleTime = std::chrono::seconds(5))
+      : idleTime_(idleTime) {}
   // Cancels the job that runs and waits for it.
   ~DeadlineWorker();
   DeadlineWorker(const DeadlineWorker&) = delete;
@@ -44,14 +46,17 @@ class DeadlineWorker {
   [[nodiscard]] bool enqueue(const std::shared_ptr<Task>& task) KVL_REQUIRES(mutex_);
   [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
   void serve();
+  [[nodiscard]] bool waitForTask(MutexLock& lock) KVL_REQUIRES(mutex_);
   void perform(Task& task, GMainContext* context);
   void performAfterwards(Task& task, GMainContext* context);
 
+  const std::chrono::nanoseconds idleTime_;
   Mutex mutex_;
   Condition changed_;
   std::deque<std::shared_ptr<Task>> waiting_ KVL_GUARDED_BY(mutex_);
   std::shared_ptr<Task> current_ KVL_GUARDED_BY(mutex_);
   bool ending_ KVL_GUARDED_BY(mutex_) = false;
+  bool isServed_ KVL_GUARDED_BY(mutex_) = false;  // or is about to be
   std::thread thread_ KVL_GUARDED_BY(mutex_);
 };
 

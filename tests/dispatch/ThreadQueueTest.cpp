@@ -142,6 +142,33 @@ TEST(ThreadQueueTest, ItsThreadLivesFromTheFirstBlockUntilTheQueueIsLetGoOf) {
   EXPECT_TRUE(kvltest::waitUntil([] { return !hasThread("test.lifetime"); }));
 }
 
+TEST(ThreadQueueTest, ItsThreadEndsWhenItHasHadNothingToDoForLongAndAnotherOneComes) {
+  const auto queue = threadQueue("kvl.test.idle", 1ms);
+  for (int round = 0; round < 3; ++round) {
+    Semaphore ran;
+    queue->async([&] { ran.signal(); });
+    ASSERT_TRUE(ran.waitFor(30s));
+    EXPECT_TRUE(kvltest::waitUntil([] { return !hasThread("kvl.test.idle"); }));
+  }
+}
+
+TEST(ThreadQueueTest, NoBlockIsLostToAThreadThatIsAboutToEnd) {
+  const auto queue = threadQueue("kvl.test.brief", 1us);
+  std::vector<int> order;
+  Semaphore ran;
+  for (int i = 0; i < 500; ++i) {
+    queue->async([&, i] {
+      order.push_back(i);
+      ran.signal();
+    });
+    if (i % 3 == 0) ASSERT_TRUE(ran.waitFor(30s));
+  }
+  queue->async([&] { ran.signal(); });
+  for (int left = 501 - 167; left > 0; --left) ASSERT_TRUE(ran.waitFor(30s));
+  EXPECT_EQ(order.size(), 500U);
+  EXPECT_TRUE(std::ranges::is_sorted(order));
+}
+
 TEST(ThreadQueueTest, LeavesTheHostsSignalsToTheHost) {
   std::promise<sigset_t> mask;
   threadQueue("test")->async([&] {

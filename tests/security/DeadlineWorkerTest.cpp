@@ -2,6 +2,8 @@
 #include "platform/security/GLibPointers.h"
 #include "tests/security/KeyStoreSupport.h"
 #include "tests/support/NoDescriptors.h"
+#include "tests/support/ProcessFigures.h"
+#include "tests/support/WaitUntil.h"
 
 #include <gtest/gtest.h>
 
@@ -77,6 +79,21 @@ TEST(DeadlineWorkerTest, AJobWhoseTurnDoesNotComeIsNeverBegun) {
   EXPECT_EQ(blocker.get(), kSuccess);
   EXPECT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon()), kSuccess);
   EXPECT_FALSE(ran);
+}
+
+TEST(DeadlineWorkerTest, ItsThreadEndsWhenItHasHadNoJobForLongAndAnotherOneComes) {
+  const auto before = kvltest::threadCount();
+  DeadlineWorker worker(milliseconds(1));
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon()), kSuccess);
+    EXPECT_TRUE(kvltest::waitUntil([&] { return kvltest::threadCount() <= before; }));
+  }
+}
+
+TEST(DeadlineWorkerTest, NoJobIsLostToAThreadThatIsAboutToEnd) {
+  DeadlineWorker worker(std::chrono::microseconds(1));
+  for (int i = 0; i < 500; ++i)
+    ASSERT_EQ(worker.run([](GCancellable*) { return kSuccess; }, soon()), kSuccess);
 }
 
 TEST(DeadlineWorkerTest, WhatIsPreparedIsWaitedForByTheNextJob) {
