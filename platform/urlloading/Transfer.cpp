@@ -117,20 +117,29 @@ CURLcode Transfer::prepare() {
   return options.result();
 }
 
+// A handle that served before still has the functions. What they are called with goes with each
+// transfer.
 void Transfer::installCallbacks(OptionSetter& options) {
+  void* before = nullptr;
+  curl_easy_getinfo(easy_.get(), CURLINFO_PRIVATE, &before);
+  if (before == nullptr) installFunctions(options);
   options.set(CURLOPT_PRIVATE, this);
   options.set(CURLOPT_ERRORBUFFER, errorText_.data());
-  options.set(CURLOPT_HEADERFUNCTION, &Transfer::onHeaderLine);
   options.set(CURLOPT_HEADERDATA, this);
-  options.set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
   options.set(CURLOPT_WRITEDATA, this);
-  options.set(CURLOPT_SOCKOPTFUNCTION, &Transfer::onSocket);
   options.set(CURLOPT_SOCKOPTDATA, this);
-  options.set(CURLOPT_PREREQFUNCTION, &Transfer::onConnected);
   options.set(CURLOPT_PREREQDATA, this);
-  options.set(CURLOPT_SSL_CTX_FUNCTION, &Transfer::onTLSContext);
   options.set(CURLOPT_SSL_CTX_DATA, this);
   installBodyCallbacks(options);
+}
+
+void Transfer::installFunctions(OptionSetter& options) {
+  options.set(CURLOPT_HEADERFUNCTION, &Transfer::onHeaderLine);
+  options.set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
+  options.set(CURLOPT_SOCKOPTFUNCTION, &Transfer::onSocket);
+  options.set(CURLOPT_PREREQFUNCTION, &Transfer::onConnected);
+  options.set(CURLOPT_SSL_CTX_FUNCTION, &Transfer::onTLSContext);
+  options.set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
 }
 
 void Transfer::adopt(std::shared_ptr<TLSConnection> connection) {

@@ -130,6 +130,7 @@ class Transfer final : private ChallengeSource {
                                     const std::shared_ptr<security::ServerTrust>& trust);
 
   void installCallbacks(OptionSetter& options);
+  static void installFunctions(OptionSetter& options);
   void installBodyCallbacks(OptionSetter& options);
   // Has the source, if there is one, begin with the first byte.
   void prepareBody();

@@ -220,7 +220,6 @@ void Transfer::installBodyCallbacks(OptionSetter& options) {
     options.set(CURLOPT_SEEKFUNCTION, &Transfer::onSeek);
     options.set(CURLOPT_SEEKDATA, this);
   }
-  options.set(CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
   options.set(CURLOPT_XFERINFODATA, this);
   if (feed_ || request_->body()) options.set(CURLOPT_NOPROGRESS, 0L);
 }
