@@ -76,6 +76,7 @@ GOALS = (
     Goal("Start", "milliseconds to the first document, without keys", "startup",
          ("processStartToFirstDocument",), "everything_else_ms", 30),
     Goal("Being there", "MiB of a session with a silent stream", "feed", ("idleSession",), "own_MiB", 4),
+    Goal("Being there", "threads of a session with a silent stream", "feed", ("idleSession",), "threads", 6),
     Goal("Menus", "building 1,000 items, of reading their JSON", "presentation", ("menuBesideItsJSON",), "times_reading", 4),
     Goal("Menus", "first opening of a full menu, of Qt's plain one", "menuview", ("buildEverything",), "times_plain", 2),
 )
