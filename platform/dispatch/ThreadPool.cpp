@@ -169,7 +169,7 @@ bool ThreadPool::waitForBlock(Worker& self) {
       mutex_.unlock();
       const bool isInTime = stays ? self.woken.wait() : self.woken.waitUntil(deadline);
       mutex_.lock();
-      if (!isInTime && !self.isWoken && threads_ > options_.kept) {
+      if (!isInTime && !self.isWoken && threads_ > options_.kept && !core::isExiting()) {
         std::erase(idle_, &self);
         return false;
       }

@@ -68,7 +68,7 @@ class WaitingBlocks : public std::enable_shared_from_this<WaitingBlocks> {
       if (core::isExiting()) {
         changed_.wait(lock);
       } else {
-        isInTime = changed_.waitUntil(lock, deadline);
+        isInTime = changed_.waitUntil(lock, deadline) || core::isExiting();
       }
     }
     if (blocks_.empty()) {

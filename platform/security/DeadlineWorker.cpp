@@ -1,6 +1,7 @@
 #include "platform/security/DeadlineWorker.h"
 
 #include "platform/core/BlockedSignals.h"
+#include "platform/core/ProcessExit.h"
 #include "platform/core/Threads.h"
 #include "platform/security/GLibPointers.h"
 
@@ -91,11 +92,18 @@ Status DeadlineWorker::run(Job job, Deadline deadline, Job afterwards) {
   return errSecNotAvailable;
 }
 
-// False when there will be none, or has been none for long.
+// False when there will be none, or has been none for long. A thread does not end while the process
+// exits.
 bool DeadlineWorker::waitForTask(MutexLock& lock) {
   const auto deadline = std::chrono::steady_clock::now() + idleTime_;
   bool isInTime = true;
-  while (!ending_ && waiting_.empty() && isInTime) isInTime = changed_.waitUntil(lock, deadline);
+  while (!ending_ && waiting_.empty() && isInTime) {
+    if (core::isExiting()) {
+      changed_.wait(lock);
+    } else {
+      isInTime = changed_.waitUntil(lock, deadline) || core::isExiting();
+    }
+  }
   if (!ending_ && !waiting_.empty()) return true;
   isServed_ = false;
   return false;
@@ -121,6 +129,8 @@ void DeadlineWorker::serve() {
     current_.reset();
   }
   lock.unlock();
+  if (whenIdle_) whenIdle_();
+  takeSignals(context.get());
   g_main_context_pop_thread_default(context.get());
 }
 

@@ -7,9 +7,11 @@
 
 #include <gio/gio.h>
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <thread>
+#include <utility>
 
 namespace kvl::security {
 
@@ -20,9 +22,13 @@ class DeadlineWorker {
   // own what it uses.
   using Job = std::function<Status(GCancellable*)>;
 
-  // Its thread ends when it has had no job for that long, and starts again with the next one.
-  explicit DeadlineWorker(std::chrono::nanoseconds idleTime = std::chrono::seconds(5))
-      : idleTime_(idleTime) {}
+  static constexpr std::chrono::seconds kIdleTime{5};
+
+  // Its thread ends when it has had no job for that long, and starts again with the next one. As
+  // it ends it calls `whenIdle`, which gives up what jobs have left for later ones.
+  explicit DeadlineWorker(std::chrono::nanoseconds idleTime = kIdleTime,
+                          std::function<void()> whenIdle = nullptr)
+      : idleTime_(idleTime), whenIdle_(std::move(whenIdle)) {}
   // Cancels the job that runs and waits for it.
   ~DeadlineWorker();
   DeadlineWorker(const DeadlineWorker&) = delete;
@@ -51,6 +57,7 @@ class DeadlineWorker {
   void performAfterwards(Task& task, GMainContext* context);
 
   const std::chrono::nanoseconds idleTime_;
+  const std::function<void()> whenIdle_;
   Mutex mutex_;
   Condition changed_;
   std::deque<std::shared_ptr<Task>> waiting_ KVL_GUARDED_BY(mutex_);

@@ -5,7 +5,7 @@
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 
-#include <local/platform/Semaphore.h>
+#include <local/platform/Mutex.h>
 
 #include <openssl/rsa.h>
 
@@ -40,9 +40,10 @@ struct PairGeneration::State {
 
   const unsigned int sizeInBits;
   std::atomic<bool> isBegun = false;  // by whoever sets it, who then makes the pair
-  std::atomic<bool> isDone = false;
-  std::optional<KeyPair> pair;  // of the thread until `done` is signalled
-  Semaphore done;
+  Mutex mutex;
+  Condition changed;
+  bool isDone KVL_GUARDED_BY(mutex) = false;
+  std::optional<KeyPair> pair KVL_GUARDED_BY(mutex);
 };
 
 // While the process exits the thread does not get past its first line, and has then begun nothing
@@ -54,9 +55,11 @@ PairGeneration::PairGeneration(unsigned int sizeInBits)
   static_cast<void>(core::startThread("kvl-keygen", [state = state_] {
     const core::ThreadWork work;
     if (state->isBegun.exchange(true)) return;
-    state->pair = generatePair(state->sizeInBits);
+    auto pair = generatePair(state->sizeInBits);
+    const MutexLock lock(state->mutex);
+    state->pair = std::move(pair);
     state->isDone = true;
-    state->done.signal();
+    state->changed.notifyAll();
   }));
 }
 
@@ -65,12 +68,14 @@ unsigned int PairGeneration::sizeInBits() const noexcept {
 }
 
 bool PairGeneration::isDone() const noexcept {
+  const MutexLock lock(state_->mutex);
   return state_->isDone;
 }
 
 std::optional<KeyPair> PairGeneration::take() {
   if (!state_->isBegun.exchange(true)) return generatePair(state_->sizeInBits);
-  state_->done.wait();
+  MutexLock lock(state_->mutex);
+  while (!state_->isDone) state_->changed.wait(lock);
   return std::exchange(state_->pair, std::nullopt);
 }
 

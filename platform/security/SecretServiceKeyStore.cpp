@@ -128,7 +128,8 @@ class SecretServiceKeyStore final : public KeyStore {
   Deadline tidyAgain_ KVL_GUARDED_BY(mutex_) = Deadline::min();
   // The visit that the next operation goes on with. Of the worker's thread alone.
   const std::shared_ptr<OwnedSession> ahead_ = std::make_shared<OwnedSession>();
-  DeadlineWorker worker_;
+  // A visit that nobody takes is given up: its connection would gather what the service tells.
+  DeadlineWorker worker_{DeadlineWorker::kIdleTime, [ahead = ahead_] { ahead->reset(); }};
 };
 
 }  // namespace

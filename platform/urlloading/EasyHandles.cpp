@@ -2,6 +2,9 @@
 
 #include "platform/core/ASCII.h"
 
+#include <algorithm>
+#include <new>
+
 namespace kvl::urlloading {
 namespace {
 
@@ -14,9 +17,7 @@ ShareHandle makeCookies() {
 }  // namespace
 
 EasyHandles::EasyHandles(const URLSessionConfiguration& configuration)
-    : configuration_(configuration), cookies_(makeCookies()) {
-  idle_.reserve(kMostIdle);
-}
+    : configuration_(configuration), cookies_(makeCookies()) {}
 
 EasyHandle EasyHandles::take() {
   EasyHandle easy;
@@ -26,6 +27,7 @@ EasyHandle EasyHandles::take() {
     easy = std::move(idle_.back());
     idle_.pop_back();
   }
+  if (easy) ++used_;
   if (easy && std::exchange(hasNewCookies_, false)) limitCookies(easy.get());
   return easy;
 }
@@ -39,13 +41,28 @@ EasyHandle EasyHandles::make() {
 }
 
 void EasyHandles::giveBack(EasyHandle easy) noexcept {
-  if (idle_.size() == kMostIdle) return;
   // What they point to goes with the exchange, and libcurl may look at them meanwhile.
   OptionSetter options(easy.get());
   options.set(CURLOPT_VERBOSE, 0L);
   options.set(CURLOPT_ERRORBUFFER, nullptr);
   options.set(CURLOPT_HTTPHEADER, nullptr);
-  if (options.result() == CURLE_OK) idle_.push_back(std::move(easy));
+  try {
+    if (options.result() == CURLE_OK) idle_.push_back(std::move(easy));
+  } catch (const std::bad_alloc&) {  // it goes
+  }
+  noteReturn();
+}
+
+void EasyHandles::giveUp(EasyHandle easy) noexcept {
+  easy.reset();
+  noteReturn();
+}
+
+// While many are under way, those of some that have just ended wait for the next.
+void EasyHandles::noteReturn() noexcept {
+  --used_;
+  const std::size_t room = std::max(kMostIdle, used_);
+  if (idle_.size() > room) idle_.resize(room);
 }
 
 void EasyHandles::noteHeaderLine(std::string_view line) noexcept {

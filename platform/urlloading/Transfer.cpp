@@ -85,10 +85,12 @@ Transfer::Transfer(std::shared_ptr<DataTaskObject> task, RequestRef request,
 Transfer::~Transfer() {
   closeFeed();
   if (connection_ && ownsHandshake_) connection_->detach();
-  if (easy_ && isPlain_ && isAnswered_) handles_.giveBack(std::move(easy_));
+  if (!easy_) return;
+  isPlain_&& isAnswered_ ? handles_.giveBack(std::move(easy_)) : handles_.giveUp(std::move(easy_));
 }
 
 CURLcode Transfer::prepare() {
+  if (easy_) handles_.giveUp(std::move(easy_));
   easy_ = handles_.take();
   if (!easy_) return CURLE_OUT_OF_MEMORY;
   deadlineSuspended_ = false;

@@ -90,6 +90,18 @@ TEST(DeadlineWorkerTest, ItsThreadEndsWhenItHasHadNoJobForLongAndAnotherOneComes
   }
 }
 
+TEST(DeadlineWorkerTest, WhatJobsHaveLeftIsGivenUpWhenNoneHasComeForLong) {
+  const auto left = std::make_shared<std::atomic<bool>>(false);
+  DeadlineWorker worker(milliseconds(1), [left] { *left = false; });
+  worker.prepare([left](GCancellable*) {
+    *left = true;
+    return kSuccess;
+  });
+  EXPECT_EQ(worker.run([left](GCancellable*) { return *left ? kSuccess : Status{1}; }, soon()),
+            kSuccess);
+  EXPECT_TRUE(kvltest::waitUntil([&] { return !*left; }));
+}
+
 TEST(DeadlineWorkerTest, NoJobIsLostToAThreadThatIsAboutToEnd) {
   DeadlineWorker worker(std::chrono::microseconds(1));
   for (int i = 0; i < 500; ++i)

@@ -1,6 +1,7 @@
 // The Secret Service's store beside providers that are not as they should be.
 #include "tests/security/KeyStoreSupport.h"
 #include "tests/support/PrivateBus.h"
+#include "tests/support/ProcessFigures.h"
 #include "tests/support/SecretProvider.h"
 #include "tests/support/WaitUntil.h"
 
@@ -238,6 +239,15 @@ TEST_F(SecretProviderTest, ABusThatEndsWhileAKeyIsMadeIsReplacedWithoutAWord) {
   provide({});
   ASSERT_EQ(store_->addPair(public_, key_, soon()), kSuccess);
   EXPECT_THAT(provider_->items(), SizeIs(2));
+}
+
+TEST_F(SecretProviderTest, AVisitThatNobodyTakesIsGivenUp) {
+  provide({});
+  awaitTidying();  // what GLib opens once is there then
+  const auto before = kvltest::descriptorCount();
+  openAhead();
+  EXPECT_GT(kvltest::descriptorCount(), before);
+  EXPECT_TRUE(kvltest::waitUntil([&] { return kvltest::descriptorCount() <= before; }));
 }
 
 TEST_F(SecretProviderTest, AServiceThatHangsWhileAKeyIsMadeCostsNoMoreThanTheDeadline) {
