@@ -16,6 +16,9 @@ constexpr std::chrono::minutes kTidyingPause{1};
 
 class SecretServiceKeyStore final : public KeyStore {
  public:
+  explicit SecretServiceKeyStore(std::chrono::nanoseconds idleTime)
+      : worker_(idleTime, [ahead = ahead_] { ahead->reset(); }) {}
+
   std::string_view name() const noexcept override { return "Secret Service"; }
 
   void expectKey() override {
@@ -129,13 +132,17 @@ class SecretServiceKeyStore final : public KeyStore {
   // The visit that the next operation goes on with. Of the worker's thread alone.
   const std::shared_ptr<OwnedSession> ahead_ = std::make_shared<OwnedSession>();
   // A visit that nobody takes is given up: its connection would gather what the service tells.
-  DeadlineWorker worker_{DeadlineWorker::kIdleTime, [ahead = ahead_] { ahead->reset(); }};
+  DeadlineWorker worker_;
 };
 
 }  // namespace
 
 std::shared_ptr<KeyStore> makeSecretServiceKeyStore() {
-  return std::make_shared<SecretServiceKeyStore>();
+  return makeSecretServiceKeyStore(DeadlineWorker::kIdleTime);
+}
+
+std::shared_ptr<KeyStore> makeSecretServiceKeyStore(std::chrono::nanoseconds idleTime) {
+  return std::make_shared<SecretServiceKeyStore>(idleTime);
 }
 
 }  // namespace kvl::security

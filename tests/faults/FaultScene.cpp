@@ -1,5 +1,7 @@
 #include "tests/faults/FaultScene.h"
 
+#include "platform/core/NoDestructor.h"
+#include "platform/security/KeyStore.h"
 #include "tests/support/FolderWait.h"
 #include "tests/support/ProcessFigures.h"
 #include "tests/support/WaitUntil.h"
@@ -64,6 +66,15 @@ void wakeWorkers() {
   for (std::size_t index = 0; index < count; ++index) go->signal();
 }
 
+// A thread that ends for idleness takes descriptors with it, which are counted here.
+std::shared_ptr<kvl::security::KeyStore> lastingKeyStore() {
+  using namespace kvl::security;
+  static const kvl::NoDestructor<std::shared_ptr<KeyStore>> store(
+      makeFallbackKeyStore({makeSecretServiceKeyStore(FaultScene::kNever),
+                            makeKernelKeyringKeyStore(), makeMemoryKeyStore()}));
+  return *store;
+}
+
 }  // namespace
 
 void Story::add(const std::string& step) {
@@ -89,6 +100,7 @@ std::string Story::text() const {
 FaultScene::FaultScene()
     : timers_(std::make_shared<ImpatientQueue>(kvl::Environment().frameworkQueue("faults"))) {
   environment_->frameworkQueue = [timers = timers_](const std::string&) { return timers; };
+  environment_->keyStore = [] { return lastingKeyStore(); };
 }
 
 FaultScene::~FaultScene() = default;

@@ -56,6 +56,10 @@ struct Figures {
 };
 
 class FaultScene : public LocalService {
+ public:
+  // For how long threads that count as part of the host must stay.
+  static constexpr std::chrono::hours kNever{1};
+
  protected:
   // A request on its way. Each carries a number of its own, as `number=N` in its query, which a
   // successful answer must hold; no answer may hold another one.

@@ -16,7 +16,7 @@ class KeyStoreFaults : public FaultScene {
   }
   static std::shared_ptr<kvl::security::KeyStore> makeStore() {
     using namespace kvl::security;
-    return makeFallbackKeyStore({makeSecretServiceKeyStore(), makeMemoryKeyStore()});
+    return makeFallbackKeyStore({makeSecretServiceKeyStore(kNever), makeMemoryKeyStore()});
   }
 
   // A renewal with the present key, and one with a new pair, whose predecessor goes.

@@ -107,6 +107,14 @@ TEST_F(InputMeterTest, APassThatSeveralExchangesEndIsOverOnce) {
   EXPECT_LT(readUseful(false), first);
 }
 
+TEST_F(InputMeterTest, ThatTheConnectionLivesIsKnownForOnePass) {
+  EXPECT_FALSE(meter.isKnownToLive());
+  meter.noteLife();
+  EXPECT_TRUE(meter.isKnownToLive());
+  endPass();
+  EXPECT_FALSE(meter.isKnownToLive());
+}
+
 TEST_F(InputMeterTest, WhatIsOfUseOnAConnectionOfItsOwnIsReadInOneGo) {
   EXPECT_EQ(readUseful(), kBrought);
 }
