@@ -88,6 +88,7 @@ class SecretServiceKeyStore final : public KeyStore {
       *session = std::exchange(*ahead, nullptr);
       Status status = goOn(*session, operation, cancellable);
       if (!isAnswer(status)) status = begin(*session, operation, cancellable);
+      if ((*session)->wasUnknown()) status = begin(*session, operation, cancellable);
       if (isLast || status != kSuccess) session->reset();
       return status;
     };

@@ -73,6 +73,10 @@ constexpr std::string_view kAbsenceErrors[] = {
     "org.freedesktop.DBus.Error.AccessDenied",     "org.freedesktop.DBus.Error.UnknownObject",
     "org.freedesktop.DBus.Error.UnknownInterface", "org.freedesktop.DBus.Error.UnknownMethod"};
 constexpr std::string_view kActivationErrors = "org.freedesktop.DBus.Error.Spawn.";
+// Those of them that come from somebody who is there.
+constexpr std::string_view kUnknownErrors[] = {"org.freedesktop.DBus.Error.UnknownObject",
+                                               "org.freedesktop.DBus.Error.UnknownInterface",
+                                               "org.freedesktop.DBus.Error.UnknownMethod"};
 // Errors that say that another process removed the item.
 constexpr std::string_view kVanishedErrors[] = {"org.freedesktop.Secret.Error.NoSuchObject",
                                                 "org.freedesktop.DBus.Error.UnknownObject",
@@ -112,7 +116,8 @@ Status SecretServiceSession::openCollection(std::string& path) {
   if (!alias) return status();
   const char* collection = nullptr;
   g_variant_get(alias.get(), "(&o)", &collection);
-  if (collection == kNoPath) return errSecNotAvailable;
+  lacksCollection_ = collection == kNoPath;
+  if (lacksCollection_) return errSecNotAvailable;
   path = collection;
   return unlock(collection);
 }
@@ -302,6 +307,10 @@ bool SecretServiceSession::isLocked() const {
 
 bool SecretServiceSession::isVanished() const {
   return failedWith(kVanishedErrors);
+}
+
+bool SecretServiceSession::wasUnknown() const {
+  return lacksCollection_ || (!hasAnswered_ && failedWith(kUnknownErrors));
 }
 
 // What the failure of the last call means.

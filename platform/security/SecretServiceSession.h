@@ -31,6 +31,10 @@ class SecretServiceSession {
   // What adding and finding need besides, and get for themselves when it is not there.
   // errSecNotAvailable also without encryption.
   [[nodiscard]] Status openTransport();
+  // Whether the service has known nothing of what it was asked first, a method or the session
+  // collection. One that has both says so now and then to a caller that it is only getting to know,
+  // and not on the caller's next visit.
+  [[nodiscard]] bool wasUnknown() const;
   // Another one from now on, for a visit that was opened ahead.
   void continueWith(GCancellable* cancellable) { cancellable_ = cancellable; }
   // All or none. errSecNotAvailable also without a session collection or without encryption.
@@ -69,6 +73,7 @@ class SecretServiceSession {
   int answerLimit_ = G_MAXINT;  // ms
   ErrorSlot error_;
   bool hasAnswered_ = false;
+  bool lacksCollection_ = false;
   bool wantsToAsk_ = false;  // the last reply
   ObjectPtr<GDBusConnection> connection_;
   ObjectPtr<SecretService> service_;  // for the transport of secrets

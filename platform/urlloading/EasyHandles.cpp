@@ -3,7 +3,7 @@
 #include "platform/core/ASCII.h"
 
 #include <algorithm>
-#include <new>
+#include <cstddef>
 
 namespace kvl::urlloading {
 namespace {
@@ -17,9 +17,13 @@ ShareHandle makeCookies() {
 }  // namespace
 
 EasyHandles::EasyHandles(const URLSessionConfiguration& configuration)
-    : configuration_(configuration), cookies_(makeCookies()) {}
+    : configuration_(configuration), cookies_(makeCookies()) {
+  idle_.reserve(kMostIdle);
+}
 
 EasyHandle EasyHandles::take() {
+  // For those that come back.
+  if (idle_.capacity() <= used_) idle_.reserve(2 * idle_.capacity());
   EasyHandle easy;
   if (idle_.empty()) {
     easy = make();
@@ -46,10 +50,8 @@ void EasyHandles::giveBack(EasyHandle easy) noexcept {
   options.set(CURLOPT_VERBOSE, 0L);
   options.set(CURLOPT_ERRORBUFFER, nullptr);
   options.set(CURLOPT_HTTPHEADER, nullptr);
-  try {
-    if (options.result() == CURLE_OK) idle_.push_back(std::move(easy));
-  } catch (const std::bad_alloc&) {  // it goes
-  }
+  if (options.result() == CURLE_OK && idle_.size() < idle_.capacity())
+    idle_.push_back(std::move(easy));
   noteReturn();
 }
 

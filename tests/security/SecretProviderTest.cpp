@@ -197,6 +197,27 @@ TEST_F(SecretProviderTest, AServiceThatRestartsWithoutItsSessionCollectionIsRepl
   expectNobodyWasAsked();
 }
 
+// As a service does now and then to whom several programs come at once.
+TEST_F(SecretProviderTest, AServiceThatKnowsNoneOfItsMethodsAtFirstIsAskedOnceMore) {
+  provide({.forgets = {{"ReadAlias", 1}, {"SearchItems", 1}}});
+  ASSERT_EQ(chain_->add(key_, soon()), kSuccess);
+  EXPECT_THAT(provider_->items(), SizeIs(1));
+  EXPECT_EQ(store_->remove(key_.tag, std::nullopt, soon()), kSuccess);
+  EXPECT_THAT(provider_->items(), IsEmpty());
+}
+
+TEST_F(SecretProviderTest, AServiceThatKnowsNoSessionCollectionAtFirstIsAskedOnceMore) {
+  provide({.lateCollection = 1});
+  ASSERT_EQ(store_->addPair(public_, key_, soon()), kSuccess);
+  EXPECT_THAT(provider_->items(), SizeIs(2));
+}
+
+TEST_F(SecretProviderTest, SomebodyElseUnderItsNameIsNoStore) {
+  provide({.forgets = {{"SearchItems", 1000}}});
+  EXPECT_EQ(store_->remove(key_.tag, std::nullopt, soon()), errSecNotAvailable);
+  EXPECT_EQ(provider_->count("SearchItems"), 2);
+}
+
 TEST_F(SecretProviderTest, BothHalvesOfAPairAreKeptInOneVisit) {
   provide({});
   ASSERT_EQ(store_->addPair(public_, key_, soon()), kSuccess);

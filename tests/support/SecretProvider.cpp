@@ -124,6 +124,11 @@ GDBusMessage* SecretProvider::answer(GDBusMessage* call, const std::string& meth
   if (at != manners_.failsAt.end() && at->second == std::ranges::count(calls_, method))
     return g_dbus_message_new_method_error_literal(call, "org.freedesktop.Secret.Error.NoSession",
                                                    "as told");
+  const auto forgotten = manners_.forgets.find(method);
+  if (forgotten != manners_.forgets.end() &&
+      std::ranges::count(calls_, method) <= forgotten->second)
+    return g_dbus_message_new_method_error_literal(call, "org.freedesktop.DBus.Error.UnknownMethod",
+                                                   "as told");
   const auto failure = manners_.fails.find(method);
   if (failure != manners_.fails.end())
     return g_dbus_message_new_method_error_literal(call, failure->second.c_str(), "as told");
@@ -136,11 +141,15 @@ GDBusMessage* SecretProvider::answer(GDBusMessage* call, const std::string& meth
   return reply;
 }
 
+bool SecretProvider::hasCollection() const {
+  return manners_.hasSessionCollection &&
+         std::ranges::count(calls_, "ReadAlias") > manners_.lateCollection;
+}
+
 GVariant* SecretProvider::perform(const std::string& method, const std::string& path,
                                   GVariant* arguments) {
   const bool asks = manners_.prompts.contains(method);
-  if (method == "ReadAlias")
-    return g_variant_new("(o)", manners_.hasSessionCollection ? kCollection : kNothing);
+  if (method == "ReadAlias") return g_variant_new("(o)", hasCollection() ? kCollection : kNothing);
   if (method == "OpenSession") {
     const char* algorithm = nullptr;
     g_variant_get_child(arguments, 0, "&s", &algorithm);

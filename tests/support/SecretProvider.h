@@ -24,6 +24,8 @@ class SecretProvider {
     std::set<std::string> dies = {};                // leaves the bus when it is asked for these
     std::map<std::string, std::string> fails = {};  // answers these with an error of that name
     std::map<std::string, int> failsAt = {};  // answers this call of these with an error, from 1 on
+    std::map<std::string, int> forgets = {};  // does not know these until they were called so often
+    int lateCollection = 0;                   // has a session collection once it was asked so often
   };
   using Attributes = std::map<std::string, std::string>;
 
@@ -56,6 +58,7 @@ class SecretProvider {
   void serve(GDBusMessage* call);
   GDBusMessage* answer(GDBusMessage* call, const std::string& method);
   GVariant* perform(const std::string& method, const std::string& path, GVariant* arguments);
+  [[nodiscard]] bool hasCollection() const;
   GVariant* search(GVariant* arguments) const;
   GVariant* create(GVariant* arguments);
   GVariant* secret(const std::string& path, GVariant* arguments);
