@@ -13,7 +13,7 @@
 namespace kvl::core {
 
 // Whether the process has begun to exit. Static objects of other libraries may be gone.
-[[nodiscard]] KVL_EXPORT bool isExiting() noexcept;
+[[nodiscard]] bool isExiting() noexcept;
 
 // Has the exit begin with the framework's part of it. Called wherever hosts come in, and cheap from
 // the second call of a thread on. An exit from the main thread, if that called it, or from a thread

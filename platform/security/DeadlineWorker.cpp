@@ -1,7 +1,6 @@
 #include "platform/security/DeadlineWorker.h"
 
 #include "platform/core/BlockedSignals.h"
-#include "platform/core/ProcessExit.h"
 #include "platform/core/Threads.h"
 #include "platform/security/GLibPointers.h"
 
@@ -42,12 +41,10 @@ DeadlineWorker::~DeadlineWorker() {
 }
 
 bool DeadlineWorker::ensureThread() {
-  if (isServed_) return true;
-  if (thread_.joinable()) thread_.join();  // it takes no lock any more
+  if (thread_.joinable()) return true;
   const core::BlockedSignals inheritedByTheThread;
   try {
     thread_ = std::thread(&DeadlineWorker::serve, this);
-    isServed_ = true;
     return true;
   } catch (const std::system_error&) {
     return false;
@@ -92,21 +89,18 @@ Status DeadlineWorker::run(Job job, Deadline deadline, Job afterwards) {
   return errSecNotAvailable;
 }
 
-// False when there will be none, or has been none for long. A thread does not end while the process
-// exits.
-bool DeadlineWorker::waitForTask(MutexLock& lock) {
+// Whether there has been no task for long, and will be some.
+bool DeadlineWorker::waitIdly(MutexLock& lock) {
   const auto deadline = std::chrono::steady_clock::now() + idleTime_;
-  bool isInTime = true;
-  while (!ending_ && waiting_.empty() && isInTime) {
-    if (core::isExiting()) {
-      changed_.wait(lock);
-    } else {
-      isInTime = changed_.waitUntil(lock, deadline) || core::isExiting();
-    }
+  while (!ending_ && waiting_.empty() && changed_.waitUntil(lock, deadline)) {
   }
-  if (!ending_ && !waiting_.empty()) return true;
-  isServed_ = false;
-  return false;
+  return !ending_ && waiting_.empty();
+}
+
+// False when there will be none.
+bool DeadlineWorker::waitForTask(MutexLock& lock) {
+  while (!ending_ && waiting_.empty()) changed_.wait(lock);
+  return !ending_;
 }
 
 void DeadlineWorker::serve() {
@@ -114,7 +108,14 @@ void DeadlineWorker::serve() {
   const GLibPtr<GMainContext> context(g_main_context_new());
   g_main_context_push_thread_default(context.get());
   MutexLock lock(mutex_);
-  while (waitForTask(lock)) {
+  while (true) {
+    if (waitIdly(lock) && whenIdle_) {
+      lock.unlock();
+      whenIdle_();
+      takeSignals(context.get());
+      lock.lock();
+    }
+    if (!waitForTask(lock)) break;
     current_ = std::move(waiting_.front());
     waiting_.pop_front();
     const std::shared_ptr<Task> task = current_;
@@ -129,8 +130,6 @@ void DeadlineWorker::serve() {
     current_.reset();
   }
   lock.unlock();
-  if (whenIdle_) whenIdle_();
-  takeSignals(context.get());
   g_main_context_pop_thread_default(context.get());
 }
 

@@ -24,8 +24,8 @@ class DeadlineWorker {
 
   static constexpr std::chrono::seconds kIdleTime{5};
 
-  // Its thread ends when it has had no job for that long, and starts again with the next one. As
-  // it ends it calls `whenIdle`, which gives up what jobs have left for later ones.
+  // Once there has been no job for that long, its thread calls `whenIdle`, which gives up what jobs
+  // have left for later ones.
   explicit DeadlineWorker(std::chrono::nanoseconds idleTime = kIdleTime,
                           std::function<void()> whenIdle = nullptr)
       : idleTime_(idleTime), whenIdle_(std::move(whenIdle)) {}
@@ -52,6 +52,7 @@ class DeadlineWorker {
   [[nodiscard]] bool enqueue(const std::shared_ptr<Task>& task) KVL_REQUIRES(mutex_);
   [[nodiscard]] bool ensureThread() KVL_REQUIRES(mutex_);
   void serve();
+  [[nodiscard]] bool waitIdly(MutexLock& lock) KVL_REQUIRES(mutex_);
   [[nodiscard]] bool waitForTask(MutexLock& lock) KVL_REQUIRES(mutex_);
   void perform(Task& task, GMainContext* context);
   void performAfterwards(Task& task, GMainContext* context);
@@ -63,7 +64,6 @@ class DeadlineWorker {
   std::deque<std::shared_ptr<Task>> waiting_ KVL_GUARDED_BY(mutex_);
   std::shared_ptr<Task> current_ KVL_GUARDED_BY(mutex_);
   bool ending_ KVL_GUARDED_BY(mutex_) = false;
-  bool isServed_ KVL_GUARDED_BY(mutex_) = false;  // or is about to be
   std::thread thread_ KVL_GUARDED_BY(mutex_);
 };
 

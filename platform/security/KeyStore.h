@@ -77,7 +77,7 @@ class KeyStore {
 };
 
 [[nodiscard]] std::shared_ptr<KeyStore> makeSecretServiceKeyStore();
-// One whose thread ends, with what it holds of the bus, after that long without an operation.
+// One that gives up what it holds of the bus after that long without an operation.
 [[nodiscard]] std::shared_ptr<KeyStore> makeSecretServiceKeyStore(
     std::chrono::nanoseconds idleTime);
 [[nodiscard]] std::shared_ptr<KeyStore> makeKernelKeyringKeyStore();

@@ -66,7 +66,7 @@ void wakeWorkers() {
   for (std::size_t index = 0; index < count; ++index) go->signal();
 }
 
-// A thread that ends for idleness takes descriptors with it, which are counted here.
+// A store that gives up its connection when it is idle makes a difference to what is counted here.
 std::shared_ptr<kvl::security::KeyStore> lastingKeyStore() {
   using namespace kvl::security;
   static const kvl::NoDestructor<std::shared_ptr<KeyStore>> store(

@@ -57,7 +57,7 @@ struct Figures {
 
 class FaultScene : public LocalService {
  public:
-  // For how long threads that count as part of the host must stay.
+  // For how long what counts as part of the host must stay.
   static constexpr std::chrono::hours kNever{1};
 
  protected:

@@ -264,10 +264,10 @@ TEST_F(SecretProviderTest, ABusThatEndsWhileAKeyIsMadeIsReplacedWithoutAWord) {
 
 TEST_F(SecretProviderTest, AVisitThatNobodyTakesIsGivenUp) {
   provide({});
-  ASSERT_EQ(store_->add(key_, soon()), kSuccess);
-  awaitTidying();  // what GLib opens once is there then
-  const auto before = kvltest::descriptorCount();
   const auto store = makeSecretServiceKeyStore(std::chrono::milliseconds(1));
+  ASSERT_EQ(store->add(key_, soon()), kSuccess);
+  ASSERT_EQ(store->find("nobody", found_, soon()), kSuccess);  // once it has tidied up
+  const auto before = kvltest::descriptorCount();
   store->expectKey();
   EXPECT_TRUE(kvltest::waitUntil([this] { return provider_->count("OpenSession") == 2; }));
   EXPECT_TRUE(kvltest::waitUntil([&] { return kvltest::descriptorCount() <= before; }));
