@@ -38,7 +38,7 @@ void PartialLine::grow(std::size_t count) {
 }
 
 void PartialLine::append(std::string_view bytes, bool isASCII) {
-  if (bytes.size() > capacity_ - size_) grow(bytes.size());
+  makeRoom(bytes.size());
   std::copy(bytes.begin(), bytes.end(), bytes_.get() + size_);
   size_ += bytes.size();
   isASCII_ = isASCII_ && isASCII;
@@ -66,7 +66,7 @@ Data PartialLine::share() {
 }
 
 Data PartialLine::completed(std::string_view end) {
-  if (end.size() > capacity_ - size_) grow(end.size());
+  makeRoom(end.size());
   std::copy(end.begin(), end.end(), bytes_.get() + size_);
   isLent_ = true;
   return dataOf(bytes_, size_ + end.size());

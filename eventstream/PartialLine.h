@@ -40,6 +40,9 @@ class PartialLine {
   // What stays for the next line. Longer ones are rare.
   static constexpr std::size_t kKeptSize = std::size_t{64} << 10;
 
+  void makeRoom(std::size_t count) {
+    if (count > capacity_ - size_) grow(count);
+  }
   void grow(std::size_t count);
 
   std::shared_ptr<char[]> bytes_;

@@ -68,15 +68,14 @@ constexpr std::chrono::seconds kTidyingTime{1};
 
 // Errors that say, before the service has answered anything, that there is none for this process.
 constexpr std::string_view kAbsenceErrors[] = {
-    "org.freedesktop.DBus.Error.ServiceUnknown",   "org.freedesktop.DBus.Error.NameHasNoOwner",
-    "org.freedesktop.DBus.Error.NoServer",         "org.freedesktop.DBus.Error.Disconnected",
-    "org.freedesktop.DBus.Error.AccessDenied",     "org.freedesktop.DBus.Error.UnknownObject",
-    "org.freedesktop.DBus.Error.UnknownInterface", "org.freedesktop.DBus.Error.UnknownMethod"};
-constexpr std::string_view kActivationErrors = "org.freedesktop.DBus.Error.Spawn.";
-// Those of them that come from somebody who is there.
+    "org.freedesktop.DBus.Error.ServiceUnknown", "org.freedesktop.DBus.Error.NameHasNoOwner",
+    "org.freedesktop.DBus.Error.NoServer", "org.freedesktop.DBus.Error.Disconnected",
+    "org.freedesktop.DBus.Error.AccessDenied"};
+// The same, from somebody who is there.
 constexpr std::string_view kUnknownErrors[] = {"org.freedesktop.DBus.Error.UnknownObject",
                                                "org.freedesktop.DBus.Error.UnknownInterface",
                                                "org.freedesktop.DBus.Error.UnknownMethod"};
+constexpr std::string_view kActivationErrors = "org.freedesktop.DBus.Error.Spawn.";
 // Errors that say that another process removed the item.
 constexpr std::string_view kVanishedErrors[] = {"org.freedesktop.Secret.Error.NoSuchObject",
                                                 "org.freedesktop.DBus.Error.UnknownObject",
@@ -318,7 +317,7 @@ Status SecretServiceSession::status() const {
   if (isLocked()) return errSecInteractionNotAllowed;
   if (hasAnswered_) return errSecInternalComponent;
   const GLibPtr<char> name(g_dbus_error_get_remote_error(error_.get()));
-  const bool isAbsent = !name || failedWith(kAbsenceErrors) ||
+  const bool isAbsent = !name || failedWith(kAbsenceErrors) || failedWith(kUnknownErrors) ||
                         std::string_view(name.get()).starts_with(kActivationErrors);
   if (isAbsent) return errSecNotAvailable;
   return errSecInternalComponent;
