@@ -2,6 +2,8 @@
 /// Constants for hosts that no operation of the framework uses.
 #pragma once
 
+#include <local/platform/Export.h>
+
 #include <string_view>
 
 /// Uniform type identifier of the host's schedule documents.

@@ -60,4 +60,5 @@
 #include <local/platform/URLSession.h>
 #include <local/platform/UpdateCount.h>
 #include <local/platform/Value.h>
+#include <local/platform/Version.h>
 #include <local/platform/Workspace.h>

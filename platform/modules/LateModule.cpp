@@ -4,6 +4,7 @@
 #include "platform/core/ProcessExit.h"
 
 #include <local/platform/Log.h>
+#include <local/platform/Version.h>
 
 #include <dlfcn.h>
 
@@ -41,7 +42,7 @@ void* LateModule::load(std::string& problem) const {
     problem = loaderProblem();
     return nullptr;
   }
-  void* const part = reinterpret_cast<Entry>(entry)(KVL_BUILD_VERSION);
+  void* const part = reinterpret_cast<Entry>(entry)(KVL_VERSION_STRING);
   if (part == nullptr) {
     problem = "it is of another version";
     return nullptr;

@@ -2,6 +2,8 @@
 /// Text in several fonts and colours.
 #pragma once
 
+#include <local/platform/Export.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>

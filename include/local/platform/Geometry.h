@@ -2,6 +2,8 @@
 /// Sizes and rectangles.
 #pragma once
 
+#include <local/platform/Export.h>
+
 namespace kvl {
 
 /// A width and a height, in points.

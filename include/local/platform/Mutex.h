@@ -6,6 +6,8 @@
 /// build, whoever touches it unlocked. Other compilers see nothing of them.
 #pragma once
 
+#include <local/platform/Export.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>

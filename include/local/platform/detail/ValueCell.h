@@ -3,6 +3,8 @@
 /// hosts.
 #pragma once
 
+#include <local/platform/Export.h>
+
 #include <cstdint>
 
 namespace kvl::detail {
