@@ -45,6 +45,10 @@ belongs_to_own_project() {
 # Each promise of a page names the tests that show it, and they exist.
 check_promises() { python3 tools/dev/promises.py; }
 
+# Each log line, complaint and error code is explained, and the paths that pages name are there.
+check_symptoms() { python3 tools/dev/symptoms.py; }
+check_paths() { python3 tools/dev/paths.py; }
+
 # Which folder may include which; tools/dev/arrows.py has the table.
 check_arrows() { python3 tools/dev/arrows.py; }
 
@@ -92,7 +96,7 @@ check_mutations() {
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers arrows promises lengths scripts mutations goals readme tidy; do
+  for part in format headers arrows promises symptoms paths lengths scripts mutations goals readme tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done
