@@ -29,13 +29,19 @@ extern KVL_EXPORT std::string_view KVLEncodingErrorDomain;
 /// where it is during the call.
 class DictionaryOrNone {
  public:
+  /// None.
   DictionaryOrNone(std::nullopt_t) noexcept {}
+  /// `dictionary`. A temporary lives as long as the call, which is enough.
   DictionaryOrNone(const kvl::Dictionary& dictionary) noexcept : dictionary_(&dictionary) {}
+  /// What the optional holds, or none.
   DictionaryOrNone(const std::optional<kvl::Dictionary>& dictionary) noexcept
       : dictionary_(dictionary ? &*dictionary : nullptr) {}
 
+  /// Whether there is one.
   explicit operator bool() const noexcept { return dictionary_ != nullptr; }
+  /// The caller's dictionary. @pre there is one
   [[nodiscard]] const kvl::Dictionary& operator*() const noexcept { return *dictionary_; }
+  /// A member of it. @pre there is one
   [[nodiscard]] const kvl::Dictionary* operator->() const noexcept { return dictionary_; }
 
  private:

@@ -61,30 +61,36 @@ namespace KVLEncoding::awaitable {
 
 /// @name Outcomes, each part possibly none as for the completion handlers
 /// @{
+
+/// Of `submit`.
 struct RootResult {
-  std::optional<kvl::Value> root;
-  kvl::URLResponseRef response;
-  std::optional<kvl::Error> error;
+  std::optional<kvl::Value> root;   ///< none for an empty answer, `null`, and an error
+  kvl::URLResponseRef response;     ///< null where none has come
+  std::optional<kvl::Error> error;  ///< the status is not judged
 };
+/// Of `jsonFromSession`.
 struct DocumentResult {
-  std::optional<kvl::Value> document;
-  kvl::URLResponseRef response;
-  std::optional<kvl::Error> error;
+  std::optional<kvl::Value> document;  ///< none for `null`, and for an error
+  kvl::URLResponseRef response;        ///< null where none has come
+  std::optional<kvl::Error> error;     ///< the status is not judged
 };
+/// Of `imageFromSession`.
 struct ImageResult {
-  std::shared_ptr<kvl::Image> image;
-  kvl::URLResponseRef response;
-  std::optional<kvl::Error> error;
+  std::shared_ptr<kvl::Image> image;  ///< null where there is none
+  kvl::URLResponseRef response;       ///< null where none has come
+  std::optional<kvl::Error> error;    ///< none too for a body that is no image
 };
+/// Of `submitForm`.
 struct FormResult {
-  std::optional<kvl::Data> body;
-  kvl::URLResponseRef response;
-  std::optional<kvl::Error> error;
+  std::optional<kvl::Data> body;    ///< the answer as it came
+  kvl::URLResponseRef response;     ///< null where none has come
+  std::optional<kvl::Error> error;  ///< the status is not judged
 };
+/// Of `request`.
 struct RequestResult {
-  std::optional<kvl::Data> body;
-  kvl::URLResponseRef response;
-  std::optional<kvl::Error> error;
+  std::optional<kvl::Data> body;    ///< the answer as it came
+  kvl::URLResponseRef response;     ///< null where none has come
+  std::optional<kvl::Error> error;  ///< the status is not judged
 };
 /// @}
 
@@ -213,8 +219,10 @@ template <class Result>
 template <class Result>
 class [[nodiscard]] Operation {
  public:
+  /// Starts the operation, whose outcome it brings to what it is given. For the framework itself.
   using Start = std::function<void(const detail::RendezvousRef<Result>&)>;
 
+  /// For the framework itself: use the functions below.
   explicit Operation(Start start) : Operation(std::move(start), false) {}
   Operation(const Operation&) = delete;
   Operation& operator=(const Operation&) = delete;
@@ -227,10 +235,14 @@ class [[nodiscard]] Operation {
 
   /// @name What `co_await` calls
   /// @{
+
+  /// Called by a `kvl::Task` that is about to wait, before the start.
   void waitIn(std::shared_ptr<kvl::detail::TaskScope> scope) noexcept {
     rendezvous_->waitIn(std::move(scope));
   }
+  /// Never: what is asked starts only now.
   bool await_ready() const noexcept { return false; }
+  /// Starts the operation. False when its outcome is there already and `coroutine` goes on at once.
   bool await_suspend(std::coroutine_handle<> coroutine) {
     // Another thread may resume and end the coroutine while the start is still running, and this
     // object with it.
@@ -241,6 +253,7 @@ class [[nodiscard]] Operation {
     start(rendezvous);
     return rendezvous->suspend();
   }
+  /// The outcome, once.
   Result await_resume() { return rendezvous_->take(); }
   /// @}
 

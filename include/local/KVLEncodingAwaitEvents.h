@@ -16,13 +16,14 @@ namespace KVLEncoding::awaitable {
 
 /// How many events may wait for somebody who takes one after the other.
 struct EventLimits {
-  std::size_t most = 1024;
+  std::size_t most = 1024;                   ///< events that wait
   std::size_t bytes = std::size_t{4} << 20;  ///< of their texts
   /// What happens at either limit.
   enum class Overflow : std::uint8_t {
     hold,        ///< the service is held back until less than a quarter waits; nothing is lost
     dropOldest,  ///< the oldest events go; the newest one stays, however large it is
-  } overflow = Overflow::hold;
+  };
+  Overflow overflow = Overflow::hold;  ///< at whichever limit comes first
 };
 
 /// A session's events, one after the other.
@@ -44,7 +45,8 @@ struct EventLimits {
 /// waits keeps it.
 class KVL_EXPORT EventSequence {
  public:
-  EventSequence(EventSequence&& other) noexcept;
+  EventSequence(EventSequence&& other) noexcept;  ///< leaves `other` closed
+  /// Closes what was here, and leaves `other` closed.
   EventSequence& operator=(EventSequence&& other) noexcept;
   ~EventSequence();  ///< as `close`
 

@@ -20,11 +20,11 @@ namespace KVLEncoding {
 struct DownloadResult {
   /// The whole answer, at the place that was asked for, as an absolute path.
   std::optional<std::filesystem::path> file;
-  kvl::URLResponseRef response;
+  kvl::URLResponseRef response;  ///< null where no answer has come
   /// Of an answer whose status is not 200 to 299, or is 206, a part: the first 64 KiB of what the
   /// service says.
   std::optional<kvl::Data> body;
-  std::optional<kvl::Error> error;
+  std::optional<kvl::Error> error;  ///< why there is no file; none where there is one
 };
 
 /// What a download wants beside the usual.

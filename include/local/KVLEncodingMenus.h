@@ -80,12 +80,18 @@ namespace KVLEncoding {
 /// value of another kind are none.
 class ArrayOrNone {
  public:
+  /// None.
   ArrayOrNone(std::nullopt_t) noexcept {}
+  /// `array`, whose elements are shared.
   ArrayOrNone(const kvl::Array& array) noexcept : array_(array) {}
+  /// What the optional holds, or none.
   ArrayOrNone(const std::optional<kvl::Array>& array) noexcept : array_(array) {}
+  /// The array in `value`, or none.
   ArrayOrNone(const kvl::Value& value) noexcept : array_(value.array()) {}
 
+  /// Whether there is one.
   explicit operator bool() const noexcept { return array_.has_value(); }
+  /// The array. @pre there is one
   [[nodiscard]] const kvl::Array& operator*() const noexcept { return *array_; }
 
  private:

@@ -21,8 +21,9 @@ namespace KVLEncoding {
 /// A URL of the service as text, usually relative to its base URL.
 class RelativePath {
  public:
+  /// Takes any text; one that is no URL fails with `NSURLErrorBadURL` when a request is made of it.
   explicit RelativePath(std::string_view text) : text_(text) {}
-  [[nodiscard]] const std::string& text() const noexcept { return text_; }
+  [[nodiscard]] const std::string& text() const noexcept { return text_; }  ///< as it was given
 
  private:
   std::string text_;

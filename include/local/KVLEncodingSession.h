@@ -25,8 +25,9 @@ namespace KVLEncoding {
 /// Why somebody waits, for the log.
 class WaitReason {
  public:
+  /// @param text becomes part of a log line as it is
   explicit WaitReason(std::string_view text) : text_(text) {}
-  [[nodiscard]] const std::string& text() const noexcept { return text_; }
+  [[nodiscard]] const std::string& text() const noexcept { return text_; }  ///< as it was given
 
  private:
   std::string text_;
@@ -110,7 +111,8 @@ template <class T>
 /// @param completionHandler called on the main queue, and only with a document of that type.
 ///   Anything else, a cancellation too, is written to the log as "request error: %@": ask
 ///   `jsonFromSession` to hear of failures.
-/// @param options, and the result: as for the document.
+/// @param options as for the document
+/// @return as for the document
 template <class T>
 kvl::Exchange requireObjectOfClass(KVLSession& session, const RelativePath& relativePath,
                                    std::function<void(T)> completionHandler,
@@ -137,8 +139,9 @@ kvl::Exchange requireObjectOfClass(KVLSession& session, const RelativePath& rela
 ///   brings neither image nor error, and a line in the log that says why. Without a handler errors
 ///   are written to the log as "request error: %@". Images may come in another order than they were
 ///   asked for.
-/// @param options, and the result: as for the document. A cancelled image is not decoded. An empty
-///   answer that is to be an error is `KVLEncodingErrorDomain`, 204.
+/// @param options as for the document. An empty answer that is to be an error is
+///   `KVLEncodingErrorDomain`, 204.
+/// @return as for the document. A cancelled image is not decoded.
 KVL_EXPORT kvl::Exchange imageFromSession(KVLSession& session, const RelativePath& relativePath,
                                           kvl::Size size, ImageHandler completionHandler,
                                           const kvl::RequestOptions& options = {});

@@ -15,13 +15,16 @@
 /// text is a value. Properties are atomic: any thread may read and write each as a whole.
 class KVL_EXPORT KVLEvent {
  public:
+  /// A property's value: absent until a line sets it.
   using Text = std::optional<std::string>;
+  /// The same without a copy, for as long as what it refers to.
   using TextView = std::optional<std::string_view>;
 
   /// Text in UTF-8 that is shared by reference.
   struct SharedData {
+    /// Shares the bytes of `text`.
     explicit SharedData(kvl::Data text) noexcept : bytes(std::move(text)) {}
-    kvl::Data bytes;
+    kvl::Data bytes;  ///< the text
   };
 
   /// An event without properties.
@@ -36,12 +39,15 @@ class KVL_EXPORT KVLEvent {
 
   /// `event` The event's name: the last "event" line.
   [[nodiscard]] Text event() const;
+  /// For hosts that make events of their own.
   void setEvent(Text event);
   /// `data` The payload: the first "data" line.
   [[nodiscard]] Text data() const;
+  /// For hosts that make events of their own.
   void setData(Text data);
   /// `identifier` The last "id" line.
   [[nodiscard]] Text identifier() const;
+  /// For hosts that make events of their own.
   void setIdentifier(Text identifier);
 
   /// `isValid` Whether the event has a name of at least one character.

@@ -83,12 +83,15 @@ class KVL_EXPORT KVLEventStreamState {
   void setTask(std::shared_ptr<kvl::DataTask> task);
   /// `data` The bytes after the last line end; absent before the first chunk and after `cancel`.
   [[nodiscard]] std::optional<kvl::Data> data() const;
+  /// What stands here is taken for the beginning of the line that the next chunk continues.
   void setData(std::optional<kvl::Data> data);
   /// `event` An event to continue with the next chunk; nothing but a host ever sets it.
   [[nodiscard]] std::shared_ptr<KVLEvent> event() const;
+  /// The next chunk's lines go into `event`; none begins a new one.
   void setEvent(std::shared_ptr<KVLEvent> event);
   /// `lastEventID` The identifier of the last event that had one; never cleared.
   [[nodiscard]] std::optional<std::string> lastEventID() const;
+  /// Sent as `Last-Event-ID` when the stream is opened the next time; none sends no such field.
   void setLastEventID(std::optional<std::string> identifier);
 
  private:

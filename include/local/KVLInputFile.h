@@ -63,12 +63,18 @@ class KVL_EXPORT KVLInputFile final : public kvl::Object {
   /// @name Properties
   /// The setters store what they are given.
   /// @{
+
+  /// The file's name for the service; absent for none.
   [[nodiscard]] std::optional<std::string> filename() const;
+  /// Nothing of it is escaped when it is sent, see `KVLEncodingForm.h`.
   void setFilename(std::optional<std::string> filename);
+  /// A media type such as "image/png"; "application/octet-stream" where none was given.
   [[nodiscard]] std::optional<std::string> contentType() const;
+  /// As for the name, nothing of it is escaped when it is sent.
   void setContentType(std::optional<std::string> contentType);
   /// Of an open file, the whole content is read at each call; absent when it cannot be read.
   [[nodiscard]] std::optional<kvl::Data> data() const;
+  /// Replaces what is sent; an open file is let go of.
   void setData(std::optional<kvl::Data> data);
   /// @}
 

@@ -120,15 +120,20 @@ class KVL_EXPORT KVLNotary {
 
   /// `path` Handed to the service unchanged with every request.
   [[nodiscard]] std::optional<std::string> path() const;
+  /// Handed over from the next notarisation on.
   void setPath(std::optional<std::string> path);
+  /// `publicKey` Null when no key pair could be made, or while it is being made.
   [[nodiscard]] kvl::KeyRef publicKey() const;
+  /// Stored as it is; the request that exists stays what it is.
   void setPublicKey(kvl::KeyRef key);
   /// `privateKey` Identities are made with it while the notary lives; a key that is replaced counts
   /// no more unless the key store has it.
   [[nodiscard]] kvl::KeyRef privateKey() const;
+  /// Stored as it is; the request that exists stays what it is.
   void setPrivateKey(kvl::KeyRef key);
   /// `pemCertificateSigningRequest` Absent when keys or request could not be made.
   [[nodiscard]] std::optional<std::string> pemCertificateSigningRequest() const;
+  /// Sent with the next notarisation.
   void setPemCertificateSigningRequest(std::optional<std::string> request);
 
   /// Whether the key pair and the request are there. They are not while they are made in the
@@ -159,6 +164,8 @@ class KVL_EXPORT KVLNotary {
   /// The sessions that use this notary. With the last one that ends, the key pair is deleted from
   /// the key store; the next notarisation has a new one made first. For the framework itself.
   /// @{
+
+  /// One session more uses the notary.
   KVL_INTERNAL void addUser();
   /// The keys stay.
   KVL_INTERNAL void removeUser();
@@ -169,6 +176,7 @@ class KVL_EXPORT KVLNotary {
  protected:
   /// Tag for subclasses that answer notarisations themselves and need no keys.
   struct WithoutKeys {};
+  /// A notary without a key pair, and with no cost for one.
   explicit KVLNotary(WithoutKeys);
 
  private:

@@ -35,19 +35,23 @@ class KVL_EXPORT KVLNotarySignature {
 
   /// `baseURL` The first usable `https` URL of the notary's reply.
   [[nodiscard]] std::optional<kvl::URL> baseURL() const;
+  /// Requests made from now on are resolved against it.
   void setBaseURL(std::optional<kvl::URL> url);
 
   /// `anchor` The one certificate that the service's chain may end at; may be null.
   [[nodiscard]] kvl::CertificateRef anchor() const;
+  /// Challenges from now on are answered by it; null refuses every server.
   void setAnchor(kvl::CertificateRef anchor);
 
   /// `identity` The client certificate joined to its private key. Present only with a client
   /// certificate.
   [[nodiscard]] kvl::IdentityRef identity() const;
+  /// Challenges from now on are answered with it; null has nothing to answer with.
   void setIdentity(kvl::IdentityRef identity);
 
   /// `client` The client certificate that the notary issued; may be null.
   [[nodiscard]] kvl::CertificateRef client() const;
+  /// `expires` follows, the identity does not.
   void setClient(kvl::CertificateRef client);
 
   /// `certificateNotValidAfter:` The end of the certificate's validity period, or absent. Before

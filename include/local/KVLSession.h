@@ -121,6 +121,7 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   /// Use `sessionWithNotary`.
   KVLSession(Private, std::shared_ptr<KVLNotary> notary,
              std::weak_ptr<KVLSessionDelegate> delegate);
+  /// The same with other surroundings; for the framework itself.
   KVL_INTERNAL KVLSession(Private, std::shared_ptr<KVLNotary> notary,
                           std::weak_ptr<KVLSessionDelegate> delegate,
                           std::shared_ptr<const kvl::Environment> environment);
@@ -244,23 +245,35 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   /// @name Properties
   /// Atomic. The session changes them itself; setters are for hosts that replace a part.
   /// @{
+
+  /// Who signs for the session; never null.
   [[nodiscard]] std::shared_ptr<KVLNotary> notary() const;
   /// @pre not null
   void setNotary(std::shared_ptr<KVLNotary> notary);
+  /// Null where there is none, or it has gone.
   [[nodiscard]] std::shared_ptr<KVLSessionDelegate> delegate() const;
+  /// Who gets the events from now on, held weakly; none for nobody.
   void setDelegate(std::weak_ptr<KVLSessionDelegate> delegate);
+  /// What makes the session established; null until the first one and after a disconnection.
   [[nodiscard]] std::shared_ptr<KVLNotarySignature> signature() const;
+  /// Stored as it is: neither state nor HTTPS session object follow, and no renewal is planned.
   void setSignature(std::shared_ptr<KVLNotarySignature> signature);
   /// True from the moment a notarisation is requested until its completion runs.
   [[nodiscard]] bool awaitingSignature() const;
+  /// True keeps `enqueueNotarisation` from asking; false lets it ask again.
   void setAwaitingSignature(bool awaiting);
+  /// The state that was entered last.
   [[nodiscard]] KVLSessionState state() const;
+  /// Enters `state` and tells the observers, unless it is that already. Nothing leaves state 4, and
+  /// only `end` enters it.
   void setState(KVLSessionState state);
+  /// The parser and the task of the event stream; never null.
   [[nodiscard]] std::shared_ptr<KVLEventStreamState> eventStream() const;
   /// @pre not null
   void setEventStream(std::shared_ptr<KVLEventStreamState> eventStream);
   /// The source as `setEventStreamSource` stored it; setting it here opens nothing.
   [[nodiscard]] std::string eventSource() const;
+  /// The next opening of the stream uses it.
   void setEventSource(std::string source);
   /// The concurrent queue "korvale.local.session", on which all timers fire. Blocks that a host
   /// posts to it may block: the session's own ones do not wait for them. On a queue that the host
@@ -270,12 +283,14 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
   void setQueue(std::shared_ptr<kvl::DispatchQueue> queue);
   /// Copied into every new HTTPS session object.
   [[nodiscard]] kvl::URLSessionConfiguration configuration() const;
+  /// Counts from the next notarisation on; the present HTTPS session object keeps its own.
   void setConfiguration(kvl::URLSessionConfiguration configuration);
   /// With tasks of a class of the host's own, the event stream brings its body in the pieces in
   /// which the host hands it over. One that the host invalidates serves no request until the next
   /// notarisation brings another one; where it carried the event stream, the session disconnects
   /// and notarises 1 s later.
   [[nodiscard]] std::shared_ptr<kvl::URLSession> session() const;
+  /// Takes the place of the present one, whose running tasks may finish; null refuses requests.
   void setSession(std::shared_ptr<kvl::URLSession> session);
   /// @}
 

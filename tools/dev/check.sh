@@ -1,6 +1,7 @@
 # ./dev check: everything that can be wrong without a test failing.
 # shellcheck shell=bash
 source tools/dev/tidy.sh
+source tools/dev/reference.sh
 
 readonly longest_file=450
 readonly header_flags='-std=c++20 -Wall -Wextra -Wpedantic -Wshadow -Werror -fsyntax-only'
@@ -69,6 +70,18 @@ check_scripts() {
   tree_files 'tests/*.sh' | xargs --no-run-if-empty shellcheck
 }
 
+# Every public declaration is documented, and doxygen understands the comments and the pages.
+check_reference() {
+  if ! command -v doxygen >/dev/null; then
+    note 'doxygen is not installed'
+    return 0
+  fi
+  make_reference
+}
+
+# What pages lead to exists.
+check_links() { python3 tools/dev/links.py; }
+
 # The host that the README shows is the one that is compiled.
 check_readme() {
   local shown
@@ -96,7 +109,7 @@ check_mutations() {
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers arrows promises symptoms paths lengths scripts mutations goals readme tidy; do
+  for part in format headers reference arrows promises symptoms paths links lengths scripts mutations goals readme tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done

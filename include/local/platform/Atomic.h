@@ -17,15 +17,18 @@ template <class T>
 class Atomic {
  public:
   Atomic() = default;
+  /// Begins with `value`.
   explicit Atomic(T value) : value_(std::move(value)) {}
   Atomic(const Atomic&) = delete;
   Atomic& operator=(const Atomic&) = delete;
 
+  /// A copy of the value, made under the lock.
   [[nodiscard]] T get() const {
     MutexLock lock(mutex_);
     return value_;
   }
 
+  /// Stores `value`.
   void set(T value) { exchange(std::move(value)); }
 
   /// Stores `value` and returns what was stored before.

@@ -25,15 +25,16 @@ enum class ColourRole : std::uint8_t {
 
 /// A piece of text in one font and one colour.
 struct TextRun {
-  std::string text;
-  FontRole font = FontRole::menu;
-  ColourRole colour = ColourRole::label;
+  std::string text;                       ///< UTF-8; line feeds begin lines
+  FontRole font = FontRole::menu;         ///< size and kind of its letters
+  ColourRole colour = ColourRole::label;  ///< its colour
+  /// Equal text, font and colour.
   friend bool operator==(const TextRun&, const TextRun&) = default;
 };
 
 /// Pieces of text in order; a line feed begins a new line.
 struct AttributedText {
-  std::vector<TextRun> runs;
+  std::vector<TextRun> runs;  ///< in reading order
 
   /// The text alone.
   [[nodiscard]] std::string text() const {
@@ -41,6 +42,7 @@ struct AttributedText {
     for (const auto& run : runs) text += run.text;
     return text;
   }
+  /// The same runs in the same order: one run cut in two is another text.
   friend bool operator==(const AttributedText&, const AttributedText&) = default;
 };
 

@@ -36,9 +36,13 @@ class KVL_EXPORT Data {
   /// Takes over the bytes of `text` without copying them.
   [[nodiscard]] static Data adoptingText(std::string text);
 
+  /// All of them. Valid while this object, or a copy, lives.
   [[nodiscard]] std::span<const std::uint8_t> bytes() const noexcept { return bytes_; }
+  /// The first byte; may be null when there is none.
   [[nodiscard]] const std::uint8_t* data() const noexcept { return bytes_.data(); }
+  /// How many bytes there are.
   [[nodiscard]] std::size_t size() const noexcept { return bytes_.size(); }
+  /// Whether there is no byte.
   [[nodiscard]] bool empty() const noexcept { return bytes_.empty(); }
 
   /// A part of the bytes, which keeps all of them alive. @pre offset + count <= size()

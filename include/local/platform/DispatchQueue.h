@@ -29,6 +29,7 @@ namespace kvl {
 /// Abstract, so that a host or a test can supply a queue of its own.
 class KVL_EXPORT DispatchQueue {
  public:
+  /// What a queue runs. An exception that leaves it ends the process.
   using Block = std::function<void()>;
 
   virtual ~DispatchQueue();
@@ -42,6 +43,7 @@ class KVL_EXPORT DispatchQueue {
   /// Delayed blocks of a serial queue run in the order of the times from which on they may.
   virtual void asyncAfter(std::chrono::nanoseconds delay, Block block) = 0;
 
+  /// The name that the queue was made with, for diagnostics.
   [[nodiscard]] virtual const std::string& label() const noexcept = 0;
 
   /// A queue that runs blocks in parallel on the process's worker threads.

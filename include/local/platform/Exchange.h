@@ -28,9 +28,14 @@ struct RequestOptions {
   std::optional<std::chrono::nanoseconds> idleTimeout = std::nullopt;
   /// From start to end, redirects included.
   std::optional<std::chrono::nanoseconds> totalTimeout = std::nullopt;
-  RequestPriority priority = RequestPriority::usual;
-  /// What an empty body means: what the operation documents, no result, or an error.
-  enum class EmptyAnswer : std::uint8_t { usual, none, error } emptyAnswer = EmptyAnswer::usual;
+  RequestPriority priority = RequestPriority::usual;  ///< in which turn it is sent when many wait
+  /// What an empty body means.
+  enum class EmptyAnswer : std::uint8_t {
+    usual,  ///< what the operation documents
+    none,   ///< neither result nor error
+    error,  ///< an error
+  };
+  EmptyAnswer emptyAnswer = EmptyAnswer::usual;  ///< of this exchange
   /// Where the handler runs, whatever the outcome; else where the operation documents.
   std::shared_ptr<DispatchQueue> queue = nullptr;
 };

@@ -6,6 +6,7 @@
 #if defined(_MSVC_LANG)
 #define KVL_CXX_STANDARD _MSVC_LANG
 #else
+/// The standard that the compiler follows; defined here alone.
 #define KVL_CXX_STANDARD __cplusplus
 #endif
 #if KVL_CXX_STANDARD < 202002L
@@ -19,6 +20,7 @@
 #include <cstddef>
 
 #if defined(__GNUC__)
+/// A declaration that the library exports.
 #define KVL_EXPORT __attribute__((visibility("default")))
 /// A member of an exported class that is the framework's own.
 #define KVL_INTERNAL __attribute__((visibility("hidden")))

@@ -18,6 +18,7 @@ namespace kvl {
 /// What goes beyond one of these ends without an image or without a bitmap, and with a line in the
 /// log that says why. None of them concerns the host's process, which decodes nothing.
 /// @{
+
 /// The longest encoded image, in bytes.
 inline constexpr std::size_t kMaximumImageBytes = std::size_t{16} << 20;
 /// The greatest width and height that a file may state: in pixels, or in points of a drawing (SVG,
@@ -38,13 +39,14 @@ inline constexpr std::size_t kMaximumImageMemory = std::size_t{256} << 20;
 /// Pixels. Rows go from top to bottom without gaps, pixels from left to right. A pixel is four
 /// bytes: red, green, blue, alpha, in sRGB, the colours multiplied by the alpha.
 struct Bitmap {
-  std::uint32_t width = 0;
-  std::uint32_t height = 0;
+  std::uint32_t width = 0;   ///< in pixels
+  std::uint32_t height = 0;  ///< in pixels
   /// `height` rows of `stride()` bytes.
   Data pixels;
 
   /// Bytes from one row to the next.
   [[nodiscard]] std::size_t stride() const noexcept { return std::size_t{width} * 4; }
+  /// Whether there is no bitmap: a drawing has failed.
   [[nodiscard]] bool empty() const noexcept { return pixels.empty(); }
 };
 
@@ -96,17 +98,20 @@ class KVL_EXPORT Image {
 
   /// @name Size in points
   /// @{
+
   /// The size that the file itself states: for bitmaps one point for each pixel, whatever density
   /// the file states; for SVG its width and height in CSS pixels, else those of its view box, else
   /// 300 x 150; for PDF the page's crop box. Never empty.
   [[nodiscard]] virtual Size naturalSize() const = 0;
   /// The size at which the image is shown: the natural one until somebody sets another. Atomic.
   [[nodiscard]] virtual Size size() const = 0;
+  /// Changes how large the image is shown, for everybody who shares it. Draws nothing.
   virtual void setSize(Size size) = 0;
   /// @}
 
   /// Whether only the image's shape counts, so that it is drawn in the text's colour. Atomic.
   [[nodiscard]] virtual bool isTemplate() const = 0;
+  /// Changes it for everybody who shares the image. Draws nothing.
   virtual void setTemplate(bool isTemplate) = 0;
 
   /// The image at its present `size`, with `scale` pixels to the point (rounded to whole pixels, at

@@ -63,9 +63,9 @@ enum class LogCategory : std::uint8_t {
 /// A line with what is known about it. The line is as a `LogSink` gets it, and valid during the
 /// call only.
 struct LogRecord {
-  std::string_view line;
-  LogCategory category = LogCategory::general;
-  LogLevel level = LogLevel::notice;
+  std::string_view line;                        ///< without a line end
+  LogCategory category = LogCategory::general;  ///< what it is about
+  LogLevel level = LogLevel::notice;            ///< how much it matters
 };
 
 /// Receives one record. The rules of `LogSink` hold.
@@ -81,16 +81,22 @@ KVL_EXPORT void logLine(LogCategory category, LogLevel level, std::string_view l
 
 /// @name Text of a value as the log shows it. What is absent prints as `(null)`.
 /// @{
+
+/// What stands for an absent value.
 inline constexpr std::string_view kNullText = "(null)";
+/// The text itself.
 inline std::string describe(std::string_view text) {
   return std::string(text);
 }
+/// The text itself, or `kNullText` for null.
 inline std::string describe(const char* text) {
   return text != nullptr ? std::string(text) : std::string(kNullText);
 }
+/// In decimal.
 inline std::string describe(std::integral auto number) {
   return std::to_string(number);
 }
+/// Of a class with a `description()`: what that returns.
 template <class T>
   requires requires(const T& object) {
     { object.description() } -> std::convertible_to<std::string>;
@@ -98,10 +104,12 @@ template <class T>
 std::string describe(const T& object) {
   return object.description();
 }
+/// Of the value, or `kNullText`.
 template <class T>
 std::string describe(const std::optional<T>& value) {
   return value ? describe(*value) : std::string(kNullText);
 }
+/// Of the object, or `kNullText` for null.
 template <class T>
 std::string describe(const std::shared_ptr<T>& object) {
   return object ? describe(*object) : std::string(kNullText);

@@ -24,9 +24,11 @@ class KVL_EXPORT Menu {
 
   /// The items as they are now.
   [[nodiscard]] std::vector<std::shared_ptr<MenuItem>> items() const;
+  /// How many items there are now. Another thread may add one meanwhile.
   [[nodiscard]] std::size_t itemCount() const;
   /// Appends an item; none is not appended.
   void addItem(std::shared_ptr<MenuItem> item);
+  /// Leaves the menu empty; the items live on with whoever else holds them.
   void removeAllItems();
 
   /// Calls `handler` after each change of the list of items, on the terms of `MenuItem::observe`.

@@ -26,6 +26,7 @@ class MenuAction {
 
   /// No action.
   MenuAction() noexcept = default;
+  /// No action.
   MenuAction(std::nullptr_t) noexcept {}
 
   /// An action that calls `handler`. Each is an action of its own: to compare, keep one.
@@ -37,6 +38,7 @@ class MenuAction {
       handler_ = std::make_shared<const Handler>(std::move(made));
   }
 
+  /// Whether there is an action.
   explicit operator bool() const noexcept { return handler_ != nullptr; }
 
   /// Calls the handler; does nothing without one.
@@ -44,6 +46,7 @@ class MenuAction {
     if (handler_) (*handler_)(item);
   }
 
+  /// Copies of one action are equal, and so are all without one.
   friend bool operator==(const MenuAction&, const MenuAction&) noexcept = default;
 
  private:

@@ -13,6 +13,7 @@
 #include <mutex>
 
 #if defined(__clang__)
+/// An attribute of clang's analysis; nothing for other compilers.
 #define KVL_THREAD_ANNOTATION(annotation) __attribute__((annotation))
 #else
 #define KVL_THREAD_ANNOTATION(annotation)
@@ -32,9 +33,11 @@
 #define KVL_EXCLUDES(...) KVL_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
 /// A function that locks, or unlocks.
 #define KVL_ACQUIRE(...) KVL_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
+/// See `KVL_ACQUIRE`.
 #define KVL_RELEASE(...) KVL_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 /// The order in which mutexes are taken by whoever needs both.
 #define KVL_ACQUIRED_BEFORE(...) KVL_THREAD_ANNOTATION(acquired_before(__VA_ARGS__))
+/// See `KVL_ACQUIRED_BEFORE`.
 #define KVL_ACQUIRED_AFTER(...) KVL_THREAD_ANNOTATION(acquired_after(__VA_ARGS__))
 /// A function that returns a reference to the mutex.
 #define KVL_RETURN_CAPABILITY(mutex) KVL_THREAD_ANNOTATION(lock_returned(mutex))
@@ -46,8 +49,8 @@ namespace kvl {
 /// A mutex, as `std::mutex`.
 class KVL_CAPABILITY("mutex") Mutex {
  public:
-  void lock() KVL_ACQUIRE() { mutex_.lock(); }
-  void unlock() KVL_RELEASE() { mutex_.unlock(); }
+  void lock() KVL_ACQUIRE() { mutex_.lock(); }      ///< waits until nobody else holds it
+  void unlock() KVL_RELEASE() { mutex_.unlock(); }  ///< @pre held by this thread
 
  private:
   friend class MutexLock;
@@ -57,8 +60,8 @@ class KVL_CAPABILITY("mutex") Mutex {
 /// A mutex that the thread which holds it may lock again, as `std::recursive_mutex`.
 class KVL_CAPABILITY("mutex") RecursiveMutex {
  public:
-  void lock() KVL_ACQUIRE() { mutex_.lock(); }
-  void unlock() KVL_RELEASE() { mutex_.unlock(); }
+  void lock() KVL_ACQUIRE() { mutex_.lock(); }      ///< waits until nobody else holds it
+  void unlock() KVL_RELEASE() { mutex_.unlock(); }  ///< @pre held by this thread
 
  private:
   std::recursive_mutex mutex_;
@@ -67,12 +70,15 @@ class KVL_CAPABILITY("mutex") RecursiveMutex {
 /// Holds a mutex from construction to destruction, except between `unlock` and `lock`.
 class KVL_SCOPED_CAPABILITY MutexLock {
  public:
+  /// Waits for `mutex`, and holds it.
   explicit MutexLock(Mutex& mutex) KVL_ACQUIRE(mutex) : lock_(mutex.mutex_) {}
   ~MutexLock() KVL_RELEASE() = default;
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
+  /// Holds the mutex again. @pre not held here
   void lock() KVL_ACQUIRE() { lock_.lock(); }
+  /// Gives the mutex back before the end of the block. @pre held here
   void unlock() KVL_RELEASE() { lock_.unlock(); }
 
  private:
@@ -83,6 +89,7 @@ class KVL_SCOPED_CAPABILITY MutexLock {
 /// Holds a recursive mutex from construction to destruction.
 class KVL_SCOPED_CAPABILITY RecursiveMutexLock {
  public:
+  /// Waits for `mutex`, and holds it once more.
   explicit RecursiveMutexLock(RecursiveMutex& mutex) KVL_ACQUIRE(mutex) : mutex_(mutex) {
     mutex_.lock();
   }
@@ -98,13 +105,16 @@ class KVL_SCOPED_CAPABILITY RecursiveMutexLock {
 /// analysis follows a loop, but not into a predicate.
 class Condition {
  public:
+  /// Gives the lock back, waits and takes it again. May wake without a reason.
   void wait(MutexLock& lock) { condition_.wait(lock.lock_); }
   /// @return whether it woke before `deadline`
   template <class Clock, class Duration>
   bool waitUntil(MutexLock& lock, const std::chrono::time_point<Clock, Duration>& deadline) {
     return condition_.wait_until(lock.lock_, deadline) == std::cv_status::no_timeout;
   }
+  /// Wakes one of those that wait, if there is one.
   void notifyOne() noexcept { condition_.notify_one(); }
+  /// Wakes all that wait.
   void notifyAll() noexcept { condition_.notify_all(); }
 
  private:

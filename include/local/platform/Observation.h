@@ -25,9 +25,12 @@ class KVL_EXPORT Observation {
   };
 
   Observation() noexcept = default;
+  /// For whoever is observed; none observes nothing.
   explicit Observation(std::shared_ptr<Registration> registration) noexcept
       : registration_(std::move(registration)) {}
+  /// Leaves the other handle without an observation.
   Observation(Observation&&) noexcept = default;
+  /// Ends what was observed here first, with the guarantee above.
   Observation& operator=(Observation&& other) noexcept {
     if (this != &other) {
       end();
@@ -37,6 +40,7 @@ class KVL_EXPORT Observation {
   }
   ~Observation() { end(); }
 
+  /// As destroying it; a second time does nothing.
   void end() {
     if (auto registration = std::exchange(registration_, nullptr)) registration->end();
   }

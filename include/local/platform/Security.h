@@ -18,6 +18,7 @@ namespace kvl {
 
 /// Result codes of the security operations, under the platform's names in `Error.h`; 0 is success.
 using Status = std::int32_t;
+/// The one status that is no failure.
 inline constexpr Status kSuccess = 0;
 
 namespace security {
@@ -29,6 +30,7 @@ struct CertificateMaterial;
 /// when its last reference goes. Equal keys that exist at the same time are one object.
 class KVL_EXPORT Key {
  public:
+  /// Which half of a pair.
   enum class Class : std::uint8_t { publicKey, privateKey };
   /// `rsa` is the only type that the framework makes; every other type counts as `other`.
   enum class Type : std::uint8_t { rsa, other };
@@ -39,14 +41,18 @@ class KVL_EXPORT Key {
   Key(const Key&) = delete;
   Key& operator=(const Key&) = delete;
 
+  /// Which half of its pair the key is.
   [[nodiscard]] Class keyClass() const noexcept;
+  /// Whether the key is one for RSA.
   [[nodiscard]] Type type() const noexcept;
+  /// Of the modulus, for RSA.
   [[nodiscard]] int sizeInBits() const noexcept;
 
  private:
   friend struct security::KeyMaterial;
   std::unique_ptr<const security::KeyMaterial> material_;
 };
+/// Null where there is no key.
 using KeyRef = std::shared_ptr<const Key>;
 
 /// An X.509 certificate (RFC 5280). Immutable; usable on any thread. It keeps its encoding only,
@@ -62,11 +68,13 @@ class KVL_EXPORT Certificate {
 
   /// Subject and issuer as RFC 2253 text, UTF-8; empty for an empty name.
   [[nodiscard]] std::string subject() const;
+  /// As `subject`, of who signed the certificate.
   [[nodiscard]] std::string issuer() const;
   /// The serial number in upper-case hexadecimal.
   [[nodiscard]] std::string serialNumber() const;
   /// The end of the validity period, or absent when the field cannot be read.
   [[nodiscard]] std::optional<Date> notValidAfter() const;
+  /// As `notValidAfter`, of its beginning.
   [[nodiscard]] std::optional<Date> notValidBefore() const;
   /// The certificate's DER encoding.
   [[nodiscard]] Data encoded() const;
@@ -79,21 +87,26 @@ class KVL_EXPORT Certificate {
   friend struct security::CertificateMaterial;
   std::unique_ptr<const security::CertificateMaterial> material_;
 };
+/// Null where there is no certificate.
 using CertificateRef = std::shared_ptr<const Certificate>;
 
 /// A certificate joined to its private key. Immutable; usable on any thread.
 class KVL_EXPORT Identity {
  public:
+  /// Joins the two as they are: that the key belongs to the certificate is the caller's to know.
   Identity(CertificateRef certificate, KeyRef privateKey) noexcept
       : certificate_(std::move(certificate)), privateKey_(std::move(privateKey)) {}
 
+  /// What is presented.
   [[nodiscard]] const CertificateRef& certificate() const noexcept { return certificate_; }
+  /// What signs.
   [[nodiscard]] const KeyRef& privateKey() const noexcept { return privateKey_; }
 
  private:
   CertificateRef certificate_;
   KeyRef privateKey_;
 };
+/// Null where there is no identity.
 using IdentityRef = std::shared_ptr<const Identity>;
 
 /// Outcome of a trust evaluation, with the platform's numeric values.
@@ -134,6 +147,7 @@ class KVL_EXPORT Trust {
   /// The certificates that the server sent, its own first.
   [[nodiscard]] virtual std::vector<CertificateRef> certificates() const = 0;
 };
+/// Null where there is no trust to evaluate.
 using TrustRef = std::shared_ptr<Trust>;
 
 }  // namespace kvl

@@ -27,13 +27,15 @@ enum class ImageScaling : std::uint8_t {
 
 /// One segment.
 struct Segment {
-  bool enabled = true;
-  std::string label = {};
-  std::shared_ptr<Image> image = {};
+  bool enabled = true;                ///< whether the user can choose it
+  std::string label = {};             ///< one line of plain text, UTF-8; may be empty
+  std::shared_ptr<Image> image = {};  ///< beside the label; null for none
+  /// How the image is fitted into its place.
   ImageScaling imageScaling = ImageScaling::proportionallyDown;
-  std::shared_ptr<Menu> menu = {};
-  bool showsMenuIndicator = false;
-  std::optional<std::string> toolTip = {};
+  std::shared_ptr<Menu> menu = {};          ///< opened instead of being chosen; null for none
+  bool showsMenuIndicator = false;          ///< whether a mark tells that there is a menu
+  std::optional<std::string> toolTip = {};  ///< shown while the pointer rests on it
+  /// Equal members; image and menu are the same objects.
   friend bool operator==(const Segment&, const Segment&) = default;
 };
 
@@ -47,6 +49,7 @@ class KVL_EXPORT SegmentedControl {
   SegmentedControl(const SegmentedControl&) = delete;
   SegmentedControl& operator=(const SegmentedControl&) = delete;
 
+  /// How many there are now. Another thread may change it meanwhile.
   [[nodiscard]] std::size_t segmentCount() const;
   /// Cuts segments off at the end or appends new ones; those that remain stay as they are.
   void setSegmentCount(std::size_t count);
@@ -56,6 +59,7 @@ class KVL_EXPORT SegmentedControl {
   /// Replaces the segment at `index`; does nothing beyond the last.
   void setSegment(std::size_t index, Segment segment);
 
+  /// All of them, as they are at one moment.
   [[nodiscard]] std::vector<Segment> segments() const;
   /// Replaces all segments, in one change.
   void setSegments(std::vector<Segment> segments);

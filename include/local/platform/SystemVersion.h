@@ -11,8 +11,9 @@ namespace kvl {
 /// A system version. Some behaviour of the framework depends on it, as the operations' own
 /// comments say.
 struct SystemVersion {
-  int major = 0;
-  int minor = 0;
+  int major = 0;  ///< 15 of 15.2
+  int minor = 0;  ///< 2 of 15.2
+  /// By `major`, then by `minor`.
   friend auto operator<=>(const SystemVersion&, const SystemVersion&) = default;
 };
 
@@ -20,6 +21,7 @@ struct SystemVersion {
 /// with every present behaviour switched on.
 inline constexpr SystemVersion kDefaultSystemVersion{15, 0};
 
+/// What `setSystemVersion` set last, else `kDefaultSystemVersion`. Any thread.
 [[nodiscard]] KVL_EXPORT SystemVersion systemVersion() noexcept;
 
 /// Whether the system is at least version `major.minor`.

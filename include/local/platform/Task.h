@@ -254,13 +254,16 @@ struct TaskEnd<void> {
 template <class T = void>
 class [[nodiscard]] Task {
  public:
+  /// For the compiler, which asks for it by this name.
   using promise_type = detail::TaskPromise<T>;
   /// Receives the result; of `Task<void>`, nothing.
   using EndHandler = typename detail::TaskEnd<T>::Handler;
 
   static_assert(!std::is_reference_v<T>, "a task's result is a value");
 
+  /// Leaves the other one without a task.
   Task(Task&& other) noexcept = default;
+  /// Cancels what was here first. Leaves the other one without a task.
   Task& operator=(Task&& other) noexcept {
     if (this != &other) {
       cancel();

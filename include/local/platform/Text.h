@@ -45,6 +45,7 @@ struct ErrorWords {
   /// `what`. Absent when nobody said.
   std::optional<std::string> why;
 };
+/// The words of `error`, which may be another party's.
 [[nodiscard]] KVL_EXPORT ErrorWords errorWords(const Error& error);
 
 /// An error for a person, as in "The connection failed. (Connection refused) [NSURLErrorDomain

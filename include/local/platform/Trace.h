@@ -16,6 +16,7 @@ namespace kvl {
 /// One thing that has happened. Fields that its kind does not name are zero, empty or null. It
 /// never holds a URL's query, a header field or a piece of a body.
 struct TraceRecord {
+  /// What has happened, and which fields say more about it.
   enum class Kind : std::uint8_t {
     notarisationBegan,  ///< A session asks its notary.
     notarisationEnded,  ///< `duration` since it asked, `error`.
@@ -37,16 +38,16 @@ struct TraceRecord {
     eventsArrived       ///< `task`, `count` of events, `bytes` of the stream that they came with.
   };
 
-  Kind kind = Kind::notarisationBegan;
-  std::uint64_t task = 0;      ///< `DataTask::taskIdentifier`
-  std::string_view path = {};  ///< of the URL, without its query
-  std::int64_t status = 0;
-  std::int64_t count = 0;
-  std::int64_t bytes = 0;
-  std::chrono::nanoseconds duration{0};
-  std::chrono::nanoseconds connecting{0};
-  std::chrono::nanoseconds waiting{0};
-  const Error* error = nullptr;  ///< null: none
+  Kind kind = Kind::notarisationBegan;     ///< which of them
+  std::uint64_t task = 0;                  ///< `DataTask::taskIdentifier`
+  std::string_view path = {};              ///< of the URL, without its query
+  std::int64_t status = 0;                 ///< of HTTP
+  std::int64_t count = 0;                  ///< of what the kind says
+  std::int64_t bytes = 0;                  ///< of the body or of the stream, as they came
+  std::chrono::nanoseconds duration{0};    ///< see the kind
+  std::chrono::nanoseconds connecting{0};  ///< see `connected`
+  std::chrono::nanoseconds waiting{0};     ///< see `requestEnded`
+  const Error* error = nullptr;            ///< null: none
 };
 
 /// Takes one record; the record and what it points to are there during the call only. Called from

@@ -26,15 +26,23 @@ class KVL_EXPORT URL {
   /// reference comes back with its text unchanged.
   [[nodiscard]] URL resolvedAgainst(const URL& base) const;
 
+  /// The text, as it was parsed or put together; nothing is normalised.
   [[nodiscard]] const std::string& absoluteString() const noexcept { return text_; }
+  /// Whether it has a scheme.
   [[nodiscard]] bool isAbsolute() const noexcept { return scheme().has_value(); }
 
   /// @name Components, as they stand in the text. Views stay valid while this object lives.
   /// @{
+
+  /// Without the colon; absent from a relative reference.
   [[nodiscard]] std::optional<std::string_view> scheme() const noexcept;
+  /// User, host and port, without the slashes; absent where there are no two slashes.
   [[nodiscard]] std::optional<std::string_view> authority() const noexcept;
+  /// May be empty; escapes stand as they are.
   [[nodiscard]] std::string_view path() const noexcept;
+  /// Without the question mark; absent without one, empty when nothing follows it.
   [[nodiscard]] std::optional<std::string_view> query() const noexcept;
+  /// Without the number sign; absent without one, empty when nothing follows it.
   [[nodiscard]] std::optional<std::string_view> fragment() const noexcept;
   /// @}
 
@@ -44,7 +52,9 @@ class KVL_EXPORT URL {
   /// The authority's port, or absent when there is none or it is beyond 65535.
   [[nodiscard]] std::optional<std::uint16_t> port() const noexcept;
 
+  /// For the log: the text.
   [[nodiscard]] const std::string& description() const noexcept { return text_; }
+  /// The same text: two spellings of one address are two URLs.
   friend bool operator==(const URL& a, const URL& b) noexcept { return a.text_ == b.text_; }
 
  private:

@@ -23,6 +23,7 @@ namespace kvl {
 /// regard to ASCII case (RFC 9110, 5.1).
 class KVL_EXPORT HeaderFields {
  public:
+  /// A name, as it was written, and its value.
   using Field = std::pair<std::string, std::string>;
 
   /// The value of the first field with this name, or absent.
@@ -31,13 +32,20 @@ class KVL_EXPORT HeaderFields {
   void set(std::string_view name, std::string_view value);
   /// Appends a field, whatever is there.
   void append(std::string_view name, std::string_view value);
+  /// Removes every field with this name.
   void remove(std::string_view name);
+  /// Removes all fields.
   void clear() noexcept { fields_.clear(); }
 
+  /// How many fields there are, each of several with one name counted.
   [[nodiscard]] std::size_t size() const noexcept { return fields_.size(); }
+  /// Whether there is no field.
   [[nodiscard]] bool empty() const noexcept { return fields_.empty(); }
+  /// The first field; iterators hold until a field is changed.
   [[nodiscard]] auto begin() const noexcept { return fields_.begin(); }
+  /// After the last field.
   [[nodiscard]] auto end() const noexcept { return fields_.end(); }
+  /// The same fields in the same order, spelled alike.
   friend bool operator==(const HeaderFields&, const HeaderFields&) = default;
 
  private:
@@ -75,6 +83,7 @@ class KVL_EXPORT URLRequest {
 
   /// The URL, or absent when the request was made from a text that is none.
   [[nodiscard]] const std::optional<URL>& url() const noexcept { return url_; }
+  /// Replaces the URL, also of a request made from a text that is none.
   void setURL(URL url) {
     url_ = std::move(url);
     invalidURLText_.clear();
@@ -86,15 +95,18 @@ class KVL_EXPORT URLRequest {
 
   /// An HTTP method (RFC 9110, 9); "GET" by default.
   [[nodiscard]] const std::string& method() const noexcept { return method_; }
+  /// Stored as it is; one that is no token of HTTP fails when the request is sent.
   void setMethod(std::string_view method) { method_ = method; }
 
   /// Fields that HTTP forbids (see `isSendableHeaderField`) make the request fail with
   /// `NSPOSIXErrorDomain`, code 22 (`EINVAL`), when it is sent; nothing reaches the wire.
   [[nodiscard]] const HeaderFields& headers() const noexcept { return headers_; }
+  /// To set fields. Valid while this object lives.
   [[nodiscard]] HeaderFields& headers() noexcept { return headers_; }
 
   /// A body in memory. Setting it replaces a source.
   [[nodiscard]] const std::optional<Data>& body() const noexcept { return body_; }
+  /// None sends no body.
   void setBody(std::optional<Data> body) {
     body_ = std::move(body);
     bodySource_.reset();
@@ -105,6 +117,7 @@ class KVL_EXPORT URLRequest {
   [[nodiscard]] const std::shared_ptr<BodySource>& bodySource() const noexcept {
     return bodySource_;
   }
+  /// Null sends no body.
   void setBodySource(std::shared_ptr<BodySource> source) {
     bodySource_ = std::move(source);
     body_.reset();
@@ -115,6 +128,7 @@ class KVL_EXPORT URLRequest {
   [[nodiscard]] std::optional<std::chrono::nanoseconds> timeoutInterval() const noexcept {
     return timeoutInterval_;
   }
+  /// From the task's start on, instead of the session configuration's.
   void setTimeoutInterval(std::chrono::nanoseconds interval) { timeoutInterval_ = interval; }
 
   /// The longest time from the task's start to its end, redirects included, of event streams, too.
@@ -122,14 +136,17 @@ class KVL_EXPORT URLRequest {
   [[nodiscard]] std::optional<std::chrono::nanoseconds> totalTimeout() const noexcept {
     return totalTimeout_;
   }
+  /// From the task's start on.
   void setTotalTimeout(std::chrono::nanoseconds timeout) { totalTimeout_ = timeout; }
 
   /// `RequestPriority::usual` by default. Over HTTP/2 the server is told as well.
   [[nodiscard]] RequestPriority priority() const noexcept { return priority_; }
+  /// Counts when a task is made of the request.
   void setPriority(RequestPriority priority) noexcept { priority_ = priority; }
 
   /// `ContentKind::data` by default.
   [[nodiscard]] ContentKind contentKind() const noexcept { return contentKind_; }
+  /// Says which limit of the configuration bounds the answer's body.
   void setContentKind(ContentKind kind) noexcept { contentKind_ = kind; }
 
  private:
@@ -149,12 +166,14 @@ class KVL_EXPORT URLRequest {
 struct URLResponse {
   URL url;                            ///< where the answer came from, after redirects
   std::optional<int> httpStatusCode;  ///< absent when the response is not an HTTP response
-  HeaderFields headers;
+  HeaderFields headers;               ///< of the last answer, as the server wrote them
   /// 1.0, 1.1 or 2.0 as 10, 11 or 20; 0 when not an HTTP response.
   int httpVersion = 0;
 
+  /// Whether there is a status code.
   [[nodiscard]] bool isHTTP() const noexcept { return httpStatusCode.has_value(); }
 };
+/// Null where no answer has come.
 using URLResponseRef = std::shared_ptr<const URLResponse>;
 
 /// `localizedStringForStatusCode:` The reason phrase of an HTTP status code, in English: the name

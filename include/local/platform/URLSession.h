@@ -51,9 +51,9 @@ struct URLSessionConfiguration {
   /// with `NSURLErrorDataLengthExceedsMaximum` as soon as that shows. A body that goes to the
   /// delegate or to a `BodyReceiver` piece by piece has none.
   /// @{
-  std::size_t maximumBodySize = std::size_t{1} << 30;  ///< of any kind
-  std::size_t maximumDocumentBytes = std::size_t{128} << 20;
-  std::size_t maximumImageBytes = std::size_t{16} << 20;
+  std::size_t maximumBodySize = std::size_t{1} << 30;         ///< of any kind
+  std::size_t maximumDocumentBytes = std::size_t{128} << 20;  ///< of `ContentKind::document`
+  std::size_t maximumImageBytes = std::size_t{16} << 20;      ///< of `ContentKind::image`
   /// @}
   /// Values that a decoded document may hold, each key, element and container counting as one. A
   /// small text can stand for many: memory goes with their number.
@@ -111,11 +111,12 @@ using DataTaskHandler =
 /// knows: of an answer without a length, or with a content encoding, since what is received counts
 /// once decoded. What is sent begins again with a redirect.
 struct TransferProgress {
-  std::uint64_t sent = 0;
-  std::uint64_t received = 0;
-  std::optional<std::uint64_t> toSend;
-  std::optional<std::uint64_t> toReceive;
+  std::uint64_t sent = 0;                  ///< of the request's body so far
+  std::uint64_t received = 0;              ///< of the answer's body so far
+  std::optional<std::uint64_t> toSend;     ///< the whole request body, where its length is known
+  std::optional<std::uint64_t> toReceive;  ///< the whole answer body, where its length is known
 
+  /// The same numbers, known or not.
   friend bool operator==(const TransferProgress&, const TransferProgress&) = default;
 };
 
@@ -143,6 +144,7 @@ class KVL_EXPORT DataTask {
   virtual ~DataTask();
   /// Counts up from 1 over all session objects of the process.
   [[nodiscard]] virtual std::uint64_t taskIdentifier() const noexcept = 0;
+  /// As it is now; it may change before the call returns.
   [[nodiscard]] virtual State state() const noexcept = 0;
   /// The request that the task was made for.
   [[nodiscard]] virtual const URLRequest& originalRequest() const noexcept = 0;
@@ -155,6 +157,7 @@ class KVL_EXPORT DataTask {
   /// Whether the body is to be handed over as it arrives. It always is; the preference is kept so
   /// that it can be read back.
   virtual void setPrefersIncrementalDelivery(bool prefers) = 0;
+  /// What `setPrefersIncrementalDelivery` set last.
   [[nodiscard]] virtual bool prefersIncrementalDelivery() const noexcept = 0;
 
   /// How far the task is. Zeros unless overridden.
@@ -169,6 +172,7 @@ class KVL_EXPORT DataTask {
   /// connection; its idle time-out stands still meanwhile and begins anew afterwards, the total one
   /// runs on. Nothing for a task with a completion handler, and unless overridden.
   virtual void suspendDelivery();
+  /// Takes back one `suspendDelivery`. Nothing unless overridden.
   virtual void resumeDelivery();
 };
 
@@ -198,6 +202,7 @@ class KVL_EXPORT URLSession {
   /// Cancels running tasks and refuses new ones.
   virtual void invalidateAndCancel() = 0;
 
+  /// As it was when the object was made.
   [[nodiscard]] virtual const URLSessionConfiguration& configuration() const noexcept = 0;
 
   /// Whether new tasks are refused. A class of the host's own that invalidates says so here, or a

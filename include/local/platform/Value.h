@@ -43,6 +43,7 @@ class ValueAccess;
 /// Accessors never convert between kinds: they answer absent for a value of another kind.
 class KVL_EXPORT Value {
  public:
+  /// What a value is. It never changes but by assignment.
   enum class Kind : std::uint8_t {
     null,
     boolean,
@@ -57,19 +58,31 @@ class KVL_EXPORT Value {
   };
 
   Value() noexcept = default;
+  /// The null value.
   Value(std::nullptr_t) noexcept {}
+  /// A boolean; of `bool` alone, so that no pointer becomes one.
   Value(std::same_as<bool> auto value) noexcept
       : cell_{Cell::headOf(Kind::boolean), {.integer = value}} {}
+  /// A real.
   Value(double value) noexcept : cell_{Cell::headOf(Kind::real), {.real = value}} {}
+  /// A date, to the precision of `Date`.
   Value(Date value) noexcept
       : cell_{Cell::headOf(Kind::date), {.real = value.secondsSinceReferenceDate()}} {}
+  /// A string, up to the first NUL. @pre not null
   Value(const char* text) : Value(std::string_view(text)) {}
+  /// A copy of the text.
   Value(const std::string& text) : Value(std::string_view(text)) {}
+  /// A copy of the text, which may hold NUL.
   Value(std::string_view text);
+  /// Shares the bytes.
   Value(Data data);
+  /// Shares the text.
   Value(const String& string) noexcept;
+  /// The number as it was stored.
   Value(const Number& number) noexcept;
+  /// Shares the elements.
   Value(const Array& array) noexcept;
+  /// Shares the entries.
   Value(const Dictionary& dictionary) noexcept;
   /// An object of a class of its own, shared; none makes the null value.
   Value(std::shared_ptr<Object> object);
@@ -89,15 +102,19 @@ class KVL_EXPORT Value {
     }
   }
 
+  /// Shares what cannot be held in place.
   Value(const Value& other) noexcept : cell_(other.cell_) {
     if (isObject()) retain(other);
   }
+  /// Leaves `other` null.
   Value(Value&& other) noexcept : cell_(std::exchange(other.cell_, Cell{})) {}
+  /// Lets go of what was here.
   Value& operator=(const Value& other) noexcept {
     Value copy(other);
     swap(copy);
     return *this;
   }
+  /// Leaves in `other` what was here.
   Value& operator=(Value&& other) noexcept {
     swap(other);
     return *this;
@@ -105,9 +122,12 @@ class KVL_EXPORT Value {
   ~Value() {
     if (isObject()) release();
   }
+  /// Exchanges the two without counting references.
   void swap(Value& other) noexcept { std::swap(cell_, other.cell_); }
 
+  /// What this value is.
   [[nodiscard]] Kind kind() const noexcept { return static_cast<Kind>(cell_.kind()); }
+  /// Whether this is the null value, which stands for absence in a document.
   [[nodiscard]] bool isNull() const noexcept { return kind() == Kind::null; }
   /// Booleans are numbers.
   [[nodiscard]] bool isNumber() const noexcept {
@@ -121,11 +141,15 @@ class KVL_EXPORT Value {
   [[nodiscard]] std::optional<std::int64_t> integer() const noexcept;
   /// The number's value as a real. Absent for what is no number.
   [[nodiscard]] std::optional<double> real() const noexcept;
+  /// Absent for what is no date; a string in date form is none.
   [[nodiscard]] std::optional<Date> date() const noexcept;
   /// The text, which stays valid while any copy of this value lives.
   [[nodiscard]] std::optional<std::string_view> string() const noexcept;
+  /// The bytes, shared. Absent for what is no data.
   [[nodiscard]] std::optional<Data> data() const noexcept;
+  /// The array, shared. Absent for what is none.
   [[nodiscard]] std::optional<Array> array() const noexcept;
+  /// The dictionary, shared. Absent for what is none.
   [[nodiscard]] std::optional<Dictionary> dictionary() const noexcept;
   /// The object, or none.
   [[nodiscard]] std::shared_ptr<Object> object() const noexcept;
@@ -174,21 +198,31 @@ class KVL_EXPORT Value {
 class KVL_EXPORT String {
  public:
   String() : String(std::string_view()) {}
+  /// A copy of the text, which may hold NUL.
   String(std::string_view text) : value_(text) {}
+  /// A copy of the text.
   String(const std::string& text) : value_(text) {}
+  /// A copy, up to the first NUL. @pre not null
   String(const char* text) : value_(text) {}
   // Copies only: a string that was moved from would hold nothing at all.
+  /// Shares the text.
   String(const String&) = default;
+  /// Shares the text.
   String& operator=(const String&) = default;
   ~String() = default;
 
   /// The text, which stays valid while any copy of this string lives.
   [[nodiscard]] std::string_view text() const noexcept { return *value_.string(); }
+  /// As `text`, and valid as long.
   operator std::string_view() const noexcept { return text(); }
+  /// Whether there is no character.
   [[nodiscard]] bool empty() const noexcept { return text().empty(); }
+  /// For the log: the text as it is.
   [[nodiscard]] std::string description() const { return std::string(text()); }
 
+  /// By bytes; no two spellings of a character are the same.
   friend bool operator==(const String& a, const String& b) noexcept { return a.text() == b.text(); }
+  /// By bytes.
   friend bool operator==(const String& a, std::string_view b) noexcept { return a.text() == b; }
 
  private:
@@ -200,13 +234,18 @@ class KVL_EXPORT String {
 /// A number of a document: a boolean, an integer or a real, as it was stored.
 class KVL_EXPORT Number {
  public:
+  /// A boolean; of `bool` alone.
   Number(std::same_as<bool> auto value) noexcept : value_(value) {}
+  /// A real.
   Number(double value) noexcept : value_(value) {}
+  /// An integer; beyond the signed 64-bit range a real.
   template <std::integral T>
     requires(!std::same_as<T, bool> && !std::same_as<T, char>)
   Number(T value) noexcept : value_(value) {}
   // Copies only: a number that was moved from would hold nothing at all.
+  /// The same number, kind included.
   Number(const Number&) = default;
+  /// The same number, kind included.
   Number& operator=(const Number&) = default;
   ~Number() = default;
 
@@ -214,8 +253,12 @@ class KVL_EXPORT Number {
   [[nodiscard]] Value::Kind kind() const noexcept { return value_.kind(); }
   /// @name The number's value, converted as `Value`'s accessors say
   /// @{
+
+  /// Whether it is not zero.
   [[nodiscard]] bool boolean() const noexcept { return *value_.boolean(); }
+  /// Truncated toward zero and clamped.
   [[nodiscard]] std::int64_t integer() const noexcept { return *value_.integer(); }
+  /// The nearest real.
   [[nodiscard]] double real() const noexcept { return *value_.real(); }
   /// @}
   /// Decimal text: a boolean is 1 or 0, a real its shortest form that reads back.
@@ -237,22 +280,31 @@ class KVL_EXPORT Array {
   /// An array that holds one array is `Array{Value(inner)}`: of `Array{inner}` some compilers make
   /// a copy of `inner`.
   Array(std::initializer_list<Value> values);
+  /// The values, in order.
   explicit Array(std::vector<Value> values);
   // Copies only: an array that was moved from would hold nothing at all.
+  /// Shares the elements until one of the two is changed.
   Array(const Array&) = default;
+  /// Shares the elements until one of the two is changed.
   Array& operator=(const Array&) = default;
   ~Array() = default;
 
+  /// How many elements there are, nulls included.
   [[nodiscard]] std::size_t size() const noexcept;
+  /// Whether there is no element.
   [[nodiscard]] bool empty() const noexcept { return size() == 0; }
   /// @pre `index < size()`
   [[nodiscard]] const Value& operator[](std::size_t index) const noexcept;
+  /// The first element. Valid until the array is changed or destroyed.
   [[nodiscard]] const Value* begin() const noexcept;
+  /// After the last element.
   [[nodiscard]] const Value* end() const noexcept;
   /// Appends a value; the storage is copied first when another copy shares it.
   void append(Value value);
+  /// As `Value::description`.
   [[nodiscard]] std::string description() const { return value_.description(); }
 
+  /// Equal elements in the same order.
   friend bool operator==(const Array& a, const Array& b) noexcept { return a.value_ == b.value_; }
 
  private:
@@ -269,27 +321,37 @@ class KVL_EXPORT Dictionary {
   using Entry = std::pair<std::string_view, Value>;
 
   Dictionary();
+  /// Of several entries with one key the last one counts.
   Dictionary(std::initializer_list<Entry> entries);
   // Copies only: a dictionary that was moved from would hold nothing at all.
+  /// Shares the entries until one of the two is changed.
   Dictionary(const Dictionary&) = default;
+  /// Shares the entries until one of the two is changed.
   Dictionary& operator=(const Dictionary&) = default;
   ~Dictionary() = default;
 
+  /// How many keys there are, those of nulls included.
   [[nodiscard]] std::size_t size() const noexcept;
+  /// Whether there is no key.
   [[nodiscard]] bool empty() const noexcept { return size() == 0; }
   /// The value stored under `key` (a stored null included), or none.
   [[nodiscard]] const Value* find(std::string_view key) const noexcept;
+  /// Whether something is stored under `key`, be it null.
   [[nodiscard]] bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
   /// The value stored under `key`, or the null value.
   [[nodiscard]] const Value& operator[](std::string_view key) const noexcept;
+  /// The first entry. Valid until the dictionary is changed or destroyed.
   [[nodiscard]] const Entry* begin() const noexcept;
+  /// After the last entry.
   [[nodiscard]] const Entry* end() const noexcept;
   /// Stores `value` under `key`, replacing what was there.
   void set(std::string_view key, Value value);
   /// Removes the entry of `key`, if there is one.
   void remove(std::string_view key);
+  /// As `Value::description`.
   [[nodiscard]] std::string description() const { return value_.description(); }
 
+  /// The same keys with equal values, in any order.
   friend bool operator==(const Dictionary& a, const Dictionary& b) noexcept {
     return a.value_ == b.value_;
   }
@@ -300,6 +362,7 @@ class KVL_EXPORT Dictionary {
   Value value_;
 };
 
+/// The types that parts of documents have. `Number` is three kinds, each other type is one.
 template <>
 KVL_EXPORT std::optional<String> Value::as() const noexcept;
 template <>
@@ -316,26 +379,32 @@ KVL_EXPORT std::optional<Dictionary> Value::as() const noexcept;
 /// The name that `Value::typeName` gives to values that are a `T` (see `Value::as`).
 template <class T>
 [[nodiscard]] constexpr std::string_view typeNameOf() noexcept;
+/// "string".
 template <>
 constexpr std::string_view typeNameOf<String>() noexcept {
   return "string";
 }
+/// "number".
 template <>
 constexpr std::string_view typeNameOf<Number>() noexcept {
   return "number";
 }
+/// "date".
 template <>
 constexpr std::string_view typeNameOf<Date>() noexcept {
   return "date";
 }
+/// "data".
 template <>
 constexpr std::string_view typeNameOf<Data>() noexcept {
   return "data";
 }
+/// "array".
 template <>
 constexpr std::string_view typeNameOf<Array>() noexcept {
   return "array";
 }
+/// "dictionary".
 template <>
 constexpr std::string_view typeNameOf<Dictionary>() noexcept {
   return "dictionary";

@@ -9,7 +9,9 @@
 
 /// The version of these headers. The build reads it from here.
 #define KVL_VERSION_MAJOR 0
+/// Its second number.
 #define KVL_VERSION_MINOR 1
+/// Its third number.
 #define KVL_VERSION_PATCH 0
 
 /// A version as one number, for comparisons.

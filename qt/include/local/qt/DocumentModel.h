@@ -26,6 +26,7 @@ class KVL_EXPORT DocumentModel : public QAbstractItemModel {
   Q_OBJECT
 
  public:
+  /// The columns: what a value is called within its parent, and the value.
   enum Column { KeyColumn, ValueColumn };
   Q_ENUM(Column)
 
@@ -54,18 +55,28 @@ class KVL_EXPORT DocumentModel : public QAbstractItemModel {
   /// The value at `index`; null where there is none.
   [[nodiscard]] Value valueAt(const QModelIndex& index) const;
 
+  /// The row is made when it is first asked for.
   [[nodiscard]] QModelIndex index(int row, int column,
                                   const QModelIndex& parent = {}) const override;
+  /// The container's key cell; invalid for the outermost values.
   [[nodiscard]] QModelIndex parent(const QModelIndex& child) const override;
   using QObject::parent;
+  /// The rows fetched so far.
   [[nodiscard]] int rowCount(const QModelIndex& parent = {}) const override;
+  /// Two, everywhere.
   [[nodiscard]] int columnCount(const QModelIndex& parent = {}) const override;
+  /// Whether the value is an array or a dictionary that is not empty.
   [[nodiscard]] bool hasChildren(const QModelIndex& parent = {}) const override;
+  /// Whether there are parts beyond those fetched so far.
   [[nodiscard]] bool canFetchMore(const QModelIndex& parent) const override;
+  /// Adds the next rows of `parent`.
   void fetchMore(const QModelIndex& parent) override;
+  /// One line for `Qt::DisplayRole`, and the roles above.
   [[nodiscard]] QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+  /// The names of the columns, in the user's language.
   [[nodiscard]] QVariant headerData(int section, Qt::Orientation orientation,
                                     int role = Qt::DisplayRole) const override;
+  /// "key", "value", "kind" and "text", for QML.
   [[nodiscard]] QHash<int, QByteArray> roleNames() const override;
 
  private:

@@ -16,11 +16,13 @@ class KVL_EXPORT DocumentTree : public QTreeView {
   Q_OBJECT
 
  public:
+  /// An empty tree.
   explicit DocumentTree(QWidget* parent = nullptr);
   ~DocumentTree() override;
 
   /// Shows `document` instead of the one before.
   void setDocument(const Value& document);
+  /// The model, which belongs to the tree.
   [[nodiscard]] DocumentModel* documentModel() const { return model_; }
 
  private:

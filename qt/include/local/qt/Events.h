@@ -15,8 +15,11 @@ namespace kvl::qt {
 /// One event of the stream. A text that the event does not have is a null string.
 struct Event {
   Q_GADGET_EXPORT(KVL_EXPORT)
+  /// The "event" line.
   Q_PROPERTY(QString name MEMBER name)
+  /// The "data" line.
   Q_PROPERTY(QString data MEMBER data)
+  /// The "id" line.
   Q_PROPERTY(QString identifier MEMBER identifier)
 
  public:
@@ -24,6 +27,7 @@ struct Event {
   QString data;
   QString identifier;
 
+  /// The same three texts.
   friend bool operator==(const Event&, const Event&) = default;
 };
 

@@ -15,8 +15,8 @@ namespace kvl::qt {
 /// The outcome of one exchange. Any thread.
 struct KVL_EXPORT Fetched {
   std::optional<Value> document;  ///< none for the document `null` and for what is no document
-  URLResponseRef response;
-  std::optional<Error> error;
+  URLResponseRef response;        ///< null where no answer has come
+  std::optional<Error> error;     ///< the status is not judged
 
   /// No error and a status below 300. The error of a refusal, whose body is seldom what was wanted,
   /// does not count beside its status.

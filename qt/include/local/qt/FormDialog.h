@@ -47,6 +47,7 @@ class KVL_EXPORT FormDialog : public QDialog {
   [[nodiscard]] std::optional<Value> answer() const;
 
  public Q_SLOTS:
+  /// Cancels what is under way, and closes.
   void done(int result) override;
 
  Q_SIGNALS:

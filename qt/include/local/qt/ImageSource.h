@@ -20,6 +20,7 @@ namespace kvl::qt {
 /// is kept, else later. Once it has gone they are destroyed uncalled. Any thread may let go of it.
 class KVL_EXPORT ImageSource final : public KVLEncodingImageSource {
  public:
+  /// How many images are kept unless the constructor is told otherwise.
   static constexpr std::size_t kUsualMost = 256;
 
   /// @param session not null

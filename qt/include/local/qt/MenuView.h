@@ -59,10 +59,14 @@ class KVL_EXPORT MenuView : public QMenu {
  public:
   /// @param menu null for none
   explicit MenuView(std::shared_ptr<Menu> menu, QWidget* parent = nullptr);
+  /// @param menu null for none
+  /// @param title where the menu is a sub-menu, or in a menu bar
   MenuView(std::shared_ptr<Menu> menu, const QString& title, QWidget* parent = nullptr);
   ~MenuView() override;
 
+  /// What the view shows; null for none.
   [[nodiscard]] std::shared_ptr<Menu> menu() const;
+  /// Shows `menu` instead of the one before; null shows none.
   void setMenu(std::shared_ptr<Menu> menu);
 
   /// The item that `action` stands for; null when it is none of this view's own.
@@ -74,6 +78,7 @@ class KVL_EXPORT MenuView : public QMenu {
   /// Takes over now what has changed in the model, instead of when the event loop runs.
   void refresh();
 
+  /// As large as the items need.
   [[nodiscard]] QSize sizeHint() const override;
 
  Q_SIGNALS:
@@ -83,7 +88,9 @@ class KVL_EXPORT MenuView : public QMenu {
   void itemChosen(const std::shared_ptr<kvl::MenuItem>& item);
 
  protected:
+  /// As Qt asks, while it measures or draws the item of `action`.
   void initStyleOption(QStyleOptionMenuItem* option, const QAction* action) const override;
+  /// Follows font, style and language, and knows the keys of menus.
   bool event(QEvent* event) override;
 
  private:

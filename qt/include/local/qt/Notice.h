@@ -15,9 +15,11 @@ class KVL_EXPORT Notice : public QLabel {
   Q_OBJECT
 
  public:
+  /// Hidden until there is something to say.
   explicit Notice(QWidget* parent = nullptr);
   ~Notice() override;
 
+  /// Shows `text` in the usual colour; an empty one takes the notice away.
   void showOutcome(const QString& text);
   /// The same in a colour of its own, on a light and on a dark ground.
   void showError(const QString& text);

@@ -30,10 +30,13 @@ class KVL_EXPORT ProgressView : public QWidget {
   explicit ProgressView(std::shared_ptr<const Progress> progress, QWidget* parent = nullptr);
   ~ProgressView() override;
 
+  /// What the view shows; null for none.
   [[nodiscard]] std::shared_ptr<const Progress> progress() const;
+  /// Shows `progress` instead of the one before; null shows none.
   void setProgress(std::shared_ptr<const Progress> progress);
 
  protected:
+  /// Follows the record, and shows the tool tip.
   bool event(QEvent* event) override;
 
  private:

@@ -34,7 +34,9 @@ class KVL_EXPORT SegmentedControlView : public QWidget {
                                 QWidget* parent = nullptr);
   ~SegmentedControlView() override;
 
+  /// What the view shows; null for none.
   [[nodiscard]] std::shared_ptr<SegmentedControl> control() const;
+  /// Shows `control` instead of the one before; null shows none.
   void setControl(std::shared_ptr<SegmentedControl> control);
 
   /// Room for a few segments: when there is less than all need, they are narrower than they wish.
@@ -46,8 +48,11 @@ class KVL_EXPORT SegmentedControlView : public QWidget {
   void segmentChosen(int index);
 
  protected:
+  /// Follows what the view is told of while the event loop runs.
   bool event(QEvent* event) override;
+  /// Follows the direction of the layout.
   void changeEvent(QEvent* event) override;
+  /// The keys named above; others are passed on.
   void keyPressEvent(QKeyEvent* event) override;
 
  private:

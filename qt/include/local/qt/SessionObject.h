@@ -35,21 +35,33 @@ class ImageSource;
 /// receivers of signals may destroy this object.
 class KVL_EXPORT SessionObject : public QObject {
   Q_OBJECT
+  /// See `state`.
   Q_PROPERTY(State state READ state NOTIFY stateChanged)
+  /// See `isEstablished`.
   Q_PROPERTY(bool established READ isEstablished NOTIFY stateChanged)
+  /// See `stateText`.
   Q_PROPERTY(QString stateText READ stateText NOTIFY stateChanged)
+  /// See `errorText`.
   Q_PROPERTY(QString errorText READ errorText NOTIFY stateChanged)
+  /// See `progress`.
   Q_PROPERTY(double progress READ progress NOTIFY progressChanged)
+  /// See `progressText`.
   Q_PROPERTY(QString progressText READ progressText NOTIFY progressChanged)
+  /// See `progressDetail`.
   Q_PROPERTY(QString progressDetail READ progressDetail NOTIFY progressChanged)
+  /// See `eventSource`.
   Q_PROPERTY(QString eventSource READ eventSource WRITE setEventSource NOTIFY eventSourceChanged)
 
  public:
+  /// As `KVLSessionState`, for QML.
   enum State { Connecting, Established, Disconnected, Recovering, Ended };
   Q_ENUM(State)
 
+  /// Receives the outcome of a fetch or of a submission.
   using Handler = std::function<void(const Fetched& fetched)>;
+  /// Receives the outcome of a download.
   using DownloadHandler = std::function<void(const KVLEncoding::DownloadResult& result)>;
+  /// Receives the picture, null where there is none, and how it was fetched.
   using ImageHandler = std::function<void(const QImage& image, const Fetched& fetched)>;
 
   /// Makes a session of its own with the shared notary, whose keys are made in the background, and
@@ -63,7 +75,10 @@ class KVL_EXPORT SessionObject : public QObject {
 
   /// @name What was told last
   /// @{
+
+  /// What the session's observers were told last.
   [[nodiscard]] State state() const;
+  /// Whether requests are sent now.
   [[nodiscard]] bool isEstablished() const { return state() == Established; }
   /// "Established", for the user.
   [[nodiscard]] QString stateText() const;
@@ -71,16 +86,21 @@ class KVL_EXPORT SessionObject : public QObject {
   [[nodiscard]] QString errorText() const;
   /// The completed share, between 0 and 1.
   [[nodiscard]] double progress() const;
+  /// What is going on, for the user (`ProgressState::localizedDescription`).
   [[nodiscard]] QString progressText() const;
+  /// More about it (`ProgressState::localizedAdditionalDescription`).
   [[nodiscard]] QString progressDetail() const;
   /// @}
 
   /// The source of the event stream as it was set here.
   [[nodiscard]] QString eventSource() const;
+  /// As `KVLSession::setEventStreamSource`.
   void setEventSource(const QString& source);
 
   /// @name Fetches and submissions, as in `KVLEncoding`
   /// @{
+
+  /// As `KVLEncoding::jsonFromSession`.
   Exchange json(const QString& path, QObject* context, Handler handler,
                 RequestOptions options = {});
   /// @param size in points; an empty one leaves the image its own. The picture has as many pixels
@@ -89,6 +109,7 @@ class KVL_EXPORT SessionObject : public QObject {
   ///   has to run, too, where this object lives on another thread.
   Exchange image(const QString& path, QSize size, QObject* context, ImageHandler handler,
                  RequestOptions options = {});
+  /// As `KVLEncoding::submit`.
   Exchange submit(const Value& root, const QString& path, QObject* context, Handler handler,
                   RequestOptions options = {});
   /// An answer that is no document is no error here. The handler of a form for the browser is
@@ -96,10 +117,13 @@ class KVL_EXPORT SessionObject : public QObject {
   Exchange submitForm(const Dictionary& form, const std::optional<Array>& inputs,
                       const QString& path, QObject* context, Handler handler,
                       KVLEncoding::FormOptions options = {});
+  /// As `KVLEncoding::downloadFromSession`.
+  /// @param file where the answer is put, as `QFile` names files
   Exchange download(const QString& path, const QString& file, QObject* context,
                     DownloadHandler handler, KVLEncoding::DownloadOptions options = {});
   /// @}
 
+  /// The session that is shown; never null.
   [[nodiscard]] std::shared_ptr<KVLSession> session() const;
   /// The queue of this object's thread, see `queueOf`.
   [[nodiscard]] std::shared_ptr<DispatchQueue> queue() const;
@@ -109,9 +133,9 @@ class KVL_EXPORT SessionObject : public QObject {
   Q_INVOKABLE void end();
 
  Q_SIGNALS:
-  void stateChanged();
-  void progressChanged();
-  void eventSourceChanged();
+  void stateChanged();        ///< state, state text or error text
+  void progressChanged();     ///< share or texts
+  void eventSourceChanged();  ///< by `setEventSource`
   /// All events that have come since the last time, in order. While the thread does not keep up the
   /// latest 10,000 wait, fewer if they are large.
   void eventsReceived(const QList<kvl::qt::Event>& events);

@@ -14,10 +14,12 @@ class KVL_EXPORT TextDelegate : public QStyledItemDelegate {
   Q_OBJECT
 
  public:
+  /// For one view or several.
   explicit TextDelegate(QObject* parent = nullptr);
   ~TextDelegate() override;
 
  protected:
+  /// Sets alignment and direction by the text's own letters.
   void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override;
 };
 
