@@ -59,6 +59,7 @@ template <class Options>
 void addCommonOptions(CLI::App& app, Options& options) {
   options.state = StateDirectory::defaultPath();
   app.add_option("--state", options.state, "Directory of the authority and of service.url")
+      ->type_name("DIR")
       ->capture_default_str();
   app.add_flag("--new-ca", options.newAuthority, "Make a new authority, even if there is one");
 }
@@ -138,7 +139,8 @@ std::variant<ServiceOptions, int> parseServiceOptions(int count, char** argument
   addDuration(app, "--patience", options.patience,
               "Seconds of silence that end a handshake or a request");
   app.add_option("--documents", options.documents, "Directory whose files are served")
-      ->check(CLI::ExistingDirectory);
+      ->type_name("DIR")
+      ->check(CLI::ExistingDirectory.description(""));
   app.add_option("--server-name", options.serverNames,
                  "Name or address in the server certificate instead of localhost, 127.0.0.1 and "
                  "::1; may be repeated");

@@ -5,6 +5,10 @@ install(TARGETS kvlocal-devnotary kvlocal-devservice
 install(FILES ${PROJECT_SOURCE_DIR}/docs/man/kvlocal-devnotary.1
   ${PROJECT_SOURCE_DIR}/docs/man/kvlocal-devservice.1
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT development)
+include(${PROJECT_SOURCE_DIR}/packaging/Completions.cmake)
+foreach(program kvlocal-devnotary kvlocal-devservice)
+  kvl_install_completions(${program} COMPONENT development)
+endforeach()
 install(FILES
   ${PROJECT_SOURCE_DIR}/devservice/notary/korvale.vandrel.local.notaryProtocol.xml
   DESTINATION ${CMAKE_INSTALL_DATADIR}/dbus-1/interfaces COMPONENT development)

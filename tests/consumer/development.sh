@@ -18,7 +18,8 @@ documents=$prefix/share/doc/kvlocal
 
 echo '== what is there'
 for file in bin/kvlocal-devnotary bin/kvlocal-devservice share/man/man1/kvlocal-devnotary.1 \
-  share/man/man1/kvlocal-devservice.1 \
+  share/man/man1/kvlocal-devservice.1 share/bash-completion/completions/kvlocal-devnotary \
+  share/zsh/site-functions/_kvlocal-devservice share/fish/vendor_completions.d/kvlocal-devnotary.fish \
   share/dbus-1/interfaces/korvale.vandrel.local.notaryProtocol.xml \
   share/doc/kvlocal/protocol.md share/doc/kvlocal/schemas/menu.schema.json \
   share/doc/kvlocal/examples/console/main.cpp share/doc/kvlocal/examples/service/service.py \

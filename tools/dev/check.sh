@@ -65,7 +65,7 @@ check_scripts() {
     note 'shellcheck is not installed'
     return 0
   fi
-  shellcheck --external-sources dev .ci/run packaging/kvlocal.bash-completion \
+  shellcheck --external-sources dev .ci/run packaging/completions/kvlocal.bash \
     tools/dev/*.sh
   tree_files 'tests/*.sh' | xargs --no-run-if-empty shellcheck
 }
