@@ -82,6 +82,9 @@ check_reference() {
 # What pages lead to exists.
 check_links() { python3 tools/dev/links.py; }
 
+# What uses Linux's own means stands on the page for other systems.
+check_porting() { python3 tools/dev/porting.py; }
+
 # The host that the README shows is the one that is compiled.
 check_readme() {
   local shown
@@ -109,7 +112,7 @@ check_mutations() {
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers reference arrows promises symptoms paths links lengths scripts mutations goals readme tidy; do
+  for part in format headers reference arrows promises symptoms paths links porting lengths scripts mutations goals readme tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done

@@ -8,11 +8,12 @@ packages_for_reference() { echo reference; }
 # The warnings of doxygen, each of which is a fault, with paths from the tree's root. HTML is always
 # made: some warnings come only while it is written.
 make_reference() {
-  local version
+  local version pages
   version=$(sed -n "s/^project(.* VERSION \([0-9.]*\).*/\1/p" CMakeLists.txt)
+  mapfile -t pages < <(tree_files '*.md')
   rm -rf "$reference_folder/html"
   mkdir -p "$reference_folder"
-  sed "s/@version@/$version/" packaging/Doxyfile.in >"$reference_folder/Doxyfile"
+  sed "s/@version@/$version/; s#@pages@#${pages[*]}#" packaging/Doxyfile.in >"$reference_folder/Doxyfile"
   if doxygen "$reference_folder/Doxyfile" >"$reference_folder/log" 2>&1; then return; fi
   sed "s#$PWD/##" "$reference_folder/log"
   return 1
