@@ -37,6 +37,7 @@ inline constexpr double KVLEventStreamStateTimeoutInterval = 3600.0;
 /// needs both this monitor and the session's takes this one first.
 class KVL_EXPORT KVLEventStreamState {
  public:
+  /// Without a task.
   KVLEventStreamState();
   /// With other surroundings than the process's; for the framework itself.
   KVL_INTERNAL explicit KVLEventStreamState(std::shared_ptr<const kvl::Environment> environment);

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string_view>
 
+/// What extends the platform's classes: the status of responses, dates as text, sizes of images,
+/// and the bodies of forms.
 namespace KVLExtensions {
 
 /// Domain of the errors of the multipart writer.

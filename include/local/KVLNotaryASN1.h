@@ -25,6 +25,7 @@ class KVL_EXPORT KVLNotaryASN1 {
   /// Lengths from here on are refused, although two length octets could carry up to 65535.
   static constexpr std::uint64_t kLengthLimit = 32768;
 
+  /// A writer that has written nothing.
   KVLNotaryASN1();
   ~KVLNotaryASN1();
   KVLNotaryASN1(const KVLNotaryASN1&) = delete;

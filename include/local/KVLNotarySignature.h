@@ -26,6 +26,7 @@ class SessionSection;
 /// `docs/architecture.md`); each setter takes one.
 class KVL_EXPORT KVLNotarySignature {
  public:
+  /// A signature of nothing yet: everything absent or null.
   KVLNotarySignature();
   /// With other surroundings than the process's; for the framework itself.
   KVL_INTERNAL explicit KVLNotarySignature(std::shared_ptr<const kvl::Environment> environment);

@@ -1,5 +1,8 @@
 /// @file
 /// Everything that a host needs.
+
+/// @namespace kvl
+/// What the classes of the framework are made of: values, errors, queues, requests, keys, menus.
 #pragma once
 
 #include <local/KVLCertificateRequest.h>

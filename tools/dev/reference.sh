@@ -11,10 +11,13 @@ make_reference() {
   local version pages
   version=$(sed -n "s/^project(.* VERSION \([0-9.]*\).*/\1/p" CMakeLists.txt)
   mapfile -t pages < <(tree_files '*.md')
-  rm -rf "$reference_folder/html"
+  rm -rf "${reference_folder:?}"/{html,xml}
   mkdir -p "$reference_folder"
   sed "s/@version@/$version/; s#@pages@#${pages[*]}#" packaging/Doxyfile.in >"$reference_folder/Doxyfile"
-  if doxygen "$reference_folder/Doxyfile" >"$reference_folder/log" 2>&1; then return; fi
+  if doxygen "$reference_folder/Doxyfile" >"$reference_folder/log" 2>&1; then
+    python3 tools/dev/undocumented.py "$reference_folder/xml"
+    return
+  fi
   sed "s#$PWD/##" "$reference_folder/log"
   return 1
 }

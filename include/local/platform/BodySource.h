@@ -28,6 +28,7 @@ class BodyFeed;
 /// for it, and makes no other.
 class KVL_EXPORT BodySource {
  public:
+  /// A source that no task has used.
   BodySource();
   /// A copy is a source of its own, which no task has used.
   BodySource(const BodySource& other);

@@ -17,8 +17,10 @@ namespace kvl {
 /// What answers a challenge: a client identity, or the trust that was accepted. Immutable.
 class KVL_EXPORT Credential {
  public:
-  /// How long a credential is remembered. Only `none` exists: credentials are never stored.
-  enum class Persistence : std::uint8_t { none };
+  /// How long a credential is remembered.
+  enum class Persistence : std::uint8_t {
+    none,  ///< not at all: credentials are never stored
+  };
 
   /// An identity and the certificates that are presented with its own.
   Credential(IdentityRef identity, std::vector<CertificateRef> certificates,
@@ -86,10 +88,10 @@ struct Challenge {
 
 /// Answers to a challenge, with the platform's numeric values.
 enum class ChallengeDisposition : std::int64_t {
-  useCredential = 0,
-  performDefaultHandling = 1,
-  cancelChallenge = 2,
-  rejectProtectionSpace = 3,
+  useCredential = 0,           ///< with the credential that goes with the answer
+  performDefaultHandling = 1,  ///< refusal, of server trust and of client certificates
+  cancelChallenge = 2,         ///< refusal
+  rejectProtectionSpace = 3,   ///< refusal
 };
 
 /// Takes the answer. May be called from any thread; the first call counts, later ones are ignored.

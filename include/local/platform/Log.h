@@ -39,22 +39,27 @@ KVL_EXPORT LogSink setLogSink(LogSink sink);
 /// anything but the sinks. Its category is `general`, its level `notice`.
 KVL_EXPORT void logLine(std::string_view line);
 
-/// How much a line matters, the least first. An `error` says that something asked for was not done,
-/// a `warning` that something was ignored or is wrong and work goes on; `info` is the usual course.
-enum class LogLevel : std::uint8_t { debug, info, notice, warning, error };
+/// How much a line matters, the least first.
+enum class LogLevel : std::uint8_t {
+  debug,    ///< for developers
+  info,     ///< the usual course
+  notice,   ///< what has no level of its own
+  warning,  ///< something was ignored or is wrong, and work goes on
+  error,    ///< something asked for was not done
+};
 
 /// What a line is about. Lines written without a category are `general`.
 enum class LogCategory : std::uint8_t {
-  general,
-  session,
-  notary,
-  events,
-  loading,
-  documents,
-  menus,
-  images,
-  keys,
-  desktop
+  general,    ///< what has no other, such as lines of a host's
+  session,    ///< states, renewals, challenges
+  notary,     ///< the notary's channel and its replies
+  events,     ///< the event stream
+  loading,    ///< requests and their errors
+  documents,  ///< values that are not as expected, texts with dates, forms
+  menus,      ///< descriptions of menus
+  images,     ///< images and their decoder
+  keys,       ///< key pairs and where they are kept
+  desktop,    ///< web addresses and errors that are to be shown
 };
 
 /// The category's name in the log: "session" for `LogCategory::session`, and so on. Static storage.

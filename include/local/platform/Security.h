@@ -31,9 +31,15 @@ struct CertificateMaterial;
 class KVL_EXPORT Key {
  public:
   /// Which half of a pair.
-  enum class Class : std::uint8_t { publicKey, privateKey };
-  /// `rsa` is the only type that the framework makes; every other type counts as `other`.
-  enum class Type : std::uint8_t { rsa, other };
+  enum class Class : std::uint8_t {
+    publicKey,   ///< what others may know
+    privateKey,  ///< what signs
+  };
+  /// What kind of key.
+  enum class Type : std::uint8_t {
+    rsa,    ///< the only one that the framework makes
+    other,  ///< every other one
+  };
 
   /// For the security implementation only: hosts obtain keys from its operations.
   explicit Key(std::unique_ptr<const security::KeyMaterial> material) noexcept;

@@ -68,7 +68,11 @@ enum class ContentKind {
 
 /// Which of the requests that wait for a connection to one host goes first: the higher one, and
 /// among equals the one that came first. A low one may wait for as long as others come.
-enum class RequestPriority : std::uint8_t { low, usual, high };
+enum class RequestPriority : std::uint8_t {
+  low,    ///< after all others
+  usual,  ///< in the order in which they came
+  high,   ///< before all others
+};
 
 /// An HTTP request. A plain value: copies are independent, but share a body's source.
 class KVL_EXPORT URLRequest {

@@ -139,7 +139,12 @@ struct BodyReceiver {
 class KVL_EXPORT DataTask {
  public:
   /// With the platform's numeric values.
-  enum class State : std::int64_t { running = 0, suspended = 1, canceling = 2, completed = 3 };
+  enum class State : std::int64_t {
+    running = 0,    ///< it waits for its turn, is sent or is being answered
+    suspended = 1,  ///< made, and not yet resumed
+    canceling = 2,  ///< cancelled; its completion is on the way
+    completed = 3,  ///< its completion is due, or has been delivered
+  };
 
   virtual ~DataTask();
   /// Counts up from 1 over all session objects of the process.

@@ -45,16 +45,16 @@ class KVL_EXPORT Value {
  public:
   /// What a value is. It never changes but by assignment.
   enum class Kind : std::uint8_t {
-    null,
-    boolean,
-    integer,
-    real,
-    date,
-    string,
-    data,
-    array,
-    dictionary,
-    object,
+    null,        ///< stands for absence
+    boolean,     ///< a number that is true or false
+    integer,     ///< a number of 64 bits with a sign
+    real,        ///< a floating number of 64 bits
+    date,        ///< a `Date`
+    string,      ///< a text
+    data,        ///< bytes
+    array,       ///< values in order
+    dictionary,  ///< values under keys
+    object,      ///< an `Object` of a class of its own
   };
 
   Value() noexcept = default;
@@ -197,6 +197,7 @@ class KVL_EXPORT Value {
 /// object.
 class KVL_EXPORT String {
  public:
+  /// The empty text.
   String() : String(std::string_view()) {}
   /// A copy of the text, which may hold NUL.
   String(std::string_view text) : value_(text) {}
@@ -276,6 +277,7 @@ class KVL_EXPORT Number {
 /// An ordered list of values, shared by reference. Changing it never changes another copy.
 class KVL_EXPORT Array {
  public:
+  /// An empty array.
   Array();
   /// An array that holds one array is `Array{Value(inner)}`: of `Array{inner}` some compilers make
   /// a copy of `inner`.
@@ -320,6 +322,7 @@ class KVL_EXPORT Dictionary {
   /// A key, which stays valid while the dictionary is neither changed nor destroyed, and its value.
   using Entry = std::pair<std::string_view, Value>;
 
+  /// An empty dictionary.
   Dictionary();
   /// Of several entries with one key the last one counts.
   Dictionary(std::initializer_list<Entry> entries);

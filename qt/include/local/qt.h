@@ -4,6 +4,9 @@
 ///
 /// Everything in `kvl::qt` belongs to the GUI thread, while what it shows may change on any thread:
 /// the views follow on theirs. Link `KVLocal::qt6`.
+
+/// @namespace kvl::qt
+/// What hosts with Qt use.
 #pragma once
 
 #include <local/qt/Conversions.h>

@@ -26,8 +26,11 @@ class KVL_EXPORT DocumentModel : public QAbstractItemModel {
   Q_OBJECT
 
  public:
-  /// The columns: what a value is called within its parent, and the value.
-  enum Column { KeyColumn, ValueColumn };
+  /// The columns, in this order.
+  enum Column {
+    KeyColumn,    ///< what the value is called within its parent
+    ValueColumn,  ///< the value, in one line
+  };
   Q_ENUM(Column)
 
   /// Besides the usual ones of each column. In QML: "key", "value", "kind" and "text".

@@ -30,15 +30,19 @@ class KVL_EXPORT EventListModel : public QAbstractListModel {
 
  public:
   /// The columns, in this order.
-  enum Column { IdentifierColumn, NameColumn, DataColumn };
+  enum Column {
+    IdentifierColumn,  ///< `KVLEvent::identifier`
+    NameColumn,        ///< `KVLEvent::event`
+    DataColumn,        ///< `KVLEvent::data`, in one line
+  };
   Q_ENUM(Column)
 
   /// Besides the usual ones of each column. In QML: "name", "data", "identifier" and "time".
   enum Role {
-    NameRole = Qt::UserRole + 1,  ///< the text as it stands; so are the next two
-    DataRole,
-    IdentifierRole,
-    TimeRole,  ///< when it came here, a `QDateTime`
+    NameRole = Qt::UserRole + 1,  ///< the name as it stands
+    DataRole,                     ///< the data as they stand
+    IdentifierRole,               ///< the identifier as it stands
+    TimeRole,                     ///< when it came here, a `QDateTime`
   };
   Q_ENUM(Role)
 

@@ -26,6 +26,7 @@ namespace kvl::qt {
 /// the one made last answers; they may be destroyed in any order.
 class KVL_EXPORT Integration {
  public:
+  /// Takes over from the one before, if one lives.
   Integration();
   ~Integration();
   Integration(const Integration&) = delete;

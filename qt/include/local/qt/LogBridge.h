@@ -22,6 +22,7 @@ namespace kvl::qt {
 /// opposite order. Then the sink of records that was set before is set again.
 class KVL_EXPORT LogBridge {
  public:
+  /// Takes over from the one before, if one lives.
   LogBridge();
   ~LogBridge();
   LogBridge(const LogBridge&) = delete;

@@ -54,7 +54,13 @@ class KVL_EXPORT SessionObject : public QObject {
 
  public:
   /// As `KVLSessionState`, for QML.
-  enum State { Connecting, Established, Disconnected, Recovering, Ended };
+  enum State {
+    Connecting,    ///< nothing has completed yet
+    Established,   ///< requests are sent
+    Disconnected,  ///< there is no identity
+    Recovering,    ///< the next attempt follows soon
+    Ended,         ///< for good
+  };
   Q_ENUM(State)
 
   /// Receives the outcome of a fetch or of a submission.
