@@ -79,8 +79,10 @@ check_reference() {
   make_reference
 }
 
-# What pages lead to exists.
-check_links() { python3 tools/dev/links.py; }
+# What pages lead to exists, and what looks at pages would tell.
+check_links() {
+  (cd tools/dev && python3 -B pages_test.py --quiet 2>&1) && python3 tools/dev/links.py
+}
 
 # What uses Linux's own means stands on the page for other systems.
 check_porting() { python3 tools/dev/porting.py; }
