@@ -87,13 +87,9 @@ check_links() {
 # What uses Linux's own means stands on the page for other systems.
 check_porting() { python3 tools/dev/porting.py; }
 
-# The host that the README shows is the one that is compiled.
-check_readme() {
-  local shown
-  shown=$(awk '/^```cpp$/ { on = 1; next } /^```$/ { if (on) exit } on' README.md)
-  [ "$shown" == "$(cat examples/minimal/main.cpp)" ] && return
-  note 'the first C++ block of README.md differs from examples/minimal/main.cpp'
-  return 1
+# The code that guides and the README show is the one that is compiled.
+check_shown() {
+  (cd tools/dev && python3 -B shown_test.py --quiet 2>&1) && python3 -B tools/dev/shown.py
 }
 
 # The goals of speed are judged by what was measured.
@@ -114,7 +110,7 @@ check_mutations() {
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers reference arrows promises symptoms paths links porting lengths scripts mutations goals readme tidy; do
+  for part in format headers reference arrows promises symptoms paths links porting lengths scripts mutations goals shown tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done
