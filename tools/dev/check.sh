@@ -47,7 +47,9 @@ belongs_to_own_project() {
 check_promises() { python3 tools/dev/promises.py; }
 
 # Each log line, complaint and error code is explained, and the paths that pages name are there.
-check_symptoms() { python3 tools/dev/symptoms.py; }
+check_symptoms() {
+  (cd tools/dev && python3 -B symptoms_test.py --quiet 2>&1) && python3 tools/dev/symptoms.py
+}
 check_paths() { python3 tools/dev/paths.py; }
 
 # Which folder may include which; tools/dev/arrows.py has the table.

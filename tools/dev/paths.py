@@ -6,8 +6,8 @@ import subprocess
 import sys
 
 # A name with one of these is a file, with or without a folder; the rest begins with a folder of the tree.
-SOURCE = re.compile(r"[\w.+…*{},/-]+\.(?:cpp|h|in|py|sh|md|txt|cmake|qml|js|map|svg|png|patch|supp|yml|po|pot)")
-PATH = re.compile(r"[\w.+-]+/[\w.+…*{},/-]*")
+SOURCE = re.compile(r"[\w.+…*/-]+\.(?:cpp|h|in|py|sh|md|txt|cmake|qml|js|map|svg|png|patch|supp|yml|po|pot)")
+PATH = re.compile(r"[\w.+-]+/[\w.+…*/-]*")
 # What programs make, and what belongs to a host or an installation.
 ELSEWHERE = re.compile(r"build/|dist/|local/|kvlocal/|main\.cpp$|KVLocalConfig")
 
@@ -41,10 +41,11 @@ def named_paths(page, folders):
     fenced = False
     for number, line in enumerate(page.read_text().splitlines(), 1):
         fenced ^= line.lstrip().startswith("```")
-        for text in [] if fenced else re.findall(r"(?<!`)`([^`]+)`(?!`)", line):
-            is_path = SOURCE.fullmatch(text) or (PATH.fullmatch(text) and text.split("/")[0] in folders)
-            if is_path and not ELSEWHERE.match(text):
-                yield from ((number, path) for path in spread(text))
+        quoted = [] if fenced else re.findall(r"(?<!`)`([^`]+)`(?!`)", line)
+        for path in itertools.chain.from_iterable(map(spread, quoted)):
+            is_path = SOURCE.fullmatch(path) or (PATH.fullmatch(path) and path.split("/")[0] in folders)
+            if is_path and not ELSEWHERE.match(path):
+                yield number, path
 
 
 def faults(names):
