@@ -16,13 +16,13 @@ def label(page, anchor):
 
 
 def redirected(page, link):
-    """The first heading is the page itself."""
+    """To a page from the root of the tree, where doxygen looks first of all. The first heading is the page."""
     path, _, anchor = link.partition("#")
     target = page.parent / path if path else page
-    if not anchor or target.suffix != ".md" or not target.exists():
+    if target.suffix != ".md" or not target.exists():
         return link
-    levels = {name: level for _, level, name in anchors(target.read_text())}
-    return f"#{label(target, anchor)}" if levels.get(anchor, 1) > 1 else target.name
+    levels = {name: level for _, level, name in anchors(target.read_text())} if anchor else {}
+    return f"#{label(target, anchor)}" if levels.get(anchor, 1) > 1 else os.path.relpath(target)
 
 
 def filtered(page):

@@ -45,10 +45,12 @@ class LinksTest(InFolder):
         self.assertEqual(list(links.anchors(text)), [])
 
     def test_doxygen_is_led_to_headings_of_other_pages(self):
-        self.page.write_text("# Page\n\n## Here\n\nSee [it](other.md#twice), [here](#here), [all](other.md#other).\n")
-        text = page_filter.filtered(self.page)
-        self.assertIn("## Here {#page--here}", text)
-        self.assertIn("[it](#other--twice), [here](#page--here), [all](other.md).", text)
+        page = pathlib.Path("part/page.md")
+        page.parent.mkdir()
+        page.write_text("# Page\n\n## Here\n\nSee [it](../other.md#twice), [here](#here), [all](../other.md#other).\n")
+        text = page_filter.filtered(page)
+        self.assertIn("## Here {#part-page--here}", text)
+        self.assertIn("[it](#other--twice), [here](#part-page--here), [all](other.md).", text)
 
 
 class PortingTest(InFolder):
