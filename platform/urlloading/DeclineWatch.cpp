@@ -1,5 +1,6 @@
 #include "platform/urlloading/DeclineWatch.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 #include <utility>
@@ -7,9 +8,13 @@
 namespace kvl::urlloading {
 namespace {
 
+// As libcurl 7.88 spells it, and as later versions do.
 constexpr std::string_view kStream = "Using Stream ID: ";
+constexpr std::string_view kLaterStream = "[HTTP/2] [";
+constexpr std::string_view kLaterStreamEnd = "] OPENED stream for ";
 constexpr std::string_view kRefused = "REFUSED_STREAM, ";
-constexpr std::string_view kGoAway = "recveived GOAWAY, ";  // as libcurl 7.88 spells it
+constexpr std::string_view kGoAway = "recveived GOAWAY, ";
+constexpr std::string_view kLaterGoAway = "received GOAWAY, ";
 constexpr std::string_view kLastStream = "last_stream=";
 
 // The number that follows upon `label`.
@@ -20,6 +25,19 @@ std::optional<std::uint32_t> numberAfter(std::string_view label, std::string_vie
   std::uint32_t number = 0;
   const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
   return result.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+// The number of the exchange's stream, where the text tells it.
+std::optional<std::uint32_t> streamIn(std::string_view text) {
+  if (text.starts_with(kStream)) return numberAfter(kStream, text);
+  if (!text.starts_with(kLaterStream)) return std::nullopt;
+  text.remove_prefix(kLaterStream.size());
+  const auto rest = text.substr(std::min(text.find(']'), text.size()));
+  return rest.starts_with(kLaterStreamEnd) ? numberAfter({}, text) : std::nullopt;
+}
+
+bool isGoAway(std::string_view text) {
+  return text.starts_with(kGoAway) || text.starts_with(kLaterGoAway);
 }
 
 }  // namespace
@@ -58,11 +76,11 @@ int DeclineWatch::onDebug(CURL*, curl_infotype kind, char* bytes, std::size_t si
 }
 
 void DeclineWatch::take(std::string_view text) noexcept {
-  if (text.starts_with(kStream)) {
-    if (const auto stream = numberAfter(kStream, text)) setStream(*stream);
+  if (const auto stream = streamIn(text)) {
+    setStream(*stream);
   } else if (text.starts_with(kRefused)) {
     refused_ = true;
-  } else if (text.starts_with(kGoAway) && connection_) {
+  } else if (isGoAway(text) && connection_) {
     if (const auto last = numberAfter(kLastStream, text)) connection_->noteLastStream(*last);
   }
 }

@@ -28,6 +28,13 @@ const SSL* sslOf(CURL* easy) {
   return static_cast<const SSL*>(info->internals);
 }
 
+// What libcurl says of a line that is longer than it takes: 7.88 that it has no memory, later
+// versions CURLE_TOO_LARGE, which 7.88 does not know.
+bool isOfLongLine(CURLcode code) noexcept {
+  constexpr int kTooLarge = 100;
+  return code == CURLE_OUT_OF_MEMORY || static_cast<int>(code) == kTooLarge;
+}
+
 std::uint16_t portOf(const URL& url) {
   return url.port().value_or(isSecure(url) ? kHTTPSPort : kHTTPPort);
 }
@@ -286,8 +293,7 @@ TaskOutcome Transfer::outcome(CURLcode code) {
   const std::string_view text = request_->urlText();
   if (task_->isCancelled())
     return {std::nullopt, response_, makeURLError(NSURLErrorCancelled, text)};
-  // libcurl says so of a line that is longer than it takes.
-  if (code == CURLE_OUT_OF_MEMORY && sent_ && !head_.isComplete()) refusal_ = Refusal::headTooLarge;
+  if (isOfLongLine(code) && sent_ && !head_.isComplete()) refusal_ = Refusal::headTooLarge;
   if (refusal_ != Refusal::none) return {std::nullopt, response_, refusalError(text)};
   if (code != CURLE_OK) return {std::nullopt, response_, failure(code)};
   if (!response_) return {std::nullopt, nullptr, makeURLError(NSURLErrorBadServerResponse, text)};

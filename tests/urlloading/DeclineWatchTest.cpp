@@ -64,6 +64,15 @@ TEST_F(DeclineWatchTest, AnEndIsAnnouncedMoreThanOnce) {
   EXPECT_TRUE(first_.isDeclined());
 }
 
+TEST_F(DeclineWatchTest, KnowsTheTextsOfLaterVersions) {
+  first_.take("[HTTP/2] [5] OPENED stream for https://localhost/]\n");
+  second_.take("[HTTP/2] [7] OPENED stream for https://localhost/\n");
+  second_.take("[HTTP/2] [3] [:method: GET]\n");
+  first_.take("received GOAWAY, error=0, last_stream=5\n");
+  EXPECT_FALSE(first_.isDeclined());
+  EXPECT_TRUE(second_.isDeclined());
+}
+
 TEST_F(DeclineWatchTest, ARefusedStreamIsOneExchange) {
   first_.take("Using Stream ID: 5 (easy handle 0x7)\n");
   second_.take("Using Stream ID: 7 (easy handle 0x8)\n");
