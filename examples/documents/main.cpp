@@ -18,20 +18,26 @@ void show(const kvl::Dictionary& document) {
     std::cout << "changed: " << changed->description() << '\n';
 }
 
+int fails(const std::string& why) {
+  std::cerr << kvl::printable(why) << std::endl;
+  return 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc != 2) return fails("usage: kvlocal-example-documents PATH");
   kvl::setHostIdentifier("korvale.vandrel.example.documents");
   const auto session = KVLSession::sessionWithNotary(KVLNotary::sharedNotary(), {});
-  const auto established = std::make_shared<kvl::Semaphore>();
-  const auto states = session->observeState([established](KVLSessionState state) {
-    if (state == KVLSessionStateEstablished) established->signal();
-  });
-  if (argc != 2 || !established->waitFor(std::chrono::seconds(30))) return 1;
-  const auto document = KVLEncoding::jsonFromSession(*session, KVLEncoding::RelativePath(argv[1]),
-                                                     KVLEncoding::WaitReason("the example"));
+  const auto failure = session->waitUntilEstablished(std::chrono::seconds(30));
+  if (failure) return fails(kvl::errorText(*failure));
+  std::optional<kvl::Error> timeOut;
+  const auto document =
+      KVLEncoding::jsonFromSession(*session, KVLEncoding::RelativePath(argv[1]),
+                                   KVLEncoding::WaitReason("the example"), &timeOut);
+  if (timeOut) return fails(kvl::errorText(*timeOut));
   const auto dictionary = document ? document->dictionary() : std::nullopt;
-  if (!dictionary) return 1;
+  if (!dictionary) return fails("There is no document; the log says why.");
   show(*dictionary);
   return 0;
 }

@@ -105,6 +105,7 @@ int main(int argc, char** argv) {
       kvl::observeTrace([&metrics](const kvl::TraceRecord& record) { metrics.note(record); });
   const auto session = KVLSession::sessionWithNotary(KVLNotary::sharedNotary(), {});
   const auto failure = session->waitUntilEstablished(std::chrono::seconds(30));
+  if (failure) std::cerr << kvl::printable(kvl::errorText(*failure)) << std::endl;
   for (int i = 1; i < argc && !failure; ++i) {
     kvl::Semaphore isOver;
     session->request(kvl::URLRequest(argv[i]),

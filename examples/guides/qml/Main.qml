@@ -20,9 +20,7 @@ ApplicationWindow {
     }
 
     title: qsTr("Notes (%1)").arg(session.stateText)
-    width: 400
-    height: 300
-    visible: true
+    width: 400; height: 300; visible: true
 
     Session {
         id: session
@@ -51,11 +49,7 @@ ApplicationWindow {
             focus: true
             onAccepted: window.add(text)
         }
-        Label {
-            id: message
-            padding: 6
-            textFormat: Text.PlainText
-        }
+        Label { id: message; padding: 6; textFormat: Text.PlainText }
     }
 
     // For a try without a screen: adds the note in the argument and closes the window when it is listed.

@@ -7,19 +7,16 @@
 #include <QMainWindow>
 #include <QStatusBar>
 #include <QTextStream>
-#include <QVBoxLayout>
+#include <QToolBar>
 
 namespace {
 
 class Window : public QMainWindow {
  public:
   Window() {
-    auto* content = new QWidget;
-    auto* column = new QVBoxLayout(content);
-    column->addWidget(list_);
-    column->addWidget(field_);
-    setCentralWidget(content);
+    setCentralWidget(list_);
     field_->setPlaceholderText("New note");
+    addToolBar("New note")->addWidget(field_);
     statusBar()->addPermanentWidget(new kvl::qt::ProgressView(session_.session()->progress()));
 
     connect(&session_, &Session::stateChanged, this, &Window::reload);
