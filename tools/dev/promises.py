@@ -4,7 +4,7 @@ import re
 import subprocess
 import sys
 
-PAGES = ("docs/security.md", "docs/reliability.md", "docs/protocol.md")
+PAGES = ("docs/security.md", "docs/reliability.md", "docs/protocol.md", "docs/guides/suspend.md")
 NAMED = re.compile(r"`(?:\w+/)?([A-Z]\w+|package|protocol)\.([A-Z]\w+)(?:/\w+)?`")
 DEFINED = re.compile(r"\bTEST(?:_[FP])?\(\s*(\w+),\s*(\w+)\s*\)|\bNAME (package|protocol)\.(\w+)")
 
