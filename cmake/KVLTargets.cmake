@@ -1,13 +1,20 @@
 # How this project's targets are made, so that all have the same flags.
 
 add_library(kvl_warnings INTERFACE)
+target_compile_features(kvl_warnings INTERFACE cxx_std_20)
 # g++ 12 takes the string concatenation of its own library for an overlapping copy when it optimises
 # (https://gcc.gnu.org/bugzilla/show_bug.cgi?id=105651), and a comparison of byte vectors for one of more
 # bytes than there are.
-target_compile_options(kvl_warnings INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow
+target_compile_options(kvl_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual -Wconversion -Wno-sign-conversion
   "$<$<CXX_COMPILER_ID:GNU>:-Wno-dangling-else;-Wno-restrict;-Wno-stringop-overread>"
   "$<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>")
+if(KVL_WERROR)
+  target_compile_options(kvl_warnings INTERFACE -Werror)
+elseif(NOT PROJECT_IS_TOP_LEVEL)
+  # What a project asks of its own sources need not hold for these.
+  target_compile_options(kvl_warnings INTERFACE -Wno-error)
+endif()
 # A source that is included into another one looks like a header to g++, which warns of anonymous
 # namespaces in it.
 target_compile_options(kvl_warnings INTERFACE
@@ -62,6 +69,9 @@ endfunction()
 # of the latter, as a whole, which makes it an eighth smaller. Programs take the finished code: a hundred
 # of them would be compiled once more otherwise.
 set(KVL_WHOLE_LIBRARY $<AND:$<CONFIG:Release>,$<CXX_COMPILER_ID:GNU>>)
+if(KVL_STATIC)  # which any compiler's linker is to take
+  set(KVL_WHOLE_LIBRARY 0)
+endif()
 
 # kvl_component(name SOURCES file... [PRIVATE_LINKS lib...] [LINKS lib...]
 #               [OFTEN | SELDOM])
@@ -93,17 +103,17 @@ function(kvl_program name)
   target_link_options(${name} PRIVATE $<${KVL_WHOLE_LIBRARY}:-fno-lto>)
 endfunction()
 
-# Whoever links libkvlocal.so in this tree needs, to run, the module that is itself linked with it.
-function(kvl_add_late_modules directory)
-  get_property(targets DIRECTORY ${directory} PROPERTY BUILDSYSTEM_TARGETS)
-  foreach(target ${targets})
-    get_target_property(links ${target} LINK_LIBRARIES)
-    if("KVLocal::kvlocal" IN_LIST links)
-      add_dependencies(${target} kvlocal-bus)
-    endif()
-  endforeach()
-  get_property(children DIRECTORY ${directory} PROPERTY SUBDIRECTORIES)
-  foreach(child ${children})
-    kvl_add_late_modules(${child})
-  endforeach()
+# kvl_export(library map): what the library exports, as packaging/<map>.in says, and with which version
+# its symbols are marked: a program that was linked with another soname's does not bind to them.
+# Sanitizers leave their own symbols to the program, and compare type information by address.
+function(kvl_export library map)
+  if(KVL_SANITIZE)
+    return()
+  endif()
+  string(TOUPPER ${library}_${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR} KVL_SYMBOL_VERSION)
+  string(REPLACE - _ KVL_SYMBOL_VERSION ${KVL_SYMBOL_VERSION})
+  set(exports ${CMAKE_CURRENT_BINARY_DIR}/${map})
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/${map}.in ${exports} @ONLY)
+  target_link_options(${library} PRIVATE -Wl,--no-undefined -Wl,--version-script=${exports})
+  set_property(TARGET ${library} APPEND PROPERTY LINK_DEPENDS ${exports})
 endfunction()

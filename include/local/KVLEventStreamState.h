@@ -97,6 +97,6 @@ class KVL_EXPORT KVLEventStreamState {
 
  private:
   friend class kvl::session::StreamSection;
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

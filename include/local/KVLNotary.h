@@ -186,6 +186,6 @@ class KVL_EXPORT KVLNotary {
             std::shared_ptr<const kvl::Environment> environment);
   [[nodiscard]] static const std::shared_ptr<KVLNotary>& processNotary();
 
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

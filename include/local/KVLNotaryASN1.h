@@ -73,6 +73,6 @@ class KVL_EXPORT KVLNotaryASN1 {
   [[nodiscard]] std::optional<kvl::Error> finaliseAsSequence();
 
  private:
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

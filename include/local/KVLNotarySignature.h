@@ -75,6 +75,6 @@ class KVL_EXPORT KVLNotarySignature {
 
  private:
   friend class kvl::session::SessionSection;
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

@@ -306,6 +306,6 @@ class KVL_EXPORT KVLSession final : public kvl::URLSessionDelegate,
 
  private:
   friend class KVLEventStreamState;
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };

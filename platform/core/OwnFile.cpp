@@ -30,7 +30,11 @@ std::filesystem::path thisFile() {
 std::vector<std::filesystem::path> placesBesideLibrary(std::string_view name) {
   const auto folder = thisFile().parent_path();
   if (folder.empty()) return {};
-  return {folder / name, folder.parent_path() / "lib" / name};
+  return {folder / name, folder.parent_path() / "lib" / name,
+#ifdef KVL_INSTALLED_BESIDE  // the library is a part of some program
+          std::filesystem::path(KVL_INSTALLED_BESIDE) / name
+#endif
+  };
 }
 
 }  // namespace kvl::core

@@ -8,8 +8,9 @@
 namespace kvl::core {
 
 // Where a file of the framework's own may lie: `name` beside this library, or beside the programs
-// of a build tree. Absolute, and the same whichever folder the process is in; none when this
-// library's own file is unknown.
+// of a build tree; for programs that are linked with libkvlocal.a, besides, where it was installed.
+// Absolute, and the same whichever folder the process is in; none when this library's own file is
+// unknown.
 [[nodiscard]] std::vector<std::filesystem::path> placesBesideLibrary(std::string_view name);
 
 }  // namespace kvl::core

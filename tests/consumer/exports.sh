@@ -6,7 +6,9 @@ set -euo pipefail
 library=$1 prefixes=$2
 shift 2
 
-exported=$(nm --dynamic --defined-only --extern-only --demangle "$library" | cut -d ' ' -f 3-)
+# The absolute one is the name of the symbols' version.
+exported=$(nm --dynamic --defined-only --extern-only --demangle --without-symbol-versions "$library" |
+  cut -d ' ' -f 2- | sed '/^A /d; s/^. //')
 # Of an instance of a template the name begins with the result.
 own="^(std::optional<kvl::[A-Za-z]+> )?((typeinfo( name)?|vtable|VTT|guard variable|non-virtual thunk) (for|to) )?($prefixes)"
 foreign=$(grep -vE "$own" <<<"$exported" || true)

@@ -9,7 +9,8 @@ packages_for_reference() { echo reference; }
 # made: some warnings come only while it is written.
 make_reference() {
   local version pages
-  version=$(sed -n "s/^project(.* VERSION \([0-9.]*\).*/\1/p" CMakeLists.txt)
+  version=$(sed -n 's/^#define KVL_VERSION_\(MAJOR\|MINOR\|PATCH\) //p' include/local/platform/Version.h |
+    paste -sd.)
   mapfile -t pages < <(tree_files '*.md')
   rm -rf "${reference_folder:?}"/{html,xml}
   mkdir -p "$reference_folder"

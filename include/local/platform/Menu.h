@@ -36,7 +36,7 @@ class KVL_EXPORT Menu {
   [[nodiscard]] Observation observe(std::function<void()> handler);
 
  private:
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

@@ -172,7 +172,7 @@ class KVL_EXPORT MenuItem : public std::enable_shared_from_this<MenuItem> {
 
  private:
   friend struct interface::MenuItemAccess;
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

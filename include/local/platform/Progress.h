@@ -63,7 +63,7 @@ class KVL_EXPORT Progress {
   [[nodiscard]] Observation observe(Handler handler) const;
 
  private:
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   std::unique_ptr<Implementation> implementation_;
 };
 

@@ -68,7 +68,7 @@ class KVL_EXPORT SegmentedControl {
   [[nodiscard]] Observation observe(std::function<void()> handler);
 
  private:
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

@@ -30,7 +30,7 @@ class KVL_EXPORT Semaphore {
   void wait();
 
  private:
-  struct Implementation;
+  struct KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

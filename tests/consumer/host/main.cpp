@@ -33,7 +33,10 @@ void require(bool condition, const char* what) {
 }  // namespace
 
 int main() {
-  kvl::setLogSink([](std::string_view) {});
+  const auto missing = std::make_shared<kvl::Atomic<std::string>>();
+  kvl::setLogSink([missing](std::string_view line) {
+    if (line.find("is not to be had") != line.npos) missing->set(std::string(line));
+  });
   setenv("LC_ALL", "en_US.UTF-8", 1);
 
   const auto session = KVLSession::sessionWithNotary(std::make_shared<RefusingNotary>(), {});
@@ -54,5 +57,10 @@ int main() {
   require(kvl::Image::imageWithData(kvl::Data::fromText(
               "<svg xmlns='http://www.w3.org/2000/svg' width='1' height='1'/>")) != nullptr,
           "the image decoders lie beside the library");
-  std::cout << "the host works\n";
+  require(kvl::localizedUpdateCount(3, "de_DE") == "3 Aktualisierungen",
+          "texts have the languages of the user");
+  require(!kvl::openURL("kvl-unknown-scheme:x"), "nobody opens an unknown URL");
+  require(missing->get().empty(), "all parts of the library are there");
+  require(kvl::version().number == KVL_VERSION, "the library is the one of the headers");
+  std::cout << "the host works with " << kvl::version().text << "\n";
 }

@@ -58,7 +58,7 @@ class KVL_EXPORT FormDialog : public QDialog {
   void submitted(const QString& title, const QString& outcome, bool isGood);
 
  private:
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

@@ -36,7 +36,7 @@ class KVL_EXPORT ImageSource final : public KVLEncodingImageSource {
   void forget();
 
  private:
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::shared_ptr<Implementation> implementation_;
 };
 

@@ -33,7 +33,7 @@ class KVL_EXPORT Integration {
   Integration& operator=(const Integration&) = delete;
 
  private:
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

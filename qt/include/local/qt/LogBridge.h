@@ -29,7 +29,7 @@ class KVL_EXPORT LogBridge {
   LogBridge& operator=(const LogBridge&) = delete;
 
  private:
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

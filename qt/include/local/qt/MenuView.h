@@ -95,7 +95,7 @@ class KVL_EXPORT MenuView : public QMenu {
 
  private:
   friend class MenuContents;
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

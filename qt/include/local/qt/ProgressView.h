@@ -40,7 +40,7 @@ class KVL_EXPORT ProgressView : public QWidget {
   bool event(QEvent* event) override;
 
  private:
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

@@ -56,7 +56,7 @@ class KVL_EXPORT SegmentedControlView : public QWidget {
   void keyPressEvent(QKeyEvent* event) override;
 
  private:
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

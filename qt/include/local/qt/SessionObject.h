@@ -149,7 +149,7 @@ class KVL_EXPORT SessionObject : public QObject {
   void failed(const QString& text);
 
  private:
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 

@@ -72,7 +72,7 @@ class KVL_EXPORT PageRelay : public QObject {
   void requestFailed(const QString& path, const QString& why);
 
  private:
-  class Implementation;
+  class KVL_INTERNAL Implementation;
   const std::unique_ptr<Implementation> implementation_;
 };
 
