@@ -93,7 +93,7 @@ inline constexpr std::int64_t NSURLErrorCannotLoadFromNetwork = -2000;
 /// @name Codes of `NSCocoaErrorDomain`
 /// @{
 
-/// The file could not be read, or became shorter while it was read.
+/// A file became shorter while it was read. Counts as recoverable, where a notary says it.
 inline constexpr std::int64_t NSFileReadUnknownError = 256;
 /// There is no such file. Counts as recoverable; only a host's own notary makes it.
 inline constexpr std::int64_t NSFileReadNoSuchFileError = 260;
@@ -120,7 +120,7 @@ inline constexpr std::int64_t fnfErr = -43;
 inline constexpr std::int64_t errSecParam = -50;
 /// There is no key store, or it did not answer in time.
 inline constexpr std::int64_t errSecNotAvailable = -25291;
-/// The key store holds the item already.
+/// The key store holds the item already; the framework's own never say so.
 inline constexpr std::int64_t errSecDuplicateItem = -25299;
 /// The key store does not hold the item.
 inline constexpr std::int64_t errSecItemNotFound = -25300;

@@ -143,7 +143,7 @@ class KVL_EXPORT DataTask {
     running = 0,    ///< it waits for its turn, is sent or is being answered
     suspended = 1,  ///< made, and not yet resumed
     canceling = 2,  ///< cancelled; its completion is on the way
-    completed = 3,  ///< its completion is due, or has been delivered
+    completed = 3,  ///< its completion is being delivered, or has been
   };
 
   virtual ~DataTask();
