@@ -277,7 +277,7 @@ run_demo() {
     return
   fi
   configure_and_build demo kvlocal-devnotary kvlocal-devservice kvlocal-cli \
-    kvlocal-example-console kvlocal-example-documents >&2
+    kvlocal-example-console kvlocal-example-documents kvlocal-example-minimal >&2
   begin_demo
   start_session
   show_peers
