@@ -1,8 +1,9 @@
 #!/bin/bash
 # usage: symbols.sh [--write] LIST LIBRARY
 # The library exports the symbols of the list, no more and no fewer, all of them with the version of its
-# soname. One marked as optional need not be there: compilers leave out what every host has itself. With
-# --write the list becomes what is exported.
+# soname. One marked as optional need not be there: compilers leave out what every host has itself; and
+# weak functions, which some compilers leave of the standard library's templates, need not be listed.
+# With --write the list becomes what is exported.
 set -euo pipefail
 export LC_ALL=C
 write=false
@@ -16,17 +17,18 @@ list=$1 library=$2
 exported=$(nm --dynamic --defined-only --extern-only --demangle "$library" | cut -d ' ' -f 2- |
   grep -v '^A ' | sort -u)
 names=$(sed 's/^. //; s/@@.*//' <<<"$exported" | sort -u)
+strong=$(sed -n '/^W /d; s/^. //; s/@@.*//p' <<<"$exported" | sort -u)
 listed=$(grep -v '^#' "$list" 2>/dev/null | sed 's/^optional: //' | sort -u || true)
 
 if $write; then
   # What was optional stays it, and so is what is exported as one of several equal definitions.
   optional=$(
     sed -n 's/^optional: //p' "$list" 2>/dev/null || true
-    sed -n 's/^[Wu] //; T; s/@@.*//p' <<<"$exported"
+    sed -n 's/^u //; T; s/@@.*//p' <<<"$exported"
   )
   {
     echo '# What the library exports, kept by ./dev abi --write; docs/versions.md says more.'
-    comm -23 <(echo "$names") <(sort -u <<<"$optional")
+    comm -23 <(echo "$strong") <(sort -u <<<"$optional")
     sort -u <<<"$optional" | sed '/^$/d; s/^/optional: /'
   } >"$list.new"
   mv "$list.new" "$list"
@@ -40,7 +42,7 @@ tell() {
   status=1
 }
 required=$(grep -vE '^(#|optional: )' "$list" | sort -u)
-tell "exported, but not in $list:" "$(comm -23 <(echo "$names") <(echo "$listed"))"
+tell "exported, but not in $list:" "$(comm -23 <(echo "$strong") <(echo "$listed"))"
 tell "in $list, but not exported:" "$(comm -13 <(echo "$names") <(echo "$required"))"
 [ "$status" = 0 ] || echo 'When that is meant: ./dev abi --write, and docs/versions.md for what it means to others.'
 
