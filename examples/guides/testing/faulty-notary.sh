@@ -24,5 +24,5 @@ dbus-daemon --nofork --config-file="$folder/bus.conf" --print-address=3 3>"$fold
 read -r DBUS_SESSION_BUS_ADDRESS <"$folder/address"
 export DBUS_SESSION_BUS_ADDRESS
 kvlocal-devnotary --state "$folder/state" --url https://127.0.0.1:1/ --fault "$fault" &
-gdbus wait --session --timeout 10 korvale.vandrel.local.notary
+gdbus wait --session --timeout 30 korvale.vandrel.local.notary
 "$@"

@@ -12,7 +12,7 @@ int main(int count, char** words) {
     return 1;
   }
   kvl::URLRequest request(words[1]);
-  request.setTotalTimeout(std::chrono::milliseconds(500));
+  request.setTotalTimeout(std::chrono::seconds(3));
   bool isGood = false;
   kvl::Semaphore answered;
   session->request(request, [&](auto body, auto response, auto error) {
