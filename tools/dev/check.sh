@@ -97,6 +97,9 @@ check_shown() {
 # The goals of speed are judged by what was measured.
 check_goals() { (cd tools/dev && python3 -B goals_test.py --quiet 2>&1); }
 
+# The packages' files say what the build says.
+check_packages() { python3 -B tests/packages/agree.py .; }
+
 # The faults of `./dev mutants` are found where they should be, and those with a name still apply.
 check_mutations() {
   local fault stale=0
@@ -112,7 +115,8 @@ check_mutations() {
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers reference arrows promises symptoms paths links porting lengths scripts mutations goals shown tidy; do
+  for part in format headers reference arrows promises symptoms paths links porting lengths scripts packages \
+    mutations goals shown tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi
   done
