@@ -73,13 +73,29 @@ if(KVL_STATIC)  # which any compiler's linker is to take
   set(KVL_WHOLE_LIBRARY 0)
 endif()
 
+# kvl_choose(variable file...)
+# Where only POSIX may be used, a file of that name in the folder portable/ takes the place of the one
+# that uses what Linux and its desktops have besides.
+function(kvl_choose variable)
+  set(chosen)
+  foreach(file ${ARGN})
+    if(KVL_PORTABLE AND EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/portable/${file})
+      list(APPEND chosen portable/${file})
+    else()
+      list(APPEND chosen ${file})
+    endif()
+  endforeach()
+  set(${variable} ${chosen} PARENT_SCOPE)
+endfunction()
+
 # kvl_component(name SOURCES file... [PRIVATE_LINKS lib...] [LINKS lib...]
 #               [OFTEN | SELDOM])
 # One subsystem as a static library. libkvlocal.so takes all of them in; tests link only what they
 # test.
 function(kvl_component name)
   cmake_parse_arguments(ARG "OFTEN;SELDOM" "" "SOURCES;LINKS;PRIVATE_LINKS" ${ARGN})
-  add_library(${name} STATIC ${ARG_SOURCES})
+  kvl_choose(sources ${ARG_SOURCES})
+  add_library(${name} STATIC ${sources})
   set(speed)
   if(ARG_OFTEN)
     set(speed OFTEN)

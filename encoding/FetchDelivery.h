@@ -29,6 +29,14 @@ class Delivery {
 
   Delivery(Handler handler, const RequestOptions& options)
       : handler_(std::move(handler)), queue_(options.queue) {}
+  // A function that was moved away may still hold what it held.
+  Delivery(Delivery&& other) noexcept
+      : handler_(std::exchange(other.handler_, nullptr)),
+        queue_(std::move(other.queue_)),
+        turn_(std::move(other.turn_)) {}
+  Delivery(const Delivery&) = default;
+  Delivery& operator=(const Delivery&) = delete;
+  ~Delivery() = default;
 
   [[nodiscard]] const urlloading::HandlerTurnRef& turn() const noexcept { return turn_; }
   // Whether the result will not be asked for, so that nobody need make it.

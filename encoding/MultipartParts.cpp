@@ -39,11 +39,11 @@ Error noBoundary() {
 }
 
 std::string disposition(std::string_view name) {
-  return format("Content-Disposition: form-data; name=\"%@\"", name);
+  return kvl::format("Content-Disposition: form-data; name=\"%@\"", name);
 }
 
 std::string contentType(std::string_view type) {
-  return format("\nContent-Type: %@", type);
+  return kvl::format("\nContent-Type: %@", type);
 }
 
 // A file as its properties were when its part was made.
@@ -52,7 +52,7 @@ MultipartPart filePart(std::string_view name, const KVLInputFile& file) {
   part.head = disposition(name);
   if (auto filename = file.filename().value_or(""); !filename.empty()) {
     std::ranges::replace(filename, '"', '-');
-    part.head += format("; filename=\"%@\"", filename);
+    part.head += kvl::format("; filename=\"%@\"", filename);
   }
   const auto type = file.contentType().value_or("");
   part.head += contentType(type.empty() ? KVLExtensionsContentTypeOctetStream : type);

@@ -1,5 +1,6 @@
 #include "encoding/PartialFile.h"
 
+#include "encoding/FolderAccess.h"
 #include "platform/core/Random.h"
 
 #include <fcntl.h>
@@ -45,15 +46,6 @@ std::string nameBeside(std::string_view name) {
   return text;
 }
 
-// Not every file system can rename without replacing.
-int moveWithoutReplacing(int folder, const char* from, const char* to) {
-  if (renameat2(folder, from, folder, to, RENAME_NOREPLACE) == 0) return 0;
-  if (errno != EINVAL && errno != ENOSYS) return -1;
-  if (linkat(folder, from, folder, to, 0) != 0) return -1;
-  unlinkat(folder, from, 0);
-  return 0;
-}
-
 }  // namespace
 
 Error PartialFile::failure(int number) const {
@@ -63,7 +55,7 @@ Error PartialFile::failure(int number) const {
 std::optional<Error> PartialFile::open() {
   const std::string name = target_.filename().string();
   if (name.empty() || name == "." || name == "..") return failure(EISDIR);
-  folder_ = ::open(target_.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  folder_ = openFolder(target_.parent_path().c_str());
   if (folder_ < 0) return failure(errno);
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
     const std::string beside = nameBeside(name);

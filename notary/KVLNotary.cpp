@@ -123,6 +123,13 @@ class Completion {
  public:
   Completion(KVLNotary::CompletionHandler handler, ConnectionRef connection)
       : handler_(std::move(handler)), connection_(std::move(connection)) {}
+  // A function that was moved away may still hold what it held.
+  Completion(Completion&& other) noexcept
+      : handler_(std::exchange(other.handler_, nullptr)),
+        connection_(std::move(other.connection_)) {}
+  Completion(const Completion&) = default;
+  Completion& operator=(const Completion&) = delete;
+  ~Completion() = default;
 
   // Both on the reply thread, and one of them once.
   void succeed(const std::shared_ptr<KVLNotarySignature>& signature) {
@@ -195,7 +202,8 @@ void notarise(const std::optional<std::string>& path,
            [handler = std::move(handler), environment](const std::optional<kvl::Dictionary>& reply,
                                                        const std::optional<kvl::Error>& error,
                                                        const ConnectionRef& connection) mutable {
-             completeWithReply(reply, error, Completion(std::move(handler), connection),
+             completeWithReply(reply, error,
+                               Completion(std::exchange(handler, nullptr), connection),
                                environment);
            });
 }
@@ -286,8 +294,8 @@ void KVLNotary::notariseWithCompletionHandler(CompletionHandler completionHandle
   implementation_->keys->whenReady(
       [environment = implementation_->environment, asked = path(),
        handler = std::move(completionHandler)](const kvl::notary::NotaryKeys* keys) mutable {
-        if (!keys) return refuse(std::move(handler), *environment);
-        notarise(asked, keys->request.get(), std::move(handler), environment);
+        if (!keys) return refuse(std::exchange(handler, nullptr), *environment);
+        notarise(asked, keys->request.get(), std::exchange(handler, nullptr), environment);
       });
 }
 

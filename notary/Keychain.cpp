@@ -39,7 +39,7 @@ std::optional<Error> createKeys(KeyStore& store, KeyRef* publicKey, KeyRef* priv
   const Dictionary parameters{{kSecAttrKeyType, query[kSecAttrKeyType]},
                               {kSecAttrApplicationTag, query[kSecAttrApplicationTag]},
                               {kSecAttrKeySizeInBits, std::int64_t{kKeySizeInBits}},
-                              {kSecAttrLabel, format("%@ (%@)", keyTag(), kKeyDescription)},
+                              {kSecAttrLabel, kvl::format("%@ (%@)", keyTag(), kKeyDescription)},
                               {kSecAttrComment, kKeyComment},
                               {kSecAttrDescription, kKeyDescription}};
   const Status status = SecKeyGeneratePair(store, parameters, publicKey, privateKey, begun);

@@ -1,15 +1,10 @@
 #include "platform/core/NoDestructor.h"
+#include "platform/core/SystemLog.h"
 
 #include <local/platform/Log.h>
 #include <local/platform/Mutex.h>
 #include <local/platform/PrintableText.h>
 
-#include <glib.h>
-#include <syslog.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdio>
 #include <utility>
 
 namespace kvl {
@@ -25,52 +20,6 @@ struct SinkHolder {
 SinkHolder& sinkHolder() {
   static NoDestructor<SinkHolder> holder;
   return *holder;
-}
-
-int priorityOf(LogLevel level) {
-  switch (level) {
-    case LogLevel::debug:
-      return LOG_DEBUG;
-    case LogLevel::info:
-      return LOG_INFO;
-    case LogLevel::notice:
-      return LOG_NOTICE;
-    case LogLevel::warning:
-      return LOG_WARNING;
-    case LogLevel::error:
-      return LOG_ERR;
-  }
-  return LOG_NOTICE;
-}
-
-// Unlike sd_journal_print, g_log_writer_journald tells whether the journal took the line.
-bool writeToJournal(const std::string& line, LogCategory category, LogLevel level) {
-  const std::string priority = std::to_string(priorityOf(level));
-  const std::string name(nameOf(category));
-  const std::array<GLogField, 4> fields{{
-      {"MESSAGE", line.c_str(), -1},
-      {"PRIORITY", priority.c_str(), -1},
-      {"GLIB_DOMAIN", "korvale.local", -1},
-      {"KVL_CATEGORY", name.c_str(), -1},
-  }};
-  return g_log_writer_journald(G_LOG_LEVEL_MESSAGE, fields.data(), fields.size(), nullptr) ==
-         G_LOG_WRITER_HANDLED;
-}
-
-// syslog(3) loses lines silently when nobody listens. The host's openlog settings stay untouched.
-bool writeToSyslog(const std::string& line, LogLevel level) {
-  if (access("/dev/log", W_OK) != 0) return false;
-  syslog(LOG_USER | priorityOf(level), "%s", line.c_str());
-  return true;
-}
-
-// Writes one line, which is printable, to the log of the operating system.
-void writeToSystemLog(const std::string& line, LogCategory category, LogLevel level) {
-  const bool taken = writeToJournal(line, category, level) || writeToSyslog(line, level);
-  if (!taken || isatty(STDERR_FILENO) != 0) {
-    const std::string text = line + "\n";
-    std::fwrite(text.data(), 1, text.size(), stderr);
-  }
 }
 
 // A sink keeps the line as it is, but as one line.
@@ -141,7 +90,7 @@ void logLine(LogCategory category, LogLevel level, std::string_view line) {
   SinkHolder& holder = sinkHolder();
   MutexLock lock(holder.mutex);
   if (!holder.sink && !holder.recordSink) {
-    return writeToSystemLog(printable(line), category, level);
+    return core::writeToSystemLog(printable(line), category, level);
   }
   const std::string text = inOneLine(line);
   if (holder.sink) holder.sink(text);

@@ -1,10 +1,10 @@
 #include "platform/core/ProcessExit.h"
 
 #include "platform/core/NoDestructor.h"
+#include "platform/core/ThisThread.h"
 
 #include <local/platform/Mutex.h>
 
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -25,7 +25,7 @@ constexpr std::chrono::microseconds kPause{200};
 struct ExitState {
   const pid_t process = getpid();
   std::atomic<bool> isExiting = false;
-  std::atomic<pid_t> exitingThread = 0;
+  std::atomic<std::int64_t> exitingThread = 0;
   std::atomic<int> works = 0;
   std::atomic<int> uses = 0;
   Mutex mutex;
@@ -40,10 +40,6 @@ ExitState& state() {
 thread_local int blocks = 0;
 thread_local int ownWorks = 0;
 thread_local int ownUses = 0;
-
-pid_t thisThread() {
-  return static_cast<pid_t>(syscall(SYS_gettid));
-}
 
 bool isExitingThread() {
   return state().exitingThread.load() == thisThread();
@@ -71,7 +67,7 @@ void takeSteps() {
 void beginExit() noexcept {
   ExitState& all = state();
   if (all.process != getpid()) return;  // a forked child has none of the threads
-  pid_t nobody = 0;
+  std::int64_t nobody = 0;
   if (!all.exitingThread.compare_exchange_strong(nobody, thisThread())) {
     if (nobody != thisThread()) stayForGood();
     return;
@@ -86,7 +82,7 @@ void beginExit() noexcept {
 // thread go at no other moment; other threads end as well, but not in the middle of a block.
 struct ExitWitness {
   ~ExitWitness() {
-    if (thisThread() == getpid() || blocks > 0) beginExit();
+    if (isFirstThread() || blocks > 0) beginExit();
   }
   void look() const noexcept {}
 };
@@ -138,7 +134,7 @@ ThreadWork::~ThreadWork() {
 }
 
 QueuedDelivery::QueuedDelivery() noexcept {
-  if (blocks > 0 && thisThread() != getpid()) work_.emplace();
+  if (blocks > 0 && !isFirstThread()) work_.emplace();
 }
 
 LibraryUse::LibraryUse() noexcept {

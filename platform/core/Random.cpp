@@ -1,30 +1,14 @@
 #include "platform/core/Random.h"
 
-#include <sys/random.h>
+#include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <span>
 
 namespace kvl::core {
-namespace {
-
-void fill(std::span<std::uint8_t> bytes) noexcept {
-  while (!bytes.empty()) {
-    const auto count = getrandom(bytes.data(), bytes.size(), 0);
-    if (count > 0) {
-      bytes = bytes.subspan(static_cast<std::size_t>(count));
-    } else if (errno != EINTR) {
-      std::abort();
-    }
-  }
-}
-
-}  // namespace
 
 std::uint8_t StrongRandom::operator()() noexcept {
   if (used_ == bytes_.size()) {
-    fill(bytes_);
+    if (getentropy(bytes_.data(), bytes_.size()) != 0) std::abort();
     used_ = 0;
   }
   return bytes_[used_++];

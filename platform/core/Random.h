@@ -11,7 +11,7 @@ namespace kvl::core {
 // Gives one random byte per call, each value as likely as any other.
 using ByteSource = std::function<std::uint8_t()>;
 
-// The system's strong random source (getrandom(2)). Copies give bytes of their own; one object
+// The system's strong random source (getentropy(3)). Copies give bytes of their own; one object
 // belongs to one thread at a time. Ends the process when the system has no such source: whoever
 // asks for secrets must not go on with guessable ones.
 class StrongRandom {

@@ -1,11 +1,12 @@
 #include "platform/core/Threads.h"
 
 #include "platform/core/BlockedSignals.h"
+#include "platform/core/ThisThread.h"
 
 #include <local/platform/Log.h>
 
 #include <pthread.h>
-#include <sys/eventfd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
@@ -28,6 +29,10 @@ void note(const char* name, const std::exception& error) noexcept {
   }
 }
 
+int makeDescriptor() noexcept {
+  return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+}
+
 }  // namespace
 
 bool startThread(const char* name, std::function<void()> body) noexcept {
@@ -35,7 +40,7 @@ bool startThread(const char* name, std::function<void()> body) noexcept {
   try {
     const BlockedSignals inheritedByTheThread;
     std::thread([name, body = std::move(body)]() mutable {
-      pthread_setname_np(pthread_self(), name);
+      nameThisThread(name);
       body();
       body = nullptr;
     }).detach();
@@ -50,7 +55,7 @@ bool startThread(const char* name, std::function<void()> body) noexcept {
 bool hasSpareDescriptors() noexcept {
   std::array<int, kSpareDescriptors> spare{};
   std::size_t count = 0;
-  while (count < spare.size() && (spare[count] = eventfd(0, EFD_CLOEXEC)) >= 0) ++count;
+  while (count < spare.size() && (spare[count] = makeDescriptor()) >= 0) ++count;
   for (std::size_t i = 0; i < count; ++i) close(spare[i]);
   return count == spare.size();
 }

@@ -1,6 +1,7 @@
 // Queues of blocks on the process's pools of threads, and the main run loop's queue.
 #include "platform/core/NoDestructor.h"
 #include "platform/core/ProcessExit.h"
+#include "platform/core/ThisThread.h"
 #include "platform/dispatch/Lanes.h"
 #include "platform/dispatch/MainLoop.h"
 #include "platform/dispatch/ThreadPool.h"
@@ -8,9 +9,6 @@
 
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Mutex.h>
-
-#include <sys/syscall.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -186,7 +184,7 @@ std::shared_ptr<DispatchQueue> dispatch::laneQueue(std::string label) {
 }
 
 bool isMainThread() noexcept {
-  return syscall(SYS_gettid) == getpid();
+  return core::isFirstThread();
 }
 
 }  // namespace kvl

@@ -4,17 +4,9 @@
 #include "platform/core/Threads.h"
 #include "platform/dispatch/Timers.h"
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <optional>
-#include <string>
-#include <string_view>
+#include <ctime>
 #include <thread>
 #include <utility>
 
@@ -31,26 +23,6 @@ constexpr nanoseconds kLongestPace = milliseconds(16);
 constexpr unsigned kLargestStep = 16;
 // How long nothing may move while enough threads compute; twice as long after each thread more.
 constexpr nanoseconds kFirstPatience = milliseconds(100);
-
-std::optional<nanoseconds> timeOf(clockid_t clock) {
-  timespec time{};
-  if (clock_gettime(clock, &time) != 0) return std::nullopt;
-  return std::chrono::seconds(time.tv_sec) + nanoseconds(time.tv_nsec);
-}
-
-// Whether the kernel has the thread running, or waiting for nothing but a processor. When that
-// cannot be read, it counts as asleep: rather a thread too many than a block that waits for ever.
-bool isRunnable(pid_t thread) {
-  const auto path = "/proc/self/task/" + std::to_string(thread) + "/stat";
-  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (file < 0) return false;
-  std::array<char, 128> text{};
-  const auto size = read(file, text.data(), text.size());
-  close(file);
-  const std::string_view line(text.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
-  const auto name = line.rfind(") ");  // "number (name) state ..."
-  return name != std::string_view::npos && line.substr(name + 2).starts_with('R');
-}
 
 }  // namespace
 
@@ -90,9 +62,7 @@ ThreadPool::Worker& ThreadPool::addWorker() {
   if (vacant_.empty()) vacant_.push_back(&places_.emplace_back());
   Worker& worker = *vacant_.back();
   vacant_.pop_back();
-  worker.thread = static_cast<pid_t>(syscall(SYS_gettid));
-  worker.asleepAt = nanoseconds(-1);
-  pthread_getcpuclockid(pthread_self(), &worker.clock);
+  worker.activity = ThreadActivity::ofThisThread();
   workers_.push_back(&worker);
   return worker;
 }
@@ -230,23 +200,12 @@ bool ThreadPool::isStuck() {
   return true;
 }
 
-// The threads that run, up to `enough`. Those that are just starting count. One that has used no
-// processor time since it was found asleep is still asleep.
+// The threads that run, up to `enough`. Those that are just starting count.
 unsigned ThreadPool::runningThreads(unsigned enough) {
   auto running = threads_ - static_cast<unsigned>(workers_.size());
   for (Worker* worker : workers_) {
     if (running >= enough) break;
-    if (!worker->isBusy) {
-      ++running;
-      continue;
-    }
-    const auto used = timeOf(worker->clock);
-    if (used && *used == worker->asleepAt) continue;
-    if (isRunnable(worker->thread)) {
-      ++running;
-    } else {
-      worker->asleepAt = used.value_or(nanoseconds(-1));
-    }
+    if (!worker->isBusy || worker->activity.isRunning()) ++running;
   }
   return running;
 }

@@ -1,15 +1,15 @@
 // Threads that run blocks: as many as the blocks that wait for something leave idle processors.
 #pragma once
 
+#include "platform/dispatch/ThreadActivity.h"
+
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/Mutex.h>
 
 #include <semaphore.h>
-#include <sys/types.h>
 
 #include <chrono>
 #include <cstdint>
-#include <ctime>
 #include <deque>
 #include <functional>
 #include <vector>
@@ -72,10 +72,7 @@ class ThreadPool {
     Signal woken;
     bool isWoken = false;
     bool isBusy = false;
-    pid_t thread = 0;
-    clockid_t clock = 0;
-    // Its processor time when it was found asleep last.
-    std::chrono::nanoseconds asleepAt{-1};
+    ThreadActivity activity;
   };
 
   void serve();

@@ -102,8 +102,8 @@ std::string Certificate::pem() const {
 }
 
 std::string Certificate::description() const {
-  return format("certificate \"%@\" issued by \"%@\", valid until %@", subject(), issuer(),
-                notValidAfter());
+  return kvl::format("certificate \"%@\" issued by \"%@\", valid until %@", subject(), issuer(),
+                     notValidAfter());
 }
 
 namespace security {

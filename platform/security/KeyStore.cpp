@@ -29,11 +29,6 @@ bool isUsableTag(std::string_view tag) {
   return !tag.empty() && tag.size() <= kMaximumTextSize && isUTF8(tag);
 }
 
-std::shared_ptr<KeyStore> makeDefaultKeyStore() {
-  return makeFallbackKeyStore(
-      {makeSecretServiceKeyStore(), makeKernelKeyringKeyStore(), makeMemoryKeyStore()});
-}
-
 std::shared_ptr<KeyStore> defaultKeyStore() {
   // Never destroyed: a host's threads may delete their keys while the process exits.
   static const NoDestructor<std::shared_ptr<KeyStore>> store(makeDefaultKeyStore());

@@ -99,7 +99,7 @@ inline constexpr std::chrono::seconds kHungStorePause{60};
 // Time that one operation on the default store may take in all.
 inline constexpr std::chrono::seconds kKeyStoreTimeLimit{2};
 
-// Secret Service, kernel keyring and process memory, in this order.
+// Secret Service, kernel keyring and process memory, in this order, as far as the system has them.
 [[nodiscard]] std::shared_ptr<KeyStore> makeDefaultKeyStore();
 // The process's own store of that kind, made on first use and never destroyed.
 [[nodiscard]] std::shared_ptr<KeyStore> defaultKeyStore();

@@ -1,8 +1,14 @@
 #include "platform/serialisation/JSONScalars.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cmath>
 #include <optional>
+
+#ifndef __cpp_lib_to_chars
+#include <glib.h>
+#endif
 
 namespace kvl::serialisation {
 namespace {
@@ -28,6 +34,19 @@ bool isSmall(const char* begin, const char* end) noexcept {
   if (std::from_chars(digits, end, shift).ec != std::errc()) return *digits == '-';
   return shift < -magnitude;
 }
+
+// Reads a well-formed number. False, with `real` undetermined, when no double can hold it.
+#ifdef __cpp_lib_to_chars
+bool fitsReal(const char* begin, const char* end, double& real) noexcept {
+  return std::from_chars(begin, end, real).ec == std::errc();
+}
+#else
+bool fitsReal(const char* begin, const char* /*end*/, double& real) noexcept {
+  errno = 0;
+  real = g_ascii_strtod(begin, nullptr);
+  return errno != ERANGE || (real != 0 && std::isfinite(real));
+}
+#endif
 
 // The character that a letter behind a backslash stands for, else NUL.
 char plainEscape(char letter) noexcept {
@@ -109,7 +128,7 @@ JSONNumberReader::Result JSONNumberReader::readReal(const char* begin, const cha
     if (next == exponent) return Result::malformed;
   }
   end_ = next;
-  if (std::from_chars(begin, next, real_).ec == std::errc()) return Result::real;
+  if (fitsReal(begin, next, real_)) return Result::real;
   if (!isSmall(begin, next)) return Result::outOfRange;
   real_ = *begin == '-' ? -0.0 : 0.0;
   return Result::real;

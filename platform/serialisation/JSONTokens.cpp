@@ -15,6 +15,9 @@ namespace {
 // What a workspace may hold while nobody reads.
 constexpr std::size_t kKeptSize = 4 << 20;
 constexpr std::size_t kSmallestCapacity = 4096;
+// simdjson makes it, perhaps with another standard library, for which a pointer alone is the same.
+static_assert(sizeof(std::unique_ptr<simdjson::internal::dom_parser_implementation>) ==
+              sizeof(void*));
 
 std::atomic<JSONWorkspace*> kept;
 

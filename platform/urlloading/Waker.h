@@ -23,7 +23,9 @@ class Waker {
   [[nodiscard]] bool wait(CURLM* multi, int milliseconds) const noexcept;
 
  private:
-  int descriptor_ = -1;
+  // The same where the system has a descriptor that wakes by itself.
+  int reader_ = -1;
+  int writer_ = -1;
 };
 
 }  // namespace kvl::urlloading

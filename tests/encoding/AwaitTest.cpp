@@ -140,6 +140,7 @@ TEST_F(AwaitTest, RequiredObjectIsAbsentWhereItIsLogged) {
   EXPECT_EQ(arrival.result, std::nullopt);
 }
 
+#ifndef KVL_WITHOUT_IMAGES
 TEST_F(AwaitTest, ImageArrivesOnTheMainThreadErrorsIncluded) {
   Arrival<awaitable::ImageResult> arrival;
   const auto image = [&] {
@@ -160,6 +161,7 @@ TEST_F(AwaitTest, ImageArrivesOnTheMainThreadErrorsIncluded) {
   EXPECT_EQ(arrival.result.image, nullptr);
   EXPECT_EQ(arrival.result.error, kLostConnection);
 }
+#endif
 
 TEST_F(AwaitTest, SubmissionGoesOnWhereTheRequestCompleted) {
   Arrival<awaitable::RootResult> arrival;

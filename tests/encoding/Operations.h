@@ -64,11 +64,13 @@ inline const AnyOperation kOperations[] = {
            session, KVLEncoding::RelativePath("a"),
            [&outcome](const kvl::Array&) { outcome.note(true, nullptr, std::nullopt); }, options);
      }},
+#ifndef KVL_WITHOUT_IMAGES
     {"Image", R"(<svg xmlns="http://www.w3.org/2000/svg" width="9" height="9"/>)",
      [](KVLSession& session, AnyOutcome& outcome, const kvl::RequestOptions& options) {
        return KVLEncoding::imageFromSession(session, KVLEncoding::RelativePath("a"), {},
                                             outcome.handler(), options);
      }},
+#endif
     {"Submission", "[1]",
      [](KVLSession& session, AnyOutcome& outcome, const kvl::RequestOptions& options) {
        return KVLEncoding::submit(kvl::Array{1}, KVLEncoding::RelativePath("a"), session,

@@ -1,11 +1,10 @@
 // A notary keeps its identity, whatever becomes of its entry in the key store.
 #include "notary/ProcessReferences.h"
 #include "platform/security/Operations.h"
-#include "tests/notary/NotaryFixture.h"
+#include "tests/notary/NotaryKeyStoreFixture.h"
 #include "tests/support/ForwardingKeyStore.h"
 #include "tests/support/MadeCertificate.h"
 #include "tests/support/NoThreads.h"
-#include "tests/support/PrivateBus.h"
 
 #include <malloc.h>
 
@@ -13,27 +12,8 @@ namespace kvltest {
 namespace {
 
 using kvl::Dictionary;
-using kvl::security::KeyStore;
 
-class NotaryKeyStoreTest : public NotaryFixture {
- protected:
-  // The identity that the next notarisation brings.
-  kvl::IdentityRef renewed(KVLNotary& notary) {
-    script.reply = Dictionary{{"url", kURLs}, {"certificate", certificateFor(notary)}};
-    const auto signature = notarise(notary).signature;
-    return signature ? signature->identity() : nullptr;
-  }
-
-  static kvl::Status deleteKeys(KeyStore& store) {
-    auto query = KVLNotary::keyQuery();
-    query.remove(kvl::security::kSecAttrKeyClass);
-    return kvl::security::SecItemDelete(store, query);
-  }
-  static kvl::Status find(KeyStore& store) {
-    std::vector<kvl::KeyRef> keys;
-    return kvl::security::SecItemCopyMatching(store, KVLNotary::keyQuery(), keys);
-  }
-};
+using NotaryKeyStoreTest = NotaryKeyStoreFixture;
 
 TEST_F(NotaryKeyStoreTest, IdentityHasTheNotarysOwnKey) {
   KVLNotary notary(std::nullopt, environment);
@@ -187,53 +167,6 @@ TEST_F(NotaryKeyStoreTest, NewCertificateKeepsLittleMoreThanItsEncoding) {
   const std::size_t after = mallinfo2().uordblks;
   kvl::setLogSink(sink);
   EXPECT_LT(after, before + encodings + kCertificates * kOverhead);
-}
-
-struct Mishap {
-  const char* name;
-  void (*happen)(PrivateBus& bus);
-};
-
-class KeyStoreMishapTest : public NotaryKeyStoreTest, public testing::WithParamInterface<Mishap> {
- protected:
-  KeyStoreMishapTest() { bus.startKeyring(); }
-
-  PrivateBus bus;
-  const SessionBusVariable variable{bus.address()};
-};
-
-void lockCollection(PrivateBus& bus) {
-  ChildProcess lock(
-      {"gdbus", "call", "--address", bus.address(), "--dest", "org.freedesktop.secrets",
-       "--object-path", "/org/freedesktop/secrets", "--method",
-       "org.freedesktop.Secret.Service.Lock", "['/org/freedesktop/secrets/collection/session']"},
-      environmentWith({}), bus.directory() / "lock.log");
-  EXPECT_EQ(lock.wait(), 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Mishaps, KeyStoreMishapTest,
-    testing::Values(Mishap{"Restarted",
-                           [](PrivateBus& bus) {
-                             bus.killKeyring();
-                             bus.startKeyring();
-                           }},
-                    Mishap{"Gone", [](PrivateBus& bus) { bus.killKeyring(); }},
-                    Mishap{"Hung", [](PrivateBus& bus) { bus.freezeKeyring(); }},
-                    Mishap{"Locked", &lockCollection},
-                    Mishap{"WithoutItsBus", [](PrivateBus& bus) { bus.stop(); }}),
-    [](const auto& test) { return test.param.name; });
-
-TEST_P(KeyStoreMishapTest, RenewalBringsTheIdentityAtOnce) {
-  const auto store = kvl::security::makeSecretServiceKeyStore();
-  auto notary = std::make_unique<KVLNotary>(std::nullopt, surroundings(store));
-  ASSERT_EQ(find(*store), kvl::kSuccess);
-  GetParam().happen(bus);
-  const auto start = std::chrono::steady_clock::now();
-  EXPECT_NE(renewed(*notary), nullptr);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, kvl::security::kKeyStoreTimeLimit);
-  EXPECT_EQ(log.count("client identity error"), 0U);
-  bus.thawKeyring();
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -157,7 +158,9 @@ TEST_F(MenuIconTest, MayComeOnAnyThreadWhileTheMenuIsDestroyed) {
     auto kept = round % 2 == 0 ? watched.lock() : nullptr;
     auto completion = std::move(images_->requests.back().completion);
     images_->requests.clear();
-    std::thread other([&image, completion = std::move(completion)] { completion(image); });
+    // A function that was moved away may still hold what it held.
+    std::thread other(
+        [&image, completion = std::exchange(completion, nullptr)] { completion(image); });
     menu.reset();
     other.join();
     if (kept) EXPECT_EQ(kept->image(), image) << round;

@@ -1,7 +1,6 @@
 // One suite over every kind of key store.
-#include "platform/security/KernelKeyring.h"
+#include "tests/security/KeyStoreKinds.h"
 #include "tests/security/KeyStoreSupport.h"
-#include "tests/support/PrivateBus.h"
 
 #include <gtest/gtest.h>
 
@@ -16,46 +15,11 @@ using kvltest::soon;
 using kvltest::storedKey;
 using kvltest::uniqueTag;
 
-// What a kind of store needs around it.
-class Surroundings {
- public:
-  virtual ~Surroundings() = default;
-  virtual std::shared_ptr<KeyStore> makeStore() = 0;
-};
-
-class KeyringOnABus final : public Surroundings {
- public:
-  KeyringOnABus() { bus_.startKeyring(); }
-  std::shared_ptr<KeyStore> makeStore() override { return makeSecretServiceKeyStore(); }
-
- private:
-  kvltest::PrivateBus bus_;
-  kvltest::SessionBusVariable variable_{bus_.address()};
-};
-
-template <std::shared_ptr<KeyStore> (*make)()>
-class Nothing final : public Surroundings {
- public:
-  std::shared_ptr<KeyStore> makeStore() override { return make(); }
-};
-
-struct Kind {
-  const char* name;
-  std::function<std::unique_ptr<Surroundings>()> surroundings;
-};
-
-// 0, or why this container does not let anybody use the user keyring.
-int kernelKeyringError() {
-  std::vector<kernel::Serial> entries;
-  return kernel::list(kernel::userKeyring(), entries);
-}
-
-class KeyStoreConformanceTest : public testing::TestWithParam<Kind> {
+class KeyStoreConformanceTest : public testing::TestWithParam<kvltest::StoreKind> {
  protected:
   void SetUp() override {
-    if (std::string_view(GetParam().name) == "KernelKeyring" && kernelKeyringError() != 0)
-      GTEST_SKIP() << "no kernel keyring here: " << std::strerror(kernelKeyringError());
     surroundings_ = GetParam().surroundings();
+    if (const auto absence = surroundings_->absence(); !absence.empty()) GTEST_SKIP() << absence;
     store_ = surroundings_->makeStore();
   }
   void TearDown() override {
@@ -70,7 +34,7 @@ class KeyStoreConformanceTest : public testing::TestWithParam<Kind> {
     return keys;
   }
 
-  std::unique_ptr<Surroundings> surroundings_;
+  std::unique_ptr<kvltest::StoreSurroundings> surroundings_;
   std::shared_ptr<KeyStore> store_;
   const std::string tag_ = uniqueTag();
   const std::string otherTag_ = uniqueTag();
@@ -234,13 +198,8 @@ TEST_P(KeyStoreConformanceTest, TwoStoresMayFightOverOneTag) {
   EXPECT_EQ(failures[1], 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Stores, KeyStoreConformanceTest,
-    testing::Values(Kind{"SecretService", [] { return std::make_unique<KeyringOnABus>(); }},
-                    Kind{"KernelKeyring",
-                         [] { return std::make_unique<Nothing<makeKernelKeyringKeyStore>>(); }},
-                    Kind{"Memory", [] { return std::make_unique<Nothing<makeMemoryKeyStore>>(); }}),
-    [](const auto& param) { return param.param.name; });
+INSTANTIATE_TEST_SUITE_P(Stores, KeyStoreConformanceTest, testing::ValuesIn(kvltest::storeKinds()),
+                         [](const auto& param) { return param.param.name; });
 
 }  // namespace
 }  // namespace kvl::security

@@ -2,9 +2,9 @@
 #include "platform/security/OpenSSLAccess.h"
 #include "platform/security/Operations.h"
 #include "tests/security/CertificateFactory.h"
+#include "tests/security/KeyStoreKinds.h"
 #include "tests/security/KeyStoreSupport.h"
 #include "tests/support/ForwardingKeyStore.h"
-#include "tests/support/PrivateBus.h"
 #include "tests/support/WaitUntil.h"
 
 #include <gmock/gmock.h>
@@ -342,11 +342,12 @@ TEST_F(KeyStoreOperationsTest, EveryOperationGivesTheStoreTheTimeLimit) {
   EXPECT_LE(given, now + kKeyStoreTimeLimit);
 }
 
-TEST(KeyStoreOperationsOnARealServiceTest, AWholeLifeOfAnIdentity) {
-  kvltest::PrivateBus bus;
-  bus.startKeyring();
-  const kvltest::SessionBusVariable variable(bus.address());
-  const std::shared_ptr<KeyStore> store = makeSecretServiceKeyStore();
+class KeyStoreOperationsOnARealStoreTest : public testing::TestWithParam<kvltest::StoreKind> {};
+
+TEST_P(KeyStoreOperationsOnARealStoreTest, AWholeLifeOfAnIdentity) {
+  const auto surroundings = GetParam().surroundings();
+  if (const auto absence = surroundings->absence(); !absence.empty()) GTEST_SKIP() << absence;
+  const std::shared_ptr<KeyStore> store = surroundings->makeStore();
   KeyRef privateKey;
   ASSERT_EQ(SecKeyGeneratePair(*store, pairParameters(), nullptr, &privateKey), kSuccess);
   EVP_PKEY_up_ref(nativeKey(*privateKey));
@@ -357,6 +358,10 @@ TEST(KeyStoreOperationsOnARealServiceTest, AWholeLifeOfAnIdentity) {
   EXPECT_EQ(SecIdentityCreateWithCertificate(*store, issued.reference(), identity),
             errSecItemNotFound);
 }
+
+INSTANTIATE_TEST_SUITE_P(Stores, KeyStoreOperationsOnARealStoreTest,
+                         testing::ValuesIn(kvltest::storeKinds()),
+                         [](const auto& param) { return param.param.name; });
 
 }  // namespace
 }  // namespace kvl::security

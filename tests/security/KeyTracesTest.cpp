@@ -1,8 +1,8 @@
 // What is left of a private key in the process's memory once nobody holds it.
 #include "platform/security/Operations.h"
 #include "tests/security/CertificateFactory.h"
+#include "tests/security/KeyStoreKinds.h"
 #include "tests/security/KeyStoreSupport.h"
-#include "tests/support/PrivateBus.h"
 #include "tests/support/Sanitized.h"
 
 #include <fcntl.h>
@@ -133,32 +133,24 @@ Traces useKey(KeyStore& store, const std::string& tag) {
   _exit(static_cast<int>(traces.count() == 0 ? 0 : 10 + traces.count()));
 }
 
-class KeyTracesTest : public testing::Test {
+class KeyTracesTest : public testing::TestWithParam<kvltest::StoreKind> {
  protected:
   void SetUp() override {
     if (kvltest::kSanitized) GTEST_SKIP() << "there is too much memory to look through";
+    surroundings_ = GetParam().surroundings();
+    if (const auto absence = surroundings_->absence(); !absence.empty()) GTEST_SKIP() << absence;
     GTEST_FLAG_SET(death_test_style, "threadsafe");
   }
+
+  std::unique_ptr<kvltest::StoreSurroundings> surroundings_;
 };
 
-TEST_F(KeyTracesTest, NothingIsLeftOfAKeyThatTheProcessKept) {
-  EXPECT_EXIT(exitWithTraces(makeMemoryKeyStore()), testing::ExitedWithCode(0), "");
+TEST_P(KeyTracesTest, NothingIsLeftOfAKeyThatAStoreKept) {
+  EXPECT_EXIT(exitWithTraces(surroundings_->makeStore()), testing::ExitedWithCode(0), "");
 }
 
-TEST_F(KeyTracesTest, NothingIsLeftOfAKeyThatTheKernelKept) {
-  const std::string tag = kvltest::uniqueTag();
-  if (makeKernelKeyringKeyStore()->add(kvltest::storedKey(tag), kvltest::soon()) != kSuccess)
-    GTEST_SKIP() << "no kernel keyring here";
-  (void)makeKernelKeyringKeyStore()->remove(tag, std::nullopt, kvltest::soon());
-  EXPECT_EXIT(exitWithTraces(makeKernelKeyringKeyStore()), testing::ExitedWithCode(0), "");
-}
-
-TEST_F(KeyTracesTest, NothingIsLeftOfAKeyThatTheSecretServiceKept) {
-  kvltest::PrivateBus bus;
-  bus.startKeyring();
-  const kvltest::SessionBusVariable variable(bus.address());
-  EXPECT_EXIT(exitWithTraces(makeSecretServiceKeyStore()), testing::ExitedWithCode(0), "");
-}
+INSTANTIATE_TEST_SUITE_P(Stores, KeyTracesTest, testing::ValuesIn(kvltest::storeKinds()),
+                         [](const auto& param) { return param.param.name; });
 
 }  // namespace
 }  // namespace kvl::security

@@ -2,7 +2,7 @@
 # shellcheck shell=bash
 
 readonly package_list=packaging/debian-packages.txt
-readonly presets='debug unity release asan tsan coverage plain mutants demo demo-qt'
+readonly presets='debug unity release asan tsan portable backports coverage plain mutants demo demo-qt'
 
 # What one build tree has compiled, another one need not: paths count from the tree's root.
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1

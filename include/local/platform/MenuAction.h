@@ -31,8 +31,8 @@ class MenuAction {
 
   /// An action that calls `handler`. Each is an action of its own: to compare, keep one.
   template <class Callable>
-    requires std::constructible_from<Handler, Callable> &&
-             (!std::same_as<std::remove_cvref_t<Callable>, MenuAction>)
+    requires(!std::same_as<std::remove_cvref_t<Callable>, MenuAction>) &&
+            std::constructible_from<Handler, Callable>
   MenuAction(Callable&& handler) {
     if (Handler made(std::forward<Callable>(handler)); made)
       handler_ = std::make_shared<const Handler>(std::move(made));

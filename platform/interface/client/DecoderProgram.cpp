@@ -148,7 +148,7 @@ std::unique_ptr<DecoderProgram> DecoderProgram::start(
     return file.is_absolute() && std::filesystem::exists(file, ignored);
   });
   if (place == places.end()) {
-    problem = format("there is no %@", kProgramFile);
+    problem = kvl::format("there is no %@", kProgramFile);
     return nullptr;
   }
   auto ends = ImageChannel::makePair();
@@ -173,12 +173,12 @@ bool DecoderProgram::hearHello(const std::string& file, std::string& problem) {
       waitForInput({control_->descriptor(), process_.get()}, Clock::now() + kLongestStart));
   ImageChannel::Packet packet;
   if (control_->receive(packet, 0) != ImageChannel::Receipt::kPacket) {
-    problem = format("%@ does not start", file);
+    problem = kvl::format("%@ does not start", file);
     return false;
   }
   const auto hello = readHello(packet.message);
   if (hello) hello_ = *hello;
-  if (!hello) problem = format("%@ is of another version", file);
+  if (!hello) problem = kvl::format("%@ is of another version", file);
   return hello.has_value();
 }
 

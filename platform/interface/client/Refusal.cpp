@@ -16,15 +16,15 @@ using End = Decoder::End;
 
 std::string durationText(std::chrono::milliseconds duration) {
   const auto seconds = std::chrono::floor<std::chrono::seconds>(duration);
-  if (seconds == duration) return format("%@ s", seconds.count());
-  return format("%@ ms", duration.count());
+  if (seconds == duration) return kvl::format("%@ s", seconds.count());
+  return kvl::format("%@ ms", duration.count());
 }
 
 std::string deathReason(std::optional<int> status) {
   if (status && WIFSIGNALED(*status)) {
-    return format("the decoder ended with signal %@", WTERMSIG(*status));
+    return kvl::format("the decoder ended with signal %@", WTERMSIG(*status));
   }
-  if (status) return format("the decoder ended with status %@", WEXITSTATUS(*status));
+  if (status) return kvl::format("the decoder ended with status %@", WEXITSTATUS(*status));
   return "the decoder ended";
 }
 
@@ -38,7 +38,7 @@ std::string outcomeReason(Outcome outcome) {
 std::string fileReason(std::uint64_t size) {
   rlimit limit{};
   if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < size) {
-    return format("the limit for files of this process is %@ bytes", limit.rlim_cur);
+    return kvl::format("the limit for files of this process is %@ bytes", limit.rlim_cur);
   }
   return "no descriptor or memory is left";
 }
@@ -67,9 +67,9 @@ std::string refusalReason(const Decoder::Exchange& exchange, const Decoder::Limi
   if (metMemory(exchange)) return "it takes too much memory";
   switch (exchange.end) {
     case End::kProcessorTime:
-      return format("more than %@ of processor time", durationText(limits.processorTime));
+      return kvl::format("more than %@ of processor time", durationText(limits.processorTime));
     case End::kNoProgress:
-      return format("no end within %@", durationText(limits.wallTime));
+      return kvl::format("no end within %@", durationText(limits.wallTime));
     case End::kDied:
       return deathReason(exchange.waitStatus);
     case End::kNotSent:
