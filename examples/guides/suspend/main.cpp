@@ -31,6 +31,6 @@ int main() {
 
   hasNotes->wait();
   kvl::Semaphore ended;
-  session->end([&](auto) { ended.signal(); });
+  session->end([&](const auto&) { ended.signal(); });
   ended.wait();
 }

@@ -15,7 +15,7 @@ int main(int count, char** words) {
   request.setTotalTimeout(std::chrono::seconds(3));
   bool isGood = false;
   kvl::Semaphore answered;
-  session->request(request, [&](auto body, auto response, auto error) {
+  session->request(request, [&](const auto& body, const auto& response, const auto& error) {
     isGood = body && response && response->httpStatusCode < 300;
     std::cout << kvl::printable(kvl::outcomeText(response, error)) << std::endl;
     if (isGood) std::cout << kvl::printable(body->text()) << std::endl;
