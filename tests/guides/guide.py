@@ -19,7 +19,7 @@ import shown  # noqa: E402 (found by the line before)
 
 PATIENCE = 120  # seconds for one block
 # Whatever the user's session has, which nothing may need.
-NOT_KEPT = ("DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR", "DISPLAY", "WAYLAND_DISPLAY",
+NOT_KEPT = ("DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR", "DISPLAY", "WAYLAND_DISPLAY", "LANGUAGE",
             "korvale_vandrel_notary", "korvale_vandrel_notary_minimum")
 
 
