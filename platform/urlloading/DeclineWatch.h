@@ -15,10 +15,10 @@ namespace kvl::urlloading {
 // or ends the connection after an earlier one (RFC 9113, 8.7). Such a request may go out again, one
 // that is lost may not, and libcurl fails or repeats both in the same way. Only its texts tell them
 // apart; from a libcurl with other texts than 7.88 and 8.14, declined requests fail like lost ones.
-// With the number of the stream libcurl writes a line for each field of the request, which costs more
-// than all else that is done for it here. So only the first stream's number is read of a text, and
-// the others are counted; libcurl speaks of the rest once the request has gone out.
-// One exchange's own, on the I/O thread only; must outlive the easy handle.
+// With the number of the stream libcurl writes a line for each field of the request, which costs
+// more than all else that is done for it here. So only the first stream's number is read of a text,
+// and the others are counted; libcurl speaks of the rest once the request has gone out. One
+// exchange's own, on the I/O thread only; must outlive the easy handle.
 class DeclineWatch {
  public:
   // The exchange of `easy` is about to send its request on this connection, which multiplexes. Has
