@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/core/ProcessExit.h"
+#include "platform/core/Sentence.h"
 #include "platform/urlloading/ExchangeState.h"
 
 #include <local/KVLEncoding.h>
@@ -102,7 +103,7 @@ inline void send(KVLSession& session, const URLRequest& request,
   constexpr std::int64_t kNoContent = 204;
   return {KVLEncoding::KVLEncodingErrorDomain,
           kNoContent,
-          {{NSLocalizedDescriptionKey, "The answer is empty."}}};
+          {{NSLocalizedDescriptionKey, kvl::translatable("The answer is empty.")}}};
 }
 
 }  // namespace kvl::encoding

@@ -4,6 +4,7 @@
 #include "encoding/ContentTypeRole.h"
 #include "encoding/FetchDelivery.h"
 #include "encoding/Waiting.h"
+#include "platform/core/Sentence.h"
 #include "platform/interface/client/ImageDecoding.h"
 
 #include <local/KVLEncodingSession.h>
@@ -40,13 +41,14 @@ void deliverDocument(const std::optional<kvl::Data>& body, kvl::URLResponseRef r
 
 kvl::Error wrongDocumentError(const std::optional<kvl::Value>& document, std::string_view required,
                               const KVLEncoding::RelativePath& relativePath) {
-  const auto description =
-      document
-          ? kvl::format("Required response is %@, expected %@.", document->typeName(), required)
-          : kvl::format("Required response is empty, expected %@.", required);
-  return {kvl::NSCocoaErrorDomain,
-          kvl::NSFormattingError,
-          {{kvl::NSLocalizedDescriptionKey, description}, {"URL", relativePath.text()}}};
+  using kvl::translatable;
+  const kvl::core::Sentence sentence =
+      document ? kvl::core::Sentence{translatable("Required response is %@, expected %@."),
+                                     {std::string(document->typeName()), std::string(required)}}
+               : kvl::core::Sentence{translatable("Required response is empty, expected %@."),
+                                     {std::string(required)}};
+  return kvl::core::errorWithSentence(kvl::NSCocoaErrorDomain, kvl::NSFormattingError, sentence,
+                                      {{"URL", relativePath.text()}});
 }
 
 bool asksForTemplate(const kvl::URLResponseRef& response) {

@@ -1,6 +1,9 @@
+#include "qt/OwnTexts.h"
+
 #include <local/qt/Conversions.h>
 
 #include <QChar>
+#include <QCoreApplication>
 #include <QGuiApplication>
 #include <algorithm>
 #include <memory>
@@ -74,6 +77,10 @@ QString withBalancedIsolates(const QString& text) {
 }
 
 }  // namespace
+
+// With each application's object, or now where there is one. Here, since every program with the
+// binding has this file.
+Q_COREAPP_STARTUP_FUNCTION(translateOwnTexts)
 
 QString qString(std::string_view text) {
   return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));

@@ -5,6 +5,7 @@
 
 #include <local/KVLSession.h>
 #include <local/platform/Log.h>
+#include <local/platform/Translation.h>
 
 #include <algorithm>
 #include <array>
@@ -22,8 +23,9 @@ using kvl::session::StreamSection;
 
 kvl::ProgressState connecting(const KVLNotary& notary) {
   const auto path = notary.path();
-  return {1, 0, "Connecting\u2026",
-          path ? kvl::format("Connecting to \"%@\"", *path) : "Connecting to local notary socket"};
+  return {1, 0, kvl::translated("Connecting…"),
+          path ? kvl::format(kvl::translated("Connecting to \"%@\""), *path)
+               : kvl::translated("Connecting to local notary socket")};
 }
 
 std::shared_ptr<kvl::DataTask> refuse(const kvl::DataTaskHandler& completionHandler) {

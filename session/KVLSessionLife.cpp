@@ -6,6 +6,7 @@
 // completes meanwhile comes before that section or after it, and looks at the gate in its own. With
 // no lock held any more the requests are cancelled and the timers emptied. Last the keys go, when
 // nobody asks the notary any more.
+#include "platform/core/Sentence.h"
 #include "session/Monitors.h"
 #include "session/SessionImplementation.h"
 
@@ -50,7 +51,8 @@ std::string_view KVLSessionStateText(KVLSessionState state) {
 kvl::Error kvl::session::notEstablished() {
   return {kvl::NSURLErrorDomain,
           kvl::NSURLErrorUnknown,
-          {{kvl::NSLocalizedDescriptionKey, "Notarised session is not established."}}};
+          {{kvl::NSLocalizedDescriptionKey,
+            kvl::translatable("Notarised session is not established.")}}};
 }
 
 std::shared_ptr<const kvl::Progress> KVLSession::progress() const {

@@ -6,6 +6,7 @@
 
 #include <local/KVLSession.h>
 #include <local/platform/Log.h>
+#include <local/platform/Translation.h>
 
 #include <algorithm>
 #include <chrono>
@@ -121,7 +122,8 @@ void KVLSession::Implementation::establish(KVLSession& owner, const KVLNotarySig
   draining.add(
       session.exchange(environment->urlSession(configuration.get(), owner.weak_from_this())));
   owner.setState(KVLSessionStateEstablished);
-  show({1, 1, "Established", kvl::format("Notarised for \"%@\"", received.baseURL())});
+  show({1, 1, kvl::translated("Established"),
+        kvl::format(kvl::translated("Notarised for \"%@\""), received.baseURL())});
   stream.streamFromURL(eventSource.get(), owner);
 }
 
@@ -135,8 +137,8 @@ void KVLSession::Implementation::disestablish(KVLSession& owner) {
 
 void KVLSession::Implementation::showFailure(const kvl::Error& error, std::chrono::seconds delay) {
   const std::string retryTime = kvl::formatting::spelledOutDuration(delay.count());
-  show({1, 0, "Reconnecting\u2026",
-        kvl::format("%@ \u2013 %@\nRetrying every %@", error.localizedFailureReason(),
+  show({1, 0, kvl::translated("Reconnecting…"),
+        kvl::format(kvl::translated("%@ – %@\nRetrying every %@"), error.localizedFailureReason(),
                     locationText(*notary.get(), error), retryTime)});
 }
 

@@ -58,6 +58,7 @@
 #include <local/platform/Task.h>
 #include <local/platform/Text.h>
 #include <local/platform/Trace.h>
+#include <local/platform/Translation.h>
 #include <local/platform/URL.h>
 #include <local/platform/URLRequest.h>
 #include <local/platform/URLSession.h>

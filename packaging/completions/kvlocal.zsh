@@ -8,7 +8,7 @@ _kvlocal_entries() {
   COLUMNS=1000 "$@" --help 2>/dev/null | sed -nE ':next; N; s/\n {20,}/  /; $!b next
     s/\n {20,}/  /g; p' | sed -nE 'h; s/^  (-.),--[a-z-]+ ([^ ]+).*/\1\t\2\t/p
     g; s/^  (-.,)?(--[a-z-]+|[a-z]+)( ([^ ]+))?( .*)?$/\2\t\4\t\5/
-    T; s/\t +((REQUIRED|\.\.\.|in \[[^]]*\](=[^ ]*)?) *)*([^\t]*)$/\t\4/; p'
+    T; s/\t +((REQUIRED|ERFORDERLICH|必須|\.\.\.|in \[[^]]*\](=[^ ]*)?) *)*([^\t]*)$/\t\4/; p'
 }
 
 local program=$words[1] command= kind= word entry

@@ -1,10 +1,7 @@
-#include <local/platform/Error.h>
+#include "platform/core/Sentence.h"
+#include "platform/core/SystemText.h"
 
-#include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <limits>
+#include <local/platform/Error.h>
 
 namespace kvl {
 
@@ -12,9 +9,24 @@ struct Error::Content {
   std::string domain;
   std::int64_t code;
   Dictionary userInfo;
+  core::Sentence sentence = {};
 };
 
 namespace {
+
+constexpr std::string_view kFailed = translatable("The operation couldn't be completed. %@");
+constexpr std::string_view kFailedNumber =
+    translatable("The operation couldn't be completed. (%@ error %@.)");
+
+// How a text is said: as it stands, for the log, or in the user's language.
+using Say = std::string (*)(std::string_view text);
+
+std::string inEnglish(std::string_view text) {
+  return std::string(text);
+}
+std::string inUsersLanguage(std::string_view text) {
+  return translated(text);
+}
 
 std::optional<std::string> textUnder(std::string_view key, const Dictionary& userInfo) {
   const auto text = userInfo[key].string();
@@ -22,45 +34,29 @@ std::optional<std::string> textUnder(std::string_view key, const Dictionary& use
   return std::string(*text);
 }
 
-struct StatusText {
-  std::int64_t code;
-  std::string_view text;
-};
-constexpr std::array kStatusTexts{
-    StatusText{fnfErr, "The file was not found."},
-    StatusText{errSecParam, "A parameter is not valid."},
-    StatusText{errSecInternalComponent, "A library has failed."},
-    StatusText{errSecUnknownFormat, "The data is not in a format that is known."},
-    StatusText{errSecNotAvailable, "There is no key store."},
-    StatusText{errSecDuplicateItem, "The key store holds this item already."},
-    StatusText{errSecItemNotFound, "The key store does not hold this item."},
-    StatusText{errSecDataTooLarge, "The data is too large for the key store."},
-    StatusText{errSecInteractionNotAllowed, "The key store is locked."},
-    StatusText{errSecDecode, "The data could not be decoded."},
-    StatusText{errSecInvalidKeyRef, "The key is not valid."},
-};
-
-// Of a status of the operating system's security services; empty for others.
-std::string statusText(std::int64_t code) {
-  const auto* const known = std::ranges::find(kStatusTexts, code, &StatusText::code);
-  return known == kStatusTexts.end() ? std::string() : std::string(known->text);
+std::optional<std::string> failureReason(const Error& error, Say say) {
+  if (auto reason = textUnder(NSLocalizedFailureReasonErrorKey, error.userInfo()))
+    return say(*reason);
+  if (error.domain() == NSPOSIXErrorDomain) return say(core::systemText(error.code()));
+  return std::nullopt;
 }
 
-// Statuses stand in the POSIX domain, too, where the system's own codes are above 0.
-std::string systemText(std::int64_t code) {
-  if (auto text = statusText(code); !text.empty()) return text;
-  if (code == kTimedOutPOSIXCode) code = ETIMEDOUT;
-  if (code < 0 || code > std::numeric_limits<int>::max()) {
-    return "Unknown error " + std::to_string(code);
+std::string descriptionOf(const Error& error, Say say) {
+  if (auto text = textUnder(NSLocalizedDescriptionKey, error.userInfo())) return say(*text);
+  if (auto reason = failureReason(error, say)) return fillPattern(say(kFailed), {*reason});
+  if (error.domain() == NSOSStatusErrorDomain) {
+    const auto text = core::statusText(error.code());
+    if (!text.empty()) return fillPattern(say(kFailed), {say(text)});
   }
-  std::array<char, 256> buffer{};
-  return strerror_r(static_cast<int>(code), buffer.data(), buffer.size());
+  return fillPattern(say(kFailedNumber), {error.domain(), std::to_string(error.code())});
 }
 
 }  // namespace
 
 Error::Error(std::string_view domain, std::int64_t code, const Dictionary& userInfo)
     : content_(std::make_shared<const Content>(Content{std::string(domain), code, userInfo})) {}
+
+Error::Error(std::shared_ptr<const Content> content) : content_(std::move(content)) {}
 
 const std::string& Error::domain() const noexcept {
   return content_->domain;
@@ -77,33 +73,31 @@ bool Error::is(std::string_view domain, std::int64_t code) const noexcept {
 }
 
 std::optional<std::string> Error::localizedFailureReason() const {
-  if (auto reason = textUnder(NSLocalizedFailureReasonErrorKey, userInfo())) return reason;
-  if (domain() == NSPOSIXErrorDomain) return systemText(code());
-  return std::nullopt;
+  return failureReason(*this, inUsersLanguage);
 }
 
 std::string Error::localizedDescription() const {
-  if (auto text = textUnder(NSLocalizedDescriptionKey, userInfo())) return *text;
-  if (auto reason = localizedFailureReason()) {
-    return "The operation couldn't be completed. " + *reason;
-  }
-  if (domain() == NSOSStatusErrorDomain) {
-    const auto text = statusText(code());
-    if (!text.empty()) return "The operation couldn't be completed. " + text;
-  }
-  return "The operation couldn't be completed. (" + domain() + " error " + std::to_string(code()) +
-         ".)";
+  if (!content_->sentence.pattern.empty()) return content_->sentence.localised();
+  return descriptionOf(*this, inUsersLanguage);
 }
 
 std::string Error::description() const {
   std::string text = "Error Domain=" + domain() + " Code=" + std::to_string(code()) + " \"" +
-                     localizedDescription() + "\"";
+                     descriptionOf(*this, inEnglish) + "\"";
   if (!userInfo().empty()) text += " UserInfo=" + userInfo().description();
   return text;
 }
 
 bool operator==(const Error& a, const Error& b) noexcept {
   return a.content_ == b.content_ || (a.is(b.domain(), b.code()) && a.userInfo() == b.userInfo());
+}
+
+Error core::errorWithSentence(std::string_view domain, std::int64_t code, const Sentence& sentence,
+                              const Dictionary& userInfo) {
+  Dictionary info{{NSLocalizedDescriptionKey, sentence.english()}};
+  for (const auto& [key, value] : userInfo) info.set(key, value);
+  return Error(std::make_shared<const Error::Content>(
+      Error::Content{std::string(domain), code, info, sentence}));
 }
 
 }  // namespace kvl

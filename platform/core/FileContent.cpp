@@ -1,5 +1,7 @@
 #include "platform/core/FileContent.h"
 
+#include "platform/core/Sentence.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,7 +24,8 @@ Error systemError(int code) {
 Error shortenedError() {
   return {NSCocoaErrorDomain,
           NSFileReadUnknownError,
-          {{NSLocalizedDescriptionKey, "The file has become shorter while it was read."}}};
+          {{NSLocalizedDescriptionKey,
+            translatable("The file has become shorter while it was read.")}}};
 }
 
 }  // namespace

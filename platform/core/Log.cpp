@@ -10,6 +10,8 @@
 namespace kvl {
 namespace {
 
+constexpr std::size_t kPositionLength = 4;
+
 struct SinkHolder {
   Mutex mutex;
   LogSink sink KVL_GUARDED_BY(mutex);
@@ -44,6 +46,13 @@ std::string_view placeholderAt(std::string_view text) {
     if (text.starts_with(known)) return known;
   }
   return {};
+}
+
+// The number in "%2$@" at the start of `text`, or 0.
+std::size_t positionAt(std::string_view text) {
+  const bool isPosition = text.size() >= kPositionLength && text.front() == '%' && text[1] >= '1' &&
+                          text[1] <= '9' && text.substr(2, 2) == "$@";
+  return isPosition ? static_cast<std::size_t>(text[1] - '0') : 0;
 }
 
 }  // namespace
@@ -104,7 +113,15 @@ void logLine(std::string_view line) {
 std::string fillPattern(std::string_view pattern, const std::vector<std::string>& arguments) {
   std::string text;
   std::size_t next = 0;
+  const auto argument = [&arguments](std::size_t index) {
+    return index < arguments.size() ? std::string_view(arguments[index]) : kNullText;
+  };
   while (!pattern.empty()) {
+    if (const std::size_t position = positionAt(pattern)) {
+      text += argument(position - 1);
+      pattern.remove_prefix(kPositionLength);
+      continue;
+    }
     const auto placeholder = placeholderAt(pattern);
     if (placeholder.empty()) {
       text += pattern.front();
@@ -114,8 +131,7 @@ std::string fillPattern(std::string_view pattern, const std::vector<std::string>
     if (placeholder == "%%") {
       text += '%';
     } else {
-      text += next < arguments.size() ? std::string_view(arguments[next]) : kNullText;
-      ++next;
+      text += argument(next++);
     }
     pattern.remove_prefix(placeholder.size());
   }

@@ -1,7 +1,9 @@
+#include "platform/core/SystemText.h"
 #include "platform/core/UTF8.h"
 
 #include <local/platform/PrintableText.h>
 #include <local/platform/Text.h>
+#include <local/platform/Translation.h>
 
 #include <algorithm>
 #include <array>
@@ -63,9 +65,18 @@ std::optional<std::string> reasonOf(const Error& error) {
   return text ? std::optional(std::string(*text)) : std::nullopt;
 }
 
+// Whether its description consists of domain and code.
+bool isWordless(const Error& error) {
+  const bool isStatus =
+      error.domain() == NSOSStatusErrorDomain && !core::statusText(error.code()).empty();
+  return !error.userInfo()[NSLocalizedDescriptionKey].string() && !isStatus &&
+         !error.localizedFailureReason();
+}
+
 // Without domain and code, which the description of an error without words consists of.
 std::string wordsOf(const Error& error, const std::optional<std::string>& reason) {
-  if (hasNoURL(error)) return "No URL that can be used was given.";
+  if (hasNoURL(error)) return translated("No URL that can be used was given.");
+  if (isWordless(error)) return reason.value_or(translated("The operation couldn't be completed."));
   const std::string numbers =
       " (" + error.domain() + " error " + std::to_string(error.code()) + ".)";
   std::string text = error.localizedDescription();

@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <initializer_list>
 #include <limits>
 
 namespace kvl::formatting {
@@ -36,26 +35,10 @@ void refreshTimeZone() {
   fileCheckedAt = isFile ? now : kNever;
 }
 
-// The value of the first variable that has one.
-std::string localeFrom(std::initializer_list<const char*> variables) {
-  for (const char* variable : variables) {
-    const char* value = std::getenv(variable);
-    if (value != nullptr && *value != '\0') return withoutCLocale(value);
-  }
-  return kCLocale;
-}
-
 }  // namespace
 
 std::string userTimeLocale() {
-  return localeFrom({"LC_ALL", "LC_TIME", "LANG"});
-}
-
-std::string userMessageLocales() {
-  auto locale = localeFrom({"LC_ALL", "LC_MESSAGES", "LANG"});
-  const char* languages = std::getenv("LANGUAGE");
-  if (languages == nullptr || *languages == '\0' || locale == kCLocale) return locale;
-  return std::string(languages) + ':' + locale;
+  return core::localeFrom({"LC_ALL", "LC_TIME", "LANG"});
 }
 
 std::optional<Date> userWallClock(Date date) {

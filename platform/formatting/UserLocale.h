@@ -1,6 +1,8 @@
 // The user's locale and clock, read from the environment anew each time.
 #pragma once
 
+#include "platform/core/MessageLocales.h"
+
 #include <local/platform/Date.h>
 
 #include <optional>
@@ -13,17 +15,8 @@ namespace kvl::formatting {
 // instead. Thread-safe while nobody changes the environment.
 [[nodiscard]] std::string userTimeLocale();
 
-// The POSIX locales of the user's texts with colons between them, the most wanted first: those of
-// LANGUAGE, then LC_ALL, else LC_MESSAGES, else LANG. In the C locale LANGUAGE does not count.
-// Thread-safe while nobody changes the environment.
-[[nodiscard]] std::string userMessageLocales();
-
-inline constexpr const char* kCLocale = "en_US_POSIX";
-// `locale`, or that for the C locale's names. Here, since what needs ICU is a module of its own.
-[[nodiscard]] inline std::string withoutCLocale(std::string locale) {
-  if (locale == "C" || locale == "POSIX" || locale.starts_with("C.")) return kCLocale;
-  return locale;
-}
+using core::userMessageLocales;
+using core::withoutCLocale;
 
 // The date at which a clock in GMT shows the day and time that the user's clock shows at `date`, to
 // the whole second. None where the system cannot tell: beyond its years, for no number.

@@ -6,6 +6,7 @@
 #include "platform/ipc/BusTransport.h"
 
 #include "platform/core/ProcessExit.h"
+#include "platform/core/Sentence.h"
 #include "platform/core/Threads.h"
 #include "platform/ipc/CallTransport.h"
 #include "platform/ipc/ChannelErrors.h"
@@ -103,13 +104,17 @@ BusMethod busMethod(const char* name, const char* replyType) {
 
 // What the bus's errors are called.
 
-constexpr std::string_view kUnknownService = "No service of this name is known to the session bus.";
-constexpr std::string_view kNotStarted = "The service could not be started.";
-constexpr std::string_view kNoBus = "The session bus cannot be used.";
-constexpr std::string_view kForbidden = "The session bus did not let the request through.";
-constexpr std::string_view kServiceEnded = "The service ended before it answered.";
-constexpr std::string_view kNothingLeft = "The process has no descriptor or thread left for it.";
-constexpr std::string_view kBusEnded = "The session bus went away before the service answered.";
+constexpr std::string_view kUnknownService =
+    translatable("No service of this name is known to the session bus.");
+constexpr std::string_view kNotStarted = translatable("The service could not be started.");
+constexpr std::string_view kNoBus = translatable("The session bus cannot be used.");
+constexpr std::string_view kForbidden =
+    translatable("The session bus did not let the request through.");
+constexpr std::string_view kServiceEnded = translatable("The service ended before it answered.");
+constexpr std::string_view kNothingLeft =
+    translatable("The process has no descriptor or thread left for it.");
+constexpr std::string_view kBusEnded =
+    translatable("The session bus went away before the service answered.");
 
 template <std::size_t N>
 bool isBusError(const GError& error, const std::array<GDBusError, N>& codes) {

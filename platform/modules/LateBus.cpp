@@ -1,5 +1,6 @@
 // What the library does with the bus, by a module of its own.
 #include "platform/core/ProcessExit.h"
+#include "platform/core/Sentence.h"
 #include "platform/core/Threads.h"
 #include "platform/interface/desktop/OpenOnDesktop.h"
 #include "platform/ipc/ChannelErrors.h"
@@ -17,7 +18,8 @@
 namespace kvl {
 namespace {
 
-constexpr std::string_view kMissing = "A part of this program's framework is missing.";
+constexpr std::string_view kMissing =
+    translatable("A part of this program's framework is missing.");
 
 const modules::BusParts* busParts() noexcept {
   constinit static modules::LateModule module("kvlocal/kvlocal-bus.so", "kvlocalBus");

@@ -1,5 +1,7 @@
 #include "platform/urlloading/LoadingErrors.h"
 
+#include "platform/core/Sentence.h"
+
 #include <openssl/ssl.h>
 #include <openssl/x509_vfy.h>
 
@@ -16,34 +18,43 @@ struct Description {
 };
 
 constexpr std::array kDescriptions = {
-    Description{NSURLErrorUnknown, "The request failed for an unknown reason."},
-    Description{NSURLErrorCancelled, "The request was cancelled."},
-    Description{NSURLErrorBadURL, "The address is not valid."},
-    Description{NSURLErrorTimedOut, "The request timed out."},
-    Description{NSURLErrorUnsupportedURL, "The kind of address is not supported."},
-    Description{NSURLErrorCannotFindHost, "A server with this host name could not be found."},
-    Description{NSURLErrorCannotConnectToHost, "Could not connect to the server."},
-    Description{NSURLErrorNetworkConnectionLost, "The connection to the server was lost."},
-    Description{NSURLErrorHTTPTooManyRedirects, "The server redirected the request too often."},
-    Description{NSURLErrorBadServerResponse, "The server's response is not valid."},
-    Description{NSURLErrorCannotDecodeContentData, "The server's response cannot be decoded."},
-    Description{NSURLErrorRequestBodyStreamExhausted,
-                "The body of the request could not be read as far as it was announced."},
-    Description{NSURLErrorAppTransportSecurityRequiresSecureConnection,
-                "The address is not secure, and only secure connections are allowed."},
+    Description{NSURLErrorUnknown, translatable("The request failed for an unknown reason.")},
+    Description{NSURLErrorCancelled, translatable("The request was cancelled.")},
+    Description{NSURLErrorBadURL, translatable("The address is not valid.")},
+    Description{NSURLErrorTimedOut, translatable("The request timed out.")},
+    Description{NSURLErrorUnsupportedURL, translatable("The kind of address is not supported.")},
+    Description{NSURLErrorCannotFindHost,
+                translatable("A server with this host name could not be found.")},
+    Description{NSURLErrorCannotConnectToHost, translatable("Could not connect to the server.")},
+    Description{NSURLErrorNetworkConnectionLost,
+                translatable("The connection to the server was lost.")},
+    Description{NSURLErrorHTTPTooManyRedirects,
+                translatable("The server redirected the request too often.")},
+    Description{NSURLErrorBadServerResponse, translatable("The server's response is not valid.")},
+    Description{NSURLErrorCannotDecodeContentData,
+                translatable("The server's response cannot be decoded.")},
+    Description{
+        NSURLErrorRequestBodyStreamExhausted,
+        translatable("The body of the request could not be read as far as it was announced.")},
+    Description{
+        NSURLErrorAppTransportSecurityRequiresSecureConnection,
+        translatable("The address is not secure, and only secure connections are allowed.")},
     Description{NSURLErrorDataLengthExceedsMaximum,
-                "The server's response is larger than allowed."},
+                translatable("The server's response is larger than allowed.")},
     Description{NSURLErrorSecureConnectionFailed,
-                "A secure connection to the server could not be made."},
-    Description{NSURLErrorServerCertificateHasBadDate, "The server's certificate has expired."},
-    Description{NSURLErrorServerCertificateUntrusted, "The server's certificate is not trusted."},
+                translatable("A secure connection to the server could not be made.")},
+    Description{NSURLErrorServerCertificateHasBadDate,
+                translatable("The server's certificate has expired.")},
+    Description{NSURLErrorServerCertificateUntrusted,
+                translatable("The server's certificate is not trusted.")},
     Description{NSURLErrorServerCertificateHasUnknownRoot,
-                "The server's certificate comes from an unknown authority."},
+                translatable("The server's certificate comes from an unknown authority.")},
     Description{NSURLErrorServerCertificateNotYetValid,
-                "The server's certificate is not valid yet."},
+                translatable("The server's certificate is not valid yet.")},
     Description{NSURLErrorClientCertificateRejected,
-                "The server did not accept the client certificate."},
-    Description{NSURLErrorClientCertificateRequired, "The server requires a client certificate."},
+                translatable("The server did not accept the client certificate.")},
+    Description{NSURLErrorClientCertificateRequired,
+                translatable("The server requires a client certificate.")},
 };
 
 std::string_view descriptionOf(std::int64_t code) {

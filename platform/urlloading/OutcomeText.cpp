@@ -1,4 +1,6 @@
+#include <local/platform/Log.h>
 #include <local/platform/Text.h>
+#include <local/platform/Translation.h>
 #include <local/platform/URLRequest.h>
 
 #include <string>
@@ -9,8 +11,9 @@ namespace {
 constexpr int kFirstFailure = 300;
 
 std::string answerText(const URLResponse& response, int status) {
-  return std::to_string(status) + " " + std::string(localizedStringForStatusCode(status)) +
-         " from " + std::string(response.url.path());
+  const std::string answer =
+      std::to_string(status) + " " + std::string(localizedStringForStatusCode(status));
+  return format(translated("%@ from %@"), answer, response.url.path());
 }
 
 }  // namespace
@@ -18,7 +21,7 @@ std::string answerText(const URLResponse& response, int status) {
 std::string outcomeText(const URLResponseRef& response, const std::optional<Error>& error) {
   const int status = response ? response->httpStatusCode.value_or(0) : 0;
   if (error && status < kFirstFailure) return errorText(*error);
-  return status == 0 ? "No answer" : answerText(*response, status);
+  return status == 0 ? translated("No answer") : answerText(*response, status);
 }
 
 }  // namespace kvl

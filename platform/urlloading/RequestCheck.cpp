@@ -1,6 +1,7 @@
 #include "platform/urlloading/RequestCheck.h"
 
 #include "platform/core/ASCII.h"
+#include "platform/core/Sentence.h"
 #include "platform/urlloading/LoadingErrors.h"
 
 #include <algorithm>
@@ -29,13 +30,14 @@ std::optional<Error> requestFault(const URLRequest& request,
   if (!configuration.allowsInsecureHTTPLoads && !isSecure(*request.url()))
     return makeURLError(NSURLErrorAppTransportSecurityRequiresSecureConnection, text);
   if (!isToken(request.method()))
-    return makeInvalidRequestError("The request's method is not valid.", text);
+    return makeInvalidRequestError(translatable("The request's method is not valid."), text);
   const auto& headers = request.headers();
   const bool sendable = std::all_of(headers.begin(), headers.end(), [](const auto& field) {
     return isSendableHeaderField(field.first, field.second);
   });
   if (!sendable)
-    return makeInvalidRequestError("A header field of the request is not valid.", text);
+    return makeInvalidRequestError(translatable("A header field of the request is not valid."),
+                                   text);
   return std::nullopt;
 }
 

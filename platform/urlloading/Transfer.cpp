@@ -2,6 +2,7 @@
 
 #include "platform/core/ASCII.h"
 #include "platform/core/CallbackBoundary.h"
+#include "platform/core/Sentence.h"
 #include "platform/urlloading/LoadingErrors.h"
 #include "platform/urlloading/RequestCheck.h"
 
@@ -306,14 +307,15 @@ Error Transfer::refusalError(std::string_view urlText) const {
   switch (refusal_) {
     case Refusal::headTooLarge:
       return makeDescribedURLError(NSURLErrorDataLengthExceedsMaximum,
-                                   "The header fields of the server's response are larger than "
-                                   "allowed.",
+                                   translatable("The header fields of the server's response are "
+                                                "larger than allowed."),
                                    urlText);
     case Refusal::bodyTooLarge:
       return makeURLError(NSURLErrorDataLengthExceedsMaximum, urlText);
     case Refusal::encoded:
       return makeDescribedURLError(NSURLErrorCannotDecodeContentData,
-                                   "The event stream has a content encoding.", urlText);
+                                   translatable("The event stream has a content encoding."),
+                                   urlText);
     case Refusal::unreadable:
       if (auto error = feed_->error()) return *error;
       return makeURLError(NSURLErrorRequestBodyStreamExhausted, urlText);

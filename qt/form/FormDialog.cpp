@@ -174,7 +174,7 @@ void FormDialog::Implementation::addWidgets() {
 }
 
 FileField* FormDialog::Implementation::addFile() {
-  auto* field = new FileField({{"name", "file"}, {"label", Value("File")}}, &dialog_);
+  auto* field = new FileField({{"name", "file"}, {"label", utf8(tr("File"))}}, &dialog_);
   files_.push_back(field);
   area_->addRow(field->label(), field);
   grow();

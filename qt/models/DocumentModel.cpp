@@ -1,5 +1,6 @@
 #include "qt/PlainText.h"
 
+#include <local/platform/Translation.h>
 #include <local/qt/Conversions.h>
 #include <local/qt/DocumentModel.h>
 
@@ -34,8 +35,9 @@ bool isContainer(const Value& value) {
   return value.kind() == Value::Kind::array || value.kind() == Value::Kind::dictionary;
 }
 
-QString counted(std::size_t count, const QString& one, const QString& more) {
-  return count == 1 ? one : more.arg(count);
+QString counted(std::size_t count, std::string_view one, std::string_view many) {
+  return qString(translatedForCount(one, many, count))
+      .replace(QLatin1String("%1"), QString::number(count));
 }
 
 QString shownText(const Value& value) {
@@ -47,14 +49,11 @@ QString shownText(const Value& value) {
     case Value::Kind::string:
       return lineOf(*value.string());
     case Value::Kind::data:
-      return counted(value.data()->size(), DocumentModel::tr("1 byte"),
-                     DocumentModel::tr("%1 bytes"));
+      return counted(value.data()->size(), "1 byte", "%1 bytes");
     case Value::Kind::array:
-      return counted(value.array()->size(), DocumentModel::tr("1 element"),
-                     DocumentModel::tr("%1 elements"));
+      return counted(value.array()->size(), "1 element", "%1 elements");
     case Value::Kind::dictionary:
-      return counted(value.dictionary()->size(), DocumentModel::tr("1 key"),
-                     DocumentModel::tr("%1 keys"));
+      return counted(value.dictionary()->size(), "1 key", "%1 keys");
     default:
       return lineOf(value.description());
   }

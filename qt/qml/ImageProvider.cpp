@@ -1,6 +1,7 @@
 #include "qt/qml/ImageProvider.h"
 
 #include <local/platform/Image.h>
+#include <local/platform/Translation.h>
 #include <local/qt/Conversions.h>
 
 #include <QImage>
@@ -48,7 +49,7 @@ class Response final : public QQuickImageResponse {
     return QQuickTextureFactory::textureFactoryForImage(image_);
   }
   [[nodiscard]] QString errorString() const override { return fault_; }
-  void cancel() override { place_->fill({}, QStringLiteral("Cancelled")); }
+  void cancel() override { place_->fill({}, qString(translated("Cancelled"))); }
 
   // On the thread of this object: the engine listens only once the request has returned there.
   void finish(const QImage& image, const QString& fault) {
@@ -76,7 +77,7 @@ void ResponsePlace::fill(const QImage& image, const QString& fault) {
 class Waiting {
  public:
   explicit Waiting(std::shared_ptr<ResponsePlace> place) : place_(std::move(place)) {}
-  ~Waiting() { place_->fill({}, QStringLiteral("There is no image.")); }
+  ~Waiting() { place_->fill({}, qString(translated("There is no image."))); }
   Waiting(const Waiting&) = delete;
   Waiting& operator=(const Waiting&) = delete;
 

@@ -4,6 +4,7 @@
 #include "qt/qml/Plain.h"
 
 #include <local/KVLEncoding.h>
+#include <local/platform/Translation.h>
 #include <local/qt/Conversions.h>
 
 #include <QPointer>
@@ -17,7 +18,7 @@ namespace {
 Fetched noForm() {
   return {std::nullopt, nullptr,
           Error(KVLEncoding::KVLEncodingErrorDomain, 400,
-                {{NSLocalizedDescriptionKey, "What was to be sent is no form."}})};
+                {{NSLocalizedDescriptionKey, translatable("What was to be sent is no form.")}})};
 }
 
 }  // namespace

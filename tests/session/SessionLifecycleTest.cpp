@@ -1,4 +1,7 @@
 #include "tests/session/SessionFixture.h"
+#include "tests/support/UserEnvironment.h"
+
+#include <gmock/gmock.h>
 
 #include <cerrno>
 #include <cstring>
@@ -94,6 +97,19 @@ TEST_F(SessionLifecycleTest, ProgressBeginsWithTheNotarysPath) {
   create();
   EXPECT_EQ(session->progress()->state(),
             (ProgressState{1, 0, "Connecting\u2026", "Connecting to \"/run/notary\""}));
+}
+
+TEST_F(SessionLifecycleTest, ProgressSpeaksTheUsersLanguage) {
+  const UserEnvironment user("de_DE.UTF-8", "UTC");
+  notary->setPath("/run/notary");
+  create();
+  EXPECT_EQ(session->progress()->state(),
+            (ProgressState{1, 0, "Verbindung wird aufgebaut …",
+                           "Verbindung zu „/run/notary“ wird aufgebaut"}));
+  notary->answer(nullptr, recoverableError());
+  EXPECT_EQ(session->progress()->localizedDescription(), "Verbindung wird wiederhergestellt …");
+  EXPECT_THAT(session->progress()->state().localizedAdditionalDescription,
+              testing::EndsWith(" – /run/notary\nNeuer Versuch alle 5 Sekunden"));
 }
 
 TEST_F(SessionLifecycleTest, SignatureEstablishesTheSession) {

@@ -56,6 +56,7 @@ class TimeLimit : public testing::EmptyTestEventListener {
 
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
+  setenv("LANGUAGE", "en", 1);  // the texts that tests expect, wherever they run
   if (const char* limit = std::getenv(kLimitVariable)) {
     const auto seconds = static_cast<unsigned>(std::strtoul(limit, nullptr, 10));
     testing::UnitTest::GetInstance()->listeners().Append(new TimeLimit(seconds));

@@ -27,7 +27,7 @@ class MenuTest : public ServiceTest {
     const Outcome outcome = activate(identifier);
     EXPECT_EQ(outcome.exitCode, 7);
     EXPECT_THAT(outcome.output, IsEmpty());
-    EXPECT_EQ(outcome.errors, "kvlocal: the item \"" + identifier + "\" " + why + "\n");
+    EXPECT_EQ(outcome.errors, "kvlocal: der Eintrag \"" + identifier + "\" " + why + "\n");
     EXPECT_THAT(serviceLog(), Not(HasSubstr("/echo")));
   }
 
@@ -41,14 +41,14 @@ class MenuTest : public ServiceTest {
 
 constexpr auto kDrawing =
     "Updates\n"
-    "    Install now  [3 Aktualisierungen] [key i]\n"
+    "    Install now  [3 Aktualisierungen] [Taste i]\n"
     "      found on 01.05.2024, takes 2 Minuten\n"
     "  x Check every day\n"
     "      at 07:30\n"
     "  - Previews  [1 Aktualisierung]\n"
     "    ----\n"
     "Documents\n"
-    "    Print  [key p] [disabled]\n"
+    "    Print  [Taste p] [deaktiviert]\n"
     "    Open recent >\n"
     "        first.txt\n"
     "        ----\n"
@@ -64,10 +64,11 @@ TEST_F(MenuTest, IsDrawnAsLines) {
 }
 
 TEST_F(MenuTest, ShowsTheIdentifiersOfForms) {
-  EXPECT_THAT(run({"menu", "--ids", "/menu"}).output,
-              AllOf(HasSubstr("\n    Install now  [3 Aktualisierungen] [key i] [id install]\n"),
-                    HasSubstr("\n        first.txt  [id open-first]\n"),
-                    HasSubstr("\n    Print  [key p] [disabled]\n")));
+  EXPECT_THAT(
+      run({"menu", "--ids", "/menu"}).output,
+      AllOf(HasSubstr("\n    Install now  [3 Aktualisierungen] [Taste i] [Kennung install]\n"),
+            HasSubstr("\n        first.txt  [Kennung open-first]\n"),
+            HasSubstr("\n    Print  [Taste p] [deaktiviert]\n")));
 }
 
 TEST_F(MenuTest, AsJSONHoldsTheBuiltItems) {
@@ -111,24 +112,24 @@ TEST_F(MenuTest, AnswerToAnActivationIsJSONWhenAskedFor) {
 }
 
 TEST_F(MenuTest, AnUnknownItemIsNotActivated) {
-  expectRefusal("dance", "is not in the menu");
+  expectRefusal("dance", "ist nicht im Menü");
   EXPECT_THAT(activate("dance", {"--json"}).output,
               StartsWith(R"({"error":{"domain":"kvlocal","code":7,)"));
 }
 
 TEST_F(MenuTest, ADisabledItemIsNotActivated) {
-  expectRefusal("print", "has no form, so it cannot be activated");
+  expectRefusal("print", "hat kein Formular und kann daher nicht ausgelöst werden");
 }
 
 TEST_F(MenuTest, AnItemForTheBrowserIsNotActivated) {
-  expectRefusal("help", "would be opened in a browser");
+  expectRefusal("help", "würde in einem Browser geöffnet");
 }
 
 TEST_F(MenuTest, AnAnswerWithoutAMenuIsAFailure) {
   const Outcome outcome = run({"menu", "/status"});
   EXPECT_EQ(outcome.exitCode, 4);
   EXPECT_THAT(outcome.output, IsEmpty());
-  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the answer holds no menu"));
+  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: die Antwort enthält kein Menü"));
   EXPECT_EQ(run({"menu", "/code?status=404"}).exitCode, 1);
   EXPECT_EQ(run({"menu", "/code?status=200&body=null"}).exitCode, 4);
 }
@@ -139,7 +140,7 @@ TEST_F(MenuTest, ADocumentWithoutItemsIsNoMenu) {
     const std::string path = std::string("/code?status=200&body=") + document;
     const Outcome outcome = run({"menu", path});
     EXPECT_EQ(outcome.exitCode, 4) << document;
-    EXPECT_EQ(outcome.errors, "kvlocal: the answer holds no menu\n");
+    EXPECT_EQ(outcome.errors, "kvlocal: die Antwort enthält kein Menü\n");
   }
   EXPECT_THAT(run({"menu", "/code?status=200&body=%5B1%5D", "--json"}).output,
               StartsWith(R"({"error":{"domain":"NSURLErrorDomain","code":-1016)"));
@@ -147,7 +148,7 @@ TEST_F(MenuTest, ADocumentWithoutItemsIsNoMenu) {
 
 TEST_F(MenuTest, AnErrorStatusIsToldAsOne) {
   EXPECT_EQ(run({"menu", "/code?status=404&body=no"}).errors,
-            "kvlocal: the service answered with HTTP status 404\n");
+            "kvlocal: der Dienst hat mit dem HTTP-Status 404 geantwortet\n");
 }
 
 TEST_F(MenuTest, AnAnswerThatIsNoDocumentIsAFailure) {
@@ -160,7 +161,7 @@ TEST_F(MenuTest, AnAnswerThatIsNoDocumentIsAFailure) {
 TEST_F(MenuTest, ARequestThatFailsIsToldByTheExitCode) {
   const Outcome outcome = run({"menu", "https://127.0.0.1:1/"});
   EXPECT_EQ(outcome.exitCode, 4);
-  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: the request failed: "));
+  EXPECT_THAT(outcome.errors, StartsWith("kvlocal: die Anfrage ist fehlgeschlagen: "));
 }
 
 }  // namespace

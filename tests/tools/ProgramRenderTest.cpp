@@ -92,12 +92,12 @@ TEST_F(RenderTest, EntriesThatAreNoArrayAreTold) {
 }
 
 TEST_F(RenderTest, AFileThatIsNoJSONIsWrong) {
-  expectWrongFile(render("%A", "["), "locales.json\" is no JSON document: ");
+  expectWrongFile(render("%A", "["), "locales.json\" ist kein JSON-Dokument: ");
 }
 
 TEST_F(RenderTest, AMissingFileIsWrong) {
   expectWrongFile(run({"render", "%A", "--locales", "/nonexistent/file"}),
-                  "kvlocal: \"/nonexistent/file\" cannot be read: ");
+                  "kvlocal: \"/nonexistent/file\" kann nicht gelesen werden: ");
 }
 
 }  // namespace

@@ -81,6 +81,11 @@ check_reference() {
   make_reference
 }
 
+# The translators' files agree with the sources and are complete.
+check_texts() {
+  (cd tools/dev && python3 -B texts_test.py --quiet 2>&1) && python3 tools/dev/texts.py check
+}
+
 # What pages lead to exists, and what looks at pages would tell.
 check_links() {
   (cd tools/dev && python3 -B pages_test.py --quiet 2>&1) && python3 tools/dev/links.py
@@ -115,7 +120,7 @@ check_mutations() {
 run_check() {
   local part failed=()
   configure_and_build unity
-  for part in format headers reference arrows promises symptoms paths links porting lengths scripts packages \
+  for part in format headers reference arrows promises symptoms paths links porting lengths scripts texts packages \
     mutations goals shown tidy; do
     section "Check: $part"
     if "check_$part"; then note ok; else failed+=("$part"); fi

@@ -255,6 +255,7 @@ show_end() {
 # From here on whatever is started is ended with the demo.
 begin_demo() {
   demo_dir=$(mktemp -d)
+  export LANGUAGE=en # the texts that are waited for
   trap demo_end EXIT
   trap 'exit 130' INT
   trap 'exit 143' TERM

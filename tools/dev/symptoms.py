@@ -28,7 +28,7 @@ COMPLAINT = re.compile(r"\b(?:complain|fail|failure|systemFailure|reportUnusable
 
 
 # What the program writes when nothing is wrong.
-NO_COMPLAINTS = {"waiting for the answer", "receiving the answer", "(none: the notary issued no certificate)",
+NO_COMPLAINTS = {"waiting for the answer", "receiving the answer", "receiving", "(none: the notary issued no certificate)",
                  "# service:", "# state:", "unix:", "a file name"}
 
 

@@ -2,6 +2,7 @@
 
 #include "tools/kvlocal/Input.h"
 #include "tools/kvlocal/Text.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/platform/Text.h>
 
@@ -28,20 +29,20 @@ bool holdsControl(std::string_view text) {
 
 // An empty text when it can stand in a line of its own.
 std::string faultOf(std::string_view text, std::string_view what) {
-  if (!kvl::isUTF8(text)) return std::string(what) + " is not UTF-8";
-  if (holdsControl(text)) return std::string(what) + " holds a control character";
+  if (!kvl::isUTF8(text)) return tr("%@ is not UTF-8", what);
+  if (holdsControl(text)) return tr("%@ holds a control character", what);
   return {};
 }
 
 std::string nameFault(std::string_view name) {
-  if (name.find('"') != std::string_view::npos) return "a name cannot hold a double quote";
-  return faultOf(name, "a name");
+  if (name.find('"') != std::string_view::npos) return tr("a name cannot hold a double quote");
+  return faultOf(name, tr("a name"));
 }
 
 // A file system allows line ends in names; in a form they would begin new lines of the part's head.
 std::string filenameFault(std::string_view filename) {
-  std::string fault = faultOf(filename, "a file name");
-  if (!fault.empty()) fault += "; send it under another one: ;filename=NAME";
+  std::string fault = faultOf(filename, tr("a file name"));
+  if (!fault.empty()) fault = tr("%@; send it under another one: ;filename=NAME", fault);
   return fault;
 }
 
@@ -60,13 +61,14 @@ std::size_t findParameter(std::string_view text, std::size_t from = 0) {
 }
 
 std::string repeatedParameter(std::string_view name) {
-  return "a file has one " + std::string(name.substr(1, name.size() - 2)) + ", and two are given";
+  return tr("a file has one %@, and two are given", name.substr(1, name.size() - 2));
 }
 
 std::string unknownParameter(std::string_view parameter) {
-  return kvl::jsonText(parameter.substr(1, parameter.find('=') - 1)) +
-         " is no parameter of a file, which has type and filename; send a file whose name looks "
-         "like that from standard input";
+  return tr(
+      "%@ is no parameter of a file, which has type and filename; send a file whose name looks "
+      "like that from standard input",
+      kvl::jsonText(parameter.substr(1, parameter.find('=') - 1)));
 }
 
 // Takes the parameters off the end of `text`, from the last one to the first, and leaves the path.
@@ -134,20 +136,20 @@ CLI::Validator secondsCheck() {
   return checkOf([](const std::string& text) -> std::string {
     const auto seconds = number(text);
     if (seconds && *seconds >= 0 && *seconds <= kLongestSeconds) return {};
-    return kvl::jsonText(text) + " is not a number of seconds from 0 to 1000000";
+    return tr("%@ is not a number of seconds from 0 to 1000000", kvl::jsonText(text));
   });
 }
 
 CLI::Validator identifierCheck() {
   return checkOf([](const std::string& text) -> std::string {
-    if (text.empty()) return "an identifier cannot be empty: keys are kept under it";
-    return kvl::isUTF8(text) ? std::string() : "an identifier is UTF-8, and this one is not";
+    if (text.empty()) return tr("an identifier cannot be empty: keys are kept under it");
+    return kvl::isUTF8(text) ? std::string() : tr("an identifier is UTF-8, and this one is not");
   });
 }
 
 CLI::Validator textCheck() {
   return checkOf([](const std::string& text) {
-    return kvl::isUTF8(text) ? std::string() : kvl::jsonText(text) + " is not UTF-8";
+    return kvl::isUTF8(text) ? std::string() : tr("%@ is not UTF-8", kvl::jsonText(text));
   });
 }
 
@@ -157,24 +159,24 @@ CLI::Validator countCheck() {
     const char* const end = text.data() + text.size();
     const auto [rest, fault] = std::from_chars(text.data(), end, count);
     if (fault == std::errc{} && rest == end && count >= 0) return {};
-    return kvl::jsonText(text) + " is not a whole number from 0 to " +
-           std::to_string(std::numeric_limits<std::int64_t>::max());
+    return tr("%@ is not a whole number from 0 to %@", kvl::jsonText(text),
+              std::numeric_limits<std::int64_t>::max());
   });
 }
 
 std::variant<TextInput, std::string> parseTextInput(std::string_view text) {
   const std::size_t end = endOfName(text);
-  if (end == std::string_view::npos) return kvl::jsonText(text) + " is not NAME=VALUE";
+  if (end == std::string_view::npos) return tr("%@ is not NAME=VALUE", kvl::jsonText(text));
   TextInput input{std::string(text.substr(0, end)), std::string(text.substr(end + 1))};
   if (std::string fault = nameFault(input.name); !fault.empty()) return fault;
-  if (!kvl::isUTF8(input.value)) return "a value is not UTF-8; send it as a file";
+  if (!kvl::isUTF8(input.value)) return tr("a value is not UTF-8; send it as a file");
   return input;
 }
 
 std::variant<FileInput, std::string> parseFileInput(std::string_view text) {
   const std::size_t end = endOfName(text);
   if (end == std::string_view::npos || !text.substr(end + 1).starts_with('@'))
-    return kvl::jsonText(text) + " is not NAME=@PATH";
+    return tr("%@ is not NAME=@PATH", kvl::jsonText(text));
   FileInput input{std::string(text.substr(0, end)), {}, {}, {}};
   std::optional<std::string> filename;
   text.remove_prefix(end + 2);
@@ -182,16 +184,16 @@ std::variant<FileInput, std::string> parseFileInput(std::string_view text) {
     return fault;
   input.path = text;
   input.filename = filename.value_or(lastPart(text));
-  if (input.path.empty()) return "the path of a file is empty";
+  if (input.path.empty()) return tr("the path of a file is empty");
   for (const std::string& fault : {nameFault(input.name), filenameFault(input.filename),
-                                   faultOf(input.contentType.value_or(""), "a content type")})
+                                   faultOf(input.contentType.value_or(""), tr("a content type"))})
     if (!fault.empty()) return fault;
   return input;
 }
 
 std::string sizeFault(const std::string& text) {
   if (parseSize(text)) return {};
-  return kvl::jsonText(text) + " is not WIDTHxHEIGHT with numbers above 0 and up to 100000";
+  return tr("%@ is not WIDTHxHEIGHT with numbers above 0 and up to 100000", kvl::jsonText(text));
 }
 
 kvl::Size sizeOf(const std::string& text) {

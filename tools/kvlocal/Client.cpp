@@ -3,6 +3,7 @@
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/platform/Semaphore.h>
 #include <local/platform/Text.h>
@@ -124,9 +125,10 @@ std::string Client::failureText() const {
 }
 
 std::string notaryFailureText(const std::optional<kvl::Error>& error) {
-  if (!error) return "the notary service did not answer in time";
-  if (isUnreachable(*error)) return "the notary service cannot be reached: " + reasonText(*error);
-  return "the notary service gave no identity: " + kvl::errorText(*error);
+  if (!error) return tr("the notary service did not answer in time");
+  if (isUnreachable(*error))
+    return tr("the notary service cannot be reached: %@", reasonText(*error));
+  return tr("the notary service gave no identity: %@", kvl::errorText(*error));
 }
 
 }  // namespace kvlocal

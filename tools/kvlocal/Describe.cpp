@@ -1,5 +1,8 @@
 #include "tools/kvlocal/Describe.h"
 
+#include "tools/kvlocal/Text.h"
+#include "tools/kvlocal/Words.h"
+
 #include <local/KVLEncodingLocale.h>
 #include <local/KVLExtensionsDateFormatter.h>
 #include <local/platform/PrintableText.h>
@@ -12,10 +15,10 @@ namespace kvlocal {
 namespace {
 
 constexpr std::size_t kNameWidth = 12;
-constexpr std::string_view kAbsent = "(none)";
+constexpr std::string_view kAbsent = translatable("(none)");
 
 std::string orAbsent(std::string_view text) {
-  return std::string(text.empty() ? kAbsent : text);
+  return text.empty() ? tr(kAbsent) : std::string(text);
 }
 
 // RFC 3339, in UTC and whole seconds: "2024-05-01T12:34:56Z".
@@ -28,10 +31,11 @@ kvl::Value dateValue(const std::optional<kvl::Date>& date) {
 }
 
 std::string expiryText(const std::optional<kvl::Date>& date) {
-  if (!date) return std::string(kAbsent);
+  if (!date) return tr(kAbsent);
   const auto seconds = static_cast<std::int64_t>(date->secondsSince(kvl::Date::now()));
   const std::string distance = KVLEncoding::duration(seconds < 0 ? -seconds : seconds);
-  return dateText(*date) + (seconds < 0 ? " (" + distance + " ago)" : " (in " + distance + ")");
+  return seconds < 0 ? tr("%@ (%@ ago)", dateText(*date), distance)
+                     : tr("%@ (in %@)", dateText(*date), distance);
 }
 
 std::string baseURLText(const KVLNotarySignature& signature) {
@@ -49,9 +53,9 @@ kvl::Value certificateValue(const kvl::CertificateRef& certificate) {
 }
 
 std::string clientText(const kvl::CertificateRef& client) {
-  if (!client) return field("subject", "(none: the notary issued no certificate)");
-  return field("subject", orAbsent(client->subject())) + field("issuer", client->issuer()) +
-         field("serial", client->serialNumber());
+  if (!client) return field(tr("subject"), tr("(none: the notary issued no certificate)"));
+  return field(tr("subject"), orAbsent(client->subject())) + field(tr("issuer"), client->issuer()) +
+         field(tr("serial"), client->serialNumber());
 }
 
 std::string numberOf(const kvl::Error& error) {
@@ -75,15 +79,16 @@ kvl::Dictionary errorValue(const kvl::Error& error) {
 
 std::string field(std::string_view name, std::string_view value) {
   std::string line(name);
-  line.resize(std::max(kNameWidth, name.size() + 1), ' ');
+  const std::size_t columns = columnsOf(name);
+  line.append(std::max(kNameWidth, columns + 1) - columns, ' ');
   return line.append(kvl::printable(value)) + '\n';
 }
 
 std::string signatureText(const KVLNotarySignature& signature) {
   const kvl::CertificateRef anchor = signature.anchor();
-  return field("base URL", orAbsent(baseURLText(signature))) + clientText(signature.client()) +
-         field("expires", expiryText(signature.expires())) +
-         field("anchor", anchor ? anchor->subject() : std::string(kAbsent));
+  return field(tr("base URL"), orAbsent(baseURLText(signature))) + clientText(signature.client()) +
+         field(tr("expires"), expiryText(signature.expires())) +
+         field(tr("anchor"), anchor ? anchor->subject() : tr(kAbsent));
 }
 
 kvl::Dictionary signatureValue(const KVLNotarySignature& signature) {

@@ -4,6 +4,7 @@
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/platform/Text.h>
 #include <local/platform/Value.h>
@@ -14,7 +15,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <thread>
@@ -114,7 +114,7 @@ struct Peer {
   [[nodiscard]] bool hasEnded() const { return process && process->status(); }
   // Once it has ended, nobody writes its last line any more.
   [[nodiscard]] std::string endText() const {
-    return std::string(name) + " has ended" + (lastLine.empty() ? "" : ": " + lastLine);
+    return lastLine.empty() ? tr("%@ has ended", name) : tr("%@ has ended: %@", name, lastLine);
   }
 
   const char* const name;
@@ -169,8 +169,7 @@ class Peers {
 };
 
 ExitCode Peers::start() {
-  if (folder_.path().empty())
-    return failure(std::string("no folder can be made: ") + std::strerror(errno));
+  if (folder_.path().empty()) return failure(tr("no folder can be made: %@", systemWords(errno)));
   const ExitCode bus = startBus();
   if (bus != ExitCode::ok) return bus;
   const ExitCode service = startService();
@@ -215,7 +214,7 @@ ExitCode Peers::startPeer(Peer& peer, std::vector<std::string> words, const IsNe
   int error = 0;
   peer.process = ChildProcess::start(start, context_.rendezvous, error);
   if (peer.process) return awaitNews(peer);
-  return failure(std::string(peer.name) + " cannot be started: " + std::strerror(error));
+  return failure(tr("%@ cannot be started: %@", peer.name, systemWords(error)));
 }
 
 ExitCode Peers::awaitNews(const Peer& peer) {
@@ -228,7 +227,7 @@ ExitCode Peers::awaitNews(const Peer& peer) {
   if (isThere) return ExitCode::ok;
   if (result == Rendezvous::Result::interrupted) return ExitCode::interrupted;
   if (result == Rendezvous::Result::met) return failure(peer.endText());
-  return failure(std::string(peer.name) + " did not start in time");
+  return failure(tr("%@ did not start in time", peer.name));
 }
 
 bool Peers::hasEnds() const {
@@ -310,7 +309,7 @@ ExitCode runIn(const Context& context, Peers& peers, const std::vector<std::stri
   int error = 0;
   const auto command = ChildProcess::start(start, context.rendezvous, error);
   if (!command) {
-    complain(kvl::jsonText(words.front()) + " cannot be started: " + std::strerror(error));
+    complain(tr("%@ cannot be started: %@", kvl::jsonText(words.front()), systemWords(error)));
     return static_cast<ExitCode>(error == ENOENT ? kNotFound : kCannotBeRun);
   }
   std::optional<int> status;
@@ -337,20 +336,21 @@ Runner prepareDev(CLI::App& parser) {
   const auto options = std::make_shared<DevOptions>();
   parser
       .add_option("--state", options->state,
-                  "Folder of the notary's authority, which is kept (default: one that goes at the "
-                  "end)")
+                  tr("Folder of the notary's authority, which is kept (default: one that goes "
+                     "at the end)"))
       ->type_name("DIR");
-  parser.add_option("--documents", options->documents, "Folder whose files the service has")
+  parser.add_option("--documents", options->documents, tr("Folder whose files the service has"))
       ->type_name("DIR");
   parser.add_option("COMMAND", options->command,
-                    "Behind --: a program to run with them, and its arguments");
+                    tr("Behind --: a program to run with them, and its arguments"));
   return [options](const Context& context) { return runDev(context, *options); };
 }
 
 }  // namespace
 
 Command devCommand() {
-  return {"dev", "Run a notary and a service for development, until Ctrl-C or for a command",
+  return {"dev",
+          translatable("Run a notary and a service for development, until Ctrl-C or for a command"),
           prepareDev};
 }
 

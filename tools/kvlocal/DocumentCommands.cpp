@@ -4,6 +4,7 @@
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Input.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/KVLEncodingRoot.h>
 #include <local/platform/Text.h>
@@ -24,7 +25,7 @@ ExitCode readRoot(const Context& context, const std::string& path, Root& root) {
   const ExitCode result = readDocument(context, path, root);
   if (result != ExitCode::ok || root) return result;
   return fail(context.settings.json, ExitCode::usage,
-              kvl::jsonText(path) + " is null, which cannot be submitted");
+              tr("%@ is null, which cannot be submitted", kvl::jsonText(path)));
 }
 
 ExitCode show(const Answer<Root>& answer, const Report& report) {
@@ -64,9 +65,9 @@ ExitCode runSubmit(const Context& context, const SubmitOptions& options) {
 
 Runner prepareSubmit(CLI::App& parser) {
   const auto options = std::make_shared<SubmitOptions>();
-  parser.add_option("PATH", options->path, "URL, relative to the service's or absolute")
+  parser.add_option("PATH", options->path, tr("URL, relative to the service's or absolute"))
       ->required();
-  parser.add_option("--data", options->data, "File of JSON text, - for standard input")
+  parser.add_option("--data", options->data, tr("File of JSON text, - for standard input"))
       ->type_name("FILE")
       ->required();
   declareHead(parser, options->showsHead);
@@ -103,7 +104,7 @@ ExitCode runGet(const Context& context, const GetOptions& options) {
 
 Runner prepareGet(CLI::App& parser) {
   const auto options = std::make_shared<GetOptions>();
-  parser.add_option("PATH", options->path, "URL, relative to the service's or absolute")
+  parser.add_option("PATH", options->path, tr("URL, relative to the service's or absolute"))
       ->required();
   declareHead(parser, options->showsHead);
   declareProgress(parser, options->tellsProgress);
@@ -113,11 +114,12 @@ Runner prepareGet(CLI::App& parser) {
 }  // namespace
 
 Command submitCommand() {
-  return {"submit", "Post a JSON document and show the one that comes back", prepareSubmit};
+  return {"submit", translatable("Post a JSON document and show the one that comes back"),
+          prepareSubmit};
 }
 
 Command getCommand() {
-  return {"get", "Fetch a document and write it to standard output", prepareGet};
+  return {"get", translatable("Fetch a document and write it to standard output"), prepareGet};
 }
 
 }  // namespace kvlocal

@@ -6,6 +6,7 @@
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/EventFeed.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/platform/Text.h>
 #include <local/platform/URL.h>
@@ -47,17 +48,17 @@ bool isHTTPScheme(std::string_view scheme) {
 
 // An empty text when the source can be followed, else why it cannot.
 std::string sourceFault(const std::string& source) {
-  if (source.empty()) return "the URL is empty";
+  if (source.empty()) return tr("the URL is empty");
   const auto url = kvl::URL::parse(source);
-  if (!url) return kvl::jsonText(source) + " is no URL";
+  if (!url) return tr("%@ is no URL", kvl::jsonText(source));
   const auto scheme = url->scheme();
   if (!scheme || isHTTPScheme(*scheme)) return {};
-  return kvl::jsonText(source) + " is no URL of HTTP";
+  return tr("%@ is no URL of HTTP", kvl::jsonText(source));
 }
 
 std::string identifierFault(const std::string& identifier) {
   if (kvl::isSendableHeaderField(kLastEventIDField, identifier)) return {};
-  return "an identifier with a line end or a NUL cannot be sent";
+  return tr("an identifier with a line end or a NUL cannot be sent");
 }
 
 // A word for a shell.
@@ -75,13 +76,13 @@ kvl::Observation tellStates(const KVLSession& session, const std::shared_ptr<Eve
   bool established = false;
   bool told = false;
   return session.observeState([=](KVLSessionState state) mutable {
-    if (verbose) complain("the session is " + std::string(KVLSessionStateText(state)));
+    if (verbose) complain(tr("the session is %@", KVLSessionStateText(state)));
     established = established || state == KVLSessionStateEstablished;
     const bool lost = established && state == KVLSessionStateDisconnected;
     if (told || !lost || feed->hasReceived()) return;
     told = true;
-    complain("the stream ended before its first event; look at it with: kvlocal get -i " +
-             shellWord(source));
+    complain(tr("the stream ended before its first event; look at it with: %@",
+                "kvlocal get -i " + shellWord(source)));
   });
 }
 
@@ -165,16 +166,16 @@ ExitCode runEvents(const Context& context, const EventsOptions& options) {
 
 Runner prepareEvents(CLI::App& parser) {
   const auto options = std::make_shared<EventsOptions>();
-  parser.add_option("SOURCE", options->source, "URL, relative to the service's or absolute")
+  parser.add_option("SOURCE", options->source, tr("URL, relative to the service's or absolute"))
       ->required()
       ->check(sourceFault);
-  parser.add_option("--for", options->seconds, "End after this many seconds")
+  parser.add_option("--for", options->seconds, tr("End after this many seconds"))
       ->type_name("SECONDS")
       ->check(secondsCheck());
-  parser.add_option("--count", options->count, "End after this many events")
+  parser.add_option("--count", options->count, tr("End after this many events"))
       ->type_name("N")
       ->check(countCheck());
-  parser.add_option("--last-event-id", options->lastEventID, "Go on after this event")
+  parser.add_option("--last-event-id", options->lastEventID, tr("Go on after this event"))
       ->type_name("ID")
       ->check(identifierFault);
   return [options](const Context& context) { return runEvents(context, *options); };
@@ -183,7 +184,8 @@ Runner prepareEvents(CLI::App& parser) {
 }  // namespace
 
 Command eventsCommand() {
-  return {"events", "Follow the event stream at a URL and show one event a line, until Ctrl-C",
+  return {"events",
+          translatable("Follow the event stream at a URL and show one event a line, until Ctrl-C"),
           prepareEvents};
 }
 

@@ -4,6 +4,7 @@
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Text.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/platform/DispatchQueue.h>
 #include <local/platform/PrintableText.h>
@@ -60,8 +61,8 @@ void ProgressNote::show(std::string_view phase) {
   const auto now = std::chrono::steady_clock::now();
   next_ = now + kNoteInterval;
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now - start_).count();
-  std::string text = "kvlocal: " + std::string(phase);
-  if (seconds > 0) text += ", " + std::to_string(seconds) + " s";
+  std::string text = "kvlocal: ";
+  text += seconds > 0 ? tr("%@, %@ s", phase, seconds) : std::string(phase);
   writeToErrors(isTerminal_ ? std::string(kEraseLine) + text : text + "\n");
   isShown_ = true;
 }
@@ -75,7 +76,7 @@ Rendezvous::Limit earlier(Rendezvous::Limit a, Rendezvous::Limit b) {
 // Once the answer's head is there, it tells how much is to come.
 std::string phaseOf(const Exchange::Task& task) {
   const auto response = task ? task->response() : nullptr;
-  if (!response) return "waiting for the answer";
+  if (!response) return tr("waiting for the answer");
   return receivingText(response->headers.find("Content-Length"));
 }
 
@@ -127,14 +128,14 @@ bool hasErrorStatus(const kvl::URLResponseRef& response) {
 }
 
 std::string statusText(int status) {
-  return "the service answered with HTTP status " + std::to_string(status);
+  return tr("the service answered with HTTP status %@", status);
 }
 
 }  // namespace
 
 void declareProgress(CLI::App& parser, bool& tellsProgress) {
   parser.add_flag("--progress", tellsProgress,
-                  "Tell on standard error how long it takes, even if that is no terminal");
+                  tr("Tell on standard error how long it takes, even if that is no terminal"));
 }
 
 ExitCode establish(Client& client) {
@@ -161,16 +162,17 @@ ExitCode detail::carryOut(const Context& context, const Client& client, const Ex
 
 std::optional<kvl::Error> detail::faultOf(bool isLate, const kvl::URLResponseRef& response) {
   if (isLate) {
-    return kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorTimedOut,
-                      {{kvl::NSLocalizedDescriptionKey, "The answer did not come in time."}});
+    return kvl::Error(
+        kvl::NSURLErrorDomain, kvl::NSURLErrorTimedOut,
+        {{kvl::NSLocalizedDescriptionKey, translatable("The answer did not come in time.")}});
   }
   if (response && response->isHTTP()) return std::nullopt;
   return kvl::Error(kvl::NSURLErrorDomain, kvl::NSURLErrorBadServerResponse,
-                    {{kvl::NSLocalizedDescriptionKey, "The answer is not HTTP."}});
+                    {{kvl::NSLocalizedDescriptionKey, translatable("The answer is not HTTP.")}});
 }
 
 void declareHead(CLI::App& parser, bool& showsHead) {
-  parser.add_flag("-i,--include", showsHead, "Show status and header fields first");
+  parser.add_flag("-i,--include", showsHead, tr("Show status and header fields first"));
 }
 
 std::string headText(const kvl::URLResponse& response) {
@@ -193,7 +195,7 @@ kvl::Dictionary headValue(const kvl::URLResponse& response) {
 }
 
 ExitCode reportFailure(const kvl::Error& error, const kvl::URLResponseRef& response, bool json) {
-  return fail(json, ExitCode::transport, "the request failed: " + kvl::errorText(error), error,
+  return fail(json, ExitCode::transport, tr("the request failed: %@", kvl::errorText(error)), error,
               headOf(response));
 }
 
@@ -209,8 +211,8 @@ ExitCode reportNoDocument(const kvl::Error& error, const kvl::URLResponseRef& re
   const bool isUndecodable =
       response && error.is(kvl::NSCocoaErrorDomain, kvl::NSPropertyListReadCorruptError);
   if (!isUndecodable) return reportFailure(error, response, json);
-  return reportUnusable("the answer is no JSON document: " + kvl::errorText(error), error, response,
-                        json);
+  return reportUnusable(tr("the answer is no JSON document: %@", kvl::errorText(error)), error,
+                        response, json);
 }
 
 ExitCode withStatus(ExitCode shown, const kvl::URLResponse& response) {

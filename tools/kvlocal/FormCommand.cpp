@@ -5,6 +5,7 @@
 #include "tools/kvlocal/Exchange.h"
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Input.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLInputFile.h>
@@ -30,8 +31,8 @@ struct FormOptions {
 // An empty text when the framework would send the form to the service.
 std::string pathFault(const std::string& path) {
   if (!path.starts_with("https://")) return {};
-  return kvl::jsonText(path) +
-         " would be opened in a browser; give a URL relative to the service's";
+  return tr("%@ would be opened in a browser; give a URL relative to the service's",
+            kvl::jsonText(path));
 }
 
 template <class Input>
@@ -76,7 +77,7 @@ bool isStandardInput(const std::variant<TextInput, FileInput>& input) {
 ExitCode runForm(const Context& context, const FormOptions& options, const Inputs& given) {
   if (std::ranges::count_if(given, isStandardInput) > 1)
     return fail(context.settings.json, ExitCode::usage,
-                "standard input ends with the first file that is read from it; name it once");
+                tr("standard input ends with the first file that is read from it; name it once"));
   kvl::Array inputs;
   const ExitCode read = readInputs(context, given, inputs);
   if (read != ExitCode::ok) return read;
@@ -111,22 +112,22 @@ Inputs inputsOf(const CLI::App& parser, const CLI::Option* texts, const CLI::Opt
 
 // One value for each option, so that the word that follows is not taken for another value.
 CLI::Option* declareInputs(CLI::App& parser, const char* name, std::vector<std::string>& values,
-                           const char* help) {
+                           const std::string& help) {
   return parser.add_option(name, values, help)->allow_extra_args(false);
 }
 
 Runner prepareForm(CLI::App& parser) {
   const auto options = std::make_shared<FormOptions>();
-  parser.add_option("PATH", options->path, "URL, relative to the service's")
+  parser.add_option("PATH", options->path, tr("URL, relative to the service's"))
       ->required()
       ->check(pathFault);
   const auto* const texts =
-      declareInputs(parser, "--input", options->texts, "An input with a text; may be repeated")
+      declareInputs(parser, "--input", options->texts, tr("An input with a text; may be repeated"))
           ->type_name("NAME=VALUE")
           ->check(checkOf(parseTextInput));
   const auto* const files =
       declareInputs(parser, "--file", options->files,
-                    "An input with a file, - for standard input; may be repeated")
+                    tr("An input with a file, - for standard input; may be repeated"))
           ->type_name("NAME=@PATH[;type=TYPE][;filename=NAME]")
           ->check(checkOf(parseFileInput));
   declareHead(parser, options->showsHead);
@@ -139,7 +140,8 @@ Runner prepareForm(CLI::App& parser) {
 }  // namespace
 
 Command formCommand() {
-  return {"form", "Submit a form and write the answer to standard output", prepareForm};
+  return {"form", translatable("Submit a form and write the answer to standard output"),
+          prepareForm};
 }
 
 }  // namespace kvlocal

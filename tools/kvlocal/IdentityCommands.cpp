@@ -5,6 +5,7 @@
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/platform/Text.h>
 
@@ -30,12 +31,12 @@ struct Change {
 Change stateChange(KVLSessionState state) {
   const auto number = static_cast<std::uint64_t>(state);
   const std::string name(KVLSessionStateText(state));
-  return {field("state", std::to_string(number) + " " + name),
+  return {field(tr("state"), std::to_string(number) + " " + name),
           {{"state", name}, {"value", number}}};
 }
 
 Change progressChange(const kvl::ProgressState& progress) {
-  std::string text = field("progress", progress.localizedDescription);
+  std::string text = field(tr("progress"), progress.localizedDescription);
   std::string_view detail = progress.localizedAdditionalDescription;
   while (!detail.empty()) {
     const std::size_t length = std::min(detail.find('\n'), detail.size());
@@ -50,7 +51,8 @@ Change progressChange(const kvl::ProgressState& progress) {
 }
 
 Change signatureChange(const KVLNotarySignature& signature) {
-  return {"identity\n" + signatureText(signature), {{"signature", signatureValue(signature)}}};
+  return {tr("identity") + '\n' + signatureText(signature),
+          {{"signature", signatureValue(signature)}}};
 }
 
 // Collects the changes of a session, in the order in which they are told.
@@ -117,17 +119,17 @@ ExitCode runWatch(const Context& context, const WatchOptions& options) {
 
 Runner prepareWatch(CLI::App& parser) {
   const auto options = std::make_shared<WatchOptions>();
-  parser.add_option("--for", options->seconds, "End after this many seconds")
+  parser.add_option("--for", options->seconds, tr("End after this many seconds"))
       ->type_name("SECONDS")
       ->check(secondsCheck());
-  parser.add_option("--count", options->count, "End after this many changes")
+  parser.add_option("--count", options->count, tr("End after this many changes"))
       ->type_name("N")
       ->check(countCheck());
   return [options](const Context& context) { return runWatch(context, *options); };
 }
 
 std::string statusText(const Client& client) {
-  std::string text = field("state", KVLSessionStateText(client.session().state()));
+  std::string text = field(tr("state"), KVLSessionStateText(client.session().state()));
   if (const auto signature = client.session().signature()) text += signatureText(*signature);
   return text;
 }
@@ -160,7 +162,7 @@ ExitCode runCSR(const Context& context) {
   const auto request = notary.pemCertificateSigningRequest();
   if (!request) {
     return fail(context.settings.json, ExitCode::noRequest,
-                "no signing request could be made; --verbose shows why");
+                tr("no signing request could be made; --verbose shows why"));
   }
   if (!context.settings.json) return printLine(*request);
   return printLine(kvl::jsonText(kvl::Dictionary{{"certificateSigningRequest", *request}}));
@@ -169,17 +171,18 @@ ExitCode runCSR(const Context& context) {
 }  // namespace
 
 Command watchCommand() {
-  return {"watch", "Show states, progress and identities as they change, until Ctrl-C",
+  return {"watch",
+          translatable("Show states, progress and identities as they change, until Ctrl-C"),
           prepareWatch};
 }
 
 Command statusCommand() {
-  return {"status", "Get an identity from the notary and show it",
+  return {"status", translatable("Get an identity from the notary and show it"),
           [](CLI::App&) -> Runner { return runStatus; }};
 }
 
 Command csrCommand() {
-  return {"csr", "Show a certificate signing request such as the notary gets",
+  return {"csr", translatable("Show a certificate signing request such as the notary gets"),
           [](CLI::App&) -> Runner { return runCSR; }};
 }
 

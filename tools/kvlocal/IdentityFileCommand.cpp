@@ -6,6 +6,7 @@
 #include "tools/kvlocal/IdentityKey.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/SecretFolder.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/KVLNotary.h>
 #include <local/platform/Text.h>
@@ -85,10 +86,10 @@ std::optional<std::string> take(const kvl::Dictionary& reply, const IdentityKey&
   signature.setBaseURL(KVLNotary::baseURL(reply[NotaryResponseKeyURL]));
   signature.setAnchor(certificateIn(reply, NotaryResponseKeyAnchor));
   signature.setClient(certificateIn(reply, NotaryResponseKeyCertificate));
-  if (!signature.baseURL()) return "the notary service gave no URL that can be used";
-  if (!signature.anchor()) return "the notary service gave no anchor to trust the service by";
+  if (!signature.baseURL()) return tr("the notary service gave no URL that can be used");
+  if (!signature.anchor()) return tr("the notary service gave no anchor to trust the service by");
   if (!signature.client() || !key.isOf(*signature.client()))
-    return "the notary service gave no certificate for the key";
+    return tr("the notary service gave no certificate for the key");
   return std::nullopt;
 }
 
@@ -120,7 +121,8 @@ ExitCode getIdentity(const Context& context, const SecretFolder& folder, bool re
   const auto key = IdentityKey::make();
   const auto request = key ? key->request() : std::nullopt;
   const bool json = context.settings.json;
-  if (!request) return fail(json, ExitCode::noRequest, "no key and signing request could be made");
+  if (!request)
+    return fail(json, ExitCode::noRequest, tr("no key and signing request could be made"));
   Reply reply;
   const ExitCode asked = ask(context, *request, reply);
   if (asked != ExitCode::ok) return asked;
@@ -148,17 +150,18 @@ Runner prepareIdentity(CLI::App& parser) {
   parser
       .add_option(
           "--out", options->folder,
-          "Folder for key.pem, certificate.pem, anchor.pem and url; made when it is missing")
+          tr("Folder for key.pem, certificate.pem, anchor.pem and url; made when it is missing"))
       ->type_name("DIR")
       ->required();
-  parser.add_flag("--replace", options->replaces, "Replace files that are there");
+  parser.add_flag("--replace", options->replaces, tr("Replace files that are there"));
   return [options](const Context& context) { return runIdentity(context, *options); };
 }
 
 }  // namespace
 
 Command identityCommand() {
-  return {"identity", "Get an identity into files, for curl, a browser or tests", prepareIdentity};
+  return {"identity", translatable("Get an identity into files, for curl, a browser or tests"),
+          prepareIdentity};
 }
 
 }  // namespace kvlocal

@@ -6,6 +6,7 @@
 #include "tools/kvlocal/Exchange.h"
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/KVLEncodingSession.h>
 #include <local/platform/Text.h>
@@ -40,9 +41,10 @@ std::string imageJSON(const kvl::Image& image, const kvl::URLResponse& response)
 }
 
 std::string imageText(const kvl::Image& image) {
-  return field("size", sizeText(image.size())) + field("natural", sizeText(image.naturalSize())) +
-         field("template", image.isTemplate() ? "yes" : "no") +
-         field("bytes", std::to_string(image.data().size()));
+  return field(tr("size"), sizeText(image.size())) +
+         field(tr("natural"), sizeText(image.naturalSize())) +
+         field(tr("template"), image.isTemplate() ? tr("yes") : tr("no")) +
+         field(tr("bytes"), std::to_string(image.data().size()));
 }
 
 ExitCode show(const kvl::Image& image, const kvl::URLResponse& response,
@@ -58,20 +60,20 @@ ExitCode show(const kvl::Image& image, const kvl::URLResponse& response,
 kvl::Error noImageError() {
   return {kvl::NSURLErrorDomain,
           kvl::NSURLErrorCannotDecodeContentData,
-          {{kvl::NSLocalizedDescriptionKey, "The answer holds no image."}}};
+          {{kvl::NSLocalizedDescriptionKey, translatable("The answer holds no image.")}}};
 }
 
 ExitCode reportImage(const Answer<ImageRef>& answer, const ImageOptions& options, bool json) {
   if (answer.error) return reportFailure(*answer.error, answer.response, json);
   if (!answer.content)
-    return reportUnusable("the answer holds no image", noImageError(), answer.response, json);
+    return reportUnusable(tr("the answer holds no image"), noImageError(), answer.response, json);
   return withStatus(show(*answer.content, *answer.response, options, json), *answer.response);
 }
 
 ExitCode runImage(const Context& context, const ImageOptions& options) {
   const bool json = context.settings.json;
   if (json && options.writesToOutput()) {
-    complain("--json and an image cannot both go to standard output");
+    complain(tr("--json and an image cannot both go to standard output"));
     return ExitCode::usage;
   }
   const Mailbox<ImageRef> mailbox(context);
@@ -90,13 +92,13 @@ ExitCode runImage(const Context& context, const ImageOptions& options) {
 
 Runner prepareImage(CLI::App& parser) {
   const auto options = std::make_shared<ImageOptions>();
-  parser.add_option("PATH", options->path, "URL, relative to the service's or absolute")
+  parser.add_option("PATH", options->path, tr("URL, relative to the service's or absolute"))
       ->required();
   parser
       .add_option("-o,--output", options->file,
-                  "File for the image as it came, - for standard output")
+                  tr("File for the image as it came, - for standard output"))
       ->type_name("FILE");
-  parser.add_option("--size", options->size, "Size in points to scale it to")
+  parser.add_option("--size", options->size, tr("Size in points to scale it to"))
       ->type_name("WxH")
       ->check(sizeFault);
   declareProgress(parser, options->tellsProgress);
@@ -106,7 +108,7 @@ Runner prepareImage(CLI::App& parser) {
 }  // namespace
 
 Command imageCommand() {
-  return {"image", "Fetch an image, tell its size and keep it", prepareImage};
+  return {"image", translatable("Fetch an image, tell its size and keep it"), prepareImage};
 }
 
 }  // namespace kvlocal

@@ -2,6 +2,7 @@
 
 #include "tools/kvlocal/Describe.h"
 #include "tools/kvlocal/Failure.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/KVLEncodingRoot.h>
 #include <local/platform/Text.h>
@@ -13,7 +14,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <string_view>
 #include <thread>
@@ -64,10 +64,11 @@ ExitCode readInto(const Context& context, const std::string& path, const Taker& 
   const auto result = context.rendezvous->wait({}, [&] { return reading->isComplete; });
   if (result == Rendezvous::Result::interrupted) return ExitCode::interrupted;
   if (reading->error == 0) return ExitCode::ok;
-  const char* const fault =
-      reading->isTaken ? " cannot be read: " : " cannot be kept in a temporary file: ";
+  const char* const fault = reading->isTaken
+                                ? translatable("%@ cannot be read: %@")
+                                : translatable("%@ cannot be kept in a temporary file: %@");
   return fail(context.settings.json, ExitCode::usage,
-              kvl::jsonText(path) + fault + std::strerror(reading->error));
+              tr(fault, kvl::jsonText(path), systemWords(reading->error)));
 }
 
 // From this size on, content is in a file until it is sent.
@@ -172,7 +173,8 @@ ExitCode readDocument(const Context& context, const std::string& path,
       KVLEncoding::rootFromResponse(nullptr, kvl::Data::adoptingText(std::move(*text)), &error);
   if (!error) return ExitCode::ok;
   return fail(context.settings.json, ExitCode::usage,
-              kvl::jsonText(path) + " is no JSON document: " + kvl::errorText(*error), *error);
+              tr("%@ is no JSON document: %@", kvl::jsonText(path), kvl::errorText(*error)),
+              *error);
 }
 
 }  // namespace kvlocal

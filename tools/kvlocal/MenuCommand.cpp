@@ -5,6 +5,7 @@
 #include "tools/kvlocal/Failure.h"
 #include "tools/kvlocal/MenuText.h"
 #include "tools/kvlocal/Output.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/KVLEncodingForm.h>
 #include <local/KVLEncodingMenus.h>
@@ -34,7 +35,7 @@ std::optional<kvl::Array> descriptionsIn(const Document& document) {
 kvl::Error noMenuError() {
   return {kvl::NSURLErrorDomain,
           kvl::NSURLErrorCannotDecodeContentData,
-          {{kvl::NSLocalizedDescriptionKey, "The answer holds no menu."}}};
+          {{kvl::NSLocalizedDescriptionKey, translatable("The answer holds no menu.")}}};
 }
 
 ExitCode show(const kvl::Menu& menu, const kvl::URLResponse& response, MenuLook look, bool json) {
@@ -44,24 +45,25 @@ ExitCode show(const kvl::Menu& menu, const kvl::URLResponse& response, MenuLook 
   return printLine(kvl::jsonText(value));
 }
 
-// Why the item cannot be activated here; empty when it can.
-std::string faultOf(const kvl::MenuItem& item) {
-  if (!item.isEnabled()) return "is disabled";
+// Why the item cannot be activated here, as a pattern for its name; empty when it can.
+std::string_view faultOf(const kvl::MenuItem& item) {
+  if (!item.isEnabled()) return translatable("the item %@ is disabled");
   const auto action =
       KVLEncoding::stringFromDictionary(item.representedObject().dictionary(), "action");
   const bool isForBrowser = action && action->text().starts_with("https://");
-  return isForBrowser ? "would be opened in a browser" : std::string();
+  return isForBrowser ? translatable("the item %@ would be opened in a browser") : "";
 }
 
 // An item without a form, disabled or just there for its sub-menu, has no identifier. The one of
 // its description is what the user may have meant.
-std::string faultOf(const std::string& identifier, const std::shared_ptr<kvl::MenuItem>& item,
-                    const kvl::Array& descriptions) {
+std::string_view faultOf(const std::string& identifier, const std::shared_ptr<kvl::MenuItem>& item,
+                         const kvl::Array& descriptions) {
   if (item) return faultOf(*item);
   const bool hasForm = KVLEncoding::menuFormWithIdentifier(
                            identifier, kvl::Dictionary{{kMenuKey, descriptions}}, kvl::Dictionary())
                            .has_value();
-  return hasForm ? "is not in the menu" : "has no form, so it cannot be activated";
+  return hasForm ? translatable("the item %@ is not in the menu")
+                 : translatable("the item %@ has no form, so it cannot be activated");
 }
 
 class MenuRun {
@@ -99,7 +101,7 @@ class MenuRun {
   }
 
   [[nodiscard]] ExitCode reportNoMenu() const {
-    return reportUnusable("the answer holds no menu", noMenuError(), document_.response,
+    return reportUnusable(tr("the answer holds no menu"), noMenuError(), document_.response,
                           context_.settings.json);
   }
 
@@ -115,8 +117,7 @@ class MenuRun {
   ExitCode activate(const std::string& identifier, const kvl::Array& descriptions) {
     const auto item = itemWithIdentifier(menu_, identifier);
     if (const auto fault = faultOf(identifier, item, descriptions); !fault.empty()) {
-      return fail(context_.settings.json, ExitCode::noItem,
-                  "the item " + kvl::jsonText(identifier) + " " + fault);
+      return fail(context_.settings.json, ExitCode::noItem, tr(fault, kvl::jsonText(identifier)));
     }
     const Exchange exchange{.send =
                                 [&](KVLSession&) {
@@ -139,19 +140,20 @@ class MenuRun {
 
 ExitCode runMenu(const Context& context, const MenuOptions& options) {
   if (options.identifier && options.look.showsIdentifiers)
-    return fail(
-        context.settings.json, ExitCode::usage,
-        "--activate draws no menu, so there is nothing for --ids to show; give one of them");
+    return fail(context.settings.json, ExitCode::usage,
+                tr("--activate draws no menu, so there is nothing for --ids to show; give one of "
+                   "them"));
   return MenuRun(context, options).run();
 }
 
 Runner prepareMenu(CLI::App& parser) {
   const auto options = std::make_shared<MenuOptions>();
-  parser.add_option("PATH", options->path, "URL, relative to the service's or absolute")
+  parser.add_option("PATH", options->path, tr("URL, relative to the service's or absolute"))
       ->required();
-  parser.add_option("--activate", options->identifier, "Submit the form of the item of that name")
+  parser
+      .add_option("--activate", options->identifier, tr("Submit the form of the item of that name"))
       ->type_name("ID");
-  parser.add_flag("--ids", options->look.showsIdentifiers, "Show the items' identifiers");
+  parser.add_flag("--ids", options->look.showsIdentifiers, tr("Show the items' identifiers"));
   declareProgress(parser, options->tellsProgress);
   return [options](const Context& context) { return runMenu(context, *options); };
 }
@@ -159,7 +161,8 @@ Runner prepareMenu(CLI::App& parser) {
 }  // namespace
 
 Command menuCommand() {
-  return {"menu", "Fetch a menu and draw it, or choose one of its items", prepareMenu};
+  return {"menu", translatable("Fetch a menu and draw it, or choose one of its items"),
+          prepareMenu};
 }
 
 }  // namespace kvlocal

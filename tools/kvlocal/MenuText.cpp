@@ -1,6 +1,7 @@
 #include "tools/kvlocal/MenuText.h"
 
 #include "tools/kvlocal/Text.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/platform/UpdateCount.h>
 
@@ -69,10 +70,10 @@ std::string remarksOf(const MenuItem& item, MenuLook look) {
     text += (text.empty() ? "  [" : " [") + remark + "]";
   };
   if (const auto badge = item.badge()) add(kvl::localizedUpdateCount(badge->updates));
-  if (const auto key = item.keyEquivalent(); !key.empty()) add("key " + escaped(key));
+  if (const auto key = item.keyEquivalent(); !key.empty()) add(tr("key %@", escaped(key)));
   const auto identifier = item.identifier();
-  if (identifier && look.showsIdentifiers) add("id " + escaped(*identifier));
-  if (item.kind() == MenuItem::Kind::item && !item.isEnabled()) add("disabled");
+  if (identifier && look.showsIdentifiers) add(tr("id %@", escaped(*identifier)));
+  if (item.kind() == MenuItem::Kind::item && !item.isEnabled()) add(tr("disabled"));
   return text;
 }
 

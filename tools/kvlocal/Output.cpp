@@ -1,5 +1,7 @@
 #include "tools/kvlocal/Output.h"
 
+#include "tools/kvlocal/Words.h"
+
 #include <local/platform/PrintableText.h>
 #include <local/platform/Text.h>
 
@@ -22,7 +24,7 @@ ExitCode print(std::string_view bytes) {
 }
 
 ExitCode giveUpOutput(int error) {
-  complain(std::string("standard output cannot be written: ") + std::strerror(error));
+  complain(tr("standard output cannot be written: %@", systemWords(error)));
   return ExitCode::output;
 }
 
@@ -40,7 +42,7 @@ std::optional<std::string> writeFile(const std::string& path, std::string_view b
     error = errno;
   }
   if (written) return std::nullopt;
-  return kvl::jsonText(path) + " cannot be written: " + std::strerror(error);
+  return tr("%@ cannot be written: %@", kvl::jsonText(path), systemWords(error));
 }
 
 std::size_t outputWidth() {

@@ -1,6 +1,8 @@
 // What the program tells its caller: standard output, standard error and the exit status.
 #pragma once
 
+#include "tools/kvlocal/Words.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -22,7 +24,7 @@ enum class ExitCode : int {
   interrupted = 130,   // ended by the user before it was done
 };
 
-inline constexpr const char* kExitCodesHelp =
+inline constexpr const char* kExitCodesHelp = translatable(
     "Exit status:\n"
     "  0    done\n"
     "  1    the service answered a request with HTTP status 400 or above\n"
@@ -34,7 +36,7 @@ inline constexpr const char* kExitCodesHelp =
     "  6    output or files could not be written, or nobody reads it any more\n"
     "  7    menu: there is no such item, or it cannot be activated\n"
     "  8    dev: the bus, the notary or the service could not be started, or ended\n"
-    "  130  interrupted before it was done";
+    "  130  interrupted before it was done");
 
 // Writes the bytes as they are and flushes. `ok`, or `output` after it has said why.
 [[nodiscard]] ExitCode print(std::string_view bytes);

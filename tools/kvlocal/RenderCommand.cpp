@@ -5,6 +5,7 @@
 #include "tools/kvlocal/Input.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Text.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/KVLEncodingLocale.h>
 #include <local/platform/Log.h>
@@ -35,11 +36,11 @@ ExitCode runRender(const Context& context, const RenderOptions& options) {
 
 Runner prepareRender(CLI::App& parser) {
   const auto options = std::make_shared<RenderOptions>();
-  parser.add_option("TEXT", options->text, "Template, with the tokens that the entries name")
+  parser.add_option("TEXT", options->text, tr("Template, with the tokens that the entries name"))
       ->required();
   parser
       .add_option("--locales", options->locales,
-                  "File of JSON text with the array of entries, - for standard input")
+                  tr("File of JSON text with the array of entries, - for standard input"))
       ->type_name("FILE")
       ->required();
   return [options](const Context& context) { return runRender(context, *options); };
@@ -48,7 +49,8 @@ Runner prepareRender(CLI::App& parser) {
 }  // namespace
 
 Command renderCommand() {
-  return {"render", "Show a text with dates, times and durations in the user's locale",
+  return {"render",
+          translatable("Show a text with dates, times and durations in the user's locale"),
           prepareRender};
 }
 

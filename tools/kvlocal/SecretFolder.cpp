@@ -1,5 +1,7 @@
 #include "tools/kvlocal/SecretFolder.h"
 
+#include "tools/kvlocal/Words.h"
+
 #include <local/platform/Text.h>
 
 #include <fcntl.h>
@@ -11,7 +13,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -24,34 +25,37 @@ constexpr mode_t kOwnerOnlyFolder = 0700;
 constexpr mode_t kOwnerOnlyFile = 0600;
 constexpr mode_t kWritableByOthers = 022;
 
-std::string failure(const Path& path, const std::string& why) {
-  return kvl::jsonText(path.string()) + " " + why;
+std::string failure(const Path& path, std::string_view pattern) {
+  return tr(pattern, kvl::jsonText(path.string()));
 }
 
-std::string systemFailure(const Path& path, const char* what, int error) {
-  return failure(path, std::string(what) + ": " + std::strerror(error));
+std::string systemFailure(const Path& path, const char* pattern, int error) {
+  return tr(pattern, kvl::jsonText(path.string()), systemWords(error));
 }
 
 // Absolute and without dots: since there are no links, ".." is what stands before.
 std::optional<Path> plainPath(const Path& path, std::optional<std::string>& fault) {
   std::error_code error;
   auto result = std::filesystem::absolute(path, error).lexically_normal();
-  if (error) fault = failure(path, "cannot be found: " + error.message());
+  if (error) fault = systemFailure(path, translatable("%@ cannot be found: %@"), error.value());
   if (!result.has_filename()) result = result.parent_path();  // it ended with a slash
   return fault ? std::nullopt : std::optional(std::move(result));
 }
 
 // What speaks against a folder on the way to the one that is meant.
-std::optional<std::string> faultOfParent(const struct stat& status) {
-  if (status.st_uid != geteuid() && status.st_uid != 0) return "belongs to another user";
+std::optional<std::string_view> faultOfParent(const struct stat& status) {
+  if (status.st_uid != geteuid() && status.st_uid != 0)
+    return translatable("%@ belongs to another user");
   const bool isShared = (status.st_mode & kWritableByOthers) != 0;
-  if (isShared && (status.st_mode & S_ISVTX) == 0) return "can be changed by other users";
+  if (isShared && (status.st_mode & S_ISVTX) == 0)
+    return translatable("%@ can be changed by other users");
   return std::nullopt;
 }
 
-std::optional<std::string> faultOfFolder(const struct stat& status) {
-  if (status.st_uid != geteuid()) return "belongs to another user";
-  if ((status.st_mode & kWritableByOthers) != 0) return "can be changed by other users";
+std::optional<std::string_view> faultOfFolder(const struct stat& status) {
+  if (status.st_uid != geteuid()) return translatable("%@ belongs to another user");
+  if ((status.st_mode & kWritableByOthers) != 0)
+    return translatable("%@ can be changed by other users");
   return std::nullopt;
 }
 
@@ -64,11 +68,11 @@ int enter(int parent, const Path& name, const Path& whole, std::optional<std::st
   const int error = errno;
   close(parent);
   if (!isSeen) {
-    fault = systemFailure(whole, "cannot be opened", error);
+    fault = systemFailure(whole, translatable("%@ cannot be opened: %@"), error);
   } else if (S_ISLNK(status.st_mode)) {
-    fault = failure(whole, "is a symbolic link");
+    fault = failure(whole, translatable("%@ is a symbolic link"));
   } else if (!S_ISDIR(status.st_mode)) {
-    fault = failure(whole, "is no folder");
+    fault = failure(whole, translatable("%@ is no folder"));
   }
   if (!fault || descriptor < 0) return descriptor;
   close(descriptor);
@@ -80,7 +84,7 @@ template <class Judge>
 bool isFit(int folder, const Path& whole, std::optional<std::string>& fault, const Judge& judge) {
   struct stat status{};
   if (fstat(folder, &status) != 0) {
-    fault = systemFailure(whole, "cannot be looked at", errno);
+    fault = systemFailure(whole, translatable("%@ cannot be looked at: %@"), errno);
   } else if (const auto why = judge(status)) {
     fault = failure(whole, *why);
   }
@@ -91,7 +95,7 @@ bool isFit(int folder, const Path& whole, std::optional<std::string>& fault, con
 int openFolder(const Path& path, std::optional<std::string>& fault, bool& isNew) {
   Path reached = path.root_path();
   int folder = open(reached.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-  if (folder < 0) fault = systemFailure(reached, "cannot be opened", errno);
+  if (folder < 0) fault = systemFailure(reached, translatable("%@ cannot be opened: %@"), errno);
   for (const Path& name : path.relative_path()) {
     if (folder < 0 || !isFit(folder, reached, fault, faultOfParent)) break;
     reached /= name;
@@ -209,16 +213,18 @@ std::optional<std::string> SecretFolder::faultOf(const char* name, bool replaces
   struct stat status{};
   if (fstatat(descriptor_, name, &status, AT_SYMLINK_NOFOLLOW) != 0)
     return errno == ENOENT ? std::nullopt
-                           : std::optional(systemFailure(path_ / name, "cannot be seen", errno));
-  if (!replaces) return failure(path_ / name, "is there already");
-  if (!S_ISREG(status.st_mode)) return failure(path_ / name, "is no file that can be replaced");
+                           : std::optional(systemFailure(
+                                 path_ / name, translatable("%@ cannot be seen: %@"), errno));
+  if (!replaces) return failure(path_ / name, translatable("%@ is there already"));
+  if (!S_ISREG(status.st_mode))
+    return failure(path_ / name, translatable("%@ is no file that can be replaced"));
   return std::nullopt;
 }
 
 std::optional<std::string> SecretFolder::write(std::span<const File> files, bool replaces) const {
   Undertaking undertaking(descriptor_, replaces);
   const auto fault = [this](const File& file, int error) {
-    return systemFailure(path_ / file.name, "cannot be written", error);
+    return systemFailure(path_ / file.name, translatable("%@ cannot be written: %@"), error);
   };
   for (const File& file : files)
     if (const int error = undertaking.add(file.content)) return fault(file, error);

@@ -14,9 +14,13 @@ namespace kvlocal {
 // `printf %b` turns it back.
 [[nodiscard]] std::string escaped(std::string_view value);
 
-// `text` with no line longer than `width` bytes, which is above 8. Lines are broken at spaces where
-// that is possible; what goes on stands below the second column of its line, if that begins in the
-// first half of the width.
+// The columns of a terminal that the characters take: letters of East Asia two, marks on others
+// none.
+[[nodiscard]] std::size_t columnsOf(std::string_view text);
+
+// `text` with no line wider than `width` columns, which are above 8. Lines are broken at spaces or
+// between wide letters where that is possible; what goes on stands below the second column of its
+// line, if that begins in the first half of the width.
 [[nodiscard]] std::string wrapped(std::string_view text, std::size_t width);
 
 // What goes on while a body arrives whose answer gives its size with these words. They are a

@@ -4,8 +4,10 @@
 #include "tools/kvlocal/Arguments.h"
 #include "tools/kvlocal/Command.h"
 #include "tools/kvlocal/Failure.h"
+#include "tools/kvlocal/Help.h"
 #include "tools/kvlocal/Output.h"
 #include "tools/kvlocal/Text.h"
+#include "tools/kvlocal/Words.h"
 
 #include <local/platform/HostApplication.h>
 #include <local/platform/Log.h>
@@ -100,24 +102,24 @@ void routeLog(bool verbose) {
 void declareSettings(CLI::App& parser, Settings& settings) {
   parser
       .add_option("--notary", settings.notaryPath,
-                  "Path handed to the notary (default: $korvale_vandrel_notary)")
+                  tr("Path handed to the notary (default: $korvale_vandrel_notary)"))
       ->type_name("PATH")
       ->check(textCheck());
   parser
       .add_option("--timeout", settings.timeoutSeconds,
-                  "How long commands keep trying to reach notary and service, then the longest "
-                  "silence of get's request, and how long any other whole answer may take "
-                  "(default: the first trial decides)")
+                  tr("How long commands keep trying to reach notary and service, then the "
+                     "longest silence of get's request, and how long any other whole answer may "
+                     "take (default: the first trial decides)"))
       ->type_name("SECONDS")
       ->check(secondsCheck());
   parser
       .add_option("--identifier", settings.identifier,
-                  "Host identifier under which the keys are kept")
+                  tr("Host identifier under which the keys are kept"))
       ->type_name("ID")
       ->capture_default_str()
       ->check(identifierCheck());
-  parser.add_flag("--json", settings.json, "Write JSON, one object a line");
-  parser.add_flag("--verbose", settings.verbose, "Write the framework's log to standard error");
+  parser.add_flag("--json", settings.json, tr("Write JSON, one object a line"));
+  parser.add_flag("--verbose", settings.verbose, tr("Write the framework's log to standard error"));
 }
 
 // In the order in which --help shows them.
@@ -132,7 +134,8 @@ using Runners = std::map<const CLI::App*, Runner>;
 Runners declareCommands(CLI::App& parser) {
   Runners runners;
   for (const Command& command : commands()) {
-    CLI::App* const own = parser.add_subcommand(command.name, command.summary);
+    CLI::App* const own = parser.add_subcommand(command.name, tr(command.summary));
+    own->group(tr("Subcommands"));
     own->fallthrough();
     runners[own] = command.prepare(*own);
   }
@@ -151,12 +154,13 @@ bool asksForJSON(int argc, char** argv) {
 
 // The parser says no more than that something is missing when a command is not known.
 std::string faultText(const CLI::App& parser, const CLI::ParseError& error) {
-  if (!parser.get_subcommands().empty()) return error.what();
+  if (!parser.get_subcommands().empty()) return localisedFault(error);
   const auto words = parser.remaining();
   const auto isCommand = [](const std::string& word) { return !word.starts_with('-'); };
   const auto unknown = std::ranges::find_if(words, isCommand);
-  if (unknown != words.end()) return kvl::jsonText(*unknown) + " is no command";
-  return words.empty() ? error.what() : kvl::jsonText(words.front()) + " is no option";
+  if (unknown != words.end()) return tr("%@ is no command", kvl::jsonText(*unknown));
+  return words.empty() ? localisedFault(error)
+                       : tr("%@ is no option", kvl::jsonText(words.front()));
 }
 
 ExitCode endParsing(const CLI::App& parser, const CLI::ParseError& error, bool json) {
@@ -164,7 +168,7 @@ ExitCode endParsing(const CLI::App& parser, const CLI::ParseError& error, bool j
   if (error.get_name() == "CallForVersion") return printLine(error.what());
   if (error.get_exit_code() == 0) return print(wrapped(parser.help(), outputWidth()));
   const ExitCode result = fail(json, ExitCode::usage, faultText(parser, error));
-  complain("--help tells how it is used");
+  complain(tr("--help tells how it is used"));
   return result;
 }
 
@@ -180,9 +184,12 @@ int run(const Runner& runner, const Settings& settings) {
 }
 
 int runProgram(int argc, char** argv) {
-  CLI::App parser("Talks to the local service with an identity from the notary.", "kvlocal");
-  parser.set_version_flag("--version", "kvlocal " KVLOCAL_VERSION);
-  parser.footer(kExitCodesHelp);
+  if (asksForJSON(argc, argv)) kvl::setMessageLocales("en");  // texts for programs
+  CLI::App parser(tr("Talks to the local service with an identity from the notary."), "kvlocal");
+  localiseHelp(parser);
+  parser.set_version_flag("--version", "kvlocal " KVLOCAL_VERSION,
+                          tr("Display program version information and exit"));
+  parser.footer(tr(kExitCodesHelp));
   parser.get_formatter()->column_width(std::min<std::size_t>(30, outputWidth() / 3));
   Settings settings;
   declareSettings(parser, settings);

@@ -143,6 +143,15 @@ inline constexpr std::int64_t errSecInvalidKeyRef = -67712;
 /// of `ETIMEDOUT`. Every other code of the domain is the local C library's.
 inline constexpr std::int64_t kTimedOutPOSIXCode = 60;
 
+/// @cond
+class Error;
+namespace core {
+struct Sentence;
+KVL_EXPORT Error errorWithSentence(std::string_view, std::int64_t, const Sentence&,
+                                   const Dictionary&);
+}  // namespace core
+/// @endcond
+
 /// An error object. Immutable, shared by reference, usable on any thread.
 class KVL_EXPORT Error {
  public:
@@ -169,15 +178,17 @@ class KVL_EXPORT Error {
 
   /// What went wrong, for a person: the user information's `NSLocalizedDescriptionKey`, else a
   /// sentence made of the failure reason, or of a text for the code of `NSOSStatusErrorDomain`,
-  /// else one that names domain and code.
+  /// else one that names domain and code. Where the text is one of the framework's, it is in the
+  /// user's language (`translated`), and in English in the user information.
   [[nodiscard]] std::string localizedDescription() const;
 
   /// Why it went wrong: the user information's `NSLocalizedFailureReasonErrorKey`; without it, in
-  /// `NSPOSIXErrorDomain`, the system's text for the code (`strerror_r(3)`), or a text of the
-  /// framework for a code of `NSOSStatusErrorDomain`; else absent.
+  /// `NSPOSIXErrorDomain`, the system's text for the code (`strerror(3)`), or a text of the
+  /// framework for a code of `NSOSStatusErrorDomain`; else absent. In the user's language as
+  /// `localizedDescription`.
   [[nodiscard]] std::optional<std::string> localizedFailureReason() const;
 
-  /// One line for the log: domain, code, description and user information.
+  /// One line for the log, in English: domain, code, description and user information.
   [[nodiscard]] std::string description() const;
 
   /// Equal domain, code and user information.
@@ -185,6 +196,10 @@ class KVL_EXPORT Error {
 
  private:
   struct Content;
+  explicit Error(std::shared_ptr<const Content> content);
+  friend Error core::errorWithSentence(std::string_view, std::int64_t, const core::Sentence&,
+                                       const Dictionary&);
+
   std::shared_ptr<const Content> content_;
 };
 

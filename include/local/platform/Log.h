@@ -122,7 +122,8 @@ std::string describe(const std::shared_ptr<T>& object) {
 /// @}
 
 /// Fills the placeholders of `pattern` (`%@`, `%ld`, `%.2lf`, `%%` for a per cent sign) with
-/// `arguments` in order; a placeholder without an argument prints as `(null)`.
+/// `arguments` in order, and `%2$@` with the second one, wherever it stands; a placeholder without
+/// an argument prints as `(null)`.
 [[nodiscard]] KVL_EXPORT std::string fillPattern(std::string_view pattern,
                                                  const std::vector<std::string>& arguments);
 
