@@ -1,13 +1,19 @@
-#!/usr/bin/env python3
-"""A page for doxygen 1.9.4, which knows no anchors of its own: each heading gets one that is unique among
-all pages, and links lead to it."""
+"""usage: page_filter.py FOLDER PAGE...
+
+Copies pages into FOLDER as doxygen 1.9.4 wants them, which knows no anchors of its own: each heading gets
+one that is unique among all pages, and links lead to it."""
+import functools
 import os
 import pathlib
 import re
 import sys
 
-sys.dont_write_bytecode = True
-from links import LINK, anchors, lines  # noqa: E402
+from links import LINK, anchors, lines
+
+
+@functools.cache
+def levels(page):
+    return {name: level for _, level, name in anchors(page.read_text())}
 
 
 def label(page, anchor):
@@ -15,25 +21,33 @@ def label(page, anchor):
     return f"{name}--{anchor}"
 
 
-def redirected(page, link):
-    """To a page from the root of the tree, where doxygen looks first of all. The first heading is the page."""
+def redirected(page, link, folder):
+    """To a copy by its path from the root of the tree, where doxygen looks first of all. The first heading is
+    the page."""
     path, _, anchor = link.partition("#")
-    target = page.parent / path if path else page
+    target = pathlib.Path(os.path.relpath(page.parent / path if path else page))
     if target.suffix != ".md" or not target.exists():
         return link
-    levels = {name: level for _, level, name in anchors(target.read_text())} if anchor else {}
-    return f"#{label(target, anchor)}" if levels.get(anchor, 1) > 1 else os.path.relpath(target)
+    level = levels(target).get(anchor, 1) if anchor else 1
+    return f"#{label(target, anchor)}" if level > 1 else str(folder / target)
 
 
-def filtered(page):
+def filtered(page, folder):
     text = page.read_text()
     headings = {number: label(page, name) for number, level, name in anchors(text) if level > 1}
     result = text.splitlines()
     for number, line in lines(text):
-        line = LINK.sub(lambda found: found[0].replace(found[1], redirected(page, found[1])), line)
+        line = LINK.sub(lambda found: found[0].replace(found[1], redirected(page, found[1], folder)), line)
         result[number - 1] = f"{line} {{#{headings[number]}}}" if number in headings else line
-    return "\n".join(result)
+    return "\n".join(result) + "\n"
+
+
+def copy(folder, names):
+    for name in names:
+        target = folder / name
+        target.parent.mkdir(parents=True, exist_ok=True)
+        target.write_text(filtered(pathlib.Path(name), folder))
 
 
 if __name__ == "__main__":
-    print(filtered(pathlib.Path(sys.argv[1])))
+    copy(pathlib.Path(sys.argv[1]), sys.argv[2:])

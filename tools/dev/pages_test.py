@@ -48,9 +48,9 @@ class LinksTest(InFolder):
         page = pathlib.Path("part/page.md")
         page.parent.mkdir()
         page.write_text("# Page\n\n## Here\n\nSee [it](../other.md#twice), [here](#here), [all](../other.md#other).\n")
-        text = page_filter.filtered(page)
+        text = page_filter.filtered(page, pathlib.Path("copies"))
         self.assertIn("## Here {#part-page--here}", text)
-        self.assertIn("[it](#other--twice), [here](#part-page--here), [all](other.md).", text)
+        self.assertIn("[it](#other--twice), [here](#part-page--here), [all](copies/other.md).", text)
 
 
 class PortingTest(InFolder):

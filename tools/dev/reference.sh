@@ -11,15 +11,15 @@ make_reference() {
   local version pages
   version=$(sed -n 's/^#define KVL_VERSION_\(MAJOR\|MINOR\|PATCH\) //p' include/local/platform/Version.h |
     paste -sd.)
+  rm -rf "${reference_folder:?}"/{html,pages,xml}
   mapfile -t pages < <(tree_files '*.md')
-  rm -rf "${reference_folder:?}"/{html,xml}
-  mkdir -p "$reference_folder"
-  sed "s/@version@/$version/; s#@pages@#${pages[*]}#" packaging/Doxyfile.in >"$reference_folder/Doxyfile"
+  python3 -B tools/dev/page_filter.py "$reference_folder/pages" "${pages[@]}" || return 1
+  sed "s/@version@/$version/" packaging/Doxyfile.in >"$reference_folder/Doxyfile"
   if doxygen "$reference_folder/Doxyfile" >"$reference_folder/log" 2>&1; then
     python3 tools/dev/undocumented.py "$reference_folder/xml"
     return
   fi
-  sed "s#$PWD/##" "$reference_folder/log"
+  sed "s#$PWD/##g; s#$reference_folder/pages/##g" "$reference_folder/log"
   return 1
 }
 
