@@ -26,6 +26,8 @@ def redirected(page, link, folder):
     the page."""
     path, _, anchor = link.partition("#")
     target = pathlib.Path(os.path.relpath(page.parent / path if path else page))
+    if target.suffix in (".png", ".svg"):
+        return target.name  # doxygen knows the folder
     if target.suffix != ".md" or not target.exists():
         return link
     level = levels(target).get(anchor, 1) if anchor else 1
