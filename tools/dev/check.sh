@@ -46,11 +46,12 @@ belongs_to_own_project() {
 # Each promise of a page names the tests that show it, and they exist.
 check_promises() { python3 tools/dev/promises.py; }
 
-# Each log line, complaint and error code is explained, and the paths that pages name are there.
+# Each log line, complaint and error code is explained, the paths that pages name are there, and
+# tables are whole.
 check_symptoms() {
   (cd tools/dev && python3 -B symptoms_test.py --quiet 2>&1) && python3 tools/dev/symptoms.py
 }
-check_paths() { python3 tools/dev/paths.py; }
+check_paths() { python3 tools/dev/paths.py && python3 tools/dev/tables.py; }
 
 # Which folder may include which; tools/dev/arrows.py has the table.
 check_arrows() { python3 tools/dev/arrows.py; }

@@ -1,4 +1,4 @@
-"""That what looks for unexplained log lines and codes, and for paths of nothing, finds them."""
+"""That what looks for unexplained log lines and codes, paths of nothing and broken tables finds them."""
 import os
 import pathlib
 import tempfile
@@ -6,6 +6,7 @@ import unittest
 
 import paths
 import symptoms
+import tables
 
 SYMPTOMS = "| `the store is full:` | … |\n| `… is no number` (2) | … |\n"
 CODES = """
@@ -87,6 +88,16 @@ class PathsTest(unittest.TestCase):
     def test_what_is_not_there_is_told(self):
         self.assertEqual(self.told_of("`platform/care/`\n```\n`Absent.h`\n```\n`Log.{h,c.cpp}`\n"),
                          ["there is no platform/care/", "there is no Log.c.cpp"])
+
+
+class TablesTest(unittest.TestCase):
+    HEAD = "| a | b |\n|---|---|\n"
+
+    def test_whole_tables_are_not_told(self):
+        self.assertEqual(list(tables.faults(self.HEAD + "| `x|y` | \\| |\n\n```\n| no\n```\n" + self.HEAD)), [])
+
+    def test_rows_without_a_head_or_with_other_cells_are_told(self):
+        self.assertEqual([number for number, _ in tables.faults(self.HEAD + "| 1 |\n| 1 | 2 |\n\n| 3 | 4 |\n")], [3, 6])
 
 
 if __name__ == "__main__":
