@@ -14,17 +14,25 @@ abi_tree() {
   git_here archive "$1" | tar -x -C "$2"
 }
 
+# abi_targets TREE: those of the libraries that are built there.
+abi_targets() {
+  local library known
+  known=$(cmake --build "$1" --target help)
+  for library in $abi_libraries; do
+    [[ $'\n'$known != *$'\n'"$library: "* ]] || echo "$library"
+  done
+}
+
 # abi_build SOURCES TREE: the libraries, with debugging information, and their headers in one folder.
 abi_build() {
-  local library targets=()
+  local targets
+  rm -rf "$2/headers"
   mkdir -p "$2/headers"
   if ! cmake -G Ninja -S "$1" -B "$2" "${abi_flags[@]}" >"$2/configure.log" 2>&1; then
     cat "$2/configure.log" >&2
     die "configuring $1 failed"
   fi
-  for library in $abi_libraries; do
-    cmake --build "$2" --target help | grep -q "^$library:" && targets+=("$library")
-  done
+  mapfile -t targets < <(abi_targets "$2")
   cmake --build "$2" --parallel "$(nproc)" --target "${targets[@]}"
   cp -r "$1"/include/* "$1"/qt/include/* "$1"/qt/web/include/* "$2/headers"
 }
@@ -58,11 +66,9 @@ abi_verdict() {
 
 # With --write the lists of symbols become what the libraries export now.
 abi_write() {
-  local library targets=()
+  local library targets
   configure_and_build unity kvlocal
-  for library in $abi_libraries; do
-    cmake --build build/unity --target help | grep -q "^$library:" && targets+=("$library")
-  done
+  mapfile -t targets < <(abi_targets build/unity)
   cmake --build build/unity --target "${targets[@]}"
   for library in "${targets[@]}"; do
     tests/consumer/symbols.sh --write "packaging/symbols/lib$library.txt" "build/unity/lib/lib$library.so"
