@@ -13,7 +13,7 @@ constexpr int kFirstFailure = 300;
 std::string answerText(const URLResponse& response, int status) {
   const std::string answer =
       std::to_string(status) + " " + std::string(localizedStringForStatusCode(status));
-  return format(translated("%@ from %@"), answer, response.url.path());
+  return kvl::format(translated("%@ from %@"), answer, response.url.path());
 }
 
 }  // namespace
