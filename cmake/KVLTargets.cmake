@@ -1,5 +1,8 @@
 # How this project's targets are made, so that all have the same flags.
 
+# platform/core/PartsFolder.h says the same.
+set(KVL_PARTS_FOLDER kvlocal-${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+
 add_library(kvl_warnings INTERFACE)
 target_compile_features(kvl_warnings INTERFACE cxx_std_20)
 # g++ 12 takes the string concatenation of its own library for an overlapping copy when it optimises

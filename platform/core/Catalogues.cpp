@@ -4,6 +4,7 @@
 #include "platform/core/MessageLocales.h"
 #include "platform/core/NoDestructor.h"
 #include "platform/core/OwnFile.h"
+#include "platform/core/PartsFolder.h"
 
 #include <local/platform/Log.h>
 #include <local/platform/Translation.h>
@@ -108,7 +109,7 @@ const Catalogue* Catalogues::catalogue(const std::string& language) {
   auto entry = std::make_unique<Entry>(Entry{language, nullptr, nullptr});
   const Folders folders = places_();
   for (const auto& folder : folders.paths) {
-    const auto path = folder / language / "LC_MESSAGES" / "kvlocal.mo";
+    const auto path = folder / language / "LC_MESSAGES" / KVL_PARTS_FOLDER ".mo";
     Found found = read(path);
     if (isNowhere(found.error)) continue;
     if (found.error != 0) return nullptr;  // such as no descriptor left; the next call tries again

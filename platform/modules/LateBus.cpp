@@ -1,4 +1,5 @@
 // What the library does with the bus, by a module of its own.
+#include "platform/core/PartsFolder.h"
 #include "platform/core/ProcessExit.h"
 #include "platform/core/Sentence.h"
 #include "platform/core/Threads.h"
@@ -22,7 +23,7 @@ constexpr std::string_view kMissing =
     translatable("A part of this program's framework is missing.");
 
 const modules::BusParts* busParts() noexcept {
-  constinit static modules::LateModule module("kvlocal/kvlocal-bus.so", "kvlocalBus");
+  constinit static modules::LateModule module(KVL_PARTS_FOLDER "/kvlocal-bus.so", "kvlocalBus");
   return static_cast<const modules::BusParts*>(module.get());
 }
 

@@ -88,7 +88,7 @@ def main():
     run("cmake", "--build", build, "--target", "plain", "host20", "host23")
     for host in ("host20", "host23"):
         print(host, run(build / "programs" / host), end="")
-    parts = {path.name for path in (build / "libraries" / "kvlocal").iterdir()}
+    parts = {path.name for path in (build / "libraries" / "kvlocal-0.1").iterdir()}
     expect(parts == {"kvlocal-bus.so", "kvlocal-texts.so", "kvlocal-image-decoder"},
            f"beside the library lie {parts}")
     run("cmake", "--install", build, "--prefix", pathlib.Path(work) / "prefix")

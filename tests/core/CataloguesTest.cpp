@@ -1,4 +1,5 @@
 #include "platform/core/Catalogues.h"
+#include "platform/core/PartsFolder.h"
 #include "tests/support/CatalogueFile.h"
 #include "tests/support/LogCapture.h"
 #include "tests/support/NoDescriptors.h"
@@ -34,7 +35,7 @@ class CataloguesTest : public testing::Test {
   void add(const std::string& language, const std::string& content) const {
     const auto place = folder_ / "locale" / language / "LC_MESSAGES";
     fs::create_directories(place);
-    std::ofstream(place / "kvlocal.mo", std::ios::binary) << content;
+    std::ofstream(place / KVL_PARTS_FOLDER ".mo", std::ios::binary) << content;
   }
 
   std::string text(const std::string& locales, const std::string& english = "File") {
@@ -78,12 +79,12 @@ TEST_F(CataloguesTest, NamesLeadNowhereElse) {
 
 TEST_F(CataloguesTest, ABrokenCatalogueIsToldOnceAndLeavesEnglish) {
   add("fr", "broken");
-  fs::create_directories(folder_ / "locale" / "es" / "LC_MESSAGES" / "kvlocal.mo");
+  fs::create_directories(folder_ / "locale" / "es" / "LC_MESSAGES" / KVL_PARTS_FOLDER ".mo");
   const kvltest::LogCapture log;
   for (int i = 0; i < 3; ++i) EXPECT_EQ(text("fr:es"), "File");
   ASSERT_EQ(log.lines().size(), 2U);
   EXPECT_NE(log.lines().front().find("no catalogue of texts: "), std::string::npos);
-  EXPECT_NE(log.lines().front().find("/fr/LC_MESSAGES/kvlocal.mo"), std::string::npos);
+  EXPECT_NE(log.lines().front().find("/fr/LC_MESSAGES/" KVL_PARTS_FOLDER ".mo"), std::string::npos);
 }
 
 TEST_F(CataloguesTest, AFileThatCannotBeOpenedNowIsReadLater) {

@@ -16,13 +16,13 @@ fi
 case $mode in
   foreign)
     mkdir "$work/lib"
-    cp -r "$(dirname "$library")/kvlocal" "$work/kvlocal"
-    cp -r "$work/kvlocal" "$work/lib/kvlocal"
+    cp -r "$(dirname "$library")/kvlocal-0.1" "$work/kvlocal-0.1"
+    cp -r "$work/kvlocal-0.1" "$work/lib/kvlocal-0.1"
     export LD_LIBRARY_PATH=$work/own:$work/kvlocal:$work/lib
     ;;
   damaged)
-    mkdir "$work/own/kvlocal"
-    echo 'no library' | tee "$work/own/kvlocal/kvlocal-texts.so" >"$work/own/kvlocal/kvlocal-bus.so"
+    mkdir "$work/own/kvlocal-0.1"
+    echo 'no library' | tee "$work/own/kvlocal-0.1/kvlocal-texts.so" >"$work/own/kvlocal-0.1/kvlocal-bus.so"
     ;;
 esac
 cd "$work"
@@ -44,7 +44,7 @@ else
   expect '^1 update$'
   expect '^after a URL: ICU is not there, GIO is not there$'
   for part in texts bus; do
-    if [ "$(grep -c "^log: kvlocal/kvlocal-$part.so is not to be had: " "$work/said")" != 1 ]; then
+    if [ "$(grep -c "^log: kvlocal-0.1/kvlocal-$part.so is not to be had: " "$work/said")" != 1 ]; then
       printf 'not said once of %s:\n%s\n' "$part" "$(cat "$work/said")"
       exit 1
     fi

@@ -53,7 +53,7 @@ struct Bitmap {
 /// A picture, decoded from PNG, JPEG, GIF, TIFF, WebP, BMP, ICO, SVG or PDF. Any thread may use one
 /// at any time; each property is atomic by itself.
 ///
-/// Nothing is decoded or drawn in the host's process: `kvlocal/kvlocal-image-decoder`, a program
+/// Nothing is decoded or drawn in the host's process: `kvlocal-0.1/kvlocal-image-decoder`, a program
 /// beside the library, does it. The first image starts it; it ends after a minute without work, or
 /// with the host. It has neither the host's environment nor its descriptors, and can write no file,
 /// open no connection and start no program. Whatever an image does there costs that image only:

@@ -1,6 +1,7 @@
 #include "platform/interface/client/DecoderProgram.h"
 
 #include "platform/core/OwnFile.h"
+#include "platform/core/PartsFolder.h"
 
 #include <local/platform/Log.h>
 
@@ -23,7 +24,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kProgramFile = "kvlocal/kvlocal-image-decoder";
+constexpr const char* kProgramFile = KVL_PARTS_FOLDER "/kvlocal-image-decoder";
 constexpr int kControlSocket = 3;  // in the program
 constexpr std::chrono::seconds kLongestStart{10};
 constexpr std::chrono::seconds kLongestEnd{2};

@@ -309,7 +309,7 @@ TEST_F(NoDecoderTest, ThereIsNoProgram) {
   EXPECT_EQ(decoding.open(sourceOf("honest")), std::nullopt);
   EXPECT_EQ(decoding.open(sourceOf("honest")), std::nullopt);
   EXPECT_EQ(log_.lines(),
-            std::vector<std::string>{"no images: there is no kvlocal/kvlocal-image-decoder"});
+            std::vector<std::string>{"no images: there is no kvlocal-0.1/kvlocal-image-decoder"});
 }
 
 TEST_F(NoDecoderTest, ThereAreNoDescriptors) {

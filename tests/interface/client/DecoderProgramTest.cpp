@@ -126,15 +126,15 @@ class ProgramFailureTest : public testing::Test {
 };
 
 TEST_F(ProgramFailureTest, ThereIsNone) {
-  EXPECT_EQ(problemOf({}), "there is no kvlocal/kvlocal-image-decoder");
+  EXPECT_EQ(problemOf({}), "there is no kvlocal-0.1/kvlocal-image-decoder");
   EXPECT_EQ(problemOf({"/nonexistent/a", "/nonexistent/b"}),
-            "there is no kvlocal/kvlocal-image-decoder");
+            "there is no kvlocal-0.1/kvlocal-image-decoder");
 }
 
 TEST_F(ProgramFailureTest, NoneIsTakenFromTheWorkingDirectory) {
   const auto program = falseProgram("program");
   const kvltest::WorkingDirectory inside(folder_.path());
-  EXPECT_EQ(problemOf({"program", "./program"}), "there is no kvlocal/kvlocal-image-decoder");
+  EXPECT_EQ(problemOf({"program", "./program"}), "there is no kvlocal-0.1/kvlocal-image-decoder");
   std::string problem;
   EXPECT_NE(DecoderProgram::start({"program", program}, problem), nullptr) << problem;
 }
