@@ -3,6 +3,9 @@
 
 #include <local/platform/Error.h>
 
+#include <algorithm>
+#include <array>
+
 namespace kvl {
 
 struct Error::Content {
@@ -28,6 +31,13 @@ std::string inUsersLanguage(std::string_view text) {
   return translated(text);
 }
 
+// Others' errors may happen to have a text that is also one of ours.
+bool isOfTheFramework(std::string_view domain) {
+  constexpr std::array kDomains{NSURLErrorDomain, NSCocoaErrorDomain, NSPOSIXErrorDomain,
+                                NSOSStatusErrorDomain, std::string_view("kvlocal")};
+  return domain.starts_with("korvale.vandrel.") || std::ranges::count(kDomains, domain) != 0;
+}
+
 std::optional<std::string> textUnder(std::string_view key, const Dictionary& userInfo) {
   const auto text = userInfo[key].string();
   if (!text) return std::nullopt;
@@ -36,13 +46,14 @@ std::optional<std::string> textUnder(std::string_view key, const Dictionary& use
 
 std::optional<std::string> failureReason(const Error& error, Say say) {
   if (auto reason = textUnder(NSLocalizedFailureReasonErrorKey, error.userInfo()))
-    return say(*reason);
+    return isOfTheFramework(error.domain()) ? say(*reason) : reason;
   if (error.domain() == NSPOSIXErrorDomain) return say(core::systemText(error.code()));
   return std::nullopt;
 }
 
 std::string descriptionOf(const Error& error, Say say) {
-  if (auto text = textUnder(NSLocalizedDescriptionKey, error.userInfo())) return say(*text);
+  if (const auto text = textUnder(NSLocalizedDescriptionKey, error.userInfo()))
+    return isOfTheFramework(error.domain()) ? say(*text) : *text;
   if (auto reason = failureReason(error, say)) return fillPattern(say(kFailed), {*reason});
   if (error.domain() == NSOSStatusErrorDomain) {
     const auto text = core::statusText(error.code());

@@ -1,8 +1,10 @@
 #include "platform/core/OwnFile.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 
@@ -11,7 +13,7 @@ namespace {
 
 // The file that this code came from, by its mapping: the loader knows only the name that it was
 // opened by, which may count from a folder that the process has left.
-std::filesystem::path thisFile() {
+std::filesystem::path lookUpThisFile() {
   const auto here = reinterpret_cast<std::uintptr_t>(&placesBesideLibrary);
   std::ifstream mappings("/proc/self/maps");
   for (std::string line; std::getline(mappings, line);) {
@@ -23,6 +25,17 @@ std::filesystem::path thisFile() {
     return line.substr(std::min(line.find('/'), line.size()));
   }
   return {};
+}
+
+// The first answer stays: a program with windows has hundreds of mappings.
+std::filesystem::path thisFile() {
+  static std::atomic<const std::filesystem::path*> known = nullptr;
+  if (const auto* path = known.load()) return *path;
+  auto found = std::make_unique<const std::filesystem::path>(lookUpThisFile());
+  if (found->empty()) return {};
+  const std::filesystem::path* none = nullptr;
+  if (known.compare_exchange_strong(none, found.get())) return *found.release();
+  return *none;
 }
 
 }  // namespace

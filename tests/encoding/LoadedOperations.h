@@ -88,7 +88,7 @@ class LoadedFetch : public FetchFixture, public testing::WithParamInterface<AnyO
 };
 
 inline std::vector<AnyOperation> loadedOperations() {
-  std::vector<AnyOperation> all(std::begin(kOperations), std::end(kOperations));
+  std::vector<AnyOperation> all = readableOperations();
   all.push_back({"Download", "content", LoadedFetch::download});
   all.push_back({"FormInPieces", "[1]", LoadedFetch::sendInPieces});
   return all;

@@ -14,6 +14,7 @@
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace kvltest {
 
@@ -64,13 +65,11 @@ inline const AnyOperation kOperations[] = {
            session, KVLEncoding::RelativePath("a"),
            [&outcome](const kvl::Array&) { outcome.note(true, nullptr, std::nullopt); }, options);
      }},
-#ifndef KVL_WITHOUT_IMAGES
     {"Image", R"(<svg xmlns="http://www.w3.org/2000/svg" width="9" height="9"/>)",
      [](KVLSession& session, AnyOutcome& outcome, const kvl::RequestOptions& options) {
        return KVLEncoding::imageFromSession(session, KVLEncoding::RelativePath("a"), {},
                                             outcome.handler(), options);
      }},
-#endif
     {"Submission", "[1]",
      [](KVLSession& session, AnyOutcome& outcome, const kvl::RequestOptions& options) {
        return KVLEncoding::submit(kvl::Array{1}, KVLEncoding::RelativePath("a"), session,
@@ -83,6 +82,15 @@ inline const AnyOperation kOperations[] = {
                                       KVLEncoding::FormOptions{options});
      }},
 };
+
+// Those whose good answer can be read here.
+inline std::vector<AnyOperation> readableOperations() {
+  std::vector<AnyOperation> all(std::begin(kOperations), std::end(kOperations));
+#ifdef KVL_WITHOUT_IMAGES
+  std::erase_if(all, [](const AnyOperation& operation) { return operation.name == "Image"; });
+#endif
+  return all;
+}
 
 inline void PrintTo(const AnyOperation& operation, std::ostream* stream) {
   *stream << operation.name;
