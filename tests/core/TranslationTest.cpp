@@ -66,6 +66,16 @@ TEST(TranslationTest, ATextOfSomebodyElseStaysAsItIs) {
   EXPECT_EQ(translated(""), "");
 }
 
+TEST(TranslationTest, AnErrorInADomainOfSomebodyElseKeepsItsWords) {
+  const UserEnvironment user("de_DE.UTF-8", "UTC");
+  EXPECT_EQ(timedOut().localizedDescription(), kGerman);
+  const Error theirs(
+      "org.example.host", 1,
+      {{kvl::NSLocalizedDescriptionKey, kText}, {kvl::NSLocalizedFailureReasonErrorKey, kText}});
+  EXPECT_EQ(theirs.localizedDescription(), kText);
+  EXPECT_EQ(theirs.localizedFailureReason(), kText);
+}
+
 TEST(TranslationTest, HasTheFormsOfTheLanguage) {
   const UserEnvironment user("de_DE.UTF-8", "UTC");
   EXPECT_EQ(kvl::translatedForCount("1 byte", "%1 bytes", 1), "1 Byte");

@@ -70,4 +70,12 @@ count=$(find /tmp/hosts -mindepth 3 -maxdepth 3 -name '*.log' | wc -l)
 section "$count hosts were built, and ran"
 [ "$count" -eq 28 ] || fail 'that are not all'
 
+section 'the examples as they are installed'
+examples_build() {
+  cmake -G Ninja -S /usr/share/doc/kvlocal/examples -B /tmp/examples -DCMAKE_CXX_FLAGS=-O0
+  cmake --build /tmp/examples --target kvlocal-example-minimal kvlocal-example-notes-console
+}
+quietly /tmp/examples.log examples_build
+find /usr/share/doc/kvlocal -name '*.gz' ! -name 'changelog.*' | diff /dev/null - || fail 'documents are compressed'
+
 purge_and_compare /tmp/before "${names[@]}"

@@ -14,15 +14,22 @@ using testing::Not;
 
 constexpr auto kNotary = "korvale.vandrel.local.notary";
 constexpr auto kSecrets = "org.freedesktop.secrets";
+constexpr auto kSoon = "3";  // what waits for it in vain
 
 class SandboxTest : public ServiceTest {
  protected:
+  void SetUp() override {
+    ServiceTest::SetUp();
+    if (run({"bwrap", "--ro-bind", "/", "/", "true"}).status != 0)
+      GTEST_SKIP() << "nobody may make namespaces here, as in most containers";
+  }
   Outcome runInside(const Permissions& permissions, const Arguments& command) {
     const BusProxy bus(busAddress(), permissions, directory.path());
     return run(sandboxed(bus, permissions, command, directory.path()));
   }
-  Outcome client(const Permissions& permissions, const Arguments& arguments) {
-    Arguments command{KVL_CLIENT, "--verbose", "--timeout", "3"};
+  Outcome client(const Permissions& permissions, const Arguments& arguments,
+                 const char* seconds = "60") {
+    Arguments command{KVL_CLIENT, "--verbose", "--timeout", seconds};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return runInside(permissions, command);
   }
@@ -53,14 +60,14 @@ TEST_F(SandboxTest, AHostsLogGoesToItsStandardError) {
 }
 
 TEST_F(SandboxTest, WithoutTheNotarysNameTheNotaryCannotBeReached) {
-  const auto outcome = client({{kSecrets}, true}, {"status"});
+  const auto outcome = client({{kSecrets}, true}, {"status"}, kSoon);
   EXPECT_EQ(outcome.exitCode, 3);
   EXPECT_THAT(outcome.errors, HasSubstr("No service of this name is known to the session bus. "
                                         "[NSCocoaErrorDomain 4099]"));
 }
 
 TEST_F(SandboxTest, WithoutTheNetworkTheServiceIsOutOfReach) {
-  const auto outcome = client({{kNotary}, false}, {"get", "/status"});
+  const auto outcome = client({{kNotary}, false}, {"get", "/status"}, kSoon);
   EXPECT_EQ(outcome.exitCode, 4);
   EXPECT_THAT(outcome.errors, HasSubstr("[NSURLErrorDomain -1004]"));
 }

@@ -3,6 +3,7 @@
 # The page has no markup errors and the usual sections, names every option and command that the help
 # of the program and of its COMMANDs names, and no option that they do not name.
 set -euo pipefail
+export LC_ALL=C.UTF-8  # man(1) complains of locales that are not installed
 page=$1 program=${2:-}
 shift "$(($# < 2 ? $# : 2))"
 

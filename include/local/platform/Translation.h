@@ -1,6 +1,6 @@
 /// @file
 /// The framework's own texts in the user's language: what errors, progress and the parts of the
-/// user interface say. Log lines stay English, and so do the texts of whoever else wrote them.
+/// user interface say. Log lines stay English, and texts of others stay as they are.
 #pragma once
 
 #include <local/platform/Export.h>
