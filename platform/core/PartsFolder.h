@@ -1,6 +1,6 @@
-// The folder beside the library with what it loads and starts, and its catalogues' name. The part of the
-// version that the binary interface depends on is in it, so that libraries of two such versions may be
-// installed beside each other. cmake/KVLTargets.cmake says the same.
+// The folder beside the library with what it loads and starts, and its catalogues' name. The part
+// of the version that the binary interface depends on is in it, so that libraries of two such
+// versions may be installed beside each other. cmake/KVLTargets.cmake says the same.
 #pragma once
 
 #include <local/platform/Version.h>
