@@ -53,12 +53,12 @@ struct Bitmap {
 /// A picture, decoded from PNG, JPEG, GIF, TIFF, WebP, BMP, ICO, SVG or PDF. Any thread may use one
 /// at any time; each property is atomic by itself.
 ///
-/// Nothing is decoded or drawn in the host's process: `kvlocal-0.1/kvlocal-image-decoder`, a program
-/// beside the library, does it. The first image starts it; it ends after a minute without work, or
-/// with the host. It has neither the host's environment nor its descriptors, and can write no file,
-/// open no connection and start no program. Whatever an image does there costs that image only:
-/// there is none, and one line in the log says why. Without the program, or where no process may be
-/// started, there are no images.
+/// Nothing is decoded or drawn in the host's process: `kvlocal-0.1/kvlocal-image-decoder`, a
+/// program beside the library, does it. The first image starts it; it ends after a minute without
+/// work, or with the host. It has neither the host's environment nor its descriptors, and can write
+/// no file, open no connection and start no program. Whatever an image does there costs that image
+/// only: there is none, and one line in the log says why. Without the program, or where no process
+/// may be started, there are no images.
 class KVL_EXPORT Image {
  public:
   /// Receives the image, or null when there is none.
