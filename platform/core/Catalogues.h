@@ -22,8 +22,8 @@ class Catalogues {
   };
   using Places = std::function<Folders()>;
 
-  // The folders hold LANGUAGE/LC_MESSAGES/kvlocal-0.1.mo; the first one that has a file counts. They
-  // are asked for when a file is.
+  // The folders hold LANGUAGE/LC_MESSAGES/kvlocal-0.1.mo; the first one that has a file counts.
+  // They are asked for when a file is.
   explicit Catalogues(Places places);
   ~Catalogues();
   Catalogues(const Catalogues&) = delete;
