@@ -4,6 +4,7 @@
 #include <local/qt/Conversions.h>
 
 #include <QCoreApplication>
+#include <QMetaObject>
 #include <QTranslator>
 #include <string_view>
 
@@ -23,10 +24,24 @@ class CatalogueTranslator final : public QTranslator {
   }
 };
 
+// On the application's thread.
+void installOnce() {
+  const auto name = QStringLiteral("kvlocal-qt6");
+  QCoreApplication* application = QCoreApplication::instance();
+  if (application->findChild<QTranslator*>(name, Qt::FindDirectChildrenOnly) != nullptr) return;
+  auto* translator = new CatalogueTranslator(application);
+  translator->setObjectName(name);
+  QCoreApplication::installTranslator(translator);
+}
+
 }  // namespace
 
 void translateOwnTexts() {
-  QCoreApplication::installTranslator(new CatalogueTranslator(qApp));
+  QCoreApplication* application = QCoreApplication::instance();
+  if (application == nullptr) return;
+  // The engine of QML loads modules, and this library with them, on a thread of its own. A call
+  // that waits when the application ends goes with it.
+  QMetaObject::invokeMethod(application, installOnce, Qt::AutoConnection);
 }
 
 }  // namespace kvl::qt

@@ -1,4 +1,5 @@
 // The binding's own texts in the user's language.
+#include "qt/OwnTexts.h"
 #include "qt/form/FormField.h"
 #include "tests/support/QtApplication.h"
 #include "tests/support/UserEnvironment.h"
@@ -8,9 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include <QList>
 #include <QPushButton>
+#include <QString>
 #include <QTranslator>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -86,6 +90,62 @@ TEST_F(OwnTextsTest, ATranslatorOfTheHostsGoesFirst) {
 TEST_F(OwnTextsTest, TextsOfTheHostsAreLeftToIt) {
   const kvltest::QtApplication application({.locale = "de_DE.UTF-8"});
   EXPECT_EQ(QCoreApplication::translate("Host", "Key"), "Key");
+}
+
+// What Qt says meanwhile.
+template <class Action>
+std::string saidDuring(const Action& action) {
+  static QString said;
+  said.clear();
+  const auto before = qInstallMessageHandler(
+      [](QtMsgType, const QMessageLogContext&, const QString& text) { said += text; });
+  action();
+  qInstallMessageHandler(before);
+  return said.toStdString();
+}
+
+// The library as the engine of QML loads it: late, and on another thread.
+class LateOwnTextsTest : public OwnTextsTest {
+ protected:
+  static void unload() { qDeleteAll(translators()); }
+  static void load() {
+    EXPECT_EQ(saidDuring([] { std::thread(kvl::qt::translateOwnTexts).join(); }), "");
+  }
+  static QList<QTranslator*> translators() { return qApp->findChildren<QTranslator*>(); }
+};
+
+TEST_F(LateOwnTextsTest, AreTranslatedWhenTheApplicationsThreadGoesOn) {
+  const kvltest::QtApplication application({.locale = "de_DE.UTF-8"});
+  unload();
+  load();
+  EXPECT_EQ(chooserText(), "Choose…");
+  QCoreApplication::processEvents();
+  EXPECT_EQ(chooserText(), "Auswählen …");
+  ASSERT_EQ(translators().size(), 1);
+  EXPECT_EQ(translators().front()->thread(), application->thread());
+}
+
+TEST_F(LateOwnTextsTest, AreTranslatedByOneTranslator) {
+  const kvltest::QtApplication application({.locale = "de_DE.UTF-8"});
+  unload();
+  load();
+  kvl::qt::translateOwnTexts();
+  load();
+  QCoreApplication::processEvents();
+  EXPECT_EQ(translators().size(), 1);
+  EXPECT_EQ(chooserText(), "Auswählen …");
+}
+
+TEST_F(LateOwnTextsTest, MayComeAsTheApplicationEnds) {
+  kvltest::QtApplication first({.locale = "de_DE.UTF-8"});
+  unload();
+  load();
+  first.end();
+  load();
+  const kvltest::QtApplication second({.locale = "ja_JP.UTF-8"});
+  QCoreApplication::processEvents();
+  EXPECT_EQ(translators().size(), 1);
+  EXPECT_EQ(chooserText(), "選択…");
 }
 
 }  // namespace

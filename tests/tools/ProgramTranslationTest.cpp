@@ -73,7 +73,7 @@ TEST_F(TranslationTest, ComplaintsAreInTheUsersLanguage) {
 TEST_F(TranslationTest, ParsersComplaintsAreToo) {
   EXPECT_THAT(errorsIn("de_DE.UTF-8", {"submit", "/"}), HasSubstr("--data ist erforderlich"));
   EXPECT_THAT(errorsIn("de_DE.UTF-8", {"status", "more"}),
-              HasSubstr("Das folgende Argument war nicht erwartet: more"));
+              HasSubstr("Das folgende Argument wurde nicht erwartet: more"));
   EXPECT_THAT(errorsIn("de_DE.UTF-8", {}), HasSubstr("Ein Befehl ist erforderlich"));
   EXPECT_THAT(errorsIn("de_DE.UTF-8", {"status", "--notary"}),
               HasSubstr("--notary: 1 × PATH erforderlich, fehlt aber"));

@@ -3,10 +3,12 @@
 
 #include <gmock/gmock.h>
 
+#include <QCoreApplication>
 #include <QJSValue>
 #include <QPointer>
 #include <QSignalSpy>
 #include <QString>
+#include <QTranslator>
 
 namespace {
 
@@ -154,6 +156,13 @@ TEST_F(QmlModuleTest, TheEngineMayGoWhileAFunctionWaits) {
   ASSERT_TRUE(QMetaObject::invokeMethod(session, "fetch", Q_ARG(QString, "/missing"),
                                         Q_ARG(QJSValue, QJSValue())));
   EXPECT_TRUE(kvltest::eventually([&] { return !failed.isEmpty(); }));
+}
+
+// The first to load the library here is the engine, on its own thread.
+TEST_F(QmlModuleTest, TheBindingsTranslatorBelongsToTheApplication) {
+  ASSERT_TRUE(make(""));
+  EXPECT_TRUE(kvltest::eventually([] { return qApp->findChild<QTranslator*>() != nullptr; }));
+  EXPECT_EQ(qApp->findChildren<QTranslator*>().size(), 1);
 }
 
 }  // namespace
