@@ -17,7 +17,7 @@ void becomeFirst() {
 
 // What is static comes to be on the thread that the process begins with, unless another one loads
 // the library: POSIX does not tell which thread that is.
-[[maybe_unused]] const bool known = [] {
+[[maybe_unused]] const bool firstIsFollowed = [] {
   becomeFirst();
   return pthread_atfork(nullptr, nullptr, becomeFirst) == 0;
 }();
