@@ -22,8 +22,9 @@ TEXT
     -o APT::Sandbox::User=root -o Acquire::Languages=none "$@"
 }
 
+# Kept for a week.
 fetch_curl() {
-  [ ! -f "$curl_folder/ready" ] || return 0
+  [ -z "$(find "$curl_folder/ready" -mtime -7 2>/dev/null)" ] || return 0
   section "libcurl of $curl_suite"
   rm -rf "$curl_folder"
   mkdir -p "$curl_folder"
