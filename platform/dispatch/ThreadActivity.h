@@ -18,7 +18,7 @@ class ThreadActivity {
   [[nodiscard]] bool isRunning();
 
  private:
-  pid_t thread_ = 0;
+  [[maybe_unused]] pid_t thread_ = 0;
   clockid_t clock_ = 0;
   std::chrono::nanoseconds seen_{-1};  // its processor time at an earlier look
   std::chrono::steady_clock::time_point movedAt_;

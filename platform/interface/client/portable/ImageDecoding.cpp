@@ -19,6 +19,7 @@ class ImageSource::State {
   std::atomic<bool> isLetGo = false;
 };
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): whoever decodes keeps the bytes
 ImageSource::ImageSource(Data /*bytes*/, ImageFormat /*format*/)
     : state_(std::make_shared<State>()) {}
 
@@ -47,7 +48,7 @@ class ImageDecoding::Implementation {
   }
 
   template <class Handler, class Absent>
-  void deliver(std::shared_ptr<ImageSource::State> source, Handler handler, Absent absent) {
+  void deliver(std::shared_ptr<ImageSource::State> source, Handler handler, const Absent& absent) {
     if (!mayDeliver(*source)) return;
     queue_->async([source = std::move(source), handler = std::move(handler), absent] {
       const core::ThreadWork work;
@@ -60,6 +61,7 @@ class ImageDecoding::Implementation {
   std::atomic<bool> wasNoted_ = false;
 };
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): whoever decodes keeps them
 ImageDecoding::ImageDecoding(Options options)
     : implementation_(std::make_shared<Implementation>(options)) {}
 
