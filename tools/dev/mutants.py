@@ -102,6 +102,8 @@ def tree_files():
 
 
 def folder_of(path):
+    if "/portable/" in path:  # of another configuration
+        return None
     matching = [each for each in PROGRAMS if each not in NAMED_ONLY and path.startswith(each + "/")]
     return max(matching, key=len) if matching else None
 
