@@ -126,7 +126,7 @@ void checkWrapped(const std::string& text, std::size_t width) {
   std::string_view rest = wrapped;
   while (!rest.empty()) {
     const auto line = rest.substr(0, rest.find('\n'));
-    require(line.size() <= width, "no line is too long");
+    require(kvlocal::columnsOf(line) <= width, "no line is too wide");
     rest.remove_prefix(std::min(line.size() + 1, rest.size()));
   }
   const auto dense = [](std::string words) {

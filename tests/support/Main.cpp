@@ -54,9 +54,20 @@ class TimeLimit : public testing::EmptyTestEventListener {
 
 }  // namespace
 
+namespace {
+
+// The texts that tests expect, wherever they run. Without a language of the user's they are English
+// anyway, and Qt, which looks at all of it, has none either.
+void useEnglish() {
+  for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG", "LANGUAGE"})
+    if (std::getenv(variable) != nullptr) setenv("LANGUAGE", "en", 1);
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   testing::InitGoogleMock(&argc, argv);
-  setenv("LANGUAGE", "en", 1);  // the texts that tests expect, wherever they run
+  useEnglish();
   if (const char* limit = std::getenv(kLimitVariable)) {
     const auto seconds = static_cast<unsigned>(std::strtoul(limit, nullptr, 10));
     testing::UnitTest::GetInstance()->listeners().Append(new TimeLimit(seconds));

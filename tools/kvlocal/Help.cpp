@@ -71,7 +71,7 @@ void localiseHelp(CLI::App& parser) {
 }
 
 std::string localisedFault(const CLI::ParseError& error) {
-  const std::string text = error.what();
+  std::string text = error.what();
   // Behind the option's name stands a sentence of this program's own, in whatever words.
   if (error.get_name() == "ValidationError") return text;
   for (const std::string_view pattern : kFaults)
