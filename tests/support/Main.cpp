@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -56,11 +57,14 @@ class TimeLimit : public testing::EmptyTestEventListener {
 
 namespace {
 
-// The texts that tests expect, wherever they run. Without a language of the user's they are English
-// anyway, and Qt, which looks at all of it, has none either.
+// The texts that tests expect, wherever they run. In the C locale they are English anyway, and Qt,
+// which looks at all of it, has no language either.
 void useEnglish() {
-  for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG", "LANGUAGE"})
-    if (std::getenv(variable) != nullptr) setenv("LANGUAGE", "en", 1);
+  for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const char* const value = std::getenv(variable);
+    const std::string_view locale = value != nullptr ? value : "C";
+    if (!locale.empty() && locale.front() != 'C' && locale != "POSIX") setenv("LANGUAGE", "en", 1);
+  }
 }
 
 }  // namespace
