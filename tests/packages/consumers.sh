@@ -35,7 +35,8 @@ through_pkg_config() { # SOURCES MODULE COMPILER STANDARD WORK
 
 # All of one host: consume SOURCES=MODULE COMPILER STANDARD
 consume() {
-  local sources=${1%=*} module=${1#*=} work=/tmp/hosts/$2-$3/${sources##*/}
+  local sources=${1%=*} module=${1#*=} work
+  work=/tmp/hosts/$2-$3/${sources##*/}
   mkdir -p "$work"
   quietly "$work/cmake.log" through_cmake "$sources" "$2" "$3" "$work/cmake"
   grep -q -- "-std=c++$3\|-std=c++2b" "$work/cmake.log" || fail "C++$3 was not what $work was built as"
