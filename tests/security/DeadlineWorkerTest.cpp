@@ -81,15 +81,26 @@ TEST(DeadlineWorkerTest, AJobWhoseTurnDoesNotComeIsNeverBegun) {
 }
 
 TEST(DeadlineWorkerTest, WhatJobsHaveLeftIsGivenUpWhenNoneHasComeForLong) {
+  const auto made = std::make_shared<std::atomic<bool>>(false);
   const auto left = std::make_shared<std::atomic<bool>>(false);
   DeadlineWorker worker(milliseconds(1), [left] { *left = false; });
+  worker.prepare([made, left](GCancellable*) {
+    *left = true;
+    *made = true;
+    return kSuccess;
+  });
+  EXPECT_TRUE(kvltest::waitUntil([&] { return *made && !*left; }));
+}
+
+TEST(DeadlineWorkerTest, WhatJobsHaveLeftIsThereForTheNextThatComesSoon) {
+  const auto left = std::make_shared<std::atomic<bool>>(false);
+  DeadlineWorker worker(std::chrono::hours(1), [left] { *left = false; });
   worker.prepare([left](GCancellable*) {
     *left = true;
     return kSuccess;
   });
   EXPECT_EQ(worker.run([left](GCancellable*) { return *left ? kSuccess : Status{1}; }, soon()),
             kSuccess);
-  EXPECT_TRUE(kvltest::waitUntil([&] { return !*left; }));
 }
 
 TEST(DeadlineWorkerTest, NoJobIsLostToAThreadThatGivesUpWhatIsLeft) {
